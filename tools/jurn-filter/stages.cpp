@@ -1,0 +1,129 @@
+#include "stages.h"
+
+#include <algorithm>
+
+#include "Filter_control.h"
+#include "audio_io.h"
+
+namespace tool {
+namespace {
+
+static_assert(kMaxAverage == JURN_HISTORY && kMaxBlock == JURN_BLOCK);
+
+// The direct-form IIR sets small carried-over outputs to 0 at the start of each call, so the length
+// of its calls can change the output. It is therefore always the same.
+constexpr int kIirBlock = 512;
+
+int frames_per_call(const FilterDesign& design, int block) {
+  if (design.kind == FilterDesign::kIir) return kIirBlock;
+  if (design.kind == FilterDesign::kSections) return block;
+  return std::min(block, JURN_HISTORY + 1 - static_cast<int>(design.b.size()));
+}
+
+class FilterStage : public Int16Stage {
+ public:
+  FilterStage(const FilterDesign& design, int channels, int block)
+      : Int16Stage(channels, channels, frames_per_call(design, block)) {
+    std::copy(design.b.begin(), design.b.end(), filter_.b);
+    std::copy(design.a.begin(), design.a.end(), filter_.a);
+    filter_.blen = static_cast<int>(design.b.size());
+    filter_.alen = static_cast<int>(design.a.size());
+    filter_.n = 2;
+    filter_.ns = filter_.blen / 3;
+    filter_.chanel = channels;
+    filter_.filtertype = design.kind == FilterDesign::kFir   ? -1
+                         : design.kind == FilterDesign::kIir ? 0
+                                                             : 1;
+    MORVAX_FilterReset_API(&filter_);
+  }
+
+ private:
+  void run(const short* in, short* out) override {
+    MORVAX_FilterRun_API(&filter_, in, call_frames * channels_in, out);
+  }
+
+  Filter_ID filter_{};  // zeroed: the reset leaves the state of a very long cascade alone
+};
+
+/** The moving average, one mono record per channel. */
+class AverageStage : public Int16Stage {
+ public:
+  AverageStage(int length, int channels, int block)
+      : Int16Stage(channels, channels, block), filters_(static_cast<std::size_t>(channels)) {
+    for (Filter_ID& filter : filters_) {
+      filter.blen = length;
+      filter.chanel = 1;
+      filter.filtertype = 2;
+      MORVAX_FilterReset_API(&filter);
+    }
+    channel_.resize(static_cast<std::size_t>(block));
+  }
+
+ private:
+  void run(const short* in, short* out) override {
+    const std::size_t step = filters_.size();
+    for (std::size_t c = 0; c < step; ++c) {
+      for (std::size_t i = 0; i < channel_.size(); ++i) channel_[i] = in[i * step + c];
+      MORVAX_FilterRun_API(&filters_[c], channel_.data(), call_frames, channel_.data());
+      for (std::size_t i = 0; i < channel_.size(); ++i) out[i * step + c] = channel_[i];
+    }
+  }
+
+  std::vector<Filter_ID> filters_;
+  std::vector<short> channel_;
+};
+
+}  // namespace
+
+void Stage::push(const float* in, std::size_t frames, std::vector<float>* out) {
+  const std::size_t values_in = static_cast<std::size_t>(call_frames * channels_in);
+  const std::size_t values_out = static_cast<std::size_t>(call_frames * channels_out);
+  pending_.insert(pending_.end(), in, in + frames * static_cast<std::size_t>(channels_in));
+  std::size_t done = 0;
+  for (; done + values_in <= pending_.size(); done += values_in) {
+    out->resize(out->size() + values_out);
+    call(pending_.data() + done, out->data() + out->size() - values_out);
+  }
+  pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(done));
+}
+
+Int16Stage::Int16Stage(int in, int out, int frames)
+    : Stage(in, out, frames),
+      in_(static_cast<std::size_t>(frames * in)),
+      out_(static_cast<std::size_t>(frames * out)) {}
+
+void Int16Stage::call(const float* in, float* out) {
+  to_int16(in, in_.size(), in_.data(), &input_clipped);
+  run(in_.data(), out_.data());
+  std::int64_t full_scale = 0;
+  for (std::size_t i = 0; i < out_.size(); ++i) {
+    full_scale += out_[i] == 32767 || out_[i] == -32768;
+    out[i] = out_[i];
+  }
+  clipped += full_scale;
+}
+
+CoefficientLimit fir_limit() {
+  return {JURN_COEFFICIENTS, std::to_string(JURN_COEFFICIENTS) + " taps, the limit of this filter"};
+}
+
+CoefficientLimit iir_limit() {
+  return {JURN_COEFFICIENTS,
+          std::to_string(JURN_COEFFICIENTS) +
+              " coefficients in numerator or denominator, the limit of this filter"};
+}
+
+CoefficientLimit section_limit() {
+  return {JURN_COEFFICIENTS / 3,
+          std::to_string(JURN_COEFFICIENTS / 3) + " sections, the limit of this filter"};
+}
+
+std::unique_ptr<Stage> make_filter(const FilterDesign& design, int channels, int block) {
+  return std::make_unique<FilterStage>(design, channels, block);
+}
+
+std::unique_ptr<Stage> make_average(int length, int channels, int block) {
+  return std::make_unique<AverageStage>(length, channels, block);
+}
+
+}  // namespace tool

@@ -1,0 +1,62 @@
+// A stage is one filter of the library that runs over a stream of any length.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "coefficients.h"
+
+namespace tool {
+
+/**
+ * Filters interleaved frames on the int16 scale. The library's histories continue exactly only
+ * when every call has the same length, so a stage regroups what it is given into calls of
+ * `call_frames` and never makes another; whoever feeds it pads the end with silence.
+ */
+class Stage {
+ public:
+  Stage(int in, int out, int frames) : channels_in(in), channels_out(out), call_frames(frames) {}
+  virtual ~Stage() = default;
+
+  /** Takes `frames` frames and appends what they complete to `out`. */
+  void push(const float* in, std::size_t frames, std::vector<float>* out);
+
+  const int channels_in;
+  const int channels_out;
+  const int call_frames;
+  std::int64_t latency = 0;        // frames by which the output is late
+  std::int64_t tail = 0;           // frames that ring on after the input
+  std::int64_t input_clipped = 0;  // input samples beyond what the filter takes
+  std::int64_t clipped = 0;        // output samples at full scale
+
+ private:
+  virtual void call(const float* in, float* out) = 0;
+
+  std::vector<float> pending_;
+};
+
+/** A stage over the library's int16 objects: rounds and saturates what comes in. */
+class Int16Stage : public Stage {
+ public:
+  Int16Stage(int in, int out, int frames);
+
+ private:
+  void call(const float* in, float* out) override;
+  virtual void run(const short* in, short* out) = 0;
+
+  std::vector<short> in_, out_;
+};
+
+/** The limits of the int16 filter. */
+CoefficientLimit fir_limit();
+CoefficientLimit iir_limit();
+CoefficientLimit section_limit();
+constexpr int kMaxAverage = 2156;
+constexpr int kMaxBlock = 1056;
+
+std::unique_ptr<Stage> make_filter(const FilterDesign& design, int channels, int block);
+std::unique_ptr<Stage> make_average(int length, int channels, int block);
+
+}  // namespace tool
