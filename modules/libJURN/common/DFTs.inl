@@ -1,0 +1,639 @@
+/* The real FFT, once per instruction set.
+ *
+ * What makes it fast:
+ * - A real sequence of M is split, eight samples a time, into a real sequence of M/4 and three
+ *   complex ones of M/8: three levels in one pass, without a pass that unpacks real bins. The real
+ *   quarter is split again, down to 16 samples.
+ * - The complex transforms run decimation in frequency, radix 4, the inverse decimation in time;
+ *   nothing is ever put in order. The last four levels of 16 values stay in registers, which turn
+ *   from rows to columns by a 4 x 4 transposition inside each group of four lanes; wide vectors
+ *   take several such tiles side by side.
+ * - Real and imaginary parts live in arrays of their own, so every operation fills whole vectors.
+ * - Twiddle factors lie in the order in which they are read, and the smaller transforms finish
+ *   while they are in the cache.
+ *
+ * Each value goes through the same operations whatever the vector width, so the clones agree in
+ * every bit, and their spectra have one layout. Where M is 128 or more that is
+ *
+ *   real M/4 | frequencies 2 (mod 4) | 1 (mod 8) | 5 (mod 8)    each M/8 real, M/8 imaginary parts
+ *
+ * and below
+ *
+ *   real M/2 | frequencies 1 (mod 4)                            M/4 real, M/4 imaginary parts
+ *
+ * where the other odd frequencies are conjugates of these. The real part is itself such a spectrum;
+ * the last one has the two real bins. */
+
+constexpr int lane_count = JURN_VECTOR_BYTES / 4;
+using Floats = Vec<float, lane_count>;
+using Quad = Vec<float, 4>;
+
+const float negate_high[4] = {1, 1, -1, -1};
+const float negate_last[4] = {1, 1, 1, -1};
+constexpr float sqrt_half = 0.70710678118654752440f;
+
+template <class V>
+constexpr int lanes_of = int(sizeof(V) / 4);
+
+/* The tables, each where its length alone puts it (the layout is filled in by the set-up). */
+
+JURN_INLINE const float* real_twiddles(const float* w, int length) {
+  return w + length;
+}
+JURN_INLINE const float* complex_twiddles(const float* w, int length) {
+  return w + 14 * length;
+}
+
+template <class V>
+struct Complex {
+  V re, im;
+};
+
+template <class V>
+JURN_INLINE Complex<V> operator+(Complex<V> a, Complex<V> b) {
+  return {a.re + b.re, a.im + b.im};
+}
+
+template <class V>
+JURN_INLINE Complex<V> operator-(Complex<V> a, Complex<V> b) {
+  return {a.re - b.re, a.im - b.im};
+}
+
+/** a + i b */
+template <class V>
+JURN_INLINE Complex<V> plus_i(Complex<V> a, Complex<V> b) {
+  return {a.re - b.im, a.im + b.re};
+}
+
+/** a - i b */
+template <class V>
+JURN_INLINE Complex<V> minus_i(Complex<V> a, Complex<V> b) {
+  return {a.re + b.im, a.im - b.re};
+}
+
+template <class V>
+JURN_INLINE Complex<V> operator*(Complex<V> a, Complex<V> b) {
+  return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re};
+}
+
+/** a times the conjugate of w */
+template <class V>
+JURN_INLINE Complex<V> times_conjugate(Complex<V> a, Complex<V> w) {
+  return {a.re * w.re + a.im * w.im, a.im * w.re - a.re * w.im};
+}
+
+/** The complex values whose real parts are at p and imaginary parts at p + distance. */
+template <class V>
+JURN_INLINE Complex<V> load_complex(const float* p, ptrdiff_t distance) {
+  return {load<V>(p), load<V>(p + distance)};
+}
+
+template <class V>
+JURN_INLINE void store_complex(float* p, ptrdiff_t distance, Complex<V> a) {
+  store(p, a.re);
+  store(p + distance, a.im);
+}
+
+/* Vectors made of groups of four lanes, each group from a tile of its own. */
+
+/** Shuffles all groups alike: lanes 0 to 3 are those of a's group, 4 to 7 those of b's. */
+template <int i, int j, int k, int l, class V>
+JURN_INLINE V shuffle_groups(V a, V b) {
+  constexpr int n = int(sizeof(V) / 4);
+  constexpr int i0 = i < 4 ? i : i - 4 + n, j0 = j < 4 ? j : j - 4 + n;
+  constexpr int k0 = k < 4 ? k : k - 4 + n, l0 = l < 4 ? l : l - 4 + n;
+  if constexpr (n == 4) {
+    return JURN_SHUFFLE(a, b, i0, j0, k0, l0);
+  } else if constexpr (n == 8) {
+    return JURN_SHUFFLE(a, b, i0, j0, k0, l0, i0 + 4, j0 + 4, k0 + 4, l0 + 4);
+  } else {
+    return JURN_SHUFFLE(a, b, i0, j0, k0, l0, i0 + 4, j0 + 4, k0 + 4, l0 + 4, i0 + 8, j0 + 8,
+                        k0 + 8, l0 + 8, i0 + 12, j0 + 12, k0 + 12, l0 + 12);
+  }
+}
+
+/** Turns rows into columns inside each group of four lanes. */
+template <class V>
+JURN_INLINE void transpose(V& a, V& b, V& c, V& d) {
+  const V ab01 = shuffle_groups<0, 4, 1, 5>(a, b), ab23 = shuffle_groups<2, 6, 3, 7>(a, b);
+  const V cd01 = shuffle_groups<0, 4, 1, 5>(c, d), cd23 = shuffle_groups<2, 6, 3, 7>(c, d);
+  a = shuffle_groups<0, 1, 4, 5>(ab01, cd01);
+  b = shuffle_groups<2, 3, 6, 7>(ab01, cd01);
+  c = shuffle_groups<0, 1, 4, 5>(ab23, cd23);
+  d = shuffle_groups<2, 3, 6, 7>(ab23, cd23);
+}
+
+/** Four floats at p from each of the tiles, which lie stride floats apart, a group per tile. */
+template <class V>
+JURN_INLINE V load_groups(const float* p, ptrdiff_t stride) {
+  constexpr int n = int(sizeof(V) / 4);
+  if constexpr (n == 4) {
+    return load<V>(p);
+  } else {
+    const auto a = load_groups<Vec<float, n / 2>>(p, stride);
+    const auto b = load_groups<Vec<float, n / 2>>(p + n / 8 * stride, stride);
+    if constexpr (n == 8) return JURN_SHUFFLE(a, b, 0, 1, 2, 3, 4, 5, 6, 7);
+    if constexpr (n == 16)
+      return JURN_SHUFFLE(a, b, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+  }
+}
+
+template <class V>
+JURN_INLINE void store_groups(float* p, ptrdiff_t stride, V v) {
+  constexpr int n = int(sizeof(V) / 4);
+  if constexpr (n == 4) {
+    store(p, v);
+  } else {
+    store(p, JURN_SHUFFLE(v, v, 0, 1, 2, 3));
+    store(p + stride, JURN_SHUFFLE(v, v, 4, 5, 6, 7));
+    if constexpr (n == 16) {
+      store(p + 2 * stride, JURN_SHUFFLE(v, v, 8, 9, 10, 11));
+      store(p + 3 * stride, JURN_SHUFFLE(v, v, 12, 13, 14, 15));
+    }
+  }
+}
+
+/* ---- Complex transforms ---- */
+
+template <class V>
+JURN_INLINE void butterfly_forward(Complex<V>& a, Complex<V>& b, Complex<V>& c, Complex<V>& d) {
+  const Complex<V> ac = a + c, a_c = a - c, bd = b + d, b_d = b - d;
+  a = ac + bd;
+  b = minus_i(a_c, b_d);
+  c = ac - bd;
+  d = plus_i(a_c, b_d);
+}
+
+template <class V>
+JURN_INLINE void butterfly_inverse(Complex<V>& a, Complex<V>& b, Complex<V>& c, Complex<V>& d) {
+  const Complex<V> ac = a + c, a_c = a - c, bd = b + d, b_d = b - d;
+  a = ac + bd;
+  b = plus_i(a_c, b_d);
+  c = ac - bd;
+  d = minus_i(a_c, b_d);
+}
+
+/** The first level of every block of length values; size values in all. */
+static void radix4_forward(float* z, int size, int length, const float* twiddles) {
+  const ptrdiff_t quarter = length / 4;
+  for (float* end = z + size; z < end; z += length) {
+    const float* w = twiddles;
+    for (ptrdiff_t i = 0; i < quarter; i += 16, w += 96) {
+      for (int lane = 0; lane < 16; lane += lane_count) {
+        float* p = z + i + lane;
+        const float* t = w + lane;
+        auto a = load_complex<Floats>(p, size), b = load_complex<Floats>(p + quarter, size);
+        auto c = load_complex<Floats>(p + 2 * quarter, size);
+        auto d = load_complex<Floats>(p + 3 * quarter, size);
+        butterfly_forward(a, b, c, d);
+        store_complex(p, size, a);
+        store_complex(p + quarter, size, b * load_complex<Floats>(t, 16));
+        store_complex(p + 2 * quarter, size, c * load_complex<Floats>(t + 32, 16));
+        store_complex(p + 3 * quarter, size, d * load_complex<Floats>(t + 64, 16));
+      }
+    }
+  }
+}
+
+/** Undoes radix4_forward, at four times the gain. */
+static void radix4_inverse(float* z, int size, int length, const float* twiddles) {
+  const ptrdiff_t quarter = length / 4;
+  for (float* end = z + size; z < end; z += length) {
+    const float* w = twiddles;
+    for (ptrdiff_t i = 0; i < quarter; i += 16, w += 96) {
+      for (int lane = 0; lane < 16; lane += lane_count) {
+        float* p = z + i + lane;
+        const float* t = w + lane;
+        auto a = load_complex<Floats>(p, size), b = load_complex<Floats>(p + quarter, size);
+        auto c = load_complex<Floats>(p + 2 * quarter, size);
+        auto d = load_complex<Floats>(p + 3 * quarter, size);
+        b = times_conjugate(b, load_complex<Floats>(t, 16));
+        c = times_conjugate(c, load_complex<Floats>(t + 32, 16));
+        d = times_conjugate(d, load_complex<Floats>(t + 64, 16));
+        butterfly_inverse(a, b, c, d);
+        store_complex(p, size, a);
+        store_complex(p + quarter, size, b);
+        store_complex(p + 2 * quarter, size, c);
+        store_complex(p + 3 * quarter, size, d);
+      }
+    }
+  }
+}
+
+/** Four rows of four values in each group, and the twiddle factors of 16. */
+template <class V>
+struct Tile {
+  Complex<V> a, b, c, d;
+};
+
+template <class V>
+JURN_INLINE Complex<V> load_groups(const float* p, ptrdiff_t distance, ptrdiff_t stride) {
+  return {load_groups<V>(p, stride), load_groups<V>(p + distance, stride)};
+}
+
+template <class V>
+JURN_INLINE Tile<V> load_tile(const float* p, ptrdiff_t distance, ptrdiff_t stride) {
+  return {load_groups<V>(p, distance, stride), load_groups<V>(p + 4, distance, stride),
+          load_groups<V>(p + 8, distance, stride), load_groups<V>(p + 12, distance, stride)};
+}
+
+template <class V>
+JURN_INLINE void store_groups(float* p, ptrdiff_t distance, ptrdiff_t stride, Complex<V> a) {
+  store_groups(p, stride, a.re);
+  store_groups(p + distance, stride, a.im);
+}
+
+template <class V>
+JURN_INLINE void store_tile(float* p, ptrdiff_t distance, ptrdiff_t stride, const Tile<V>& x) {
+  store_groups(p, distance, stride, x.a);
+  store_groups(p + 4, distance, stride, x.b);
+  store_groups(p + 8, distance, stride, x.c);
+  store_groups(p + 12, distance, stride, x.d);
+}
+
+template <class V>
+JURN_INLINE void transpose(Tile<V>& x) {
+  transpose(x.a.re, x.b.re, x.c.re, x.d.re);
+  transpose(x.a.im, x.b.im, x.c.im, x.d.im);
+}
+
+/** The transform of 16 values. */
+template <class V>
+JURN_INLINE void tile_forward(Tile<V>& x, const float* twiddles) {
+  butterfly_forward(x.a, x.b, x.c, x.d);
+  x.b = x.b * load_groups<V>(twiddles, 4, 0);
+  x.c = x.c * load_groups<V>(twiddles + 8, 4, 0);
+  x.d = x.d * load_groups<V>(twiddles + 16, 4, 0);
+  transpose(x);
+  butterfly_forward(x.a, x.b, x.c, x.d);
+}
+
+template <class V>
+JURN_INLINE void tile_inverse(Tile<V>& x, const float* twiddles) {
+  butterfly_inverse(x.a, x.b, x.c, x.d);
+  transpose(x);
+  x.b = times_conjugate(x.b, load_groups<V>(twiddles, 4, 0));
+  x.c = times_conjugate(x.c, load_groups<V>(twiddles + 8, 4, 0));
+  x.d = times_conjugate(x.d, load_groups<V>(twiddles + 16, 4, 0));
+  butterfly_inverse(x.a, x.b, x.c, x.d);
+}
+
+/** The transforms of blocks of 16 values, one per group of lanes, stride floats apart. */
+template <class V>
+JURN_INLINE void last16_forward(float* p, ptrdiff_t distance, ptrdiff_t stride, const float* w) {
+  auto x = load_tile<V>(p, distance, stride);
+  tile_forward(x, complex_twiddles(w, 16));
+  store_tile(p, distance, stride, x);
+}
+
+template <class V>
+JURN_INLINE void last16_inverse(float* p, ptrdiff_t distance, ptrdiff_t stride, const float* w) {
+  auto x = load_tile<V>(p, distance, stride);
+  tile_inverse(x, complex_twiddles(w, 16));
+  store_tile(p, distance, stride, x);
+}
+
+/** The same for blocks of 32: a level of radix 2, then two tiles. */
+template <class V>
+JURN_INLINE void last32_forward(float* p, ptrdiff_t distance, ptrdiff_t stride, const float* w) {
+  const float* t = complex_twiddles(w, 32);
+  const auto x = load_tile<V>(p, distance, stride), y = load_tile<V>(p + 16, distance, stride);
+  Tile<V> sum = {x.a + y.a, x.b + y.b, x.c + y.c, x.d + y.d};
+  Tile<V> difference = {
+      (x.a - y.a) * load_groups<V>(t, 16, 0), (x.b - y.b) * load_groups<V>(t + 4, 16, 0),
+      (x.c - y.c) * load_groups<V>(t + 8, 16, 0), (x.d - y.d) * load_groups<V>(t + 12, 16, 0)};
+  tile_forward(sum, complex_twiddles(w, 16));
+  store_tile(p, distance, stride, sum);
+  tile_forward(difference, complex_twiddles(w, 16));
+  store_tile(p + 16, distance, stride, difference);
+}
+
+template <class V>
+JURN_INLINE void last32_inverse(float* p, ptrdiff_t distance, ptrdiff_t stride, const float* w) {
+  const float* t = complex_twiddles(w, 32);
+  auto x = load_tile<V>(p + 16, distance, stride);
+  tile_inverse(x, complex_twiddles(w, 16));
+  const Tile<V> y = {times_conjugate(x.a, load_groups<V>(t, 16, 0)),
+                     times_conjugate(x.b, load_groups<V>(t + 4, 16, 0)),
+                     times_conjugate(x.c, load_groups<V>(t + 8, 16, 0)),
+                     times_conjugate(x.d, load_groups<V>(t + 12, 16, 0))};
+  x = load_tile<V>(p, distance, stride);
+  tile_inverse(x, complex_twiddles(w, 16));
+  store_tile(p, distance, stride, Tile<V>{x.a + y.a, x.b + y.b, x.c + y.c, x.d + y.d});
+  store_tile(p + 16, distance, stride, Tile<V>{x.a - y.a, x.b - y.b, x.c - y.c, x.d - y.d});
+}
+
+/** Runs the last levels over blocks that begin stride floats apart, as many at once as fit. */
+template <class V, bool inverse>
+JURN_INLINE void last_levels(float* z, int count, int block, ptrdiff_t distance, ptrdiff_t stride,
+                             const float* w) {
+  constexpr int groups = int(sizeof(V) / 16);
+  int i = 0;
+  for (; i + groups <= count; i += groups) {
+    float* p = z + i * stride;
+    if constexpr (inverse)
+      block == 16 ? last16_inverse<V>(p, distance, stride, w)
+                  : last32_inverse<V>(p, distance, stride, w);
+    else
+      block == 16 ? last16_forward<V>(p, distance, stride, w)
+                  : last32_forward<V>(p, distance, stride, w);
+  }
+  if constexpr (groups > 1)
+    if (i < count)
+      last_levels<Vec<float, 2 * groups>, inverse>(z + i * stride, count - i, block, distance,
+                                                   stride, w);
+}
+
+/** Transforms count arrays of length values: length real parts, then length imaginary ones. */
+static void complex_forward(float* z, int count, int length, const float* w) {
+  int block = length;
+  while (block >= 64) block /= 4;
+  if (block == length) {
+    last_levels<Floats, false>(z, count, block, length, 2 * length, w);
+  } else {
+    for (int i = 0; i < count; ++i, z += 2 * length) {
+      for (int l = length; l > block; l /= 4) radix4_forward(z, length, l, complex_twiddles(w, l));
+      last_levels<Floats, false>(z, length / block, block, length, block, w);
+    }
+  }
+}
+
+static void complex_inverse(float* z, int count, int length, const float* w) {
+  int block = length;
+  while (block >= 64) block /= 4;
+  if (block == length) {
+    last_levels<Floats, true>(z, count, block, length, 2 * length, w);
+  } else {
+    for (int i = 0; i < count; ++i, z += 2 * length) {
+      last_levels<Floats, true>(z, length / block, block, length, block, w);
+      for (int l = 4 * block; l <= length; l *= 4)
+        radix4_inverse(z, length, l, complex_twiddles(w, l));
+    }
+  }
+}
+
+/* Eight values: radix 2, then radix 4 on columns whose lanes are the real parts of both results and
+ * their imaginary parts. */
+
+static void complex8_forward(float* z, const float* w) {
+  const auto x = load_complex<Quad>(z, 8), y = load_complex<Quad>(z + 4, 8);
+  auto sum = x + y, difference = (x - y) * load_complex<Quad>(complex_twiddles(w, 8), 4);
+  transpose(sum.re, difference.re, sum.im, difference.im);
+  const Quad a = sum.re, b = difference.re, c = sum.im, d = difference.im;
+  const Quad ac = a + c, a_c = a - c, bd = b + d;
+  const Quad turned = shuffle_groups<2, 3, 0, 1>(b - d, b - d) * load<Quad>(negate_high);
+  const Quad k0 = ac + bd, k1 = a_c + turned, k2 = ac - bd, k3 = a_c - turned;
+  store(z, shuffle_groups<0, 1, 4, 5>(k0, k1));
+  store(z + 4, shuffle_groups<0, 1, 4, 5>(k2, k3));
+  store(z + 8, shuffle_groups<2, 3, 6, 7>(k0, k1));
+  store(z + 12, shuffle_groups<2, 3, 6, 7>(k2, k3));
+}
+
+static void complex8_inverse(float* z, const float* w) {
+  const auto x = load_complex<Quad>(z, 8), y = load_complex<Quad>(z + 4, 8);
+  const Quad k0 = shuffle_groups<0, 1, 4, 5>(x.re, x.im),
+             k1 = shuffle_groups<2, 3, 6, 7>(x.re, x.im);
+  const Quad k2 = shuffle_groups<0, 1, 4, 5>(y.re, y.im),
+             k3 = shuffle_groups<2, 3, 6, 7>(y.re, y.im);
+  const Quad ac = k0 + k2, a_c = k0 - k2, bd = k1 + k3;
+  const Quad turned = shuffle_groups<2, 3, 0, 1>(k1 - k3, k1 - k3) * load<Quad>(negate_high);
+  Quad a = ac + bd, b = a_c - turned, c = ac - bd, d = a_c + turned;
+  transpose(a, b, c, d);
+  const Complex<Quad> sum = {a, c};
+  const auto difference =
+      times_conjugate(Complex<Quad>{b, d}, load_complex<Quad>(complex_twiddles(w, 8), 4));
+  store_complex(z, 8, sum + difference);
+  store_complex(z + 4, 8, sum - difference);
+}
+
+/* Four values, packed in two vectors: real parts of the even and odd ones, imaginary parts. */
+
+static void complex4_forward(float* z) {
+  const auto x = load_complex<Quad>(z, 4);
+  const Quad a = shuffle_groups<0, 1, 4, 5>(x.re, x.im), b = shuffle_groups<2, 3, 6, 7>(x.re, x.im);
+  const Quad sum = a + b, difference = a - b;
+  const Quad even = shuffle_groups<0, 2, 4, 6>(sum, difference);
+  const Quad odd = shuffle_groups<1, 3, 7, 5>(sum, difference) * load<Quad>(negate_last);
+  const Quad k01 = even + odd, k23 = even - odd;
+  store(z, shuffle_groups<0, 2, 4, 6>(k01, k23));
+  store(z + 4, shuffle_groups<1, 3, 5, 7>(k01, k23));
+}
+
+static void complex4_inverse(float* z) {
+  const auto x = load_complex<Quad>(z, 4);
+  /* re: k0 k1 k2 k3 -> (k0.re, k0.im, k1.re, k1.im), (k2.re, k2.im, k3.re, k3.im) */
+  const Quad k01 = shuffle_groups<0, 4, 1, 5>(x.re, x.im),
+             k23 = shuffle_groups<2, 6, 3, 7>(x.re, x.im);
+  const Quad even = k01 + k23, odd = (k01 - k23) * load<Quad>(negate_last);
+  const Quad sum = shuffle_groups<0, 4, 1, 5>(even, odd);
+  const Quad difference = shuffle_groups<2, 7, 3, 6>(even, odd);
+  const Quad a = sum + difference, b = sum - difference;
+  store(z, shuffle_groups<0, 1, 4, 5>(a, b));
+  store(z + 4, shuffle_groups<2, 3, 6, 7>(a, b));
+}
+
+/* ---- Splitting real sequences ---- */
+
+/** One step of radix 2: a real sequence of length values into one of length/2 and a complex one of
+ * length/4, each value the difference of two less i times the difference of the two a quarter on.
+ */
+template <class V>
+JURN_INLINE void halve_forward(float* x, int length, const float* w) {
+  const ptrdiff_t quarter = length / 4;
+  const float* t = real_twiddles(w, length);
+  for (ptrdiff_t i = 0; i < quarter; i += lanes_of<V>, x += lanes_of<V>, t += lanes_of<V>) {
+    const V a = load<V>(x), b = load<V>(x + quarter);
+    const V c = load<V>(x + 2 * quarter), d = load<V>(x + 3 * quarter);
+    store(x, a + c);
+    store(x + quarter, b + d);
+    store_complex(x + 2 * quarter, quarter, Complex<V>{a - c, d - b} * load_complex<V>(t, quarter));
+  }
+}
+
+template <class V>
+JURN_INLINE void halve_inverse(float* x, int length, const float* w, float scale) {
+  const ptrdiff_t quarter = length / 4;
+  const float* t = real_twiddles(w, length);
+  for (ptrdiff_t i = 0; i < quarter; i += lanes_of<V>, x += lanes_of<V>, t += lanes_of<V>) {
+    const V ac = load<V>(x), bd = load<V>(x + quarter);
+    const auto difference =
+        times_conjugate(load_complex<V>(x + 2 * quarter, quarter), load_complex<V>(t, quarter));
+    store(x, (ac + difference.re) * broadcast<V>(scale));
+    store(x + quarter, (bd - difference.im) * broadcast<V>(scale));
+    store(x + 2 * quarter, (ac - difference.re) * broadcast<V>(scale));
+    store(x + 3 * quarter, (bd + difference.im) * broadcast<V>(scale));
+  }
+}
+
+/** Three levels at once: a real sequence of length values into one of length/4 and three complex
+ * ones of length/8. */
+static void split_forward(float* x, int length, const float* w) {
+  const ptrdiff_t eighth = length / 8;
+  const float* t = real_twiddles(w, length);
+  const Floats half = broadcast<Floats>(sqrt_half);
+  for (ptrdiff_t i = 0; i < eighth; i += 16, t += 96) {
+    for (int lane = 0; lane < 16; lane += lane_count) {
+      float* p = x + i + lane;
+      const Floats x0 = load<Floats>(p), x1 = load<Floats>(p + eighth);
+      const Floats x2 = load<Floats>(p + 2 * eighth), x3 = load<Floats>(p + 3 * eighth);
+      const Floats x4 = load<Floats>(p + 4 * eighth), x5 = load<Floats>(p + 5 * eighth);
+      const Floats x6 = load<Floats>(p + 6 * eighth), x7 = load<Floats>(p + 7 * eighth);
+      const Floats s0 = x0 + x4, s1 = x1 + x5, s2 = x2 + x6, s3 = x3 + x7;
+      const Floats d0 = x0 - x4, d1 = x1 - x5, d2 = x2 - x6, d3 = x3 - x7;
+      /* (d1 - i d3) turned by an eighth: u - i v */
+      const Floats u = (d1 - d3) * half, v = (d1 + d3) * half;
+      store(p, s0 + s2);
+      store(p + eighth, s1 + s3);
+      store_complex(p + 2 * eighth, eighth,
+                    Complex<Floats>{s0 - s2, s3 - s1} * load_complex<Floats>(t + lane, 16));
+      store_complex(p + 4 * eighth, eighth,
+                    Complex<Floats>{d0 + u, -(d2 + v)} * load_complex<Floats>(t + lane + 32, 16));
+      store_complex(p + 6 * eighth, eighth,
+                    Complex<Floats>{d0 - u, v - d2} * load_complex<Floats>(t + lane + 64, 16));
+    }
+  }
+}
+
+static void split_inverse(float* x, int length, const float* w, float scale) {
+  const ptrdiff_t eighth = length / 8;
+  const float* t = real_twiddles(w, length);
+  const Floats half = broadcast<Floats>(sqrt_half), gain = broadcast<Floats>(scale);
+  for (ptrdiff_t i = 0; i < eighth; i += 16, t += 96) {
+    for (int lane = 0; lane < 16; lane += lane_count) {
+      float* p = x + i + lane;
+      const Floats s02 = load<Floats>(p), s13 = load<Floats>(p + eighth);
+      const auto a = times_conjugate(load_complex<Floats>(p + 2 * eighth, eighth),
+                                     load_complex<Floats>(t + lane, 16));
+      const auto b = times_conjugate(load_complex<Floats>(p + 4 * eighth, eighth),
+                                     load_complex<Floats>(t + lane + 32, 16));
+      const auto c = times_conjugate(load_complex<Floats>(p + 6 * eighth, eighth),
+                                     load_complex<Floats>(t + lane + 64, 16));
+      const Floats s0 = s02 + a.re, s2 = s02 - a.re, s1 = s13 - a.im, s3 = s13 + a.im;
+      const Floats d0 = b.re + c.re, u = b.re - c.re, d2 = b.im + c.im, v = c.im - b.im;
+      const Floats d1 = (u + v) * half, d3 = (v - u) * half;
+      store(p, (s0 + d0) * gain);
+      store(p + eighth, (s1 + d1) * gain);
+      store(p + 2 * eighth, (s2 - d2) * gain);
+      store(p + 3 * eighth, (s3 + d3) * gain);
+      store(p + 4 * eighth, (s0 - d0) * gain);
+      store(p + 5 * eighth, (s1 - d1) * gain);
+      store(p + 6 * eighth, (s2 + d2) * gain);
+      store(p + 7 * eighth, (s3 - d3) * gain);
+    }
+  }
+}
+
+/* ---- The shortest sequences ---- */
+
+static void real8_forward(float* x) {
+  const float s0 = x[0] + x[4], s1 = x[1] + x[5], s2 = x[2] + x[6], s3 = x[3] + x[7];
+  const float d0 = x[0] - x[4], d1 = x[1] - x[5], d2 = x[2] - x[6], d3 = x[3] - x[7];
+  const float u = (d1 - d3) * sqrt_half, v = (d1 + d3) * sqrt_half;
+  x[0] = s0, x[1] = s1, x[2] = s2, x[3] = s3;
+  x[4] = d0 + u, x[5] = d0 - u;
+  x[6] = -d2 - v, x[7] = v - d2;
+}
+
+static void real8_inverse(float* x, float scale) {
+  const float d0 = x[4] + x[5], u = x[4] - x[5], d2 = x[6] + x[7], v = x[7] - x[6];
+  const float d1 = (u + v) * sqrt_half, d3 = (v - u) * sqrt_half;
+  const float s0 = x[0], s1 = x[1], s2 = x[2], s3 = x[3];
+  x[0] = (s0 + d0) * scale, x[4] = (s0 - d0) * scale;
+  x[1] = (s1 + d1) * scale, x[5] = (s1 - d1) * scale;
+  x[2] = (s2 - d2) * scale, x[6] = (s2 + d2) * scale;
+  x[3] = (s3 + d3) * scale, x[7] = (s3 - d3) * scale;
+}
+
+static void real4_forward(float* x) {
+  const float s02 = x[0] + x[2], s13 = x[1] + x[3], re = x[0] - x[2], im = x[3] - x[1];
+  x[0] = s02 + s13, x[1] = s02 - s13, x[2] = re, x[3] = im;
+}
+
+/** The two real bins count once where every complex one stands for two, so they are halved. */
+static void real4_inverse(float* x, float scale) {
+  const float s02 = (x[0] + x[1]) * .5f, s13 = (x[0] - x[1]) * .5f, re = x[2], im = x[3];
+  x[0] = (s02 + re) * scale, x[2] = (s02 - re) * scale;
+  x[1] = (s13 - im) * scale, x[3] = (s13 + im) * scale;
+}
+
+/* ---- The routines ---- */
+
+static short forward(const float* w, float* x, int length) {
+  for (; length >= 128; length /= 4) {
+    split_forward(x, length, w);
+    complex_forward(x + length / 4, 3, length / 8, w);
+  }
+  if (length >= 64) {
+    halve_forward<Floats>(x, 64, w);
+    complex_forward(x + 32, 1, 16, w);
+  }
+  if (length >= 32) {
+    halve_forward<Quad>(x, 32, w);
+    complex8_forward(x + 16, w);
+  }
+  if (length >= 16) {
+    halve_forward<Quad>(x, 16, w);
+    complex4_forward(x + 8);
+  }
+  if (length >= 8) real8_forward(x);
+  if (length >= 4) {
+    real4_forward(x);
+  } else {
+    const float a = x[0], b = x[1];
+    x[0] = a + b, x[1] = a - b;
+  }
+  return 0;
+}
+
+static short inverse(const float* w, float* x, int length, float scale) {
+  int base = length;
+  while (base >= 128) base /= 4;
+  const auto scale_at = [=](int n) { return n == length ? scale : 1.f; };
+  if (base >= 4) {
+    real4_inverse(x, scale_at(4));
+  } else {
+    const float a = x[0], b = x[1];
+    x[0] = (a + b) * .5f * scale, x[1] = (a - b) * .5f * scale;
+  }
+  if (base >= 8) real8_inverse(x, scale_at(8));
+  if (base >= 16) {
+    complex4_inverse(x + 8);
+    halve_inverse<Quad>(x, 16, w, scale_at(16));
+  }
+  if (base >= 32) {
+    complex8_inverse(x + 16, w);
+    halve_inverse<Quad>(x, 32, w, scale_at(32));
+  }
+  if (base >= 64) {
+    complex_inverse(x + 32, 1, 16, w);
+    halve_inverse<Floats>(x, 64, w, scale_at(64));
+  }
+  for (int n = 4 * base; n <= length; n *= 4) {
+    complex_inverse(x + n / 4, 3, n / 8, w);
+    split_inverse(x, n, w, scale_at(n));
+  }
+  return 0;
+}
+
+template <class V>
+JURN_INLINE void multiply(float* out, const float* a, const float* b, ptrdiff_t bins) {
+  for (ptrdiff_t i = 0; i < bins; i += lanes_of<V>)
+    store_complex(out + i, bins, load_complex<V>(a + i, bins) * load_complex<V>(b + i, bins));
+}
+
+static void product(float* out, const float* a, const float* b, int length) {
+  for (; length >= 128; length /= 4)
+    for (int i = length / 4; i < length; i += length / 4)
+      multiply<Floats>(out + i, a + i, b + i, length / 8);
+  for (; length > 2; length /= 2) {
+    const int i = length / 2;
+    if (length == 64)
+      multiply<Floats>(out + i, a + i, b + i, 16);
+    else if (length >= 16)
+      multiply<Quad>(out + i, a + i, b + i, length / 4);
+    else
+      multiply<float>(out + i, a + i, b + i, length / 4);
+  }
+  out[0] = a[0] * b[0];
+  out[1] = a[1] * b[1];
+}
