@@ -1,0 +1,129 @@
+/* MORVAX_Qfirf, MORVAX_Qiirf and Filterf_ID. */
+#include <memory>
+
+#include "reference.h"
+#include "support.h"
+
+namespace {
+
+/** Float samples: the int16 signals, faint ones, or any bit pattern. */
+void float_signal(Random& random, float* x, int count, bool wild) {
+  random.signal(x, count);
+  const bool faint = random.one_in(3);
+  for (int i = 0; i < count; ++i)
+    x[i] = wild ? random.any_bits<float>() : faint ? random.state() : x[i];
+}
+
+void double_states(Random& random, double* y, int count) {
+  const double edge = 1e-6;
+  for (int i = 0; i < count; ++i)
+    y[i] = random.one_in(3)   ? random.one_of({-1, 1}) * std::nextafter(edge, random.in(0, 1))
+           : random.one_in(3) ? edge
+                              : random.state();
+}
+
+TEST(FloatKernels, AgreeWithReference) {
+  Random random(21);
+  for (int trial = 0; trial < 800; ++trial) {
+    const bool wild = random.one_in(6), feedback = random.one_in(2);
+    const int blen = random.count(1, 300), alen = random.count(1, 300);
+    const int len = random.one_in(100) ? 32767 : random.count(0, 700);
+    Twin<float> past_inputs(random, blen - 1 + len);
+    Twin<double> past_outputs(random, alen - 1 + len), b(random, blen), a(random, alen);
+    past_inputs.fill([&](float* x, int count) { float_signal(random, x, count, wild); });
+    past_outputs.fill([&](double* y, int count) { double_states(random, y, count); });
+    b.fill([&](double* x, int count) { random.taps(x, count, wild); });
+    a.fill([&](double* x, int count) { random.denominator(x, count, wild); });
+    for (int call = 0; call < 2; ++call) {
+      Twin<float> input(random, len), separate(random, len);
+      input.fill([&](float* x, int count) { float_signal(random, x, count, wild); });
+      separate.fill([&](float* x, int count) { random.signal(x, count); });
+      Twin<float>& output = random.one_in(3) ? input : separate;
+      if (feedback) {
+        MORVAX_Qiirf(output.actual, input.actual, len, past_outputs.actual, past_inputs.actual,
+                     b.actual, blen, a.actual, alen);
+        ref::qiir(output.expected.data(), input.expected.data(), len, past_outputs.expected.data(),
+                  past_inputs.expected.data(), b.expected.data(), blen, a.expected.data(), alen);
+      } else {
+        MORVAX_Qfirf(output.actual, input.actual, len, past_inputs.actual, b.actual, blen);
+        ref::qfir(output.expected.data(), input.expected.data(), len, past_inputs.expected.data(),
+                  b.expected.data(), blen);
+      }
+      ASSERT_TRUE(input.agrees() && output.agrees() && past_outputs.agrees() && b.agrees() &&
+                  a.agrees())
+          << "trial " << trial << " blen " << blen << " alen " << alen << " len " << len;
+      // Inputs move as they are, NaNs with all their bits.
+      ASSERT_EQ(std::memcmp(past_inputs.actual, past_inputs.expected.data(),
+                            past_inputs.expected.size() * sizeof(float)),
+                0);
+    }
+  }
+}
+
+TEST(FloatFilter, WholeRecordAgrees) {
+  Random random(22);
+  auto filter = std::make_unique<Filterf_ID>(), expected = std::make_unique<Filterf_ID>();
+  for (int trial = 0; trial < 800; ++trial) {
+    const bool wild = random.one_in(10);
+    float_signal(random, filter->memL.meminput, 2512, wild);
+    double_states(random, filter->memL.memoutput, 2512);
+    random.taps(filter->b, 201, wild);
+    random.denominator(filter->a, 201, wild);
+    filter->blen = random.count(1, 201);
+    filter->alen = random.count(1, 201);
+    filter->filtertype = random.one_in(10) ? random.one_of({1, 2, 5, -2}) : random.in(-1, 0);
+    std::memcpy(expected.get(), filter.get(), sizeof *filter);
+    const int longest = 2513 - std::max(filter->blen, filter->filtertype ? 1 : filter->alen);
+    int len = random.count(0, longest);
+    for (int call = 0; call < 3; ++call) {
+      if (random.one_in(5)) {
+        MORVAX_FilterfReset_API(filter.get());
+        ref::reset(expected.get());
+      }
+      if (random.one_in(4)) len = random.count(0, longest);
+      const bool from_short = len <= 1056 && random.one_in(2);
+      ASSERT_TRUE(
+          from_short
+              ? (runs_alike<short, float>(
+                    random, len, len,
+                    [&](const short* in, float* out) {
+                      MORVAX_FilterfRun_API_shortin(filter.get(), in, len, out);
+                    },
+                    [&](const short* in, float* out) { ref::run(expected.get(), in, len, out); }))
+              : (runs_alike<float>(
+                    random, len, len,
+                    [&](const float* in, float* out) {
+                      MORVAX_FilterfRun_API(filter.get(), in, len, out);
+                    },
+                    [&](const float* in, float* out) { ref::run(expected.get(), in, len, out); })))
+          << "trial " << trial << " type " << filter->filtertype << " len " << len;
+      ASSERT_TRUE(same_record(filter.get(), expected.get())) << "trial " << trial;
+    }
+  }
+}
+
+TEST(FloatFilter, WorkedExamples) {
+  const double half[] = {0.5, 0.5}, one[] = {1.0}, any_first[] = {2.0, -0.5};
+  float history[4] = {}, block[] = {1, 1, 1};
+  MORVAX_Qfirf(block, block, 3, history, half, 2);
+  EXPECT_TRUE(block[0] == 0.5f && block[1] == 1.0f && block[2] == 1.0f);
+  float next[] = {3, 3, 3};
+  MORVAX_Qfirf(next, next, 3, history, half, 2);
+  EXPECT_TRUE(next[0] == 2.0f && next[1] == 3.0f && next[2] == 3.0f);
+  float zero[] = {-0.0f};
+  MORVAX_Qfirf(zero, zero, 1, history, one, 1);
+  EXPECT_FALSE(std::signbit(zero[0])) << "sums start from +0";
+
+  double past[5] = {};
+  float impulse[] = {1, 0, 0, 0};
+  MORVAX_Qiirf(impulse, impulse, 4, past, history, one, 1, any_first, 2);
+  EXPECT_TRUE(impulse[0] == 1.0f && impulse[1] == 0.5f && impulse[3] == 0.125f);
+  double cleared[3] = {};
+  float faint[] = {8e-7f, 0.0f};
+  MORVAX_Qiirf(faint, faint, 2, cleared, history, one, 1, any_first, 2);
+  EXPECT_TRUE(faint[0] == 8e-7f && faint[1] == 4e-7f) << "nothing is flushed inside a block";
+  MORVAX_Qiirf(faint, faint, 0, cleared, history, one, 1, any_first, 2);
+  EXPECT_EQ(cleared[0], 0.0) << "a call of length 0 flushes";
+}
+
+}  // namespace

@@ -1,0 +1,260 @@
+/* Filter_ID, its kernels, stoshort and the channel and section-table conversions. */
+#include <memory>
+
+#include "ChanelConvert.h"
+#include "OKA_Filter.h"
+#include "functions.h"
+#include "reference.h"
+#include "support.h"
+
+namespace {
+
+TEST(Stoshort, TruncatesAndSaturates) {
+  const struct {
+    float x;
+    short sample;
+  } cases[] = {{32766.9f, 32766},   {32767.0f, 32767},   {1e30f, 32767},   {INFINITY, 32767},
+               {-32768.9f, -32768}, {-32767.9f, -32767}, {-1e30f, -32768}, {-INFINITY, -32768},
+               {1.9f, 1},           {-1.9f, -1},         {-0.7f, 0},       {kNaN, 0},
+               {-kNaN, 0}};
+  for (const auto& c : cases) EXPECT_EQ(stoshort(c.x), c.sample) << c.x;
+}
+
+TEST(ChanelConvert, SplitsJoinsAndIgnoresOtherCounts) {
+  Random random(1);
+  for (int frames : {0, 1, 2, 7, 8, 33, 1056}) {
+    Twin<short> block(random, 2 * frames + 1), joined(random, 2 * frames);
+    Twin<short> left(random, frames), right(random, frames);
+    for (auto* twin : {&block, &joined, &left, &right})
+      twin->fill([&](short* x, int count) { random.signal(x, count); });
+    MORVAX_ChanelConvert(1, 1, frames, block.actual, block.actual, left.actual, right.actual);
+    EXPECT_TRUE(left.agrees() && right.agrees());
+    for (int i = 0; i < frames; ++i) {
+      left.expected[i] = block.expected[2 * i];
+      right.expected[i] = block.expected[2 * i + 1];
+    }
+    MORVAX_ChanelConvert(1, 2, 2 * frames + frames % 2, block.actual, nullptr, left.actual,
+                         right.actual);
+    EXPECT_TRUE(left.agrees() && right.agrees()) << frames;
+    MORVAX_ChanelConvert(2, 1, frames, left.actual, right.actual, joined.actual, nullptr);
+    EXPECT_EQ(std::memcmp(joined.actual, block.actual, 4 * frames), 0) << frames;
+  }
+}
+
+TEST(Kernels, Fir) {
+  Random random(2);
+  for (int trial = 0; trial < 500; ++trial) {
+    const int blen = random.count(1, 1250), len = random.count(0, 1100);
+    Twin<short> history(random, blen - 1 + len);
+    Twin<float> b(random, blen);
+    history.fill([&](short* x, int count) { random.signal(x, count); });
+    b.fill([&](float* x, int count) { random.taps(x, count, random.one_in(10)); });
+    for (int call = 0; call < 2; ++call)
+      ASSERT_TRUE(runs_alike(
+                      random, len, len,
+                      [&](const short* in, short* out) {
+                        JURNfir(out, in, len, history.actual, b.actual, blen);
+                      },
+                      [&](const short* in, short* out) {
+                        ref::fir(out, in, len, history.expected.data(), b.expected.data(), blen);
+                      }) &&
+                  history.agrees() && b.agrees())
+          << "trial " << trial << " blen " << blen << " len " << len;
+  }
+}
+
+TEST(Kernels, Iir) {
+  Random random(3);
+  for (int trial = 0; trial < 400; ++trial) {
+    const bool wild = random.one_in(10);
+    const int blen = random.count(1, 1250), alen = random.count(1, 1250);
+    const int len = random.count(0, 900);
+    Twin<short> past_inputs(random, blen - 1 + len);
+    Twin<float> past_outputs(random, alen - 1 + len), b(random, blen), a(random, alen);
+    past_inputs.fill([&](short* x, int count) { random.signal(x, count); });
+    past_outputs.fill(
+        [&](float* x, int count) { std::generate_n(x, count, [&] { return random.state(); }); });
+    b.fill([&](float* x, int count) { random.taps(x, count, wild); });
+    a.fill([&](float* x, int count) { random.denominator(x, count, wild); });
+    for (int call = 0; call < 2; ++call)
+      ASSERT_TRUE(runs_alike(
+                      random, len, len,
+                      [&](const short* in, short* out) {
+                        JURNiir(out, in, len, past_outputs.actual, past_inputs.actual, b.actual,
+                                blen, a.actual, alen);
+                      },
+                      [&](const short* in, short* out) {
+                        ref::iir(out, in, len, past_outputs.expected.data(),
+                                 past_inputs.expected.data(), b.expected.data(), blen,
+                                 a.expected.data(), alen);
+                      }) &&
+                  past_inputs.agrees() && past_outputs.agrees())
+          << "trial " << trial << " blen " << blen << " alen " << alen << " len " << len;
+  }
+}
+
+TEST(Kernels, Cascade) {
+  Random random(4);
+  for (int trial = 0; trial < 1500; ++trial) {
+    const int n = random.one_of({2, 2, 2, 2, 4, 4, 4, 3, 0});
+    const int ns = trial < 1450 ? random.in(0, 20) : random.count(21, 1250 / (n + 1));
+    const bool wild = random.one_in(10), faint = random.one_in(4);
+    Twin<float> b(random, ns * (n + 1)), a(random, ns * (n + 1));
+    Twin<float> px(random, ns * (n + 1)), py(random, ns * (n + 1));
+    random.sections(b.expected.data(), a.expected.data(), n, ns, wild);
+    b.fill([](float*, int) {});
+    a.fill([](float*, int) {});
+    const auto states = [&](float* x, int count) {
+      std::generate_n(x, count, [&] { return random.state(); });
+    };
+    px.fill(states);
+    py.fill(states);
+    for (int k = 0; k < ns; ++k) py.actual[k * (n + 1)] = py.expected[k * (n + 1)] = kNaN;
+    for (int call = 0; call < 2; ++call) {
+      const int len = random.count(0, 1056);
+      Twin<float> x(random, len);
+      x.fill([&](float* samples, int count) {
+        random.signal(samples, count);
+        if (faint) states(samples, count);
+      });
+      filterNOrNsSec(b.actual, a.actual, n, ns, x.actual, len, px.actual, py.actual);
+      ref::cascade(b.expected.data(), a.expected.data(), n, ns, x.expected.data(), len,
+                   px.expected.data(), py.expected.data());
+      ASSERT_TRUE(x.agrees() && px.agrees() && py.agrees() && b.agrees() && a.agrees())
+          << "trial " << trial << " n " << n << " ns " << ns << " len " << len;
+    }
+  }
+}
+
+TEST(Kernels, Average) {
+  Random random(5);
+  for (int trial = 0; trial < 500; ++trial) {
+    const int slots = random.count(1, random.one_in(10) ? 32767 : 700), len = random.count(0, 1500);
+    Twin<short> ring(random, slots);
+    ring.fill([&](short* x, int count) { random.signal(x, count); });
+    int sum = 0, memi = random.in(0, slots - 1), expected_memi = memi;
+    for (short sample : ring.expected) sum += sample;
+    int expected_sum = sum;
+    ASSERT_TRUE(runs_alike(
+                    random, len, len,
+                    [&](const short* in, short* out) {
+                      JURN_shuzhi2(out, in, len, ring.actual, slots, &sum, &memi);
+                    },
+                    [&](const short* in, short* out) {
+                      ref::average(out, in, len, ring.expected.data(), slots, &expected_sum,
+                                   &expected_memi);
+                    }) &&
+                ring.agrees() && sum == expected_sum && memi == expected_memi)
+        << "trial " << trial << " slots " << slots << " len " << len;
+  }
+}
+
+/* A record through configurations, set-ups, copies, resets and blocks of changing length, without
+ * a reset in between unless one is drawn. */
+TEST(Int16Filter, WholeRecordAgrees) {
+  Random random(6);
+  auto filter = std::make_unique<Filter_ID>(), expected = std::make_unique<Filter_ID>();
+  auto other = std::make_unique<Filter_ID>();
+  for (int trial = 0; trial < 1500; ++trial) {
+    fill_rubbish(random, filter.get());
+    const int longest = configure(random, filter.get(), 1250);
+    *expected = *filter;
+    if (random.one_in(20)) filter->chanel = expected->chanel = random.one_of({0, 3, -1});
+    if (random.one_in(20)) filter->filtertype = expected->filtertype = random.one_of({-2, 3, 99});
+    int inLen = random.count(0, longest);
+    for (int call = 0; call < 3; ++call) {
+      if (random.one_in(5)) {
+        MORVAX_FilterReset_API(filter.get());
+        ref::reset(expected.get());
+        ASSERT_TRUE(same_record(filter.get(), expected.get())) << "reset, trial " << trial;
+        if (filter->filtertype == 2 && filter->blen == 0) break;
+      }
+      if (random.one_in(4)) inLen = random.count(0, longest);
+      ASSERT_TRUE(
+          runs_alike(
+              random, inLen, inLen,
+              [&](const short* in, short* out) {
+                MORVAX_FilterRun_API(filter.get(), in, inLen, out);
+              },
+              [&](const short* in, short* out) { ref::run(expected.get(), in, inLen, out); }) &&
+          same_record(filter.get(), expected.get()))
+          << "trial " << trial << " chanel " << filter->chanel << " type " << filter->filtertype
+          << " blen " << filter->blen << " inLen " << inLen;
+    }
+    if (random.one_in(3)) {
+      const int type = random.in(-2, 2);
+      const int order = random.count(type < 1 ? -2 : 0, type < 1 ? 1249 : 832);
+      const int entries = std::max(0, type < 1 ? order + 1 : (order + 1) / 2 * 3);
+      Twin<float> num(random, entries), den(random, entries);
+      num.fill([&](float* x, int count) { random.taps(x, count); });
+      den.fill([&](float* x, int count) { random.taps(x, count); });
+      MORVAX_FilterCalcu_API_FromMatlabTable(filter.get(), num.actual, den.actual, order, type);
+      ref::set_up(expected.get(), num.expected.data(), den.expected.data(), order, type);
+      ASSERT_TRUE(same_record(filter.get(), expected.get())) << order << ' ' << type;
+    }
+    if (random.one_in(3)) {
+      fill_rubbish(random, other.get());
+      other->blen = random.in(-1, 1250);
+      other->alen = random.in(-1, 1250);
+      MORVAX_Filter_abCopy_API(filter.get(), other.get());
+      ref::copy(expected.get(), other.get());
+      MORVAX_Filter_abCopy_API(filter.get(), filter.get());
+      ASSERT_TRUE(same_record(filter.get(), expected.get())) << "copy";
+    }
+  }
+}
+
+/* Results worked out by hand, which the reference has to meet as well. */
+TEST(Int16Filter, WorkedExamples) {
+  const struct {
+    const char* name;
+    int type, chanel, blen;
+    std::vector<float> b, a;
+    std::vector<short> input, output;
+  } cases[] = {
+      {"fir", -1, 1, 2, {0.5f, 0.5f}, {1.0f}, {100, 100, 100}, {50, 100, 100}},
+      {"stereo", 0, 2, 2, {0.5f, 0.5f}, {1.0f, 0.0f}, {100, -100, 100, -100}, {50, -50, 100, -100}},
+      {"odd", -1, 2, 1, {1.0f}, {1.0f}, {1, 2, 3, 4, 5}, {1, 2, 3, 4, 77}},
+      {"gain", -1, 1, 1, {2.0f}, {1.0f}, {20000, -20000, 3}, {32767, -32768, 6}},
+      {"half", -1, 1, 1, {0.5f}, {1.0f}, {3, -3}, {1, -1}},
+      {"iir", 0, 1, 1, {1.0f}, {1.0f, -0.5f}, {100, 0, 0, 0}, {100, 50, 25, 12}},
+      {"cascade", 1, 1, 0, {0.5f, 0.5f, 0}, {1, -0.5f, 0}, {1000, 0, 0, 0}, {500, 750, 375, 187}},
+      {"order 3", 1, 1, 3, {1, 1, 1, 1}, {1, 1, 1, 1}, {5, -5}, {5, -5}},
+      {"average", 2, 1, 4, {}, {}, {4, 4, 4, 4, 4}, {1, 2, 3, 4, 4}},
+      {"stereo average", 2, 2, 4, {}, {}, {4, 4, 4, 4}, {77, 77, 77, 77}}};
+  for (const auto& c : cases) {
+    auto filter = std::make_unique<Filter_ID>();
+    filter->chanel = c.chanel;
+    filter->filtertype = c.type;
+    filter->blen = c.blen;
+    filter->alen = static_cast<int>(c.a.size());
+    filter->n = c.a.size() == 4 ? 3 : 2;
+    filter->ns = 1;
+    std::copy(c.b.begin(), c.b.end(), filter->b);
+    std::copy(c.a.begin(), c.a.end(), filter->a);
+    MORVAX_FilterReset_API(filter.get());
+    std::vector<short> output(c.input.size(), 77);
+    MORVAX_FilterRun_API(filter.get(), c.input.data(), static_cast<int>(output.size()),
+                         output.data());
+    EXPECT_EQ(output, c.output) << c.name;
+  }
+}
+
+TEST(Int16Filter, FlushesBelowTheDoubleThreshold) {
+  const struct {
+    float x, y;
+  } cases[] = {
+      {kFlushed, 0.0f}, {-kFlushed, 0.0f}, {kKept, kKept}, {-kKept, -kKept}, {-0.0f, 0.0f}};
+  const float one[] = {1.0f, 0.0f, 0.0f}, delay[] = {1.0f, 0.0f};
+  for (const auto& c : cases) {
+    float x = c.x, px[3] = {}, py[3] = {};
+    filterNOrNsSec(one, one, 2, 1, &x, 1, px, py);
+    EXPECT_EQ(std::memcmp(&x, &c.y, sizeof x), 0) << c.x;
+    float past[] = {5.0f, c.x};
+    short silence = 0, history = 0;
+    JURNiir(&silence, &silence, 1, past, &history, one, 1, delay, 2);
+    EXPECT_EQ(std::memcmp(past, &c.y, sizeof x), 0) << c.x;
+  }
+}
+
+}  // namespace
