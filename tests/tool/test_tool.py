@@ -13,6 +13,10 @@ from scipy.io import wavfile
 TOOL = os.environ["JURN_FILTER"]
 SPEECH = "/usr/share/sounds/alsa/Front_Center.wav"
 MUSIC = "/usr/share/sonic-pi/samples/loop_safari.flac"
+RESPONSES = "/usr/share/jconvolver/config-files/"
+BAND = RESPONSES + "octave-band/oct-48-1k.wav"  # 1 channel, 8192 taps
+STREET = [RESPONSES + "demo-reverbs/street2-" + side + ".wav" for side in "LR"]  # 18650 taps each
+CROSSTALK = [RESPONSES + "xtalk-cancel/EYCv2" + side + "44.wav" for side in "LR"]  # 2 channels each
 
 
 def read(path):
@@ -55,9 +59,10 @@ class ToolTest(unittest.TestCase):
         self.run_tool(command, source, output, *arguments)
         return read(output)[1].astype(int)
 
-    def assert_near(self, result, expected, most=1):
-        self.assertEqual(result.shape, expected.shape)
-        self.assertLessEqual(np.abs(result - expected).max(), most)
+    def assert_near(self, result, expected, context="", filters=1):
+        """Within one least significant bit for each of the filters that are summed."""
+        self.assertEqual(result.shape, expected.shape, context)
+        self.assertLessEqual(np.abs(result - expected).max(), filters, context)
 
     def assert_fails(self, arguments, *words, code=3):
         """One line that holds all the words, the exit code, and nothing left behind."""
@@ -159,6 +164,169 @@ class FilterTest(ToolTest):
         self.run_tool("fir", MUSIC, "link.flac", "-c", "one.txt")
         self.assertTrue(os.path.islink("link.flac") and os.path.islink("out.flac"))
         np.testing.assert_array_equal(read("behind.flac")[1], x)
+
+
+def response(*paths):
+    """Channels x taps of one or several response files, full scale 1."""
+    channels = []
+    for path in paths:
+        samples = read(path)[1]
+        channels.append(samples.T / (32768 if samples.dtype == np.int16 else 1))
+    return np.concatenate(channels)
+
+
+def convolved(x, h, matrix):
+    """Sums of input channel i through taps k into output channel o, for (i, k, o) of matrix."""
+    y = np.zeros((len(x) + h.shape[1] - 1, max(o for _, _, o in matrix) + 1))
+    for i, k, o in matrix:
+        y[:, o] += signal.fftconvolve(x[:, i].astype(float), h[k])
+    return y
+
+
+def ir_arguments(paths):
+    return [part for path in paths for part in ("--ir", path)]
+
+
+class ConvolveTest(ToolTest):
+    STRAIGHT, CROSSED = [(0, 0, 0), (1, 1, 1)], [(1, 0, 0), (0, 1, 1)]
+    TO_STEREO = [(0, 0, 0), (0, 1, 1)]
+    FOUR = [(0, 0, 0), (0, 1, 1), (1, 2, 0), (1, 3, 1)]
+
+    def test_every_route_agrees_with_scipy(self):
+        x_mono, x_stereo = read(SPEECH)[1], read(MUSIC)[1]
+        for x, source, paths, options, matrix in (
+                (x_mono, SPEECH, [BAND], [], [(0, 0, 0)]),
+                (x_mono, SPEECH, [BAND], ["--route", "mono-to-stereo"], [(0, 0, 0), (0, 0, 1)]),
+                (x_mono, SPEECH, CROSSTALK[:1], ["--resample"], self.TO_STEREO),
+                (x_stereo, MUSIC, CROSSTALK[:1], [], self.STRAIGHT),
+                (x_stereo, MUSIC, CROSSTALK[:1], ["--route", "crossed"], self.CROSSED),
+                (x_stereo, MUSIC, CROSSTALK[:1], ["--route", "left-only"], self.TO_STEREO),
+                (x_stereo, MUSIC, CROSSTALK, [], self.FOUR),
+                (x_stereo, MUSIC, [BAND], ["--resample"], [(0, 0, 0), (1, 0, 1)])):
+            h = response(*paths)
+            if "--resample" in options:  # of a response at the wrong rate, put it on the right one
+                rate = read(source)[0]
+                wavfile.write("same.wav", rate, h.T.astype(np.float32))
+                paths, options = ["same.wav"], []
+            expected = to_int16(convolved(x, h, matrix))
+            for domain in ([], ["--time-domain"], ["--block", 100], ["--no-tail"]):
+                arguments = ir_arguments(paths) + options + domain
+                result = self.run_filter("convolve", *arguments, source=source)
+                frames = len(x) if "--no-tail" in domain else len(expected)
+                self.assert_near(result, expected[:frames], (source, arguments),
+                                 filters=2 if matrix is self.FOUR else 1)
+
+    def test_latency_and_long_rooms(self):
+        x, h = read(SPEECH)[1], response(*STREET)
+        result = self.run_filter("convolve", *ir_arguments(STREET), "--time-domain", "--gain", -12)
+        self.assert_near(result, to_int16(convolved(x, h, self.TO_STEREO) * 10 ** (-12 / 20)))
+        late = self.run_filter("convolve", *ir_arguments(STREET), "--truncate", 5000,
+                               "--raw-latency", "--gain", -12)
+        hop = 16384 - 5000 + 1
+        expected = to_int16(convolved(x, h[:, :5000], self.TO_STEREO) * 10 ** (-12 / 20))
+        self.assertFalse(late[:hop].any())
+        self.assert_near(late[hop:], expected)
+        report = self.run_tool("convolve", SPEECH, "out.wav", *ir_arguments(STREET),
+                               "--time-domain", "--gain", "6")
+        gain = float(re.search(r"gain of (-[\d.]+) dB", report).group(1))
+        report = self.run_tool("convolve", SPEECH, "out.wav", *ir_arguments(STREET),
+                               "--time-domain", "--gain", gain)
+        self.assertRegex(report, r"peak +32[3-7]\d\d,.*\n +clipped +0 samples")
+
+    def test_gain_of_normalised_and_resampled_responses(self):
+        click = np.zeros((4096, 2), np.int16)
+        click[0] = 16384
+        wavfile.write("click.wav", 44100, click)
+        wavfile.write("click48.wav", 48000, click)
+
+        def gains(source, *arguments):
+            y = self.run_filter("convolve", *arguments, source=source) / 16384
+            return np.abs(np.fft.rfft(y[:, 0], 96000))
+        self.assertAlmostEqual(gains("click48.wav", "--ir", BAND, "--normalise").max(), 1, 2)
+        both = gains("click.wav", *ir_arguments(CROSSTALK), "--normalise").max()
+        self.assertTrue(0.9 < both <= 1.001, both)
+        before = gains("click48.wav", "--ir", BAND)[[1000, 2000, 3000]]
+        after = gains("click.wav", "--ir", BAND, "--resample")
+        after = after[np.round(np.array([1000, 2000, 3000]) * 48000 / 44100).astype(int)]
+        np.testing.assert_allclose(after, before, atol=0.02)
+
+    def test_fades(self):
+        n = np.arange(3 * 8000)
+        tone = np.round(10000 * np.sin(2 * np.pi * 200 * n / 8000)).astype(np.int16)
+        wavfile.write("mono.wav", 8000, tone)
+        wavfile.write("stereo.wav", 8000, np.stack([tone, tone // 2], 1))
+        for name, channels, gain in (("a1", 1, 1), ("b1", 1, -0.5), ("a2", 2, 1), ("b2", 2, -0.5),
+                                     ("a4", 4, 1), ("b4", 4, -0.5)):
+            h = np.zeros((300 if gain > 0 else 260, channels), np.float32)
+            h[7] = gain
+            wavfile.write(name + ".wav", 8000, h)
+        for source, kind, route in (
+                ("mono.wav", 1, "straight"), ("mono.wav", 2, "mono-to-stereo"),
+                ("stereo.wav", 1, "straight"), ("stereo.wav", 2, "crossed"),
+                ("stereo.wav", 2, "left-only"), ("stereo.wav", 4, None)):
+            for domain in ([], ["--time-domain"]):
+                options = domain + (["--route", route] if route else [])
+                y_a, y_b = (self.run_filter("convolve", "--ir", f"{name}{kind}.wav", *options,
+                                            "--no-tail", source=source) for name in "ab")
+                y = self.run_filter("convolve", "--ir", f"a{kind}.wav", *options, "--no-tail",
+                                    "--fade-to", f"b{kind}.wav", "--at", 1, "--fade-to",
+                                    f"a{kind}.wav", "--at", 2, source=source)
+                # One block of 1024 frames, or one hop of 725, holds the whole change.
+                for begin, end, steady in ((0, 6900, y_a), (9100, 14900, y_b), (17100, None, y_a)):
+                    self.assert_near(y[begin:end], steady[begin:end],
+                                     (source, options, begin), filters=2 if kind == 4 else 1)
+                step = np.abs(np.diff(y, axis=0)).max()
+                # The ramp; of the FFT's, the transform's first 299 of 1023 steps are not heard.
+                fade = 1.5 / 724 if domain else 299 / 1023 + 1.5 / 724
+                fade *= np.abs(y_a - y_b).max()
+                self.assertLessEqual(step, np.abs(np.diff(y_a, axis=0)).max() + fade, options)
+
+    def test_binaural(self):
+        ahead = self.run_filter("binaural")
+        np.testing.assert_array_equal(ahead[:, 0], ahead[:, 1])
+        left = self.run_filter("binaural", "--azimuth", 80, "--elevation", 20)
+        right = self.run_filter("binaural", "--azimuth", -80, "--elevation", 20)
+        self.assert_near(left, right[:, ::-1])
+        energy = (left.astype(float) ** 2).sum(axis=0)
+        self.assertGreater(energy[0], 4 * energy[1])
+        # Two turns: the louder ear changes with the half turns, and no block starts with a click.
+        n = np.arange(48000)
+        tone = np.round(8000 * np.sin(2 * np.pi * 500 * n / 48000)).astype(np.int16)
+        wavfile.write("tone.wav", 48000, tone)
+        orbit = self.run_filter("binaural", "--orbit", 0.5, "--no-tail", source="tone.wav")
+        for start, louder in ((4000, 0), (16000, 1), (28000, 0), (40000, 1)):
+            energy = (orbit[start:start + 4000].astype(float) ** 2).sum(axis=0)
+            self.assertGreater(energy[louder], 2 * energy[1 - louder], start)
+        bend = np.abs(np.diff(orbit[1000:], n=2, axis=0)).max()
+        self.assertLess(bend, 1.2 * np.abs(orbit).max() * (2 * np.pi * 500 / 48000) ** 2 + 4)
+
+    def test_bad_input(self):
+        wavfile.write("three.wav", 48000, np.ones((9, 3), np.int16))
+        wavfile.write("nan.wav", 48000, np.full(9, np.nan, np.float32))
+        wavfile.write("zero.wav", 48000, np.zeros(9, np.int16))
+        wavfile.write("four.wav", 48000, np.ones((9, 4), np.int16))
+        wavfile.write("two.wav", 48000, np.ones((9, 2), np.int16))
+        for arguments, code, *words in (
+                ([], 2, "--ir"), (["--ir", "missing.wav"], 3, "missing.wav"),
+                (["--ir", CROSSTALK[0]], 3, "EYCv2L44", "44100", "48000", "--resample"),
+                (["--ir", STREET[0]], 3, "street2-L", "18650", "8192", "32767", "--truncate"),
+                (["--ir", STREET[0], "--truncate", 8193], 2, "8193", "8192"),
+                (["--ir", "three.wav"], 3, "three.wav", "3 channels"),
+                (["--ir", "nan.wav"], 3, "nan.wav", "finite"),
+                (["--ir", "zero.wav", "--normalise"], 3, "zero.wav", "silent"),
+                (["--ir", "four.wav"], 2, "stereo"),
+                (["--ir", "two.wav", "--route", "crossed"], 2, "stereo"),
+                (["--ir", "two.wav", "--route", "straight"], 2, "mono"),
+                (["--ir", BAND, "--route", "sideways"], 2, "sideways"),
+                (["--ir", BAND, "--fade-to", BAND], 2, "--at"),
+                (["--ir", BAND, "--fade-to", "two.wav", "--at", 1], 2, "two.wav"),
+                (["--ir", BAND, "--fade-to", BAND, "--at", 9], 2, "9", "1.428")):
+            self.assert_fails(["convolve", SPEECH, "out.wav", *arguments], *words, code=code)
+        self.assert_fails(["convolve", SPEECH, "two.wav", "--ir", "two.wav"], "two.wav", code=2)
+        for arguments, *words in ((["--sofa", "two.wav"], "two.wav", "SOFA"),
+                                  (["--sofa", "missing.sofa"], "missing.sofa", "no such file")):
+            self.assert_fails(["binaural", SPEECH, "out.wav", *arguments], *words)
+        self.assert_fails(["binaural", MUSIC, "out.wav"], MUSIC, "mono")
 
 
 class BadInputTest(ToolTest):

@@ -29,7 +29,7 @@ class AudioReader {
 
   int channels() const { return info_.channels; }
   int rate() const { return info_.samplerate; }
-  const std::string& path() const { return path_; }
+  std::int64_t frames() const { return info_.frames; }
 
   /** Reads up to `frames` interleaved frames; fewer only at the end, where it returns 0. */
   std::size_t read(float* out, std::size_t frames);

@@ -2,13 +2,17 @@
 // jobs.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <map>
 #include <string>
 
+#include "binaural.h"
 #include "coefficients.h"
+#include "convolve.h"
 #include "errors.h"
 #include "run.h"
+#include "spectrum.h"
 #include "stages.h"
 
 namespace {
@@ -18,9 +22,27 @@ using namespace tool;
 struct Options {
   Job job;
   int block = 1024;
+  bool normalise = false;
+  // fir, iir, sos, average
   std::string coefficients, numerator, denominator;
   int length = 0;
+  // convolve
+  std::vector<std::string> responses, fade_to;
+  std::vector<double> fade_at;
+  ResponseOptions response;
+  Route route = Route::kAutomatic;
+  bool time_domain = false;
+  bool no_tail = false;
+  // binaural
+  std::string sofa = JURN_DEFAULT_SOFA;
+  double azimuth = 0.0, elevation = 0.0, orbit = 0.0;
 };
+
+Chain chain_of(std::unique_ptr<Stage> stage) {
+  Chain chain;
+  chain.push_back(std::move(stage));
+  return chain;
+}
 
 /** What every subcommand that writes a recording takes. */
 CLI::App* add_command(CLI::App* app, Options* o, const char* name, const char* description,
@@ -32,15 +54,28 @@ CLI::App* add_command(CLI::App* app, Options* o, const char* name, const char* d
       ->required();
   command
       ->add_option("--block", o->block,
-                   "Frames per call of the library; changes no sample of the result")
+                   "Frames per call of the library; changes no sample of a fixed filter's result")
       ->check(CLI::Range(1, kMaxBlock))
       ->capture_default_str();
   command->footer(std::string("Example:\n  jurn-filter ") + example);
   return command;
 }
 
-void add_coefficients(CLI::App* command, Options* o, const char* description) {
-  command->add_option("-c,--coefficients", o->coefficients, description);
+void add_gain(CLI::App* command, Options* o) {
+  command->add_option("--gain", o->job.gain_db, "Gain of the filter in dB")
+      ->check(CLI::Range(-200.0, 200.0));
+}
+
+/** What the subcommands that filter with coefficients of a file take. */
+CLI::Option* add_coefficients(CLI::App* command, Options* o, const char* description) {
+  add_gain(command, o);
+  command->add_flag("--normalise", o->normalise, "Scale the filter's largest gain to 0 dB");
+  return command->add_option("-c,--coefficients", o->coefficients, description);
+}
+
+void add_tail(CLI::App* command, Options* o) {
+  command->add_flag("--no-tail", o->no_tail,
+                    "End with the recording, not when the filter has rung out");
 }
 
 FilterDesign read_iir_design(const Options& o) {
@@ -53,30 +88,175 @@ FilterDesign read_iir_design(const Options& o) {
 /** A job that runs one design. */
 void set_filter(Options* o, FilterDesign design) {
   o->job.also_read = {o->coefficients, o->numerator, o->denominator};
-  const int block = o->block;
-  o->job.make_chain = [design = std::move(design), block](int channels, int, double gain) {
+  if (o->normalise) scale(&design, 1.0 / peak_gain(design));
+  o->job.make_chain = [design = std::move(design), block = o->block](const AudioReader& recording,
+                                                                     double gain) {
     FilterDesign scaled = design;
     scale(&scaled, gain);
-    Chain chain;
-    chain.push_back(make_filter(scaled, channels, block));
-    return chain;
+    return chain_of(make_filter(scaled, recording.channels(), block));
   };
 }
 
 void set_average(Options* o) {
-  const int block = o->block, length = o->length;
-  o->job.make_chain = [=](int channels, int, double) {
-    Chain chain;
-    chain.push_back(make_average(length, channels, block));
-    return chain;
+  o->job.make_chain = [length = o->length, block = o->block](const AudioReader& recording, double) {
+    return chain_of(make_average(length, recording.channels(), block));
   };
+}
+
+/** Reads the responses of a job that fades; all become as long as the longest. */
+std::vector<ImpulseResponse> read_responses(const Options& o, int rate, double gain) {
+  std::vector<ImpulseResponse> responses{read_response(o.responses, rate, o.response)};
+  const std::size_t files = o.responses.size();
+  for (std::size_t i = 0; i < o.fade_to.size(); i += files) {
+    responses.push_back(read_response({o.fade_to.begin() + static_cast<std::ptrdiff_t>(i),
+                                       o.fade_to.begin() + static_cast<std::ptrdiff_t>(i + files)},
+                                      rate, o.response));
+    if (responses.back().size() != responses[0].size())
+      throw Error(kUsageError, o.fade_to[i] + ": has other channels than the response of --ir");
+  }
+  std::size_t longest = 0;
+  for (const ImpulseResponse& r : responses) longest = std::max(longest, r[0].size());
+  for (ImpulseResponse& r : responses) {
+    for (std::vector<double>& taps : r) taps.resize(longest);
+    scale(&r, gain);
+  }
+  return responses;
+}
+
+Chain convolve_chain(const Options& o, const AudioReader& recording, double gain) {
+  std::vector<ImpulseResponse> responses = read_responses(o, recording.rate(), gain);
+  Convolution c;
+  c.response = responses[0];
+  c.route = o.route;
+  c.time_domain = o.time_domain;
+  if (!o.fade_at.empty()) {
+    const double end = static_cast<double>(recording.frames()) / recording.rate();
+    if (o.fade_at.back() >= end)
+      throw Error(kUsageError, "--at " + CLI::detail::to_string(o.fade_at.back()) +
+                                   ": the recording ends after " + CLI::detail::to_string(end) +
+                                   " seconds");
+    c.change = [responses = std::move(responses), at = o.fade_at, rate = recording.rate(),
+                next = std::size_t{0}](std::int64_t first, int frames) mutable {
+      const bool due = next < at.size() && at[next] * rate < static_cast<double>(first + frames);
+      return due ? &responses[++next] : nullptr;
+    };
+  }
+  return chain_of(make_convolver(c, recording.channels(), o.block));
+}
+
+void set_convolve(Options* o) {
+  if (o->fade_to.size() != o->fade_at.size() * o->responses.size())
+    throw Error(kUsageError, "each --at takes as many --fade-to as there are --ir");
+  if (!std::is_sorted(o->fade_at.begin(), o->fade_at.end()))
+    throw Error(kUsageError, "the times of --at have to rise");
+  o->response.normalise = o->normalise;
+  o->response.max_taps = o->time_domain ? kMaxTimeDomainTaps : kMaxFftTaps;
+  o->response.limit = "the FFT takes " + std::to_string(kMaxFftTaps) + ", --time-domain " +
+                      std::to_string(kMaxTimeDomainTaps);
+  if (o->response.truncate > o->response.max_taps)
+    throw Error(kUsageError,
+                "--truncate " + std::to_string(o->response.truncate) + ": " + o->response.limit);
+  o->job.also_read = o->responses;
+  o->job.also_read.insert(o->job.also_read.end(), o->fade_to.begin(), o->fade_to.end());
+  o->job.keep_tail = !o->no_tail;
+  o->job.make_chain = [o](const AudioReader& recording, double gain) {
+    return convolve_chain(*o, recording, gain);
+  };
+}
+
+Chain binaural_chain(const Options& o, const AudioReader& recording, double gain) {
+  if (recording.channels() != 1)
+    throw Error(kInputError, o.job.input + ": has 2 channels; binaural places a mono recording");
+  const auto set = std::make_shared<HrtfSet>(o.sofa, recording.rate());
+  const auto at = [set, gain, elevation = o.elevation](double azimuth) {
+    ImpulseResponse response = set->at(azimuth, elevation);
+    scale(&response, gain);
+    return response;
+  };
+  Convolution c;
+  c.response = at(o.azimuth);
+  if (c.response[0].size() > kMaxTimeDomainTaps)
+    throw Error(kInputError, o.sofa + ": has responses of " + std::to_string(c.response[0].size()) +
+                                 " taps; the limit is " + std::to_string(kMaxTimeDomainTaps));
+  c.time_domain = true;  // these kinds fade within exactly one call, so the source moves steadily
+  if (o.orbit != 0.0)
+    c.change = [=, start = o.azimuth, rate = recording.rate(), seconds = o.orbit,
+                response = ImpulseResponse()](std::int64_t first, int frames) mutable {
+      const double turns = static_cast<double>(first + frames) / rate / seconds;
+      response = at(start + 360.0 * (turns - std::floor(turns)));
+      return &response;
+    };
+  return chain_of(make_convolver(c, 1, o.block));
+}
+
+void set_binaural(Options* o) {
+  if (o->sofa.empty())
+    throw Error(kUsageError, "no set of responses is installed; name one by --sofa");
+  o->job.also_read = {o->sofa};
+  o->job.keep_tail = !o->no_tail;
+  o->job.make_chain = [o](const AudioReader& recording, double gain) {
+    return binaural_chain(*o, recording, gain);
+  };
+}
+
+void add_convolve(CLI::App* app, Options* o) {
+  CLI::App* convolve = add_command(app, o, "convolve", "Convolves with an impulse response",
+                                   "convolve music.flac hall.wav --ir room.wav --truncate 8192");
+  const auto several = [&](const char* name, auto* values, const char* description) {
+    return convolve->add_option(name, *values, description)->allow_extra_args(false);
+  };
+  several("--ir", &o->responses,
+          "Response of 1, 2 or 4 channels (left to left, left to right, right to left, right to "
+          "right); given several times, the files' channels follow one another")
+      ->required();
+  const std::map<std::string, Route> routes = {{"straight", Route::kStraight},
+                                               {"crossed", Route::kCrossed},
+                                               {"left-only", Route::kLeftOnly},
+                                               {"mono-to-stereo", Route::kMonoToStereo}};
+  convolve
+      ->add_option("--route", o->route,
+                   "Which input goes through which taps: straight, crossed, left-only or "
+                   "mono-to-stereo; the default follows the channels")
+      ->transform(CLI::CheckedTransformer(routes).description(""))
+      ->type_name("NAME");
+  convolve->add_flag("--time-domain", o->time_domain,
+                     "Block-synchronous and without latency, up to 32767 taps");
+  several("--fade-to", &o->fade_to, "Response to fade to while the audio runs");
+  several("--at", &o->fade_at,
+          "Second at which it fades, within one block; with the FFT within one transform")
+      ->check(CLI::NonNegativeNumber);
+  convolve->add_flag("--raw-latency", o->job.keep_latency, "Keep the FFT's latency in the result");
+  add_tail(convolve, o);
+  convolve->add_flag("--resample", o->response.resample,
+                     "Convert a response at another rate than the recording's");
+  convolve->add_option("--truncate", o->response.truncate, "Taps of the response to keep")
+      ->check(CLI::Range(1, kMaxTimeDomainTaps));
+  convolve->add_flag("--normalise", o->normalise, "Scale the response's largest gain to 0 dB");
+  add_gain(convolve, o);
+  convolve->final_callback([o] { set_convolve(o); });
+}
+
+void add_binaural(CLI::App* app, Options* o) {
+  CLI::App* binaural =
+      add_command(app, o, "binaural", "Places a mono recording around the listener",
+                  "binaural speech.wav around.wav --orbit 4");
+  binaural->add_option("--azimuth", o->azimuth, "Degrees: 0 in front, 90 to the left");
+  binaural->add_option("--elevation", o->elevation, "Degrees: 90 above, -90 below")
+      ->check(CLI::Range(-90.0, 90.0));
+  binaural->add_option("--orbit", o->orbit,
+                       "Seconds per turn to the left, from --azimuth on; negative: to the right");
+  binaural->add_option("--sofa", o->sofa, "Set of head-related impulse responses")
+      ->capture_default_str();
+  add_gain(binaural, o);
+  add_tail(binaural, o);
+  binaural->final_callback([o] { set_binaural(o); });
 }
 
 void add_commands(CLI::App* app, Options* o) {
   CLI::App* fir = add_command(app, o, "fir", "Filters with taps of a text file",
                               "fir speech.wav out.wav --coefficients taps.txt");
-  add_coefficients(fir, o, "Taps: numbers separated by white space or commas, # comments");
-  fir->get_option("--coefficients")->required();
+  add_coefficients(fir, o, "Taps: numbers separated by white space or commas, # comments")
+      ->required();
   fir->final_callback([o] { set_filter(o, read_fir(o->coefficients, fir_limit())); });
 
   CLI::App* iir = add_command(app, o, "iir", "Filters with a direct-form IIR",
@@ -88,8 +268,7 @@ void add_commands(CLI::App* app, Options* o) {
 
   CLI::App* sos = add_command(app, o, "sos", "Filters with a cascade of second-order sections",
                               "sos music.flac out.flac --coefficients sections.txt");
-  add_coefficients(sos, o, "One section per line: b0 b1 b2 a0 a1 a2, with a0 = 1");
-  sos->get_option("--coefficients")->required();
+  add_coefficients(sos, o, "One section per line: b0 b1 b2 a0 a1 a2, with a0 = 1")->required();
   sos->final_callback([o] { set_filter(o, read_sections(o->coefficients, section_limit())); });
 
   CLI::App* average = add_command(app, o, "average", "Replaces each sample by a moving average",
@@ -98,6 +277,9 @@ void add_commands(CLI::App* app, Options* o) {
       ->required()
       ->check(CLI::Range(1, kMaxAverage));
   average->final_callback([o] { set_average(o); });
+
+  add_convolve(app, o);
+  add_binaural(app, o);
 }
 
 /** Every failure is one line. */
@@ -110,7 +292,8 @@ int report(int code, std::string message) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Filters recordings: FIR, IIR, sections, moving average.", "jurn-filter");
+  CLI::App app("Filters recordings: FIR, IIR, sections, moving average, long impulse responses.",
+               "jurn-filter");
   app.require_subcommand(1);
   Options options;
   add_commands(&app, &options);

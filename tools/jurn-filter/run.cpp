@@ -76,18 +76,24 @@ void stream(const Job& job, AudioReader* reader, const Chain& chain, AudioWriter
   summary->not_finite = reader->not_finite();
 }
 
-/** Measures how far the unlimited result would exceed full scale, by running the job again at a
- * gain so low that nothing clips. Returns the change in dB that makes it fit, 0 when none does. */
-double find_headroom(const Job& job) {
+double linear(double db) {
+  return std::pow(10.0, db / 20.0);
+}
+
+/** Finds the gain at which nothing clips, from another run of the job at a gain so low that the
+ * result shows its true peak. */
+void find_fitting_gain(const Job& job, Summary* summary) {
   for (double gain = 1.0 / 64.0; gain > 1e-9; gain /= 64.0) {
     AudioReader reader(job.input, 2);
     Summary quiet;
-    stream(job, &reader, job.make_chain(reader.channels(), reader.rate(), gain), nullptr, &quiet);
+    stream(job, &reader, job.make_chain(reader, gain * linear(job.gain_db)), nullptr, &quiet);
     if (quiet.clipped || quiet.peak >= 32767.0) continue;
     const double peak = (quiet.peak + 1.0) / gain;  // samples were truncated
-    return std::floor(std::min(20.0 * std::log10(32767.0 / peak), 0.0) * 10.0) / 10.0;
+    const double change = 20.0 * std::log10(32767.0 / peak);
+    summary->too_loud = change < 0.0;
+    summary->fitting_gain_db = std::floor((job.gain_db + change) * 10.0) / 10.0;
+    return;
   }
-  return 0.0;
 }
 
 }  // namespace
@@ -97,7 +103,7 @@ Summary run(const Job& job) {
   std::vector<std::string> inputs = job.also_read;
   inputs.push_back(job.input);
   refuse_overwrite(job.output, inputs);
-  Chain chain = job.make_chain(reader.channels(), reader.rate(), 1.0);
+  Chain chain = job.make_chain(reader, linear(job.gain_db));
 
   Summary summary;
   summary.output = job.output;
@@ -108,7 +114,7 @@ Summary run(const Job& job) {
   stream(job, &reader, chain, &writer, &summary);
   summary.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   writer.commit();
-  if (summary.clipped) summary.headroom = find_headroom(job);
+  if (summary.clipped) find_fitting_gain(job, &summary);
   return summary;
 }
 
@@ -122,7 +128,7 @@ void print(const Summary& s) {
   else
     std::printf("  peak     0, silence\n");
   std::printf("  clipped  %lld samples", static_cast<long long>(s.clipped));
-  if (s.headroom < 0.0) std::printf("; a gain of %.1f dB would avoid it", s.headroom);
+  if (s.too_loud) std::printf("; a gain of %.1f dB would avoid it", s.fitting_gain_db);
   std::printf("\n");
   if (s.input_clipped)
     std::printf("  input    %lld samples beyond full scale were limited\n",

@@ -21,8 +21,9 @@ struct Job {
   SampleFormat format = SampleFormat::kInt16;
   bool keep_latency = false;
   bool keep_tail = false;
+  double gain_db = 0.0;
   /** Builds the stages for a recording; `gain` multiplies the first one's. */
-  std::function<Chain(int channels, int rate, double gain)> make_chain;
+  std::function<Chain(const AudioReader& recording, double gain)> make_chain;
 };
 
 struct Summary {
@@ -35,7 +36,8 @@ struct Summary {
   std::int64_t input_clipped = 0;
   std::int64_t not_finite = 0;
   double seconds = 0.0;   // that the run took
-  double headroom = 0.0;  // the gain change in dB that would avoid the clipping, 0 without any
+  bool too_loud = false;  // the result clips, and another gain would avoid it:
+  double fitting_gain_db = 0.0;
 };
 
 /** Runs the job in constant memory. An error, or an interruption, leaves no output behind. */

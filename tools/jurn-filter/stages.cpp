@@ -49,7 +49,7 @@ class FilterStage : public Int16Stage {
 class AverageStage : public Int16Stage {
  public:
   AverageStage(int length, int channels, int block)
-      : Int16Stage(channels, channels, block), filters_(static_cast<std::size_t>(channels)) {
+      : Int16Stage(channels, channels, block, false), filters_(static_cast<std::size_t>(channels)) {
     for (Filter_ID& filter : filters_) {
       filter.blen = length;
       filter.chanel = 1;
@@ -87,8 +87,9 @@ void Stage::push(const float* in, std::size_t frames, std::vector<float>* out) {
   pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(done));
 }
 
-Int16Stage::Int16Stage(int in, int out, int frames)
+Int16Stage::Int16Stage(int in, int out, int frames, bool can_clip)
     : Stage(in, out, frames),
+      can_clip_(can_clip),
       in_(static_cast<std::size_t>(frames * in)),
       out_(static_cast<std::size_t>(frames * out)) {}
 
@@ -100,7 +101,7 @@ void Int16Stage::call(const float* in, float* out) {
     full_scale += out_[i] == 32767 || out_[i] == -32768;
     out[i] = out_[i];
   }
-  clipped += full_scale;
+  if (can_clip_) clipped += full_scale;
 }
 
 CoefficientLimit fir_limit() {

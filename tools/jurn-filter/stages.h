@@ -40,12 +40,14 @@ class Stage {
 /** A stage over the library's int16 objects: rounds and saturates what comes in. */
 class Int16Stage : public Stage {
  public:
-  Int16Stage(int in, int out, int frames);
+  /** A filter whose output never exceeds its input is not searched for clipping. */
+  Int16Stage(int in, int out, int frames, bool can_clip = true);
 
  private:
   void call(const float* in, float* out) override;
   virtual void run(const short* in, short* out) = 0;
 
+  bool can_clip_;
   std::vector<short> in_, out_;
 };
 

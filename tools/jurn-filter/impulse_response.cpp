@@ -1,0 +1,112 @@
+#include "impulse_response.h"
+
+#include <samplerate.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "audio_io.h"
+#include "errors.h"
+#include "spectrum.h"
+
+namespace tool {
+namespace {
+
+constexpr int kMaxChannels = 4;
+
+/** Converts one channel; its gain at every frequency stays what it was. */
+std::vector<double> resampled(const std::vector<double>& taps, double ratio,
+                              const std::string& path) {
+  const std::vector<float> in(taps.begin(), taps.end());
+  std::vector<float> out(
+      static_cast<std::size_t>(std::ceil(static_cast<double>(in.size()) * ratio)));
+  SRC_DATA data{};
+  data.data_in = in.data();
+  data.input_frames = static_cast<long>(in.size());
+  data.data_out = out.data();
+  data.output_frames = static_cast<long>(out.size());
+  data.src_ratio = ratio;
+  if (const int failed = src_simple(&data, SRC_SINC_BEST_QUALITY, 1))
+    throw Error(kInputError, path + ": cannot be resampled (" + src_strerror(failed) + ")");
+  std::vector<double> result(out.begin(), out.begin() + data.output_frames_gen);
+  for (double& tap : result) tap /= ratio;
+  return result;
+}
+
+void append_file(const std::string& path, int rate, const ResponseOptions& options,
+                 ImpulseResponse* response) {
+  AudioReader reader(path, kMaxChannels);
+  if (reader.rate() != rate && !options.resample)
+    throw Error(kInputError, path + ": the response is at " + std::to_string(reader.rate()) +
+                                 " Hz and the recording at " + std::to_string(rate) +
+                                 " Hz; --resample converts it");
+  const double ratio = static_cast<double>(rate) / reader.rate();
+  const double taps = std::ceil(static_cast<double>(reader.frames()) * ratio);
+  if (!options.truncate && taps > options.max_taps)
+    throw Error(kInputError, path + ": the response has " + std::to_string(std::llround(taps)) +
+                                 " taps; " + options.limit + ", --truncate N shortens it");
+
+  const std::size_t step = static_cast<std::size_t>(reader.channels());
+  // A little more than is kept, for the converter to see what follows.
+  double wanted = static_cast<double>(reader.frames());
+  if (options.truncate) wanted = std::min(wanted, std::ceil(options.truncate / ratio) + 1024.0);
+  std::vector<float> frames(static_cast<std::size_t>(wanted) * step);
+  frames.resize(reader.read(frames.data(), static_cast<std::size_t>(wanted)) * step);
+  if (reader.not_finite())
+    throw Error(kInputError, path + ": holds samples that are no finite numbers");
+  for (std::size_t c = 0; c < step; ++c) {
+    std::vector<double> channel;
+    for (std::size_t i = c; i < frames.size(); i += step) channel.push_back(frames[i] / 32768.0);
+    if (reader.rate() != rate) channel = resampled(channel, ratio, path);
+    if (options.truncate)
+      channel.resize(std::min(channel.size(), static_cast<std::size_t>(options.truncate)));
+    response->push_back(std::move(channel));
+  }
+}
+
+/** The largest gain to an output: of four channels, two sum up in each. */
+double peak_gain(const ImpulseResponse& response) {
+  std::vector<std::vector<double>> magnitudes;
+  for (const std::vector<double>& taps : response) {
+    std::vector<double> magnitude;
+    for (const std::complex<double>& bin : spectrum(taps, 4 * taps.size()))
+      magnitude.push_back(std::abs(bin));
+    magnitudes.push_back(std::move(magnitude));
+  }
+  double peak = 0.0;
+  for (std::size_t i = 0; i < magnitudes[0].size(); ++i)
+    for (std::size_t c = 0; c < magnitudes.size(); ++c) {
+      if (magnitudes.size() < 4)
+        peak = std::max(peak, magnitudes[c][i]);
+      else if (c < 2)
+        peak = std::max(peak, magnitudes[c][i] + magnitudes[c + 2][i]);
+    }
+  return peak;
+}
+
+}  // namespace
+
+ImpulseResponse read_response(const std::vector<std::string>& paths, int rate,
+                              const ResponseOptions& options) {
+  ImpulseResponse response;
+  for (const std::string& path : paths) append_file(path, rate, options, &response);
+  if (response.size() == 3 || response.size() > kMaxChannels)
+    throw Error(kInputError, paths[0] + ": the response has " + std::to_string(response.size()) +
+                                 " channels in all; 1, 2 and 4 are supported");
+  std::size_t longest = 0;
+  for (const std::vector<double>& taps : response) longest = std::max(longest, taps.size());
+  for (std::vector<double>& taps : response) taps.resize(longest);
+  if (options.normalise) {
+    const double peak = peak_gain(response);
+    if (peak == 0.0) throw Error(kInputError, paths[0] + ": the response is silent");
+    scale(&response, 1.0 / peak);
+  }
+  return response;
+}
+
+void scale(ImpulseResponse* response, double gain) {
+  for (std::vector<double>& taps : *response)
+    for (double& tap : taps) tap *= gain;
+}
+
+}  // namespace tool
