@@ -1,0 +1,26 @@
+/* Asks the compiler for exact IEEE arithmetic: every product is rounded before it is added. Each
+ * source of the library includes this file first. The build also passes -ffp-contract=off; the
+ * pragmas keep an embedder's own build, which may not, on the same bits. */
+#ifndef JURN_EXACT_ARITHMETIC_H
+#define JURN_EXACT_ARITHMETIC_H
+
+#if defined(__FAST_MATH__) || defined(_M_FP_FAST) || \
+    (defined(__FINITE_MATH_ONLY__) && __FINITE_MATH_ONLY__ > 0)
+#error "JURN: fast-math changes the results; build this library without it."
+#endif
+
+/* x87 code keeps intermediate results at 80 bits; 16 only widens half floats, which are not used.
+ */
+#if defined(__FLT_EVAL_METHOD__) && __FLT_EVAL_METHOD__ != 0 && __FLT_EVAL_METHOD__ != 16
+#error "JURN: float expressions must be evaluated as float; on 32-bit x86 use -msse2 -mfpmath=sse."
+#endif
+
+#if defined(__clang__)
+#pragma clang fp contract(off)
+#elif defined(__GNUC__)
+#pragma GCC optimize("fp-contract=off")
+#elif defined(_MSC_VER)
+#pragma fp_contract(off)
+#endif
+
+#endif
