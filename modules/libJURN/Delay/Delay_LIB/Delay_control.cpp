@@ -1,0 +1,76 @@
+#include "exact_arithmetic.h"
+
+#include "Delay_control.h"
+
+#include <string.h>
+
+#include "functions.h"
+
+namespace {
+
+int min(int x, int y) {
+  return x < y ? x : y;
+}
+
+[[maybe_unused]] bool is_valid(const Buf16_ID* queue) {
+  return queue->front >= 0 && queue->front < JURN_RING_SLOTS && queue->rear >= 0 &&
+         queue->rear < JURN_RING_SLOTS;
+}
+
+/** Slots from the one after slot to the end of the ring, where a contiguous run has to stop. */
+int run_after(int slot) {
+  return slot + 1 == JURN_RING_SLOTS ? JURN_RING_SLOTS : JURN_RING_SLOTS - 1 - slot;
+}
+
+int next(int slot) {
+  return slot + 1 == JURN_RING_SLOTS ? 0 : slot + 1;
+}
+
+/** Appends in[0], in[stride], ... in at most two contiguous runs. */
+template <int stride>
+void append(Buf16_ID* queue, const short* in, int len) {
+  JURN_LIMIT(is_valid(queue), "FIFO: front and rear must lie in 0 .. 105599");
+  JURN_LIMIT(len >= 0, "FIFO: len must not be negative");
+  const int count = min(len, JURN_RING_SLOTS - 1 - MORVAX_queuehave_API(queue));
+  for (int done = 0; done < count;) {
+    const int run = min(count - done, run_after(queue->rear));
+    short* slots = queue->membuf + next(queue->rear);
+    for (int i = 0; i < run; ++i) slots[i] = in[stride * (done + i)];
+    queue->rear = next(queue->rear) + run - 1;
+    done += run;
+  }
+}
+
+}  // namespace
+
+void MORVAX_BufresetAPI(Buf16_ID* queue) {
+  memset(queue, 0, sizeof *queue);
+}
+
+void MORVAX_putinAPI_loop(Buf16_ID* queue, const short* in, int len) {
+  append<1>(queue, in, len);
+}
+
+void MORVAX_putinAPI_loop_onlychannelLin(Buf16_ID* queue, const short* in, int len) {
+  append<2>(queue, in, len / 2);
+}
+
+int MORVAX_queuehave_API(const Buf16_ID* queue) {
+  const int count = queue->rear - queue->front;
+  return count < 0 ? count + JURN_RING_SLOTS : count;
+}
+
+int MORVAX_putoutAPI_ForReframe_0_loop(Buf16_ID* queue, short* out, int len) {
+  JURN_LIMIT(is_valid(queue), "FIFO: front and rear must lie in 0 .. 105599");
+  JURN_LIMIT(len >= 0, "FIFO: len must not be negative");
+  if (len <= 0) return 0;
+  const int count = min(len, MORVAX_queuehave_API(queue));
+  for (int done = 0; done < count;) {
+    const int run = min(count - done, run_after(queue->front));
+    memcpy(out + done, queue->membuf + next(queue->front), run * sizeof(short));
+    queue->front = next(queue->front) + run - 1;
+    done += run;
+  }
+  memset(out + count, 0, (len - count) * sizeof(short));
+  return count;
+}

@@ -1,0 +1,81 @@
+/* Int16 FIFO: a fixed ring of samples in one plain record. */
+#ifndef JURN_DELAY_CONTROL_H
+#define JURN_DELAY_CONTROL_H
+
+#include "JURN_api.h"
+
+JURN_EXTERN_C_BEGIN
+
+/** Slots of the ring. One slot stays free, so a queue holds at most one sample less. */
+#define JURN_RING_SLOTS 105600
+
+/**
+ * The queue. It is empty when front equals rear; (rear - front) modulo 105600 samples are queued,
+ * the k-th oldest in membuf[(front + 1 + k) mod 105600]. There is no other state: code that moves
+ * front and rear by these rules works on the queue as well as the routines below do.
+ */
+struct buffer {
+  short membuf[JURN_RING_SLOTS]; /**< the ring */
+  int id;                        /**< free for the owner; no routine reads it */
+  int front;                     /**< slot just before the oldest sample */
+  int rear;                      /**< slot of the newest sample */
+};
+typedef struct buffer Buf16_ID;
+
+/**
+ * Empties the queue and clears the ring, so that samples primed by moving rear are silence.
+ *
+ * @param queue any record; id, front and rear become 0, all slots 0
+ *
+ * Real-time safe (clears 206 KiB).
+ */
+JURN_API void MORVAX_BufresetAPI(Buf16_ID* queue);
+
+/**
+ * Appends a block of samples.
+ *
+ * @param queue a valid queue
+ * @param in len samples
+ * @param len number of samples, 0 or more; what does not fit in the free slots is dropped
+ *
+ * State touched: membuf and rear. Real-time safe.
+ */
+JURN_API void MORVAX_putinAPI_loop(Buf16_ID* queue, const short* in, int len);
+
+/**
+ * Appends the left channel of an interleaved stereo block: in[0], in[2], ...
+ *
+ * @param queue a valid queue
+ * @param in len interleaved samples
+ * @param len number of samples in both channels, 0 or more; len / 2 are queued, truncated; what
+ *   does not fit in the free slots is dropped
+ *
+ * State touched: membuf and rear. Real-time safe.
+ */
+JURN_API void MORVAX_putinAPI_loop_onlychannelLin(Buf16_ID* queue, const short* in, int len);
+
+/**
+ * Counts the queued samples.
+ *
+ * @param queue a valid queue
+ * @return (rear - front) modulo 105600, from 0 to 105599
+ *
+ * State touched: none. Real-time safe.
+ */
+JURN_API int MORVAX_queuehave_API(const Buf16_ID* queue);
+
+/**
+ * Takes the oldest samples out of the queue.
+ *
+ * @param queue a valid queue
+ * @param out receives len samples in queue order; when fewer are queued, the rest becomes 0
+ * @param len number of samples wanted, 0 or more
+ * @return the number of samples taken
+ *
+ * State touched: front. Real-time safe.
+ */
+JURN_API int MORVAX_putoutAPI_ForReframe_0_loop(Buf16_ID* queue, short* out, int len);
+
+JURN_EXTERN_C_END
+
+#endif
