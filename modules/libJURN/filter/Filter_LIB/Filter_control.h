@@ -1,0 +1,499 @@
+/* The filter objects: plain records that the caller allocates, and the functions that run them.
+ *
+ * Four objects are offered.
+ *  - Filter_ID: mono or stereo int16 blocks through an FIR, a direct-form IIR, a cascade of
+ *    second- or fourth-order sections, or (mono) a moving average.
+ *  - shuzhiFilter_ID: the moving mean of a mono int16 stream, by block or by sample.
+ *  - Filterf_ID: one float channel through an FIR or a direct-form IIR in double precision.
+ *  - Filterlongfir_ID: impulse responses of thousands of taps on mono or stereo int16 blocks, in
+ *    the time domain or by FFT convolution, with a fade when the coefficients change.
+ *
+ * Order of use for every object: write the configuration and the coefficients, call the set-up
+ * function where the kind has one, call the reset, then call the run once per block with the same
+ * block length every time. (Filterlongfir_ID: reset first, FFT set-up after it.)
+ *
+ * Arithmetic: sums run in increasing coefficient index from 0 and every product is rounded before
+ * it is added, in float for the int16 objects and in double for the float object. The result is
+ * the same on every CPU and compiler. Int16 samples keep their value (no scaling to +-1.0).
+ *
+ * Nothing is allocated and no function keeps state outside the record that it is given: distinct
+ * records may run on distinct threads, one record on one thread at a time. No function checks its
+ * arguments; the records' arrays set the limits, which debug builds assert. */
+#ifndef JURN_FILTER_CONTROL_H
+#define JURN_FILTER_CONTROL_H
+
+#include "DFTs.h"
+#include "Delay_control.h"
+#include "JURN_api.h"
+
+JURN_EXTERN_C_BEGIN
+
+/** The version of the library that is linked, like JURN_VERSION_STRING of the headers. */
+JURN_API const char* MORVAX_Version_API(void);
+
+/* ---- Int16 filter ---------------------------------------------------------------------------- */
+
+/** Entries of a history: the samples before the block, followed by the block. */
+#define JURN_HISTORY 2156
+/** Entries of a coefficient array of the int16 filter, and of the states of a cascade. */
+#define JURN_COEFFICIENTS 1250
+/** Frames that a stereo block, or any block of a cascade, may have at most. */
+#define JURN_BLOCK 1056
+
+/** The history of one channel of a Filter_ID. */
+struct Filter_mem {
+  short meminput[JURN_HISTORY];  /**< FIR, IIR: past inputs, then the block; moving average: ring */
+  int memi;                      /**< moving average: slot of the oldest sample */
+  int memsumin;                  /**< moving average: sum of the ring */
+  float memoutput[JURN_HISTORY]; /**< IIR: past outputs, then the block's */
+  float mempx[JURN_COEFFICIENTS]; /**< cascade: past inputs, n + 1 per section */
+  float mempy[JURN_COEFFICIENTS]; /**< cascade: past outputs, n + 1 per section */
+};
+typedef struct Filter_mem FilterIOMEM;
+
+/**
+ * A filter for one int16 stream. memL and memR are the state, everything else is configuration,
+ * which no run changes; both channels share it.
+ *
+ * Limits: blen and alen from 1 to 1250 (moving average: blen to 2156); ns (n + 1) at most 1250;
+ * blen - 1, and alen - 1, plus the frames of a block at most 2156.
+ */
+struct Filter_memory {
+  FilterIOMEM memL;           /**< history of the left, or only, channel */
+  FilterIOMEM memR;           /**< history of the right channel; untouched in mono */
+  float b[JURN_COEFFICIENTS]; /**< taps, numerator, or the sections' numerators, n + 1 each */
+  float a[JURN_COEFFICIENTS]; /**< denominator, normalised: a[0], and each section's, is not read */
+  int blen;                   /**< numerator coefficients; moving average: samples averaged */
+  int alen;                   /**< denominator coefficients */
+  int Order;                  /**< order given to the set-up; no run reads it */
+  int ns;                     /**< sections of the cascade */
+  int n;                      /**< order of each section, 2 or 4 */
+  int chanel;                 /**< 1 mono, 2 interleaved stereo; only the caller writes it */
+  int filtertype;             /**< -1 FIR, 0 direct-form IIR, 1 cascade, 2 moving average (mono) */
+};
+typedef struct Filter_memory Filter_ID;
+
+/**
+ * Returns a filter to silence.
+ *
+ * Clears meminput, memoutput, memi and memsumin of both channels, and the first 750 entries of
+ * mempx and mempy: the state of 250 sections of order 2 or 150 of order 4. The sections of a larger
+ * cascade start from what their state holds.
+ *
+ * @param mFilter any record; its configuration keeps its values
+ *
+ * State touched: memL, memR. Real-time safe; the time does not depend on the configuration.
+ */
+JURN_API void MORVAX_FilterReset_API(Filter_ID* mFilter);
+
+/**
+ * Sets the coefficients from MATLAB's vectors or section table.
+ *
+ * type < 1: b = num and a = den, Order + 1 values each, current sample first, a[0] = 1.
+ * type >= 1: num and den hold (Order + 1) / 2 rows of three, {b0, b1, b2} and {a0, a1, a2} with
+ * a0 = 1; see MORVAX_SecOrSecMatlab. In both cases Order is stored, blen = alen = Order + 1,
+ * ns = (Order + 1) / 2, n = 2, filtertype = type. Nothing is normalised.
+ *
+ * @param mFilter any record; chanel and both histories keep their values
+ * @param num, den vectors or tables as above
+ * @param Order order of the filter: 0 to 1249 for vectors, 0 to 832 for tables
+ * @param type the filtertype to set
+ *
+ * State touched: the configuration named above. Wrong input: debug builds assert the order;
+ * a negative Order with type < 1 copies nothing. Real-time safe, also between two runs.
+ *
+ * Example, the mean of two samples:
+ *   const float num[] = {0.5f, 0.5f}, den[] = {1.0f, 0.0f};
+ *   filter.chanel = 1;
+ *   MORVAX_FilterCalcu_API_FromMatlabTable(&filter, num, den, 1, -1);
+ *   MORVAX_FilterReset_API(&filter);
+ */
+JURN_API void MORVAX_FilterCalcu_API_FromMatlabTable(Filter_ID* mFilter, const float* num,
+                                                     const float* den, int Order, int type);
+
+/**
+ * Copies the coefficients of one filter to another.
+ *
+ * Copies blen, alen, b[0 .. blen-1] and a[0 .. alen-1] and nothing else: a cascade set up from a
+ * table has 3 ns coefficients, which may be more than blen, so its copy is complete only when the
+ * caller raises blen and alen of the source first.
+ *
+ * @param dstmFilter the filter that changes; its history goes on under the new coefficients
+ * @param srcFilter the filter to copy from; may be the same record
+ *
+ * State touched: the fields named above. Real-time safe, also between two runs.
+ */
+JURN_API void MORVAX_Filter_abCopy_API(Filter_ID* dstmFilter, const Filter_ID* srcFilter);
+
+/**
+ * Filters one block of int16 samples.
+ *
+ * filtertype -1, FIR: y[n] = sum over j of b[j] x[n-j], in float.
+ * filtertype 0, IIR: y[n] = sum over j of b[j] x[n-j] - sum over j >= 1 of a[j] y[n-j]; y stays
+ *   float and unlimited in the history; past outputs below 1e-6 become 0 at the start of a call.
+ * filtertype 1: cascade of ns sections of order n (direct form I); section outputs below 1e-6
+ *   become 0.
+ * filtertype 2, mono only: mean of the last blen samples, truncated toward zero.
+ * FIR, IIR and cascade convert to int16 by truncation toward zero with saturation (stoshort).
+ *
+ * @param mFilter a configured filter, reset before its first run
+ * @param input inLen samples (chanel 1) or interleaved values (chanel 2)
+ * @param inLen 0 or more; stereo at most 2 x 1056, mono cascade at most 1056, moving average at
+ *   most 32767, FIR and IIR within the limits of the record. The FIR and the IIR continue exactly
+ *   only when every call has the same length; the cascade and the mean take any lengths.
+ * @param output receives inLen samples; of an odd stereo inLen the last value is neither read nor
+ *   written. May be input.
+ *
+ * State touched: memL, and memR in stereo. Wrong input: another chanel or filtertype, stereo with
+ * filtertype 2 included, writes nothing. Real-time safe. The IIR is the direct form I.
+ */
+JURN_API void MORVAX_FilterRun_API(Filter_ID* mFilter, const short* input, int inLen,
+                                   short* output);
+
+/* ---- Moving-sum filter ----------------------------------------------------------------------- */
+
+/** Slots of the ring: samples that a moving-sum filter averages at most. */
+#define JURN_MOVING_SUM_MAX 256
+
+/** The moving mean of a mono int16 stream. The caller sets blen, the functions own the rest. */
+struct shuzhiFilter_mem {
+  short meminput[JURN_MOVING_SUM_MAX]; /**< ring of the last blen samples */
+  int memi;                            /**< slot of the oldest sample */
+  int memsumin;                        /**< sum of the ring */
+  float N_1;                           /**< 1 / blen */
+  int blen;                            /**< samples averaged, 1 to 256 */
+};
+typedef struct shuzhiFilter_mem shuzhiFilter_ID;
+
+/**
+ * Returns a moving-sum filter to silence: the ring, memi and memsumin become 0.
+ *
+ * @param mFilter any record; N_1 and blen keep their values
+ *
+ * Real-time safe.
+ */
+JURN_API void MORVAX_shuzhiFilterReset_API(shuzhiFilter_ID* mFilter);
+
+/**
+ * Derives the scale of the block run: N_1 = 1 / blen, divided in double and rounded to float.
+ *
+ * @param mFilter a record whose blen is set, 1 to 256
+ *
+ * State touched: N_1. Wrong input: debug builds assert blen. Real-time safe. A change of blen needs
+ * this call and a reset, in either order.
+ */
+JURN_API void MORVAX_shuzhiFilterCalcu_API(shuzhiFilter_ID* mFilter);
+
+/**
+ * Filters one block: y[n] = N_1 (x[n] + ... + x[n-blen+1]), truncated toward zero.
+ *
+ * The sum is an exact integer. Because N_1 is rounded, a whole mean may come out one nearer to
+ * zero. The scale is derived once; the moving averages of Filter_ID and Filterlongfir_ID, whose
+ * lengths are cut to 16 bits, derive the same value on every call.
+ *
+ * @param mFilter a record with N_1 derived and reset
+ * @param input inLen samples
+ * @param inLen any length, the same or not; 0 or less does nothing
+ * @param output receives inLen samples; may be input
+ *
+ * State touched: meminput, memi, memsumin. Wrong input: debug builds assert blen and memi.
+ * Real-time safe; the time does not depend on blen.
+ */
+JURN_API void MORVAX_shuzhiFilterRun_API(shuzhiFilter_ID* mFilter, const short* input, int inLen,
+                                         short* output);
+
+/**
+ * Pushes one sample and returns the running sum, x[n] + ... + x[n-blen+1], not scaled.
+ *
+ * @param mFilter a reset record; N_1 is not read. Calls may be mixed with block runs.
+ * @param input the sample
+ * @return the sum of the last blen samples
+ *
+ * State touched: meminput, memi, memsumin. Wrong input: debug builds assert blen and memi.
+ * Real-time safe.
+ */
+JURN_API int MORVAX_shuzhiFilterRun_API_inonesampleoutsum(shuzhiFilter_ID* mFilter, short input);
+
+/* ---- Float filter ---------------------------------------------------------------------------- */
+
+/** Coefficients of a float filter at most. */
+#define JURN_FLOAT_COEFFICIENTS 201
+/** Entries of a float filter's histories: the samples before the block, followed by the block. */
+#define JURN_FLOAT_HISTORY 2512
+
+/** The history of a Filterf_ID. */
+struct Filter_memf {
+  float meminput[JURN_FLOAT_HISTORY]; /**< past inputs, then the block */
+  double
+      memoutput[JURN_FLOAT_HISTORY]; /**< IIR: past outputs, then the block's, at full precision */
+};
+typedef struct Filter_memf FilterIOMEMf;
+
+/**
+ * A filter for one float channel with double coefficients and accumulation.
+ *
+ * Limits: blen and alen from 1 to 201; blen - 1, and alen - 1, plus the block at most 2512.
+ */
+struct Filter_memoryf {
+  FilterIOMEMf memL;                 /**< the state */
+  double b[JURN_FLOAT_COEFFICIENTS]; /**< taps or numerator */
+  double a[JURN_FLOAT_COEFFICIENTS]; /**< denominator, normalised: a[0] is not read */
+  int blen;                          /**< numerator coefficients */
+  int alen;                          /**< denominator coefficients; IIR only */
+  int filtertype;                    /**< -1 FIR, 0 direct-form IIR */
+};
+typedef struct Filter_memoryf Filterf_ID;
+
+/**
+ * Filters one float block through a direct-form IIR on histories of the caller's.
+ *
+ *   y[n] = sum over j of b[j] x[n-j] - sum over j >= 1 of a[j] y[n-j], in double.
+ *
+ * At the start of a call the last samples of the previous block move to the front of the histories,
+ * found by the current inlen; past outputs below 1e-6 in magnitude become 0 there. Nothing is
+ * flushed inside a block.
+ *
+ * @param output receives inlen samples, y rounded to float; may be input, not a history
+ * @param input inlen samples
+ * @param inlen 0 to 32767, the same on every call until the histories are cleared
+ * @param mem_output alen - 1 + inlen doubles, zero before the first call
+ * @param mem_input blen - 1 + inlen floats, zero before the first call
+ * @param b blen coefficients, b[0] of the current sample
+ * @param blen 1 or more
+ * @param a alen coefficients; a[0] is not read and counts as 1
+ * @param alen 1 or more
+ *
+ * State touched: the two histories. Wrong input: debug builds assert the counts. Real-time safe.
+ * Direct form I.
+ */
+JURN_API void MORVAX_Qiirf(float* output, const float* input, int inlen, double* mem_output,
+                           float* mem_input, const double* b, short blen, const double* a,
+                           short alen);
+
+/**
+ * Filters one float block through an FIR on a history of the caller's.
+ *
+ *   y[n] = sum over j of b[j] x[n-j], in double.
+ *
+ * @param output receives inlen samples, y rounded to float; may be input, not the history
+ * @param input inlen samples
+ * @param inlen 0 to 32767, the same on every call until the history is cleared
+ * @param mem_input blen - 1 + inlen floats, zero before the first call
+ * @param b blen coefficients, b[0] of the current sample
+ * @param blen 1 or more
+ *
+ * State touched: the history. Wrong input: debug builds assert the counts. Real-time safe.
+ */
+JURN_API void MORVAX_Qfirf(float* output, const float* input, int inlen, float* mem_input,
+                           const double* b, short blen);
+
+/**
+ * Returns a float filter to silence: both histories become 0.
+ *
+ * @param mFilter any record; its configuration keeps its values
+ *
+ * State touched: memL. Real-time safe. Needed after a change of blen, alen, filtertype or the block
+ * length; new coefficient values alone take effect at the next block.
+ */
+JURN_API void MORVAX_FilterfReset_API(Filterf_ID* mFilter);
+
+/**
+ * Filters one float block by MORVAX_Qfirf (filtertype -1) or MORVAX_Qiirf (filtertype 0).
+ *
+ * @param mFilter a configured filter, reset before its first run
+ * @param input inLen samples on any scale
+ * @param inLen 0 or more, within the limits of the record, the same on every call
+ * @param output receives inLen samples; may be input
+ *
+ * State touched: memL. Wrong input: another filtertype writes nothing; debug builds assert the
+ * limits. Real-time safe.
+ */
+JURN_API void MORVAX_FilterfRun_API(Filterf_ID* mFilter, const float* input, int inLen,
+                                    float* output);
+
+/**
+ * Filters one int16 block to float: MORVAX_FilterfRun_API on the samples' values, not scaled.
+ *
+ * @param mFilter a configured filter, reset before its first run
+ * @param input inLen samples
+ * @param inLen 0 to 1056, within the limits of the record, the same on every call
+ * @param output receives inLen samples on the int16 scale
+ *
+ * State touched: memL. Wrong input: as MORVAX_FilterfRun_API. Real-time safe.
+ */
+JURN_API void MORVAX_FilterfRun_API_shortin(Filterf_ID* mFilter, const short* input, int inLen,
+                                            float* output);
+
+/* ---- Long FIR filter ------------------------------------------------------------------------- */
+
+/** Entries of a tap array. The time domain runs 32767 of them, the FFT kinds 8192. */
+#define JURN_LONG_TAPS 100250
+/** Entries of a long filter's input history. */
+#define JURN_LONG_HISTORY 33824
+/** Entries of a spectrum and of a transform block. */
+#define JURN_SPECTRUM 65536
+/** Entries of a long filter's denominator. */
+#define JURN_LONG_DENOMINATOR 1250
+
+/** The time-domain state of one channel of a Filterlongfir_ID. */
+struct bFilter_mem {
+  short meminput[JURN_LONG_HISTORY]; /**< FIR, IIR: past inputs, then the block; average: ring */
+  int memi;                          /**< moving average: slot of the oldest sample */
+  int memsumin;                      /**< moving average: sum of the ring */
+  float memoutput[JURN_HISTORY];     /**< IIR: past outputs, then the block's */
+  float mempx[JURN_COEFFICIENTS];    /**< cascade: past inputs, n + 1 per section */
+  float mempy[JURN_COEFFICIENTS];    /**< cascade: past outputs, n + 1 per section */
+};
+typedef struct bFilter_mem BIGFilterIOMEM;
+
+/**
+ * A long FIR filter. The caller writes b, bR, a, their lengths, ns, n, chanel and filtertype; the
+ * functions own the rest.
+ *
+ *   filtertype | chanel 2 (stereo in and out)             | chanel 1 (mono in)
+ *   -----------|------------------------------------------|-----------------------------------
+ *       -7     | FFT, left = b on right, right = bR on left | -
+ *       -6     | -                                        | time domain, stereo out, b | bR, fade
+ *       -5     | -                                        | FFT, stereo out, b | bR, fade
+ *       -4     | FFT, stereo of the left input, b | bR    | -
+ *       -3     | time domain, b on left, bR on right, fade | -
+ *       -2     | FFT, b on left, bR on right, fade        | FFT, b
+ *       -1     | time domain, b on both                   | time domain, b
+ *        0     | IIR, b and a on both                     | IIR
+ *        1     | cascade on both                          | cascade
+ *        2     | -                                        | moving average of blen samples
+ *
+ * Limits: time domain: taps from 1 to 32767, taps - 1 plus the frames of a block at most 33824, and
+ * 1056 frames per block except mono -1 (32767); FFT: 1 to 8192 taps; the shorter array of two zero
+ * up to the longer's length; IIR, cascade, average: as the int16 filter's, with 33824 inputs of
+ * history and blen of the average to 32767.
+ */
+struct bFilter_memory {
+  BIGFilterIOMEM memL;                 /**< time-domain state, left or mono */
+  BIGFilterIOMEM memR;                 /**< time-domain state, right */
+  Buf16_ID mBufin;                     /**< FFT: samples waiting for a transform */
+  Buf16_ID mBufout;                    /**< FFT: filtered samples waiting for the caller */
+  RealFFT_ID realfft;                  /**< FFT: transform state for fftN */
+  float hLrfft[JURN_SPECTRUM];         /**< FFT: spectrum of b */
+  float hRrfft[JURN_SPECTRUM];         /**< FFT: spectrum of bR */
+  float xLintl[JURN_SPECTRUM];         /**< work: input block of the left filter */
+  float xRintl[JURN_SPECTRUM];         /**< work: input block of the right filter */
+  float xLhL[JURN_SPECTRUM];           /**< work: left output block */
+  float xRhR[JURN_SPECTRUM];           /**< work: right output block */
+  float xLhL0[JURN_SPECTRUM];          /**< work: left output of the previous filter */
+  float xRhR0[JURN_SPECTRUM];          /**< work: right output of the previous filter */
+  int fftN;                            /**< FFT: transform length */
+  int offset;                          /**< FFT: chanel times the hop */
+  float cmemhLrfft[JURN_SPECTRUM];     /**< fade: previous hLrfft */
+  float cmemhRrfft[JURN_SPECTRUM];     /**< fade: previous hRrfft */
+  float cmemb[JURN_LONG_TAPS];         /**< fade: previous b */
+  float cmembR[JURN_LONG_TAPS];        /**< fade: previous bR */
+  short cmeminputL[JURN_LONG_HISTORY]; /**< fade: the previous left filter's history */
+  short cmeminputR[JURN_LONG_HISTORY]; /**< fade: the previous right filter's history */
+  int cmemfftN;                        /**< fftN of the previous FFT set-up, 0 after a reset */
+  int cmemblen;                    /**< blen of the previous time-domain set-up, 0 after reset */
+  int cmemcall;                    /**< 1 while a fade is pending */
+  float b[JURN_LONG_TAPS];         /**< taps of the left, mono or only filter; numerators */
+  float a[JURN_LONG_DENOMINATOR];  /**< IIR and cascade: denominators; a[0] is not read */
+  int membufrear;                  /**< FFT: samples that the last set-up primed */
+  int blen;                        /**< taps of b; IIR: numerator; average: samples */
+  int alen;                        /**< IIR: denominator coefficients */
+  int Order;                       /**< not used */
+  int ns;                          /**< cascade: sections */
+  int n;                           /**< cascade: order of a section, 2 or 4 */
+  float bR[JURN_LONG_TAPS];        /**< taps of the right filter */
+  float aR[JURN_LONG_DENOMINATOR]; /**< not used */
+  int bRlen;                       /**< taps of bR */
+  int aRlen;                       /**< not used */
+  int OrderR;                      /**< not used */
+  int nsR;                         /**< not used */
+  int nR;                          /**< not used */
+  int chanel;                      /**< 1 mono, 2 interleaved stereo */
+  int filtertype;                  /**< the kind, see above */
+};
+typedef struct bFilter_memory Filterlongfir_ID;
+
+/**
+ * Returns a long filter to silence.
+ *
+ * Clears both channels' histories (mempx and mempy: their first 750 entries), empties and clears
+ * both FIFOs and forgets the previous filter (cmemcall, cmemblen, cmemfftN = 0).
+ *
+ * @param mFilter any record; coefficients, configuration and spectra keep their values
+ *
+ * The FFT kinds need MORVAX_FilterlongfirCalcu_API_forFFT after it, which primes the FIFOs.
+ * Real-time safe; the time is that of clearing about 600 KiB.
+ */
+JURN_API void MORVAX_FilterlongfirReset_API(Filterlongfir_ID* mFilter);
+
+/**
+ * Arms the fade of the time-domain kinds -3 and -6.
+ *
+ * When blen is the same as at the previous call, saves b and bR (blen taps each) and both
+ * histories (blen + 1056 samples) as the filter from which the next block fades to whatever b and
+ * bR then hold. Otherwise, as on the first call after a reset, only notes blen.
+ *
+ * @param mFilter a filter whose b, bR and blen still hold the old coefficients; blen at most 32767
+ *
+ * State touched: cmemb, cmembR, cmeminputL, cmeminputR, cmemblen, cmemcall. Wrong input: debug
+ * builds assert blen. Real-time safe; the time grows linearly with blen.
+ *
+ * Example:
+ *   MORVAX_FilterlongfirCalcu_APItime(filter);   // once, after the reset
+ *   ...                                          // blocks
+ *   MORVAX_FilterlongfirCalcu_APItime(filter);   // saves the old taps
+ *   memcpy(filter->b, new_taps, sizeof new_taps);
+ *   MORVAX_FilterlongfirRun_API(filter, input, frames * 2, output);   // fades
+ */
+JURN_API void MORVAX_FilterlongfirCalcu_APItime(Filterlongfir_ID* mFilter);
+
+/**
+ * Sets up the FFT kinds from b, bR, blen, bRlen, chanel and filtertype.
+ *
+ * hM is the longer tap count of the two-filter kinds (-2, -7, -5, -4), blen for others; fftN is the
+ * smallest power of two of at least 2 hM; the hop is fftN - hM + 1 frames. Transforms the taps into
+ * hLrfft (and hRrfft). When the priming length changes (after a reset always), primes the input
+ * FIFO with one transform length per queued channel and empties the output FIFO; otherwise the
+ * stream goes on. When fftN is unchanged, saves the previous spectra, and the next block of the
+ * kinds -2 (stereo) and -5 fades from them.
+ *
+ * @param mFilter a filter that was reset; blen (and bRlen) from 1 to 8192; the shorter array of two
+ *   holds zeros up to the longer one's length
+ *
+ * The output is the filtered input delayed by one hop. State touched: fftN, offset, membufrear, the
+ * FIFOs' indices, realfft, spectra, cmemhLrfft, cmemhRrfft, cmemcall, cmemfftN. Wrong input: debug
+ * builds assert the tap counts. Real-time safe, though it costs a few blocks' time; linear in the
+ * taps but for the transform's logarithm.
+ */
+JURN_API void MORVAX_FilterlongfirCalcu_API_forFFT(Filterlongfir_ID* mFilter);
+
+/**
+ * Filters one block by the kind that chanel and filtertype select (see Filterlongfir_ID).
+ *
+ * Time domain: y[n] = sum over j of b[j] x[n-j] in float, converted by stoshort. FFT: the same sum
+ * by overlap-save convolution, correct within the transform's float error, delayed by one hop of
+ * fftN - hM + 1 frames. IIR, cascade and average: as MORVAX_FilterRun_API. A pending fade mixes the
+ * previous filter's output into one block (time domain: the call's; FFT: one transform's) along a
+ * linear ramp. A time-domain fade over a single frame is the current filter's output.
+ * The two-filter FFT kinds discard hM - 1 samples of every transform on both channels, so bRlen may
+ * be greater than blen.
+ *
+ * @param mFilter a filter that was reset and, for the FFT kinds, set up after that
+ * @param input inLen samples (chanel 1) or interleaved values (chanel 2)
+ * @param inLen 0 or more, even for chanel 2; time-domain kinds: the same on every call, at most
+ *   2 x 1056 in stereo, 1056 for the kinds -6 and 1 in mono, 32767 for -1 and 2 in mono; FFT kinds:
+ *   any length such that the FIFOs hold it: 2 fftN + inLen below 105600, in int16 values
+ * @param output receives inLen values; 2 inLen interleaved values for the mono-to-stereo kinds
+ *   -5 and -6. May be input, with room for what is written.
+ *
+ * State touched: the part of the record that the kind uses. Wrong input: an unknown combination
+ * writes nothing; debug builds assert the limits. Real-time safe; FFT kinds run zero, one or
+ * several transforms per call, so the dearest call costs a transform block more than the mean.
+ * Overlap-save fast convolution.
+ */
+JURN_API void MORVAX_FilterlongfirRun_API(Filterlongfir_ID* mFilter, const short* input, int inLen,
+                                          short* output);
+
+JURN_EXTERN_C_END
+
+#endif

@@ -1,0 +1,122 @@
+/* What Filter_ID and Filterlongfir_ID have in common: the reset of a channel's history, and the
+ * FIR, IIR, cascade and moving-average kinds on their records, whose fields have the same names. */
+#ifndef JURN_FILTER_KINDS_H
+#define JURN_FILTER_KINDS_H
+
+#include <string.h>
+
+#include "ChanelConvert.h"
+#include "Filter_control.h"
+#include "OKA_Filter.h"
+#include "functions.h"
+#include "samples.h"
+
+enum FilterKind { KIND_FIR = -1, KIND_IIR = 0, KIND_CASCADE = 1, KIND_AVERAGE = 2 };
+
+template <class Type, int count>
+constexpr int count_of(const Type (&)[count]) {
+  return count;
+}
+
+/** Clears a channel's history: of the cascade's states the first 750 entries, 250 sections. */
+template <class History>
+static inline void reset_history(History* mem) {
+  const int cascade_entries = 750;
+  memset(mem->meminput, 0, sizeof mem->meminput);
+  memset(mem->memoutput, 0, sizeof mem->memoutput);
+  memset(mem->mempx, 0, cascade_entries * sizeof(float));
+  memset(mem->mempy, 0, cascade_entries * sizeof(float));
+  mem->memi = 0;
+  mem->memsumin = 0;
+}
+
+/** Asserts in debug builds that a block of frames fits the record and the kind that it runs. */
+template <class Record>
+static inline void check_limits(const Record* mFilter, int frames) {
+  const int kind = mFilter->filtertype;
+  JURN_LIMIT(frames >= 0, "filter run: inLen must not be negative");
+  if (kind == KIND_FIR || kind == KIND_IIR) {
+    JURN_LIMIT(
+        mFilter->blen >= 1 && mFilter->blen <= count_of(mFilter->b) && mFilter->blen <= 32767,
+        "filter run: blen must be from 1 to 1250, of a long filter to 32767");
+    JURN_LIMIT(mFilter->blen - 1 + frames <= count_of(mFilter->memL.meminput),
+               "filter run: blen - 1 + frames must fit meminput");
+  }
+  if (kind == KIND_IIR) {
+    JURN_LIMIT(mFilter->alen >= 1 && mFilter->alen <= count_of(mFilter->a),
+               "filter run: alen must be from 1 to 1250");
+    JURN_LIMIT(mFilter->alen - 1 + frames <= JURN_HISTORY,
+               "filter run: alen - 1 + frames must be at most 2156");
+  }
+  if (kind == KIND_CASCADE) {
+    JURN_LIMIT(frames <= JURN_BLOCK, "filter run: a cascade's block must have at most 1056 frames");
+    JURN_LIMIT(mFilter->ns * (mFilter->n + 1) <= JURN_COEFFICIENTS,
+               "filter run: ns (n + 1) must be at most 1250");
+  }
+  if (kind == KIND_AVERAGE) {
+    JURN_LIMIT(mFilter->blen >= 1 && mFilter->blen <= count_of(mFilter->memL.meminput) &&
+                   mFilter->blen <= 32767,
+               "filter run: an average's blen must be from 1 to 2156, of a long filter to 32767");
+    JURN_LIMIT(frames <= 32767, "filter run: an average's block must have at most 32767 samples");
+  }
+  if (mFilter->chanel == 2)
+    JURN_LIMIT(frames <= JURN_BLOCK, "filter run: a stereo block must have at most 1056 frames");
+}
+
+/** Runs the kinds -1, 0 and 1, and in mono 2; any other combination writes nothing. */
+template <class Record>
+static inline void run_plain_kind(Record* mFilter, const short* input, int inLen, short* output) {
+  const int kind = mFilter->filtertype;
+  const int chanel = mFilter->chanel;
+  if ((chanel != 1 && chanel != 2) || kind < KIND_FIR || kind > KIND_AVERAGE ||
+      (chanel == 2 && kind == KIND_AVERAGE))
+    return;
+  const int frames = inLen / chanel;
+  check_limits(mFilter, frames);
+  const short blen = static_cast<short>(mFilter->blen);
+  const short alen = static_cast<short>(mFilter->alen);
+  const float* const b = mFilter->b;
+  const float* const a = mFilter->a;
+  auto& left = mFilter->memL;
+  auto& right = mFilter->memR;
+
+  if (chanel == 1) {
+    if (kind == KIND_FIR) {
+      JURNfir(output, input, frames, left.meminput, b, blen);
+    } else if (kind == KIND_IIR) {
+      JURNiir(output, input, frames, left.memoutput, left.meminput, b, blen, a, alen);
+    } else if (kind == KIND_CASCADE) {
+      float x[JURN_BLOCK];
+      JURN_to_float(x, input, frames);
+      filterNOrNsSec(b, a, mFilter->n, mFilter->ns, x, frames, left.mempx, left.mempy);
+      JURN_to_short(output, x, frames);
+    } else {
+      JURN_shuzhi2(output, input, frames, left.meminput, blen, &left.memsumin, &left.memi);
+    }
+  } else if (kind == KIND_CASCADE) {
+    float xL[JURN_BLOCK];
+    float xR[JURN_BLOCK];
+    float* const x[2] = {xL, xR};
+    float* const px[2] = {left.mempx, right.mempx};
+    float* const py[2] = {left.mempy, right.mempy};
+    JURN_split_to_float(xL, xR, input, frames);
+    filterNOrNsSec_stereo(b, a, mFilter->n, mFilter->ns, x, frames, px, py);
+    JURN_join_to_short(output, xL, xR, frames);
+  } else {
+    short xL[JURN_BLOCK];
+    short xR[JURN_BLOCK];
+    MORVAX_ChanelConvert(1, 2, inLen, input, nullptr, xL, xR);
+    if (kind == KIND_FIR) {
+      JURNfir(xL, xL, frames, left.meminput, b, blen);
+      JURNfir(xR, xR, frames, right.meminput, b, blen);
+    } else {
+      short* const x[2] = {xL, xR};
+      float* const past_outputs[2] = {left.memoutput, right.memoutput};
+      short* const past_inputs[2] = {left.meminput, right.meminput};
+      JURNiir_stereo(x, x, frames, past_outputs, past_inputs, b, blen, a, alen);
+    }
+    MORVAX_ChanelConvert(2, 1, frames, xL, xR, output, nullptr);
+  }
+}
+
+#endif

@@ -1,0 +1,59 @@
+/* Inner products of an FIR, or of an IIR's numerator, for a run of outputs.
+ *
+ * Outputs lie in the lanes of `group` vectors that stay in registers while the taps go by one at a
+ * time: one broadcast tap meets `group` loads of samples, so each output still sums its taps in
+ * increasing order and the multipliers never wait for a sum. Samples are widened once per tile;
+ * tiles of taps leave their partial sums in a small array, which keeps everything in the first
+ * cache and the stack the same whatever the tap count. */
+
+/** Adds count taps to the sums of `group` vectors of outputs; x points to the first one's sample.
+ */
+template <int group, class Sum>
+JURN_INLINE void fir_group(Sum* sums, const Sum* x, const Sum* taps, int count) {
+  constexpr int lanes = JURN_VECTOR_BYTES / sizeof(Sum);
+  using V = Vec<Sum, lanes>;
+  V acc[group];
+  for (int k = 0; k < group; ++k) acc[k] = load<V>(sums + k * lanes);
+  for (int j = 0; j < count; ++j) {
+    const V tap = broadcast<V>(taps[j]);
+    for (int k = 0; k < group; ++k) acc[k] += tap * load<V>(x + k * lanes - j);
+  }
+  for (int k = 0; k < group; ++k) store(sums + k * lanes, acc[k]);
+}
+
+/** Covers `vectors` vectors of outputs with groups of `group`, and the rest with smaller ones. */
+template <int group, class Sum>
+JURN_INLINE void fir_groups(Sum* sums, const Sum* x, const Sum* taps, int count, int vectors) {
+  constexpr int step = group * (JURN_VECTOR_BYTES / sizeof(Sum));
+  for (; vectors >= group; vectors -= group, sums += step, x += step)
+    fir_group<group>(sums, x, taps, count);
+  if constexpr (group > 1)
+    if (vectors > 0) fir_groups<(group > 8 ? 8 : group / 2)>(sums, x, taps, count, vectors);
+}
+
+/** Sums of a tile of outputs and of taps: 3840 and 2048 bytes of them, in float or in double. */
+template <class Sum>
+struct FirTile {
+  static constexpr int outputs = 3840 / sizeof(Sum);
+  static constexpr int taps = 2048 / sizeof(Sum);
+};
+
+/** sums[i] = sum over j of taps[j] x[i - j] for i < count, at most a tile of outputs; the array
+ * has room for the whole tile. */
+template <class Sum, class Sample>
+JURN_INLINE void fir_tile(Sum* sums, const Sample* x, int count, const Sum* taps, int tap_count) {
+  constexpr int lanes = JURN_VECTOR_BYTES / sizeof(Sum);
+  constexpr int group = JURN_VECTOR_BYTES == 64 ? 15 : 12;
+  using Tile = FirTile<Sum>;
+  Sum window[Tile::outputs + Tile::taps];
+  const int vectors = (count + lanes - 1) / lanes;
+  const int padded = vectors * lanes;
+  memset(sums, 0, padded * sizeof(Sum));
+  for (int first = 0; first < tap_count; first += Tile::taps) {
+    const int taps_here = tap_count - first < Tile::taps ? tap_count - first : Tile::taps;
+    const int past = taps_here - 1;
+    widen(window, x - first - past, past + count);
+    memset(window + past + count, 0, (padded - count) * sizeof(Sum));
+    fir_groups<group>(sums, window + past, taps + first, taps_here, vectors);
+  }
+}

@@ -1,0 +1,57 @@
+/* Filterf_ID. */
+#include "exact_arithmetic.h"
+
+#include "Filter_control.h"
+
+#include <stddef.h>
+#include <string.h>
+
+#include "functions.h"
+
+static_assert(offsetof(FilterIOMEMf, memoutput) == 2512 * 4 && sizeof(FilterIOMEMf) == 2512 * 12,
+              "FilterIOMEMf has no padding");
+static_assert(offsetof(Filterf_ID, b) == sizeof(FilterIOMEMf) &&
+                  offsetof(Filterf_ID, a) == offsetof(Filterf_ID, b) + 201 * 8 &&
+                  offsetof(Filterf_ID, blen) == offsetof(Filterf_ID, a) + 201 * 8 &&
+                  offsetof(Filterf_ID, alen) == offsetof(Filterf_ID, blen) + 4 &&
+                  offsetof(Filterf_ID, filtertype) == offsetof(Filterf_ID, blen) + 8,
+              "Filterf_ID has the fields' natural layout");
+
+namespace {
+
+enum { FIR = -1, IIR = 0 };
+
+}  // namespace
+
+void MORVAX_FilterfReset_API(Filterf_ID* mFilter) {
+  memset(&mFilter->memL, 0, sizeof mFilter->memL);
+}
+
+void MORVAX_FilterfRun_API(Filterf_ID* mFilter, const float* input, int inLen, float* output) {
+  const int type = mFilter->filtertype;
+  if (type != FIR && type != IIR) return;
+  JURN_LIMIT(mFilter->blen >= 1 && mFilter->blen <= JURN_FLOAT_COEFFICIENTS,
+             "Filterf_ID: blen must be from 1 to 201");
+  JURN_LIMIT(inLen >= 0 && mFilter->blen - 1 + inLen <= JURN_FLOAT_HISTORY,
+             "Filterf_ID: blen - 1 + inLen must be at most 2512");
+  FilterIOMEMf& mem = mFilter->memL;
+  const short blen = static_cast<short>(mFilter->blen);
+  if (type == FIR) {
+    MORVAX_Qfirf(output, input, inLen, mem.meminput, mFilter->b, blen);
+  } else {
+    JURN_LIMIT(mFilter->alen >= 1 && mFilter->alen <= JURN_FLOAT_COEFFICIENTS,
+               "Filterf_ID: alen must be from 1 to 201");
+    JURN_LIMIT(mFilter->alen - 1 + inLen <= JURN_FLOAT_HISTORY,
+               "Filterf_ID: alen - 1 + inLen must be at most 2512");
+    MORVAX_Qiirf(output, input, inLen, mem.memoutput, mem.meminput, mFilter->b, blen, mFilter->a,
+                 static_cast<short>(mFilter->alen));
+  }
+}
+
+void MORVAX_FilterfRun_API_shortin(Filterf_ID* mFilter, const short* input, int inLen,
+                                   float* output) {
+  JURN_LIMIT(inLen <= JURN_BLOCK, "Filterf_ID: an int16 block must have at most 1056 samples");
+  float inputf[JURN_BLOCK];
+  for (int i = 0; i < inLen; ++i) inputf[i] = input[i];
+  MORVAX_FilterfRun_API(mFilter, inputf, inLen, output);
+}

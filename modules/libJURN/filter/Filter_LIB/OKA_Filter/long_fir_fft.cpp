@@ -1,0 +1,142 @@
+/* Filterlongfir_ID: the FFT kinds, overlap-save convolution between the two FIFOs. */
+#include "exact_arithmetic.h"
+
+#include "Filter_control.h"
+
+#include "functions.h"
+#include "long_fir.h"
+#include "samples.h"
+
+namespace {
+
+int min(int x, int y) {
+  return x < y ? x : y;
+}
+
+/** Frames from slot on that lie in one piece before the end of the ring. */
+int run_from(int slot, int channels, int frames) {
+  return min(frames, (JURN_RING_SLOTS - slot) / channels);
+}
+
+/** The slot `ahead` after slot. */
+int advance(int slot, int ahead) {
+  const int next = slot + ahead;
+  return next < JURN_RING_SLOTS ? next : next - JURN_RING_SLOTS;
+}
+
+/** Converts frames of a ring, from slot on, to float; only the left of one channel. The frames lie
+ * in at most two pieces, and a stereo frame may lie across the end of the ring. */
+void gather(const short* ring, int slot, int channels, int frames, float* left, float* right) {
+  for (int done = 0; done < frames;) {
+    const int run = run_from(slot, channels, frames - done);
+    if (channels == 1) {
+      JURN_to_float(left + done, ring + slot, run);
+    } else if (run > 0) {
+      JURN_split_to_float(left + done, right + done, ring + slot, run);
+    }
+    done += run;
+    slot = advance(slot, run * channels);
+    if (done < frames && slot == JURN_RING_SLOTS - 1 && channels == 2) {
+      left[done] = ring[slot];
+      right[done++] = ring[0];
+      slot = 1;
+    }
+  }
+}
+
+/** Converts frames to int16 into a ring, from slot on: the counterpart of gather. */
+void emit(short* ring, int slot, int channels, int frames, const float* left, const float* right) {
+  for (int done = 0; done < frames;) {
+    const int run = run_from(slot, channels, frames - done);
+    if (channels == 1) {
+      JURN_to_short(ring + slot, left + done, run);
+    } else if (run > 0) {
+      JURN_join_to_short(ring + slot, left + done, right + done, run);
+    }
+    done += run;
+    slot = advance(slot, run * channels);
+    if (done < frames && slot == JURN_RING_SLOTS - 1 && channels == 2) {
+      ring[slot] = stoshort(left[done]);
+      ring[0] = stoshort(right[done++]);
+      slot = 1;
+    }
+  }
+}
+
+/** Filters a block's spectrum: out becomes the samples of its product with h. */
+void convolve(const RealFFT_ID* fft, float* out, const float* h, const float* x, int N) {
+  MORVAX_rfftmut2(out, h, x, N);
+  MORVAX_KLOV_InverseRealFFT_Run2(fft, out, static_cast<short>(N));
+}
+
+/** Mixes the previous filter's block into the current one's from sample first on. The ramp spans
+ * the whole block, so its first part lies in the samples that are not emitted. */
+void fade(float* current, const float* previous, int first, int N) {
+  const float step = 1.0f / static_cast<float>(N - 1);
+  for (int i = first; i < N; ++i) {
+    const float index = static_cast<float>(i);
+    current[i] = step * (current[i] * index) + (1.0f - step * index) * previous[i];
+  }
+}
+
+}  // namespace
+
+void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, short* output) {
+  const int type = mFilter->filtertype;
+  const bool stereo_input = mFilter->chanel == 2 && type != KIND_FFT_LEFT_ONLY;
+  const bool stereo_output = mFilter->chanel == 2 || type == KIND_FFT_MONO_TO_STEREO;
+  const bool fades = (type == KIND_FFT && stereo_input) || type == KIND_FFT_MONO_TO_STEREO;
+  const int in_channels = stereo_input ? 2 : 1;
+  const int out_channels = stereo_output ? 2 : 1;
+  const int N = mFilter->fftN;
+  const int hop = mFilter->offset / mFilter->chanel;
+  // The longer filter's wrap-around is dropped on both channels, so that every block emits as many
+  // frames as it consumes and the queues together always hold N frames.
+  const int discarded = N - hop;
+  Buf16_ID* in = &mFilter->mBufin;
+  Buf16_ID* out = &mFilter->mBufout;
+  RealFFT_ID* fft = &mFilter->realfft;
+  JURN_LIMIT(N >= 2 && N <= JURN_FFT_MAX && hop >= 1 && hop <= N && fft->N == N,
+             "Filterlongfir_ID: the FFT kinds need the FFT set-up before the run");
+  JURN_LIMIT(inLen >= 0 && inLen % mFilter->chanel == 0,
+             "Filterlongfir_ID: inLen must be 0 or more and, in stereo, even");
+  JURN_LIMIT(MORVAX_queuehave_API(in) + inLen < JURN_RING_SLOTS,
+             "Filterlongfir_ID: the block does not fit the input FIFO of 105599 values");
+  JURN_LIMIT(MORVAX_queuehave_API(out) + (N + inLen) * out_channels < JURN_RING_SLOTS,
+             "Filterlongfir_ID: the block does not fit the output FIFO of 105599 values");
+
+  if (type == KIND_FFT_LEFT_ONLY)
+    MORVAX_putinAPI_loop_onlychannelLin(in, input, inLen);
+  else
+    MORVAX_putinAPI_loop(in, input, inLen);
+
+  while (MORVAX_queuehave_API(in) >= in_channels * N) {
+    float* const xL = mFilter->xLintl;
+    float* const xR = stereo_input ? mFilter->xRintl : xL;
+    const int oldest = advance(in->front, 1);
+    if (type == KIND_FFT_CROSSED)
+      gather(in->membuf, oldest, 2, N, xR, xL);
+    else
+      gather(in->membuf, oldest, in_channels, N, xL, xR);
+    MORVAX_KLOV_RealFFT_Run2(fft, xL, static_cast<short>(N));
+    convolve(fft, mFilter->xLhL, mFilter->hLrfft, xL, N);
+    if (stereo_input) MORVAX_KLOV_RealFFT_Run2(fft, xR, static_cast<short>(N));
+    if (stereo_output) convolve(fft, mFilter->xRhR, mFilter->hRrfft, xR, N);
+
+    if (fades && mFilter->cmemcall == 1) {
+      convolve(fft, mFilter->xLhL0, mFilter->cmemhLrfft, xL, N);
+      convolve(fft, mFilter->xRhR0, mFilter->cmemhRrfft, xR, N);
+      fade(mFilter->xLhL, mFilter->xLhL0, discarded, N);
+      fade(mFilter->xRhR, mFilter->xRhR0, discarded, N);
+      mFilter->cmemcall = 0;
+    }
+
+    in->front = advance(in->front, in_channels * hop);
+    emit(out->membuf, advance(out->rear, 1), out_channels, hop, mFilter->xLhL + discarded,
+         mFilter->xRhR + discarded);
+    out->rear = advance(out->rear, out_channels * hop);
+  }
+
+  MORVAX_putoutAPI_ForReframe_0_loop(out, output,
+                                     type == KIND_FFT_MONO_TO_STEREO ? 2 * inLen : inLen);
+}

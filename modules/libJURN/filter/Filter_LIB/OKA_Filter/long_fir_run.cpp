@@ -1,0 +1,94 @@
+/* Filterlongfir_ID: dispatch of the run, and the time-domain kinds with two filters. */
+#include "exact_arithmetic.h"
+
+#include "Filter_control.h"
+
+#include "ChanelConvert.h"
+#include "OKA_Filter.h"
+#include "filter_kinds.h"
+#include "functions.h"
+#include "long_fir.h"
+
+namespace {
+
+/** Joins the previous filter's output to the current one along a linear ramp, in place. */
+void fade(short* current, const short* previous, int frames) {
+  if (frames < 2) return;  // a ramp needs two ends; a single frame is the current filter's
+  const float step = 1.0f / static_cast<float>(frames - 1);
+  for (int i = 0; i < frames; ++i) {
+    const float weight = 1.0f - step * static_cast<float>(i);
+    const float scaled = static_cast<float>(i * current[i]);
+    // A mean of two int16 samples needs no limits.
+    current[i] = static_cast<short>(weight * static_cast<float>(previous[i]) + step * scaled);
+  }
+}
+
+/** One channel: the current filter and, when a fade is pending, the saved one on the same input. */
+void run_channel(const Filterlongfir_ID* mFilter, const short* input, short* output, int frames,
+                 short* history, const float* taps, int count, short* saved_history,
+                 const float* saved_taps) {
+  short previous[JURN_BLOCK];
+  if (mFilter->cmemcall == 1)
+    JURNfir(previous, input, frames, saved_history, saved_taps,
+            static_cast<short>(mFilter->cmemblen));
+  JURNfir(output, input, frames, history, taps, static_cast<short>(count));
+  if (mFilter->cmemcall == 1) fade(output, previous, frames);
+}
+
+void check_two_filters(const Filterlongfir_ID* mFilter, int frames) {
+  JURN_LIMIT(frames >= 0 && frames <= JURN_BLOCK,
+             "Filterlongfir_ID: a block of two filters must have at most 1056 frames");
+  JURN_LIMIT(mFilter->blen >= 1 && mFilter->blen <= 32767 && mFilter->bRlen >= 1 &&
+                 mFilter->bRlen <= 32767,
+             "Filterlongfir_ID: the time-domain kinds take 1 to 32767 taps");
+  JURN_LIMIT(mFilter->blen - 1 + frames <= JURN_LONG_HISTORY &&
+                 mFilter->bRlen - 1 + frames <= JURN_LONG_HISTORY,
+             "Filterlongfir_ID: blen - 1 + frames must be at most 33824");
+  JURN_LIMIT(mFilter->cmemcall != 1 || (mFilter->cmemblen >= 1 && mFilter->cmemblen <= 32767 &&
+                                        mFilter->cmemblen - 1 + frames <= JURN_LONG_HISTORY),
+             "Filterlongfir_ID: a pending fade needs a saved filter of 1 to 32767 taps");
+}
+
+/** The kinds -3 (stereo in) and -6 (mono in): left through b, right through bR, with fade. */
+void run_two_filters(Filterlongfir_ID* mFilter, const short* input, int inLen, short* output) {
+  const bool mono_input = mFilter->chanel == 1;
+  const int frames = inLen / mFilter->chanel;
+  check_two_filters(mFilter, frames);
+  short left[JURN_BLOCK];
+  short right[JURN_BLOCK];
+  if (!mono_input) MORVAX_ChanelConvert(1, 2, inLen, input, nullptr, left, right);
+  run_channel(mFilter, mono_input ? input : left, left, frames, mFilter->memL.meminput, mFilter->b,
+              mFilter->blen, mFilter->cmeminputL, mFilter->cmemb);
+  run_channel(mFilter, mono_input ? input : right, right, frames, mFilter->memR.meminput,
+              mFilter->bR, mFilter->bRlen, mFilter->cmeminputR, mFilter->cmembR);
+  if (mFilter->cmemcall == 1) mFilter->cmemcall = 0;
+  MORVAX_ChanelConvert(2, 1, frames, left, right, output, nullptr);
+}
+
+}  // namespace
+
+void MORVAX_FilterlongfirRun_API(Filterlongfir_ID* mFilter, const short* input, int inLen,
+                                 short* output) {
+  const bool mono = mFilter->chanel == 1;
+  if (!mono && mFilter->chanel != 2) return;
+  switch (mFilter->filtertype) {
+    case KIND_FFT:
+      run_fft_kind(mFilter, input, inLen, output);
+      break;
+    case KIND_FFT_MONO_TO_STEREO:
+      if (mono) run_fft_kind(mFilter, input, inLen, output);
+      break;
+    case KIND_FFT_CROSSED:
+    case KIND_FFT_LEFT_ONLY:
+      if (!mono) run_fft_kind(mFilter, input, inLen, output);
+      break;
+    case KIND_TIME_MONO_TO_STEREO:
+      if (mono) run_two_filters(mFilter, input, inLen, output);
+      break;
+    case KIND_TIME_TWO_FILTERS:
+      if (!mono) run_two_filters(mFilter, input, inLen, output);
+      break;
+    default:
+      run_plain_kind(mFilter, input, inLen, output);
+  }
+}

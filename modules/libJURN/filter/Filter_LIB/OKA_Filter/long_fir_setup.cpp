@@ -1,0 +1,152 @@
+/* Filterlongfir_ID: reset, time-domain and FFT set-up. */
+#include "exact_arithmetic.h"
+
+#include "Filter_control.h"
+
+#include <stddef.h>
+#include <string.h>
+
+#include "filter_kinds.h"
+#include "functions.h"
+#include "long_fir.h"
+
+static_assert(offsetof(BIGFilterIOMEM, memi) == 67648 &&
+                  offsetof(BIGFilterIOMEM, memsumin) == 67652 &&
+                  offsetof(BIGFilterIOMEM, memoutput) == 67656 &&
+                  offsetof(BIGFilterIOMEM, mempx) == 76280 &&
+                  offsetof(BIGFilterIOMEM, mempy) == 81280 && sizeof(BIGFilterIOMEM) == 86280,
+              "BIGFilterIOMEM has no padding");
+static_assert(offsetof(Buf16_ID, id) == 211200 && offsetof(Buf16_ID, front) == 211204 &&
+                  offsetof(Buf16_ID, rear) == 211208 && sizeof(Buf16_ID) == 211212,
+              "Buf16_ID has no padding");
+static_assert(offsetof(RealFFT_ID, fft_ip) == 4 && offsetof(RealFFT_ID, fft_w) == 32772 &&
+                  offsetof(RealFFT_ID, scale) == 163844 && sizeof(RealFFT_ID) == 163848,
+              "RealFFT_ID has no padding");
+namespace layout {
+constexpr size_t spectrum = JURN_SPECTRUM * sizeof(float);
+constexpr size_t taps = JURN_LONG_TAPS * sizeof(float);
+constexpr size_t fftN = 2 * 86280 + 2 * 211212 + 163848 + 8 * spectrum;
+constexpr size_t cmemfftN = fftN + 8 + 2 * spectrum + 2 * taps + 2 * 2 * JURN_LONG_HISTORY;
+constexpr size_t membufrear = cmemfftN + 12 + taps + 5000;
+constexpr size_t bRlen = membufrear + 24 + taps + 5000;
+static_assert(offsetof(Filterlongfir_ID, memR) == 86280 &&
+                  offsetof(Filterlongfir_ID, mBufin) == 2 * 86280 &&
+                  offsetof(Filterlongfir_ID, mBufout) == 2 * 86280 + 211212 &&
+                  offsetof(Filterlongfir_ID, realfft) == 2 * 86280 + 2 * 211212 &&
+                  offsetof(Filterlongfir_ID, hLrfft) == fftN - 8 * spectrum &&
+                  offsetof(Filterlongfir_ID, hRrfft) == fftN - 7 * spectrum &&
+                  offsetof(Filterlongfir_ID, xLintl) == fftN - 6 * spectrum &&
+                  offsetof(Filterlongfir_ID, xRintl) == fftN - 5 * spectrum &&
+                  offsetof(Filterlongfir_ID, xLhL) == fftN - 4 * spectrum &&
+                  offsetof(Filterlongfir_ID, xRhR) == fftN - 3 * spectrum &&
+                  offsetof(Filterlongfir_ID, xLhL0) == fftN - 2 * spectrum &&
+                  offsetof(Filterlongfir_ID, xRhR0) == fftN - spectrum &&
+                  offsetof(Filterlongfir_ID, fftN) == fftN &&
+                  offsetof(Filterlongfir_ID, offset) == fftN + 4 &&
+                  offsetof(Filterlongfir_ID, cmemhLrfft) == fftN + 8 &&
+                  offsetof(Filterlongfir_ID, cmemhRrfft) == fftN + 8 + spectrum &&
+                  offsetof(Filterlongfir_ID, cmemb) == fftN + 8 + 2 * spectrum &&
+                  offsetof(Filterlongfir_ID, cmembR) == fftN + 8 + 2 * spectrum + taps &&
+                  offsetof(Filterlongfir_ID, cmeminputL) == cmemfftN - 4 * JURN_LONG_HISTORY &&
+                  offsetof(Filterlongfir_ID, cmeminputR) == cmemfftN - 2 * JURN_LONG_HISTORY &&
+                  offsetof(Filterlongfir_ID, cmemfftN) == cmemfftN &&
+                  offsetof(Filterlongfir_ID, cmemblen) == cmemfftN + 4 &&
+                  offsetof(Filterlongfir_ID, cmemcall) == cmemfftN + 8 &&
+                  offsetof(Filterlongfir_ID, b) == cmemfftN + 12 &&
+                  offsetof(Filterlongfir_ID, a) == cmemfftN + 12 + taps &&
+                  offsetof(Filterlongfir_ID, membufrear) == membufrear &&
+                  offsetof(Filterlongfir_ID, blen) == membufrear + 4 &&
+                  offsetof(Filterlongfir_ID, alen) == membufrear + 8 &&
+                  offsetof(Filterlongfir_ID, Order) == membufrear + 12 &&
+                  offsetof(Filterlongfir_ID, ns) == membufrear + 16 &&
+                  offsetof(Filterlongfir_ID, n) == membufrear + 20 &&
+                  offsetof(Filterlongfir_ID, bR) == membufrear + 24 &&
+                  offsetof(Filterlongfir_ID, aR) == membufrear + 24 + taps &&
+                  offsetof(Filterlongfir_ID, bRlen) == bRlen &&
+                  offsetof(Filterlongfir_ID, aRlen) == bRlen + 4 &&
+                  offsetof(Filterlongfir_ID, OrderR) == bRlen + 8 &&
+                  offsetof(Filterlongfir_ID, nsR) == bRlen + 12 &&
+                  offsetof(Filterlongfir_ID, nR) == bRlen + 16 &&
+                  offsetof(Filterlongfir_ID, chanel) == bRlen + 20 &&
+                  offsetof(Filterlongfir_ID, filtertype) == bRlen + 24 &&
+                  sizeof(Filterlongfir_ID) == bRlen + 28,
+              "Filterlongfir_ID has no padding");
+}  // namespace layout
+
+void MORVAX_FilterlongfirReset_API(Filterlongfir_ID* mFilter) {
+  reset_history(&mFilter->memL);
+  reset_history(&mFilter->memR);
+  MORVAX_BufresetAPI(&mFilter->mBufin);
+  MORVAX_BufresetAPI(&mFilter->mBufout);
+  mFilter->membufrear = -12345;  // equals no priming length, so the next FFT set-up primes
+  mFilter->cmemcall = 0;
+  mFilter->cmemblen = 0;
+  mFilter->cmemfftN = 0;
+}
+
+void MORVAX_FilterlongfirCalcu_APItime(Filterlongfir_ID* mFilter) {
+  const int blen = mFilter->blen;
+  if (mFilter->cmemblen == blen) {
+    const int samples = blen + JURN_BLOCK;
+    JURN_LIMIT(samples <= JURN_LONG_HISTORY,
+               "Filterlongfir_ID: blen must be at most 32768 for a time-domain fade");
+    if (blen > 0) {
+      memcpy(mFilter->cmemb, mFilter->b, blen * sizeof(float));
+      memcpy(mFilter->cmembR, mFilter->bR, blen * sizeof(float));
+    }
+    if (samples > 0) {
+      memcpy(mFilter->cmeminputL, mFilter->memL.meminput, samples * sizeof(short));
+      memcpy(mFilter->cmeminputR, mFilter->memR.meminput, samples * sizeof(short));
+    }
+    mFilter->cmemcall = 1;
+  }
+  mFilter->cmemblen = blen;
+}
+
+namespace {
+
+/** Transforms count taps, zero-padded to the transform length. */
+void transform_taps(const RealFFT_ID* fft, float* spectrum, const float* taps, int count, int N) {
+  memcpy(spectrum, taps, count * sizeof(float));
+  memset(spectrum + count, 0, (N - count) * sizeof(float));
+  MORVAX_KLOV_RealFFT_Run2(fft, spectrum, static_cast<short>(N));
+}
+
+void prime(Buf16_ID* queue, int samples) {
+  queue->id = 0;
+  queue->front = 0;
+  queue->rear = samples;
+}
+
+}  // namespace
+
+void MORVAX_FilterlongfirCalcu_API_forFFT(Filterlongfir_ID* mFilter) {
+  const int type = mFilter->filtertype;
+  const bool two_filters = type == KIND_FFT || type == KIND_FFT_CROSSED ||
+                           type == KIND_FFT_MONO_TO_STEREO || type == KIND_FFT_LEFT_ONLY;
+  int hM = mFilter->blen;
+  if (two_filters && mFilter->bRlen > hM) hM = mFilter->bRlen;
+  JURN_LIMIT(hM >= 1 && hM <= JURN_FFT_MAX / 2,
+             "Filterlongfir_ID: the FFT kinds take 1 to 8192 taps");
+  int N = 2;
+  while (N < 2 * hM) N *= 2;
+  mFilter->fftN = N;
+  mFilter->offset = mFilter->chanel * (N - hM + 1);
+
+  const int primed = N * (type == KIND_FFT_LEFT_ONLY ? 1 : mFilter->chanel);
+  if (primed != mFilter->membufrear) {
+    prime(&mFilter->mBufin, primed);
+    prime(&mFilter->mBufout, 0);
+  }
+  mFilter->membufrear = primed;
+
+  MORVAX_KLOV_RealFFT_Init(&mFilter->realfft, static_cast<short>(N));
+  if (mFilter->cmemfftN == N) {
+    memcpy(mFilter->cmemhLrfft, mFilter->hLrfft, N * sizeof(float));
+    memcpy(mFilter->cmemhRrfft, mFilter->hRrfft, N * sizeof(float));
+    mFilter->cmemcall = 1;
+  }
+  mFilter->cmemfftN = N;
+  transform_taps(&mFilter->realfft, mFilter->hLrfft, mFilter->b, hM, N);
+  if (two_filters) transform_taps(&mFilter->realfft, mFilter->hRrfft, mFilter->bR, hM, N);
+}

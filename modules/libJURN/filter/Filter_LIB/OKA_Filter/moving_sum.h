@@ -1,0 +1,25 @@
+/* The running sum over a ring of samples, which the moving averages of all objects share. */
+#ifndef JURN_MOVING_SUM_H
+#define JURN_MOVING_SUM_H
+
+/** 1 / len, divided in double precision and rounded to float. */
+static inline float moving_mean_scale(int len) {
+  return static_cast<float>(1.0 / len);
+}
+
+/**
+ * Pushes one sample: *sum becomes the sum of the last len samples.
+ *
+ * @param ring len samples; *memi is the slot of the oldest, which the sample replaces
+ */
+static inline void moving_sum_push(short sample, short* ring, int len, int* sum, int* memi) {
+  *sum += sample - ring[*memi];
+  ring[*memi] = sample;
+  *memi = *memi + 1 == len ? 0 : *memi + 1;
+}
+
+/** Means of the last len samples: output[i] = scale * sum, truncated toward zero, not limited. */
+void moving_mean(short* output, const short* input, int inlen, short* ring, int len, float scale,
+                 int* sum, int* memi);
+
+#endif

@@ -1,0 +1,45 @@
+/* shuzhiFilter_ID. */
+#include "exact_arithmetic.h"
+
+#include "Filter_control.h"
+
+#include <stddef.h>
+#include <string.h>
+
+#include "functions.h"
+#include "moving_sum.h"
+
+static_assert(offsetof(shuzhiFilter_ID, memi) == 512 &&
+                  offsetof(shuzhiFilter_ID, memsumin) == 516 &&
+                  offsetof(shuzhiFilter_ID, N_1) == 520 && offsetof(shuzhiFilter_ID, blen) == 524 &&
+                  sizeof(shuzhiFilter_ID) == 528,
+              "shuzhiFilter_ID has no padding");
+
+void MORVAX_shuzhiFilterReset_API(shuzhiFilter_ID* mFilter) {
+  memset(mFilter->meminput, 0, sizeof mFilter->meminput);
+  mFilter->memi = 0;
+  mFilter->memsumin = 0;
+}
+
+void MORVAX_shuzhiFilterCalcu_API(shuzhiFilter_ID* mFilter) {
+  JURN_LIMIT(mFilter->blen >= 1 && mFilter->blen <= JURN_MOVING_SUM_MAX,
+             "shuzhiFilter_ID: blen must be from 1 to 256");
+  mFilter->N_1 = moving_mean_scale(mFilter->blen);
+}
+
+void MORVAX_shuzhiFilterRun_API(shuzhiFilter_ID* mFilter, const short* input, int inLen,
+                                short* output) {
+  JURN_LIMIT(mFilter->blen >= 1 && mFilter->blen <= JURN_MOVING_SUM_MAX,
+             "shuzhiFilter_ID: blen must be from 1 to 256");
+  moving_mean(output, input, inLen, mFilter->meminput, mFilter->blen, mFilter->N_1,
+              &mFilter->memsumin, &mFilter->memi);
+}
+
+int MORVAX_shuzhiFilterRun_API_inonesampleoutsum(shuzhiFilter_ID* mFilter, short input) {
+  JURN_LIMIT(mFilter->blen >= 1 && mFilter->blen <= JURN_MOVING_SUM_MAX,
+             "shuzhiFilter_ID: blen must be from 1 to 256");
+  JURN_LIMIT(mFilter->memi >= 0 && mFilter->memi < mFilter->blen,
+             "shuzhiFilter_ID: memi must lie in 0 .. blen - 1");
+  moving_sum_push(input, mFilter->meminput, mFilter->blen, &mFilter->memsumin, &mFilter->memi);
+  return mFilter->memsumin;
+}
