@@ -138,7 +138,7 @@ class GuardedArray {
 /** Equal bits; NaNs of filters are only equal as such, since their sign and payload are open. */
 template <class T>
 bool same(const T* x, const T* y, size_t count) {
-  if (std::memcmp(x, y, count * sizeof(T)) == 0) return true;
+  if (count == 0 || std::memcmp(x, y, count * sizeof(T)) == 0) return true;
   for (size_t i = 0; i < count; ++i)
     if (std::memcmp(x + i, y + i, sizeof(T)) != 0 && (x[i] == x[i] || y[i] == y[i])) return false;
   return true;
