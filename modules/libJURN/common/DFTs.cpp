@@ -5,6 +5,20 @@
 
 #include <stddef.h>
 
+/* fft_w: a table for every length that a transform of N passes through, at places that depend on
+ * that length alone, so that no two tables meet:
+ *
+ *   splitting a real sequence of M     at M           3 M / 4 floats
+ *   radix 4 on L = M / 8 values        at 14 L        3 L / 2 floats, right behind
+ *   all short lengths                  from 31744 on
+ */
+enum {
+  table_halve = 31744 - 16, /* plus the length, 16 to 64 */
+  table8 = 31840,
+  table16 = 31872,
+  table32 = table16 + 96
+};
+
 #define JURN_CLONE_BODY "DFTs.inl"
 #include "for_each_clone.h"
 
@@ -52,20 +66,30 @@ Rotation rotation(int k, int n) {
 }
 
 /** Writes exp(-2 pi i step k / n) for count values of k from first: real, then imaginary parts. */
-float* put_row(float* w, int first, int count, int step, int n) {
+void put_row(float* w, int first, int count, int step, int n) {
   for (int k = 0; k < count; ++k) {
     const Rotation r = rotation((first + k) * step, n);
     w[k] = (float)r.re;
     w[count + k] = (float)r.im;
   }
-  return w + 2 * count;
 }
 
-/** A table of the powers steps[0..2] of exp(-2 pi i k / n), rows of 16 in turn, k below count. */
-void put_table(float* w, int count, const int (&steps)[3], int n) {
-  const int row = count < 16 ? count : 16;
-  for (int first = 0; first < count; first += row)
-    for (int step : steps) w = put_row(w, first, row, step, n);
+/** Rows of 16 for each of three steps in turn, k from 0 to count. */
+void put_rows(float* w, int count, const int (&steps)[3], int n) {
+  for (int first = 0; first < count; first += 16)
+    for (int step : steps) {
+      put_row(w, first, 16, step, n);
+      w += 32;
+    }
+}
+
+/** count values, repeated for every group of the widest vector that takes them: 2 rows of size. */
+void put_groups(float* w, int first, int count, int size, int step, int n) {
+  for (int i = 0; i < 16; ++i) {
+    const Rotation r = rotation((first + i % count) * step, n);
+    w[i] = (float)r.re;
+    w[size + i] = (float)r.im;
+  }
 }
 
 }  // namespace
@@ -75,14 +99,13 @@ short MORVAX_KLOV_RealFFT_Init(RealFFT_ID* state, short N) {
   state->N = N;
   state->scale = 2.f / N;
   float* w = state->fft_w;
-  /* Short lengths: halving steps, the radix-2 levels of 8 and 32, the level of 16. */
-  for (int n = 16; n <= 64; n *= 2) put_row(w + n, 0, n / 4, 1, n);
-  put_row(w + 14 * 8, 0, 4, 1, 8);
-  put_row(w + 14 * 32, 0, 16, 1, 32);
-  put_table(w + 14 * 16, 4, {1, 2, 3}, 16);
+  for (int n = 16; n <= 64; n *= 2) put_row(w + table_halve + n, 0, n / 4, 1, n);
+  put_row(w + table8, 0, 4, 1, 8);
+  for (int i = 0; i < 3; ++i) put_groups(w + table16 + 32 * i, 0, 4, 16, i + 1, 16);
+  for (int i = 0; i < 2; ++i) put_groups(w + table32 + 16 * i, 8 * i, 8, 32, 1, 32);
   for (int n = N; n >= 128; n /= 4) {
-    put_table(w + n, n / 8, {2, 1, 5}, n);
-    if (n / 8 >= 64) put_table(w + 14 * (n / 8), n / 8 / 4, {1, 2, 3}, n / 8);
+    put_rows(w + n, n / 8, {2, 1, 5}, n);
+    if (n / 8 >= 64) put_rows(w + 14 * (n / 8), n / 32, {1, 2, 3}, n / 8);
   }
   return 0;
 }

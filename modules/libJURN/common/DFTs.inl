@@ -35,8 +35,7 @@ constexpr float sqrt_half = 0.70710678118654752440f;
 template <class V>
 constexpr int lanes_of = int(sizeof(V) / 4);
 
-/* The tables, each where its length alone puts it (the layout is filled in by the set-up). */
-
+/* Where the tables for splitting real sequences and for radix 4 lie (the set-up fills them in). */
 JURN_INLINE const float* real_twiddles(const float* w, int length) {
   return w + length;
 }
@@ -123,34 +122,53 @@ JURN_INLINE void transpose(V& a, V& b, V& c, V& d) {
   d = shuffle_groups<2, 3, 6, 7>(ab23, cd23);
 }
 
-/** Four floats at p from each of the tiles, which lie stride floats apart, a group per tile. */
+/** The even groups of both vectors in turn, and the odd ones. */
 template <class V>
-JURN_INLINE V load_groups(const float* p, ptrdiff_t stride) {
-  constexpr int n = int(sizeof(V) / 4);
-  if constexpr (n == 4) {
+JURN_INLINE V even_groups(V a, V b) {
+  if constexpr (sizeof(V) == 32)
+    return JURN_SHUFFLE(a, b, 0, 1, 2, 3, 8, 9, 10, 11);
+  else
+    return JURN_SHUFFLE(a, b, 0, 1, 2, 3, 16, 17, 18, 19, 8, 9, 10, 11, 24, 25, 26, 27);
+}
+
+template <class V>
+JURN_INLINE V odd_groups(V a, V b) {
+  if constexpr (sizeof(V) == 32)
+    return JURN_SHUFFLE(a, b, 4, 5, 6, 7, 12, 13, 14, 15);
+  else
+    return JURN_SHUFFLE(a, b, 4, 5, 6, 7, 20, 21, 22, 23, 12, 13, 14, 15, 28, 29, 30, 31);
+}
+
+/** Eight floats from p, and for a vector of 16 lanes eight more from p + stride. */
+template <class V>
+JURN_INLINE V load_eights(const float* p, ptrdiff_t stride) {
+  if constexpr (sizeof(V) <= 32) {
     return load<V>(p);
   } else {
-    const auto a = load_groups<Vec<float, n / 2>>(p, stride);
-    const auto b = load_groups<Vec<float, n / 2>>(p + n / 8 * stride, stride);
-    if constexpr (n == 8) return JURN_SHUFFLE(a, b, 0, 1, 2, 3, 4, 5, 6, 7);
-    if constexpr (n == 16)
-      return JURN_SHUFFLE(a, b, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    const auto a = load<Vec<float, 8>>(p), b = load<Vec<float, 8>>(p + stride);
+    return JURN_SHUFFLE(a, b, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
   }
 }
 
 template <class V>
-JURN_INLINE void store_groups(float* p, ptrdiff_t stride, V v) {
-  constexpr int n = int(sizeof(V) / 4);
-  if constexpr (n == 4) {
+JURN_INLINE void store_eights(float* p, ptrdiff_t stride, const V& v) {
+  if constexpr (sizeof(V) <= 32) {
     store(p, v);
   } else {
-    store(p, JURN_SHUFFLE(v, v, 0, 1, 2, 3));
-    store(p + stride, JURN_SHUFFLE(v, v, 4, 5, 6, 7));
-    if constexpr (n == 16) {
-      store(p + 2 * stride, JURN_SHUFFLE(v, v, 8, 9, 10, 11));
-      store(p + 3 * stride, JURN_SHUFFLE(v, v, 12, 13, 14, 15));
-    }
+    memcpy(p, &v, 32);
+    memcpy(p + stride, reinterpret_cast<const char*>(&v) + 32, 32);
   }
+}
+
+template <class V>
+JURN_INLINE Complex<V> load_eights(const float* p, ptrdiff_t distance, ptrdiff_t stride) {
+  return {load_eights<V>(p, stride), load_eights<V>(p + distance, stride)};
+}
+
+template <class V>
+JURN_INLINE void store_eights(float* p, ptrdiff_t distance, ptrdiff_t stride, Complex<V> a) {
+  store_eights(p, stride, a.re);
+  store_eights(p + distance, stride, a.im);
 }
 
 /* ---- Complex transforms ---- */
@@ -220,36 +238,11 @@ static void radix4_inverse(float* z, int size, int length, const float* twiddles
   }
 }
 
-/** Four rows of four values in each group, and the twiddle factors of 16. */
+/** Sixteen values in each group of lanes: rows of four. */
 template <class V>
 struct Tile {
   Complex<V> a, b, c, d;
 };
-
-template <class V>
-JURN_INLINE Complex<V> load_groups(const float* p, ptrdiff_t distance, ptrdiff_t stride) {
-  return {load_groups<V>(p, stride), load_groups<V>(p + distance, stride)};
-}
-
-template <class V>
-JURN_INLINE Tile<V> load_tile(const float* p, ptrdiff_t distance, ptrdiff_t stride) {
-  return {load_groups<V>(p, distance, stride), load_groups<V>(p + 4, distance, stride),
-          load_groups<V>(p + 8, distance, stride), load_groups<V>(p + 12, distance, stride)};
-}
-
-template <class V>
-JURN_INLINE void store_groups(float* p, ptrdiff_t distance, ptrdiff_t stride, Complex<V> a) {
-  store_groups(p, stride, a.re);
-  store_groups(p + distance, stride, a.im);
-}
-
-template <class V>
-JURN_INLINE void store_tile(float* p, ptrdiff_t distance, ptrdiff_t stride, const Tile<V>& x) {
-  store_groups(p, distance, stride, x.a);
-  store_groups(p + 4, distance, stride, x.b);
-  store_groups(p + 8, distance, stride, x.c);
-  store_groups(p + 12, distance, stride, x.d);
-}
 
 template <class V>
 JURN_INLINE void transpose(Tile<V>& x) {
@@ -257,116 +250,200 @@ JURN_INLINE void transpose(Tile<V>& x) {
   transpose(x.a.im, x.b.im, x.c.im, x.d.im);
 }
 
-/** The transform of 16 values. */
+/** The transform of 16 values: value 4 j + l is lane l of row j, frequency k + 4 m lane k of row m.
+ */
 template <class V>
-JURN_INLINE void tile_forward(Tile<V>& x, const float* twiddles) {
+JURN_INLINE void tile_forward(Tile<V>& x, const float* w) {
   butterfly_forward(x.a, x.b, x.c, x.d);
-  x.b = x.b * load_groups<V>(twiddles, 4, 0);
-  x.c = x.c * load_groups<V>(twiddles + 8, 4, 0);
-  x.d = x.d * load_groups<V>(twiddles + 16, 4, 0);
+  x.b = x.b * load_complex<V>(w + table16, 16);
+  x.c = x.c * load_complex<V>(w + table16 + 32, 16);
+  x.d = x.d * load_complex<V>(w + table16 + 64, 16);
   transpose(x);
   butterfly_forward(x.a, x.b, x.c, x.d);
 }
 
 template <class V>
-JURN_INLINE void tile_inverse(Tile<V>& x, const float* twiddles) {
+JURN_INLINE void tile_inverse(Tile<V>& x, const float* w) {
   butterfly_inverse(x.a, x.b, x.c, x.d);
   transpose(x);
-  x.b = times_conjugate(x.b, load_groups<V>(twiddles, 4, 0));
-  x.c = times_conjugate(x.c, load_groups<V>(twiddles + 8, 4, 0));
-  x.d = times_conjugate(x.d, load_groups<V>(twiddles + 16, 4, 0));
+  x.b = times_conjugate(x.b, load_complex<V>(w + table16, 16));
+  x.c = times_conjugate(x.c, load_complex<V>(w + table16 + 32, 16));
+  x.d = times_conjugate(x.d, load_complex<V>(w + table16 + 64, 16));
   butterfly_inverse(x.a, x.b, x.c, x.d);
 }
 
-/** The transforms of blocks of 16 values, one per group of lanes, stride floats apart. */
-template <class V>
-JURN_INLINE void last16_forward(float* p, ptrdiff_t distance, ptrdiff_t stride, const float* w) {
-  auto x = load_tile<V>(p, distance, stride);
-  tile_forward(x, complex_twiddles(w, 16));
-  store_tile(p, distance, stride, x);
+/** Transforms 16 values. */
+static void complex16_forward(float* z, const float* w) {
+  Tile<Quad> x = {load_complex<Quad>(z, 16), load_complex<Quad>(z + 4, 16),
+                  load_complex<Quad>(z + 8, 16), load_complex<Quad>(z + 12, 16)};
+  tile_forward(x, w);
+  store_complex(z, 16, x.a);
+  store_complex(z + 4, 16, x.b);
+  store_complex(z + 8, 16, x.c);
+  store_complex(z + 12, 16, x.d);
 }
 
-template <class V>
-JURN_INLINE void last16_inverse(float* p, ptrdiff_t distance, ptrdiff_t stride, const float* w) {
-  auto x = load_tile<V>(p, distance, stride);
-  tile_inverse(x, complex_twiddles(w, 16));
-  store_tile(p, distance, stride, x);
+static void complex16_inverse(float* z, const float* w) {
+  Tile<Quad> x = {load_complex<Quad>(z, 16), load_complex<Quad>(z + 4, 16),
+                  load_complex<Quad>(z + 8, 16), load_complex<Quad>(z + 12, 16)};
+  tile_inverse(x, w);
+  store_complex(z, 16, x.a);
+  store_complex(z + 4, 16, x.b);
+  store_complex(z + 8, 16, x.c);
+  store_complex(z + 12, 16, x.d);
 }
 
-/** The same for blocks of 32: a level of radix 2, then two tiles. */
-template <class V>
-JURN_INLINE void last32_forward(float* p, ptrdiff_t distance, ptrdiff_t stride, const float* w) {
-  const float* t = complex_twiddles(w, 32);
-  const auto x = load_tile<V>(p, distance, stride), y = load_tile<V>(p + 16, distance, stride);
-  Tile<V> sum = {x.a + y.a, x.b + y.b, x.c + y.c, x.d + y.d};
-  Tile<V> difference = {
-      (x.a - y.a) * load_groups<V>(t, 16, 0), (x.b - y.b) * load_groups<V>(t + 4, 16, 0),
-      (x.c - y.c) * load_groups<V>(t + 8, 16, 0), (x.d - y.d) * load_groups<V>(t + 12, 16, 0)};
-  tile_forward(sum, complex_twiddles(w, 16));
-  store_tile(p, distance, stride, sum);
-  tile_forward(difference, complex_twiddles(w, 16));
-  store_tile(p + 16, distance, stride, difference);
+/** Two transforms of 16 at once, or with radix2 one of 32: its first level makes two of 16. The 16
+ * values at p and those at q are the two halves; the results fill both, four of the first transform
+ * and four of the second in turn. Vectors of 16 lanes do the same stride floats farther on. */
+template <bool radix2, class V>
+JURN_INLINE void pair_forward(float* p, float* q, ptrdiff_t distance, ptrdiff_t stride,
+                              const float* w) {
+  if constexpr (sizeof(V) == 16) {
+    Tile<V> x, y;
+    const auto load_row = [=](int i, Complex<V>& a, Complex<V>& b) {
+      a = load_complex<V>(p + i, distance), b = load_complex<V>(q + i, distance);
+      if constexpr (radix2) {
+        const auto difference = a - b;
+        a = a + b;
+        b = difference * load_complex<V>(w + table32 + i % 8 + i / 8 * 16, 32);
+      }
+    };
+    load_row(0, x.a, y.a);
+    load_row(4, x.b, y.b);
+    load_row(8, x.c, y.c);
+    load_row(12, x.d, y.d);
+    tile_forward(x, w);
+    store_complex(p, distance, x.a);
+    store_complex(p + 8, distance, x.b);
+    store_complex(q, distance, x.c);
+    store_complex(q + 8, distance, x.d);
+    tile_forward(y, w);
+    store_complex(p + 4, distance, y.a);
+    store_complex(p + 12, distance, y.b);
+    store_complex(q + 4, distance, y.c);
+    store_complex(q + 12, distance, y.d);
+  } else {
+    Tile<V> x;
+    const auto load_rows = [=](int i, Complex<V>& even, Complex<V>& odd) {
+      auto a = load_eights<V>(p + i, distance, stride);
+      auto b = load_eights<V>(q + i, distance, stride);
+      if constexpr (radix2) {
+        const auto difference = a - b;
+        a = a + b;
+        b = difference * load_complex<V>(w + table32 + 2 * i, 32);
+      }
+      even = {even_groups(a.re, b.re), even_groups(a.im, b.im)};
+      odd = {odd_groups(a.re, b.re), odd_groups(a.im, b.im)};
+    };
+    load_rows(0, x.a, x.b);
+    load_rows(8, x.c, x.d);
+    tile_forward(x, w);
+    store_eights(p, distance, stride, x.a);
+    store_eights(p + 8, distance, stride, x.b);
+    store_eights(q, distance, stride, x.c);
+    store_eights(q + 8, distance, stride, x.d);
+  }
 }
 
-template <class V>
-JURN_INLINE void last32_inverse(float* p, ptrdiff_t distance, ptrdiff_t stride, const float* w) {
-  const float* t = complex_twiddles(w, 32);
-  auto x = load_tile<V>(p + 16, distance, stride);
-  tile_inverse(x, complex_twiddles(w, 16));
-  const Tile<V> y = {times_conjugate(x.a, load_groups<V>(t, 16, 0)),
-                     times_conjugate(x.b, load_groups<V>(t + 4, 16, 0)),
-                     times_conjugate(x.c, load_groups<V>(t + 8, 16, 0)),
-                     times_conjugate(x.d, load_groups<V>(t + 12, 16, 0))};
-  x = load_tile<V>(p, distance, stride);
-  tile_inverse(x, complex_twiddles(w, 16));
-  store_tile(p, distance, stride, Tile<V>{x.a + y.a, x.b + y.b, x.c + y.c, x.d + y.d});
-  store_tile(p + 16, distance, stride, Tile<V>{x.a - y.a, x.b - y.b, x.c - y.c, x.d - y.d});
+template <bool radix2, class V>
+JURN_INLINE void pair_inverse(float* p, float* q, ptrdiff_t distance, ptrdiff_t stride,
+                              const float* w) {
+  if constexpr (sizeof(V) == 16) {
+    Tile<V> x = {load_complex<V>(p, distance), load_complex<V>(p + 8, distance),
+                 load_complex<V>(q, distance), load_complex<V>(q + 8, distance)};
+    Tile<V> y = {load_complex<V>(p + 4, distance), load_complex<V>(p + 12, distance),
+                 load_complex<V>(q + 4, distance), load_complex<V>(q + 12, distance)};
+    tile_inverse(x, w);
+    tile_inverse(y, w);
+    const auto store_row = [=](int i, Complex<V> a, Complex<V> b) {
+      if constexpr (radix2) {
+        const auto difference =
+            times_conjugate(b, load_complex<V>(w + table32 + i % 8 + i / 8 * 16, 32));
+        b = a - difference;
+        a = a + difference;
+      }
+      store_complex(p + i, distance, a);
+      store_complex(q + i, distance, b);
+    };
+    store_row(0, x.a, y.a);
+    store_row(4, x.b, y.b);
+    store_row(8, x.c, y.c);
+    store_row(12, x.d, y.d);
+  } else {
+    Tile<V> x = {load_eights<V>(p, distance, stride), load_eights<V>(p + 8, distance, stride),
+                 load_eights<V>(q, distance, stride), load_eights<V>(q + 8, distance, stride)};
+    tile_inverse(x, w);
+    const auto store_rows = [=](int i, Complex<V> even, Complex<V> odd) {
+      Complex<V> a = {even_groups(even.re, odd.re), even_groups(even.im, odd.im)};
+      Complex<V> b = {odd_groups(even.re, odd.re), odd_groups(even.im, odd.im)};
+      if constexpr (radix2) {
+        const auto difference = times_conjugate(b, load_complex<V>(w + table32 + 2 * i, 32));
+        b = a - difference;
+        a = a + difference;
+      }
+      store_eights(p + i, distance, stride, a);
+      store_eights(q + i, distance, stride, b);
+    };
+    store_rows(0, x.a, x.b);
+    store_rows(8, x.c, x.d);
+  }
 }
 
-/** Runs the last levels over blocks that begin stride floats apart, as many at once as fit. */
-template <class V, bool inverse>
-JURN_INLINE void last_levels(float* z, int count, int block, ptrdiff_t distance, ptrdiff_t stride,
+/** Runs the last four or five levels of count blocks of 32 values, stride floats apart. */
+template <bool inverse, bool radix2, class V = Floats>
+JURN_INLINE void last_levels(float* z, int count, ptrdiff_t distance, ptrdiff_t stride,
                              const float* w) {
-  constexpr int groups = int(sizeof(V) / 16);
+  constexpr int step = sizeof(V) == 64 ? 2 : 1;
   int i = 0;
-  for (; i + groups <= count; i += groups) {
+  for (; i + step <= count; i += step) {
     float* p = z + i * stride;
     if constexpr (inverse)
-      block == 16 ? last16_inverse<V>(p, distance, stride, w)
-                  : last32_inverse<V>(p, distance, stride, w);
+      pair_inverse<radix2, V>(p, p + 16, distance, stride, w);
     else
-      block == 16 ? last16_forward<V>(p, distance, stride, w)
-                  : last32_forward<V>(p, distance, stride, w);
+      pair_forward<radix2, V>(p, p + 16, distance, stride, w);
   }
-  if constexpr (groups > 1)
+  if constexpr (step == 2)
     if (i < count)
-      last_levels<Vec<float, 2 * groups>, inverse>(z + i * stride, count - i, block, distance,
-                                                   stride, w);
+      last_levels<inverse, radix2, Vec<float, 8>>(z + i * stride, 1, distance, stride, w);
 }
 
-/** Transforms count arrays of length values: length real parts, then length imaginary ones. */
-static void complex_forward(float* z, int count, int length, const float* w) {
-  int block = length;
-  while (block >= 64) block /= 4;
-  if (block == length) {
-    last_levels<Floats, false>(z, count, block, length, 2 * length, w);
+using Pair = Vec < float, lane_count<8 ? 4 : 8>;
+
+/** Transforms three arrays of length values: length real parts, then length imaginary ones. */
+static void complex_forward(float* z, int length, const float* w) {
+  if (length == 16) {
+    pair_forward<false, Pair>(z, z + 32, 16, 0, w);
+    complex16_forward(z + 64, w);
+  } else if (length == 32) {
+    last_levels<false, true>(z, 3, 32, 64, w);
   } else {
-    for (int i = 0; i < count; ++i, z += 2 * length) {
-      for (int l = length; l > block; l /= 4) radix4_forward(z, length, l, complex_twiddles(w, l));
-      last_levels<Floats, false>(z, length / block, block, length, block, w);
+    for (int i = 0; i < 3; ++i, z += 2 * length) {
+      int l = length;
+      for (; l >= 64; l /= 4) radix4_forward(z, length, l, complex_twiddles(w, l));
+      if (l == 32)
+        last_levels<false, true>(z, length / 32, length, 32, w);
+      else
+        last_levels<false, false>(z, length / 32, length, 32, w);
     }
   }
 }
 
-static void complex_inverse(float* z, int count, int length, const float* w) {
-  int block = length;
-  while (block >= 64) block /= 4;
-  if (block == length) {
-    last_levels<Floats, true>(z, count, block, length, 2 * length, w);
+static void complex_inverse(float* z, int length, const float* w) {
+  if (length == 16) {
+    pair_inverse<false, Pair>(z, z + 32, 16, 0, w);
+    complex16_inverse(z + 64, w);
+  } else if (length == 32) {
+    last_levels<true, true>(z, 3, 32, 64, w);
   } else {
-    for (int i = 0; i < count; ++i, z += 2 * length) {
-      last_levels<Floats, true>(z, length / block, block, length, block, w);
-      for (int l = 4 * block; l <= length; l *= 4)
+    int last = length;
+    while (last >= 64) last /= 4;
+    for (int i = 0; i < 3; ++i, z += 2 * length) {
+      if (last == 32)
+        last_levels<true, true>(z, length / 32, length, 32, w);
+      else
+        last_levels<true, false>(z, length / 32, length, 32, w);
+      for (int l = 4 * last; l <= length; l *= 4)
         radix4_inverse(z, length, l, complex_twiddles(w, l));
     }
   }
@@ -377,7 +454,7 @@ static void complex_inverse(float* z, int count, int length, const float* w) {
 
 static void complex8_forward(float* z, const float* w) {
   const auto x = load_complex<Quad>(z, 8), y = load_complex<Quad>(z + 4, 8);
-  auto sum = x + y, difference = (x - y) * load_complex<Quad>(complex_twiddles(w, 8), 4);
+  auto sum = x + y, difference = (x - y) * load_complex<Quad>(w + table8, 4);
   transpose(sum.re, difference.re, sum.im, difference.im);
   const Quad a = sum.re, b = difference.re, c = sum.im, d = difference.im;
   const Quad ac = a + c, a_c = a - c, bd = b + d;
@@ -400,8 +477,7 @@ static void complex8_inverse(float* z, const float* w) {
   Quad a = ac + bd, b = a_c - turned, c = ac - bd, d = a_c + turned;
   transpose(a, b, c, d);
   const Complex<Quad> sum = {a, c};
-  const auto difference =
-      times_conjugate(Complex<Quad>{b, d}, load_complex<Quad>(complex_twiddles(w, 8), 4));
+  const auto difference = times_conjugate(Complex<Quad>{b, d}, load_complex<Quad>(w + table8, 4));
   store_complex(z, 8, sum + difference);
   store_complex(z + 4, 8, sum - difference);
 }
@@ -440,7 +516,7 @@ static void complex4_inverse(float* z) {
 template <class V>
 JURN_INLINE void halve_forward(float* x, int length, const float* w) {
   const ptrdiff_t quarter = length / 4;
-  const float* t = real_twiddles(w, length);
+  const float* t = w + table_halve + length;
   for (ptrdiff_t i = 0; i < quarter; i += lanes_of<V>, x += lanes_of<V>, t += lanes_of<V>) {
     const V a = load<V>(x), b = load<V>(x + quarter);
     const V c = load<V>(x + 2 * quarter), d = load<V>(x + 3 * quarter);
@@ -453,7 +529,7 @@ JURN_INLINE void halve_forward(float* x, int length, const float* w) {
 template <class V>
 JURN_INLINE void halve_inverse(float* x, int length, const float* w, float scale) {
   const ptrdiff_t quarter = length / 4;
-  const float* t = real_twiddles(w, length);
+  const float* t = w + table_halve + length;
   for (ptrdiff_t i = 0; i < quarter; i += lanes_of<V>, x += lanes_of<V>, t += lanes_of<V>) {
     const V ac = load<V>(x), bd = load<V>(x + quarter);
     const auto difference =
@@ -561,11 +637,11 @@ static void real4_inverse(float* x, float scale) {
 static short forward(const float* w, float* x, int length) {
   for (; length >= 128; length /= 4) {
     split_forward(x, length, w);
-    complex_forward(x + length / 4, 3, length / 8, w);
+    complex_forward(x + length / 4, length / 8, w);
   }
   if (length >= 64) {
     halve_forward<Floats>(x, 64, w);
-    complex_forward(x + 32, 1, 16, w);
+    complex16_forward(x + 32, w);
   }
   if (length >= 32) {
     halve_forward<Quad>(x, 32, w);
@@ -605,11 +681,11 @@ static short inverse(const float* w, float* x, int length, float scale) {
     halve_inverse<Quad>(x, 32, w, scale_at(32));
   }
   if (base >= 64) {
-    complex_inverse(x + 32, 1, 16, w);
+    complex16_inverse(x + 32, w);
     halve_inverse<Floats>(x, 64, w, scale_at(64));
   }
   for (int n = 4 * base; n <= length; n *= 4) {
-    complex_inverse(x + n / 4, 3, n / 8, w);
+    complex_inverse(x + n / 4, n / 8, w);
     split_inverse(x, n, w, scale_at(n));
   }
   return 0;
