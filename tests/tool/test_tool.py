@@ -96,7 +96,7 @@ class FilterTest(ToolTest):
             self.assert_near(self.run_filter("iir", *two, source=source), expected)
             expected = to_int16(signal.sosfilt(sections, x, axis=0))
             self.assert_near(self.run_filter("sos", "-c", "sos.txt", source=source), expected)
-            for length in (3, 300, 2156):
+            for length in (3, 256, 257, 2156):
                 expected = to_int16(signal.lfilter(np.ones(length) / length, 1, x, axis=0))
                 result = self.run_filter("average", "--length", length, source=source)
                 self.assert_near(result, expected)
@@ -110,6 +110,7 @@ class FilterTest(ToolTest):
         wavfile.write("ones.wav", 8000, np.ones(5000, np.int16))
         for source, *command in ((SPEECH, "fir", "-c", "taps.txt"),
                                  ("ones.wav", "iir", "-c", "ba.txt"),
+                                 ("ones.wav", "iir", "-c", "ba.txt", "--precision", "double"),
                                  (SPEECH, "sos", "-c", "sos.txt"),
                                  (SPEECH, "average", "--length", 9)):
             results = [self.run_filter(*command, "--block", block, source=source)
@@ -117,6 +118,44 @@ class FilterTest(ToolTest):
             self.assertTrue(results[0].any(), command)
             for result in results[1:]:
                 np.testing.assert_array_equal(result, results[0], str(command))
+
+    def test_double_precision_agrees_with_scipy(self):
+        write_numbers("taps.txt", [signal.firwin(201, 0.1)])
+        b, a = signal.butter(3, 0.05)
+        write_numbers("ba.txt", [b, a])
+        subprocess.run(["sox", "-V1", MUSIC, "-b", "24", "in24.wav", "gain", "-7"], check=True)
+        wavfile.write("noise.wav", 8000, np.random.default_rng(1).normal(0, 0.5, (9999, 2))
+                      .astype(np.float32))
+        for source, unit in ((SPEECH, 32768), ("in24.wav", 2**31), ("noise.wav", 1)):
+            x = read(source)[1] / unit
+            for command, numbers, b_a in (("fir", "taps.txt", (np.loadtxt("taps.txt"), [1])),
+                                          ("iir", "ba.txt", (b, a))):
+                expected = signal.lfilter(*b_a, x, axis=0)
+                for bits, scale, most in (("float", 1, 1e-6 * np.abs(expected).max()),
+                                          ("24", 2**31, 0.76 / 2**23), ("16", 32768, 0.51 / 32768)):
+                    self.run_tool(command, source, "out.wav", "-c", numbers, "--precision",
+                                  "double", "--bits", bits)
+                    result = read("out.wav")[1] / scale
+                    self.assertLessEqual(np.abs(result - expected).max(), most, (source, bits))
+
+    def test_level(self):
+        x = read(MUSIC)[1]
+        for kind, values in (("magnitude", np.abs(x / 32768)), ("square", (x / 32768) ** 2)):
+            report = self.run_tool("level", MUSIC, "level.csv", "--length", 200, "--of", kind,
+                                   "--every", 0.05)
+            rows = np.genfromtxt("level.csv", delimiter=",", skip_header=1)
+            means = signal.lfilter(np.ones(200) / 200, 1, values, axis=0)
+            at = np.round(rows[:, 0] * 44100).astype(int) - 1
+            self.assertEqual(len(rows), len(x) // 2205)
+            np.testing.assert_allclose(rows[:, [1, 3]], means[at], rtol=2e-4, atol=1e-9)
+            with np.errstate(divide="ignore"):
+                decibels = (20 if kind == "magnitude" else 10) * np.log10(rows[:, [1, 3]])
+            np.testing.assert_allclose(rows[:, [2, 4]], decibels, atol=0.006)
+            loudest = (20 if kind == "magnitude" else 10) * np.log10(means.max())
+            self.assertAlmostEqual(float(re.search(r"loudest +(\S+) dB", report)[1]), loudest, 1)
+        with open("level.csv", encoding="ascii") as file:
+            printed = self.run_tool("level", MUSIC, "--length", 200, "--of", kind, "--every", 0.05)
+            self.assertEqual(printed, file.read())
 
     def test_input_is_rounded_and_saturated(self):
         write_numbers("one.txt", [[1]])
@@ -342,6 +381,7 @@ class BadInputTest(ToolTest):
                 ("fir", "", "no numbers"),
                 ("fir", "# 1 2 3\n", "no numbers"),
                 ("fir", "1 " * 1250 + "\n1", ":2:", "1250"),
+                ("fir --precision double", "1\n" * 202, ":202:", "201"),
                 ("iir", "1 2\n", ":1:", "1 line"),
                 ("iir", "1\n\n1\n1\n", ":4:", "3 lines"),
                 ("iir", "1\n2 1\n", ":2:", "with 2"),
@@ -351,7 +391,7 @@ class BadInputTest(ToolTest):
                 ("sos", "1 0 0 1 0 0\n" * 417, ":417:", "416")):
             with open("c.txt", "w", encoding="ascii") as file:
                 file.write(text)
-            self.assert_fails([command, SPEECH, "out.wav", "-c", "c.txt"], "c.txt", *words)
+            self.assert_fails([*command.split(), SPEECH, "out.wav", "-c", "c.txt"], "c.txt", *words)
 
     def test_files(self):
         write_numbers("one.txt", [[1]])
@@ -376,6 +416,11 @@ class BadInputTest(ToolTest):
                 (["fir", *common, "--block", "0"], "--block"),
                 (["fir", *common, "--block", "1057"], "1056"),
                 (["iir", SPEECH, "out.wav"], "--numerator"),
+                (["fir", SPEECH, "out.ogg", "-c", "one.txt", "--bits", "24"], "24-bit"),
+                (["fir", SPEECH, "out.flac", "-c", "one.txt", "--bits", "float"], "float"),
+                (["fir", *common, "--precision", "single"], "single"),
+                (["level", SPEECH, "--length", "257"], "256"),
+                (["level", SPEECH, SPEECH], SPEECH),
                 (["average", SPEECH, "out.wav", "--length", "2157"], "2156"),
                 (["average", SPEECH, "out.wav", "--length", "0"], "--length")):
             self.assert_fails(arguments, word, code=2)

@@ -11,6 +11,7 @@
 #include "coefficients.h"
 #include "convolve.h"
 #include "errors.h"
+#include "level.h"
 #include "run.h"
 #include "spectrum.h"
 #include "stages.h"
@@ -24,6 +25,7 @@ struct Options {
   int block = 1024;
   bool normalise = false;
   // fir, iir, sos, average
+  Precision precision = Precision::kInt16;
   std::string coefficients, numerator, denominator;
   int length = 0;
   // convolve
@@ -36,12 +38,23 @@ struct Options {
   // binaural
   std::string sofa = JURN_DEFAULT_SOFA;
   double azimuth = 0.0, elevation = 0.0, orbit = 0.0;
+  LevelJob level{"", "", kMaxLevelLength, 0.1, false};
 };
 
 Chain chain_of(std::unique_ptr<Stage> stage) {
   Chain chain;
   chain.push_back(std::move(stage));
   return chain;
+}
+
+/** A choice between named values. */
+template <typename Value>
+void add_choice(CLI::App* command, const char* name, Value* value, const char* description,
+                const std::map<std::string, Value>& values, const char* standard) {
+  command->add_option(name, *value, description)
+      ->transform(CLI::CheckedTransformer(values).description(""))
+      ->type_name("NAME")
+      ->default_str(standard);
 }
 
 /** What every subcommand that writes a recording takes. */
@@ -57,6 +70,10 @@ CLI::App* add_command(CLI::App* app, Options* o, const char* name, const char* d
                    "Frames per call of the library; changes no sample of a fixed filter's result")
       ->check(CLI::Range(1, kMaxBlock))
       ->capture_default_str();
+  add_choice<SampleFormat>(
+      command, "--bits", &o->job.format, "Samples of the result: 16, 24 or float",
+      {{"16", SampleFormat::kInt16}, {"24", SampleFormat::kInt24}, {"float", SampleFormat::kFloat}},
+      "16");
   command->footer(std::string("Example:\n  jurn-filter ") + example);
   return command;
 }
@@ -73,6 +90,12 @@ CLI::Option* add_coefficients(CLI::App* command, Options* o, const char* descrip
   return command->add_option("-c,--coefficients", o->coefficients, description);
 }
 
+void add_precision(CLI::App* command, Options* o) {
+  add_choice<Precision>(command, "--precision", &o->precision,
+                        "int16: up to 1250 coefficients; double: up to 201, for 24-bit and float",
+                        {{"int16", Precision::kInt16}, {"double", Precision::kDouble}}, "int16");
+}
+
 void add_tail(CLI::App* command, Options* o) {
   command->add_flag("--no-tail", o->no_tail,
                     "End with the recording, not when the filter has rung out");
@@ -81,19 +104,18 @@ void add_tail(CLI::App* command, Options* o) {
 FilterDesign read_iir_design(const Options& o) {
   if (o.coefficients.empty() == (o.numerator.empty() || o.denominator.empty()))
     throw Error(kUsageError, "iir takes either --coefficients or --numerator and --denominator");
-  if (!o.coefficients.empty()) return read_iir(o.coefficients, iir_limit());
-  return read_iir(o.numerator, o.denominator, iir_limit());
+  if (!o.coefficients.empty()) return read_iir(o.coefficients, iir_limit(o.precision));
+  return read_iir(o.numerator, o.denominator, iir_limit(o.precision));
 }
 
 /** A job that runs one design. */
 void set_filter(Options* o, FilterDesign design) {
   o->job.also_read = {o->coefficients, o->numerator, o->denominator};
   if (o->normalise) scale(&design, 1.0 / peak_gain(design));
-  o->job.make_chain = [design = std::move(design), block = o->block](const AudioReader& recording,
-                                                                     double gain) {
+  o->job.make_chain = [design = std::move(design), o](const AudioReader& recording, double gain) {
     FilterDesign scaled = design;
     scale(&scaled, gain);
-    return chain_of(make_filter(scaled, recording.channels(), block));
+    return chain_of(make_filter(scaled, o->precision, recording.channels(), o->block));
   };
 }
 
@@ -209,16 +231,14 @@ void add_convolve(CLI::App* app, Options* o) {
           "Response of 1, 2 or 4 channels (left to left, left to right, right to left, right to "
           "right); given several times, the files' channels follow one another")
       ->required();
-  const std::map<std::string, Route> routes = {{"straight", Route::kStraight},
-                                               {"crossed", Route::kCrossed},
-                                               {"left-only", Route::kLeftOnly},
-                                               {"mono-to-stereo", Route::kMonoToStereo}};
-  convolve
-      ->add_option("--route", o->route,
-                   "Which input goes through which taps: straight, crossed, left-only or "
-                   "mono-to-stereo; the default follows the channels")
-      ->transform(CLI::CheckedTransformer(routes).description(""))
-      ->type_name("NAME");
+  add_choice<Route>(convolve, "--route", &o->route,
+                    "Which input goes through which taps: straight, crossed, left-only or "
+                    "mono-to-stereo; the default follows the channels",
+                    {{"straight", Route::kStraight},
+                     {"crossed", Route::kCrossed},
+                     {"left-only", Route::kLeftOnly},
+                     {"mono-to-stereo", Route::kMonoToStereo}},
+                    "");
   convolve->add_flag("--time-domain", o->time_domain,
                      "Block-synchronous and without latency, up to 32767 taps");
   several("--fade-to", &o->fade_to, "Response to fade to while the audio runs");
@@ -252,18 +272,35 @@ void add_binaural(CLI::App* app, Options* o) {
   binaural->final_callback([o] { set_binaural(o); });
 }
 
+void add_level(CLI::App* app, Options* o) {
+  CLI::App* level = app->add_subcommand("level", "Measures the level over time");
+  level->add_option("IN", o->level.input, "Recording, mono or stereo")->required();
+  level->add_option("OUT", o->level.output, "CSV file; without it the rows are printed");
+  level->add_option("--length", o->level.length, "Samples of the running mean")
+      ->check(CLI::Range(1, kMaxLevelLength))
+      ->capture_default_str();
+  level->add_option("--every", o->level.every, "Seconds from row to row")
+      ->check(CLI::Range(1e-6, 1e6))
+      ->capture_default_str();
+  add_choice<bool>(level, "--of", &o->level.square, "What is averaged: magnitude or square",
+                   {{"magnitude", false}, {"square", true}}, "magnitude");
+  level->footer("Example:\n  jurn-filter level speech.wav level.csv --of square --every 0.02");
+}
+
 void add_commands(CLI::App* app, Options* o) {
   CLI::App* fir = add_command(app, o, "fir", "Filters with taps of a text file",
                               "fir speech.wav out.wav --coefficients taps.txt");
   add_coefficients(fir, o, "Taps: numbers separated by white space or commas, # comments")
       ->required();
-  fir->final_callback([o] { set_filter(o, read_fir(o->coefficients, fir_limit())); });
+  add_precision(fir, o);
+  fir->final_callback([o] { set_filter(o, read_fir(o->coefficients, fir_limit(o->precision))); });
 
   CLI::App* iir = add_command(app, o, "iir", "Filters with a direct-form IIR",
                               "iir speech.wav out.wav --coefficients ba.txt");
   add_coefficients(iir, o, "Two lines of numbers: numerator, and denominator starting with 1");
   iir->add_option("--numerator", o->numerator, "Numerator in a file of its own");
   iir->add_option("--denominator", o->denominator, "Denominator in a file of its own");
+  add_precision(iir, o);
   iir->final_callback([o] { set_filter(o, read_iir_design(*o)); });
 
   CLI::App* sos = add_command(app, o, "sos", "Filters with a cascade of second-order sections",
@@ -280,6 +317,7 @@ void add_commands(CLI::App* app, Options* o) {
 
   add_convolve(app, o);
   add_binaural(app, o);
+  add_level(app, o);
 }
 
 /** Every failure is one line. */
@@ -300,7 +338,10 @@ int main(int argc, char** argv) {
   catch_interruptions();
   try {
     app.parse(argc, argv);
-    print(run(options.job));
+    if (app.got_subcommand("level"))
+      run_level(options.level);
+    else
+      print(run(options.job));
   } catch (const CLI::ParseError& e) {
     if (e.get_exit_code() == 0) return app.exit(e);  // --help
     return report(kUsageError, e.what());

@@ -44,7 +44,7 @@ void stream(const Job& job, AudioReader* reader, const Chain& chain, AudioWriter
   bool at_end = false;
   std::vector<float> frames, spare;
   while (!at_end || summary->frames < total) {
-    if (interrupted) throw Error(kInterrupted, "interrupted");
+    check_interrupted();
     frames.assign(kReadFrames * channels_in, 0.0f);
     if (!at_end) {
       const std::size_t got = reader->read(frames.data(), kReadFrames);
@@ -144,6 +144,10 @@ void catch_interruptions() {
   std::signal(SIGTERM, on_signal);
   // A file-size limit then fails the write instead of killing the program.
   std::signal(SIGXFSZ, SIG_IGN);
+}
+
+void check_interrupted() {
+  if (interrupted) throw Error(kInterrupted, "interrupted");
 }
 
 }  // namespace tool

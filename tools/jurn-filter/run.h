@@ -45,7 +45,8 @@ Summary run(const Job& job);
 
 void print(const Summary& summary);
 
-/** From then on SIGINT and SIGTERM end a run through an Error, so that it cleans up. */
+/** From then on SIGINT and SIGTERM make check_interrupted throw, so that a run cleans up. */
 void catch_interruptions();
+void check_interrupted();
 
 }  // namespace tool

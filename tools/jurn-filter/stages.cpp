@@ -45,30 +45,85 @@ class FilterStage : public Int16Stage {
   Filter_ID filter_{};  // zeroed: the reset leaves the state of a very long cascade alone
 };
 
-/** The moving average, one mono record per channel. */
+/** One channel of an interleaved block, and back. */
+template <typename Sample>
+void split(const Sample* in, std::size_t channels, std::size_t channel, std::vector<Sample>* out) {
+  for (std::size_t i = 0; i < out->size(); ++i) (*out)[i] = in[i * channels + channel];
+}
+
+template <typename Sample>
+void join(const std::vector<Sample>& in, std::size_t channels, std::size_t channel, Sample* out) {
+  for (std::size_t i = 0; i < in.size(); ++i) out[i * channels + channel] = in[i];
+}
+
+/** FIR or IIR in double precision, one record per channel. */
+class DoubleStage : public Stage {
+ public:
+  DoubleStage(const FilterDesign& design, int channels, int block)
+      : Stage(channels, channels, frames_per_call(design, block)),
+        filters_(static_cast<std::size_t>(channels)),
+        channel_(static_cast<std::size_t>(call_frames)) {
+    for (Filterf_ID& filter : filters_) {
+      std::copy(design.b.begin(), design.b.end(), filter.b);
+      std::copy(design.a.begin(), design.a.end(), filter.a);
+      filter.blen = static_cast<int>(design.b.size());
+      filter.alen = static_cast<int>(design.a.size());
+      filter.filtertype = design.kind == FilterDesign::kFir ? -1 : 0;
+      MORVAX_FilterfReset_API(&filter);
+    }
+  }
+
+ private:
+  void call(const float* in, float* out) override {
+    for (std::size_t c = 0; c < filters_.size(); ++c) {
+      split(in, filters_.size(), c, &channel_);
+      MORVAX_FilterfRun_API(&filters_[c], channel_.data(), call_frames, channel_.data());
+      join(channel_, filters_.size(), c, out);
+    }
+  }
+
+  std::vector<Filterf_ID> filters_;
+  std::vector<float> channel_;
+};
+
+/** The moving average, one record per channel: the moving-sum filter up to its limit, beyond it the
+ * int16 filter, whose arithmetic is the same. */
 class AverageStage : public Int16Stage {
  public:
   AverageStage(int length, int channels, int block)
-      : Int16Stage(channels, channels, block, false), filters_(static_cast<std::size_t>(channels)) {
+      : Int16Stage(channels, channels, block, false), channel_(static_cast<std::size_t>(block)) {
+    const std::size_t count = static_cast<std::size_t>(channels);
+    if (length <= JURN_MOVING_SUM_MAX)
+      sums_.resize(count);
+    else
+      filters_.resize(count);
+    for (shuzhiFilter_ID& sum : sums_) {
+      sum.blen = length;
+      MORVAX_shuzhiFilterCalcu_API(&sum);
+      MORVAX_shuzhiFilterReset_API(&sum);
+    }
     for (Filter_ID& filter : filters_) {
       filter.blen = length;
       filter.chanel = 1;
       filter.filtertype = 2;
       MORVAX_FilterReset_API(&filter);
     }
-    channel_.resize(static_cast<std::size_t>(block));
   }
 
  private:
   void run(const short* in, short* out) override {
-    const std::size_t step = filters_.size();
-    for (std::size_t c = 0; c < step; ++c) {
-      for (std::size_t i = 0; i < channel_.size(); ++i) channel_[i] = in[i * step + c];
-      MORVAX_FilterRun_API(&filters_[c], channel_.data(), call_frames, channel_.data());
-      for (std::size_t i = 0; i < channel_.size(); ++i) out[i * step + c] = channel_[i];
+    const std::size_t channels = static_cast<std::size_t>(channels_in);
+    for (std::size_t c = 0; c < channels; ++c) {
+      split(in, channels, c, &channel_);
+      if (!sums_.empty())
+        MORVAX_shuzhiFilterRun_API(&sums_[c], channel_.data(), call_frames, channel_.data());
+      else
+        MORVAX_FilterRun_API(&filters_[c], channel_.data(), call_frames, channel_.data());
+      join(channel_, channels, c, out);
     }
   }
 
+  std::vector<shuzhiFilter_ID> sums_;
   std::vector<Filter_ID> filters_;
   std::vector<short> channel_;
 };
@@ -104,14 +159,16 @@ void Int16Stage::call(const float* in, float* out) {
   if (can_clip_) clipped += full_scale;
 }
 
-CoefficientLimit fir_limit() {
-  return {JURN_COEFFICIENTS, std::to_string(JURN_COEFFICIENTS) + " taps, the limit of this filter"};
+CoefficientLimit fir_limit(Precision precision) {
+  const int most = precision == Precision::kDouble ? JURN_FLOAT_COEFFICIENTS : JURN_COEFFICIENTS;
+  return {static_cast<std::size_t>(most), std::to_string(most) + " taps, the limit of this filter"};
 }
 
-CoefficientLimit iir_limit() {
-  return {JURN_COEFFICIENTS,
-          std::to_string(JURN_COEFFICIENTS) +
-              " coefficients in numerator or denominator, the limit of this filter"};
+CoefficientLimit iir_limit(Precision precision) {
+  CoefficientLimit limit = fir_limit(precision);
+  limit.reason = std::to_string(limit.count) +
+                 " coefficients in numerator or denominator, the limit of this filter";
+  return limit;
 }
 
 CoefficientLimit section_limit() {
@@ -119,7 +176,10 @@ CoefficientLimit section_limit() {
           std::to_string(JURN_COEFFICIENTS / 3) + " sections, the limit of this filter"};
 }
 
-std::unique_ptr<Stage> make_filter(const FilterDesign& design, int channels, int block) {
+std::unique_ptr<Stage> make_filter(const FilterDesign& design, Precision precision, int channels,
+                                   int block) {
+  if (precision == Precision::kDouble)
+    return std::make_unique<DoubleStage>(design, channels, block);
   return std::make_unique<FilterStage>(design, channels, block);
 }
 

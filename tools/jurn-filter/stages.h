@@ -51,14 +51,17 @@ class Int16Stage : public Stage {
   std::vector<short> in_, out_;
 };
 
-/** The limits of the int16 filter. */
-CoefficientLimit fir_limit();
-CoefficientLimit iir_limit();
+/** Int16 is the library's filter for 16-bit streams, double its filter for float streams. */
+enum class Precision { kInt16, kDouble };
+
+CoefficientLimit fir_limit(Precision precision);
+CoefficientLimit iir_limit(Precision precision);
 CoefficientLimit section_limit();
 constexpr int kMaxAverage = 2156;
 constexpr int kMaxBlock = 1056;
 
-std::unique_ptr<Stage> make_filter(const FilterDesign& design, int channels, int block);
+std::unique_ptr<Stage> make_filter(const FilterDesign& design, Precision precision, int channels,
+                                   int block);
 std::unique_ptr<Stage> make_average(int length, int channels, int block);
 
 }  // namespace tool

@@ -1,0 +1,21 @@
+// The level of a recording over time, as a meter or a voice detector sees it.
+#pragma once
+
+#include <string>
+
+namespace tool {
+
+struct LevelJob {
+  std::string input;
+  std::string output;  // a CSV file; standard output when empty
+  int length = 0;      // samples of the running mean
+  double every = 0.0;  // seconds from row to row
+  bool square = false;
+};
+
+constexpr int kMaxLevelLength = 256;
+
+/** Writes the running mean of each channel's magnitude or square, one row per instant. */
+void run_level(const LevelJob& job);
+
+}  // namespace tool
