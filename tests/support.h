@@ -52,6 +52,10 @@ class Random {
     return one_in(2) ? edge[in(0, 7)] : static_cast<float>(real(one_in(2) ? 30000.0 : 2e-6));
   }
 
+  void states(float* out, int count) {
+    for (int i = 0; i < count; ++i) out[i] = state();
+  }
+
   /** Noise, loud or quiet, a steady value, or the two extremes. */
   template <class Sample>
   void signal(Sample* out, int count) {
@@ -144,22 +148,25 @@ bool same(const T* x, const T* y, size_t count) {
   return true;
 }
 
-/** One array for the library, exactly as long as its interface says, and one for the reference. */
+/** One array for the library, exactly as long as its interface says, and one for the reference:
+ * twin[true] is the library's. */
 template <class T>
 struct Twin {
-  Twin(Random& random, int count) : guarded(random, count), expected(count) {
-    actual = guarded.data();
+  Twin(Random& random, int count) : guarded(random, count), expected(count) {}
+  template <class Fill>
+  Twin(Random& random, int count, Fill fill_array) : Twin(random, count) {
+    fill(fill_array);
   }
   template <class Fill>
   void fill(Fill fill_array) {
     fill_array(expected.data(), static_cast<int>(expected.size()));
-    std::copy(expected.begin(), expected.end(), actual);
+    std::copy(expected.begin(), expected.end(), guarded.data());
   }
-  bool agrees() const { return same(actual, expected.data(), expected.size()); }
+  T* operator[](bool library) { return library ? guarded.data() : expected.data(); }
+  bool agrees() { return same(guarded.data(), expected.data(), expected.size()); }
 
   GuardedArray<T> guarded;
   std::vector<T> expected;
-  T* actual;
 };
 
 template <class Record>
@@ -234,21 +241,18 @@ int configure(Random& random, Record* r, int taps) {
   return r->chanel * frames;
 }
 
-/** Runs one block through both, from a guarded array to a guarded array or in place. */
-template <class In = short, class Out = In, class Run, class RefRun>
-bool runs_alike(Random& random, int inLen, int outLen, Run run, RefRun ref_run) {
-  Twin<In> input(random, inLen);
-  Twin<Out> output(random, outLen);
-  input.fill([&](In* x, int count) { random.signal(x, count); });
-  output.fill([&](Out* x, int count) { random.signal(x, count); });
-  if (std::is_same_v<In, Out> && random.one_in(3)) {  // in place
-    std::copy(input.expected.begin(), input.expected.end(), output.expected.begin());
-    std::copy(input.expected.begin(), input.expected.end(), output.actual);
-    run(reinterpret_cast<In*>(output.actual), output.actual);
-  } else {
-    run(input.actual, output.actual);
-  }
-  ref_run(input.expected.data(), output.expected.data());
+/** Runs one block through the library and through the reference, from a guarded array to a guarded
+ * array or in place: run(true, input, output) is the library's call, run(false, ...) the other. */
+template <class In = short, class Out = In, class Run>
+bool runs_alike(Random& random, int inLen, int outLen, Run run) {
+  const auto any = [&](auto* x, int count) { random.signal(x, count); };
+  Twin<In> input(random, inLen, any);
+  Twin<Out> output(random, outLen, any);
+  const bool in_place = std::is_same_v<In, Out> && random.one_in(3);
+  if (in_place)
+    for (bool library : {false, true}) std::copy_n(input[library], inLen, output[library]);
+  run(true, in_place ? reinterpret_cast<In*>(output[true]) : input[true], output[true]);
+  run(false, input[false], output[false]);
   return input.agrees() && output.agrees();
 }
 

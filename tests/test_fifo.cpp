@@ -17,17 +17,16 @@ TEST(Fifo, WholeRecordAgreesAcrossTheEndOfTheRing) {
     *expected = *queue;
     for (int call = 0; call < 20; ++call) {
       const int len = random.one_in(10) ? random.in(0, 105700) : random.count(0, 3000);
-      Twin<short> block(random, len);
-      block.fill([&](short* x, int count) { random.signal(x, count); });
+      Twin<short> block(random, len, [&](short* x, int count) { random.signal(x, count); });
       switch (random.in(0, 5)) {
         case 0:
         case 1:
-          MORVAX_putinAPI_loop(queue.get(), block.actual, len);
-          ref::put(expected.get(), block.expected.data(), len, 1);
+          MORVAX_putinAPI_loop(queue.get(), block[true], len);
+          ref::put(expected.get(), block[false], len, 1);
           break;
         case 2:
-          MORVAX_putinAPI_loop_onlychannelLin(queue.get(), block.actual, len);
-          ref::put(expected.get(), block.expected.data(), len / 2, 2);
+          MORVAX_putinAPI_loop_onlychannelLin(queue.get(), block[true], len);
+          ref::put(expected.get(), block[false], len / 2, 2);
           break;
         case 3:
           if (!random.one_in(10)) break;
@@ -35,8 +34,8 @@ TEST(Fifo, WholeRecordAgreesAcrossTheEndOfTheRing) {
           ref::reset(expected.get());
           break;
         default:
-          ASSERT_EQ(MORVAX_putoutAPI_ForReframe_0_loop(queue.get(), block.actual, len),
-                    ref::take(expected.get(), block.expected.data(), len));
+          ASSERT_EQ(MORVAX_putoutAPI_ForReframe_0_loop(queue.get(), block[true], len),
+                    ref::take(expected.get(), block[false], len));
       }
       ASSERT_TRUE(block.agrees());
       ASSERT_EQ(std::memcmp(queue.get(), expected.get(), sizeof *queue), 0) << trial;

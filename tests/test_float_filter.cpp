@@ -28,32 +28,27 @@ TEST(FloatKernels, AgreeWithReference) {
     const bool wild = random.one_in(6), feedback = random.one_in(2);
     const int blen = random.count(1, 300), alen = random.count(1, 300);
     const int len = random.one_in(100) ? 32767 : random.count(0, 700);
-    Twin<float> past_inputs(random, blen - 1 + len);
-    Twin<double> past_outputs(random, alen - 1 + len), b(random, blen), a(random, alen);
-    past_inputs.fill([&](float* x, int count) { float_signal(random, x, count, wild); });
-    past_outputs.fill([&](double* y, int count) { double_states(random, y, count); });
-    b.fill([&](double* x, int count) { random.taps(x, count, wild); });
-    a.fill([&](double* x, int count) { random.denominator(x, count, wild); });
+    const auto signal = [&](float* x, int count) { float_signal(random, x, count, wild); };
+    Twin<float> past_inputs(random, blen - 1 + len, signal);
+    Twin<double> past_outputs(random, alen - 1 + len,
+                              [&](double* y, int count) { double_states(random, y, count); });
+    Twin<double> b(random, blen, [&](double* x, int count) { random.taps(x, count, wild); });
+    Twin<double> a(random, alen, [&](double* x, int count) { random.denominator(x, count, wild); });
     for (int call = 0; call < 2; ++call) {
-      Twin<float> input(random, len), separate(random, len);
-      input.fill([&](float* x, int count) { float_signal(random, x, count, wild); });
-      separate.fill([&](float* x, int count) { random.signal(x, count); });
+      Twin<float> input(random, len, signal), separate(random, len, signal);
       Twin<float>& output = random.one_in(3) ? input : separate;
-      if (feedback) {
-        MORVAX_Qiirf(output.actual, input.actual, len, past_outputs.actual, past_inputs.actual,
-                     b.actual, blen, a.actual, alen);
-        ref::qiir(output.expected.data(), input.expected.data(), len, past_outputs.expected.data(),
-                  past_inputs.expected.data(), b.expected.data(), blen, a.expected.data(), alen);
-      } else {
-        MORVAX_Qfirf(output.actual, input.actual, len, past_inputs.actual, b.actual, blen);
-        ref::qfir(output.expected.data(), input.expected.data(), len, past_inputs.expected.data(),
-                  b.expected.data(), blen);
-      }
+      for (bool lib : {false, true})
+        if (feedback)
+          (lib ? MORVAX_Qiirf : ref::qiir)(output[lib], input[lib], len, past_outputs[lib],
+                                           past_inputs[lib], b[lib], blen, a[lib], alen);
+        else
+          (lib ? MORVAX_Qfirf : ref::qfir)(output[lib], input[lib], len, past_inputs[lib], b[lib],
+                                           blen);
       ASSERT_TRUE(input.agrees() && output.agrees() && past_outputs.agrees() && b.agrees() &&
                   a.agrees())
           << "trial " << trial << " blen " << blen << " alen " << alen << " len " << len;
       // Inputs move as they are, NaNs with all their bits.
-      ASSERT_EQ(std::memcmp(past_inputs.actual, past_inputs.expected.data(),
+      ASSERT_EQ(std::memcmp(past_inputs[true], past_inputs[false],
                             past_inputs.expected.size() * sizeof(float)),
                 0);
     }
@@ -81,21 +76,17 @@ TEST(FloatFilter, WholeRecordAgrees) {
         ref::reset(expected.get());
       }
       if (random.one_in(4)) len = random.count(0, longest);
+      const auto run = [&](bool library, const float* in, float* out) {
+        library ? MORVAX_FilterfRun_API(filter.get(), in, len, out)
+                : ref::run(expected.get(), in, len, out);
+      };
+      const auto run_short = [&](bool library, const short* in, float* out) {
+        library ? MORVAX_FilterfRun_API_shortin(filter.get(), in, len, out)
+                : ref::run(expected.get(), in, len, out);
+      };
       const bool from_short = len <= 1056 && random.one_in(2);
-      ASSERT_TRUE(
-          from_short
-              ? (runs_alike<short, float>(
-                    random, len, len,
-                    [&](const short* in, float* out) {
-                      MORVAX_FilterfRun_API_shortin(filter.get(), in, len, out);
-                    },
-                    [&](const short* in, float* out) { ref::run(expected.get(), in, len, out); }))
-              : (runs_alike<float>(
-                    random, len, len,
-                    [&](const float* in, float* out) {
-                      MORVAX_FilterfRun_API(filter.get(), in, len, out);
-                    },
-                    [&](const float* in, float* out) { ref::run(expected.get(), in, len, out); })))
+      ASSERT_TRUE(from_short ? (runs_alike<short, float>(random, len, len, run_short))
+                             : runs_alike<float>(random, len, len, run))
           << "trial " << trial << " type " << filter->filtertype << " len " << len;
       ASSERT_TRUE(same_record(filter.get(), expected.get())) << "trial " << trial;
     }

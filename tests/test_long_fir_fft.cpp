@@ -138,16 +138,15 @@ class Pair {
     const int outLen = filter->filtertype == -5 ? 2 * inLen : inLen;
     std::vector<double> exact;
     std::vector<short> output(outLen);
-    ASSERT_TRUE((runs_alike(
-        random, inLen, outLen,
-        [&](const short* in, short* out) {
-          const std::vector<short> kept(in, in + inLen);
-          MORVAX_FilterlongfirRun_API(filter.get(), in, inLen, out);
-          exact = model.run(kept.data(), inLen);
-          output.assign(out, out + outLen);
-        },
-        [&](const short*, short* out) { std::copy(output.begin(), output.end(), out); })))
-        << "more than the block was written";
+    const auto call = [&](bool library, const short* in, short* out) {
+      if (library) {
+        exact = model.run(in, inLen);
+        MORVAX_FilterlongfirRun_API(filter.get(), in, inLen, out);
+        output.assign(out, out + outLen);
+      }
+      std::copy(output.begin(), output.end(), out);
+    };
+    ASSERT_TRUE(runs_alike(random, inLen, outLen, call)) << "the input was written";
     for (int i = 0; i < outLen; ++i)
       ASSERT_TRUE(is_converted(output[i], exact[i]))
           << "kind " << filter->filtertype << " blen " << filter->blen << " bRlen " << filter->bRlen
