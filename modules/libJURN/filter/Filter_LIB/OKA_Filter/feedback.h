@@ -6,6 +6,23 @@
 #ifndef JURN_FEEDBACK_H
 #define JURN_FEEDBACK_H
 
+/** As subtract_feedback, for the usual low orders: all past outputs stay in registers. */
+template <int order, int channels, class Value>
+static inline void subtract_feedback_of_order(Value* const (&y)[channels], int count,
+                                              const Value* a) {
+  Value past[channels][order];
+  for (int c = 0; c < channels; ++c)
+    for (int j = 0; j < order; ++j) past[c][j] = y[c][-1 - j];
+  for (int i = 0; i < count; ++i) {
+    for (int c = 0; c < channels; ++c) {
+      Value sum = a[1] * past[c][0];
+      for (int j = 1; j < order; ++j) sum += a[j + 1] * past[c][j];
+      for (int j = order - 1; j > 0; --j) past[c][j] = past[c][j - 1];
+      y[c][i] = past[c][0] = y[c][i] - sum;
+    }
+  }
+}
+
 /**
  * y[c][i] -= sum over j = 1 .. alen - 1 of a[j] y[c][i-j], for each channel c.
  *
@@ -16,7 +33,18 @@
 template <int channels, class Value>
 static inline void subtract_feedback(Value* const (&y)[channels], int count, const Value* a,
                                      int alen) {
-  if (alen < 2) return;
+  switch (alen) {
+    case 1:
+      return;
+    case 2:
+      return subtract_feedback_of_order<1>(y, count, a);
+    case 3:
+      return subtract_feedback_of_order<2>(y, count, a);
+    case 4:
+      return subtract_feedback_of_order<3>(y, count, a);
+    case 5:
+      return subtract_feedback_of_order<4>(y, count, a);
+  }
   Value latest[channels];
   for (int c = 0; c < channels; ++c) latest[c] = y[c][-1];
   for (int i = 0; i < count; ++i) {

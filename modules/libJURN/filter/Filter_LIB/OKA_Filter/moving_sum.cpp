@@ -11,20 +11,35 @@ int mean_run(short* output, const short* input, int count, short* ring, float sc
   JURN_CALL_CLONE(mean_run(output, input, count, ring, scale, sum));
 }
 
+/** Sample by sample, with the state in registers. */
+void mean_samples(short* output, const short* input, int count, short* ring, int len, float scale,
+                  int* sum, int* memi) {
+  int sum_here = *sum;
+  int slot = *memi;
+  for (int i = 0; i < count; ++i) {
+    moving_sum_push(input[i], ring, len, &sum_here, &slot);
+    output[i] = static_cast<short>(static_cast<int>(scale * static_cast<float>(sum_here)));
+  }
+  *sum = sum_here;
+  *memi = slot;
+}
+
 }  // namespace
 
 void moving_mean(short* output, const short* input, int inlen, short* ring, int len, float scale,
                  int* sum, int* memi) {
   JURN_LIMIT(*memi >= 0 && *memi < len, "moving average: memi must lie in 0 .. len - 1");
+  const int shortest_run = 8;  // of a ring that fills vectors
   for (int i = 0; i < inlen;) {
-    const int to_end = len - *memi;
-    const int run = inlen - i < to_end ? inlen - i : to_end;
-    const int taken = mean_run(output + i, input + i, run, ring + *memi, scale, sum);
-    *memi = *memi + taken == len ? 0 : *memi + taken;
-    for (int k = taken; k < run; ++k) {
-      moving_sum_push(input[i + k], ring, len, sum, memi);
-      output[i + k] = static_cast<short>(static_cast<int>(scale * static_cast<float>(*sum)));
+    const int left = inlen - i;
+    int taken = 0;
+    int run = left;
+    if (len >= shortest_run) {
+      run = left < len - *memi ? left : len - *memi;
+      taken = mean_run(output + i, input + i, run, ring + *memi, scale, sum);
+      *memi = *memi + taken == len ? 0 : *memi + taken;
     }
+    mean_samples(output + i + taken, input + i + taken, run - taken, ring, len, scale, sum, memi);
     i += run;
   }
 }
