@@ -4,6 +4,7 @@ import os
 import re
 import subprocess
 import tempfile
+import time
 import unittest
 
 import numpy as np
@@ -439,6 +440,14 @@ class BadInputTest(ToolTest):
         self.assertEqual(limited.returncode, 4, limited.stderr)
         self.assertIn("out.wav", limited.stderr)
         self.assertEqual(len(read("out.wav")[1]), 9)
+        self.assertEqual(len(os.listdir()), 5)
+        with subprocess.Popen([TOOL, "convolve", MUSIC, "out.wav", "--ir", STREET[0], "--resample",
+                               "--time-domain"], stderr=subprocess.PIPE, text=True) as running:
+            while len(os.listdir()) == 5 and running.poll() is None:
+                time.sleep(0.01)
+            running.terminate()
+            self.assertEqual((running.wait(), running.stderr.read()),
+                             (130, "jurn-filter: interrupted\n"))
         self.assertEqual(len(os.listdir()), 5)
 
 
