@@ -1,0 +1,60 @@
+# What `cmake --install` and CPack deliver. Everything for developers is in the component dev; the
+# tool, whose own folder installs it, is in the component tool.
+include(CMakePackageConfigHelpers)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME tool)
+if(BUILD_SHARED_LIBS) # The installed tool finds its library wherever both are put.
+  file(RELATIVE_PATH to_library ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  set(CMAKE_INSTALL_RPATH $ORIGIN/${to_library})
+endif()
+
+set(libJURN ${PROJECT_SOURCE_DIR}/modules/libJURN)
+install(FILES ${libJURN}/common/ChanelConvert.h
+              ${libJURN}/common/DFTs.h
+              ${libJURN}/common/JURN_api.h
+              ${libJURN}/common/functions.h
+              ${libJURN}/Delay/Delay_LIB/Delay_control.h
+              ${libJURN}/filter/Filter_LIB/Filter_control.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/JURN COMPONENT dev)
+install(TARGETS JURNfilter EXPORT JURN
+        ARCHIVE COMPONENT dev
+        LIBRARY COMPONENT dev
+        RUNTIME COMPONENT dev)
+
+# find_package(JURN CONFIG): the target file needs nothing before it, so it is the package file.
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/JURN)
+set_property(TARGET JURNfilter PROPERTY EXPORT_NAME filter)
+install(EXPORT JURN NAMESPACE JURN:: FILE JURNConfig.cmake DESTINATION ${package_dir} COMPONENT dev)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/JURNConfigVersion.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/JURNConfigVersion.cmake DESTINATION ${package_dir}
+        COMPONENT dev)
+
+# The pkg-config file finds the other folders from its own, so the installed tree can be moved.
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
+           OUTPUT_VARIABLE JURN_PC_TO_PREFIX)
+configure_file(cmake/JURN.pc.in JURN.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/JURN.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+        COMPONENT dev)
+
+# One Debian package per component, each with its licence where Debian's users look for it.
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME libjurn-dev)
+set(CPACK_DEBIAN_TOOL_PACKAGE_NAME jurn-filter)
+foreach(component IN ITEMS dev tool)
+  string(TOUPPER ${component} upper)
+  install(FILES LICENSE RENAME copyright COMPONENT ${component}
+          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
+endforeach()
+set(CPACK_PACKAGE_NAME JURN)
+set(CPACK_PACKAGE_VENDOR "the JURN authors")
+set(CPACK_PACKAGE_CONTACT "the JURN authors")
+set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_COMPONENT_DEV_DESCRIPTION "${PROJECT_DESCRIPTION}\nLibrary and headers.")
+set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION sound)
+set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS ON)
+set(CPACK_COMPONENT_TOOL_DESCRIPTION "${PROJECT_DESCRIPTION}\nCommand-line tool.")
+include(CPack)
