@@ -12,6 +12,8 @@ namespace clone_baseline {
 #include "vector.inl"
 #include JURN_CLONE_BODY
 #undef JURN_VECTOR_BYTES
+#undef JURN_INLINE
+#undef JURN_SHUFFLE
 }  // namespace clone_baseline
 
 #if JURN_X86_CLONES
@@ -27,6 +29,8 @@ namespace clone_avx2 {
 #include "vector.inl"
 #include JURN_CLONE_BODY
 #undef JURN_VECTOR_BYTES
+#undef JURN_INLINE
+#undef JURN_SHUFFLE
 }  // namespace clone_avx2
 #if defined(__clang__)
 #pragma clang attribute pop
@@ -46,6 +50,8 @@ namespace clone_avx512 {
 #include "vector.inl"
 #include JURN_CLONE_BODY
 #undef JURN_VECTOR_BYTES
+#undef JURN_INLINE
+#undef JURN_SHUFFLE
 }  // namespace clone_avx512
 #if defined(__clang__)
 #pragma clang attribute pop

@@ -32,12 +32,6 @@ JURN_INLINE V select(M mask, V yes, V no) {
   return mask ? yes : no;
 }
 
-/** The same bits as another type. */
-template <class To, class From>
-JURN_INLINE To bits(From v) {
-  return (To)v;
-}
-
 /** Whether any lane of a comparison's result is set. */
 #if JURN_X86_CLONES
 JURN_INLINE bool any(Vec<int, 4> mask) {
@@ -56,6 +50,105 @@ JURN_INLINE bool any(Vec<int, 4> mask) {
 #endif
 
 #define JURN_SHUFFLE(a, b, ...) __builtin_shufflevector(a, b, __VA_ARGS__)
+
+#else  // plain arrays
+
+#define JURN_INLINE static inline
+
+template <class T, int lanes>
+struct Vec {
+  T lane[lanes];
+  T& operator[](int k) { return lane[k]; }
+  T operator[](int k) const { return lane[k]; }
+};
+
+template <class V>
+struct LanesOf;
+template <class T, int lanes>
+struct LanesOf<Vec<T, lanes>> {
+  using type = T;
+  static constexpr int count = lanes;
+};
+
+#define JURN_LANE_WISE(op)                                                       \
+  template <class T, int lanes>                                                  \
+  JURN_INLINE Vec<T, lanes> operator op(Vec<T, lanes> a, Vec<T, lanes> b) {      \
+    for (int k = 0; k < lanes; ++k) a[k] = static_cast<T>(a[k] op b[k]);         \
+    return a;                                                                    \
+  }                                                                              \
+  template <class T, int lanes>                                                  \
+  JURN_INLINE Vec<T, lanes>& operator op##=(Vec<T, lanes>& a, Vec<T, lanes> b) { \
+    return a = a op b;                                                           \
+  }
+JURN_LANE_WISE(+)
+JURN_LANE_WISE(-)
+JURN_LANE_WISE(*)
+JURN_LANE_WISE(&)
+JURN_LANE_WISE(|)
+#undef JURN_LANE_WISE
+
+#define JURN_LANE_WISE(op)                                                    \
+  template <class T, int lanes>                                               \
+  JURN_INLINE Vec<int, lanes> operator op(Vec<T, lanes> a, Vec<T, lanes> b) { \
+    Vec<int, lanes> mask;                                                     \
+    for (int k = 0; k < lanes; ++k) mask[k] = a[k] op b[k] ? -1 : 0;          \
+    return mask;                                                              \
+  }
+JURN_LANE_WISE(<)
+JURN_LANE_WISE(>)
+JURN_LANE_WISE(<=)
+JURN_LANE_WISE(>=)
+JURN_LANE_WISE(==)
+#undef JURN_LANE_WISE
+
+template <class T, int lanes>
+JURN_INLINE Vec<T, lanes> operator-(Vec<T, lanes> a) {
+  for (int k = 0; k < lanes; ++k) a[k] = -a[k];
+  return a;
+}
+template <int lanes>
+JURN_INLINE Vec<int, lanes> operator<<(Vec<int, lanes> a, int by) {
+  for (int k = 0; k < lanes; ++k) a[k] = static_cast<int>(static_cast<unsigned>(a[k]) << by);
+  return a;
+}
+template <int lanes>
+JURN_INLINE Vec<int, lanes> operator>>(Vec<int, lanes> a, int by) {
+  for (int k = 0; k < lanes; ++k) a[k] >>= by;
+  return a;
+}
+
+template <class V, class T>
+JURN_INLINE V broadcast(T x) {
+  V v;
+  for (int k = 0; k < LanesOf<V>::count; ++k) v[k] = x;
+  return v;
+}
+
+template <class To, class From>
+JURN_INLINE To convert(From a) {
+  To v;
+  for (int k = 0; k < LanesOf<To>::count; ++k) v[k] = static_cast<typename LanesOf<To>::type>(a[k]);
+  return v;
+}
+
+template <class M, class V>
+JURN_INLINE V select(M mask, V yes, V no) {
+  for (int k = 0; k < LanesOf<V>::count; ++k) yes[k] = mask[k] ? yes[k] : no[k];
+  return yes;
+}
+
+template <class M>
+JURN_INLINE bool any(M mask) {
+  int sum = 0;
+  for (int k = 0; k < LanesOf<M>::count; ++k) sum |= mask[k];
+  return sum != 0;
+}
+
+template <int... index, class T, int lanes>
+JURN_INLINE Vec<T, sizeof...(index)> shuffle(Vec<T, lanes> a, Vec<T, lanes> b) {
+  return {{(index < lanes ? a[index] : b[index - lanes])...}};
+}
+#define JURN_SHUFFLE(a, b, ...) shuffle<__VA_ARGS__>(a, b)
 
 #endif
 
