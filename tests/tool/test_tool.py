@@ -51,9 +51,10 @@ class ToolTest(unittest.TestCase):
         os.chdir(folder.name)
 
     def run_tool(self, *arguments):
-        """Runs the tool, which has to succeed, and returns its report."""
+        """Runs the tool, which has to succeed with no more than warnings; returns its report."""
         done = subprocess.run([TOOL, *map(str, arguments)], capture_output=True, text=True)
-        self.assertEqual((done.returncode, done.stderr), (0, ""), arguments)
+        errors = re.sub(r"jurn-filter: warning: [^\n]+\n", "", done.stderr)
+        self.assertEqual((done.returncode, errors), (0, ""), arguments)
         return done.stdout
 
     def run_filter(self, command, *arguments, source=SPEECH, output="out.wav"):

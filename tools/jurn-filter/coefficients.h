@@ -1,4 +1,4 @@
-// Filter designs and the text files that they are read from.
+// Filter designs.
 #pragma once
 
 #include <cstddef>
@@ -20,18 +20,6 @@ struct CoefficientLimit {
   std::size_t count;
   std::string reason;
 };
-
-/** Numbers separated by white space, commas or both, in any number of lines; # starts a comment.
- * Errors name the file, the line, the value and the limit. */
-FilterDesign read_fir(const std::string& path, const CoefficientLimit& limit);
-
-/** Two lines of numbers: numerator, denominator. */
-FilterDesign read_iir(const std::string& path, const CoefficientLimit& limit);
-FilterDesign read_iir(const std::string& numerator, const std::string& denominator,
-                      const CoefficientLimit& limit);
-
-/** Lines of six numbers, one section each: b0 b1 b2 a0 a1 a2. `limit` counts sections. */
-FilterDesign read_sections(const std::string& path, const CoefficientLimit& limit);
 
 /** Multiplies the filter's gain. */
 void scale(FilterDesign* design, double gain);

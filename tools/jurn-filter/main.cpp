@@ -5,15 +5,18 @@
 #include <cmath>
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "binaural.h"
 #include "coefficients.h"
 #include "convolve.h"
 #include "errors.h"
+#include "formats/formats.h"
 #include "level.h"
 #include "run.h"
 #include "spectrum.h"
+#include "stability.h"
 #include "stages.h"
 
 namespace {
@@ -27,6 +30,9 @@ struct Options {
   // fir, iir, sos, average
   Precision precision = Precision::kInt16;
   std::string coefficients, numerator, denominator;
+  Format format = Format::kByContent;
+  std::vector<std::string> variables;
+  std::optional<bool> negate_a;
   int length = 0;
   // convolve
   std::vector<std::string> responses, fade_to;
@@ -86,8 +92,31 @@ void add_gain(CLI::App* command, Options* o) {
 /** What the subcommands that filter with coefficients of a file take. */
 CLI::Option* add_coefficients(CLI::App* command, Options* o, const char* description) {
   add_gain(command, o);
-  command->add_flag("--normalise", o->normalise, "Scale the filter's largest gain to 0 dB");
+  command->add_flag("--normalise", o->normalise,
+                    "Scale the filter's largest gain over all frequencies to 0 dB, before --gain");
+  add_choice<Format>(command, "--format", &o->format,
+                     "Format of the coefficients: numbers (text, CSV), npy, mat, header (C, of "
+                     "MATLAB), biquads, equaliser or audio",
+                     {{"numbers", Format::kNumbers},
+                      {"npy", Format::kNumPy},
+                      {"mat", Format::kMatlab},
+                      {"header", Format::kHeader},
+                      {"biquads", Format::kBiquads},
+                      {"equaliser", Format::kEqualiser},
+                      {"audio", Format::kAudio}},
+                     "by content");
+  command
+      ->add_option("--variables", o->variables,
+                   "Names of a .mat file's or header's arrays: taps; b,a; or sections,gain")
+      ->delimiter(',')
+      ->allow_extra_args(false);
   return command->add_option("-c,--coefficients", o->coefficients, description);
+}
+
+void add_signs(CLI::App* command, Options* o) {
+  command->add_flag("--negate-a{true},--keep-a{false}", o->negate_a,
+                    "Turn the signs of the feedback coefficients, for files of programs that add "
+                    "the feedback; or run an unstable filter as it is");
 }
 
 void add_precision(CLI::App* command, Options* o) {
@@ -101,22 +130,46 @@ void add_tail(CLI::App* command, Options* o) {
                     "End with the recording, not when the filter has rung out");
 }
 
-FilterDesign read_iir_design(const Options& o) {
-  if (o.coefficients.empty() == (o.numerator.empty() || o.denominator.empty()))
-    throw Error(kUsageError, "iir takes either --coefficients or --numerator and --denominator");
-  if (!o.coefficients.empty()) return read_iir(o.coefficients, iir_limit(o.precision));
-  return read_iir(o.numerator, o.denominator, iir_limit(o.precision));
+void warn(const std::string& message) {
+  if (!message.empty()) std::fprintf(stderr, "jurn-filter: warning: %s\n", message.c_str());
+}
+
+/** Reads and checks the design of a job, for recordings at `rate`. */
+FilterDesign read_design(const Options& o, const ReadOptions& options) {
+  const std::string& path = o.coefficients.empty() ? o.denominator : o.coefficients;
+  FilterDesign design = o.coefficients.empty() ? load_design(o.numerator, o.denominator, options)
+                                               : load_design(o.coefficients, options);
+  warn(check_stability(path, o.negate_a, &design));
+  if (o.normalise) {
+    const double peak = peak_gain(design);
+    if (!(peak > 0.0 && std::isfinite(peak)))
+      throw Error(kInputError, path + ": the filter's largest gain is " +
+                                   (peak > 0.0 ? "infinite" : "0") +
+                                   ", which cannot be scaled to 0 dB");
+    scale(&design, 1.0 / peak);
+  }
+  warn(check_peak(path, design, std::pow(10.0, o.job.gain_db / 20.0)));
+  return design;
 }
 
 /** A job that runs one design. */
-void set_filter(Options* o, FilterDesign design) {
+void set_filter(Options* o, FilterDesign::Kind kind, const CoefficientLimit& limit) {
   o->job.also_read = {o->coefficients, o->numerator, o->denominator};
-  if (o->normalise) scale(&design, 1.0 / peak_gain(design));
-  o->job.make_chain = [design = std::move(design), o](const AudioReader& recording, double gain) {
-    FilterDesign scaled = design;
+  o->job.make_chain = [o, design = std::optional<FilterDesign>(),
+                       options = ReadOptions{kind, limit, o->format, o->variables, 0}](
+                          const AudioReader& recording, double gain) mutable {
+    options.rate = recording.rate();
+    if (!design) design = read_design(*o, options);
+    FilterDesign scaled = *design;
     scale(&scaled, gain);
     return chain_of(make_filter(scaled, o->precision, recording.channels(), o->block));
   };
+}
+
+void set_iir(Options* o) {
+  if (o->coefficients.empty() == (o->numerator.empty() || o->denominator.empty()))
+    throw Error(kUsageError, "iir takes either --coefficients or --numerator and --denominator");
+  set_filter(o, FilterDesign::kIir, iir_limit(o->precision));
 }
 
 void set_average(Options* o) {
@@ -288,25 +341,33 @@ void add_level(CLI::App* app, Options* o) {
 }
 
 void add_commands(CLI::App* app, Options* o) {
-  CLI::App* fir = add_command(app, o, "fir", "Filters with taps of a text file",
+  CLI::App* fir = add_command(app, o, "fir", "Filters with taps of a file",
                               "fir speech.wav out.wav --coefficients taps.txt");
-  add_coefficients(fir, o, "Taps: numbers separated by white space or commas, # comments")
+  add_coefficients(fir, o,
+                   "Taps: numbers as text or CSV (# comments), NumPy .npy, .mat, C header, or WAV")
       ->required();
   add_precision(fir, o);
-  fir->final_callback([o] { set_filter(o, read_fir(o->coefficients, fir_limit(o->precision))); });
+  fir->final_callback([o] { set_filter(o, FilterDesign::kFir, fir_limit(o->precision)); });
 
   CLI::App* iir = add_command(app, o, "iir", "Filters with a direct-form IIR",
                               "iir speech.wav out.wav --coefficients ba.txt");
-  add_coefficients(iir, o, "Two lines of numbers: numerator, and denominator starting with 1");
+  add_coefficients(iir, o,
+                   "Two lines of numbers, numerator and denominator starting with 1; or b and a of "
+                   "an .npy, a .mat or a C header, which are divided by a0");
   iir->add_option("--numerator", o->numerator, "Numerator in a file of its own");
   iir->add_option("--denominator", o->denominator, "Denominator in a file of its own");
+  add_signs(iir, o);
   add_precision(iir, o);
-  iir->final_callback([o] { set_filter(o, read_iir_design(*o)); });
+  iir->final_callback([o] { set_iir(o); });
 
   CLI::App* sos = add_command(app, o, "sos", "Filters with a cascade of second-order sections",
                               "sos music.flac out.flac --coefficients sections.txt");
-  add_coefficients(sos, o, "One section per line: b0 b1 b2 a0 a1 a2, with a0 = 1")->required();
-  sos->final_callback([o] { set_filter(o, read_sections(o->coefficients, section_limit())); });
+  add_coefficients(sos, o,
+                   "One section per line: b0 b1 b2 a0 a1 a2, with a0 = 1; or sections of an .npy, "
+                   "a .mat or a C header, a biquad list, or equaliser lines")
+      ->required();
+  add_signs(sos, o);
+  sos->final_callback([o] { set_filter(o, FilterDesign::kSections, section_limit()); });
 
   CLI::App* average = add_command(app, o, "average", "Replaces each sample by a moving average",
                                   "average music.flac out.wav --length 64");

@@ -1,0 +1,45 @@
+// Coefficient files in the formats that filter design and room correction programs write.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "coefficients.h"
+
+namespace tool {
+
+enum class Format { kByContent, kNumbers, kNumPy, kMatlab, kHeader, kBiquads, kEqualiser, kAudio };
+
+/** What is expected of a file. */
+struct ReadOptions {
+  FilterDesign::Kind wanted;
+  CoefficientLimit limit;
+  Format format = Format::kByContent;
+  std::vector<std::string> variables;  // arrays of a file with names: taps; b, a; sections, gain
+  int rate = 0;                        // of the recording, which equalisers are designed for
+};
+
+/**
+ * Reads any format. Denominators that do not start with 1 are an error in plain numbers, where they
+ * are likely a slip; in the other formats the filter is divided by a0, as the programs that write
+ * them define it. Errors name the file, the line or variable, the value and what is accepted.
+ */
+FilterDesign load_design(const std::string& path, const ReadOptions& options);
+
+/** Reads numerator and denominator from a file each. */
+FilterDesign load_design(const std::string& numerator, const std::string& denominator,
+                         ReadOptions options);
+
+/** The same from memory, for all formats but kMatlab and kAudio. `path` is for the errors. */
+FilterDesign parse_design(const std::string& path, std::string_view bytes,
+                          const ReadOptions& options);
+
+/** The format of a file's content; throws for a file of a foreign kind and says which it is. */
+Format recognise(const std::string& path, std::string_view bytes);
+
+/** What a file is, like "an MP3 file", by its first bytes; empty when they tell nothing. */
+std::string_view kind_of_file(std::string_view bytes);
+
+}  // namespace tool

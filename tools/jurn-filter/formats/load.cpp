@@ -1,0 +1,136 @@
+// Formats that need more than memory: .mat through libmatio, WAV through libsndfile.
+#include <matio.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "audio_io.h"
+#include "parse.h"
+
+namespace tool {
+namespace {
+
+// No coefficient file comes near; a recording or a device does.
+constexpr std::size_t kMaxBytes = std::size_t{64} << 20;
+constexpr std::size_t kMaxValues = 1000000;
+
+std::string read_file(const std::string& path) {
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error)) fail(path, "is a directory");
+  std::ifstream file(path, std::ios::binary);
+  if (!file) fail(path, std::strerror(errno));
+  std::string bytes;
+  char buffer[65536];
+  while (bytes.size() <= kMaxBytes && (file.read(buffer, sizeof buffer) || file.gcount() > 0))
+    bytes.append(buffer, static_cast<std::size_t>(file.gcount()));
+  if (file.bad()) fail(path, "cannot be read");
+  return bytes;
+}
+
+template <typename Value>
+void append(const matvar_t& variable, Array* array) {
+  const Value* values = static_cast<const Value*>(variable.data);
+  for (std::size_t r = 0; r < array->rows; ++r)
+    for (std::size_t c = 0; c < array->columns; ++c)
+      array->values.push_back(static_cast<double>(values[c * array->rows + r]));
+}
+
+using Append = void (*)(const matvar_t&, Array*);
+
+Append append_of(matio_classes type) {
+  switch (type) {
+    case MAT_C_DOUBLE:
+      return append<double>;
+    case MAT_C_SINGLE:
+      return append<float>;
+    case MAT_C_INT8:
+      return append<std::int8_t>;
+    case MAT_C_INT16:
+      return append<std::int16_t>;
+    case MAT_C_INT32:
+      return append<std::int32_t>;
+    case MAT_C_INT64:
+      return append<std::int64_t>;
+    default:
+      return nullptr;  // text, cells, structures, filter objects
+  }
+}
+
+std::vector<double> read_taps(const std::string& path, const CoefficientLimit& limit) {
+  AudioReader reader(path, 1);
+  std::vector<float> samples(limit.count + 1);
+  samples.resize(reader.read(samples.data(), samples.size()));
+  if (reader.not_finite()) fail(path, "holds samples that are no finite numbers");
+  std::vector<double> taps;
+  for (const float sample : samples) taps.push_back(static_cast<double>(sample) / 32768.0);
+  return taps;
+}
+
+}  // namespace
+
+std::vector<Array> read_mat(const std::string& path) {
+  const std::unique_ptr<mat_t, int (*)(mat_t*)> file(Mat_Open(path.c_str(), MAT_ACC_RDONLY),
+                                                     Mat_Close);
+  if (!file) fail(path, "is no MATLAB file that can be read");
+  std::vector<Array> arrays;
+  while (matvar_t* next = Mat_VarReadNextInfo(file.get())) {
+    const std::unique_ptr<matvar_t, void (*)(matvar_t*)> variable(next, Mat_VarFree);
+    const Append append_values = append_of(variable->class_type);
+    if (!append_values || variable->isComplex || variable->rank != 2 || !variable->name) continue;
+    Array array;
+    array.name = variable->name;
+    array.rows = variable->dims[0];
+    array.columns = variable->dims[1];
+    if (array.rows == 0 || array.columns == 0) continue;
+    if (array.rows > kMaxValues || array.columns > kMaxValues / array.rows)
+      fail(path, quote(array.name) + " has " + std::to_string(array.rows) + " x " +
+                     std::to_string(array.columns) + " values; accepted are " +
+                     std::to_string(kMaxValues) + " at most");
+    if (Mat_VarReadDataAll(file.get(), variable.get()) != 0 || !variable->data)
+      fail(path, "damaged: the values of " + quote(array.name) + " cannot be read");
+    append_values(*variable, &array);
+    arrays.push_back(std::move(array));
+  }
+  return arrays;
+}
+
+FilterDesign load_design(const std::string& path, const ReadOptions& options) {
+  Format format = options.format;
+  std::string bytes;
+  if (format != Format::kAudio && format != Format::kMatlab) {
+    bytes = read_file(path);
+    if (format == Format::kByContent) format = recognise(path, bytes);
+  }
+  FilterDesign design{options.wanted, {}, {}};
+  if (format == Format::kAudio) {
+    if (options.wanted != FilterDesign::kFir) fail(path, "is audio; its samples are taps of fir");
+    design.b = read_taps(path, options.limit);
+  } else if (format == Format::kMatlab) {
+    design = design_of(path, read_mat(path), options);
+  } else {
+    if (bytes.size() > kMaxBytes) fail(path, "is larger than any file of coefficients");
+    ReadOptions known = options;
+    known.format = format;
+    return parse_design(path, bytes, known);
+  }
+  check_limit(path, design, options.limit);
+  return design;
+}
+
+FilterDesign load_design(const std::string& numerator, const std::string& denominator,
+                         ReadOptions options) {
+  options.wanted = FilterDesign::kFir;
+  FilterDesign design = load_design(numerator, options);
+  design.kind = FilterDesign::kIir;
+  design.a = load_design(denominator, options).b;
+  if (design.a[0] != 1.0)
+    fail(denominator, "the denominator starts with " + shown(design.a[0]) +
+                          ", not with 1; divide the filter's coefficients by it");
+  return design;
+}
+
+}  // namespace tool
