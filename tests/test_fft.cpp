@@ -1,0 +1,148 @@
+/* The real FFT and the spectrum product. */
+#include <memory>
+
+#include "DFTs.h"
+#include "clones.h"
+#include "support.h"
+
+namespace {
+
+using Floats = std::vector<float>;
+
+std::unique_ptr<RealFFT_ID> transform(int N) {
+  auto state = std::make_unique<RealFFT_ID>();
+  std::memset(state.get(), 0x5a, sizeof *state);
+  EXPECT_EQ(MORVAX_KLOV_RealFFT_Init(state.get(), static_cast<short>(N)), 0);
+  return state;
+}
+
+Floats noise(Random& random, int N) {
+  Floats x(N);
+  for (float& value : x) value = static_cast<float>(random.real(1.0));
+  return x;
+}
+
+/** The circular convolution; also checks that the product leaves its inputs alone. */
+Floats convolve(const RealFFT_ID& state, Floats x, Floats h) {
+  const short N = static_cast<short>(x.size());
+  EXPECT_EQ(MORVAX_KLOV_RealFFT_Run2(&state, x.data(), N), 0);
+  EXPECT_EQ(MORVAX_KLOV_RealFFT_Run2(&state, h.data(), N), 0);
+  const Floats x_before = x, h_before = h;
+  Floats y(N);
+  MORVAX_rfftmut2(y.data(), h.data(), x.data(), N);
+  EXPECT_TRUE(same(x.data(), x_before.data(), N) && same(h.data(), h_before.data(), N));
+  EXPECT_EQ(MORVAX_KLOV_InverseRealFFT_Run2(&state, y.data(), N), 0);
+  return y;
+}
+
+/** Relative rms error at every step-th value, where exact(n) is the true one. */
+template <class Exact>
+double relative_error(const Floats& y, int step, Exact exact) {
+  double error = 0, power = 0;
+  for (int n = 0; n < static_cast<int>(y.size()); n += step) {
+    const double truth = exact(n);
+    error += (y[n] - truth) * (y[n] - truth);
+    power += truth * truth;
+  }
+  return std::sqrt(error / power);
+}
+
+TEST(RealFFT, ChainIsTheCircularConvolutionAtUnitGain) {
+  Random random(52);
+  for (int N = 2; N <= JURN_FFT_MAX; N *= 2) {
+    const auto state = transform(N);
+    const Floats x = noise(random, N);
+
+    /* Noise through noise. The roundings of the levels add up in power. A handful of values may
+     * nearly cancel, which says nothing about the average. */
+    const double bound = N < 64 ? 1e-6 : 7.2e-8 * std::sqrt(std::log2(N));
+    const Floats h = noise(random, N);
+    const auto convolution = [&](int n) {
+      double sum = 0;
+      for (int k = 0; k < N; ++k) sum += static_cast<double>(h[k]) * x[(n - k) & (N - 1)];
+      return sum;
+    };
+    EXPECT_LT(relative_error(convolve(*state, x, h), N / 1024 + 1, convolution), bound) << N;
+
+    /* An impulse rotates the block. */
+    for (int d : {1, N / 2, N - 1, random.in(0, N - 1)}) {
+      Floats impulse(N);
+      impulse[d] = 1.0f;
+      const auto rotated = [&](int n) { return x[(n - d) & (N - 1)]; };
+      EXPECT_LT(relative_error(convolve(*state, x, impulse), 1, rotated), bound) << N << ", " << d;
+    }
+
+    /* An impulse at the start changes nothing, nor does the inverse right after the transform. */
+    Floats impulse(N), y = x;
+    impulse[0] = 1.0f;
+    MORVAX_KLOV_RealFFT_Run2(state.get(), y.data(), static_cast<short>(N));
+    MORVAX_KLOV_InverseRealFFT_Run2(state.get(), y.data(), static_cast<short>(N));
+    EXPECT_LT(relative_error(y, 1, [&](int n) { return x[n]; }), 2e-7) << N;
+    EXPECT_TRUE(same(y.data(), convolve(*state, x, impulse).data(), N)) << N;
+  }
+}
+
+TEST(RealFFT, SameBytesOnEveryCloneAndAtEveryAlignment) {
+  const JURN_Clone chosen = JURN_clone_hook;
+  Random random(53);
+  for (int N = 2; N <= JURN_FFT_MAX; N *= 2) {
+    const short n = static_cast<short>(N);
+    const Floats samples = noise(random, N), guard(16, 12345.0f);
+    std::unique_ptr<RealFFT_ID> first_state;
+    Floats first_spectrum, first_product, first_result;
+    for (int clone = JURN_CLONE_BASELINE; clone <= JURN_best_clone(); ++clone) {
+      JURN_clone_hook = static_cast<JURN_Clone>(clone);
+      for (int offset = 0; offset < 16; ++offset) {
+        const auto state = transform(N);
+        Floats room(N + 32, guard[0]), out(N + 32, guard[0]);
+        float *x = room.data() + offset, *y = out.data() + (offset * 7 & 15);
+        std::copy(samples.begin(), samples.end(), x);
+        MORVAX_KLOV_RealFFT_Run2(state.get(), x, n);
+        MORVAX_rfftmut2(y, x, x, N);
+        const Floats spectrum(x, x + N), product(y, y + N);
+        MORVAX_KLOV_InverseRealFFT_Run2(state.get(), x, n);
+        const Floats result(x, x + N);
+        EXPECT_EQ(std::count(room.begin(), room.end(), guard[0]), 32) << N;
+        EXPECT_EQ(std::count(out.begin(), out.end(), guard[0]), 32) << N;
+        if (!first_state) {
+          first_state = transform(N);
+          first_spectrum = spectrum, first_product = product, first_result = result;
+        }
+        ASSERT_TRUE(std::memcmp(state.get(), first_state.get(), sizeof *state) == 0 &&
+                    same(spectrum.data(), first_spectrum.data(), N) &&
+                    same(product.data(), first_product.data(), N) &&
+                    same(result.data(), first_result.data(), N))
+            << N << ", clone " << clone << ", offset " << offset;
+      }
+    }
+  }
+  JURN_clone_hook = chosen;
+}
+
+TEST(RealFFT, OtherLengthsTouchNothing) {
+  auto state = std::make_unique<RealFFT_ID>(), before = std::make_unique<RealFFT_ID>();
+  std::memset(state.get(), 0x5a, sizeof *state);
+  *before = *state;
+  for (int N : {0, 1, 3, 24, 16383, 32767, -1, -2, -32768}) {
+    EXPECT_EQ(MORVAX_KLOV_RealFFT_Init(state.get(), static_cast<short>(N)), -1) << N;
+    EXPECT_EQ(std::memcmp(state.get(), before.get(), sizeof *state), 0) << N;
+  }
+  state = transform(64);
+  *before = *state;
+  Random random(54);
+  const Floats samples = noise(random, 128);
+  Floats data = samples;
+  for (int N : {0, 1, 2, 32, 63, 128, -64, -32768}) {
+    EXPECT_EQ(MORVAX_KLOV_RealFFT_Run2(state.get(), data.data(), static_cast<short>(N)), -1) << N;
+    EXPECT_EQ(MORVAX_KLOV_InverseRealFFT_Run2(state.get(), data.data(), static_cast<short>(N)), -1)
+        << N;
+    EXPECT_TRUE(same(data.data(), samples.data(), 128)) << N;
+  }
+  /* A record whose length is none at all, as after clearing. */
+  state->N = before->N = 3;
+  EXPECT_EQ(MORVAX_KLOV_RealFFT_Run2(state.get(), data.data(), 3), -1);
+  EXPECT_TRUE(same(data.data(), samples.data(), 128));
+  EXPECT_EQ(std::memcmp(state.get(), before.get(), sizeof *state), 0);
+}
+
+}  // namespace
