@@ -1,0 +1,162 @@
+/* Filterlongfir_ID as its user calls it: FIFOs and conversion included. */
+#include <algorithm>
+#include <array>
+#include <memory>
+
+#include "DFTs.h"
+#include "Filter_control.h"
+#include "groups.h"
+
+#ifdef PEER_ZITA
+#include <zita-convolver.h>
+#endif
+
+namespace {
+
+struct Filter {
+  Filter(int channels, int kind, int taps, int most_frames)
+      : record(new Filterlongfir_ID()),
+        input(noise<short>(2 * most_frames, 20000.0)),
+        output(2 * most_frames) {
+    record->chanel = channels;
+    record->filtertype = kind;
+    record->blen = record->bRlen = taps;
+    // They only delay, so that the transforms alone may be repeated on their own output for ever.
+    record->b[taps / 2] = record->bR[taps / 2] = 1.0f;
+    MORVAX_FilterlongfirReset_API(record.get());
+    if (kind == -2 || kind == -4 || kind == -5 || kind == -7)
+      MORVAX_FilterlongfirCalcu_API_forFFT(record.get());
+  }
+  int hop() const { return record->offset / record->chanel; }
+  void run(int frames) {
+    MORVAX_FilterlongfirRun_API(record.get(), input.data(), frames * record->chanel, output.data());
+  }
+  std::unique_ptr<Filterlongfir_ID> record;
+  std::vector<short> input, output;
+};
+
+/** Calls that hold a whole number of transforms, for their mean. */
+Side whole_blocks(const std::string& name, int channels, int kind, int taps, int least_frames) {
+  auto filter = std::make_shared<Filter>(channels, kind, taps, 2 * (least_frames + 8193));
+  const int hop = filter->hop();
+  const int frames = (least_frames + hop - 1) / hop * hop;
+  return {name, static_cast<double>(frames), [filter, frames] { filter->run(frames); }};
+}
+
+/** The transforms and products of one block of a kind, in the same memory. */
+Side transforms(const std::string& name, int channels, int kind, int taps) {
+  auto filter = std::make_shared<Filter>(channels, kind, taps, 1);
+  Filterlongfir_ID* f = filter->record.get();
+  const bool two_inputs = channels == 2 && kind != -4;
+  const bool two_outputs = channels == 2 || kind == -5;
+  const std::vector<float> samples = noise<float>(f->fftN, 10000.0);
+  std::copy(samples.begin(), samples.end(), f->xLhL);
+  std::copy(samples.begin(), samples.end(), f->xRhR);
+  return {name, static_cast<double>(filter->hop()),
+          [filter, two_inputs, two_outputs, x = std::array<float*, 2>{f->xLhL, f->xRhR},
+           y = std::array<float*, 2>{f->xLintl, f->xRintl}]() mutable {
+            const Filterlongfir_ID* const record = filter->record.get();
+            const RealFFT_ID* const fft = &record->realfft;
+            const short N = static_cast<short>(record->fftN);
+            MORVAX_KLOV_RealFFT_Run2(fft, x[0], N);
+            MORVAX_rfftmut2(y[0], record->hLrfft, x[0], N);
+            MORVAX_KLOV_InverseRealFFT_Run2(fft, y[0], N);
+            if (two_inputs) MORVAX_KLOV_RealFFT_Run2(fft, x[1], N);
+            if (two_outputs) {
+              MORVAX_rfftmut2(y[1], record->hRrfft, x[two_inputs], N);
+              MORVAX_KLOV_InverseRealFFT_Run2(fft, y[1], N);
+            }
+            std::swap(x, y);
+          }};
+}
+
+#ifdef PEER_ZITA
+/** Two channels, each through its own taps in one partition; float in and out, no conversion. */
+Side zita(int taps) {
+  struct Work {
+    Convproc convolver;
+    std::vector<float> taps, input;
+    ~Work() {
+      convolver.stop_process();
+      convolver.cleanup();
+    }
+  };
+  auto work = std::make_shared<Work>();
+  work->taps = noise<float>(taps, 1.0 / taps);
+  work->input = noise<float>(taps, 0.5);
+  Convproc& convolver = work->convolver;
+  convolver.set_options(Convproc::OPT_FFTW_MEASURE | Convproc::OPT_VECTOR_MODE);
+  convolver.configure(2, 2, taps, taps, taps, taps, 0.0f);
+  for (int c = 0; c < 2; ++c) convolver.impdata_create(c, c, 1, work->taps.data(), 0, taps);
+  convolver.start_process(0, 0);
+  return {"zita", 2.0 * taps, [work] {
+            for (int c = 0; c < 2; ++c)
+              std::copy(work->input.begin(), work->input.end(), work->convolver.inpdata(c));
+            work->convolver.process();
+          }};
+}
+#endif
+
+struct Kind {
+  int channels, kind;
+  std::string name() const { return std::to_string(kind) + (channels == 2 ? " stereo" : " mono"); }
+};
+const Kind kFftKinds[] = {{2, -2}, {1, -2}, {2, -7}, {1, -5}, {2, -4}};
+
+/** Times every call of 256 frames; the dearest of each transform's period and the mean. */
+void dearest_call(benchmark::State& state, Kind kind, int taps) {
+  constexpr int frames = 256;
+  Filter filter(kind.channels, kind.kind, taps, frames);
+  const int period = (filter.hop() + frames - 1) / frames;
+  std::vector<double> dearest, mean;
+  while (state.KeepRunning()) {
+    double most = 0.0, sum = 0.0;
+    for (int i = 0; i < period; ++i) {
+      const double start = now_ns();
+      filter.run(frames);
+      const double time = now_ns() - start;
+      most = std::max(most, time);
+      sum += time;
+    }
+    dearest.push_back(most);
+    mean.push_back(sum / period);
+  }
+  state.counters["dearest"] = low(dearest);
+  state.counters["mean"] = low(mean);
+}
+
+const bool registered = [] {
+  for (int taps : {512, 2048, 8192}) {
+    add_group("long/" + std::to_string(taps), [taps] {
+      Side jurn = whole_blocks("jurn", 2, -2, taps, 1);
+      jurn.units *= 2;
+      std::vector<Side> sides = {jurn};
+#ifdef PEER_ZITA
+      sides.push_back(zita(taps));
+#endif
+      return sides;
+    });
+    add_group("share/" + std::to_string(taps), [taps] {
+      std::vector<Side> sides;
+      for (const Kind& kind : kFftKinds) {
+        sides.push_back(whole_blocks(kind.name(), kind.channels, kind.kind, taps, 1));
+        sides.push_back(transforms(kind.name() + " transforms", kind.channels, kind.kind, taps));
+      }
+      return sides;
+    });
+    for (const Kind& kind : kFftKinds)
+      benchmark::RegisterBenchmark(
+          ("dearest/" + std::to_string(taps) + "/" + kind.name()).c_str(),
+          [kind, taps](benchmark::State& state) { dearest_call(state, kind, taps); })
+          ->Iterations(501);
+  }
+  for (int taps = 4; taps <= 8192; taps *= 2)
+    add_group("taps/" + std::to_string(taps), [taps] {
+      auto time_domain = std::make_shared<Filter>(1, -1, taps, 480);
+      return std::vector<Side>{{"time domain", 480.0, [time_domain] { time_domain->run(480); }},
+                               whole_blocks("fft", 1, -2, taps, 480)};
+    });
+  return true;
+}();
+
+}  // namespace

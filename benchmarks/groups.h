@@ -1,0 +1,50 @@
+/* Groups of alternatives that are measured against each other.
+ *
+ * Every round runs each side of a group for a slice of time, one after the other, so that a change
+ * of the clock or a neighbour on the machine meets all sides alike; a side's figure is the first
+ * decile of its slices, the machine when others leave it alone. Google Benchmark repeats the
+ * rounds, filters the groups and writes the figures, in ns per unit of work, as the group's
+ * counters. */
+#ifndef JURN_BENCHMARKS_GROUPS_H
+#define JURN_BENCHMARKS_GROUPS_H
+
+#include <benchmark/benchmark.h>
+
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+struct Side {
+  std::string name;
+  double units;  // of work in one run
+  std::function<void()> run;
+};
+
+/** Registers a group; its sides are made when it is about to run. */
+void add_group(const std::string& name, std::function<std::vector<Side>()> make);
+
+double now_ns();
+/** The first decile. */
+double low(std::vector<double> times);
+
+/** White noise, the same in every run; as int16 values it leaves room for gain. */
+template <class Value>
+std::vector<Value> noise(int count, double amplitude) {
+  static std::mt19937 engine(1);
+  std::vector<Value> values(count);
+  for (Value& v : values)
+    v = static_cast<Value>(amplitude * (static_cast<double>(engine()) / 2147483648.0 - 1.0));
+  return values;
+}
+
+/* The machine itself (machine.cpp): the throughput of separate multiplications and additions, in
+ * ns per pair, and the latency of one of them in a chain, in ns. Value is float or double. */
+template <class Value>
+Side peak(const char* name);
+template <class Value>
+Side add_latency(const char* name);
+template <class Value>
+Side multiply_latency(const char* name);
+
+#endif
