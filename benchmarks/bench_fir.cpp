@@ -79,6 +79,8 @@ void add_kernel(const std::string& name) {
 const bool registered = [] {
   add_kernel<short, float>("fir");
   add_kernel<float, double>("fir double");
+  add_clones("JURNfir, 512 taps", [] { return jurn<short, float>("", 512, 480); });
+  add_clones("MORVAX_Qfirf, 512 taps", [] { return jurn<float, double>("", 512, 480); });
   return true;
 }();
 

@@ -156,6 +156,7 @@ const bool registered = [] {
       return std::vector<Side>{{"time domain", 480.0, [time_domain] { time_domain->run(480); }},
                                whole_blocks("fft", 1, -2, taps, 480)};
     });
+  add_clones("FFT kind -2, stereo, 2048 taps", [] { return whole_blocks("", 2, -2, 2048, 1); });
   return true;
 }();
 

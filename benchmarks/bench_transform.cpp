@@ -75,6 +75,7 @@ const bool registered = [] {
 #endif
       return sides;
     });
+  add_clones("transform chain, 1024", [] { return jurn_chain(1024); });
   return true;
 }();
 

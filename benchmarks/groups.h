@@ -24,6 +24,9 @@ struct Side {
 /** Registers a group; its sides are made when it is about to run. */
 void add_group(const std::string& name, std::function<std::vector<Side>()> make);
 
+/** Registers the group clones/NAME: the side in every instruction set that the CPU has. */
+void add_clones(const std::string& name, std::function<Side()> make);
+
 double now_ns();
 /** The first decile. */
 double low(std::vector<double> times);

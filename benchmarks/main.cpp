@@ -9,6 +9,8 @@ namespace {
 constexpr double kSlice = 150e3;  // ns
 constexpr int kRounds = 151;
 
+const char* const kCloneNames[] = {"baseline", "AVX2", "AVX-512"};
+
 double time_of(const Side& side, int runs) {
   const double start = now_ns();
   for (int i = 0; i < runs; ++i) side.run();
@@ -50,11 +52,25 @@ void add_group(const std::string& name, std::function<std::vector<Side>()> make)
   })->Iterations(kRounds);
 }
 
+void add_clones(const std::string& name, std::function<Side()> make) {
+  add_group("clones/" + name, [make] {
+    std::vector<Side> sides;
+    for (int clone = JURN_CLONE_BASELINE; clone <= JURN_best_clone(); ++clone) {
+      const Side side = make();
+      sides.push_back({kCloneNames[clone], side.units, [side, clone] {
+                         JURN_clone_hook = static_cast<JURN_Clone>(clone);
+                         side.run();
+                         JURN_clone_hook = JURN_best_clone();
+                       }});
+    }
+    return sides;
+  });
+}
+
 int main(int argc, char** argv) {
-  const char* const names[] = {"baseline", "AVX2", "AVX-512"};
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::AddCustomContext("instruction_set", names[JURN_clone()]);
+  benchmark::AddCustomContext("instruction_set", kCloneNames[JURN_clone()]);
   benchmark::AddCustomContext("compiler", JURN_COMPILER);
   benchmark::RunSpecifiedBenchmarks();
   return 0;

@@ -191,6 +191,11 @@ def costs(f):
                        micro("set-up", f"APItime {n}")] for n in LONG_TAPS + [32767]]
                    + [[f"`MORVAX_FilterCalcu_API_FromMatlabTable`, {n} coefficients",
                        micro("set-up", f"FromMatlabTable {n}")] for n in [78, 312, 1248]])
+    clones = sorted(g for g in f.groups if g.startswith("clones/"))
+    sets = [s for s in ("baseline", "AVX2", "AVX-512") if f(clones[0], s) is not None]
+    lines += ["", "### Instruction sets, ns per sample, frame or chain", ""]
+    lines += table(["Kernel"] + sets,
+                   [[g.split("/", 1)[1]] + [number(f(g, s)) for s in sets] for g in clones])
     return lines
 
 
