@@ -6,5 +6,6 @@ benchmark_packages="libbenchmark-dev libfftw3-dev libzita-convolver-dev libliqui
 ci_packages="clang libclang-rt-14-dev"
 install_packages="clang qemu-user g++-aarch64-linux-gnu g++-arm-linux-gnueabihf dpkg-dev file"
 docs_packages="doxygen doxygen-awesome-css chromium fonts-dejavu-core"
+style_packages="clang clang-format clang-tidy cppcheck"
 checksum_packages="clang g++-aarch64-linux-gnu qemu-user"
 checksum_all_packages="g++-arm-linux-gnueabihf libc6-dev-i386 lib32gcc-12-dev lib32stdc++-12-dev"
