@@ -89,10 +89,12 @@ JURN_API void MORVAX_FilterReset_API(Filter_ID* mFilter);
 /**
  * Sets the coefficients from MATLAB's vectors or section table.
  *
- * type < 1: b = num and a = den, Order + 1 values each, current sample first, a[0] = 1.
- * type >= 1: num and den hold (Order + 1) / 2 rows of three, {b0, b1, b2} and {a0, a1, a2} with
- * a0 = 1; see MORVAX_SecOrSecMatlab. In both cases Order is stored, blen = alen = Order + 1,
- * ns = (Order + 1) / 2, n = 2, filtertype = type. Nothing is normalised.
+ * - type < 1: b = num and a = den, Order + 1 values each, current sample first, a[0] = 1.
+ * - type >= 1: num and den hold (Order + 1) / 2 rows of three, {b0, b1, b2} and {a0, a1, a2} with
+ *   a0 = 1; see MORVAX_SecOrSecMatlab.
+ *
+ * In both cases Order is stored, blen = alen = Order + 1, ns = (Order + 1) / 2, n = 2,
+ * filtertype = type. Nothing is normalised.
  *
  * @param mFilter any record; chanel and both histories keep their values
  * @param num, den vectors or tables as above
@@ -103,10 +105,12 @@ JURN_API void MORVAX_FilterReset_API(Filter_ID* mFilter);
  * a negative Order with type < 1 copies nothing. Real-time safe, also between two runs.
  *
  * Example, the mean of two samples:
+ * @code
  *   const float num[] = {0.5f, 0.5f}, den[] = {1.0f, 0.0f};
  *   filter.chanel = 1;
  *   MORVAX_FilterCalcu_API_FromMatlabTable(&filter, num, den, 1, -1);
  *   MORVAX_FilterReset_API(&filter);
+ * @endcode
  */
 JURN_API void MORVAX_FilterCalcu_API_FromMatlabTable(Filter_ID* mFilter, const float* num,
                                                      const float* den, int Order, int type);
@@ -128,12 +132,13 @@ JURN_API void MORVAX_Filter_abCopy_API(Filter_ID* dstmFilter, const Filter_ID* s
 /**
  * Filters one block of int16 samples.
  *
- * filtertype -1, FIR: y[n] = sum over j of b[j] x[n-j], in float.
- * filtertype 0, IIR: y[n] = sum over j of b[j] x[n-j] - sum over j >= 1 of a[j] y[n-j]; y stays
+ * - filtertype -1, FIR: y[n] = sum over j of b[j] x[n-j], in float.
+ * - filtertype 0, IIR: y[n] = sum over j of b[j] x[n-j] - sum over j >= 1 of a[j] y[n-j]; y stays
  *   float and unlimited in the history; past outputs below 1e-6 become 0 at the start of a call.
- * filtertype 1: cascade of ns sections of order n (direct form I); section outputs below 1e-6
+ * - filtertype 1: cascade of ns sections of order n (direct form I); section outputs below 1e-6
  *   become 0.
- * filtertype 2, mono only: mean of the last blen samples, truncated toward zero.
+ * - filtertype 2, mono only: mean of the last blen samples, truncated toward zero.
+ *
  * FIR, IIR and cascade convert to int16 by truncation toward zero with saturation (stoshort).
  *
  * @param mFilter a configured filter, reset before its first run
@@ -353,9 +358,9 @@ typedef struct bFilter_mem BIGFilterIOMEM;
  *   filtertype | chanel 2 (stereo in and out)             | chanel 1 (mono in)
  *   -----------|------------------------------------------|-----------------------------------
  *       -7     | FFT, left = b on right, right = bR on left | -
- *       -6     | -                                        | time domain, stereo out, b | bR, fade
- *       -5     | -                                        | FFT, stereo out, b | bR, fade
- *       -4     | FFT, stereo of the left input, b | bR    | -
+ *       -6     | -                                        | time domain, stereo out, b, bR, fade
+ *       -5     | -                                        | FFT, stereo out, b, bR, fade
+ *       -4     | FFT, stereo of the left input, b, bR     | -
  *       -3     | time domain, b on left, bR on right, fade | -
  *       -2     | FFT, b on left, bR on right, fade        | FFT, b
  *       -1     | time domain, b on both                   | time domain, b
@@ -439,11 +444,13 @@ JURN_API void MORVAX_FilterlongfirReset_API(Filterlongfir_ID* mFilter);
  * builds assert blen. Real-time safe; the time grows linearly with blen.
  *
  * Example:
+ * @code
  *   MORVAX_FilterlongfirCalcu_APItime(filter);   // once, after the reset
  *   ...                                          // blocks
  *   MORVAX_FilterlongfirCalcu_APItime(filter);   // saves the old taps
  *   memcpy(filter->b, new_taps, sizeof new_taps);
  *   MORVAX_FilterlongfirRun_API(filter, input, frames * 2, output);   // fades
+ * @endcode
  */
 JURN_API void MORVAX_FilterlongfirCalcu_APItime(Filterlongfir_ID* mFilter);
 
@@ -474,7 +481,9 @@ JURN_API void MORVAX_FilterlongfirCalcu_API_forFFT(Filterlongfir_ID* mFilter);
  * by overlap-save convolution, correct within the transform's float error, delayed by one hop of
  * fftN - hM + 1 frames. IIR, cascade and average: as MORVAX_FilterRun_API. A pending fade mixes the
  * previous filter's output into one block (time domain: the call's; FFT: one transform's) along a
- * linear ramp. A time-domain fade over a single frame is the current filter's output.
+ * linear ramp. A time-domain fade over a single frame is the current filter's output. The ramp of
+ * the FFT kinds spans the transform, of which the last hop is emitted: it begins there with
+ * (hM - 1) / (fftN - 1) of the current filter.
  * The two-filter FFT kinds discard hM - 1 samples of every transform on both channels, so bRlen may
  * be greater than blen.
  *
