@@ -114,9 +114,14 @@ CLI::Option* add_coefficients(CLI::App* command, Options* o, const char* descrip
 }
 
 void add_signs(CLI::App* command, Options* o) {
-  command->add_flag("--negate-a{true},--keep-a{false}", o->negate_a,
-                    "Turn the signs of the feedback coefficients, for files of programs that add "
-                    "the feedback; or run an unstable filter as it is");
+  CLI::Option* negate = command->add_flag_callback(
+      "--negate-a", [o] { o->negate_a = true; },
+      "Turn the signs of the feedback coefficients, for files of programs that add the feedback");
+  command
+      ->add_flag_callback(
+          "--keep-a", [o] { o->negate_a = false; },
+          "Run a filter whose signs look negated as it is")
+      ->excludes(negate);
 }
 
 void add_precision(CLI::App* command, Options* o) {
