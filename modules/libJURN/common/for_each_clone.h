@@ -13,6 +13,7 @@ namespace clone_baseline {
 #include JURN_CLONE_BODY
 #undef JURN_VECTOR_BYTES
 #undef JURN_INLINE
+#undef JURN_NOINLINE
 #undef JURN_SHUFFLE
 }  // namespace clone_baseline
 
@@ -30,6 +31,7 @@ namespace clone_avx2 {
 #include JURN_CLONE_BODY
 #undef JURN_VECTOR_BYTES
 #undef JURN_INLINE
+#undef JURN_NOINLINE
 #undef JURN_SHUFFLE
 }  // namespace clone_avx2
 #if defined(__clang__)
@@ -51,6 +53,7 @@ namespace clone_avx512 {
 #include JURN_CLONE_BODY
 #undef JURN_VECTOR_BYTES
 #undef JURN_INLINE
+#undef JURN_NOINLINE
 #undef JURN_SHUFFLE
 }  // namespace clone_avx512
 #if defined(__clang__)

@@ -6,6 +6,7 @@
 #if defined(__GNUC__) && !defined(JURN_PLAIN_VECTORS)
 
 #define JURN_INLINE static inline __attribute__((always_inline))
+#define JURN_NOINLINE static __attribute__((noinline))
 
 template <class T, int lanes>
 struct VectorOf {
@@ -54,6 +55,7 @@ JURN_INLINE bool any(Vec<int, 4> mask) {
 #else  // plain arrays
 
 #define JURN_INLINE static inline
+#define JURN_NOINLINE static
 
 template <class T, int lanes>
 struct Vec {

@@ -35,51 +35,65 @@ JURN_INLINE Vec<float, lanes> next_lane(Vec<float, lanes> v) {
     return JURN_SHUFFLE(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
 }
 
-/** Puts `count` sections, of which `before` run in front of them, into the topmost lanes. */
+/** The lanes of low in the lower half, those of high in the upper one. */
+template <int lanes>
+JURN_INLINE Vec<float, lanes> halves(Vec<float, lanes> low, Vec<float, lanes> high) {
+  if constexpr (lanes == 4)
+    return JURN_SHUFFLE(low, high, 0, 1, 6, 7);
+  else
+    return JURN_SHUFFLE(low, high, 0, 1, 2, 3, 12, 13, 14, 15);
+}
+
+/** Sets lanes of a state from arrays, and arrays from lanes. */
+template <class V, class T>
+JURN_INLINE void set_lanes(V& v, int lane, int count, const T* entries, int stride) {
+  T all[sizeof(V) / sizeof(T)];
+  store(all, v);
+  for (int k = 0; k < count; ++k) all[lane + k] = entries[k * stride];
+  v = load<V>(all);
+}
+template <class V, class T>
+JURN_INLINE void get_lanes(V v, int lane, int count, T* entries, int stride) {
+  T all[sizeof(V) / sizeof(T)];
+  store(all, v);
+  for (int k = 0; k < count; ++k) entries[k * stride] = all[lane + k];
+}
+
+/** Puts `count` sections, of which `before` run in front of them, into the lanes from `lane` on. */
 template <int order, int lanes>
-JURN_INLINE void load_sections(Sections<order, lanes>& s, int count, int before, const float* b,
-                               const float* a, const float* px, const float* py) {
+JURN_INLINE void load_sections(Sections<order, lanes>& s, int lane, int count, int before,
+                               const float* b, const float* a, const float* px, const float* py) {
   constexpr int group = order + 1;
-  const int unused = lanes - count;
-  float column[lanes] = {};
-  const auto gather = [&](const float* entries) {
-    for (int k = 0; k < count; ++k) column[unused + k] = entries[k * group];
-    return load<Vec<float, lanes>>(column);
-  };
-  for (int j = 0; j <= order; ++j) {
-    s.b[j] = gather(b + j);
-    if (j == 0) continue;
-    s.a[j] = gather(a + j);
-    s.x[j] = gather(px + j);
-    s.y[j] = gather(py + j);
+  set_lanes(s.b[0], lane, count, b, group);
+  for (int j = 1; j <= order; ++j) {
+    set_lanes(s.b[j], lane, count, b + j, group);
+    set_lanes(s.a[j], lane, count, a + j, group);
+    set_lanes(s.x[j], lane, count, px + j, group);
+    set_lanes(s.y[j], lane, count, py + j, group);
   }
-  int first[lanes] = {};
-  int used[lanes] = {};
-  int delay[lanes] = {};
-  first[unused] = -1;
+  const int set = -1;
+  set_lanes(s.first, lane, 1, &set, 0);
+  set_lanes(s.used, lane, count, &set, 0);
   for (int k = 0; k < count; ++k) {
-    used[unused + k] = -1;
-    delay[unused + k] = 2 * (before + k);
+    const int delay = 2 * (before + k);
+    set_lanes(s.delay, lane + k, 1, &delay, 0);
   }
-  s.first = load<Vec<int, lanes>>(first);
-  s.used = load<Vec<int, lanes>>(used);
-  s.delay = load<Vec<int, lanes>>(delay);
 }
 
 template <int order, int lanes>
-JURN_INLINE void store_sections(const Sections<order, lanes>& s, int count, float* px, float* py) {
+JURN_INLINE void store_sections(const Sections<order, lanes>& s, int lane, int count, float* px,
+                                float* py) {
   constexpr int group = order + 1;
-  float column[lanes];
-  const auto scatter = [&](float* entries, Vec<float, lanes> v) {
-    store(column, v);
-    for (int k = 0; k < count; ++k) entries[k * group] = column[lanes - count + k];
-  };
-  scatter(px, s.x[1]);
+  get_lanes(s.x[1], lane, count, px, group);
   for (int j = 1; j <= order; ++j) {
-    scatter(px + j, s.x[j]);
-    scatter(py + j, s.y[j]);
+    get_lanes(s.x[j], lane, count, px + j, group);
+    get_lanes(s.y[j], lane, count, py + j, group);
   }
 }
+
+/** How sections lie in vectors: one chain through all vectors, or one chain per channel, either in
+ * the halves of one vector or in a vector each. */
+enum Layout { one_chain, chain_per_half, chain_per_vector };
 
 /** Puts the values of one step into the state. Masked, only the lanes whose sample at this step
  * exists take them. */
@@ -106,27 +120,31 @@ JURN_INLINE void advance(Sections<order, lanes>& s, Vec<float, lanes> x, Vec<flo
   put(s.y[1], y);
 }
 
-/** One step of all vectors: they are either one chain of sections or, not linked, one chain per
- * channel. A first section takes its sample of the block, every other one what its predecessor put
- * out two steps ago. `last_delay` is the delay of the last section, whose output goes back into the
- * block. */
-template <bool masked, bool linked, int vectors, int order, int lanes>
+/** One step of all vectors. A first section takes its sample of the block, every other one what its
+ * predecessor put out two steps ago. `last_delay` is the delay of the last section, whose output
+ * goes back into the block. */
+template <bool masked, Layout layout, int vectors, int order, int lanes>
 JURN_INLINE void step(Sections<order, lanes> (&s)[vectors], float* const* block, int time,
                       int frames, int last_delay) {
   using Float = Vec<float, lanes>;
   using Int = Vec<int, lanes>;
+  const auto sample = [&](int channel) {
+    return broadcast<Float>(!masked || time < frames ? block[channel][time] : 0.0f);
+  };
   Float x[vectors];
   Float y[vectors];
   Int small[vectors];
   Int any_small{};
   for (int v = 0; v < vectors; ++v) {
     const Float late = masked ? s[v].late : s[v].y[2];
-    float first = 0.0f;
-    if (linked && v > 0)
-      first = (masked ? s[v - 1].late : s[v - 1].y[2])[lanes - 1];
-    else if (!masked || time < frames)
-      first = block[v][time];
-    x[v] = select(s[v].first, broadcast<Float>(first), next_lane<lanes>(late));
+    Float first;
+    if constexpr (layout == chain_per_half)
+      first = halves<lanes>(sample(0), sample(1));
+    else if (layout == one_chain && v > 0)
+      first = broadcast<Float>((masked ? s[v - 1].late : s[v - 1].y[2])[lanes - 1]);
+    else
+      first = sample(v);
+    x[v] = select(s[v].first, first, next_lane<lanes>(late));
     y[v] = x[v] * s[v].b[0];
     for (int j = 1; j <= order; ++j) y[v] += s[v].b[j] * s[v].x[j] - s[v].a[j] * s[v].y[j];
     // The float nearest to 1e-6 lies below 1e-6, so this is |y| < 1e-6 in double.
@@ -137,46 +155,60 @@ JURN_INLINE void step(Sections<order, lanes> (&s)[vectors], float* const* block,
     for (int v = 0; v < vectors; ++v) y[v] = select(small[v], Float{}, y[v]);
   for (int v = 0; v < vectors; ++v) advance<masked>(s[v], x[v], y[v], time, frames);
   if (masked && time < last_delay) return;
-  for (int v = linked ? vectors - 1 : 0; v < vectors; ++v)
-    block[linked ? 0 : v][time - last_delay] = y[v][lanes - 1];
+  const int done = time - last_delay;
+  block[0][done] = layout == one_chain          ? y[vectors - 1][lanes - 1]
+                   : layout == chain_per_vector ? y[0][lanes - 1]
+                                                : y[0][lanes / 2 - 1];
+  if (layout != one_chain) block[1][done] = y[vectors - 1][lanes - 1];
 }
 
-/** The block through `count` sections of order `order`, at most as many as there are lanes. */
-template <int order, int vectors, int lanes, bool linked>
+/** Steps in which some lanes have no sample; not inlined, for there are two such runs. */
+template <Layout layout, int vectors, int order, int lanes>
+JURN_NOINLINE void masked_steps(Sections<order, lanes> (&s)[vectors], float* const* block, int time,
+                                int end, int frames, int last_delay) {
+  for (; time < end; ++time) step<true, layout>(s, block, time, frames, last_delay);
+}
+
+/** The block through `count` sections of each chain, at most as many as there are lanes for it. */
+template <Layout layout, int vectors, int order, int lanes>
 JURN_INLINE void run_sections(int count, const float* b, const float* a, float* const* x,
                               int frames, float* const* px, float* const* py) {
-  constexpr int group = order + 1;
   Sections<order, lanes> s[vectors] = {};
-  const auto share = [&](int v) {  // the sections of vector v, and those before it
-    struct Share {
-      int before, count;
-    };
-    if (!linked) return Share{0, count};
-    return Share{v * lanes, v + 1 < vectors ? lanes : count - v * lanes};
+  const auto for_each_part = [&](auto act) {  // act(vector, lane, sections, before, channel)
+    if constexpr (layout == chain_per_half) {
+      act(s[0], lanes / 2 - count, count, 0, 0);
+      act(s[0], lanes - count, count, 0, 1);
+    } else if constexpr (layout == chain_per_vector) {
+      for (int v = 0; v < vectors; ++v) act(s[v], lanes - count, count, 0, v);
+    } else {
+      const int last = count - (vectors - 1) * lanes;
+      for (int v = 0; v < vectors - 1; ++v) act(s[v], 0, lanes, v * lanes, 0);
+      act(s[vectors - 1], lanes - last, last, (vectors - 1) * lanes, 0);
+    }
   };
-  for (int v = 0; v < vectors; ++v) {
-    const int channel = linked ? 0 : v;
-    const int skip = share(v).before * group;
-    load_sections(s[v], share(v).count, share(v).before, b + skip, a + skip, px[channel] + skip,
+  for_each_part([&](auto& part, int lane, int sections, int before, int channel) {
+    const int skip = before * (order + 1);
+    load_sections(part, lane, sections, before, b + skip, a + skip, px[channel] + skip,
                   py[channel] + skip);
-  }
+  });
   const int last_delay = 2 * (count - 1);
-  const int end = frames + last_delay;
-  int time = 0;
-  for (; time < last_delay; ++time) step<true, linked>(s, x, time, frames, last_delay);
+  masked_steps<layout>(s, x, 0, last_delay, frames, last_delay);
+  int time = last_delay;
   if (time < frames) {
-    for (; time < frames; ++time) step<false, linked>(s, x, time, frames, last_delay);
+    Sections<order, lanes> fast[vectors];  // never in memory, as s is for the masked steps
+    for (int v = 0; v < vectors; ++v) fast[v] = s[v];
+    for (; time < frames; ++time) step<false, layout>(fast, x, time, frames, last_delay);
     for (int v = 0; v < vectors; ++v) {
+      s[v] = fast[v];
       s[v].previous = s[v].y[1];
       s[v].late = s[v].y[2];
     }
   }
-  for (; time < end; ++time) step<true, linked>(s, x, time, frames, last_delay);
-  for (int v = 0; v < vectors; ++v) {
-    const int channel = linked ? 0 : v;
-    const int skip = share(v).before * group;
-    store_sections(s[v], share(v).count, px[channel] + skip, py[channel] + skip);
-  }
+  masked_steps<layout>(s, x, time, frames + last_delay, frames, last_delay);
+  for_each_part([&](auto& part, int lane, int sections, int before, int channel) {
+    const int skip = before * (order + 1);
+    store_sections(part, lane, sections, px[channel] + skip, py[channel] + skip);
+  });
 }
 
 /** One channel, or two side by side, through all sections, as many at a time as fit the lanes. */
@@ -184,9 +216,8 @@ template <int order, int channels>
 JURN_INLINE void run_cascade(int ns, const float* b, const float* a, float* const* x, int frames,
                              float* const* px_all, float* const* py_all) {
   constexpr int group = order + 1;
-  constexpr int wide = JURN_VECTOR_BYTES >= 32 ? 8 : 4;
-  constexpr bool mono = channels == 1;
-  const int most = mono ? 2 * wide : wide;
+  constexpr int lanes = JURN_VECTOR_BYTES >= 32 ? 8 : 4;
+  const int most = 2 * lanes / channels;
   float* px[channels];
   float* py[channels];
   for (int done = 0; done < ns;) {
@@ -197,12 +228,18 @@ JURN_INLINE void run_cascade(int ns, const float* b, const float* a, float* cons
     }
     const float* b_here = b + done * group;
     const float* a_here = a + done * group;
-    if (count <= 4)
-      run_sections<order, channels, 4, mono>(count, b_here, a_here, x, frames, px, py);
-    else if (count <= wide)
-      run_sections<order, channels, wide, mono>(count, b_here, a_here, x, frames, px, py);
-    else if constexpr (mono)
-      run_sections<order, 2, wide, true>(count, b_here, a_here, x, frames, px, py);
+    const bool one_vector = count <= most / 2;
+    if constexpr (channels == 1) {
+      if (one_vector)
+        run_sections<one_chain, 1, order, lanes>(count, b_here, a_here, x, frames, px, py);
+      else
+        run_sections<one_chain, 2, order, lanes>(count, b_here, a_here, x, frames, px, py);
+    } else {
+      if (one_vector)
+        run_sections<chain_per_half, 1, order, lanes>(count, b_here, a_here, x, frames, px, py);
+      else
+        run_sections<chain_per_vector, 2, order, lanes>(count, b_here, a_here, x, frames, px, py);
+    }
     done += count;
   }
 }
