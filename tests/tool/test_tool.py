@@ -52,7 +52,8 @@ class ToolTest(unittest.TestCase):
 
     def run_tool(self, *arguments):
         """Runs the tool, which has to succeed with no more than warnings; returns its report."""
-        done = subprocess.run([TOOL, *map(str, arguments)], capture_output=True, text=True)
+        arguments = [*map(str, arguments), "--overwrite"]
+        done = subprocess.run([TOOL, *arguments], capture_output=True, text=True)
         errors = re.sub(r"jurn-filter: warning: [^\n]+\n", "", done.stderr)
         self.assertEqual((done.returncode, errors), (0, ""), arguments)
         return done.stdout
@@ -414,7 +415,7 @@ class BadInputTest(ToolTest):
         write_numbers("one.txt", [[1]])
         common = [SPEECH, "out.wav", "-c", "one.txt"]
         for arguments, word in (
-                ([], "subcommand"), (["fir"], "IN"), (["fir", SPEECH, "out.wav"], "coefficients"),
+                ([], "subcommand"), (["fir"], "FILES"), (["fir", SPEECH, "out.wav"], "coefficients"),
                 (["fir", *common, "--block", "0"], "--block"),
                 (["fir", *common, "--block", "1057"], "1056"),
                 (["iir", SPEECH, "out.wav"], "--numerator"),
@@ -436,14 +437,15 @@ class BadInputTest(ToolTest):
             self.assert_fails(["fir", "in.wav", output, "-c", "one.txt"], output, code=2)
         # A write that fails half-way leaves the old result.
         wavfile.write("out.wav", 48000, np.arange(9, dtype=np.int16))
-        command = f"ulimit -f 50; '{TOOL}' fir in.wav out.wav -c one.txt"
+        command = f"ulimit -f 50; '{TOOL}' fir in.wav out.wav -c one.txt --overwrite"
         limited = subprocess.run(["bash", "-c", command], capture_output=True, text=True)
         self.assertEqual(limited.returncode, 4, limited.stderr)
         self.assertIn("out.wav", limited.stderr)
         self.assertEqual(len(read("out.wav")[1]), 9)
         self.assertEqual(len(os.listdir()), 5)
         with subprocess.Popen([TOOL, "convolve", MUSIC, "out.wav", "--ir", STREET[0], "--resample",
-                               "--time-domain"], stderr=subprocess.PIPE, text=True) as running:
+                               "--time-domain", "--overwrite"],
+                              stderr=subprocess.PIPE, text=True) as running:
             while len(os.listdir()) == 5 and running.poll() is None:
                 time.sleep(0.01)
             running.terminate()

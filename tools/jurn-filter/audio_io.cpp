@@ -13,6 +13,7 @@
 #include <filesystem>
 
 #include "errors.h"
+#include "signals.h"
 
 namespace tool {
 namespace {
@@ -20,57 +21,67 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr float kFullScale = 32768.0f;
+constexpr std::int64_t kEndless = INT64_MAX;
+constexpr std::int64_t kMostBytes = 0xFFFFFF00;  // of samples, where the header counts 32 bits
 
 struct FileFormat {
   const char* ending;
   int major;
-  int codec;  // of the lossy formats, which have no sample width
+  int codec;     // of the lossy formats, which have no sample width
+  bool streams;  // makes sense without lengths in its header
+  bool huge;     // counts more than 4 GiB
 };
 
 const FileFormat kFormats[] = {
-    {"wav", SF_FORMAT_WAV, 0},
-    {"wave", SF_FORMAT_WAV, 0},
-    {"flac", SF_FORMAT_FLAC, 0},
-    {"aif", SF_FORMAT_AIFF, 0},
-    {"aiff", SF_FORMAT_AIFF, 0},
-    {"au", SF_FORMAT_AU, 0},
-    {"caf", SF_FORMAT_CAF, 0},
-    {"w64", SF_FORMAT_W64, 0},
-    {"rf64", SF_FORMAT_RF64, 0},
-    {"ogg", SF_FORMAT_OGG, SF_FORMAT_VORBIS},
-    {"oga", SF_FORMAT_OGG, SF_FORMAT_VORBIS},
-    {"opus", SF_FORMAT_OGG, SF_FORMAT_OPUS},
-    {"mp3", SF_FORMAT_MPEG, SF_FORMAT_MPEG_LAYER_III},
+    {"wav", SF_FORMAT_WAV, 0, true, false},
+    {"wave", SF_FORMAT_WAV, 0, true, false},
+    {"raw", SF_FORMAT_RAW, 0, true, true},
+    {"flac", SF_FORMAT_FLAC, 0, true, true},
+    {"aif", SF_FORMAT_AIFF, 0, false, false},
+    {"aiff", SF_FORMAT_AIFF, 0, false, false},
+    {"au", SF_FORMAT_AU, 0, false, false},
+    {"caf", SF_FORMAT_CAF, 0, false, true},
+    {"w64", SF_FORMAT_W64, 0, false, true},
+    {"rf64", SF_FORMAT_RF64, 0, false, true},
+    {"ogg", SF_FORMAT_OGG, SF_FORMAT_VORBIS, true, true},
+    {"oga", SF_FORMAT_OGG, SF_FORMAT_VORBIS, true, true},
+    {"opus", SF_FORMAT_OGG, SF_FORMAT_OPUS, true, true},
+    {"mp3", SF_FORMAT_MPEG, SF_FORMAT_MPEG_LAYER_III, true, true},
 };
 
-int file_format(const std::string& path, int channels, int rate, SampleFormat format) {
-  std::string ending = fs::path(path).extension().string();
-  std::transform(ending.begin(), ending.end(), ending.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  ending.erase(0, 1);
-  const FileFormat* found = std::find_if(std::begin(kFormats), std::end(kFormats),
-                                         [&](const FileFormat& f) { return ending == f.ending; });
-  if (found == std::end(kFormats)) {
-    std::string known;
-    for (const FileFormat& f : kFormats)
-      known += std::string(known.empty() ? "." : ", .") + f.ending;
-    throw Error(kUsageError, path + ": the name's ending chooses the format; known are " + known);
+const FileFormat& find_format(const std::string& path, const std::string& type, bool stream) {
+  std::string known;
+  for (const FileFormat& f : kFormats) {
+    if (type == f.ending && (f.streams || !stream)) return f;
+    if (f.streams || !stream) known += std::string(known.empty() ? "" : ", ") + f.ending;
   }
-  const int width = format == SampleFormat::kInt16   ? SF_FORMAT_PCM_16
-                    : format == SampleFormat::kInt24 ? SF_FORMAT_PCM_24
-                                                     : SF_FORMAT_FLOAT;
-  SF_INFO info{};
-  info.channels = channels;
-  info.samplerate = rate;
-  info.format = found->major | (found->codec ? found->codec : width);
-  if ((found->codec && format != SampleFormat::kInt16) || !sf_format_check(&info))
-    throw Error(kUsageError, path + ": a ." + ending + " file cannot hold " +
-                                 (format == SampleFormat::kInt16   ? "16-bit"
-                                  : format == SampleFormat::kInt24 ? "24-bit"
-                                                                   : "float") +
-                                 " samples of " + std::to_string(channels) + " channels at " +
-                                 std::to_string(rate) + " Hz");
-  return info.format;
+  if (stream)
+    throw Error(kUsageError,
+                path + ": a stream cannot be written as '" + type + "', but as " + known);
+  throw Error(kUsageError, path + ": '" + type +
+                               "' is no format that can be written; the ending of the name, or "
+                               "--type, is one of " +
+                               known);
+}
+
+void set_format(const std::string& path, const FileFormat& file, SampleFormat samples,
+                SF_INFO* info) {
+  const int width = samples == SampleFormat::kInt16   ? SF_FORMAT_PCM_16
+                    : samples == SampleFormat::kInt24 ? SF_FORMAT_PCM_24
+                                                      : SF_FORMAT_FLOAT;
+  info->format = file.major | (file.codec ? file.codec : width);
+  if (file.major == SF_FORMAT_RAW) info->format |= SF_ENDIAN_LITTLE;
+  if ((file.codec && samples != SampleFormat::kInt16) || !sf_format_check(info))
+    throw Error(kUsageError, path + ": the format '" + file.ending + "' cannot hold " +
+                                 (samples == SampleFormat::kInt16   ? "16-bit"
+                                  : samples == SampleFormat::kInt24 ? "24-bit"
+                                                                    : "float") +
+                                 " samples of " + std::to_string(info->channels) + " channels at " +
+                                 std::to_string(info->samplerate) + " Hz");
+}
+
+int sample_bytes(SampleFormat format) {
+  return format == SampleFormat::kInt16 ? 2 : format == SampleFormat::kInt24 ? 3 : 4;
 }
 
 /** Explains why a file cannot be read, as far as the file system knows. */
@@ -95,21 +106,58 @@ void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clip
   *clipped += beyond;
 }
 
-AudioReader::AudioReader(const std::string& path, int max_channels) : path_(path) {
-  check_readable(path);
-  file_.reset(sf_open(path.c_str(), SFM_READ, &info_));
+void Descriptor::reset(int number) {
+  close();
+  number_ = number;
+}
+
+bool Descriptor::close() {
+  const int number = number_;
+  number_ = -1;
+  return number <= STDERR_FILENO || ::close(number) == 0;
+}
+
+AudioReader::AudioReader(const std::string& path, int max_channels, RawFormat raw) : path_(path) {
+  if (path == kStandardStream) {
+    path_ = "standard input";
+    if (isatty(STDIN_FILENO))
+      throw Error(kUsageError, "standard input is a terminal; '-' takes a pipe or a file");
+    descriptor_.reset(STDIN_FILENO);
+  } else {
+    check_readable(path);
+    descriptor_.reset(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  }
+  struct stat status {};
+  if (fstat(descriptor_.get(), &status) != 0)
+    throw Error(kInputError, path_ + ": " + std::strerror(errno));
+  if (raw.rate) {
+    info_.samplerate = raw.rate;
+    info_.channels = raw.channels;
+    info_.format = SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE;
+  }
+  if (S_ISREG(status.st_mode)) {
+    repeatable_ = path != kStandardStream;
+    file_.reset(sf_open_fd(descriptor_.get(), SFM_READ, &info_, SF_FALSE));
+  } else {
+    pipe_ = std::make_unique<PipeReader>(descriptor_.get(), raw.rate != 0);
+    file_.reset(pipe_->open(&info_));
+  }
+  check_interrupted();
   if (!file_)
-    throw Error(kInputError,
-                path + ": no audio file that can be read (" + sf_strerror(nullptr) + ")");
+    throw Error(kInputError, path_ + ": no audio file that can be read (" + sf_strerror(nullptr) +
+                                 "); samples without a header take --raw RATE,CHANNELS");
   if (info_.channels > max_channels)
-    throw Error(kInputError, path + ": has " + std::to_string(info_.channels) +
+    throw Error(kInputError, path_ + ": has " + std::to_string(info_.channels) +
                                  " channels; at most " + std::to_string(max_channels) +
                                  " are supported");
-  if (info_.frames == 0) throw Error(kInputError, path + ": holds no samples");
 }
 
 std::size_t AudioReader::read(float* out, std::size_t frames) {
   const sf_count_t got = sf_readf_float(file_.get(), out, static_cast<sf_count_t>(frames));
+  check_interrupted();
+  if (pipe_ && pipe_->error())
+    throw Error(kInputError, path_ + ": cannot be read (" + std::strerror(pipe_->error()) + ")");
+  if (got == 0 && frames_read_ == 0) throw Error(kInputError, path_ + ": holds no samples");
   if (got < static_cast<sf_count_t>(frames) && sf_error(file_.get()) != SF_ERR_NO_ERROR)
     throw Error(kInputError, path_ + ": damaged after " + std::to_string(frames_read_ + got) +
                                  " frames (" + sf_strerror(file_.get()) + ")");
@@ -125,67 +173,128 @@ std::size_t AudioReader::read(float* out, std::size_t frames) {
   return static_cast<std::size_t>(got);
 }
 
-OutputFile::OutputFile(const std::string& path) : path_(path) {
-  std::error_code error;
-  const fs::file_status status = fs::status(path, error);
-  if (fs::exists(status) && !fs::is_regular_file(status))
-    throw Error(kOutputError, path + ": exists and is no regular file");
+OutputFile::OutputFile(const std::string& path, bool overwrite) : path_(path) {
+  struct stat named {
+  }, standard{};
+  const bool exists = path != kStandardStream && stat(path.c_str(), &named) == 0;
+  standard_output_ = path == kStandardStream ||
+                     (exists && fstat(STDOUT_FILENO, &standard) == 0 &&
+                      named.st_dev == standard.st_dev && named.st_ino == standard.st_ino);
+  if (standard_output_) {
+    path_ = "standard output";
+    descriptor_.reset(STDOUT_FILENO);
+    return;
+  }
+  if (exists && S_ISDIR(named.st_mode)) throw Error(kOutputError, path + ": is a directory");
+  if (exists && !S_ISREG(named.st_mode)) {
+    descriptor_.reset(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    if (descriptor_.get() < 0)
+      throw Error(kOutputError, path + ": cannot be written (" + std::strerror(errno) + ")");
+    return;
+  }
+  if (exists && !overwrite)
+    throw Error(kOutputError, path + ": exists and is kept; --overwrite replaces it");
   // The file behind a symbolic link is replaced, not the link.
-  const fs::path target = fs::exists(status) ? fs::canonical(path) : fs::absolute(path);
+  const fs::path target = exists ? fs::canonical(path) : fs::absolute(path);
   const fs::path folder = target.parent_path();
+  std::error_code error;
   if (!fs::is_directory(folder, error))
     throw Error(kOutputError, path + ": there is no folder " + folder.string());
   target_ = target.string();
-  temporary_ =
+  const std::string temporary =
       (folder / ("." + target.filename().string() + "." + std::to_string(getpid()) + ".part"))
           .string();
-  descriptor_ = open(temporary_.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666);
-  if (descriptor_ < 0) {
-    temporary_.clear();
+  descriptor_.reset(open(temporary.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666));
+  if (descriptor_.get() < 0)
     throw Error(kOutputError, path + ": cannot be written (" + std::strerror(errno) + ")");
-  }
+  temporary_ = temporary;
 }
 
 OutputFile::~OutputFile() {
-  if (descriptor_ >= 0) close(descriptor_);
   if (!temporary_.empty()) unlink(temporary_.c_str());
 }
 
 void OutputFile::commit() {
-  const int closed = close(descriptor_);
-  descriptor_ = -1;
-  if (closed != 0 || std::rename(temporary_.c_str(), target_.c_str()) != 0)
+  if (!descriptor_.close() ||
+      (!is_stream() && std::rename(temporary_.c_str(), target_.c_str()) != 0))
     throw Error(kOutputError, path_ + ": cannot be written (" + std::strerror(errno) + ")");
   temporary_.clear();
 }
 
-AudioWriter::AudioWriter(const std::string& path, int channels, int rate, SampleFormat format)
-    : output_(path), channels_(channels), format_(format) {
-  SF_INFO info{};
-  info.channels = channels;
-  info.samplerate = rate;
-  info.format = file_format(path, channels, rate, format);
-  file_.reset(sf_open_fd(output_.descriptor(), SFM_WRITE, &info, SF_FALSE));
-  if (!file_)
-    throw Error(kOutputError, path + ": cannot be written (" + sf_strerror(nullptr) + ")");
+AudioWriter::AudioWriter(const std::string& path, int channels, int rate, const AudioFormat& format,
+                         bool overwrite)
+    : output_(path, overwrite), format_(format.samples) {
+  info_.channels = channels;
+  info_.samplerate = rate;
+  std::string type = format.type.empty() ? type_of(path) : format.type;
+  if (type.empty() && output_.is_stream()) type = format.stream_type;
+  const FileFormat& file = find_format(output_.path(), type, output_.is_stream());
+  set_format(output_.path(), file, format_, &info_);
+  most_frames_ = file.huge ? kEndless : kMostBytes / (channels * sample_bytes(format_));
+  if (output_.is_stream())
+    open_stream();
+  else
+    file_.reset(sf_open_fd(output_.descriptor(), SFM_WRITE, &info_, SF_FALSE));
+  if (!file_) fail(sf_strerror(nullptr));
   // The chunk holds the time of day; without it the same input gives the same file.
   sf_command(file_.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
 }
 
-void AudioWriter::check_written(sf_count_t written, std::size_t frames) {
-  if (written != static_cast<sf_count_t>(frames))
-    throw Error(kOutputError,
-                output_.path() + ": writing failed (" + sf_strerror(file_.get()) + ")");
+/** Of the formats with lengths in their headers only WAV is common in pipes. Its header is ours and
+ * says that the length is unknown, the rest is raw. */
+void AudioWriter::open_stream() {
+  if (isatty(output_.descriptor()))
+    throw Error(kUsageError, output_.path() + " is a terminal; '-' takes a pipe or a file");
+  pipe_ = std::make_unique<PipeWriter>(output_.descriptor());
+  wav_stream_ = (info_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV;
+  if (wav_stream_) {
+    most_frames_ = kEndless;
+    const std::string header = stream_header(kEndless);
+    if (!pipe_->send(header.data(), static_cast<sf_count_t>(header.size()))) fail("");
+    info_.format = SF_FORMAT_RAW | SF_ENDIAN_LITTLE | (info_.format & SF_FORMAT_SUBMASK);
+  }
+  file_.reset(pipe_->open(&info_));
+}
+
+std::string AudioWriter::stream_header(std::int64_t frames) const {
+  return wav_header(info_.channels, info_.samplerate, 8 * sample_bytes(format_),
+                    format_ == SampleFormat::kFloat, frames);
+}
+
+/** A standard output that is a file gets the lengths in its header after all. */
+void AudioWriter::complete_wav_stream() {
+  struct stat status {};
+  const int out = output_.descriptor();
+  if (fstat(out, &status) != 0 || !S_ISREG(status.st_mode) || fcntl(out, F_GETFL) & O_APPEND)
+    return;
+  const std::string header = stream_header(frames_);
+  const off_t written =
+      static_cast<off_t>(header.size()) + frames_ * info_.channels * sample_bytes(format_);
+  if (pwrite(out, header.data(), header.size(), lseek(out, 0, SEEK_CUR) - written) < 0) fail("");
+}
+
+void AudioWriter::fail(const std::string& reason) const {
+  check_interrupted();
+  if (pipe_ && pipe_->error() == EPIPE) throw Error(kPipeClosed, "");
+  throw Error(kOutputError, output_.path() + ": cannot be written (" +
+                                (pipe_ && pipe_->error() ? std::strerror(pipe_->error()) : reason) +
+                                ")");
 }
 
 void AudioWriter::write(const float* in, std::size_t frames) {
-  const std::size_t count = frames * static_cast<std::size_t>(channels_);
+  const std::size_t count = frames * static_cast<std::size_t>(info_.channels);
   const sf_count_t length = static_cast<sf_count_t>(frames);
+  frames_ += length;
+  if (frames_ > most_frames_)
+    throw Error(kOutputError, output_.path() +
+                                  ": is longer than the 4 GiB that this format can "
+                                  "count; use w64, rf64, caf or flac");
+  sf_count_t written = 0;
   switch (format_) {
     case SampleFormat::kInt16:
       int16_.resize(count);
       to_int16(in, count, int16_.data(), &clipped_);
-      check_written(sf_writef_short(file_.get(), int16_.data(), length), frames);
+      written = sf_writef_short(file_.get(), int16_.data(), length);
       break;
     case SampleFormat::kInt24:
       int24_.resize(count);
@@ -194,22 +303,35 @@ void AudioWriter::write(const float* in, std::size_t frames) {
         clipped_ += x > 8388607.0 || x < -8388608.0;
         int24_[i] = static_cast<int>(std::min(std::max(x, -8388608.0), 8388607.0)) * 256;
       }
-      check_written(sf_writef_int(file_.get(), int24_.data(), length), frames);
+      written = sf_writef_int(file_.get(), int24_.data(), length);
       break;
     case SampleFormat::kFloat:
       float_.resize(count);
       for (std::size_t i = 0; i < count; ++i) float_[i] = in[i] / kFullScale;
-      check_written(sf_writef_float(file_.get(), float_.data(), length), frames);
+      written = sf_writef_float(file_.get(), float_.data(), length);
       break;
   }
+  if (written != length) fail(sf_strerror(file_.get()));
 }
 
 void AudioWriter::commit() {
   const int failed = sf_close(file_.release());
-  if (failed)
-    throw Error(kOutputError,
-                output_.path() + ": writing failed (" + sf_error_number(failed) + ")");
+  if (failed || (pipe_ && pipe_->error())) fail(sf_error_number(failed));
+  if (wav_stream_) complete_wav_stream();
   output_.commit();
+}
+
+std::vector<std::string> audio_types() {
+  std::vector<std::string> types;
+  for (const FileFormat& f : kFormats) types.push_back(f.ending);
+  return types;
+}
+
+std::string type_of(const std::string& path) {
+  std::string ending = fs::path(path).extension().string();
+  std::transform(ending.begin(), ending.end(), ending.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return ending.empty() ? ending : ending.substr(1);
 }
 
 void refuse_overwrite(const std::string& output, const std::vector<std::string>& inputs) {

@@ -10,9 +10,20 @@
 #include <string>
 #include <vector>
 
+#include "pipe.h"
+
 namespace tool {
 
 enum class SampleFormat { kInt16, kInt24, kFloat };
+
+/** The name of standard input and standard output. */
+constexpr char kStandardStream[] = "-";
+
+/** Little-endian int16 samples without a header; a rate of 0 for any other file. */
+struct RawFormat {
+  int rate = 0;
+  int channels = 0;
+};
 
 /** Rounds to the nearest int16 and saturates; counts the samples that did not fit. */
 void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clipped);
@@ -22,14 +33,33 @@ struct CloseSndfile {
 };
 using SndfileHandle = std::unique_ptr<SNDFILE, CloseSndfile>;
 
+/** A descriptor, closed at the end unless it is a standard one. */
+class Descriptor {
+ public:
+  explicit Descriptor(int number = -1) : number_(number) {}
+  ~Descriptor() { close(); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  void reset(int number);
+  int get() const { return number_; }
+  bool close();
+
+ private:
+  int number_;
+};
+
 /** A recording, read block by block. */
 class AudioReader {
  public:
-  AudioReader(const std::string& path, int max_channels);
+  AudioReader(const std::string& path, int max_channels, RawFormat raw = {});
 
   int channels() const { return info_.channels; }
   int rate() const { return info_.samplerate; }
-  std::int64_t frames() const { return info_.frames; }
+  /** 0 when nobody knows, as of a pipe. */
+  std::int64_t frames() const { return pipe_ ? 0 : info_.frames; }
+  /** Whether the same path can be read once more. */
+  bool repeatable() const { return repeatable_; }
 
   /** Reads up to `frames` interleaved frames; fewer only at the end, where it returns 0. */
   std::size_t read(float* out, std::size_t frames);
@@ -40,21 +70,28 @@ class AudioReader {
  private:
   std::string path_;
   SF_INFO info_{};
+  Descriptor descriptor_;
+  std::unique_ptr<PipeReader> pipe_;
   SndfileHandle file_;
+  bool repeatable_ = false;
   std::int64_t frames_read_ = 0;
   std::int64_t not_finite_ = 0;
 };
 
-/** A file that is written beside its target and takes the target's place only when complete. */
+/** A file that is written beside its target and takes the target's place only when complete. Pipes
+ * and devices are written as they are. */
 class OutputFile {
  public:
-  explicit OutputFile(const std::string& path);
+  explicit OutputFile(const std::string& path, bool overwrite = true);
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  int descriptor() const { return descriptor_; }
+  int descriptor() const { return descriptor_.get(); }
   const std::string& path() const { return path_; }
+  /** Whether it is written as it is, from start to end. */
+  bool is_stream() const { return temporary_.empty(); }
+  bool is_standard_output() const { return standard_output_; }
 
   /** Closes the file and moves it to its target. */
   void commit();
@@ -63,13 +100,22 @@ class OutputFile {
   std::string path_;
   std::string target_;
   std::string temporary_;
-  int descriptor_ = -1;
+  bool standard_output_ = false;
+  Descriptor descriptor_;
 };
 
-/** A result, written block by block in the format that its name asks for. */
+/** What a result is written as. */
+struct AudioFormat {
+  std::string type;                 // "wav", "flac" ...; when empty the ending of the file's name
+  std::string stream_type = "wav";  // of a stream whose name has no ending
+  SampleFormat samples = SampleFormat::kInt16;
+};
+
+/** A result, written block by block. */
 class AudioWriter {
  public:
-  AudioWriter(const std::string& path, int channels, int rate, SampleFormat format);
+  AudioWriter(const std::string& path, int channels, int rate, const AudioFormat& format,
+              bool overwrite);
 
   /** Rounds and saturates explicitly: libsndfile would wrap. */
   void write(const float* in, std::size_t frames);
@@ -78,18 +124,33 @@ class AudioWriter {
   /** Samples that did not fit the file's sample format. */
   std::int64_t clipped() const { return clipped_; }
 
+  bool is_standard_output() const { return output_.is_standard_output(); }
+
  private:
-  void check_written(sf_count_t written, std::size_t frames);
+  void open_stream();
+  std::string stream_header(std::int64_t frames) const;
+  void complete_wav_stream();
+  [[noreturn]] void fail(const std::string& reason) const;
 
   OutputFile output_;
-  int channels_;
+  SF_INFO info_{};
   SampleFormat format_;
+  std::unique_ptr<PipeWriter> pipe_;
   SndfileHandle file_;
+  std::int64_t frames_ = 0;
+  std::int64_t most_frames_ = 0;  // that the format can count
+  bool wav_stream_ = false;
   std::vector<short> int16_;
   std::vector<int> int24_;
   std::vector<float> float_;
   std::int64_t clipped_ = 0;
 };
+
+/** The endings of the names of all formats that can be written. */
+std::vector<std::string> audio_types();
+
+/** The ending of a file's name, in lower case and without its dot. */
+std::string type_of(const std::string& path);
 
 /** Throws when `output` names one of the files that are read, by whatever path. */
 void refuse_overwrite(const std::string& output, const std::vector<std::string>& inputs);

@@ -11,7 +11,8 @@ enum ExitCode {
   kUsageError = 2,   // the command line asks for something impossible
   kInputError = 3,   // a file that is read is missing, damaged or beyond a limit
   kOutputError = 4,  // the result cannot be written
-  kInterrupted = 130
+  kInterrupted = 130,
+  kPipeClosed = 141  // whoever read the result has enough: no message
 };
 
 struct Error : std::runtime_error {

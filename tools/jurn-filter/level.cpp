@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -13,7 +15,8 @@
 #include "Filter_control.h"
 #include "audio_io.h"
 #include "errors.h"
-#include "run.h"
+#include "report.h"
+#include "signals.h"
 
 namespace tool {
 namespace {
@@ -63,15 +66,23 @@ struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
+void check_written(std::FILE* csv, const LevelJob& job) {
+  if (std::fflush(csv) == 0 && !std::ferror(csv)) return;
+  check_interrupted();
+  if (errno == EPIPE) throw Error(kPipeClosed, "");
+  throw Error(kOutputError, (job.output.empty() ? "standard output" : job.output) +
+                                ": cannot be written (" + std::strerror(errno) + ")");
+}
+
 }  // namespace
 
 void run_level(const LevelJob& job) {
-  AudioReader reader(job.input, 2);
+  AudioReader reader(job.input, 2, job.raw);
   std::optional<OutputFile> output;
   std::unique_ptr<std::FILE, CloseFile> opened;
   if (!job.output.empty()) {
     refuse_overwrite(job.output, {job.input});
-    output.emplace(job.output);
+    output.emplace(job.output, job.overwrite);
     opened.reset(fdopen(dup(output->descriptor()), "w"));
     if (!opened) throw Error(kOutputError, job.output + ": cannot be written");
   }
@@ -92,6 +103,7 @@ void run_level(const LevelJob& job) {
   double loudest = 0.0;
   while (const std::size_t got = reader.read(samples.data(), kReadFrames)) {
     check_interrupted();
+    if (std::ferror(csv)) check_written(csv, job);
     to_int16(samples.data(), got * channels, int16.data(), &limited);
     for (std::size_t i = 0; i < got; ++i) {
       ++frame;
@@ -112,13 +124,14 @@ void run_level(const LevelJob& job) {
       if (due) std::fprintf(csv, "\n");
     }
   }
-  if (std::fflush(csv) != 0 || std::ferror(csv))
-    throw Error(kOutputError, (job.output.empty() ? "standard output" : job.output) +
-                                  std::string(": writing failed"));
+  check_written(csv, job);
   if (!output) return;
   output->commit();
-  std::printf("%s\n  loudest  %.1f dBFS, after %.3f s\n", job.output.c_str(),
-              decibels(loudest, job.square), static_cast<double>(loudest_frame) / reader.rate());
+  if (!job.quiet)
+    print(LevelSummary{job.input, job.output, output->is_standard_output(),
+                       decibels(loudest, job.square),
+                       static_cast<double>(loudest_frame) / reader.rate()},
+          job.json);
 }
 
 }  // namespace tool

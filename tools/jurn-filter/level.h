@@ -3,14 +3,20 @@
 
 #include <string>
 
+#include "audio_io.h"
+
 namespace tool {
 
 struct LevelJob {
   std::string input;
   std::string output;  // a CSV file; standard output when empty
-  int length = 0;      // samples of the running mean
-  double every = 0.0;  // seconds from row to row
+  int length = 256;    // samples of the running mean
+  double every = 0.1;  // seconds from row to row
   bool square = false;
+  RawFormat raw;  // of the input
+  bool overwrite = false;
+  bool quiet = false;
+  bool json = false;
 };
 
 constexpr int kMaxLevelLength = 256;

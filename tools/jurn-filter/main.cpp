@@ -4,9 +4,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "binaural.h"
 #include "coefficients.h"
@@ -14,7 +17,9 @@
 #include "errors.h"
 #include "formats/formats.h"
 #include "level.h"
+#include "report.h"
 #include "run.h"
+#include "signals.h"
 #include "spectrum.h"
 #include "stability.h"
 #include "stages.h"
@@ -24,7 +29,13 @@ namespace {
 using namespace tool;
 
 struct Options {
+  explicit Options(bool follows_another = false) : follows(follows_another) {}
+
+  bool follows;  // a filter after --then: the result of the one before is its recording
   Job job;
+  std::vector<std::string> files;
+  std::string output_dir;
+  bool quiet = false, json = false;
   int block = 1024;
   bool normalise = false;
   // fir, iir, sos, average
@@ -40,11 +51,11 @@ struct Options {
   ResponseOptions response;
   Route route = Route::kAutomatic;
   bool time_domain = false;
-  bool no_tail = false;
+  bool no_tail = false, raw_latency = false;
   // binaural
   std::string sofa = JURN_DEFAULT_SOFA;
   double azimuth = 0.0, elevation = 0.0, orbit = 0.0;
-  LevelJob level{"", "", kMaxLevelLength, 0.1, false};
+  LevelJob level;
 };
 
 Chain chain_of(std::unique_ptr<Stage> stage) {
@@ -63,28 +74,72 @@ void add_choice(CLI::App* command, const char* name, Value* value, const char* d
       ->default_str(standard);
 }
 
+RawFormat parse_raw(const std::string& text) {
+  RawFormat raw;
+  int end = 0;
+  if (std::sscanf(text.c_str(), "%d,%d%n", &raw.rate, &raw.channels, &end) != 2 ||
+      text.c_str()[end] || raw.rate < 1 || raw.channels < 1 || raw.channels > 2)
+    throw Error(kUsageError, "--raw " + text + ": takes RATE,CHANNELS, like 48000,2 or 8000,1");
+  return raw;
+}
+
+void add_raw(CLI::App* command, Options* o) {
+  command
+      ->add_option_function<std::string>(
+          "--raw", [o](const std::string& text) { o->job.raw = parse_raw(text); },
+          "IN has little-endian int16 samples and no header; a result to standard output, too")
+      ->type_name("RATE,CHANNELS");
+}
+
+/** How a subcommand reports and what it may replace. */
+void add_manners(CLI::App* command, Options* o) {
+  command->add_flag("--overwrite", o->job.overwrite, "Replace files that exist");
+  command->add_flag("-q,--quiet", o->quiet, "Say nothing unless there is a problem");
+  command->add_flag("--json", o->json, "Print the summary as a line of JSON");
+}
+
 /** What every subcommand that writes a recording takes. */
+void add_files(CLI::App* command, Options* o) {
+  command
+      ->add_option("FILES", o->files,
+                   "IN and OUT; with --output-dir any number of IN. IN is a mono or stereo "
+                   "recording in any format of libsndfile; the ending of OUT's name chooses the "
+                   "format; - is standard input or output")
+      ->required()
+      ->type_name("IN OUT");
+  command
+      ->add_option("--output-dir", o->output_dir,
+                   "Folder for the results, which keep the names of their recordings")
+      ->type_name("FOLDER");
+  command
+      ->add_option("--type", o->job.format.type,
+                   "Format of the result, whatever the name: wav, flac, raw, ogg ...; on standard "
+                   "output by default wav")
+      ->check(CLI::IsMember(audio_types()).description(""))
+      ->type_name("NAME");
+  add_choice<SampleFormat>(
+      command, "--bits", &o->job.format.samples, "Samples of the result: 16, 24 or float",
+      {{"16", SampleFormat::kInt16}, {"24", SampleFormat::kInt24}, {"float", SampleFormat::kFloat}},
+      "16");
+  add_raw(command, o);
+  add_manners(command, o);
+}
+
 CLI::App* add_command(CLI::App* app, Options* o, const char* name, const char* description,
                       const char* example) {
   CLI::App* command = app->add_subcommand(name, description);
-  command->add_option("IN", o->job.input, "Recording, mono or stereo, in any format of libsndfile")
-      ->required();
-  command->add_option("OUT", o->job.output, "Result; its name's ending chooses the format")
-      ->required();
+  if (!o->follows) add_files(command, o);
   command
       ->add_option("--block", o->block,
                    "Frames per call of the library; changes no sample of a fixed filter's result")
       ->check(CLI::Range(1, kMaxBlock))
       ->capture_default_str();
-  add_choice<SampleFormat>(
-      command, "--bits", &o->job.format, "Samples of the result: 16, 24 or float",
-      {{"16", SampleFormat::kInt16}, {"24", SampleFormat::kInt24}, {"float", SampleFormat::kFloat}},
-      "16");
   command->footer(std::string("Example:\n  jurn-filter ") + example);
   return command;
 }
 
 void add_gain(CLI::App* command, Options* o) {
+  command->parse_complete_callback([o] { o->job.takes_gain = true; });
   command->add_option("--gain", o->job.gain_db, "Gain of the filter in dB")
       ->check(CLI::Range(-200.0, 200.0));
 }
@@ -162,12 +217,14 @@ void set_filter(Options* o, FilterDesign::Kind kind, const CoefficientLimit& lim
   o->job.also_read = {o->coefficients, o->numerator, o->denominator};
   o->job.make_chain = [o, design = std::optional<FilterDesign>(),
                        options = ReadOptions{kind, limit, o->format, o->variables, 0}](
-                          const AudioReader& recording, double gain) mutable {
-    options.rate = recording.rate();
-    if (!design) design = read_design(*o, options);
+                          const Recording& recording, double gain) mutable {
+    if (!design || options.rate != recording.rate) {
+      options.rate = recording.rate;
+      design = read_design(*o, options);
+    }
     FilterDesign scaled = *design;
     scale(&scaled, gain);
-    return chain_of(make_filter(scaled, o->precision, recording.channels(), o->block));
+    return chain_of(make_filter(scaled, o->precision, recording.channels, o->block));
   };
 }
 
@@ -178,8 +235,8 @@ void set_iir(Options* o) {
 }
 
 void set_average(Options* o) {
-  o->job.make_chain = [length = o->length, block = o->block](const AudioReader& recording, double) {
-    return chain_of(make_average(length, recording.channels(), block));
+  o->job.make_chain = [o](const Recording& recording, double) {
+    return chain_of(make_average(o->length, recording.channels, o->block));
   };
 }
 
@@ -203,25 +260,28 @@ std::vector<ImpulseResponse> read_responses(const Options& o, int rate, double g
   return responses;
 }
 
-Chain convolve_chain(const Options& o, const AudioReader& recording, double gain) {
-  std::vector<ImpulseResponse> responses = read_responses(o, recording.rate(), gain);
+Chain convolve_chain(const Options& o, const Recording& recording, double gain) {
+  std::vector<ImpulseResponse> responses = read_responses(o, recording.rate, gain);
   Convolution c;
   c.response = responses[0];
   c.route = o.route;
   c.time_domain = o.time_domain;
   if (!o.fade_at.empty()) {
-    const double end = static_cast<double>(recording.frames()) / recording.rate();
-    if (o.fade_at.back() >= end)
+    const double end = static_cast<double>(recording.frames) / recording.rate;
+    if (recording.frames && o.fade_at.back() >= end)
       throw Error(kUsageError, "--at " + CLI::detail::to_string(o.fade_at.back()) +
                                    ": the recording ends after " + CLI::detail::to_string(end) +
                                    " seconds");
-    c.change = [responses = std::move(responses), at = o.fade_at, rate = recording.rate(),
+    c.change = [responses = std::move(responses), at = o.fade_at, rate = recording.rate,
                 next = std::size_t{0}](std::int64_t first, int frames) mutable {
       const bool due = next < at.size() && at[next] * rate < static_cast<double>(first + frames);
       return due ? &responses[++next] : nullptr;
     };
   }
-  return chain_of(make_convolver(c, recording.channels(), o.block));
+  std::unique_ptr<Stage> stage = make_convolver(c, recording.channels, o.block);
+  stage->keep_latency = o.raw_latency;
+  stage->keep_tail = !o.no_tail;
+  return chain_of(std::move(stage));
 }
 
 void set_convolve(Options* o) {
@@ -238,16 +298,15 @@ void set_convolve(Options* o) {
                 "--truncate " + std::to_string(o->response.truncate) + ": " + o->response.limit);
   o->job.also_read = o->responses;
   o->job.also_read.insert(o->job.also_read.end(), o->fade_to.begin(), o->fade_to.end());
-  o->job.keep_tail = !o->no_tail;
-  o->job.make_chain = [o](const AudioReader& recording, double gain) {
+  o->job.make_chain = [o](const Recording& recording, double gain) {
     return convolve_chain(*o, recording, gain);
   };
 }
 
-Chain binaural_chain(const Options& o, const AudioReader& recording, double gain) {
-  if (recording.channels() != 1)
-    throw Error(kInputError, o.job.input + ": has 2 channels; binaural places a mono recording");
-  const auto set = std::make_shared<HrtfSet>(o.sofa, recording.rate());
+Chain binaural_chain(const Options& o, const Recording& recording, double gain) {
+  if (recording.channels != 1)
+    throw Error(kInputError, recording.name + ": has 2 channels; binaural places a mono recording");
+  const auto set = std::make_shared<HrtfSet>(o.sofa, recording.rate);
   const auto at = [set, gain, elevation = o.elevation](double azimuth) {
     ImpulseResponse response = set->at(azimuth, elevation);
     scale(&response, gain);
@@ -260,21 +319,22 @@ Chain binaural_chain(const Options& o, const AudioReader& recording, double gain
                                  " taps; the limit is " + std::to_string(kMaxTimeDomainTaps));
   c.time_domain = true;  // these kinds fade within exactly one call, so the source moves steadily
   if (o.orbit != 0.0)
-    c.change = [=, start = o.azimuth, rate = recording.rate(), seconds = o.orbit,
+    c.change = [=, start = o.azimuth, rate = recording.rate, seconds = o.orbit,
                 response = ImpulseResponse()](std::int64_t first, int frames) mutable {
       const double turns = static_cast<double>(first + frames) / rate / seconds;
       response = at(start + 360.0 * (turns - std::floor(turns)));
       return &response;
     };
-  return chain_of(make_convolver(c, 1, o.block));
+  std::unique_ptr<Stage> stage = make_convolver(c, 1, o.block);
+  stage->keep_tail = !o.no_tail;
+  return chain_of(std::move(stage));
 }
 
 void set_binaural(Options* o) {
   if (o->sofa.empty())
     throw Error(kUsageError, "no set of responses is installed; name one by --sofa");
   o->job.also_read = {o->sofa};
-  o->job.keep_tail = !o->no_tail;
-  o->job.make_chain = [o](const AudioReader& recording, double gain) {
+  o->job.make_chain = [o](const Recording& recording, double gain) {
     return binaural_chain(*o, recording, gain);
   };
 }
@@ -303,7 +363,7 @@ void add_convolve(CLI::App* app, Options* o) {
   several("--at", &o->fade_at,
           "Second at which it fades, within one block; with the FFT within one transform")
       ->check(CLI::NonNegativeNumber);
-  convolve->add_flag("--raw-latency", o->job.keep_latency, "Keep the FFT's latency in the result");
+  convolve->add_flag("--raw-latency", o->raw_latency, "Keep the FFT's latency in the result");
   add_tail(convolve, o);
   convolve->add_flag("--resample", o->response.resample,
                      "Convert a response at another rate than the recording's");
@@ -342,6 +402,14 @@ void add_level(CLI::App* app, Options* o) {
       ->capture_default_str();
   add_choice<bool>(level, "--of", &o->level.square, "What is averaged: magnitude or square",
                    {{"magnitude", false}, {"square", true}}, "magnitude");
+  add_raw(level, o);
+  add_manners(level, o);
+  level->final_callback([o] {
+    o->level.raw = o->job.raw;
+    o->level.overwrite = o->job.overwrite;
+    o->level.quiet = o->quiet;
+    o->level.json = o->json;
+  });
   level->footer("Example:\n  jurn-filter level speech.wav level.csv --of square --every 0.02");
 }
 
@@ -383,14 +451,132 @@ void add_commands(CLI::App* app, Options* o) {
 
   add_convolve(app, o);
   add_binaural(app, o);
+  if (o->follows) return;
   add_level(app, o);
 }
 
-/** Every failure is one line. */
+using Filters = std::vector<std::unique_ptr<Options>>;
+
+/** Parses one filter and, of the first, everything else. The arguments come last one first. */
+void parse(std::vector<std::string> arguments, bool follows, CLI::App* app, Filters* filters) {
+  filters->push_back(std::make_unique<Options>(follows));
+  app->require_subcommand(1);
+  add_commands(app, filters->back().get());
+  app->parse(std::move(arguments));
+}
+
+/** All filters in series as one job, whose gain is that of the first filter that takes one. */
+Job connect(const Filters& filters) {
+  Job job = filters[0]->job;
+  std::size_t gained = 0;
+  while (gained + 1 < filters.size() && !filters[gained]->job.takes_gain) ++gained;
+  job.gain_db = filters[gained]->job.gain_db;
+  job.takes_gain = filters[gained]->job.takes_gain;
+  for (std::size_t i = 1; i < filters.size(); ++i)
+    job.also_read.insert(job.also_read.end(), filters[i]->job.also_read.begin(),
+                         filters[i]->job.also_read.end());
+  job.make_chain = [&filters, gained](Recording recording, double gain) {
+    Chain chain;
+    for (std::size_t i = 0; i < filters.size(); ++i) {
+      const Job& filter = filters[i]->job;
+      const double own = std::pow(10.0, filter.gain_db / 20.0);
+      for (std::unique_ptr<Stage>& stage : filter.make_chain(recording, i == gained ? gain : own)) {
+        recording.channels = stage->channels_out;
+        if (recording.frames) recording.frames += stage->added();
+        chain.push_back(std::move(stage));
+      }
+      recording.name = "the result of filter " + std::to_string(i + 1);
+    }
+    return chain;
+  };
+  return job;
+}
+
+/** Every failure is one line; a closed pipe is none. */
 int report(int code, std::string message) {
   std::replace(message.begin(), message.end(), '\n', ' ');
-  std::fprintf(stderr, "jurn-filter: %s\n", message.c_str());
+  if (!message.empty()) std::fprintf(stderr, "jurn-filter: %s\n", message.c_str());
   return code;
+}
+
+void run_one(Job job, const Options& o) {
+  job.progress = !o.quiet;
+  if (job.raw.rate) job.format.stream_type = "raw";
+  const Summary summary = run(job);
+  if (!o.quiet) print(summary, o.json);
+}
+
+/** The names of the results in a folder. */
+std::vector<std::string> name_results(const Options& o) {
+  namespace fs = std::filesystem;
+  std::map<std::string, std::string> results;
+  std::vector<std::string> names;
+  for (const std::string& input : o.files) {
+    fs::path name = fs::path(input).filename();
+    if (input == kStandardStream || name.empty())
+      throw Error(kUsageError, input + ": --output-dir takes recordings that have names");
+    if (!o.job.format.type.empty()) name.replace_extension(o.job.format.type);
+    names.push_back((fs::path(o.output_dir) / name).string());
+    const auto [other, is_new] = results.emplace(names.back(), input);
+    if (!is_new)
+      throw Error(kUsageError, input + " and " + other->second + " would both become " +
+                                   names.back() + "; give one of them another name");
+  }
+  return names;
+}
+
+/** Filters every recording; one that fails does not keep the others from their results. */
+int run_jobs(const Filters& filters) {
+  const Options& o = *filters[0];
+  Job job = connect(filters);
+  if (o.output_dir.empty()) {
+    if (o.files.size() != 2)
+      throw Error(kUsageError,
+                  "give a recording, IN, and a result, OUT; with --output-dir any number of IN; " +
+                      std::to_string(o.files.size()) + " names were given");
+    job.input = o.files[0];
+    job.output = o.files[1];
+    run_one(job, o);
+    return kSuccess;
+  }
+  const std::vector<std::string> results = name_results(o);
+  std::error_code error;
+  std::filesystem::create_directory(o.output_dir, error);
+  int code = kSuccess;
+  for (std::size_t i = 0; i < results.size(); ++i) {
+    job.input = o.files[i];
+    job.output = results[i];
+    try {
+      run_one(job, o);
+    } catch (const Error& e) {
+      if (e.code == kInterrupted || e.code == kPipeClosed) throw;
+      const int failed = report(e.code, e.what());
+      if (code == kSuccess) code = failed;
+    }
+  }
+  return code;
+}
+
+/** Runs the subcommand that the arguments name. */
+int run_command(const std::vector<std::string>& arguments, CLI::App* app) {
+  Filters filters;
+  auto end = std::find(arguments.begin(), arguments.end(), "--then");
+  parse({std::make_reverse_iterator(end), arguments.rend()}, false, app, &filters);
+  while (end != arguments.end()) {
+    const auto begin = end + 1;
+    end = std::find(begin, arguments.end(), "--then");
+    CLI::App next("A filter after --then takes its own options only.", "jurn-filter ... --then");
+    parse({std::make_reverse_iterator(end), std::make_reverse_iterator(begin)}, true, &next,
+          &filters);
+  }
+  Options& o = *filters[0];
+  if (filters.size() > 1 && !o.job.make_chain)
+    throw Error(kUsageError, "--then follows a subcommand that filters");
+  if (app->got_subcommand("level")) {
+    run_level(o.level);
+    return kSuccess;
+  }
+  return run_jobs(filters);
 }
 
 }  // namespace
@@ -398,16 +584,13 @@ int report(int code, std::string message) {
 int main(int argc, char** argv) {
   CLI::App app("Filters recordings: FIR, IIR, sections, moving average, long impulse responses.",
                "jurn-filter");
-  app.require_subcommand(1);
-  Options options;
-  add_commands(&app, &options);
-  catch_interruptions();
+  app.footer(
+      "Filters in series: jurn-filter fir IN OUT -c taps.txt --then average --length 8\n"
+      "Exit codes: 0 done, 2 wrong command line, 3 unreadable input, 4 unwritable result, "
+      "130 interrupted, 141 closed pipe");
+  catch_signals();
   try {
-    app.parse(argc, argv);
-    if (app.got_subcommand("level"))
-      run_level(options.level);
-    else
-      print(run(options.job));
+    return run_command({argv + 1, argv + argc}, &app);
   } catch (const CLI::ParseError& e) {
     if (e.get_exit_code() == 0) return app.exit(e);  // --help
     return report(kUsageError, e.what());
@@ -416,5 +599,4 @@ int main(int argc, char** argv) {
   } catch (const std::exception& e) {
     return report(kInputError, e.what());
   }
-  return kSuccess;
 }

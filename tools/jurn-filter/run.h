@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,39 +15,44 @@ namespace tool {
 
 using Chain = std::vector<std::unique_ptr<Stage>>;
 
+/** What a filter is made for: a recording, or the result of the filter before. */
+struct Recording {
+  std::string name;
+  int channels;
+  int rate;
+  std::int64_t frames;  // 0 when unknown
+};
+
 struct Job {
   std::string input;
   std::string output;
+  RawFormat raw;  // of the input
+  AudioFormat format;
+  bool overwrite = false;
+  bool progress = false;               // shown on a terminal
   std::vector<std::string> also_read;  // other files that the output must not replace
-  SampleFormat format = SampleFormat::kInt16;
-  bool keep_latency = false;
-  bool keep_tail = false;
-  double gain_db = 0.0;
-  /** Builds the stages for a recording; `gain` multiplies the first one's. */
-  std::function<Chain(const AudioReader& recording, double gain)> make_chain;
+  /** Builds the stages; `gain` multiplies the gain of the filter that may take another one. */
+  std::function<Chain(const Recording& recording, double gain)> make_chain;
+  double gain_db = 0.0;     // of that filter
+  bool takes_gain = false;  // whether there is one
 };
 
 struct Summary {
+  std::string input;
   std::string output;
+  bool on_standard_output = false;
   std::int64_t frames = 0;
   int channels = 0;
   int rate = 0;
-  double peak = 0.0;  // on the int16 scale
-  std::int64_t clipped = 0;
+  double peak = 0.0;         // on the int16 scale
+  std::int64_t clipped = 0;  // samples of the result or between two filters
   std::int64_t input_clipped = 0;
   std::int64_t not_finite = 0;
-  double seconds = 0.0;   // that the run took
-  bool too_loud = false;  // the result clips, and another gain would avoid it:
-  double fitting_gain_db = 0.0;
+  double seconds = 0.0;                   // that the run took
+  std::optional<double> fitting_gain_db;  // when the result clips, and another gain would avoid it
 };
 
 /** Runs the job in constant memory. An error, or an interruption, leaves no output behind. */
 Summary run(const Job& job);
-
-void print(const Summary& summary);
-
-/** From then on SIGINT and SIGTERM make check_interrupted throw, so that a run cleans up. */
-void catch_interruptions();
-void check_interrupted();
 
 }  // namespace tool

@@ -134,12 +134,29 @@ void Stage::push(const float* in, std::size_t frames, std::vector<float>* out) {
   const std::size_t values_in = static_cast<std::size_t>(call_frames * channels_in);
   const std::size_t values_out = static_cast<std::size_t>(call_frames * channels_out);
   pending_.insert(pending_.end(), in, in + frames * static_cast<std::size_t>(channels_in));
+  const std::size_t begin = out->size();
   std::size_t done = 0;
   for (; done + values_in <= pending_.size(); done += values_in) {
     out->resize(out->size() + values_out);
     call(pending_.data() + done, out->data() + out->size() - values_out);
   }
   pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(done));
+
+  const std::int64_t produced = static_cast<std::int64_t>((out->size() - begin)) / channels_out;
+  const std::int64_t drop = std::min(produced, (keep_latency ? 0 : latency) - dropped_);
+  const auto first = out->begin() + static_cast<std::ptrdiff_t>(begin);
+  out->erase(first, first + drop * channels_out);
+  dropped_ += drop;
+  received_ += static_cast<std::int64_t>(frames);
+  returned_ += produced - drop;
+}
+
+void Stage::finish(std::vector<float>* out) {
+  const std::int64_t total = received_ + added();
+  const std::vector<float> silence(static_cast<std::size_t>(call_frames * channels_in));
+  while (returned_ < total) push(silence.data(), static_cast<std::size_t>(call_frames), out);
+  out->resize(out->size() - static_cast<std::size_t>((returned_ - total) * channels_out));
+  returned_ = total;
 }
 
 Int16Stage::Int16Stage(int in, int out, int frames, bool can_clip)

@@ -13,7 +13,8 @@ namespace tool {
 /**
  * Filters interleaved frames on the int16 scale. The library's histories continue exactly only
  * when every call has the same length, so a stage regroups what it is given into calls of
- * `call_frames` and never makes another; whoever feeds it pads the end with silence.
+ * `call_frames` and never makes another; it pads the end with silence. The result begins with the
+ * recording, unless the latency is kept, and ends with it, unless the tail is kept.
  */
 class Stage {
  public:
@@ -23,11 +24,19 @@ class Stage {
   /** Takes `frames` frames and appends what they complete to `out`. */
   void push(const float* in, std::size_t frames, std::vector<float>* out);
 
+  /** Frames by which the result is longer than the recording. */
+  std::int64_t added() const { return keep_tail ? tail + (keep_latency ? latency : 0) : 0; }
+
+  /** Appends the rest of the result to `out`. */
+  void finish(std::vector<float>* out);
+
   const int channels_in;
   const int channels_out;
   const int call_frames;
-  std::int64_t latency = 0;        // frames by which the output is late
-  std::int64_t tail = 0;           // frames that ring on after the input
+  std::int64_t latency = 0;  // frames by which the output is late
+  std::int64_t tail = 0;     // frames that ring on after the input
+  bool keep_latency = false;
+  bool keep_tail = false;
   std::int64_t input_clipped = 0;  // input samples beyond what the filter takes
   std::int64_t clipped = 0;        // output samples at full scale
 
@@ -35,6 +44,9 @@ class Stage {
   virtual void call(const float* in, float* out) = 0;
 
   std::vector<float> pending_;
+  std::int64_t received_ = 0;
+  std::int64_t returned_ = 0;
+  std::int64_t dropped_ = 0;  // of the latency
 };
 
 /** A stage over the library's int16 objects: rounds and saturates what comes in. */

@@ -1,0 +1,60 @@
+// Pipes, sockets and devices behind the interface of libsndfile, which expects files.
+#pragma once
+
+#include <sndfile.h>
+
+#include <string>
+
+namespace tool {
+
+/** Reads a stream once from start to end. libsndfile can go back within the first bytes, where the
+ * headers are. */
+class PipeReader {
+ public:
+  /** A WAV header without a length, as programs write it to a pipe, is completed; `raw` streams
+   * have no header. */
+  PipeReader(int descriptor, bool raw);
+
+  SNDFILE* open(SF_INFO* info);
+
+  /** The errno of a failed read, or 0. */
+  int error() const { return error_; }
+
+ private:
+  sf_count_t receive(char* to, sf_count_t count);
+  bool fill_head(std::size_t size);
+  void complete_wav_header();
+  sf_count_t read(char* to, sf_count_t count);
+
+  int descriptor_;
+  int error_ = 0;
+  std::string head_;  // the first bytes, kept
+  sf_count_t position_ = 0;
+  sf_count_t received_ = 0;
+};
+
+/** Writes a stream. What has been sent cannot be changed: headers that libsndfile writes again at
+ * the end stay as they were. */
+class PipeWriter {
+ public:
+  explicit PipeWriter(int descriptor) : descriptor_(descriptor) {}
+
+  SNDFILE* open(SF_INFO* info);
+
+  /** Sends all bytes or sets the error. */
+  bool send(const char* from, sf_count_t count);
+
+  /** The errno of a failed write, or 0. */
+  int error() const { return error_; }
+
+ private:
+  int descriptor_;
+  int error_ = 0;
+  sf_count_t position_ = 0;
+  sf_count_t sent_ = 0;
+};
+
+/** The header of a WAV stream; lengths that its 32 bits cannot hold stand for an unknown one. */
+std::string wav_header(int channels, int rate, int bits, bool is_float, sf_count_t frames);
+
+}  // namespace tool

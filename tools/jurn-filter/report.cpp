@@ -1,0 +1,115 @@
+#include "report.h"
+
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+namespace tool {
+namespace {
+
+constexpr std::chrono::milliseconds kQuietTime(1000), kBetween(200);
+
+double decibels(double peak) {
+  return 20.0 * std::log10(peak / 32768.0);
+}
+
+using Json = nlohmann::ordered_json;
+
+void print_line(const Json& json, std::FILE* out) {
+  // File names need not be UTF-8.
+  std::fprintf(out, "%s\n", json.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
+}
+
+void print_json(const Summary& s, std::FILE* out) {
+  Json json = {
+      {"input", s.input},
+      {"output", s.output},
+      {"frames", s.frames},
+      {"channels", s.channels},
+      {"rate", s.rate},
+      {"peak", s.peak / 32768.0},
+      {"peak_dbfs", nullptr},
+      {"clipped", s.clipped},
+      {"fitting_gain_db", nullptr},
+      {"input_limited", s.input_clipped},
+      {"input_not_finite", s.not_finite},
+      {"seconds", s.seconds},
+  };
+  if (s.peak > 0.0) json["peak_dbfs"] = decibels(s.peak);
+  if (s.fitting_gain_db) json["fitting_gain_db"] = *s.fitting_gain_db;
+  print_line(json, out);
+}
+
+void print_text(const Summary& s, std::FILE* out) {
+  const double duration = static_cast<double>(s.frames) / s.rate;
+  std::fprintf(out, "%s\n", s.on_standard_output ? "standard output" : s.output.c_str());
+  std::fprintf(out, "  length   %.3f s, %lld frames, %d channel%s, %d Hz\n", duration,
+               static_cast<long long>(s.frames), s.channels, s.channels == 1 ? "" : "s", s.rate);
+  if (s.peak > 0.0)
+    std::fprintf(out, "  peak     %.10g, %.1f dBFS\n", s.peak, decibels(s.peak));
+  else
+    std::fprintf(out, "  peak     0, silence\n");
+  std::fprintf(out, "  clipped  %lld samples", static_cast<long long>(s.clipped));
+  if (s.fitting_gain_db)
+    std::fprintf(out, "; a gain of %.1f dB would avoid it", *s.fitting_gain_db);
+  std::fprintf(out, "\n");
+  if (s.input_clipped)
+    std::fprintf(out, "  input    %lld samples beyond full scale were limited\n",
+                 static_cast<long long>(s.input_clipped));
+  if (s.not_finite)
+    std::fprintf(out, "  input    %lld samples that are no finite numbers were read as silence\n",
+                 static_cast<long long>(s.not_finite));
+  std::fprintf(out, "  speed    %.0f times faster than real time\n", duration / s.seconds);
+}
+
+}  // namespace
+
+Progress::Progress(const Job& job, const AudioReader& reader, const std::string& what)
+    : enabled_(job.progress && isatty(STDERR_FILENO)),
+      what_(what),
+      rate_(reader.rate()),
+      total_(static_cast<double>(reader.frames())),
+      start_(Clock::now()),
+      next_(start_ + kQuietTime) {}
+
+Progress::~Progress() {
+  if (shown_) std::fprintf(stderr, "\r\033[K");
+}
+
+void Progress::show(std::int64_t frames) {
+  if (!enabled_) return;
+  const Clock::time_point now = Clock::now();
+  if (now < next_) return;
+  next_ = now + kBetween;
+  shown_ = true;
+  const double done = static_cast<double>(frames);
+  if (total_ > 0.0) {
+    const double spent = std::chrono::duration<double>(now - start_).count();
+    std::fprintf(stderr, "\r%s: %.0f %%, %.0f s left\033[K", what_.c_str(), 100.0 * done / total_,
+                 spent * (total_ - done) / done);
+  } else {
+    std::fprintf(stderr, "\r%s: %.0f s of audio\033[K", what_.c_str(), done / rate_);
+  }
+}
+
+void print(const LevelSummary& s, bool as_json) {
+  std::FILE* const out = s.on_standard_output ? stderr : stdout;
+  if (as_json)
+    print_line({{"input", s.input},
+                {"output", s.output},
+                {"loudest_dbfs", std::isfinite(s.loudest_db) ? Json(s.loudest_db) : Json()},
+                {"seconds", s.seconds}},
+               out);
+  else
+    std::fprintf(out, "%s\n  loudest  %.1f dBFS, after %.3f s\n", s.output.c_str(), s.loudest_db,
+                 s.seconds);
+}
+
+void print(const Summary& summary, bool as_json) {
+  std::FILE* const out = summary.on_standard_output ? stderr : stdout;
+  as_json ? print_json(summary, out) : print_text(summary, out);
+}
+
+}  // namespace tool

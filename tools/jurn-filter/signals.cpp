@@ -1,0 +1,30 @@
+#include "signals.h"
+
+#include <csignal>
+
+#include "errors.h"
+
+namespace tool {
+namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+
+extern "C" void on_signal(int) {
+  interrupted = 1;
+}
+
+}  // namespace
+
+void catch_signals() {
+  struct sigaction action {};  // without SA_RESTART: a read that waits for a pipe has to return
+  action.sa_handler = on_signal;
+  for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
+  action.sa_handler = SIG_IGN;
+  for (int signal : {SIGPIPE, SIGXFSZ}) sigaction(signal, &action, nullptr);
+}
+
+void check_interrupted() {
+  if (interrupted) throw Error(kInterrupted, "interrupted");
+}
+
+}  // namespace tool

@@ -1,0 +1,12 @@
+// Interruptions: a run that is told to stop cleans up.
+#pragma once
+
+namespace tool {
+
+/** From then on SIGINT, SIGTERM and SIGHUP make check_interrupted throw, and a closed pipe or a
+ * file-size limit fails the write instead of killing the program. */
+void catch_signals();
+
+void check_interrupted();
+
+}  // namespace tool
