@@ -462,7 +462,8 @@ JURN_API void MORVAX_FilterlongfirCalcu_APItime(Filterlongfir_ID* mFilter);
  * hLrfft (and hRrfft). When the priming length changes (after a reset always), primes the input
  * FIFO with one transform length per queued channel and empties the output FIFO; otherwise the
  * stream goes on. When fftN is unchanged, saves the previous spectra, and the next block of the
- * kinds -2 (stereo) and -5 fades from them.
+ * kinds -2 (stereo) and -5 fades from them. A fade that is still pending when fftN changes stays
+ * pending, with spectra of the old length: run a block of a fading kind, or reset, in between.
  *
  * @param mFilter a filter that was reset; blen (and bRlen) from 1 to 8192; the shorter array of two
  *   holds zeros up to the longer one's length

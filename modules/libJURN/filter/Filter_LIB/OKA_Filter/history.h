@@ -5,12 +5,14 @@
 #include <string.h>
 
 /** Moves the last `past` samples, found by the current block length, to the front of the history
- * and puts the block behind them; returns where the block starts. */
+ * and puts the block behind them; returns where the block starts. An empty block may be null. */
 template <class Sample>
 static inline const Sample* append_block(Sample* history, int past, const Sample* block,
                                          int frames) {
-  memmove(history, history + frames, past * sizeof(Sample));
-  memcpy(history + past, block, frames * sizeof(Sample));
+  if (frames > 0) {
+    memmove(history, history + frames, past * sizeof(Sample));
+    memcpy(history + past, block, frames * sizeof(Sample));
+  }
   return history + past;
 }
 
