@@ -28,14 +28,19 @@ constexpr int lane_count = JURN_VECTOR_BYTES / 4;
 using Floats = Vec<float, lane_count>;
 using Quad = Vec<float, 4>;
 
+/* Signs for a group of four lanes. */
+const float negate_low[4] = {-1, -1, 1, 1};
 const float negate_high[4] = {1, 1, -1, -1};
+const float negate_third[4] = {1, 1, -1, 1};
 const float negate_last[4] = {1, 1, 1, -1};
+const float negate_inner[4] = {1, -1, -1, 1};
+const float alternate[4] = {1, -1, 1, -1};
 constexpr float sqrt_half = 0.70710678118654752440f;
 
 template <class V>
 constexpr int lanes_of = int(sizeof(V) / 4);
 
-/* Where the tables for splitting real sequences and for radix 4 lie (the set-up fills them in). */
+/* The tables for splitting real sequences and for radix 4. */
 JURN_INLINE const float* real_twiddles(const float* w, int length) {
   return w + length;
 }
@@ -151,12 +156,12 @@ JURN_INLINE V load_eights(const float* p, ptrdiff_t stride) {
 }
 
 template <class V>
-JURN_INLINE void store_eights(float* p, ptrdiff_t stride, const V& v) {
+JURN_INLINE void store_eights(float* p, ptrdiff_t stride, V v) {
   if constexpr (sizeof(V) <= 32) {
     store(p, v);
   } else {
-    memcpy(p, &v, 32);
-    memcpy(p + stride, reinterpret_cast<const char*>(&v) + 32, 32);
+    store(p, JURN_SHUFFLE(v, v, 0, 1, 2, 3, 4, 5, 6, 7));
+    store(p + stride, JURN_SHUFFLE(v, v, 8, 9, 10, 11, 12, 13, 14, 15));
   }
 }
 
@@ -513,31 +518,31 @@ static void complex4_inverse(float* z) {
 /** One step of radix 2: a real sequence of length values into one of length/2 and a complex one of
  * length/4, each value the difference of two less i times the difference of the two a quarter on.
  */
-template <class V>
 JURN_INLINE void halve_forward(float* x, int length, const float* w) {
   const ptrdiff_t quarter = length / 4;
   const float* t = w + table_halve + length;
-  for (ptrdiff_t i = 0; i < quarter; i += lanes_of<V>, x += lanes_of<V>, t += lanes_of<V>) {
-    const V a = load<V>(x), b = load<V>(x + quarter);
-    const V c = load<V>(x + 2 * quarter), d = load<V>(x + 3 * quarter);
+  for (ptrdiff_t i = 0; i < quarter; i += 4, x += 4, t += 4) {
+    const Quad a = load<Quad>(x), b = load<Quad>(x + quarter);
+    const Quad c = load<Quad>(x + 2 * quarter), d = load<Quad>(x + 3 * quarter);
     store(x, a + c);
     store(x + quarter, b + d);
-    store_complex(x + 2 * quarter, quarter, Complex<V>{a - c, d - b} * load_complex<V>(t, quarter));
+    store_complex(x + 2 * quarter, quarter,
+                  Complex<Quad>{a - c, d - b} * load_complex<Quad>(t, quarter));
   }
 }
 
-template <class V>
 JURN_INLINE void halve_inverse(float* x, int length, const float* w, float scale) {
   const ptrdiff_t quarter = length / 4;
   const float* t = w + table_halve + length;
-  for (ptrdiff_t i = 0; i < quarter; i += lanes_of<V>, x += lanes_of<V>, t += lanes_of<V>) {
-    const V ac = load<V>(x), bd = load<V>(x + quarter);
-    const auto difference =
-        times_conjugate(load_complex<V>(x + 2 * quarter, quarter), load_complex<V>(t, quarter));
-    store(x, (ac + difference.re) * broadcast<V>(scale));
-    store(x + quarter, (bd - difference.im) * broadcast<V>(scale));
-    store(x + 2 * quarter, (ac - difference.re) * broadcast<V>(scale));
-    store(x + 3 * quarter, (bd + difference.im) * broadcast<V>(scale));
+  const Quad gain = broadcast<Quad>(scale);
+  for (ptrdiff_t i = 0; i < quarter; i += 4, x += 4, t += 4) {
+    const Quad ac = load<Quad>(x), bd = load<Quad>(x + quarter);
+    const auto difference = times_conjugate(load_complex<Quad>(x + 2 * quarter, quarter),
+                                            load_complex<Quad>(t, quarter));
+    store(x, (ac + difference.re) * gain);
+    store(x + quarter, (bd - difference.im) * gain);
+    store(x + 2 * quarter, (ac - difference.re) * gain);
+    store(x + 3 * quarter, (bd + difference.im) * gain);
   }
 }
 
@@ -601,6 +606,8 @@ static void split_inverse(float* x, int length, const float* w, float scale) {
 
 /* ---- The shortest sequences ---- */
 
+const float turn[4] = {1, sqrt_half, -1, sqrt_half};
+
 static void real8_forward(float* x) {
   const float s0 = x[0] + x[4], s1 = x[1] + x[5], s2 = x[2] + x[6], s3 = x[3] + x[7];
   const float d0 = x[0] - x[4], d1 = x[1] - x[5], d2 = x[2] - x[6], d3 = x[3] - x[7];
@@ -610,14 +617,22 @@ static void real8_forward(float* x) {
   x[6] = -d2 - v, x[7] = v - d2;
 }
 
+/** Both levels in two vectors: scalars would reach the next step, which loads vectors, through
+ * memory that is still being written. The two real bins count once where every complex one stands
+ * for two, so they are halved. */
 static void real8_inverse(float* x, float scale) {
-  const float d0 = x[4] + x[5], u = x[4] - x[5], d2 = x[6] + x[7], v = x[7] - x[6];
-  const float d1 = (u + v) * sqrt_half, d3 = (v - u) * sqrt_half;
-  const float s0 = x[0], s1 = x[1], s2 = x[2], s3 = x[3];
-  x[0] = (s0 + d0) * scale, x[4] = (s0 - d0) * scale;
-  x[1] = (s1 + d1) * scale, x[5] = (s1 - d1) * scale;
-  x[2] = (s2 - d2) * scale, x[6] = (s2 + d2) * scale;
-  x[3] = (s3 + d3) * scale, x[7] = (s3 - d3) * scale;
+  const Quad low = load<Quad>(x), high = load<Quad>(x + 4);
+  const Quad bins = shuffle_groups<0, 0, 0, 0>(low, low) +
+                    shuffle_groups<1, 1, 1, 1>(low, low) * load<Quad>(alternate);
+  const Quad s =
+      bins * broadcast<Quad>(.5f) + shuffle_groups<2, 3, 2, 3>(low, low) * load<Quad>(negate_inner);
+  /* d0, u, d2, v as in split_inverse, then d0, d1, -d2, d3 */
+  const Quad f = shuffle_groups<0, 0, 2, 3>(high, high) +
+                 shuffle_groups<1, 1, 3, 2>(high, high) * load<Quad>(alternate);
+  const Quad d =
+      (f + shuffle_groups<4, 3, 4, 1>(f, Quad{}) * load<Quad>(negate_last)) * load<Quad>(turn);
+  store(x, (s + d) * broadcast<Quad>(scale));
+  store(x + 4, (s - d) * broadcast<Quad>(scale));
 }
 
 static void real4_forward(float* x) {
@@ -625,7 +640,6 @@ static void real4_forward(float* x) {
   x[0] = s02 + s13, x[1] = s02 - s13, x[2] = re, x[3] = im;
 }
 
-/** The two real bins count once where every complex one stands for two, so they are halved. */
 static void real4_inverse(float* x, float scale) {
   const float s02 = (x[0] + x[1]) * .5f, s13 = (x[0] - x[1]) * .5f, re = x[2], im = x[3];
   x[0] = (s02 + re) * scale, x[2] = (s02 - re) * scale;
@@ -640,15 +654,15 @@ static short forward(const float* w, float* x, int length) {
     complex_forward(x + length / 4, length / 8, w);
   }
   if (length >= 64) {
-    halve_forward<Floats>(x, 64, w);
+    halve_forward(x, 64, w);
     complex16_forward(x + 32, w);
   }
   if (length >= 32) {
-    halve_forward<Quad>(x, 32, w);
+    halve_forward(x, 32, w);
     complex8_forward(x + 16, w);
   }
   if (length >= 16) {
-    halve_forward<Quad>(x, 16, w);
+    halve_forward(x, 16, w);
     complex4_forward(x + 8);
   }
   if (length >= 8) real8_forward(x);
@@ -665,24 +679,25 @@ static short inverse(const float* w, float* x, int length, float scale) {
   int base = length;
   while (base >= 128) base /= 4;
   const auto scale_at = [=](int n) { return n == length ? scale : 1.f; };
-  if (base >= 4) {
-    real4_inverse(x, scale_at(4));
+  if (base >= 8) {
+    real8_inverse(x, scale_at(8));
+  } else if (base == 4) {
+    real4_inverse(x, scale);
   } else {
     const float a = x[0], b = x[1];
     x[0] = (a + b) * .5f * scale, x[1] = (a - b) * .5f * scale;
   }
-  if (base >= 8) real8_inverse(x, scale_at(8));
   if (base >= 16) {
     complex4_inverse(x + 8);
-    halve_inverse<Quad>(x, 16, w, scale_at(16));
+    halve_inverse(x, 16, w, scale_at(16));
   }
   if (base >= 32) {
     complex8_inverse(x + 16, w);
-    halve_inverse<Quad>(x, 32, w, scale_at(32));
+    halve_inverse(x, 32, w, scale_at(32));
   }
   if (base >= 64) {
     complex16_inverse(x + 32, w);
-    halve_inverse<Floats>(x, 64, w, scale_at(64));
+    halve_inverse(x, 64, w, scale_at(64));
   }
   for (int n = 4 * base; n <= length; n *= 4) {
     complex_inverse(x + n / 4, n / 8, w);
@@ -697,19 +712,28 @@ JURN_INLINE void multiply(float* out, const float* a, const float* b, ptrdiff_t 
     store_complex(out + i, bins, load_complex<V>(a + i, bins) * load_complex<V>(b + i, bins));
 }
 
+/** The first eight floats of a spectrum: two real bins, and three complex ones of three lengths. */
+JURN_INLINE void multiply8(float* out, const float* a, const float* b) {
+  const Quad a0 = load<Quad>(a), b0 = load<Quad>(b), a1 = load<Quad>(a + 4), b1 = load<Quad>(b + 4);
+  store(out, a0 * shuffle_groups<0, 1, 2, 2>(b0, b0) + shuffle_groups<4, 4, 3, 2>(a0, Quad{}) *
+                                                           shuffle_groups<4, 4, 3, 3>(b0, Quad{}) *
+                                                           load<Quad>(negate_third));
+  store(out + 4, a1 * shuffle_groups<0, 1, 0, 1>(b1, b1) + shuffle_groups<2, 3, 0, 1>(a1, a1) *
+                                                               shuffle_groups<2, 3, 2, 3>(b1, b1) *
+                                                               load<Quad>(negate_low));
+}
+
 static void product(float* out, const float* a, const float* b, int length) {
   for (; length >= 128; length /= 4)
     for (int i = length / 4; i < length; i += length / 4)
       multiply<Floats>(out + i, a + i, b + i, length / 8);
-  for (; length > 2; length /= 2) {
-    const int i = length / 2;
-    if (length == 64)
-      multiply<Floats>(out + i, a + i, b + i, 16);
-    else if (length >= 16)
-      multiply<Quad>(out + i, a + i, b + i, length / 4);
-    else
-      multiply<float>(out + i, a + i, b + i, length / 4);
+  if (length >= 64) multiply<Floats>(out + 32, a + 32, b + 32, 16);
+  if (length >= 32) multiply<Pair>(out + 16, a + 16, b + 16, 8);
+  if (length >= 16) multiply<Quad>(out + 8, a + 8, b + 8, 4);
+  if (length >= 8) {
+    multiply8(out, a, b);
+  } else {
+    if (length == 4) multiply<float>(out + 2, a + 2, b + 2, 1);
+    out[0] = a[0] * b[0], out[1] = a[1] * b[1];
   }
-  out[0] = a[0] * b[0];
-  out[1] = a[1] * b[1];
 }
