@@ -2,7 +2,7 @@
 build_packages="g++ make cmake pkg-config libsndfile1-dev libcli11-dev nlohmann-json3-dev libmatio-dev libmysofa-dev libsamplerate0-dev"
 recording_packages="alsa-utils sonic-pi-samples jconvolver-config-files libmysofa1"
 test_packages="libgtest-dev python3 python3-numpy python3-scipy sox"
-benchmark_packages="libbenchmark-dev libfftw3-dev libzita-convolver-dev libliquid-dev python3 gnuplot-nox"
+benchmark_packages="g++ make cmake libbenchmark-dev libfftw3-dev libzita-convolver-dev libliquid-dev python3 gnuplot-nox"
 ci_packages="clang libclang-rt-14-dev"
 install_packages="clang qemu-user g++-aarch64-linux-gnu g++-arm-linux-gnueabihf dpkg-dev file"
 docs_packages="doxygen doxygen-awesome-css chromium fonts-dejavu-core"
