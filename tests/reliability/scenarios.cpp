@@ -1,0 +1,340 @@
+#include "scenarios.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "Filter_control.h"
+
+namespace {
+
+class Hash {
+ public:
+  template <class T>
+  void add(const T* values, size_t count) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(values);
+    size_t left = count * sizeof(T);
+    for (; left >= 8; left -= 8, bytes += 8) mix(bytes, 8);
+    if (left > 0) mix(bytes, left);
+  }
+  uint64_t value() const { return state_ ^ (state_ >> 32); }
+
+ private:
+  void mix(const unsigned char* bytes, size_t count) {
+    uint64_t word = 0;
+    std::memcpy(&word, bytes, count);
+    state_ = (state_ ^ word) * 0x9E3779B97F4A7C15u;
+    state_ ^= state_ >> 29;
+  }
+  uint64_t state_ = 0xCBF29CE484222325u;
+};
+
+/** A linear congruential generator. */
+class Numbers {
+ public:
+  explicit Numbers(uint64_t seed) : state_(seed) {}
+  /** The next number, from low to high. */
+  int in(int low, int high) {
+    state_ = state_ * 6364136223846793005u + 1442695040888963407u;
+    const uint64_t top = state_ >> 32;
+    return low + static_cast<int>(top * static_cast<uint64_t>(high - low + 1) >> 32);
+  }
+  /** A number between -1 and 1 that float holds exactly. */
+  double fraction() { return in(-8388607, 8388607) * (1.0 / 8388608.0); }
+
+  /** Noise with stretches of silence and full scale. */
+  template <class Sample>
+  void signal(Sample* x, int count) {
+    const int kind = in(0, 5);
+    for (int i = 0; i < count; ++i)
+      x[i] = kind == 0 ? 0 : kind == 1 ? (in(0, 1) ? 32767 : -32768) : in(-20000, 20000);
+  }
+  template <class Real>
+  void taps(Real* b, int count, double scale) {
+    for (int i = 0; i < count; ++i) b[i] = static_cast<Real>(fraction() * scale);
+  }
+  /** Feedback whose magnitudes sum to less than one. */
+  template <class Real>
+  void denominator(Real* a, int count) {
+    a[0] = 1;
+    for (int i = 1; i < count; ++i) a[i] = static_cast<Real>(fraction() / count);
+  }
+  void sections(float* b, float* a, int n, int ns) {
+    for (int k = 0; k < ns; ++k) {
+      taps(b + k * (n + 1), n + 1, 0.75);
+      denominator(a + k * (n + 1), n + 1);
+    }
+  }
+
+ private:
+  uint64_t state_;
+};
+
+/** A record, cleared, and the checksum of what it puts out. */
+template <class Record>
+class Run {
+ public:
+  Run(const Placement& placement, uint64_t seed) : numbers(seed), placement_(placement) {
+    record = static_cast<Record*>(std::calloc(1, sizeof(Record)));
+    home_ = record;
+  }
+  Run(const Run&) = delete;
+  Run& operator=(const Run&) = delete;
+  ~Run() { std::free(home_); }
+
+  /** One block through `call`(record, input, count, output). */
+  template <class In = short, class Out = short, class Call>
+  void block(int in_count, int out_count, Call call) {
+    if (placement_.move) record = static_cast<Record*>(placement_.move(record, sizeof(Record)));
+    std::vector<In> input(in_count + placement_.array_offset);
+    std::vector<Out> output(out_count + placement_.array_offset);
+    In* in = input.data() + placement_.array_offset;
+    Out* out = output.data() + placement_.array_offset;
+    numbers.signal(in, in_count);
+    call(record, in, in_count, out);
+    hash.add(out, out_count);
+  }
+  /** The checksum; records without padding enter it whole. */
+  uint64_t finish() {
+    if (std::is_same<Record, Filterf_ID>::value)
+      hash.add(reinterpret_cast<const char*>(record), offsetof(Filterf_ID, filtertype));
+    else
+      hash.add(record, 1);
+    return hash.value();
+  }
+
+  Numbers numbers;
+  Hash hash;
+  Record* record;
+
+ private:
+  const Placement& placement_;
+  void* home_;
+};
+
+/** Loud, ordinary, and so small that products are denormal. */
+const double kScales[] = {3.0, 0.03125, 0x1p-142};
+const int kFrames[] = {1, 7, 64, 480, 1056};
+
+/** The FIR, IIR, cascade and moving-average kinds, which two objects share. */
+template <class Record>
+void configure(Numbers* numbers, Record* r, int size, double scale) {
+  r->blen = size;
+  r->alen = size % 40 + 2;
+  numbers->taps(r->b, size, scale);
+  numbers->denominator(r->a, r->alen);
+  if (r->filtertype == 1) {
+    r->n = size % 2 ? 2 : 4;
+    r->ns = size % 20 + 1;
+    numbers->sections(r->b, r->a, r->n, r->ns);
+  }
+}
+
+template <int chanel, int type>
+uint64_t int16_filter(const Placement& placement) {
+  Run<Filter_ID> run(placement, 100 + 10 * chanel + type);
+  Filter_ID* other = static_cast<Filter_ID*>(std::calloc(1, sizeof(Filter_ID)));
+  for (int size : {1, 2, 5, 16, 37, 130, 515, 1100})
+    for (int frames : kFrames) {
+      const int count = chanel * frames;
+      Filter_ID* r = run.record;
+      r->chanel = chanel;
+      r->filtertype = type;
+      configure(&run.numbers, r, size, kScales[size % 3]);
+      MORVAX_FilterReset_API(r);
+      for (int call = 0; call < 4; ++call) {
+        if (call == 2 && type < 1) {  // new coefficients on the old history
+          *other = *run.record;
+          run.numbers.taps(other->b, size, 0.25);
+          MORVAX_Filter_abCopy_API(run.record, other);
+        }
+        run.block(count, count, MORVAX_FilterRun_API);
+      }
+    }
+  std::free(other);
+  return run.finish();
+}
+
+template <int type>
+uint64_t from_table(const Placement& placement) {
+  Run<Filter_ID> run(placement, 200 + type);
+  for (int order : {1, 2, 9, 30}) {
+    float num[64], den[64];
+    if (type == 1) {
+      run.numbers.sections(num, den, 2, (order + 1) / 2);
+    } else {
+      run.numbers.taps(num, order + 1, 1.0);
+      run.numbers.denominator(den, order + 1);
+    }
+    run.record->chanel = 1;
+    MORVAX_FilterCalcu_API_FromMatlabTable(run.record, num, den, order, type);
+    MORVAX_FilterReset_API(run.record);
+    for (int call = 0; call < 5; ++call) run.block(333, 333, MORVAX_FilterRun_API);
+  }
+  return run.finish();
+}
+
+uint64_t moving_sum(const Placement& placement) {
+  Run<shuzhiFilter_ID> run(placement, 300);
+  for (int blen = 1; blen <= 256; blen += blen < 40 ? 1 : 27) {
+    run.record->blen = blen;
+    MORVAX_shuzhiFilterCalcu_API(run.record);
+    MORVAX_shuzhiFilterReset_API(run.record);
+    for (int frames : kFrames) {
+      run.block(frames, frames, MORVAX_shuzhiFilterRun_API);
+      run.block<short, int>(9, 9, [](shuzhiFilter_ID* r, const short* in, int count, int* out) {
+        for (int i = 0; i < count; ++i)
+          out[i] = MORVAX_shuzhiFilterRun_API_inonesampleoutsum(r, in[i]);
+      });
+    }
+  }
+  return run.finish();
+}
+
+template <int type>
+uint64_t float_filter(const Placement& placement) {
+  Run<Filterf_ID> run(placement, 400 + type);
+  for (int size : {1, 2, 5, 16, 37, 130, 201})
+    for (double scale : {1.0, 0x1p-20, 0x1p-160})  // results that are normal, denormal and zero
+      for (int frames : kFrames) {
+        Filterf_ID* r = run.record;
+        r->filtertype = type;
+        r->blen = size;
+        r->alen = size % 40 + 2;
+        run.numbers.taps(r->b, size, scale);
+        run.numbers.denominator(r->a, r->alen);
+        MORVAX_FilterfReset_API(r);
+        for (int call = 0; call < 2; ++call) {
+          run.block<float, float>(frames, frames, MORVAX_FilterfRun_API);
+          run.block<float, float>(frames, frames,
+                                  [](Filterf_ID* f, const float* in, int count, float* out) {
+                                    std::vector<float> faint(in, in + count);
+                                    for (float& x : faint) x *= 0x1p-142f;
+                                    MORVAX_FilterfRun_API(f, faint.data(), count, out);
+                                  });
+          run.block<short, float>(frames, frames, MORVAX_FilterfRun_API_shortin);
+        }
+      }
+  return run.finish();
+}
+
+struct Kernel {
+  float past_inputs[4000];
+  double past_outputs[4000], b[2000], a[2000];
+};
+
+/** The exported double kernels, on longer filters than the object holds. */
+template <bool feedback>
+uint64_t float_kernel(const Placement& placement) {
+  Run<Kernel> run(placement, 500 + feedback);
+  for (int size : {1, 300, 1999}) {
+    run.numbers.taps(run.record->b, size, 0.5);
+    run.numbers.denominator(run.record->a, size);
+    for (int call = 0; call < 3; ++call)
+      run.block<float, float>(700, 700, [size](Kernel* k, const float* in, int count, float* out) {
+        if (feedback)
+          MORVAX_Qiirf(out, in, count, k->past_outputs, k->past_inputs, k->b,
+                       static_cast<short>(size), k->a, static_cast<short>(size));
+        else
+          MORVAX_Qfirf(out, in, count, k->past_inputs, k->b, static_cast<short>(size));
+      });
+  }
+  return run.finish();
+}
+
+/** The time-domain kinds; those with two filters fade in every third block. */
+template <int chanel, int type>
+uint64_t long_filter(const Placement& placement) {
+  Run<Filterlongfir_ID> run(placement, 600 + 10 * chanel + type);
+  const bool two = type == -3 || type == -6;
+  for (int size : {1, 5, 38, 515, 1100}) {
+    const int frames = kFrames[size % 5], count = chanel * frames;
+    Filterlongfir_ID* r = run.record;
+    r->chanel = chanel;
+    r->filtertype = type;
+    configure(&run.numbers, r, size, kScales[size % 3]);
+    r->bRlen = size / 2 + 1;
+    run.numbers.taps(r->bR, size, kScales[(size + 1) % 3]);
+    MORVAX_FilterlongfirReset_API(r);
+    for (int call = 0; call < 6; ++call) {
+      if (two && call % 3 == 0) {
+        MORVAX_FilterlongfirCalcu_APItime(run.record);
+        run.numbers.taps(run.record->b, size, 0.25);
+        run.numbers.taps(run.record->bR, size, 0.25);
+      }
+      run.block(count, type == -6 ? 2 * count : count, MORVAX_FilterlongfirRun_API);
+    }
+  }
+  if (type < 0) {
+    run.record->blen = run.record->bRlen = 20000;
+    run.numbers.taps(run.record->b, 20000, 0.03125);
+    run.numbers.taps(run.record->bR, 20000, 0.03125);
+    MORVAX_FilterlongfirReset_API(run.record);
+    for (int call = 0; call < 3; ++call)
+      run.block(chanel * 200, type == -6 ? 400 : chanel * 200, MORVAX_FilterlongfirRun_API);
+  }
+  return run.finish();
+}
+
+/** The FFT kinds at every transform length, with changes of the taps while blocks go on. */
+template <int chanel, int type>
+uint64_t fft_filter(const Placement& placement) {
+  Run<Filterlongfir_ID> run(placement, 700 + 10 * chanel + type);
+  for (int size : {1, 2, 3, 5, 13, 32, 33, 65, 200, 480, 1000, 1025, 4000, 8192}) {
+    Filterlongfir_ID* r = run.record;
+    r->chanel = chanel;
+    r->filtertype = type;
+    r->blen = size;
+    r->bRlen = size % 3 ? size : size / 2 + 1;
+    MORVAX_FilterlongfirReset_API(r);
+    for (int change = 0; change < 3; ++change) {
+      for (float* taps : {run.record->b, run.record->bR})
+        run.numbers.taps(taps, size, kScales[(change + size) % 3]);
+      for (int i = run.record->bRlen; i < size; ++i) run.record->bR[i] = 0.0f;
+      MORVAX_FilterlongfirCalcu_API_forFFT(run.record);
+      for (int queued = 0; queued < 2 * size + 600;) {
+        const int frames = run.numbers.in(0, 1200), count = chanel * frames;
+        run.block(count, type == -5 ? 2 * count : count, MORVAX_FilterlongfirRun_API);
+        queued += frames;
+      }
+    }
+    run.hash.add(run.record->hLrfft, run.record->fftN);
+    run.hash.add(run.record->cmemhRrfft, run.record->fftN);
+  }
+  return run.finish();
+}
+
+}  // namespace
+
+const std::vector<Scenario>& scenarios() {
+  static const std::vector<Scenario> all = {
+      {"int16_fir_mono", int16_filter<1, -1>},
+      {"int16_fir_stereo", int16_filter<2, -1>},
+      {"int16_iir_mono", int16_filter<1, 0>},
+      {"int16_iir_stereo", int16_filter<2, 0>},
+      {"int16_cascade_mono", int16_filter<1, 1>},
+      {"int16_cascade_stereo", int16_filter<2, 1>},
+      {"int16_average", int16_filter<1, 2>},
+      {"int16_vectors", from_table<0>},
+      {"int16_table", from_table<1>},
+      {"moving_sum", moving_sum},
+      {"float_fir", float_filter<-1>},
+      {"float_iir", float_filter<0>},
+      {"float_fir_kernel", float_kernel<false>},
+      {"float_iir_kernel", float_kernel<true>},
+      {"long_fir_mono", long_filter<1, -1>},
+      {"long_fir_stereo", long_filter<2, -1>},
+      {"long_fir_two_filters", long_filter<2, -3>},
+      {"long_fir_mono_to_stereo", long_filter<1, -6>},
+      {"long_iir_mono", long_filter<1, 0>},
+      {"long_iir_stereo", long_filter<2, 0>},
+      {"long_cascade_mono", long_filter<1, 1>},
+      {"long_cascade_stereo", long_filter<2, 1>},
+      {"long_average", long_filter<1, 2>},
+      {"long_fft_stereo", fft_filter<2, -2>},
+      {"long_fft_crossed", fft_filter<2, -7>},
+      {"long_fft_left_only", fft_filter<2, -4>},
+      {"long_fft_mono_to_stereo", fft_filter<1, -5>},
+      {"long_fft_mono", fft_filter<1, -2>},
+  };
+  return all;
+}
