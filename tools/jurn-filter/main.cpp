@@ -18,7 +18,9 @@
 #include "formats/formats.h"
 #include "level.h"
 #include "report.h"
+#include "plot.h"
 #include "run.h"
+#include "response.h"
 #include "signals.h"
 #include "spectrum.h"
 #include "stability.h"
@@ -56,6 +58,10 @@ struct Options {
   std::string sofa = JURN_DEFAULT_SOFA;
   double azimuth = 0.0, elevation = 0.0, orbit = 0.0;
   LevelJob level;
+  // response
+  std::vector<std::string> fir_files, iir_files, section_files;
+  std::vector<int> averages;
+  ResponseJob pictures;
 };
 
 Chain chain_of(std::unique_ptr<Stage> stage) {
@@ -144,8 +150,8 @@ void add_gain(CLI::App* command, Options* o) {
       ->check(CLI::Range(-200.0, 200.0));
 }
 
-/** What the subcommands that filter with coefficients of a file take. */
-CLI::Option* add_coefficients(CLI::App* command, Options* o, const char* description) {
+/** How files of coefficients are read. */
+void add_reading(CLI::App* command, Options* o) {
   add_gain(command, o);
   command->add_flag("--normalise", o->normalise,
                     "Scale the filter's largest gain over all frequencies to 0 dB, before --gain");
@@ -166,6 +172,11 @@ CLI::Option* add_coefficients(CLI::App* command, Options* o, const char* descrip
       ->delimiter(',')
       ->allow_extra_args(false);
   return command->add_option("-c,--coefficients", o->coefficients, description);
+}
+
+/** What the subcommands that filter with coefficients of a file take. */
+CLI::Option* add_coefficients(CLI::App* command, Options* o, const char* description) {
+  add_reading(command, o);
 }
 
 void add_signs(CLI::App* command, Options* o) {
@@ -414,6 +425,106 @@ void add_level(CLI::App* app, Options* o) {
 }
 
 void add_commands(CLI::App* app, Options* o) {
+/** The filters of a picture, in the order of the command line. */
+void read_filters(const CLI::App& command, Options* o) {
+  ResponseJob* job = &o->pictures;
+  if (job->rate == 0)
+    job->rate = o->responses.empty() ? 48000 : AudioReader(o->responses[0], 4).rate();
+  o->response.normalise = o->normalise;
+  o->response.max_taps = std::max(kMaxFftTaps, kMaxTimeDomainTaps);
+  o->response.limit = "at most " + std::to_string(o->response.max_taps) + " can run";
+  const double gain = std::pow(10.0, o->job.gain_db / 20.0);
+  const auto add = [&](const std::string& name, FilterDesign design) {
+    scale(&design, gain);
+    job->filters.push_back({name, std::move(design)});
+  };
+  const auto add_file = [&](const std::string& path, FilterDesign::Kind kind,
+                            const CoefficientLimit& limit) {
+    o->coefficients = path;
+    add(short_name(path), read_design(*o, {kind, limit, o->format, o->variables, job->rate}));
+    job->also_read.push_back(path);
+  };
+  std::map<std::string, std::size_t> used;
+  for (const CLI::Option* option : command.parse_order()) {
+    const std::string name = option->get_name();
+    const std::size_t i = used[name]++;
+    if (name == "--fir") {
+      add_file(o->fir_files[i], FilterDesign::kFir, fir_limit(Precision::kInt16));
+    } else if (name == "--iir") {
+      add_file(o->iir_files[i], FilterDesign::kIir, iir_limit(Precision::kInt16));
+    } else if (name == "--sos") {
+      add_file(o->section_files[i], FilterDesign::kSections, section_limit());
+    } else if (name == "--average") {
+      const std::size_t n = static_cast<std::size_t>(o->averages[i]);
+      job->filters.push_back(
+          {"mean of " + std::to_string(n),
+           {FilterDesign::kFir, std::vector<double>(n, 1.0 / static_cast<double>(n)), {}}});
+    } else if (name == "--ir") {
+      const std::string& path = o->responses[i];
+      const ImpulseResponse response = read_response({path}, job->rate, o->response);
+      for (std::size_t c = 0; c < response.size(); ++c)
+        add(short_name(path) + (response.size() > 1 ? ", channel " + std::to_string(c + 1) : ""),
+            {FilterDesign::kFir, response[c], {}});
+      job->also_read.push_back(path);
+    }
+  }
+  if (job->filters.empty())
+    throw Error(kUsageError,
+                "response takes filters: --fir, --iir, --sos, --average or --ir, each as often as "
+                "needed");
+}
+
+void add_response(CLI::App* app, Options* o) {
+  CLI::App* response =
+      app->add_subcommand("response", "Shows what filters do to frequencies, impulses and steps");
+  const auto several = [&](const char* name, auto* values, const char* description) {
+    return response->add_option(name, *values, description)->allow_extra_args(false);
+  };
+  several("--fir", &o->fir_files, "File of taps, as for the subcommand fir");
+  several("--iir", &o->iir_files, "File of numerator and denominator, as for iir");
+  several("--sos", &o->section_files, "File of sections, as for sos");
+  several("--average", &o->averages, "Length of a moving average")
+      ->check(CLI::Range(1, kMaxAverage));
+  several("--ir", &o->responses, "Impulse response, as for convolve; every channel is a filter");
+  response
+      ->add_option("--rate", o->pictures.rate,
+                   "Samples per second; by default that of the first --ir, or 48000")
+      ->check(CLI::Range(1, 100000000))
+      ->default_str("");
+  response->add_option("-p,--picture", o->pictures.picture,
+                       "Picture, .png or .svg; without it the response is printed");
+  response->add_option("--csv", o->pictures.csv, "File of all values; - for standard output");
+  response
+      ->add_option(
+          "--show", o->pictures.panels,
+          "Parts of the picture: magnitude, phase, delay, impulse, step, poles; by default "
+          "all in a picture and the magnitude in print")
+      ->transform(
+          CLI::CheckedTransformer(std::map<std::string, Panel>{{"magnitude", Panel::kMagnitude},
+                                                               {"phase", Panel::kPhase},
+                                                               {"delay", Panel::kGroupDelay},
+                                                               {"impulse", Panel::kImpulse},
+                                                               {"step", Panel::kStep},
+                                                               {"poles", Panel::kPoles}})
+              .description(""))
+      ->delimiter(',')
+      ->allow_extra_args(false)
+      ->type_name("NAMES");
+  response->add_flag("--overwrite", o->pictures.overwrite, "Replace files that exist");
+  add_reading(response, o);
+  add_signs(response, o);
+  response->add_flag("--resample", o->response.resample,
+                     "Convert impulse responses at another rate");
+  response->add_option("--truncate", o->response.truncate, "Taps of impulse responses to keep")
+      ->check(CLI::Range(1, kMaxTimeDomainTaps));
+  response->footer(
+      "Example:\n  jurn-filter response --fir taps.txt --sos sections.txt --picture response.svg");
+  response->final_callback([o, response] {
+    picture_format(o->pictures.picture);  // a wrong name fails before any work
+    read_filters(*response, o);
+  });
+}
+
   CLI::App* fir = add_command(app, o, "fir", "Filters with taps of a file",
                               "fir speech.wav out.wav --coefficients taps.txt");
   add_coefficients(fir, o,
@@ -454,6 +565,7 @@ void add_commands(CLI::App* app, Options* o) {
   if (o->follows) return;
   add_level(app, o);
 }
+  add_response(app, o);
 
 using Filters = std::vector<std::unique_ptr<Options>>;
 
@@ -583,6 +695,10 @@ int run_command(const std::vector<std::string>& arguments, CLI::App* app) {
 
 int main(int argc, char** argv) {
   CLI::App app("Filters recordings: FIR, IIR, sections, moving average, long impulse responses.",
+  if (app->got_subcommand("response")) {
+    run_response(o.pictures);
+    return kSuccess;
+  }
                "jurn-filter");
   app.footer(
       "Filters in series: jurn-filter fir IN OUT -c taps.txt --then average --length 8\n"

@@ -1,0 +1,176 @@
+#include "plot.h"
+
+#include <spawn.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+#include "audio_io.h"
+#include "errors.h"
+#include "pipe.h"
+#include "signals.h"
+
+extern "C" char** environ;
+
+namespace tool {
+namespace {
+
+constexpr std::size_t kLongestName = 36;
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+File temporary_file() {
+  File file(std::tmpfile());
+  if (!file)
+    throw Error(kOutputError,
+                std::string("no temporary file for gnuplot (") + std::strerror(errno) + ")");
+  return file;
+}
+
+/** Runs gnuplot on a script; returns what it complained about, nothing when it succeeded. */
+std::string run_gnuplot(const std::string& script, int output) {
+  // Files instead of pipes: neither side ever waits for the other.
+  const File in = temporary_file(), errors = temporary_file();
+  if (std::fwrite(script.data(), 1, script.size(), in.get()) != script.size() ||
+      std::fflush(in.get()) != 0)
+    throw Error(kOutputError, "no room for the script of gnuplot");
+  std::rewind(in.get());
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, fileno(in.get()), STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, fileno(errors.get()), STDERR_FILENO);
+  const char* const arguments[] = {"gnuplot", "-d", nullptr};  // -d: no settings of the user
+  pid_t child = 0;
+  const int failed = posix_spawnp(&child, arguments[0], &actions, nullptr,
+                                  const_cast<char* const*>(arguments), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (failed == ENOENT)
+    throw Error(kOutputError,
+                "pictures are drawn by gnuplot, which is not installed; the Debian package "
+                "gnuplot-nox has it");
+  if (failed)
+    throw Error(kOutputError, std::string("gnuplot cannot be run (") + std::strerror(failed) + ")");
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0)
+    if (errno != EINTR) throw Error(kOutputError, "gnuplot was lost");
+  check_interrupted();
+  if (status == 0) return {};
+  char line[256];
+  std::string complaint = "it ended early";
+  std::rewind(errors.get());
+  while (std::fgets(line, sizeof line, errors.get()))
+    if (line[0] != '\n') complaint = line;
+  return complaint;
+}
+
+}  // namespace
+
+Picture picture_format(const std::string& path) {
+  if (path.empty()) return Picture::kTerminal;
+  const std::string ending = std::filesystem::path(path).extension().string();
+  if (ending == ".png" || ending == ".PNG") return Picture::kPng;
+  if (ending == ".svg" || ending == ".SVG") return Picture::kSvg;
+  throw Error(kUsageError,
+              path + ": the name's ending chooses the picture's format; known are .png, .svg");
+}
+
+void append(std::string* text, const char* format, ...) {
+  va_list arguments, again;
+  va_start(arguments, format);
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  va_end(arguments);
+  const std::size_t end = text->size(), count = static_cast<std::size_t>(length);
+  text->resize(end + count + 1);
+  std::vsnprintf(text->data() + end, count + 1, format, again);
+  va_end(again);
+  text->resize(end + count);
+}
+
+std::string short_name(const std::string& path) {
+  const std::string name = std::filesystem::path(path).filename().string();
+  if (name.size() <= kLongestName) return name;
+  std::size_t end = kLongestName - 10;
+  while (end > 0 && (name[end] & 0xc0) == 0x80) --end;  // not within a character
+  std::size_t tail = name.size() - 9;
+  while (tail < name.size() && (name[tail] & 0xc0) == 0x80) ++tail;
+  return name.substr(0, end) + "…" + name.substr(tail);
+}
+
+std::string plot_string(std::string text) {
+  std::string quoted = "'";
+  for (const char c : text) {
+    if (c == '\'') quoted += '\'';
+    quoted += static_cast<unsigned char>(c) < 0x20 ? '?' : c;
+  }
+  return quoted + "'";
+}
+
+std::string csv_field(const std::string& text) {
+  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+  std::string quoted = "\"";
+  for (const char c : text) {
+    if (c == '"') quoted += '"';
+    quoted += c;
+  }
+  return quoted + "\"";
+}
+
+std::string set_terminal(Picture format, int width, int height) {
+  // File names are shown as they are: an underscore is no subscript.
+  std::string text = "set encoding utf8\n";
+  if (format == Picture::kTerminal) {
+    winsize window{};
+    const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_col >= 40;
+    append(&text, "set terminal dumb noenhanced mono size %d,24\n",
+           known ? std::min(window.ws_col - 1, 160) : 79);
+  } else if (format == Picture::kPng) {
+    append(&text, "set terminal pngcairo noenhanced size %d,%d font 'sans-serif,11'\n", width,
+           height);
+  } else {
+    append(&text,
+           "set terminal svg noenhanced size %d,%d dynamic font 'sans-serif,13' background rgb "
+           "'white'\n",
+           width, height);
+  }
+  return text;
+}
+
+void draw(const std::string& path, bool overwrite, const std::string& script) {
+  OutputFile output(path.empty() ? kStandardStream : path, overwrite);
+  std::fflush(stdout);
+  const std::string complaint = run_gnuplot(script, output.descriptor());
+  if (!complaint.empty())
+    throw Error(kOutputError,
+                (path.empty() ? "the plot" : path) + ": gnuplot cannot draw it: " + complaint);
+  if (!output.is_stream() && lseek(output.descriptor(), 0, SEEK_END) == 0)
+    throw Error(kOutputError, path + ": gnuplot drew nothing");
+  output.commit();
+}
+
+void write_csv(const std::string& path, bool overwrite, const std::string& text) {
+  OutputFile output(path, overwrite);
+  PipeWriter writer(output.descriptor());
+  if (!writer.send(text.data(), static_cast<sf_count_t>(text.size()))) {
+    check_interrupted();
+    if (writer.error() == EPIPE) throw Error(kPipeClosed, "");
+    throw Error(kOutputError,
+                output.path() + ": cannot be written (" + std::strerror(writer.error()) + ")");
+  }
+  output.commit();
+}
+
+}  // namespace tool
