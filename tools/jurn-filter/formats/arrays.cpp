@@ -124,8 +124,14 @@ std::vector<Array> chosen(const std::string& path, const std::vector<Array>& arr
   return result;
 }
 
+/** Makes a denominator start with 1. Zeros at the front of both polynomials, by which GNU Octave
+ * fills first-order sections up, are a common delay and move to the end. */
 void divide(const std::string& path, const std::string& what, std::vector<double>* b,
             std::vector<double>* a) {
+  for (std::size_t i = 0; i < a->size() && (*a)[0] == 0.0 && (*b)[0] == 0.0; ++i) {
+    std::rotate(a->begin(), a->begin() + 1, a->end());
+    std::rotate(b->begin(), b->begin() + 1, b->end());
+  }
   const double a0 = (*a)[0];
   if (a0 == 0.0) fail(path, what + " starts with 0; a denominator's first value must not be 0");
   for (double& value : *b) value /= a0;
@@ -138,9 +144,11 @@ FilterDesign fir_of(const std::string& path, const std::vector<Array>& arrays,
   const Array* b = by_order ? &arrays[0] : named(path, arrays, kNumerator);
   const Array* a = by_order ? nullptr : named(path, arrays, kDenominator);
   if (!b) b = only(arrays, [](const Array& x) { return is_vector(x) && x.values.size() > 1; });
-  if (!b) b = only(arrays, is_vector);
+  if (!b && arrays.size() == 1) b = &arrays[0];
   // A denominator of one value is a FIR filter's.
-  if (!b || !is_vector(*b) || b == a || (a && a->values.size() != 1)) refuse(path, arrays, options);
+  const bool recursive = a && a->values.size() != 1;
+  const bool sections = !by_order && named(path, arrays, kSectionRows);
+  if (!b || !is_vector(*b) || recursive || sections) refuse(path, arrays, options);
   FilterDesign design{FilterDesign::kFir, b->values, {}};
   std::vector<double> a0 = a ? a->values : std::vector<double>{1.0};
   divide(path, a ? label(*a) : "", &design.b, &a0);
@@ -195,6 +203,8 @@ FilterDesign sections_of(const std::string& path, const std::vector<Array>& arra
                          const ReadOptions& options) {
   const bool by_order = !options.variables.empty();
   const Array* rows = by_order ? &arrays[0] : named(path, arrays, kSectionRows);
+  // Six gains look like one section, but stand beside several.
+  if (!rows) rows = only(arrays, [](const Array& x) { return x.columns == 6 && x.rows > 1; });
   if (!rows) rows = only(arrays, [](const Array& x) { return x.columns == 6; });
   if (!rows && arrays.size() == 1) rows = &arrays[0];
   if (!rows || (rows->columns != 6 && !(rows->columns == 1 && rows->rows == 6)))
