@@ -331,6 +331,7 @@ class FormatTest(ToolTest):
                 ("iir --variables x,q", "three.mat", None, "'q'", "'x', 'y', 'z'"),
                 ("sos", "gain.mat", None, "'g'", "3 values", "5 or 6"),
                 ("sos", "cut.mat", None, "cut.mat"),
+                ("fir", SPEECH, None, str(len(read(SPEECH)[1])), "1250", "convolve"),
                 ("fir", "two.wav", None, "2 channels"), ("iir", "two.wav", None, "audio"),
                 ("fir --format npy", "c.txt", "1 2 3", "no .npy"),
                 ("fir --format audio", "c.txt", "1", "no audio file"),

@@ -62,7 +62,10 @@ Append append_of(matio_classes type) {
 
 std::vector<double> read_taps(const std::string& path, const CoefficientLimit& limit) {
   AudioReader reader(path, 1);
-  std::vector<float> samples(limit.count + 1);
+  if (reader.frames() > static_cast<std::int64_t>(limit.count))
+    fail(path, "holds " + std::to_string(reader.frames()) + " samples, more than " + limit.reason +
+                   "; convolve takes longer responses");
+  std::vector<float> samples(limit.count);
   samples.resize(reader.read(samples.data(), samples.size()));
   if (reader.not_finite()) fail(path, "holds samples that are no finite numbers");
   std::vector<double> taps;
