@@ -23,6 +23,7 @@
 #include "response.h"
 #include "signals.h"
 #include "spectrum.h"
+#include "spectrogram.h"
 #include "stability.h"
 #include "stages.h"
 
@@ -62,6 +63,8 @@ struct Options {
   std::vector<std::string> fir_files, iir_files, section_files;
   std::vector<int> averages;
   ResponseJob pictures;
+  SpectrogramJob spectrogram;
+  LevelJob level;
 };
 
 Chain chain_of(std::unique_ptr<Stage> stage) {
@@ -524,6 +527,41 @@ void add_response(CLI::App* app, Options* o) {
     read_filters(*response, o);
   });
 }
+void add_spectrogram(CLI::App* app, Options* o) {
+  CLI::App* command = app->add_subcommand(
+      "spectrogram", "Shows the frequencies of recordings over time, before and after a filter");
+  SpectrogramJob* job = &o->spectrogram;
+  command
+      ->add_option("RECORDINGS", job->recordings,
+                   "One recording, or two for a common picture: IN and OUT of a filter")
+      ->required()
+      ->expected(1, 2)
+      ->type_name("IN [OUT]");
+  command->add_option("-p,--picture", job->picture, "Picture, .png or .svg");
+  command->add_option("--csv", job->csv, "File of all values; - for standard output");
+  command->add_option("--window", job->window, "Samples of a spectrum: a power of 2, 64 to 16384")
+      ->check(CLI::IsMember({64, 128, 256, 512, 1024, 2048, 4096, 8192, 16384}).description(""))
+      ->capture_default_str();
+  command->add_option("--floor", job->floor, "Level in dBFS at which the colours begin")
+      ->check(CLI::Range(-190.0, -1.0))
+      ->capture_default_str();
+  command->add_option("--top", job->top, "Highest frequency in Hz; by default half the rate")
+      ->check(CLI::PositiveNumber)
+      ->default_str("");
+  command->add_flag("--overwrite", job->overwrite, "Replace files that exist");
+  add_raw(command, o);
+  command->footer(
+      "Example:\n  jurn-filter spectrogram speech.wav telephone.wav --picture telephone.png");
+  command->final_callback([o, job] {
+    if (job->picture.empty() && job->csv.empty())
+      throw Error(kUsageError,
+                  "spectrogram takes --picture, a .png or .svg, or --csv for its result");
+    picture_format(job->picture);
+    job->raw = o->job.raw;
+  });
+}
+
+void add_commands(CLI::App* app, Options* o) {
 
   CLI::App* fir = add_command(app, o, "fir", "Filters with taps of a file",
                               "fir speech.wav out.wav --coefficients taps.txt");
@@ -564,6 +602,8 @@ void add_response(CLI::App* app, Options* o) {
   add_binaural(app, o);
   if (o->follows) return;
   add_level(app, o);
+  add_spectrogram(app, o);
+}
 }
   add_response(app, o);
 
@@ -704,6 +744,14 @@ int main(int argc, char** argv) {
       "Filters in series: jurn-filter fir IN OUT -c taps.txt --then average --length 8\n"
       "Exit codes: 0 done, 2 wrong command line, 3 unreadable input, 4 unwritable result, "
       "130 interrupted, 141 closed pipe");
+  if (app->got_subcommand("response")) {
+    run_response(o.pictures);
+    return kSuccess;
+  }
+  if (app->got_subcommand("spectrogram")) {
+    run_spectrogram(o.spectrogram);
+    return kSuccess;
+  }
   catch_signals();
   try {
     return run_command({argv + 1, argv + argc}, &app);
