@@ -17,13 +17,13 @@
 #include "errors.h"
 #include "formats/formats.h"
 #include "level.h"
-#include "report.h"
 #include "plot.h"
-#include "run.h"
+#include "report.h"
 #include "response.h"
+#include "run.h"
 #include "signals.h"
-#include "spectrum.h"
 #include "spectrogram.h"
+#include "spectrum.h"
 #include "stability.h"
 #include "stages.h"
 
@@ -58,7 +58,6 @@ struct Options {
   // binaural
   std::string sofa = JURN_DEFAULT_SOFA;
   double azimuth = 0.0, elevation = 0.0, orbit = 0.0;
-  LevelJob level;
   // response
   std::vector<std::string> fir_files, iir_files, section_files;
   std::vector<int> averages;
@@ -174,12 +173,12 @@ void add_reading(CLI::App* command, Options* o) {
                    "Names of a .mat file's or header's arrays: taps; b,a; or sections,gain")
       ->delimiter(',')
       ->allow_extra_args(false);
-  return command->add_option("-c,--coefficients", o->coefficients, description);
 }
 
 /** What the subcommands that filter with coefficients of a file take. */
 CLI::Option* add_coefficients(CLI::App* command, Options* o, const char* description) {
   add_reading(command, o);
+  return command->add_option("-c,--coefficients", o->coefficients, description);
 }
 
 void add_signs(CLI::App* command, Options* o) {
@@ -427,7 +426,6 @@ void add_level(CLI::App* app, Options* o) {
   level->footer("Example:\n  jurn-filter level speech.wav level.csv --of square --every 0.02");
 }
 
-void add_commands(CLI::App* app, Options* o) {
 /** The filters of a picture, in the order of the command line. */
 void read_filters(const CLI::App& command, Options* o) {
   ResponseJob* job = &o->pictures;
@@ -527,6 +525,7 @@ void add_response(CLI::App* app, Options* o) {
     read_filters(*response, o);
   });
 }
+
 void add_spectrogram(CLI::App* app, Options* o) {
   CLI::App* command = app->add_subcommand(
       "spectrogram", "Shows the frequencies of recordings over time, before and after a filter");
@@ -562,7 +561,6 @@ void add_spectrogram(CLI::App* app, Options* o) {
 }
 
 void add_commands(CLI::App* app, Options* o) {
-
   CLI::App* fir = add_command(app, o, "fir", "Filters with taps of a file",
                               "fir speech.wav out.wav --coefficients taps.txt");
   add_coefficients(fir, o,
@@ -602,10 +600,9 @@ void add_commands(CLI::App* app, Options* o) {
   add_binaural(app, o);
   if (o->follows) return;
   add_level(app, o);
+  add_response(app, o);
   add_spectrogram(app, o);
 }
-}
-  add_response(app, o);
 
 using Filters = std::vector<std::unique_ptr<Options>>;
 
@@ -728,22 +725,6 @@ int run_command(const std::vector<std::string>& arguments, CLI::App* app) {
     run_level(o.level);
     return kSuccess;
   }
-  return run_jobs(filters);
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-  CLI::App app("Filters recordings: FIR, IIR, sections, moving average, long impulse responses.",
-  if (app->got_subcommand("response")) {
-    run_response(o.pictures);
-    return kSuccess;
-  }
-               "jurn-filter");
-  app.footer(
-      "Filters in series: jurn-filter fir IN OUT -c taps.txt --then average --length 8\n"
-      "Exit codes: 0 done, 2 wrong command line, 3 unreadable input, 4 unwritable result, "
-      "130 interrupted, 141 closed pipe");
   if (app->got_subcommand("response")) {
     run_response(o.pictures);
     return kSuccess;
@@ -752,6 +733,18 @@ int main(int argc, char** argv) {
     run_spectrogram(o.spectrogram);
     return kSuccess;
   }
+  return run_jobs(filters);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Filters recordings: FIR, IIR, sections, moving average, long impulse responses.",
+               "jurn-filter");
+  app.footer(
+      "Filters in series: jurn-filter fir IN OUT -c taps.txt --then average --length 8\n"
+      "Exit codes: 0 done, 2 wrong command line, 3 unreadable input, 4 unwritable result, "
+      "130 interrupted, 141 closed pipe");
   catch_signals();
   try {
     return run_command({argv + 1, argv + argc}, &app);
