@@ -13,6 +13,7 @@
 #include <filesystem>
 
 #include "errors.h"
+#include "formats/formats.h"
 #include "signals.h"
 
 namespace tool {
@@ -95,6 +96,13 @@ void check_readable(const std::string& path) {
     throw Error(kInputError, path + ": the file is empty");
 }
 
+/** What the file is by its first bytes; empty for a pipe. */
+std::string kind_of(int descriptor) {
+  char bytes[512];
+  const ssize_t got = pread(descriptor, bytes, sizeof bytes, 0);
+  return std::string(kind_of_file({bytes, static_cast<std::size_t>(std::max<ssize_t>(got, 0))}));
+}
+
 }  // namespace
 
 void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clipped) {
@@ -143,9 +151,12 @@ AudioReader::AudioReader(const std::string& path, int max_channels, RawFormat ra
     file_.reset(pipe_->open(&info_));
   }
   check_interrupted();
-  if (!file_)
-    throw Error(kInputError, path_ + ": no audio file that can be read (" + sf_strerror(nullptr) +
+  if (!file_) {
+    const std::string kind = kind_of(descriptor_.get());
+    throw Error(kInputError, path_ + ": " + (kind.empty() ? "" : "is " + kind + ", ") +
+                                 "no audio file that can be read (" + sf_strerror(nullptr) +
                                  "); samples without a header take --raw RATE,CHANNELS");
+  }
   if (info_.channels > max_channels)
     throw Error(kInputError, path_ + ": has " + std::to_string(info_.channels) +
                                  " channels; at most " + std::to_string(max_channels) +

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "JURN_api.h"
 #include "binaural.h"
 #include "coefficients.h"
 #include "convolve.h"
@@ -611,6 +612,18 @@ void parse(std::vector<std::string> arguments, bool follows, CLI::App* app, Filt
   filters->push_back(std::make_unique<Options>(follows));
   app->require_subcommand(1);
   add_commands(app, filters->back().get());
+  const std::string name = arguments.empty() ? "" : arguments.back();
+  std::string known;
+  bool found = name.substr(0, 1) == "-";
+  for (const CLI::App* command : app->get_subcommands(nullptr)) {
+    known += (known.empty() ? "" : ", ") + command->get_name();
+    found = found || command->get_name() == name;
+  }
+  if (!found)
+    throw Error(kUsageError, (name.empty() ? "" : "'" + name + "' is no subcommand; ") +
+                                 (follows ? "--then takes a subcommand that filters: "
+                                          : "jurn-filter takes a subcommand: ") +
+                                 known);
   app->parse(std::move(arguments));
 }
 
@@ -621,6 +634,7 @@ Job connect(const Filters& filters) {
   while (gained + 1 < filters.size() && !filters[gained]->job.takes_gain) ++gained;
   job.gain_db = filters[gained]->job.gain_db;
   job.takes_gain = filters[gained]->job.takes_gain;
+  if (filters.size() > 1) job.gain_of = static_cast<int>(gained) + 1;
   for (std::size_t i = 1; i < filters.size(); ++i)
     job.also_read.insert(job.also_read.end(), filters[i]->job.also_read.begin(),
                          filters[i]->job.also_read.end());
@@ -715,8 +729,13 @@ int run_command(const std::vector<std::string>& arguments, CLI::App* app) {
     const auto begin = end + 1;
     end = std::find(begin, arguments.end(), "--then");
     CLI::App next("A filter after --then takes its own options only.", "jurn-filter ... --then");
-    parse({std::make_reverse_iterator(end), std::make_reverse_iterator(begin)}, true, &next,
-          &filters);
+    try {
+      parse({std::make_reverse_iterator(end), std::make_reverse_iterator(begin)}, true, &next,
+            &filters);
+    } catch (const CLI::ParseError& e) {
+      if (e.get_exit_code() == 0) return next.exit(e);  // --help
+      throw Error(kUsageError, "after --then: " + std::string(e.what()));
+    }
   }
   Options& o = *filters[0];
   if (filters.size() > 1 && !o.job.make_chain)
@@ -741,6 +760,7 @@ int run_command(const std::vector<std::string>& arguments, CLI::App* app) {
 int main(int argc, char** argv) {
   CLI::App app("Filters recordings: FIR, IIR, sections, moving average, long impulse responses.",
                "jurn-filter");
+  app.set_version_flag("--version", "jurn-filter " JURN_VERSION_STRING);
   app.footer(
       "Filters in series: jurn-filter fir IN OUT -c taps.txt --then average --length 8\n"
       "Exit codes: 0 done, 2 wrong command line, 3 unreadable input, 4 unwritable result, "

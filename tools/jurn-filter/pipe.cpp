@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "signals.h"
+
 namespace tool {
 namespace {
 
@@ -147,8 +149,8 @@ SNDFILE* PipeWriter::open(SF_INFO* info) {
 bool PipeWriter::send(const char* from, sf_count_t count) {
   while (count > 0 && error_ == 0) {
     const ssize_t sent = ::write(descriptor_, from, static_cast<std::size_t>(count));
-    if (sent < 0) {
-      error_ = errno;
+    if (sent < 0 || is_interrupted()) {
+      error_ = sent < 0 ? errno : EINTR;
     } else {
       from += sent;
       count -= sent;

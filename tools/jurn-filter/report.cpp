@@ -52,8 +52,11 @@ void print_text(const Summary& s, std::FILE* out) {
   else
     std::fprintf(out, "  peak     0, silence\n");
   std::fprintf(out, "  clipped  %lld samples", static_cast<long long>(s.clipped));
-  if (s.fitting_gain_db)
-    std::fprintf(out, "; a gain of %.1f dB would avoid it", *s.fitting_gain_db);
+  if (s.fitting_gain_db) {
+    std::fprintf(out, "; a gain of %.1f dB", *s.fitting_gain_db);
+    if (s.gain_of) std::fprintf(out, " for filter %d", s.gain_of);
+    std::fprintf(out, " would avoid it");
+  }
   std::fprintf(out, "\n");
   if (s.input_clipped)
     std::fprintf(out, "  input    %lld samples beyond full scale were limited\n",

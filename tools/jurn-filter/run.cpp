@@ -93,6 +93,7 @@ Summary run(const Job& job) {
   Summary summary;
   summary.input = job.input;
   summary.output = job.output;
+  summary.gain_of = job.gain_of;
   summary.channels = chain.back()->channels_out;
   summary.rate = reader.rate();
   bool clipped_inside;

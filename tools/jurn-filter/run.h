@@ -35,6 +35,7 @@ struct Job {
   std::function<Chain(const Recording& recording, double gain)> make_chain;
   double gain_db = 0.0;     // of that filter
   bool takes_gain = false;  // whether there is one
+  int gain_of = 0;          // which filter of several it is, from 1
 };
 
 struct Summary {
@@ -50,6 +51,7 @@ struct Summary {
   std::int64_t not_finite = 0;
   double seconds = 0.0;                   // that the run took
   std::optional<double> fitting_gain_db;  // when the result clips, and another gain would avoid it
+  int gain_of = 0;  // the filter that this is the gain of, if there are several
 };
 
 /** Runs the job in constant memory. An error, or an interruption, leaves no output behind. */

@@ -7,10 +7,10 @@
 namespace tool {
 namespace {
 
-volatile std::sig_atomic_t interrupted = 0;
+volatile std::sig_atomic_t signal_came = 0;
 
 extern "C" void on_signal(int) {
-  interrupted = 1;
+  signal_came = 1;
 }
 
 }  // namespace
@@ -23,8 +23,12 @@ void catch_signals() {
   for (int signal : {SIGPIPE, SIGXFSZ}) sigaction(signal, &action, nullptr);
 }
 
+bool is_interrupted() {
+  return signal_came != 0;
+}
+
 void check_interrupted() {
-  if (interrupted) throw Error(kInterrupted, "interrupted");
+  if (is_interrupted()) throw Error(kInterrupted, "interrupted");
 }
 
 }  // namespace tool

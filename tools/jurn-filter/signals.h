@@ -7,6 +7,7 @@ namespace tool {
  * file-size limit fails the write instead of killing the program. */
 void catch_signals();
 
+bool is_interrupted();
 void check_interrupted();
 
 }  // namespace tool

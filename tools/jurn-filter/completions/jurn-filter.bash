@@ -1,0 +1,35 @@
+# Completion of jurn-filter for bash. Subcommands and options come from the tool's own help.
+
+_jurn_filter() {
+  local tool=$1 current=$2 previous=$3 command= word words=
+  COMPREPLY=()
+  # The subcommand is the first word, and the first one after --then.
+  for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+    if [[ $word == --then ]]; then
+      command=
+    elif [[ -z $command ]]; then
+      command=$word
+    fi
+  done
+  if [[ -z $command ]]; then
+    words=$("$tool" --help 2>/dev/null | awk '/^Subcommands:/ { on = 1; next } !NF { on = 0 } on { print $1 }')
+    words+=" --help --version"
+  elif [[ $current == -* ]]; then
+    words=$("$tool" "$command" --help 2>/dev/null | grep -oE '^  (-[a-z],)?--[a-z-]+' | tr ', ' '\n\n')
+    words+=" --then"
+  else
+    case $previous in
+      --bits) words="16 24 float" ;;
+      --type) words="wav flac raw aiff au caf w64 rf64 ogg opus mp3" ;;
+      --precision) words="int16 double" ;;
+      --format) words="numbers npy mat header biquads equaliser audio" ;;
+      --route) words="straight crossed left-only mono-to-stereo" ;;
+      --of) words="magnitude square" ;;
+      --show) words="magnitude phase delay impulse step poles" ;;
+    esac
+  fi
+  [[ -n $words ]] && mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+}
+
+# What none of these words match is the name of a file.
+complete -o default -F _jurn_filter jurn-filter

@@ -1,0 +1,32 @@
+# Completion of jurn-filter for fish. Subcommands and options come from the tool's own help.
+
+# Prints the subcommand: the first word, and the first one after --then.
+function __jurn_filter_command
+    set -l command
+    for word in (commandline -opc)[2..]
+        if test "$word" = --then
+            set command
+        else if test -z "$command"
+            set command $word
+        end
+    end
+    echo $command
+end
+
+function __jurn_filter_options
+    jurn-filter (__jurn_filter_command) --help 2>/dev/null | string match -rg '^  (?:-[a-z],)?(--[a-z-]+)'
+    echo --then
+end
+
+complete -c jurn-filter -n 'test -z "$(__jurn_filter_command)"' -f -a \
+    "(jurn-filter --help 2>/dev/null | string match -rg '^  ([a-z]+) ')"
+complete -c jurn-filter -n 'test -n "$(__jurn_filter_command)"; and string match -q -- "-*" (commandline -ct)' \
+    -f -a '(__jurn_filter_options)'
+
+complete -c jurn-filter -l bits -x -a '16 24 float'
+complete -c jurn-filter -l type -x -a 'wav flac raw aiff au caf w64 rf64 ogg opus mp3'
+complete -c jurn-filter -l precision -x -a 'int16 double'
+complete -c jurn-filter -l format -x -a 'numbers npy mat header biquads equaliser audio'
+complete -c jurn-filter -l route -x -a 'straight crossed left-only mono-to-stereo'
+complete -c jurn-filter -l of -x -a 'magnitude square'
+complete -c jurn-filter -l show -x -a 'magnitude phase delay impulse step poles'
