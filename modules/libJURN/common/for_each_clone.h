@@ -15,6 +15,7 @@ namespace clone_baseline {
 #undef JURN_INLINE
 #undef JURN_NOINLINE
 #undef JURN_SHUFFLE
+#undef JURN_LOADED_ONCE
 }  // namespace clone_baseline
 
 #if JURN_X86_CLONES
@@ -33,6 +34,7 @@ namespace clone_avx2 {
 #undef JURN_INLINE
 #undef JURN_NOINLINE
 #undef JURN_SHUFFLE
+#undef JURN_LOADED_ONCE
 }  // namespace clone_avx2
 #if defined(__clang__)
 #pragma clang attribute pop
@@ -55,6 +57,7 @@ namespace clone_avx512 {
 #undef JURN_INLINE
 #undef JURN_NOINLINE
 #undef JURN_SHUFFLE
+#undef JURN_LOADED_ONCE
 }  // namespace clone_avx512
 #if defined(__clang__)
 #pragma clang attribute pop

@@ -50,6 +50,13 @@ JURN_INLINE bool any(Vec<int, 4> mask) {
 }
 #endif
 
+/** Keeps a loaded vector in its register; GCC would load it anew for each use. */
+#if JURN_X86_CLONES
+#define JURN_LOADED_ONCE(v) __asm__("" : "+x"(v))
+#else
+#define JURN_LOADED_ONCE(v) ((void)(v))
+#endif
+
 #define JURN_SHUFFLE(a, b, ...) __builtin_shufflevector(a, b, __VA_ARGS__)
 
 #else  // plain arrays
@@ -150,6 +157,7 @@ template <int... index, class T, int lanes>
 JURN_INLINE Vec<T, sizeof...(index)> shuffle(Vec<T, lanes> a, Vec<T, lanes> b) {
   return {{(index < lanes ? a[index] : b[index - lanes])...}};
 }
+#define JURN_LOADED_ONCE(v) ((void)(v))
 #define JURN_SHUFFLE(a, b, ...) shuffle<__VA_ARGS__>(a, b)
 
 #endif

@@ -230,7 +230,9 @@ JURN_INLINE void run_cascade(int ns, const float* b, const float* a, float* cons
     const float* a_here = a + done * group;
     const bool one_vector = count <= most / 2;
     if constexpr (channels == 1) {
-      if (one_vector)
+      if (count <= 4)  // shorter vectors have a little less latency
+        run_sections<one_chain, 1, order, 4>(count, b_here, a_here, x, frames, px, py);
+      else if (one_vector)
         run_sections<one_chain, 1, order, lanes>(count, b_here, a_here, x, frames, px, py);
       else
         run_sections<one_chain, 2, order, lanes>(count, b_here, a_here, x, frames, px, py);

@@ -1,23 +1,44 @@
 /* Inner products of an FIR, or of an IIR's numerator, for a run of outputs.
  *
- * Outputs lie in the lanes of `group` vectors that stay in registers while the taps go by one at a
- * time: one broadcast tap meets `group` loads of samples, so each output still sums its taps in
- * increasing order and the multipliers never wait for a sum. Samples are widened once per tile;
- * tiles of taps leave their partial sums in a small array, which keeps everything in the first
- * cache and the stack the same whatever the tap count. */
+ * Outputs lie in the lanes of `group` vectors that stay in registers while the taps go by, so each
+ * output still sums its taps in increasing order and the multipliers never wait for a sum. Loads
+ * are what is short: most of them cross a cache line. So every other vector runs one vector's width
+ * of taps ahead of the one before it, which makes both need the same samples: one load serves two.
+ * Samples are widened once per tile; tiles of taps leave their partial sums in a small array, which
+ * keeps everything in the first cache and the stack the same whatever the tap count. */
 
-/** Adds count taps to the sums of `group` vectors of outputs; x points to the first one's sample.
- */
+/** Adds the taps from begin to end to every other vector of sums, from the first or the second on;
+ * x points to the first output's sample. */
+template <int first, int group, class V, class Sum>
+JURN_INLINE void add_to_every_other(V (&acc)[group], const Sum* x, const Sum* taps, int begin,
+                                    int end) {
+  constexpr int lanes = sizeof(V) / sizeof(Sum);
+  for (int j = begin; j < end; ++j) {
+    const V tap = broadcast<V>(taps[j]);
+    for (int k = first; k < group; k += 2) acc[k] += tap * load<V>(x + k * lanes - j);
+  }
+}
+
+/** Adds count taps to the sums of `group` vectors of outputs. */
 template <int group, class Sum>
 JURN_INLINE void fir_group(Sum* sums, const Sum* x, const Sum* taps, int count) {
   constexpr int lanes = JURN_VECTOR_BYTES / sizeof(Sum);
   using V = Vec<Sum, lanes>;
   V acc[group];
   for (int k = 0; k < group; ++k) acc[k] = load<V>(sums + k * lanes);
-  for (int j = 0; j < count; ++j) {
+  const int ahead = count < lanes ? count : lanes;
+  add_to_every_other<1>(acc, x, taps, 0, ahead);
+  for (int j = 0; j < count - ahead; ++j) {
     const V tap = broadcast<V>(taps[j]);
-    for (int k = 0; k < group; ++k) acc[k] += tap * load<V>(x + k * lanes - j);
+    const V tap_ahead = broadcast<V>(taps[j + ahead]);
+    for (int k = 0; k < group; k += 2) {
+      V samples = load<V>(x + k * lanes - j);
+      JURN_LOADED_ONCE(samples);
+      acc[k] += tap * samples;
+      if (k + 1 < group) acc[k + 1] += tap_ahead * samples;
+    }
   }
+  add_to_every_other<0>(acc, x, taps, count - ahead, count);
   for (int k = 0; k < group; ++k) store(sums + k * lanes, acc[k]);
 }
 
@@ -43,7 +64,7 @@ struct FirTile {
 template <class Sum, class Sample>
 JURN_INLINE void fir_tile(Sum* sums, const Sample* x, int count, const Sum* taps, int tap_count) {
   constexpr int lanes = JURN_VECTOR_BYTES / sizeof(Sum);
-  constexpr int group = JURN_VECTOR_BYTES == 64 ? 15 : 12;
+  constexpr int group = 10;
   using Tile = FirTile<Sum>;
   Sum window[Tile::outputs + Tile::taps];
   const int vectors = (count + lanes - 1) / lanes;
