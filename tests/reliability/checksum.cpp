@@ -6,7 +6,6 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <string>
 
 #include "clones.h"
 #include "scenarios.h"
