@@ -1,6 +1,7 @@
 # The Debian packages that the scripts install, by purpose. Sourced by them.
 build_packages="g++ make cmake pkg-config libsndfile1-dev libcli11-dev nlohmann-json3-dev libmatio-dev libmysofa-dev libsamplerate0-dev"
 recording_packages="alsa-utils sonic-pi-samples jconvolver-config-files libmysofa1"
+picture_packages="gnuplot-nox fonts-dejavu-core"
 test_packages="libgtest-dev python3 python3-numpy python3-scipy sox"
 benchmark_packages="g++ make cmake libbenchmark-dev libfftw3-dev libzita-convolver-dev libliquid-dev python3 gnuplot-nox"
 ci_packages="clang libclang-rt-14-dev"

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <string_view>
 
 #include "audio_io.h"
 #include "errors.h"
@@ -74,6 +75,17 @@ std::string run_gnuplot(const std::string& script, int output) {
   while (std::fgets(line, sizeof line, errors.get()))
     if (line[0] != '\n') complaint = line;
   return complaint;
+}
+
+/** Whether a picture has its end, for gnuplot overlooks that a file could not be written. */
+bool is_complete(int picture) {
+  char end[16];
+  const off_t size = lseek(picture, 0, SEEK_END);
+  if (size < static_cast<off_t>(sizeof end) ||
+      pread(picture, end, sizeof end, size - static_cast<off_t>(sizeof end)) != sizeof end)
+    return false;
+  const std::string_view text(end, sizeof end);
+  return text.find("</svg>") != text.npos || text.find("IEND") != text.npos;
 }
 
 }  // namespace
@@ -156,8 +168,8 @@ void draw(const std::string& path, bool overwrite, const std::string& script) {
   if (!complaint.empty())
     throw Error(kOutputError,
                 (path.empty() ? "the plot" : path) + ": gnuplot cannot draw it: " + complaint);
-  if (!output.is_stream() && lseek(output.descriptor(), 0, SEEK_END) == 0)
-    throw Error(kOutputError, path + ": gnuplot drew nothing");
+  if (!output.is_stream() && !is_complete(output.descriptor()))
+    throw Error(kOutputError, path + ": cannot be written, is the disk full?");
   output.commit();
 }
 

@@ -1,0 +1,222 @@
+"""Tests of jurn-filter's pictures: they are drawn, and the data behind them agrees with SciPy."""
+
+import csv
+import os
+import re
+import struct
+import subprocess
+import tempfile
+import unittest
+import xml.etree.ElementTree
+
+import numpy as np
+from scipy import signal
+from scipy.io import wavfile
+
+TOOL = os.environ["JURN_FILTER"]
+SPEECH = "/usr/share/sounds/alsa/Front_Center.wav"
+BAND = "/usr/share/jconvolver/config-files/octave-band/oct-48-1k.wav"
+RATE = 44100
+TAPS = signal.firwin(61, [0.11, 0.32], pass_zero=False) * 1.5
+B, A = signal.ellip(5, 1, 60, 0.2)
+SECTIONS = signal.butter(8, [0.05, 0.4], "bandpass", output="sos")
+
+
+def write(name, rows):
+    with open(name, "w", encoding="ascii") as file:
+        for row in rows:
+            file.write(" ".join(repr(float(x)) for x in row) + "\n")
+    return name
+
+
+class PictureTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.addCleanup(os.chdir, os.getcwd())
+        os.chdir(folder.name)
+        self.filters = ["--fir", write("taps.txt", [TAPS]), "--sos", write("sos.txt", SECTIONS),
+                        "--iir", write("it's, \"ba\".txt", [B, A]), "--average", "24"]
+
+    def run_tool(self, *arguments, code=0, **settings):
+        done = subprocess.run([TOOL, *map(str, arguments)], capture_output=True, text=True,
+                              **settings)
+        self.assertEqual(done.returncode, code, (arguments, done.stderr))
+        return done.stderr if code else done.stdout
+
+    def table(self, *arguments):
+        """The CSV as arrays of x and y by filter and quantity."""
+        self.run_tool(*arguments, "--csv", "table.csv", "--overwrite")
+        result = {}
+        with open("table.csv", newline="", encoding="utf8") as file:
+            rows = csv.reader(file)
+            self.assertEqual(next(rows), ["filter", "quantity", "x", "y"])
+            for name, quantity, x, y in rows:
+                result.setdefault(name, {}).setdefault(quantity, []).append([float(x), float(y)])
+        return {name: {q: np.array(v).T for q, v in r.items()} for name, r in result.items()}
+
+    def assert_same_roots(self, found, expected, tolerance=1e-5):
+        self.assertEqual(len(found), len(expected))
+        rest = list(expected)
+        for root in found:
+            nearest = min(rest, key=lambda z: abs(z - root))
+            self.assertLess(abs(nearest - root), tolerance)
+            rest.remove(nearest)
+
+    def assert_picture(self, path, width, height, words=()):
+        with open(path, "rb") as file:
+            data = file.read()
+        if path.endswith(".png"):
+            self.assertEqual(data[:8], b"\x89PNG\r\n\x1a\n")
+            self.assertEqual(data[-8:-4], b"IEND")
+            size = struct.unpack(">II", data[16:24])
+        else:
+            root = xml.etree.ElementTree.fromstring(data)
+            size = [int(x) for x in root.get("viewBox").split()[2:]]
+            text = " ".join(root.itertext())
+            for word in words:
+                self.assertIn(word, text)
+        self.assertTrue(width[0] <= size[0] <= width[1] and height[0] <= size[1] <= height[1], size)
+        self.assertGreater(len(data), 10000)
+
+    def test_response_agrees_with_scipy(self):
+        table = self.table("response", *self.filters, "--rate", RATE)
+        self.assertEqual(list(table), ["taps.txt", "sos.txt", "it's, \"ba\".txt", "mean of 24"])
+        designs = [(TAPS, [1.0]), signal.sos2tf(SECTIONS), (B, A), (np.ones(24) / 24, [1.0])]
+        for (name, found), (b, a) in zip(table.items(), designs):
+            f, magnitude = found["magnitude_db"]
+            self.assertEqual((f[-1], len(f)), (RATE / 2, 1000), name)
+            if name == "sos.txt":
+                h = signal.sosfreqz(SECTIONS, f, fs=RATE)[1]
+                delay = sum(signal.group_delay((s[:3], s[3:]), f, fs=RATE)[1] for s in SECTIONS)
+            else:
+                h = signal.freqz(b, a, f, fs=RATE)[1]
+                delay = signal.group_delay((b, a), f, fs=RATE)[1]
+            near = np.abs(h) > 1e-4  # where neither side is rounding alone
+            self.assertGreater(near.sum(), 200, name)
+            np.testing.assert_allclose(10 ** (magnitude / 20), np.abs(h), rtol=1e-6, atol=1e-7)
+            phase = np.angle(np.exp(1j * np.radians(found["phase_degrees"][1])) / h)
+            self.assertLess(np.abs(phase[near]).max(), 1e-5, name)
+            np.testing.assert_allclose(found["group_delay_ms"][1][near] * RATE / 1000, delay[near],
+                                       rtol=1e-4, atol=1e-4, err_msg=name)
+            ms, impulse = found["impulse"]
+            x = np.zeros(len(ms))
+            x[0] = 1.0
+            expected = (signal.sosfilt(SECTIONS, x) if name == "sos.txt"
+                        else signal.lfilter(b, a, x))
+            np.testing.assert_allclose(impulse, expected, atol=1e-8, err_msg=name)
+            np.testing.assert_allclose(found["step"][1], np.cumsum(expected), atol=1e-7)
+            np.testing.assert_allclose(ms, np.arange(len(ms)) * 1000 / RATE, rtol=1e-8)
+            if len(a) > 1:  # it ends 60 dB below the peak
+                self.assertLess(np.abs(expected[-50:]).min(), 1e-3 * np.abs(expected).max())
+            roots = {q: found[q][0] + 1j * found[q][1] for q in ("pole", "zero") if q in found}
+            if name == "sos.txt":  # multiple zeros are ill-conditioned in a common polynomial
+                zeros, poles, _ = signal.sos2zpk(SECTIONS)
+            else:
+                zeros, poles = np.roots(b), np.roots(a)
+            self.assert_same_roots(roots["zero"], zeros)
+            self.assert_same_roots(roots.get("pole", []), poles)
+
+    def test_impulse_responses_and_gains(self):
+        rate, taps = wavfile.read(BAND)
+        scale = np.iinfo(taps.dtype).max + 1.0 if taps.dtype.kind == "i" else 1.0
+        found = self.table("response", "--ir", BAND, "--gain", 6)["oct-48-1k.wav"]
+        np.testing.assert_allclose(found["impulse"][1], taps / scale * 10 ** 0.3, atol=1e-7)
+        self.assertEqual(found["magnitude_db"][0][-1], rate / 2)
+        self.assertNotIn("zero", found)  # too many taps for roots
+        found = self.table("response", "--fir", "taps.txt", "--normalise", "--gain", -3)["taps.txt"]
+        self.assertAlmostEqual(found["magnitude_db"][1].max(), -3.0, 2)
+        write("two.txt", [[1], [1, 0.5, 1.25]])  # unstable: the response ends when it is huge
+        grown = self.table("response", "--iir", "two.txt", "--keep-a")["two.txt"]["impulse"][1]
+        self.assertTrue(1e5 < np.abs(grown).max() < 1e8)
+
+    def test_pictures(self):
+        for name in ("all.png", "all.svg"):
+            self.run_tool("response", *self.filters, "--picture", name)
+            self.assert_picture(name, (1000, 1400), (700, 1200),
+                                ["Magnitude in dB", "Phase in degrees", "Group delay in ms", "20k",
+                                 "Impulse response", "Step response", "Real part", "it's, \"ba\".txt"])
+        self.run_tool("response", *self.filters, "--show", "magnitude,delay", "-p", "two.svg")
+        self.assert_picture("two.svg", (700, 1000), (400, 800), ["mean of 24", "Group delay in ms"])
+        printed = self.run_tool("response", *self.filters)
+        for word in ("Frequency in Hz", "-60", "20k", "mean of 24"):
+            self.assertIn(word, printed)
+        self.assertLess(max(map(len, printed.splitlines())), 81)
+        # Neither a silent filter nor an extreme rate breaks the axes.
+        write("zero.txt", [[0, 0, 0]])
+        self.run_tool("response", "--fir", "zero.txt", "--rate", 8, "--picture", "zero.svg")
+        self.assert_picture("zero.svg", (1000, 1400), (700, 1200), ["zero.txt"])
+
+    def test_spectrogram(self):
+        rate, amplitude = 16000, 0.5
+        t = np.arange(2 * rate) / rate
+        tone = amplitude * np.sin(2 * np.pi * np.where(t < 1.0, 1000, 3000) * t)
+        wavfile.write("in.wav", rate, np.stack([tone, tone], 1).astype(np.float32))
+        self.run_tool("average", "in.wav", "out.wav", "--length", 16)  # a zero at 1000 Hz
+        self.run_tool("spectrogram", "in.wav", "out.wav", "--window", 256, "--top", 4000,
+                      "--csv", "s.csv", "--picture", "s.png")
+        self.assert_picture("s.png", (800, 1200), (500, 900))
+        with open("s.csv", newline="", encoding="utf8") as file:
+            rows = list(csv.reader(file))[1:]
+        spectra = {}
+        for name, seconds, hertz, dbfs in rows:
+            spectra.setdefault(name, {})[float(seconds), float(hertz)] = float(dbfs)
+        self.assertEqual(list(spectra), ["in.wav", "out.wav"])
+        times = sorted({s for s, _ in spectra["in.wav"]})
+        self.assertLess(len(times), 1001)
+        self.assertAlmostEqual(times[-1], 2.0, 1)
+        self.assertEqual(max(h for _, h in spectra["in.wav"]), 4000)
+        level = 20 * np.log10(amplitude)
+        for at, hertz in ((0.5, 1000), (1.5, 3000)):
+            second = min(times, key=lambda s: abs(s - at))
+            self.assertAlmostEqual(spectra["in.wav"][second, hertz], level, 1)
+            self.assertLess(spectra["in.wav"][second, 4000 - hertz], level - 60)
+        first = min(times, key=lambda s: abs(s - 0.5))
+        self.assertLess(spectra["out.wav"][first, 1000], level - 60)
+        # Long recordings, as pipes: the columns become longer, none is lost.
+        wavfile.write("long.wav", 8000, np.tile(np.float32(tone), 20))
+        with open("long.wav", "rb") as file:
+            self.run_tool("spectrogram", "-", "--window", 64, "--csv", "l.csv", stdin=file)
+        with open("l.csv", encoding="utf8") as file:
+            next(file)
+            times = sorted({float(line.split(",")[1]) for line in file})
+        self.assertTrue(500 <= len(times) <= 1000 and abs(times[-1] - 80) < 0.2, times[-1])
+        self.run_tool("spectrogram", SPEECH, "--picture", "one.svg")
+        self.assert_picture("one.svg", (800, 1200), (300, 500), ["Front_Center.wav", "Time in s"])
+
+    def test_failures_leave_nothing(self):
+        self.run_tool("response", "--average", 3, "--picture", "kept.svg")
+        kept = os.stat("kept.svg")
+        before = sorted(os.listdir())
+        elsewhere = dict(os.environ, PATH="/nonexistent")
+        for arguments, code, words, settings in (
+                (["response", *self.filters, "-p", "a.jpg"], 2, ["a.jpg", ".png, .svg"], {}),
+                (["response", "-p", "a.svg"], 2, ["--fir"], {}),
+                (["response", "--average", 3, "-p", "kept.svg"], 4, ["kept.svg", "--overwrite"], {}),
+                (["response", *self.filters, "-p", "taps.txt.svg/a.svg"], 4, ["a.svg"], {}),
+                (["response", "--average", 3, "-p", "a.svg"], 4, ["gnuplot-nox"],
+                 {"env": elsewhere}),
+                (["response", "--fir", "none.txt", "-p", "a.svg"], 3, ["none.txt"], {}),
+                (["response", "--ir", BAND, "--rate", 44100, "-p", "a.svg"], 3,
+                 [BAND, "48000", "44100", "--resample"], {}),
+                (["response", "--fir", "taps.txt", "--csv", "taps.txt", "--overwrite"], 2,
+                 ["taps.txt", "same file"], {}),
+                (["spectrogram", SPEECH], 2, ["--picture"], {}),
+                (["spectrogram", "taps.txt", "-p", "a.png"], 3, ["taps.txt"], {}),
+                (["spectrogram", SPEECH, "-p", "a.png", "--window", 1000], 2, ["--window"], {})):
+            error = self.run_tool(*arguments, code=code, **settings)
+            error = re.sub(r"jurn-filter: warning: [^\n]+\n", "", error)
+            self.assertRegex(error, r"\Ajurn-filter: [^\n]+\n\Z")
+            for word in words:
+                self.assertIn(word, error)
+        for blocks in (8, 40):  # of 512 bytes, too few for gnuplot's input and its output
+            limited = ["sh", "-c", f'ulimit -f {blocks}; exec "$0" "$@"', TOOL]
+            done = subprocess.run([*limited, "response", *self.filters[:2], "-p", "big.svg"],
+                                  capture_output=True, text=True)
+            self.assertEqual(done.returncode, 4, done.stderr)
+        self.assertEqual(sorted(os.listdir()), before)
+        self.assertEqual(os.stat("kept.svg").st_mtime_ns, kept.st_mtime_ns)
+
+
+if __name__ == "__main__":
+    unittest.main()
