@@ -129,6 +129,10 @@ class PictureTest(unittest.TestCase):
         write("two.txt", [[1], [1, 0.5, 1.25]])  # unstable: the response ends when it is huge
         grown = self.table("response", "--iir", "two.txt", "--keep-a")["two.txt"]["impulse"][1]
         self.assertTrue(1e5 < np.abs(grown).max() < 1e8)
+        one = self.table("response", "--iir", "it's, \"ba\".txt")["it's, \"ba\".txt"]
+        two = self.table("response", "--numerator", write("b.txt", [B]),
+                         "--denominator", write("a.txt", [A]))["a.txt"]
+        np.testing.assert_array_equal(two["magnitude_db"], one["magnitude_db"])
 
     def test_pictures(self):
         for name in ("all.png", "all.svg"):

@@ -60,7 +60,7 @@ struct Options {
   std::string sofa = JURN_DEFAULT_SOFA;
   double azimuth = 0.0, elevation = 0.0, orbit = 0.0;
   // response
-  std::vector<std::string> fir_files, iir_files, section_files;
+  std::vector<std::string> fir_files, iir_files, section_files, numerators, denominators;
   std::vector<int> averages;
   ResponseJob pictures;
   SpectrogramJob spectrogram;
@@ -77,8 +77,15 @@ Chain chain_of(std::unique_ptr<Stage> stage) {
 template <typename Value>
 void add_choice(CLI::App* command, const char* name, Value* value, const char* description,
                 const std::map<std::string, Value>& values, const char* standard) {
-  command->add_option(name, *value, description)
-      ->transform(CLI::CheckedTransformer(values).description(""))
+  const auto choose = [=](const std::string& text) {
+    const auto found = values.find(text);
+    std::string known;
+    for (const auto& [key, unused] : values) known += (known.empty() ? "" : ", ") + key;
+    if (found == values.end())
+      throw Error(kUsageError, std::string(name) + " " + text + ": takes one of " + known);
+    *value = found->second;
+  };
+  command->add_option_function<std::string>(name, choose, description)
       ->type_name("NAME")
       ->default_str(standard);
 }
@@ -443,9 +450,13 @@ void read_filters(const CLI::App& command, Options* o) {
   const auto add_file = [&](const std::string& path, FilterDesign::Kind kind,
                             const CoefficientLimit& limit) {
     o->coefficients = path;
-    add(short_name(path), read_design(*o, {kind, limit, o->format, o->variables, job->rate}));
-    job->also_read.push_back(path);
+    const std::string& name = path.empty() ? o->denominator : path;
+    add(short_name(name), read_design(*o, {kind, limit, o->format, o->variables, job->rate}));
+    for (const std::string& read : {path, o->numerator, o->denominator})
+      job->also_read.push_back(read);
   };
+  if (o->numerators.size() != o->denominators.size())
+    throw Error(kUsageError, "each --numerator takes a --denominator");
   std::map<std::string, std::size_t> used;
   for (const CLI::Option* option : command.parse_order()) {
     const std::string name = option->get_name();
@@ -456,6 +467,10 @@ void read_filters(const CLI::App& command, Options* o) {
       add_file(o->iir_files[i], FilterDesign::kIir, iir_limit(Precision::kInt16));
     } else if (name == "--sos") {
       add_file(o->section_files[i], FilterDesign::kSections, section_limit());
+    } else if (name == "--denominator") {
+      o->numerator = o->numerators[i];
+      o->denominator = o->denominators[i];
+      add_file("", FilterDesign::kIir, iir_limit(Precision::kInt16));
     } else if (name == "--average") {
       const std::size_t n = static_cast<std::size_t>(o->averages[i]);
       job->filters.push_back(
@@ -484,6 +499,8 @@ void add_response(CLI::App* app, Options* o) {
   };
   several("--fir", &o->fir_files, "File of taps, as for the subcommand fir");
   several("--iir", &o->iir_files, "File of numerator and denominator, as for iir");
+  several("--numerator", &o->numerators, "Numerator of an IIR filter in a file of its own");
+  several("--denominator", &o->denominators, "Denominator of the same filter");
   several("--sos", &o->section_files, "File of sections, as for sos");
   several("--average", &o->averages, "Length of a moving average")
       ->check(CLI::Range(1, kMaxAverage));

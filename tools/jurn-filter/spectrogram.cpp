@@ -119,9 +119,9 @@ struct Analysis {
   Spectrogram spectra;
 };
 
-Analysis analyse(const std::string& path, const SpectrogramJob& job) {
-  AudioReader reader(path, 2, job.raw);
-  Analysis a{short_name(path), reader.rate(), 0.0, Spectrogram(reader.channels(), job.window)};
+Analysis analyse(const std::string& path, RawFormat raw, int window) {
+  AudioReader reader(path, 2, raw);
+  Analysis a{short_name(path), reader.rate(), 0.0, Spectrogram(reader.channels(), window)};
   std::vector<float> samples(1024 * static_cast<std::size_t>(reader.channels()));
   std::int64_t total = 0;
   while (const std::size_t got = reader.read(samples.data(), 1024)) {
@@ -201,8 +201,7 @@ std::string plot_script(const std::vector<Analysis>& analyses, const Spectrogram
     const double bin = static_cast<double>(a.rate) / job.window;
     append(&script, "$pixels%zu << END\n%sEND\nset title %s noenhanced offset 0,-0.5\n", i,
            pixels(a, job, per_row).c_str(), plot_string(a.name).c_str());
-    append(&script,
-           "plot $pixels%zu matrix using (%.9g+%.9g*$1):(%.9g+%.9g*$2):3 with image\n", i,
+    append(&script, "plot $pixels%zu matrix using (%.9g+%.9g*$1):(%.9g+%.9g*$2):3 with image\n", i,
            a.spectra.middle(0) / a.rate, static_cast<double>(a.spectra.column_frames()) / a.rate,
            0.5 * bin * static_cast<double>(per_row - 1), bin * static_cast<double>(per_row));
   }
@@ -215,7 +214,8 @@ void run_spectrogram(const SpectrogramJob& job) {
   for (const std::string* output : {&job.picture, &job.csv})
     if (!output->empty()) refuse_overwrite(*output, job.recordings);
   std::vector<Analysis> analyses;
-  for (const std::string& path : job.recordings) analyses.push_back(analyse(path, job));
+  for (const std::string& path : job.recordings)
+    analyses.push_back(analyse(path, analyses.empty() ? job.raw : RawFormat{}, job.window));
   if (!job.csv.empty()) write_csv(job.csv, job.overwrite, table(analyses, job));
   if (!job.picture.empty()) draw(job.picture, job.overwrite, plot_script(analyses, job));
 }

@@ -10,8 +10,8 @@ namespace tool {
 
 struct SpectrogramJob {
   std::vector<std::string> recordings;  // one, or before and after
-  RawFormat raw;
-  std::string picture, csv;  // either may be empty
+  RawFormat raw;                        // of the first
+  std::string picture, csv;             // either may be empty
   bool overwrite = false;
   int window = 1024;      // samples
   double floor = -100.0;  // dBFS at which the colours begin
