@@ -69,6 +69,11 @@ class StreamTest(ToolTest):
             np.testing.assert_array_equal(samples, read("out.wav")[1], command)
         self.shell("jurn fir - - -c taps.txt < in.wav > out2.wav")
         self.assertEqual(contents("out2.wav"), expected)  # a file's header is completed
+        for name in ("in.mp3", "in.ogg"):
+            self.run_tool("average", MUSIC, name, "--length", "1")
+            self.run_tool("fir", name, "out.wav", "-c", "taps.txt")
+            self.shell(f"cat {name} | jurn fir - out2.wav -c taps.txt --overwrite")
+            np.testing.assert_array_equal(read("out2.wav")[1], read("out.wav")[1], name)
         for bits in ("16", "24", "float"):
             self.run_tool("fir", MUSIC, "out.wav", "-c", "taps.txt", "--bits", bits)
             piped, report = self.shell(f"jurn fir {MUSIC} - -c taps.txt --bits {bits} | cat")
@@ -99,6 +104,8 @@ class StreamTest(ToolTest):
                 ("cat taps.txt | jurn fir - out.wav -c taps.txt", 3, "standard input", "--raw"),
                 ("jurn fir taps.txt out.wav -c taps.txt --raw 48000", 2, "48000", "RATE,CHANNELS"),
                 ("jurn fir taps.txt out.wav -c taps.txt --raw 48000,3", 2, "48000,3"),
+                (f"jurn fir {shlex.quote(TOOL)} out.wav -c taps.txt", 3, "a program"),
+                (f"jurn fir {SPEECH} out.wav -c taps.txt --bits 12", 2, "12", "16, 24, float"),
                 (f"jurn fir {SPEECH} - -c taps.txt --type aiff | cat", 2, "standard output", "wav"),
                 (f"jurn fir {SPEECH} out.wav -c taps.txt --type xyz", 2, "xyz", "flac"),
                 (f"jurn fir {SPEECH} /dev/full -c taps.txt", 4, "/dev/full", "space"),

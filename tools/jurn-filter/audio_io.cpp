@@ -138,6 +138,7 @@ AudioReader::AudioReader(const std::string& path, int max_channels, RawFormat ra
   struct stat status {};
   if (fstat(descriptor_.get(), &status) != 0)
     throw Error(kInputError, path_ + ": " + std::strerror(errno));
+  const std::string kind = kind_of(descriptor_.get());  // libsndfile closes what it cannot read
   if (raw.rate) {
     info_.samplerate = raw.rate;
     info_.channels = raw.channels;
@@ -152,7 +153,6 @@ AudioReader::AudioReader(const std::string& path, int max_channels, RawFormat ra
   }
   check_interrupted();
   if (!file_) {
-    const std::string kind = kind_of(descriptor_.get());
     throw Error(kInputError, path_ + ": " + (kind.empty() ? "" : "is " + kind + ", ") +
                                  "no audio file that can be read (" + sf_strerror(nullptr) +
                                  "); samples without a header take --raw RATE,CHANNELS");

@@ -45,10 +45,8 @@ SNDFILE* PipeReader::open(SF_INFO* info) {
   io.get_filelen = [](void*) { return kEndless; };
   io.seek = [](sf_count_t offset, int whence, void* user) {
     PipeReader* self = static_cast<PipeReader*>(user);
-    self->position_ = offset + (whence == SEEK_SET   ? 0
-                                : whence == SEEK_CUR ? self->position_
-                                                     : kEndless);
-    return self->position_;
+    if (whence == SEEK_END) return sf_count_t{-1};  // a pipe's end is out of reach
+    return self->position_ = offset + (whence == SEEK_CUR ? self->position_ : 0);
   };
   io.read = [](void* to, sf_count_t count, void* user) {
     return static_cast<PipeReader*>(user)->read(static_cast<char*>(to), count);
