@@ -38,7 +38,8 @@ Rotation rotation(int k, int n) {
   const int turn = 65536;
   const int angle = k * (turn / n) & (turn - 1);
   const int quarter = (angle + turn / 8) / (turn / 4);
-  const double x = (angle - quarter * (turn / 4)) * (6.28318530717958647693 / turn), y = x * x;
+  const int rest = angle - quarter * (turn / 4);
+  const double x = rest * (6.28318530717958647693 / turn), y = x * x;
   const double sine =
       x *
       (1 + y * (-1. / 6 +
