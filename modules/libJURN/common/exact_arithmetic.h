@@ -15,10 +15,9 @@
 #error "JURN: float expressions must be evaluated as float; on 32-bit x86 use -msse2 -mfpmath=sse."
 #endif
 
-/* The NEON unit of 32-bit ARM flushes denormals to zero. GCC leaves float vectors to the scalar unit
- * there; clang has to be kept from NEON with plain arrays. */
-#if defined(__clang__) && defined(__arm__) && defined(__ARM_NEON) && !defined(JURN_PLAIN_VECTORS)
-#define JURN_PLAIN_VECTORS
+/* The NEON unit of 32-bit ARM flushes denormals to zero. GCC keeps float arithmetic out of it. */
+#if defined(__clang__) && defined(__arm__) && defined(__ARM_NEON)
+#error "JURN: NEON of 32-bit ARM flushes denormals; with clang use -mfpu=vfpv3-d16."
 #endif
 
 #if defined(__clang__)
