@@ -19,8 +19,6 @@
 #include "pipe.h"
 #include "signals.h"
 
-extern "C" char** environ;
-
 namespace tool {
 namespace {
 
@@ -113,7 +111,7 @@ void append(std::string* text, const char* format, ...) {
 }
 
 std::string short_name(const std::string& path) {
-  const std::string name = std::filesystem::path(path).filename().string();
+  std::string name = std::filesystem::path(path).filename().string();
   if (name.size() <= kLongestName) return name;
   std::size_t end = kLongestName - 10;
   while (end > 0 && (name[end] & 0xc0) == 0x80) --end;  // not within a character
@@ -122,7 +120,7 @@ std::string short_name(const std::string& path) {
   return name.substr(0, end) + "…" + name.substr(tail);
 }
 
-std::string plot_string(std::string text) {
+std::string plot_string(const std::string& text) {
   std::string quoted = "'";
   for (const char c : text) {
     if (c == '\'') quoted += '\'';

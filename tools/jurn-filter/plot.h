@@ -19,7 +19,7 @@ Picture picture_format(const std::string& path);
 std::string short_name(const std::string& path);
 
 /** A text as a string of gnuplot, whatever it holds. */
-std::string plot_string(std::string text);
+std::string plot_string(const std::string& text);
 
 /** A text as a field of a CSV file. */
 std::string csv_field(const std::string& text);

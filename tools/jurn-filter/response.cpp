@@ -194,9 +194,9 @@ std::string lines(const char* name, const std::vector<Response>& all,
 std::string frequency_axis(const Range& x) {
   std::string text = "set logscale x\nset xlabel 'Frequency in Hz'\nset xtics (";
   const char* comma = "";
-  for (double decade = 1e-4; decade <= x.top; decade *= 10.0)
+  for (int decade = -4; decade < 9; ++decade)
     for (const double digit : {1.0, 2.0, 5.0}) {
-      const double f = digit * decade;
+      const double f = digit * std::pow(10.0, decade);
       if (f < x.bottom * 0.999 || f > x.top * 1.001) continue;
       const bool kilo = f >= 999.0;
       append(&text, "%s'%g%s' %g", comma, kilo ? f / 1000.0 : f, kilo ? "k" : "", f);
@@ -223,8 +223,8 @@ std::string magnitude_panel(const std::vector<Response>& all, bool titles) {
     curves.push_back(std::move(curve));
   }
   if (!std::isfinite(top)) top = bottom = 0.0;  // silence everywhere
-  top = 10.0 * std::floor(top / 10.0 + 1.0);
-  bottom = std::max(std::min(10.0 * std::floor(bottom / 10.0), top - 40.0), top - kDynamics);
+  top = 10.0 * std::floor((top + 1.0) / 10.0 + 1.0);
+  bottom = std::max(std::min(10.0 * std::floor(bottom / 10.0), top - 30.0), top - kDynamics);
   const Range x = frequency_range(all);
   return frequency_axis(x) + "set ylabel 'Magnitude in dB'\n" +
          lines("magnitude", all, curves, x, {bottom, top}, titles);

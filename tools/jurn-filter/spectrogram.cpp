@@ -136,7 +136,7 @@ Analysis analyse(const std::string& path, RawFormat raw, int window) {
 
 /** Bins from 0 to the highest frequency that is shown. */
 std::size_t bins_of(const Analysis& a, const SpectrogramJob& job) {
-  const double all = job.window / 2;
+  const double all = 0.5 * job.window;
   const double shown = job.top > 0.0 ? std::ceil(job.top * job.window / a.rate) : all;
   return static_cast<std::size_t>(std::min(shown, all)) + 1;
 }
