@@ -6,8 +6,7 @@
 #ifndef JURN_CLONES_H
 #define JURN_CLONES_H
 
-#if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && \
-    !defined(JURN_PLAIN_VECTORS)
+#if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(JURN_PLAIN_VECTORS)
 #define JURN_X86_CLONES 1
 #else
 #define JURN_X86_CLONES 0
