@@ -109,7 +109,9 @@ class StreamTest(ToolTest):
                 (f"jurn fir {SPEECH} - -c taps.txt --type aiff | cat", 2, "standard output", "wav"),
                 (f"jurn fir {SPEECH} out.wav -c taps.txt --type xyz", 2, "xyz", "flac"),
                 (f"jurn fir {SPEECH} /dev/full -c taps.txt", 4, "/dev/full", "space"),
-                (f"jurn fir {SPEECH} - -c taps.txt > /dev/full", 4, "standard output", "space")):
+                (f"jurn fir {SPEECH} - -c taps.txt > /dev/full", 4, "standard output", "space"),
+                (f"jurn fir {SPEECH} - -c taps.txt >&-", 4, "standard output", "descriptor"),
+                ("jurn fir - out.wav -c taps.txt <&-", 3, "standard input", "descriptor")):
             _, errors = self.shell(command, code)
             self.assertRegex(errors, r"\Ajurn-filter: [^\n]+\n\Z", command)
             for word in words:

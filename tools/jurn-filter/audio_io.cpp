@@ -114,6 +114,12 @@ void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clip
   *clipped += beyond;
 }
 
+void open_standard_streams() {
+  for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    if (fcntl(number, F_GETFD) < 0)
+      (void)open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
 void Descriptor::reset(int number) {
   close();
   number_ = number;
@@ -151,7 +157,7 @@ AudioReader::AudioReader(const std::string& path, int max_channels, RawFormat ra
     pipe_ = std::make_unique<PipeReader>(descriptor_.get(), raw.rate != 0);
     file_.reset(pipe_->open(&info_));
   }
-  check_interrupted();
+  check_received();
   if (!file_) {
     throw Error(kInputError, path_ + ": " + (kind.empty() ? "" : "is " + kind + ", ") +
                                  "no audio file that can be read (" + sf_strerror(nullptr) +
@@ -163,11 +169,15 @@ AudioReader::AudioReader(const std::string& path, int max_channels, RawFormat ra
                                  " are supported");
 }
 
-std::size_t AudioReader::read(float* out, std::size_t frames) {
-  const sf_count_t got = sf_readf_float(file_.get(), out, static_cast<sf_count_t>(frames));
+void AudioReader::check_received() const {
   check_interrupted();
   if (pipe_ && pipe_->error())
     throw Error(kInputError, path_ + ": cannot be read (" + std::strerror(pipe_->error()) + ")");
+}
+
+std::size_t AudioReader::read(float* out, std::size_t frames) {
+  const sf_count_t got = sf_readf_float(file_.get(), out, static_cast<sf_count_t>(frames));
+  check_received();
   if (got == 0 && frames_read_ == 0) throw Error(kInputError, path_ + ": holds no samples");
   if (got < static_cast<sf_count_t>(frames) && sf_error(file_.get()) != SF_ERR_NO_ERROR)
     throw Error(kInputError, path_ + ": damaged after " + std::to_string(frames_read_ + got) +

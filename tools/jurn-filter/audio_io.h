@@ -49,6 +49,10 @@ class Descriptor {
   int number_;
 };
 
+/** Takes the numbers of standard streams that the caller has closed, so that no file gets them;
+ * to use them remains an error. */
+void open_standard_streams();
+
 /** A recording, read block by block. */
 class AudioReader {
  public:
@@ -68,6 +72,8 @@ class AudioReader {
   std::int64_t not_finite() const { return not_finite_; }
 
  private:
+  void check_received() const;
+
   std::string path_;
   SF_INFO info_{};
   Descriptor descriptor_;

@@ -681,6 +681,7 @@ int report(int code, std::string message) {
 
 void run_one(Job job, const Options& o) {
   job.progress = !o.quiet;
+  job.takes_gain = job.takes_gain && !o.quiet;  // nobody reads which one would fit
   if (job.raw.rate) job.format.stream_type = "raw";
   const Summary summary = run(job);
   if (!o.quiet) print(summary, o.json);
@@ -782,6 +783,7 @@ int main(int argc, char** argv) {
       "Filters in series: jurn-filter fir IN OUT -c taps.txt --then average --length 8\n"
       "Exit codes: 0 done, 2 wrong command line, 3 unreadable input, 4 unwritable result, "
       "130 interrupted, 141 closed pipe");
+  open_standard_streams();
   catch_signals();
   try {
     return run_command({argv + 1, argv + argc}, &app);
