@@ -1,8 +1,9 @@
 /* Groups of alternatives that are measured against each other.
  *
  * Every round runs each side of a group for a slice of time, one after the other, so that a change
- * of the clock or a neighbour on the machine meets all sides alike; a side's figure is the first
- * decile of its slices, the machine when others leave it alone. Google Benchmark repeats the
+ * of the clock or a neighbour on the machine meets all sides alike; a side's figure is the median
+ * of those slices in which nobody else used the core, or the first decile of all if hardly any was
+ * undisturbed. Google Benchmark repeats the
  * rounds, filters the groups and writes the figures, in ns per unit of work, as the group's
  * counters. */
 #ifndef JURN_BENCHMARKS_GROUPS_H
@@ -28,8 +29,7 @@ void add_group(const std::string& name, std::function<std::vector<Side>()> make)
 void add_clones(const std::string& name, std::function<Side()> make);
 
 double now_ns();
-/** The first decile. */
-double low(std::vector<double> times);
+double quantile(std::vector<double> times, double part);
 
 /** White noise, the same in every run; as int16 values it leaves room for gain. */
 template <class Value>

@@ -313,9 +313,14 @@ def main():
         lines += ["", f"The CPU has no AVX-512: what is measured are the {instruction_set} kernels."
                   " Those for AVX-512 give the same",
                   "bits, but their speed is not measured here."]
-    lines += ["", "Each figure and what it is compared with ran in turn, slice by slice, 151 times;"
-              " a figure is the first",
-              "decile of its slices. A ratio is judged as printed.", "",
+    disturbed = sorted(g for g, b in f.groups.items() if b.get("quiet slices", 5) < 5)
+    lines += ["", "Each figure and what it is compared with ran in turn, slice by slice, 101 times."
+              " A figure is the",
+              "median of the slices in which nobody else used the core, as a burst of arithmetic"
+              " before and",
+              "after each tells; " + ("no group lacked them." if not disturbed else
+              "of all slices the first decile where there were none: " + ", ".join(disturbed) + "."),
+              "A ratio is judged as printed.", "",
               "## Targets", ""]
     lines += targets(f, instruction_set)
     lines += ["", "## Time domain or FFT", "",
