@@ -103,6 +103,21 @@ std::string kind_of(int descriptor) {
   return std::string(kind_of_file({bytes, static_cast<std::size_t>(std::max<ssize_t>(got, 0))}));
 }
 
+/** Throws when the header of a WAV or AIFF file counts more bytes than the file has: libsndfile
+ * would read what is left of the recording and keep quiet. Some programs miscount by a header. */
+void check_complete(const std::string& path, int descriptor, std::int64_t bytes) {
+  unsigned char head[8];
+  if (pread(descriptor, head, sizeof head, 0) != sizeof head) return;
+  const bool wav = std::memcmp(head, "RIFF", 4) == 0;
+  if (!wav && std::memcmp(head, "FORM", 4) != 0) return;
+  std::uint32_t length = 0;
+  for (int i = 0; i < 4; ++i) length = length << 8 | head[wav ? 7 - i : 4 + i];
+  if (is_unknown(length) || length <= bytes + 16) return;
+  throw Error(kInputError, path + ": was cut off (its header counts " +
+                               std::to_string(std::int64_t{length} + 8) + " bytes, the file has " +
+                               std::to_string(bytes) + ")");
+}
+
 }  // namespace
 
 void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clipped) {
@@ -151,6 +166,7 @@ AudioReader::AudioReader(const std::string& path, int max_channels, RawFormat ra
     info_.format = SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE;
   }
   if (S_ISREG(status.st_mode)) {
+    if (!raw.rate) check_complete(path_, descriptor_.get(), status.st_size);
     repeatable_ = path != kStandardStream;
     file_.reset(sf_open_fd(descriptor_.get(), SFM_READ, &info_, SF_FALSE));
   } else {
@@ -195,8 +211,8 @@ std::size_t AudioReader::read(float* out, std::size_t frames) {
 }
 
 OutputFile::OutputFile(const std::string& path, bool overwrite) : path_(path) {
-  struct stat named {
-  }, standard{};
+  struct stat named {};
+  struct stat standard {};
   const bool exists = path != kStandardStream && stat(path.c_str(), &named) == 0;
   standard_output_ = path == kStandardStream ||
                      (exists && fstat(STDOUT_FILENO, &standard) == 0 &&

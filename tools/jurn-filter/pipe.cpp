@@ -28,13 +28,11 @@ std::uint32_t read_uint32(const char* bytes) {
   return value;
 }
 
-/** Whether a program that writes to a pipe means "no idea" by this length: 0, all ones, or the
- * largest signed number, some of these less a header. */
+}  // namespace
+
 bool is_unknown(std::uint32_t length) {
   return length == 0 || length >= 0xFFFFFF00u || (length >= 0x7FFFF000u && length <= 0x80000000u);
 }
-
-}  // namespace
 
 PipeReader::PipeReader(int descriptor, bool raw) : descriptor_(descriptor) {
   if (!raw) complete_wav_header();

@@ -3,6 +3,7 @@
 
 #include <sndfile.h>
 
+#include <cstdint>
 #include <string>
 
 namespace tool {
@@ -53,6 +54,10 @@ class PipeWriter {
   sf_count_t position_ = 0;
   sf_count_t sent_ = 0;
 };
+
+/** Whether a program that writes to a pipe means "no idea" by this length of a header: 0, all ones,
+ * or the largest signed number, some of these less a header. */
+bool is_unknown(std::uint32_t length);
 
 /** The header of a WAV stream; lengths that its 32 bits cannot hold stand for an unknown one. */
 std::string wav_header(int channels, int rate, int bits, bool is_float, sf_count_t frames);

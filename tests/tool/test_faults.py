@@ -1,0 +1,159 @@
+"""jurn-filter when the world fails: one line, an exit code, the old result intact, nothing left."""
+
+import os
+import signal
+import subprocess
+import threading
+import time
+import unittest
+
+import numpy as np
+from scipy.io import wavfile
+
+from test_tool import SPEECH, TOOL, ToolTest, read, write_numbers
+
+
+class FaultTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        write_numbers("one.txt", [[1]])
+        wavfile.write("long.wav", 48000, np.arange(3_000_000, dtype=np.int32).astype(np.int16))
+
+    def assert_one_line(self, arguments, *words, code=4):
+        done = subprocess.run([TOOL, *arguments], capture_output=True, text=True)
+        self.assertEqual(done.returncode, code, (arguments, done.stderr))
+        self.assertRegex(done.stderr, r"\Ajurn-filter: [^\n]+\n\Z", arguments)
+        for word in words:
+            self.assertIn(word, done.stderr)
+
+    def assert_keeps(self, name, arguments, *words, code=4):
+        """The tool fails while a file of an earlier run has the name of the result."""
+        with open(name, "wb") as file:
+            file.write(b"old result")
+        self.assert_one_line([*arguments, "--overwrite"], *words, code=code)
+        with open(name, "rb") as file:
+            self.assertEqual(file.read(), b"old result")
+
+    @unittest.skipUnless(os.geteuid() == 0, "mounting a small file system needs root")
+    def test_disk_full(self):
+        os.mkdir("small")
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k", "none", "small"], check=True)
+        self.addCleanup(subprocess.run, ["umount", os.path.abspath("small")], check=True)
+        for ending in ("wav", "flac", "aiff", "raw"):
+            name = f"small/out.{ending}"
+            options = ["--bits", "16"] if ending != "raw" else []
+            self.assert_keeps(name, ["fir", "long.wav", name, "-c", "one.txt", *options], name)
+            self.assertEqual(os.listdir("small"), [f"out.{ending}"])
+            os.remove(name)
+        # A file whose last bytes, not the first ones, find no room.
+        wavfile.write("fits.wav", 48000, np.zeros(131_072 - 22, np.int16))
+        self.run_tool("fir", "fits.wav", "small/out.wav", "-c", "one.txt")
+        os.remove("small/out.wav")
+        wavfile.write("almost.wav", 48000, np.zeros(131_072 - 21, np.int16))
+        self.assert_one_line(["fir", "almost.wav", "small/out.wav", "-c", "one.txt"], "small/out.wav")
+        self.assertEqual(os.listdir("small"), [])
+        # Small tables are written at the end.
+        with open("small/filler", "wb") as file:
+            file.write(bytes(256 * 1024))
+        self.assert_one_line(["level", SPEECH, "small/level.csv"], "small/level.csv")
+        self.assertEqual(os.listdir("small"), ["filler"])
+
+    def test_unreadable(self):
+        arguments = ["fir", "secret.wav", "out.wav", "-c", "one.txt"]
+        subprocess.run(["cp", SPEECH, "secret.wav"], check=True)
+        os.chmod("secret.wav", 0)
+        if os.geteuid() != 0:  # root reads everything
+            self.assert_keeps("out.wav", arguments, "secret.wav", "denied", code=3)
+        os.remove("secret.wav")
+        os.mkdir("secret.wav")
+        self.assert_keeps("out.wav", arguments, "secret.wav", "directory", code=3)
+        # /proc/self/mem opens, but its first page cannot be read.
+        self.assert_keeps("out.wav", ["fir", SPEECH, "out.wav", "-c", "/proc/self/mem"],
+                          "/proc/self/mem", code=3)
+
+    def test_truncated(self):
+        for ending in ("wav", "aiff", "flac", "caf"):
+            name = "cut." + ending
+            if ending != "wav":
+                subprocess.run(["sox", "-V1", "long.wav", "long." + ending], check=True)
+            with open("long." + ending, "rb") as file:
+                content = file.read()
+            for share in (0.5, 0.99):
+                with open(name, "wb") as file:
+                    file.write(content[:int(share * len(content))])
+                self.assert_keeps("out.wav", ["fir", name, "out.wav", "-c", "one.txt"], name, code=3)
+
+    def test_growing(self):
+        """Samples appended while the tool reads are not part of the recording, or are read whole."""
+        with open("long.wav", "rb") as file:
+            content = file.read()
+        stop = threading.Event()
+
+        def grow():
+            with open("long.wav", "ab") as file:
+                while not stop.is_set():
+                    file.write(bytes(65536))
+                    file.flush()
+                    time.sleep(0.001)
+
+        writer = threading.Thread(target=grow)
+        writer.start()
+        try:
+            self.run_tool("fir", "long.wav", "out.wav", "-c", "one.txt")
+        finally:
+            stop.set()
+            writer.join()
+        self.assertEqual(read("out.wav")[1].tobytes(), content[44:])
+
+    def start(self, output):
+        """The tool in the middle of a stream that goes on for ever."""
+        folder = os.path.dirname(output) or "."
+        before = len(os.listdir(folder))
+        running = subprocess.Popen([TOOL, "fir", "-", output, "--overwrite", "--raw", "48000,1", "-c",
+                                    "one.txt"], stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+        running.stdin.write(bytes(1 << 20))
+        running.stdin.flush()
+        for _ in range(500):
+            if len(os.listdir(folder)) > before:
+                return running
+            time.sleep(0.01)
+        self.fail("the tool wrote nothing")
+        return None
+
+    def finish(self, running, code, *words):
+        _, message = running.communicate(timeout=60)
+        self.assertEqual(running.returncode, code, message)
+        self.assertRegex(message.decode(), r"\Ajurn-filter: [^\n]+\n\Z")
+        for word in words:
+            self.assertIn(word, message.decode())
+
+    def test_signal_keeps_the_old_result(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            with open("out.wav", "wb") as file:
+                file.write(b"old result")
+            before = os.listdir()
+            running = self.start("out.wav")
+            running.send_signal(number)
+            self.finish(running, 130)
+            self.assertEqual(os.listdir(), before)
+            with open("out.wav", "rb") as file:
+                self.assertEqual(file.read(), b"old result")
+
+    def test_folder_vanishes(self):
+        os.mkdir("folder")
+        running = self.start("folder/out.wav")
+        os.rename("folder", "elsewhere")
+        self.finish(running, 4, "folder/out.wav")
+        self.assertFalse(os.path.exists("folder"))
+        for name in os.listdir("elsewhere"):
+            self.assertTrue(name.startswith(".") and name.endswith(".part"), name)
+        os.mkdir("folder")
+        running = self.start("folder/out.wav")
+        for name in os.listdir("folder"):
+            os.remove("folder/" + name)
+        os.rmdir("folder")
+        self.finish(running, 4, "folder/out.wav")
+
+
+if __name__ == "__main__":
+    unittest.main()
