@@ -36,10 +36,6 @@ class Figures:
         times = [self.groups[group].get(f"{side} {i}") for i in (1, 2, 3)]
         return None if None in times else sorted(times)[1]
 
-    def machine(self, kernel, side):
-        """A figure of the machine that all groups of a kernel measure: the best of them."""
-        return min(b[side] for g, b in self.groups.items() if g.startswith(kernel + "/"))
-
 
 class Targets:
     """Rows of the table: figure reached against its limit."""
@@ -88,7 +84,7 @@ def targets(f, instruction_set):
         t.section(f"{name}, block 480: share of the peak of separate multiplies and adds")
         for taps in FIR_TAPS[1:]:
             g = f"{group}/{taps}"
-            t.add(f"{taps} taps", taps * f.machine(group, "peak") / f(g, "block 480"), at_least=0.65)
+            t.add(f"{taps} taps", taps * f(g, "peak") / f(g, "block 480"), at_least=0.65)
         g = f"{group}/32"
         t.add("32 taps: times as fast as the compiler's vectorisation of the in-order loop",
               f(g, "plain") / f(g, "block 480"), at_least=1.7)
@@ -111,7 +107,7 @@ def targets(f, instruction_set):
     for name, group in [("JURNiir", "iir"), ("MORVAX_Qiirf", "iir double")]:
         for order in [2, 8, 32]:
             i = lambda side: f(f"{group}/{order}", side)
-            chain = f.machine(group, "multiply") + order * f.machine(group, "add")
+            chain = i("multiply") + order * i("add")
             t.add(f"{name}, order {order}: call less the FIR that its numerator is",
                   (i("mono") - i("fir")) / chain, 1.15)
     for name, group in [("JURNiir", "numerator"), ("MORVAX_Qiirf", "numerator double")]:
@@ -181,10 +177,9 @@ def costs(f):
                     "latency of its chain"],
                    [[n] + [number(x) for x in (
                        f(f"iir/{n}", "mono"), f(f"iir/{n}", "stereo"),
-                       f.machine("iir", "multiply") + n * f.machine("iir", "add"),
+                       f(f"iir/{n}", "multiply") + n * f(f"iir/{n}", "add"),
                        f(f"iir double/{n}", "mono"),
-                       f.machine("iir double", "multiply")
-                       + n * f.machine("iir double", "add"))]
+                       f(f"iir double/{n}", "multiply") + n * f(f"iir double/{n}", "add"))]
                     for n in [2, 8, 32]])
     lines += ["", "### Moving mean, ns per sample", ""]
     lines += table(["Samples", "JURN", "plain loop"],
@@ -300,8 +295,8 @@ def main():
     taps = crossover(points)
     plot(points, taps, docs / "cost-against-taps.svg")
     plot_cascade(f, docs / "cost-against-sections.svg")
-    add, multiply = f.machine("iir", "add"), f.machine("iir", "multiply")
-    peak = 1 / f.machine("fir", "peak")
+    add, multiply = f("iir/2", "add"), f("iir/2", "multiply")
+    peak = 1 / f("fir/512", "peak")
 
     lines = ["# Performance", "",
              "Written by `scripts/benchmark`, which builds, measures and renews everything down to",
