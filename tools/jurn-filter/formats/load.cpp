@@ -75,7 +75,28 @@ std::vector<double> read_taps(const std::string& path, const CoefficientLimit& l
 
 }  // namespace
 
+/** Whether a file of level 5 ends inside one of its elements, which libmatio does not notice: it
+ * would hand out memory that nothing was read into. */
+static bool is_cut_off(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  unsigned char header[128];
+  if (!file.read(reinterpret_cast<char*>(header), sizeof header)) return false;
+  const bool little = header[126] == 'I' && header[127] == 'M';
+  if (header[little ? 125 : 124] != 1) return false;  // another version: HDF5 tells by itself
+  const std::uintmax_t size = std::filesystem::file_size(path);
+  std::uintmax_t position = sizeof header;
+  for (unsigned char tag[8]; position + sizeof tag <= size;) {
+    file.seekg(static_cast<std::streamoff>(position));
+    if (!file.read(reinterpret_cast<char*>(tag), sizeof tag)) return true;
+    std::uintmax_t bytes = 0;
+    for (int k = 0; k < 4; ++k) bytes = bytes * 256 + tag[little ? 7 - k : 4 + k];
+    position += sizeof tag + bytes;
+  }
+  return position > size;
+}
+
 std::vector<Array> read_mat(const std::string& path) {
+  if (is_cut_off(path)) fail(path, "is a MATLAB file that was cut off");
   const std::unique_ptr<mat_t, int (*)(mat_t*)> file(Mat_Open(path.c_str(), MAT_ACC_RDONLY),
                                                      Mat_Close);
   if (!file) fail(path, "is no MATLAB file that can be read");
