@@ -33,6 +33,32 @@ JURN_INLINE V select(M mask, V yes, V no) {
   return mask ? yes : no;
 }
 
+/** The larger and the smaller, lane by lane, and b where a is a NaN. GCC needs to be told. */
+#if JURN_X86_CLONES && JURN_VECTOR_BYTES == 16
+JURN_INLINE Vec<float, 4> larger(Vec<float, 4> a, Vec<float, 4> b) {
+  return __builtin_ia32_maxps(a, b);
+}
+JURN_INLINE Vec<float, 4> smaller(Vec<float, 4> a, Vec<float, 4> b) {
+  return __builtin_ia32_minps(a, b);
+}
+#elif JURN_X86_CLONES && JURN_VECTOR_BYTES == 32
+JURN_INLINE Vec<float, 8> larger(Vec<float, 8> a, Vec<float, 8> b) {
+  return __builtin_ia32_maxps256(a, b);
+}
+JURN_INLINE Vec<float, 8> smaller(Vec<float, 8> a, Vec<float, 8> b) {
+  return __builtin_ia32_minps256(a, b);
+}
+#else
+template <class V>
+JURN_INLINE V larger(V a, V b) {
+  return a > b ? a : b;
+}
+template <class V>
+JURN_INLINE V smaller(V a, V b) {
+  return a < b ? a : b;
+}
+#endif
+
 /** Whether any lane of a comparison's result is set. */
 #if JURN_X86_CLONES
 JURN_INLINE bool any(Vec<int, 4> mask) {
@@ -146,6 +172,15 @@ JURN_INLINE V select(M mask, V yes, V no) {
   return yes;
 }
 
+template <class V>
+JURN_INLINE V larger(V a, V b) {
+  return select(a > b, a, b);
+}
+template <class V>
+JURN_INLINE V smaller(V a, V b) {
+  return select(a < b, a, b);
+}
+
 template <class M>
 JURN_INLINE bool any(M mask) {
   int sum = 0;
@@ -174,4 +209,19 @@ JURN_INLINE V load(const T* p) {
 template <class V, class T>
 JURN_INLINE void store(T* p, V v) {
   memcpy(p, &v, sizeof v);
+}
+
+/** Writes the lanes of a and then those of b to p as short, which all of them fit. */
+template <class Int>
+JURN_INLINE void store_short(short* p, Int a, Int b) {
+#if JURN_X86_CLONES && JURN_VECTOR_BYTES == 16
+  store(p, __builtin_ia32_packssdw128(a, b));
+#elif JURN_X86_CLONES && JURN_VECTOR_BYTES == 32
+  const auto mixed = (Vec<long long, 4>)__builtin_ia32_packssdw256(a, b);
+  store(p, JURN_SHUFFLE(mixed, mixed, 0, 2, 1, 3));
+#else
+  constexpr int lanes = JURN_VECTOR_BYTES / sizeof(int);
+  store(p, convert<Vec<short, lanes>>(a));
+  store(p + lanes, convert<Vec<short, lanes>>(b));
+#endif
 }

@@ -35,7 +35,10 @@ void append(Buf16_ID* queue, const short* in, int len) {
   for (int done = 0; done < count;) {
     const int run = min(count - done, run_after(queue->rear));
     short* slots = queue->membuf + next(queue->rear);
-    for (int i = 0; i < run; ++i) slots[i] = in[stride * (done + i)];
+    if constexpr (stride == 1)
+      memcpy(slots, in + done, run * sizeof(short));
+    else
+      for (int i = 0; i < run; ++i) slots[i] = in[stride * (done + i)];
     queue->rear = next(queue->rear) + run - 1;
     done += run;
   }

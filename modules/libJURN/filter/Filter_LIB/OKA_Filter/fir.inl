@@ -19,13 +19,13 @@ JURN_INLINE void add_to_every_other(V (&acc)[group], const Sum* x, const Sum* ta
   }
 }
 
-/** Adds count taps to the sums of `group` vectors of outputs. */
+/** Adds count taps to the sums of `group` vectors of outputs; the first taps start the sums. */
 template <int group, class Sum>
-JURN_INLINE void fir_group(Sum* sums, const Sum* x, const Sum* taps, int count) {
+JURN_INLINE void fir_group(Sum* sums, const Sum* x, const Sum* taps, int count, bool starts) {
   constexpr int lanes = JURN_VECTOR_BYTES / sizeof(Sum);
   using V = Vec<Sum, lanes>;
-  V acc[group];
-  for (int k = 0; k < group; ++k) acc[k] = load<V>(sums + k * lanes);
+  V acc[group] = {};
+  for (int k = 0; k < group && !starts; ++k) acc[k] = load<V>(sums + k * lanes);
   const int ahead = count < lanes ? count : lanes;
   add_to_every_other<1>(acc, x, taps, 0, ahead);
   for (int j = 0; j < count - ahead; ++j) {
@@ -44,12 +44,13 @@ JURN_INLINE void fir_group(Sum* sums, const Sum* x, const Sum* taps, int count) 
 
 /** Covers `vectors` vectors of outputs with groups of `group`, and the rest with smaller ones. */
 template <int group, class Sum>
-JURN_INLINE void fir_groups(Sum* sums, const Sum* x, const Sum* taps, int count, int vectors) {
+JURN_INLINE void fir_groups(Sum* sums, const Sum* x, const Sum* taps, int count, bool starts,
+                            int vectors) {
   constexpr int step = group * (JURN_VECTOR_BYTES / sizeof(Sum));
   for (; vectors >= group; vectors -= group, sums += step, x += step)
-    fir_group<group>(sums, x, taps, count);
+    fir_group<group>(sums, x, taps, count, starts);
   if constexpr (group > 1)
-    if (vectors > 0) fir_groups<(group > 8 ? 8 : group / 2)>(sums, x, taps, count, vectors);
+    if (vectors > 0) fir_groups<(group > 8 ? 8 : group / 2)>(sums, x, taps, count, starts, vectors);
 }
 
 /** Sums of a tile of outputs and of taps: 3840 and 2048 bytes of them, in float or in double. */
@@ -69,12 +70,11 @@ JURN_INLINE void fir_tile(Sum* sums, const Sample* x, int count, const Sum* taps
   Sum window[Tile::outputs + Tile::taps];
   const int vectors = (count + lanes - 1) / lanes;
   const int padded = vectors * lanes;
-  memset(sums, 0, padded * sizeof(Sum));
   for (int first = 0; first < tap_count; first += Tile::taps) {
     const int taps_here = tap_count - first < Tile::taps ? tap_count - first : Tile::taps;
     const int past = taps_here - 1;
     widen(window, x - first - past, past + count);
     memset(window + past + count, 0, (padded - count) * sizeof(Sum));
-    fir_groups<group>(sums, window + past, taps + first, taps_here, vectors);
+    fir_groups<group>(sums, window + past, taps + first, taps_here, first == 0, vectors);
   }
 }
