@@ -38,7 +38,7 @@ void append_file(const std::string& path, int rate, const ResponseOptions& optio
   AudioReader reader(path, kMaxChannels);
   if (reader.rate() != rate && !options.resample)
     throw Error(kInputError, path + ": the response is at " + std::to_string(reader.rate()) +
-                                 " Hz and the recording at " + std::to_string(rate) +
+                                 " Hz instead of " + std::to_string(rate) +
                                  " Hz; --resample converts it");
   const double ratio = static_cast<double>(rate) / reader.rate();
   const double taps = std::ceil(static_cast<double>(reader.frames()) * ratio);

@@ -776,23 +776,26 @@ int run_command(const std::vector<std::string>& arguments, CLI::App* app) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Filters recordings: FIR, IIR, sections, moving average, long impulse responses.",
-               "jurn-filter");
-  app.set_version_flag("--version", "jurn-filter " JURN_VERSION_STRING);
-  app.footer(
-      "Filters in series: jurn-filter fir IN OUT -c taps.txt --then average --length 8\n"
-      "Exit codes: 0 done, 2 wrong command line, 3 unreadable input, 4 unwritable result, "
-      "130 interrupted, 141 closed pipe");
-  open_standard_streams();
-  catch_signals();
   try {
-    return run_command({argv + 1, argv + argc}, &app);
-  } catch (const CLI::ParseError& e) {
-    if (e.get_exit_code() == 0) return app.exit(e);  // --help
-    return report(kUsageError, e.what());
-  } catch (const Error& e) {
-    return report(e.code, e.what());
-  } catch (const std::exception& e) {
-    return report(kInputError, e.what());
+    CLI::App app("Filters recordings: FIR, IIR, sections, moving average, long impulse responses.",
+                 "jurn-filter");
+    app.set_version_flag("--version", "jurn-filter " JURN_VERSION_STRING);
+    app.footer(
+        "Filters in series: jurn-filter fir IN OUT -c taps.txt --then average --length 8\n"
+        "Exit codes: 0 done, 2 wrong command line, 3 unreadable input, 4 unwritable result, "
+        "130 interrupted, 141 closed pipe");
+    open_standard_streams();
+    catch_signals();
+    try {
+      return run_command({argv + 1, argv + argc}, &app);
+    } catch (const CLI::ParseError& e) {
+      if (e.get_exit_code() == 0) return app.exit(e);  // --help
+      return report(kUsageError, e.what());
+    } catch (const Error& e) {
+      return report(e.code, e.what());
+    }
+  } catch (const std::exception& e) {  // also what reports an error, where the memory is used up
+    std::fprintf(stderr, "jurn-filter: %s\n", e.what());
+    return kInputError;
   }
 }
