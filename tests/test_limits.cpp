@@ -61,6 +61,7 @@ TEST(LimitsDeathTest, LongFilter) {
   } cases[] = {{"two filters must have at most 1056 frames", 1, -6, 1, 1057},
                {"time-domain kinds take 1 to 32767 taps", 2, -3, 0, 2},
                {"blen - 1 . frames must fit meminput", 1, -1, 32767, 1059},
+               {"block must have at most 32767 frames", 1, -1, 1, 32768},
                {"average's blen must be from 1 to", 1, 2, 32768, 1},
                {"FFT kinds need the FFT set-up", 2, -2, 1, 2}};
   for (const auto& c : cases)
@@ -69,8 +70,8 @@ TEST(LimitsDeathTest, LongFilter) {
   EXPECT_DEATH((f->cmemcall = 1, run(MORVAX_FilterlongfirRun_API, f, 1, -6, 1, 1, 1, 1)),
                "pending fade needs a saved filter");
   EXPECT_DEATH((f->blen = 8193, MORVAX_FilterlongfirCalcu_API_forFFT(f)), "take 1 to 8192 taps");
-  EXPECT_DEATH((f->blen = f->cmemblen = 32769, MORVAX_FilterlongfirCalcu_APItime(f)),
-               "blen must be at most 32768 for a time-domain fade");
+  EXPECT_DEATH((f->blen = f->cmemblen = 32768, MORVAX_FilterlongfirCalcu_APItime(f)),
+               "time-domain fade takes at most 32767 taps");
 
   const auto run_fft = [=](int in_queued, int out_queued, int inLen) {
     f->chanel = 2;
@@ -83,7 +84,7 @@ TEST(LimitsDeathTest, LongFilter) {
   };
   EXPECT_DEATH(run_fft(512, 0, 3), "inLen must be 0 or more and, in stereo, even");
   EXPECT_DEATH(run_fft(100000, 0, 5600), "does not fit the input FIFO");
-  EXPECT_DEATH(run_fft(512, 105000, 200), "does not fit the output FIFO");
+  EXPECT_DEATH(run_fft(512, 105500, 200), "does not fit the output FIFO");
 }
 
 TEST(LimitsDeathTest, FloatFilter) {
@@ -105,12 +106,14 @@ TEST(LimitsDeathTest, FloatFilter) {
 TEST(LimitsDeathTest, MovingSum) {
   shuzhiFilter_ID* f = &moving_sum;
   const char* const blen = "blen must be from 1 to 256";
+  const char* const memi = "memi from 0 to 255";
   EXPECT_DEATH(MORVAX_shuzhiFilterCalcu_API(f), blen);
   EXPECT_DEATH(MORVAX_shuzhiFilterRun_API(f, block, 1, block), blen);
   EXPECT_DEATH(MORVAX_shuzhiFilterRun_API_inonesampleoutsum(f, 1), blen);
-  f->blen = f->memi = 4;
-  EXPECT_DEATH(MORVAX_shuzhiFilterRun_API(f, block, 1, block), "memi must lie in 0 .. len - 1");
-  EXPECT_DEATH(MORVAX_shuzhiFilterRun_API_inonesampleoutsum(f, 1), "memi must lie in 0 .. blen");
+  f->blen = 4;
+  f->memi = 256;
+  EXPECT_DEATH(MORVAX_shuzhiFilterRun_API(f, block, 1, block), memi);
+  EXPECT_DEATH(MORVAX_shuzhiFilterRun_API_inonesampleoutsum(f, 1), memi);
 }
 
 TEST(LimitsDeathTest, KernelsAndServices) {

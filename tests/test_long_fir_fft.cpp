@@ -46,7 +46,7 @@ TEST(FftKinds, LongestFilters) {
   }
 }
 
-/* The rings wrap many times under random call lengths. */
+/* The rings wrap many times under random call lengths, and take the longest call at the end. */
 TEST(FftKinds, QueuesNeverDrift) {
   for (const Kind& kind : kKinds) {
     Pair pair(kind, 8);
@@ -57,6 +57,8 @@ TEST(FftKinds, QueuesNeverDrift) {
       ASSERT_NO_FATAL_FAILURE(pair.run(count));
       pair.all.clear();
     }
+    const int longest = 105599 / (kind.type == -5 ? 2 : kind.chanel) - pair.filter->fftN;
+    ASSERT_NO_FATAL_FAILURE(pair.run(longest));
   }
 }
 

@@ -34,9 +34,10 @@ JURN_API void MORVAX_ChanelConvert(int innum, int outnum, int len, const short* 
  *
  * @param b, a destinations of 3 ns entries each
  * @param num, den ns rows of three
- * @param ns number of sections; 0 or less copies nothing
+ * @param ns number of sections
  *
- * The destinations may be the sources. State touched: none. Real-time safe.
+ * The destinations may be the sources. State touched: none. Wrong input: ns of 0 or less copies
+ * nothing. Real-time safe.
  */
 JURN_API void MORVAX_SecOrSecMatlab(float* b, float* a, const float* num, const float* den, int ns);
 

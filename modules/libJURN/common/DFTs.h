@@ -21,12 +21,14 @@ typedef struct RealFFT_st RealFFT_ID;
 /**
  * Prepares a state for transforms of length N.
  *
- * @param state any record; overwritten
+ * @param state any record
  * @param N transform length, a power of two from 2 to 16384
- * @return 0, or -1 for any other length, which touches nothing
+ * @return 0, or -1 for any other length
  *
- * The tables are computed from additions, multiplications and divisions alone, so they hold the
- * same bits on every platform. Real-time safe; the time grows linearly with N.
+ * State touched: N, scale, and of fft_w the tables that transforms of N read. Wrong input: another
+ * length touches nothing. Real-time safe; the time grows linearly with N. The twiddle factors are
+ * Taylor's series in double, of additions, multiplications and divisions alone, so they hold the
+ * same bits on every platform.
  */
 JURN_API short MORVAX_KLOV_RealFFT_Init(RealFFT_ID* state, short N);
 
@@ -41,9 +43,11 @@ JURN_API short MORVAX_KLOV_RealFFT_Init(RealFFT_ID* state, short N);
  * @param state prepared by MORVAX_KLOV_RealFFT_Init for the same N; not changed
  * @param data N real samples in, the spectrum out; any alignment
  * @param N transform length
- * @return 0, or -1 when N is not a valid length or not the state's, which touches nothing
+ * @return 0, or -1 when N is not a valid length or not the state's
  *
- * State touched: none but data. Real-time safe.
+ * State touched: none but data. Wrong input: another length touches nothing. Real-time safe. Real
+ * sequences split three levels a pass into a quarter and three complex ones, which decimation in
+ * frequency of radix 4 transforms; nothing is put in order.
  */
 JURN_API short MORVAX_KLOV_RealFFT_Run2(const RealFFT_ID* state, float* data, short N);
 
@@ -58,9 +62,10 @@ JURN_API short MORVAX_KLOV_RealFFT_Run2(const RealFFT_ID* state, float* data, sh
  * @param state prepared by MORVAX_KLOV_RealFFT_Init for the same N; not changed
  * @param data a spectrum in, N real samples out; any alignment
  * @param N transform length
- * @return 0, or -1 when N is not a valid length or not the state's, which touches nothing
+ * @return 0, or -1 when N is not a valid length or not the state's
  *
- * State touched: none but data. Real-time safe.
+ * State touched: none but data. Wrong input: another length touches nothing. Real-time safe. The
+ * forward transform's steps undone, decimation in time.
  */
 JURN_API short MORVAX_KLOV_InverseRealFFT_Run2(const RealFFT_ID* state, float* data, short N);
 

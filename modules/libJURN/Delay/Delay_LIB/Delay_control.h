@@ -25,9 +25,10 @@ typedef struct buffer Buf16_ID;
 /**
  * Empties the queue and clears the ring, so that samples primed by moving rear are silence.
  *
- * @param queue any record; id, front and rear become 0, all slots 0
+ * @param queue any record
  *
- * Real-time safe (clears 206 KiB).
+ * State touched: id, front and rear become 0, all slots 0. Wrong input: none. Real-time safe
+ * (clears 206 KiB).
  */
 JURN_API void MORVAX_BufresetAPI(Buf16_ID* queue);
 
@@ -38,7 +39,8 @@ JURN_API void MORVAX_BufresetAPI(Buf16_ID* queue);
  * @param in len samples
  * @param len number of samples, 0 or more; what does not fit in the free slots is dropped
  *
- * State touched: membuf and rear. Real-time safe.
+ * State touched: membuf and rear. Wrong input: debug builds assert that len is not negative and
+ * that front and rear lie in the ring. Real-time safe.
  */
 JURN_API void MORVAX_putinAPI_loop(Buf16_ID* queue, const short* in, int len);
 
@@ -50,7 +52,8 @@ JURN_API void MORVAX_putinAPI_loop(Buf16_ID* queue, const short* in, int len);
  * @param len number of samples in both channels, 0 or more; len / 2 are queued, truncated; what
  *   does not fit in the free slots is dropped
  *
- * State touched: membuf and rear. Real-time safe.
+ * State touched: membuf and rear. Wrong input: debug builds assert that len is not negative and
+ * that front and rear lie in the ring. Real-time safe.
  */
 JURN_API void MORVAX_putinAPI_loop_onlychannelLin(Buf16_ID* queue, const short* in, int len);
 
@@ -60,7 +63,8 @@ JURN_API void MORVAX_putinAPI_loop_onlychannelLin(Buf16_ID* queue, const short* 
  * @param queue a valid queue
  * @return (rear - front) modulo 105600, from 0 to 105599
  *
- * State touched: none. Real-time safe.
+ * State touched: none. Wrong input: front or rear outside the ring give a number without meaning.
+ * Real-time safe.
  */
 JURN_API int MORVAX_queuehave_API(const Buf16_ID* queue);
 
@@ -68,11 +72,14 @@ JURN_API int MORVAX_queuehave_API(const Buf16_ID* queue);
  * Takes the oldest samples out of the queue.
  *
  * @param queue a valid queue
- * @param out receives len samples in queue order; when fewer are queued, the rest becomes 0
+ * @param out receives len samples in queue order, outside the ring; when fewer are queued, the rest
+ *   becomes 0
  * @param len number of samples wanted, 0 or more
  * @return the number of samples taken
  *
- * State touched: front. Real-time safe.
+ * State touched: front; the samples stay in the ring until others take their slots. Wrong input:
+ * debug builds assert that len is not negative and that front and rear lie in the ring. Real-time
+ * safe.
  */
 JURN_API int MORVAX_putoutAPI_ForReframe_0_loop(Buf16_ID* queue, short* out, int len);
 

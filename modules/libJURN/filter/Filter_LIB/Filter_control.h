@@ -82,7 +82,8 @@ typedef struct Filter_memory Filter_ID;
  *
  * @param mFilter any record; its configuration keeps its values
  *
- * State touched: memL, memR. Real-time safe; the time does not depend on the configuration.
+ * State touched: memL, memR. Wrong input: none. Real-time safe; the time does not depend on the
+ * configuration.
  */
 JURN_API void MORVAX_FilterReset_API(Filter_ID* mFilter);
 
@@ -125,7 +126,8 @@ JURN_API void MORVAX_FilterCalcu_API_FromMatlabTable(Filter_ID* mFilter, const f
  * @param dstmFilter the filter that changes; its history goes on under the new coefficients
  * @param srcFilter the filter to copy from; may be the same record
  *
- * State touched: the fields named above. Real-time safe, also between two runs.
+ * State touched: the fields named above. Wrong input: debug builds assert the source's blen and
+ * alen; a count of 0 or less copies no coefficient. Real-time safe, also between two runs.
  */
 JURN_API void MORVAX_Filter_abCopy_API(Filter_ID* dstmFilter, const Filter_ID* srcFilter);
 
@@ -150,7 +152,8 @@ JURN_API void MORVAX_Filter_abCopy_API(Filter_ID* dstmFilter, const Filter_ID* s
  *   written. May be input.
  *
  * State touched: memL, and memR in stereo. Wrong input: another chanel or filtertype, stereo with
- * filtertype 2 included, writes nothing. Real-time safe. The IIR is the direct form I.
+ * filtertype 2 included, writes nothing; a cascade of another order, or of no section, passes the
+ * input on; debug builds assert the limits. Real-time safe. FIR and IIR are direct forms (I).
  */
 JURN_API void MORVAX_FilterRun_API(Filter_ID* mFilter, const short* input, int inLen,
                                    short* output);
@@ -171,11 +174,11 @@ struct shuzhiFilter_mem {
 typedef struct shuzhiFilter_mem shuzhiFilter_ID;
 
 /**
- * Returns a moving-sum filter to silence: the ring, memi and memsumin become 0.
+ * Returns a moving-sum filter to silence.
  *
  * @param mFilter any record; N_1 and blen keep their values
  *
- * Real-time safe.
+ * State touched: the ring, memi and memsumin become 0. Wrong input: none. Real-time safe.
  */
 JURN_API void MORVAX_shuzhiFilterReset_API(shuzhiFilter_ID* mFilter);
 
@@ -184,8 +187,10 @@ JURN_API void MORVAX_shuzhiFilterReset_API(shuzhiFilter_ID* mFilter);
  *
  * @param mFilter a record whose blen is set, 1 to 256
  *
- * State touched: N_1. Wrong input: debug builds assert blen. Real-time safe. A change of blen needs
- * this call and a reset, in either order.
+ * A change of blen needs this call and a reset, in either order; without the reset the sum is no
+ * longer the ring's.
+ *
+ * State touched: N_1. Wrong input: debug builds assert blen. Real-time safe.
  */
 JURN_API void MORVAX_shuzhiFilterCalcu_API(shuzhiFilter_ID* mFilter);
 
@@ -202,7 +207,7 @@ JURN_API void MORVAX_shuzhiFilterCalcu_API(shuzhiFilter_ID* mFilter);
  * @param output receives inLen samples; may be input
  *
  * State touched: meminput, memi, memsumin. Wrong input: debug builds assert blen and memi.
- * Real-time safe; the time does not depend on blen.
+ * Real-time safe; the time does not depend on blen. A running sum over a ring.
  */
 JURN_API void MORVAX_shuzhiFilterRun_API(shuzhiFilter_ID* mFilter, const short* input, int inLen,
                                          short* output);
@@ -215,7 +220,7 @@ JURN_API void MORVAX_shuzhiFilterRun_API(shuzhiFilter_ID* mFilter, const short* 
  * @return the sum of the last blen samples
  *
  * State touched: meminput, memi, memsumin. Wrong input: debug builds assert blen and memi.
- * Real-time safe.
+ * Real-time safe. The running sum of the block run.
  */
 JURN_API int MORVAX_shuzhiFilterRun_API_inonesampleoutsum(shuzhiFilter_ID* mFilter, short input);
 
@@ -287,7 +292,8 @@ JURN_API void MORVAX_Qiirf(float* output, const float* input, int inlen, double*
  * @param b blen coefficients, b[0] of the current sample
  * @param blen 1 or more
  *
- * State touched: the history. Wrong input: debug builds assert the counts. Real-time safe.
+ * State touched: the history. Wrong input: debug builds assert the counts. Real-time safe. Direct
+ * convolution.
  */
 JURN_API void MORVAX_Qfirf(float* output, const float* input, int inlen, float* mem_input,
                            const double* b, short blen);
@@ -297,8 +303,8 @@ JURN_API void MORVAX_Qfirf(float* output, const float* input, int inlen, float* 
  *
  * @param mFilter any record; its configuration keeps its values
  *
- * State touched: memL. Real-time safe. Needed after a change of blen, alen, filtertype or the block
- * length; new coefficient values alone take effect at the next block.
+ * State touched: memL. Wrong input: none. Real-time safe. Needed after a change of blen, alen,
+ * filtertype or the block length; new coefficient values alone take effect at the next block.
  */
 JURN_API void MORVAX_FilterfReset_API(Filterf_ID* mFilter);
 
@@ -322,7 +328,7 @@ JURN_API void MORVAX_FilterfRun_API(Filterf_ID* mFilter, const float* input, int
  * @param mFilter a configured filter, reset before its first run
  * @param input inLen samples
  * @param inLen 0 to 1056, within the limits of the record, the same on every call
- * @param output receives inLen samples on the int16 scale
+ * @param output receives inLen samples on the int16 scale; must not overlap input
  *
  * State touched: memL. Wrong input: as MORVAX_FilterfRun_API. Real-time safe.
  */
@@ -426,8 +432,9 @@ typedef struct bFilter_memory Filterlongfir_ID;
  *
  * @param mFilter any record; coefficients, configuration and spectra keep their values
  *
- * The FFT kinds need MORVAX_FilterlongfirCalcu_API_forFFT after it, which primes the FIFOs.
- * Real-time safe; the time is that of clearing about 600 KiB.
+ * State touched: memL, memR, mBufin, mBufout, membufrear and the three fields above. Wrong input:
+ * none. Real-time safe; the time is that of clearing about 600 KiB. The FFT kinds need
+ * MORVAX_FilterlongfirCalcu_API_forFFT after it, which primes the FIFOs.
  */
 JURN_API void MORVAX_FilterlongfirReset_API(Filterlongfir_ID* mFilter);
 
@@ -458,20 +465,26 @@ JURN_API void MORVAX_FilterlongfirCalcu_APItime(Filterlongfir_ID* mFilter);
  * Sets up the FFT kinds from b, bR, blen, bRlen, chanel and filtertype.
  *
  * hM is the longer tap count of the two-filter kinds (-2, -7, -5, -4), blen for others; fftN is the
- * smallest power of two of at least 2 hM; the hop is fftN - hM + 1 frames. Transforms the taps into
- * hLrfft (and hRrfft). When the priming length changes (after a reset always), primes the input
- * FIFO with one transform length per queued channel and empties the output FIFO; otherwise the
- * stream goes on. When fftN is unchanged, saves the previous spectra, and the next block of the
- * kinds -2 (stereo) and -5 fades from them. A fade that is still pending when fftN changes stays
- * pending, with spectra of the old length: run a block of a fading kind, or reset, in between.
+ * smallest power of two of at least 2 hM; the hop is fftN - hM + 1 frames, by which the output is
+ * delayed. Transforms the taps into hLrfft (and hRrfft).
  *
- * @param mFilter a filter that was reset; blen (and bRlen) from 1 to 8192; the shorter array of two
- *   holds zeros up to the longer one's length
+ * When the priming length changes (after a reset always), primes the input FIFO with one transform
+ * length per queued channel and empties the output FIFO. Otherwise the stream goes on; another hM
+ * changes its delay, so that as many frames are skipped or repeated. After a change of chanel, or
+ * of filtertype between -4 and others, reset first: queues that keep their length would be read in
+ * another layout.
  *
- * The output is the filtered input delayed by one hop. State touched: fftN, offset, membufrear, the
- * FIFOs' indices, realfft, spectra, cmemhLrfft, cmemhRrfft, cmemcall, cmemfftN. Wrong input: debug
- * builds assert the tap counts. Real-time safe, though it costs a few blocks' time; linear in the
- * taps but for the transform's logarithm.
+ * When fftN is unchanged, saves the previous spectra, and the next block of the kinds -2 (stereo)
+ * and -5 fades from them. A fade that is still pending when fftN changes stays pending, with
+ * spectra of the old length: run a block of a fading kind, or reset, in between.
+ *
+ * @param mFilter a filter that was reset; blen and bRlen from 1 to 8192, equal in mono -2; the
+ *   shorter array of two holds zeros up to the longer one's length
+ *
+ * State touched: fftN, offset, membufrear, the FIFOs' indices, realfft, spectra, cmemhLrfft,
+ * cmemhRrfft, cmemcall, cmemfftN. Wrong input: debug builds assert the tap counts. Real-time safe,
+ * though it costs a few blocks' time; linear in the taps but for the transform's logarithm. The
+ * partition is a single one, as overlap-save needs it.
  */
 JURN_API void MORVAX_FilterlongfirCalcu_API_forFFT(Filterlongfir_ID* mFilter);
 
@@ -492,7 +505,7 @@ JURN_API void MORVAX_FilterlongfirCalcu_API_forFFT(Filterlongfir_ID* mFilter);
  * @param input inLen samples (chanel 1) or interleaved values (chanel 2)
  * @param inLen 0 or more, even for chanel 2; time-domain kinds: the same on every call, at most
  *   2 x 1056 in stereo, 1056 for the kinds -6 and 1 in mono, 32767 for -1 and 2 in mono; FFT kinds:
- *   any length such that the FIFOs hold it: 2 fftN + inLen below 105600, in int16 values
+ *   any length with channels (fftN + frames) below 105600, channels being 2 in stereo and for -5
  * @param output receives inLen values; 2 inLen interleaved values for the mono-to-stereo kinds
  *   -5 and -6. May be input, with room for what is written.
  *

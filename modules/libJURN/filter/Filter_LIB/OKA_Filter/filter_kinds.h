@@ -41,6 +41,7 @@ static inline void check_limits(const Record* mFilter, int frames) {
         "filter run: blen must be from 1 to 1250, of a long filter to 32767");
     JURN_LIMIT(mFilter->blen - 1 + frames <= count_of(mFilter->memL.meminput),
                "filter run: blen - 1 + frames must fit meminput");
+    JURN_LIMIT(frames <= 32767, "filter run: a block must have at most 32767 frames");
   }
   if (kind == KIND_IIR) {
     JURN_LIMIT(mFilter->alen >= 1 && mFilter->alen <= count_of(mFilter->a),
@@ -57,6 +58,8 @@ static inline void check_limits(const Record* mFilter, int frames) {
     JURN_LIMIT(mFilter->blen >= 1 && mFilter->blen <= count_of(mFilter->memL.meminput) &&
                    mFilter->blen <= 32767,
                "filter run: an average's blen must be from 1 to 2156, of a long filter to 32767");
+    JURN_LIMIT(mFilter->memL.memi >= 0 && mFilter->memL.memi < count_of(mFilter->memL.meminput),
+               "filter run: memi must lie in meminput");
     JURN_LIMIT(frames <= 32767, "filter run: an average's block must have at most 32767 samples");
   }
   if (mFilter->chanel == 2)

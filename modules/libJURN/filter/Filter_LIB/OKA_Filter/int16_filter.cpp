@@ -46,9 +46,11 @@ void MORVAX_FilterCalcu_API_FromMatlabTable(Filter_ID* mFilter, const float* num
     JURN_LIMIT(3 * mFilter->ns <= JURN_COEFFICIENTS,
                "Filter_ID: the Order of a section table must be at most 832");
     MORVAX_SecOrSecMatlab(mFilter->b, mFilter->a, num, den, mFilter->ns);
-  } else if (Order >= 0) {
-    memmove(mFilter->b, num, (Order + 1) * sizeof(float));
-    memmove(mFilter->a, den, (Order + 1) * sizeof(float));
+  } else {
+    for (int i = 0; i <= Order; ++i) {
+      mFilter->b[i] = num[i];
+      mFilter->a[i] = den[i];
+    }
   }
 }
 

@@ -100,10 +100,8 @@ void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, shor
              "Filterlongfir_ID: the FFT kinds need the FFT set-up before the run");
   JURN_LIMIT(inLen >= 0 && inLen % mFilter->chanel == 0,
              "Filterlongfir_ID: inLen must be 0 or more and, in stereo, even");
-  JURN_LIMIT(MORVAX_queuehave_API(in) + inLen < JURN_RING_SLOTS,
+  JURN_LIMIT(MORVAX_queuehave_API(in) + inLen / mFilter->chanel * in_channels < JURN_RING_SLOTS,
              "Filterlongfir_ID: the block does not fit the input FIFO of 105599 values");
-  JURN_LIMIT(MORVAX_queuehave_API(out) + (N + inLen) * out_channels < JURN_RING_SLOTS,
-             "Filterlongfir_ID: the block does not fit the output FIFO of 105599 values");
 
   if (type == KIND_FFT_LEFT_ONLY)
     MORVAX_putinAPI_loop_onlychannelLin(in, input, inLen);
@@ -132,6 +130,8 @@ void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, shor
     }
 
     in->front = advance(in->front, in_channels * hop);
+    JURN_LIMIT(MORVAX_queuehave_API(out) + out_channels * hop < JURN_RING_SLOTS,
+               "Filterlongfir_ID: the block does not fit the output FIFO of 105599 values");
     emit(out->membuf, advance(out->rear, 1), out_channels, hop, mFilter->xLhL + discarded,
          mFilter->xRhR + discarded);
     out->rear = advance(out->rear, out_channels * hop);

@@ -88,8 +88,7 @@ void MORVAX_FilterlongfirCalcu_APItime(Filterlongfir_ID* mFilter) {
   const int blen = mFilter->blen;
   if (mFilter->cmemblen == blen) {
     const int samples = blen + JURN_BLOCK;
-    JURN_LIMIT(samples <= JURN_LONG_HISTORY,
-               "Filterlongfir_ID: blen must be at most 32768 for a time-domain fade");
+    JURN_LIMIT(blen <= 32767, "Filterlongfir_ID: a time-domain fade takes at most 32767 taps");
     if (blen > 0) {
       memcpy(mFilter->cmemb, mFilter->b, blen * sizeof(float));
       memcpy(mFilter->cmembR, mFilter->bR, blen * sizeof(float));

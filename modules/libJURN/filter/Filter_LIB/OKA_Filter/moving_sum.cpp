@@ -28,13 +28,14 @@ void mean_samples(short* output, const short* input, int count, short* ring, int
 
 void moving_mean(short* output, const short* input, int inlen, short* ring, int len, float scale,
                  int* sum, int* memi) {
-  JURN_LIMIT(*memi >= 0 && *memi < len, "moving average: memi must lie in 0 .. len - 1");
   const int shortest_run = 8;  // of a ring that fills vectors
   for (int i = 0; i < inlen;) {
     const int left = inlen - i;
     int taken = 0;
     int run = left;
-    if (len >= shortest_run) {
+    if (*memi >= len) {
+      run = 1;
+    } else if (len >= shortest_run) {
       run = left < len - *memi ? left : len - *memi;
       taken = mean_run(output + i, input + i, run, ring + *memi, scale, sum);
       *memi = *memi + taken == len ? 0 : *memi + taken;

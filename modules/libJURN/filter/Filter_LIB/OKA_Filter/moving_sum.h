@@ -10,12 +10,14 @@ static inline float moving_mean_scale(int len) {
 /**
  * Pushes one sample: *sum becomes the sum of the last len samples.
  *
- * @param ring len samples; *memi is the slot of the oldest, which the sample replaces
+ * @param ring len samples; *memi is the slot of the oldest, which the sample replaces. Where len
+ * has become smaller without a reset, it may lie behind them and comes back with this sample.
  */
 static inline void moving_sum_push(short sample, short* ring, int len, int* sum, int* memi) {
   *sum += sample - ring[*memi];
   ring[*memi] = sample;
-  *memi = *memi + 1 == len ? 0 : *memi + 1;
+  const int next = *memi + 1;
+  *memi = next < len ? next : next % len;
 }
 
 /** Means of the last len samples: output[i] = scale * sum, truncated toward zero, not limited. */
