@@ -87,10 +87,12 @@ class Twins {
     std::memcpy(saved_actual_, actual, sizeof(Record));
     std::memcpy(saved_expected_, expected, sizeof(Record));
   }
-  void restore() {
-    if (!saved_actual_) return;
+  /** Does nothing before the first save. */
+  bool restore() {
+    if (!saved_actual_) return false;
     std::memcpy(actual, saved_actual_, sizeof(Record));
     std::memcpy(expected, saved_expected_, sizeof(Record));
+    return true;
   }
   /** One block through both, perhaps in place. */
   template <class Out, class In, class Call, class RefCall>

@@ -97,8 +97,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         saved_balanced = balanced;
         break;
       case 5:
-        twins.restore();
-        balanced = saved_balanced;
+        if (twins.restore()) balanced = saved_balanced;
         break;
       case 6:
         twins.move(bytes.in(0, 15));
