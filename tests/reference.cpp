@@ -119,6 +119,11 @@ void run_two_filters(Filterlongfir_ID* f, const short* input, int inLen, short* 
   }
 }
 
+/** Not limited: a sum that is no longer the ring's may lie beyond every sample. */
+short whole_mean(float scale, int sum) {
+  return static_cast<short>(static_cast<int>(scale * static_cast<float>(sum)));
+}
+
 }  // namespace
 
 short stoshort(float x) {
@@ -141,7 +146,7 @@ void average(short* output, const short* input, int inlen, short* ring, short le
     *sum = *sum - ring[*memi] + input[i];
     ring[*memi] = input[i];
     *memi = (*memi + 1) % len;
-    output[i] = static_cast<short>(n_1 * static_cast<float>(*sum));
+    output[i] = whole_mean(n_1, *sum);
   }
 }
 
@@ -248,7 +253,7 @@ int push(shuzhiFilter_ID* filter, short input) {
 
 void run(shuzhiFilter_ID* filter, const short* input, int inLen, short* output) {
   for (int i = 0; i < inLen; ++i)
-    output[i] = static_cast<short>(filter->N_1 * static_cast<float>(push(filter, input[i])));
+    output[i] = whole_mean(filter->N_1, push(filter, input[i]));
 }
 
 void reset(Filterf_ID* filter) {
