@@ -252,8 +252,7 @@ int push(shuzhiFilter_ID* filter, short input) {
 }
 
 void run(shuzhiFilter_ID* filter, const short* input, int inLen, short* output) {
-  for (int i = 0; i < inLen; ++i)
-    output[i] = whole_mean(filter->N_1, push(filter, input[i]));
+  for (int i = 0; i < inLen; ++i) output[i] = whole_mean(filter->N_1, push(filter, input[i]));
 }
 
 void reset(Filterf_ID* filter) {
