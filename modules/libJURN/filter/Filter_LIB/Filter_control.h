@@ -483,8 +483,8 @@ JURN_API void MORVAX_FilterlongfirCalcu_APItime(Filterlongfir_ID* mFilter);
  *
  * State touched: fftN, offset, membufrear, the FIFOs' indices, realfft, spectra, cmemhLrfft,
  * cmemhRrfft, cmemcall, cmemfftN. Wrong input: debug builds assert the tap counts. Real-time safe,
- * though it costs a few blocks' time; linear in the taps but for the transform's logarithm. The
- * partition is a single one, as overlap-save needs it.
+ * though it costs a few blocks' time; linear in the taps but for the transform's logarithm.
+ * Overlap-save with one partition.
  */
 JURN_API void MORVAX_FilterlongfirCalcu_API_forFFT(Filterlongfir_ID* mFilter);
 
