@@ -13,6 +13,7 @@ install(FILES ${libJURN}/common/ChanelConvert.h
               ${libJURN}/common/JURN_api.h
               ${libJURN}/common/functions.h
               ${libJURN}/Delay/Delay_LIB/Delay_control.h
+              ${libJURN}/filter/Filter_LIB/Convolution_control.h
               ${libJURN}/filter/Filter_LIB/Filter_control.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/JURN COMPONENT dev)
 install(TARGETS JURNfilter EXPORT JURN

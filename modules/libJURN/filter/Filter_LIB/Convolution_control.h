@@ -1,0 +1,251 @@
+/* Convolution with impulse responses of any length and no latency, between any channels.
+ *
+ * Two pieces of memory that the caller provides:
+ *  - ConvolutionResponse_ID: what to convolve with. A list of routes, each from one input to one
+ *    output through taps of its own, kept as spectra. No run changes it, so any number of streams
+ *    on any threads share one.
+ *  - ConvolutionStream_ID: the past of one stream of blocks.
+ * Both belong to a shape: the channels, the frames of a block and the longest impulse response.
+ * A stream runs with any response of its own shape, and fades from one to another.
+ *
+ * Order of use: fill a shape, ask for the sizes, provide the memory, set both up, then run one
+ * block per call.
+ * @code
+ *   const Convolution_shape shape = {2, 2, 256, 96000};         // stereo, 2 seconds at 48 kHz
+ *   const Convolution_route routes[] = {{0, 0, left, 96000}, {1, 1, right, 90000}};
+ *   size_t size = MORVAX_ConvolutionResponseSize_API(&shape, routes, 2);
+ *   ConvolutionResponse_ID* hall = malloc(size);
+ *   if (MORVAX_ConvolutionResponseCalcu_API(hall, size, &shape, routes, 2) != 0) ...
+ *   size = MORVAX_ConvolutionStreamSize_API(&shape);
+ *   ConvolutionStream_ID* stream = malloc(size);
+ *   if (MORVAX_ConvolutionStreamCalcu_API(stream, size, &shape) != 0) ...
+ *   for (;;) MORVAX_ConvolutionRun_API(stream, hall, block, block);   // 256 frames, in place
+ * @endcode
+ *
+ * What a run computes, for every output and frame:
+ *
+ *   y[n] = sum over the output's routes, and over j, of b[j] x[n-j]
+ *
+ * with x the route's input. There is no latency: y[n] holds the taps of x[n] itself.
+ *
+ * Algorithm: partitioned overlap-save convolution with frequency-domain delay lines on the
+ * library's real FFT. The taps are cut into two or three levels (one when they are few), the first
+ * of short partitions that every call computes, the others of longer ones, whose work is spread
+ * over the calls by a fixed schedule. Partition sizes follow from the block length and the shape's
+ * longest impulse response alone: where a block is no power of two, a transform takes the next
+ * power of two of at least twice the block (32 at least), and a partition as many whole blocks as
+ * it has room for. The dearest run costs less than twice the mean one.
+ *
+ * Arithmetic: in each level, and for each bin of the spectrum, the complex products of window and
+ * partition are added from 0 in the order of the routes in the list, and in each route in
+ * increasing partition index; every product is rounded before it is added, as MORVAX_rfftmut2
+ * rounds it. The levels' samples are added in increasing level. So a channel's bits follow from
+ * its routes, its input, the block length and the shape's longest impulse response, and are the
+ * same on every CPU and compiler. The error against exact convolution is that of one float
+ * transform, about 3e-7 of the output's level. Int16 samples keep their value (no scaling to
+ * +-1.0) and are written by stoshort; floats may have any scale and are not limited.
+ *
+ * A float sample that is no finite number spoils whole blocks, until it has left the past:
+ * shape.taps frames later, and two partitions more.
+ *
+ * Both memories hold no pointers. They may have any alignment of a float, be copied or moved by
+ * memcpy between two calls, and be written to a file for the same build; multiples of 64 bytes are
+ * the fastest place. Nothing is allocated, and no function keeps state elsewhere: distinct streams
+ * may run on distinct threads at once, one stream on one thread at a time. The run and the fade
+ * check nothing; debug builds assert that stream and response are set up and of one shape. */
+#ifndef JURN_CONVOLUTION_CONTROL_H
+#define JURN_CONVOLUTION_CONTROL_H
+
+#include <stddef.h>
+
+#include "JURN_api.h"
+
+JURN_EXTERN_C_BEGIN
+
+/** Inputs, and outputs, at most. */
+#define JURN_CONVOLUTION_CHANNELS 16
+/** Routes of a response at most. */
+#define JURN_CONVOLUTION_ROUTES 256
+/** Frames of a block at most. */
+#define JURN_CONVOLUTION_BLOCK 4096
+/** Taps of a route at most. */
+#define JURN_CONVOLUTION_TAPS 1048576
+
+/** What a set-up returns: 0, or the first thing that does not fit. */
+enum Convolution_error {
+  JURN_CONVOLUTION_OK = 0,
+  JURN_CONVOLUTION_BAD_CHANNELS = -1, /**< inputs or outputs are not from 1 to 16 */
+  JURN_CONVOLUTION_BAD_BLOCK = -2,    /**< block is not from 1 to 4096 */
+  JURN_CONVOLUTION_BAD_TAPS = -3,     /**< taps are not from 1 to 1048576 */
+  JURN_CONVOLUTION_BAD_COUNT = -4,    /**< the count of routes is not from 0 to 256 */
+  JURN_CONVOLUTION_BAD_ROUTE = -5,    /**< a route's input or output is not one of the shape's */
+  JURN_CONVOLUTION_BAD_LENGTH = -6,   /**< a route's blen is not from 1 to the shape's taps */
+  JURN_CONVOLUTION_BAD_VALUE = -7,    /**< a tap is infinite or no number */
+  JURN_CONVOLUTION_TOO_SMALL = -8,    /**< the memory is smaller than the size function says */
+  JURN_CONVOLUTION_TOO_LARGE = -9     /**< the size does not fit this machine's size_t */
+};
+
+/** What a stream and its responses have in common. */
+struct Convolution_shape_st {
+  int inputs;  /**< channels in, 1 to 16 */
+  int outputs; /**< channels out, 1 to 16 */
+  int block;   /**< frames of every call, 1 to 4096 */
+  int taps;    /**< taps of the longest route that will be used, 1 to 1048576 */
+};
+typedef struct Convolution_shape_st Convolution_shape;
+
+/** One way through a response. Several may share an input, an output, or both. */
+struct Convolution_route_st {
+  int input;      /**< from 0 */
+  int output;     /**< from 0 */
+  const float* b; /**< taps, b[0] of the current sample; only the set-up reads them */
+  int blen;       /**< taps, 1 to the shape's */
+};
+typedef struct Convolution_route_st Convolution_route;
+
+/** A prepared response, and a stream: memory whose content only the functions know. */
+typedef struct Convolution_response_st ConvolutionResponse_ID;
+typedef struct Convolution_stream_st ConvolutionStream_ID;
+
+/**
+ * The bytes that a response takes: about eight per tap and route, and 170,000 to 500,000 for the
+ * transforms' tables.
+ *
+ * @param shape the stream's shape
+ * @param routes count routes; b is not read
+ * @param count routes, 0 to 256; none is silence
+ * @return the size, or 0 for what the set-up would refuse
+ *
+ * Real-time safe.
+ */
+JURN_API size_t MORVAX_ConvolutionResponseSize_API(const Convolution_shape* shape,
+                                                   const Convolution_route* routes, int count);
+
+/**
+ * Prepares a response: transforms the taps of every route.
+ *
+ * @param response memory of `size` bytes, aligned as a float
+ * @param size at least what MORVAX_ConvolutionResponseSize_API gives
+ * @param shape the stream's shape
+ * @param routes count routes in the order in which sums take them
+ * @param count routes, 0 to 256
+ * @return JURN_CONVOLUTION_OK, or another Convolution_error, which leaves the response unusable
+ *
+ * State touched: the response. Wrong input: see the return. No heap and no lock, but the time of
+ * about two transforms per partition: run it on another thread than the audio's, for any response
+ * that no stream is running with at the moment.
+ */
+JURN_API int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* response, size_t size,
+                                                 const Convolution_shape* shape,
+                                                 const Convolution_route* routes, int count);
+
+/**
+ * The bytes that a stream takes: about eight per tap and input, and some partitions more.
+ *
+ * @param shape the shape
+ * @return the size, or 0 for a shape that the set-up would refuse
+ *
+ * Real-time safe.
+ */
+JURN_API size_t MORVAX_ConvolutionStreamSize_API(const Convolution_shape* shape);
+
+/**
+ * Sets a stream up, silent. Another block length, other channels or longer responses need it anew.
+ *
+ * @param mFilter memory of `size` bytes, aligned as a float
+ * @param size at least what MORVAX_ConvolutionStreamSize_API gives
+ * @param shape the shape
+ * @return JURN_CONVOLUTION_OK, or another Convolution_error, which leaves the stream unusable
+ *
+ * State touched: the stream. Wrong input: see the return. Real-time safe; the time is that of
+ * clearing the memory.
+ */
+JURN_API int MORVAX_ConvolutionStreamCalcu_API(ConvolutionStream_ID* mFilter, size_t size,
+                                               const Convolution_shape* shape);
+
+/**
+ * Returns a stream to silence; its shape stays.
+ *
+ * @param mFilter a stream that was set up
+ *
+ * State touched: the stream. Wrong input: debug builds assert the set-up. Real-time safe; the time
+ * is that of clearing the memory.
+ */
+JURN_API void MORVAX_ConvolutionReset_API(ConvolutionStream_ID* mFilter);
+
+/**
+ * Filters one block of int16 samples.
+ *
+ * @param mFilter a stream that was set up
+ * @param response a response of the same shape, the one that the previous block ended with; to
+ *   another one MORVAX_ConvolutionFade_API leads
+ * @param input block x inputs interleaved samples
+ * @param output receives block x outputs interleaved samples, by stoshort; may be input, with room
+ *   for what is written
+ *
+ * State touched: the stream. Wrong input: debug builds assert the shapes. Real-time safe.
+ */
+JURN_API void MORVAX_ConvolutionRun_API(ConvolutionStream_ID* mFilter,
+                                        const ConvolutionResponse_ID* response, const short* input,
+                                        short* output);
+
+/**
+ * Filters one block of floats: MORVAX_ConvolutionRun_API without limits.
+ *
+ * @param input block x inputs interleaved samples on any scale
+ * @param output receives block x outputs interleaved samples; may be input, with room for what is
+ *   written
+ */
+JURN_API void MORVAX_ConvolutionRun_API_float(ConvolutionStream_ID* mFilter,
+                                              const ConvolutionResponse_ID* response,
+                                              const float* input, float* output);
+
+/**
+ * Filters one block of floats, each channel in an array of its own.
+ *
+ * @param input as many arrays of block samples as the shape has inputs
+ * @param output as many arrays of block samples as the shape has outputs; any of them may be any
+ *   of input
+ */
+JURN_API void MORVAX_ConvolutionRun_API_planar(ConvolutionStream_ID* mFilter,
+                                               const ConvolutionResponse_ID* response,
+                                               const float* const* input, float* const* output);
+
+/**
+ * Filters one block of int16 samples through two responses, and fades from the first to the second.
+ *
+ *   y[i] = (1 - w) previous[i] + w next[i],   w = i / (block - 1)
+ *
+ * The ramp spans exactly this block: its first frame is wholly the previous response's, its last
+ * wholly the next one's. A block of one frame is the next one's. Both see the same past, so that
+ * what follows is as if the next response had run from the start.
+ *
+ * @param mFilter a stream that was set up
+ * @param previous the response that the previous block ended with
+ * @param next another response of the same shape, with any routes; the following blocks run with it
+ * @param input, output as for MORVAX_ConvolutionRun_API
+ *
+ * State touched: the stream. After the call nothing needs the previous response. Wrong input: debug
+ * builds assert the shapes. Real-time safe. One call takes the place of a run; it costs two of them
+ * and, where there are longer partitions, what these compute in up to two of their hops.
+ */
+JURN_API void MORVAX_ConvolutionFade_API(ConvolutionStream_ID* mFilter,
+                                         const ConvolutionResponse_ID* previous,
+                                         const ConvolutionResponse_ID* next, const short* input,
+                                         short* output);
+
+/** MORVAX_ConvolutionFade_API on the arrays of MORVAX_ConvolutionRun_API_float. */
+JURN_API void MORVAX_ConvolutionFade_API_float(ConvolutionStream_ID* mFilter,
+                                               const ConvolutionResponse_ID* previous,
+                                               const ConvolutionResponse_ID* next,
+                                               const float* input, float* output);
+
+/** MORVAX_ConvolutionFade_API on the arrays of MORVAX_ConvolutionRun_API_planar. */
+JURN_API void MORVAX_ConvolutionFade_API_planar(ConvolutionStream_ID* mFilter,
+                                                const ConvolutionResponse_ID* previous,
+                                                const ConvolutionResponse_ID* next,
+                                                const float* const* input, float* const* output);
+
+JURN_EXTERN_C_END
+
+#endif
