@@ -11,6 +11,7 @@ set(libJURN ${PROJECT_SOURCE_DIR}/modules/libJURN)
 install(FILES ${libJURN}/common/ChanelConvert.h
               ${libJURN}/common/DFTs.h
               ${libJURN}/common/JURN_api.h
+              ${libJURN}/common/JURN_self_check.h
               ${libJURN}/common/functions.h
               ${libJURN}/Delay/Delay_LIB/Delay_control.h
               ${libJURN}/filter/Filter_LIB/Convolution_control.h
