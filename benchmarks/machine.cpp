@@ -8,7 +8,7 @@
 #define JURN_REGISTER "w"
 #endif
 #define JURN_CLONE_BODY "machine.inl"
-#include "for_each_clone.h"
+#include "simd/for_each_clone.h"
 
 namespace {
 

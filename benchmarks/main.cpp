@@ -2,8 +2,8 @@
 #include <chrono>
 #include <cstring>
 
-#include "clones.h"
 #include "groups.h"
+#include "simd/clones.h"
 
 namespace {
 

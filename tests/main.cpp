@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "clones.h"
+#include "simd/clones.h"
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);

@@ -2,7 +2,7 @@
 #include <memory>
 
 #include "DFTs.h"
-#include "clones.h"
+#include "simd/clones.h"
 #include "support.h"
 
 namespace {

@@ -1,8 +1,8 @@
 /* The FFT kinds of Filterlongfir_ID against exact convolution in double precision. */
 #include <memory>
 
-#include "clones.h"
 #include "fft_model.h"
+#include "simd/clones.h"
 
 namespace {
 

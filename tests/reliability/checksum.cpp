@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "clones.h"
 #include "scenarios.h"
+#include "simd/clones.h"
 
 int main(int argc, char** argv) {
   const char* const names[] = {"baseline", "avx2", "avx512"};

@@ -2,8 +2,8 @@
  * result must depend neither on how the stream is cut into calls nor on the clone of the kernels:
  * one record takes each block in one call on the best clone, its twin takes it in pieces on the
  * baseline. The queues must hold one transform length together, after every call. */
-#include "clones.h"
 #include "fuzz.h"
+#include "simd/clones.h"
 
 namespace {
 

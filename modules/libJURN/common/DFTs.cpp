@@ -19,8 +19,8 @@ enum {
   table32 = table16 + 96
 };
 
-#define JURN_CLONE_BODY "DFTs.inl"
-#include "for_each_clone.h"
+#define JURN_CLONE_BODY "../DFTs.inl"
+#include "simd/for_each_clone.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include "samples.h"
 
-#define JURN_CLONE_BODY "samples_blocks.inl"
-#include "for_each_clone.h"
+#define JURN_CLONE_BODY "../samples.inl"
+#include "simd/for_each_clone.h"
 
 void JURN_to_float(float* out, const short* in, int count) {
   JURN_CALL_CLONE(to_float(out, in, count));

@@ -1,53 +1,91 @@
-/* Conversions between sample types, a vector at a time. */
+#include "simd/sample_lanes.inl"
 
-/** As stoshort, lane by lane; the samples are still ints. */
-template <class Int, class Float>
-JURN_INLINE Int sample_lanes(Float x) {
-  const Int number = x == x;  // 0 in the lanes that hold a NaN
-  const Float lowest = broadcast<Float>(-32768.0f);
-  const Float highest = broadcast<Float>(32767.0f);
-  return convert<Int>(smaller(larger(x, lowest), highest)) & number;
+/* An interleaved pair is handled as one int: its first sample in the low half on little-endian
+ * machines, in the high half on big-endian ones. */
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+constexpr bool first_is_high = true;
+#else
+constexpr bool first_is_high = false;
+#endif
+
+template <class Int>
+JURN_INLINE Int first_of(Int pairs) {
+  return first_is_high ? pairs >> 16 : Int(pairs << 16) >> 16;
 }
 
-/** Widens int16 to float or float to double. */
-template <class To, class From>
-JURN_INLINE void widen(To* out, const From* in, int count) {
-  constexpr int lanes = JURN_VECTOR_BYTES / sizeof(To);
-  using Wide = Vec<To, lanes>;
-  int i = 0;
-  for (; i + lanes <= count; i += lanes) {
-    if constexpr (sizeof(From) == 2)
-      store(out + i, convert<Wide>(convert<Vec<int, lanes>>(load<Vec<From, lanes>>(in + i))));
-    else
-      store(out + i, convert<Wide>(load<Vec<From, lanes>>(in + i)));
-  }
-  for (; i < count; ++i) out[i] = in[i];
+template <class Int>
+JURN_INLINE Int second_of(Int pairs) {
+  return first_is_high ? Int(pairs << 16) >> 16 : pairs >> 16;
 }
 
-/** Narrows two vectors of float to int16 by stoshort. */
-JURN_INLINE void narrow_two(short* out, const float* in) {
-  constexpr int lanes = JURN_VECTOR_BYTES / sizeof(float);
+template <class Int>
+JURN_INLINE Int pairs_of(Int first, Int second) {
+  const Int low_half = broadcast<Int>(0xffff);
+  return first_is_high ? (first << 16) | (second & low_half) : (first & low_half) | (second << 16);
+}
+
+template <class Sample>
+JURN_INLINE void split_block(Sample* left, Sample* right, const short* in, int frames) {
+  constexpr int lanes = JURN_VECTOR_BYTES / sizeof(int);
   using Int = Vec<int, lanes>;
-  store_short(out, sample_lanes<Int>(load<Vec<float, lanes>>(in)),
-              sample_lanes<Int>(load<Vec<float, lanes>>(in + lanes)));
-}
-
-/** Narrows float to int16 by stoshort; the last step goes over some samples again. */
-JURN_INLINE void narrow(short* out, const float* in, int count) {
-  constexpr int step = 2 * JURN_VECTOR_BYTES / sizeof(float);
-  if (count < step) {
-    for (int i = 0; i < count; ++i) out[i] = stoshort(in[i]);
-    return;
-  }
-  for (int i = 0; i + step <= count; i += step) narrow_two(out + i, in + i);
-  narrow_two(out + count - step, in + count - step);
-}
-
-/** Narrows double to float, rounded to nearest. */
-JURN_INLINE void narrow(float* out, const double* in, int count) {
-  constexpr int lanes = JURN_VECTOR_BYTES / sizeof(double);
+  using Out = Vec<Sample, lanes>;
   int i = 0;
-  for (; i + lanes <= count; i += lanes)
-    store(out + i, convert<Vec<float, lanes>>(load<Vec<double, lanes>>(in + i)));
-  for (; i < count; ++i) out[i] = static_cast<float>(in[i]);
+  for (; i + lanes <= frames; i += lanes) {
+    const Int pairs = load<Int>(in + 2 * i);
+    store(left + i, convert<Out>(first_of(pairs)));
+    store(right + i, convert<Out>(second_of(pairs)));
+  }
+  for (; i < frames; ++i) {
+    left[i] = in[2 * i];
+    right[i] = in[2 * i + 1];
+  }
+}
+
+JURN_INLINE short to_sample(float x) {
+  return stoshort(x);
+}
+JURN_INLINE short to_sample(short x) {
+  return x;
+}
+
+template <class Int, int lanes>
+JURN_INLINE Int int_samples(const float* in) {
+  return sample_lanes<Int>(load<Vec<float, lanes>>(in));
+}
+template <class Int, int lanes>
+JURN_INLINE Int int_samples(const short* in) {
+  return convert<Int>(load<Vec<short, lanes>>(in));
+}
+
+template <class Sample>
+JURN_INLINE void join_block(short* out, const Sample* left, const Sample* right, int frames) {
+  constexpr int lanes = JURN_VECTOR_BYTES / sizeof(int);
+  using Int = Vec<int, lanes>;
+  int i = 0;
+  for (; i + lanes <= frames; i += lanes)
+    store(out + 2 * i,
+          pairs_of(int_samples<Int, lanes>(left + i), int_samples<Int, lanes>(right + i)));
+  for (; i < frames; ++i) {
+    out[2 * i] = to_sample(left[i]);
+    out[2 * i + 1] = to_sample(right[i]);
+  }
+}
+
+void to_float(float* out, const short* in, int count) {
+  widen(out, in, count);
+}
+void to_short(short* out, const float* in, int count) {
+  narrow(out, in, count);
+}
+void split(float* left, float* right, const short* in, int frames) {
+  split_block(left, right, in, frames);
+}
+void split(short* left, short* right, const short* in, int frames) {
+  split_block(left, right, in, frames);
+}
+void join(short* out, const float* left, const float* right, int frames) {
+  join_block(out, left, right, frames);
+}
+void join(short* out, const short* left, const short* right, int frames) {
+  join_block(out, left, right, frames);
 }

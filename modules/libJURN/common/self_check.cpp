@@ -2,8 +2,8 @@
 
 #include "JURN_self_check.h"
 
-#define JURN_CLONE_BODY "self_check.inl"
-#include "for_each_clone.h"
+#define JURN_CLONE_BODY "../self_check.inl"
+#include "simd/for_each_clone.h"
 
 int MORVAX_SelfCheck_API(void) {
   JURN_CALL_CLONE(self_check());

@@ -1,10 +1,10 @@
-#include "exact_arithmetic.h"
+#include "../../common/exact_arithmetic.h"
 
 #include "Delay_control.h"
 
 #include <string.h>
 
-#include "functions.h"
+#include "../../common/functions.h"
 
 namespace {
 

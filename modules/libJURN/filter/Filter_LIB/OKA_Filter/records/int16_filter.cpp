@@ -1,14 +1,14 @@
 /* Filter_ID. */
-#include "exact_arithmetic.h"
+#include "../../../../common/exact_arithmetic.h"
 
-#include "Filter_control.h"
+#include "../../Filter_control.h"
 
 #include <stddef.h>
 #include <string.h>
 
-#include "ChanelConvert.h"
+#include "../../../../common/ChanelConvert.h"
+#include "../../../../common/functions.h"
 #include "filter_kinds.h"
-#include "functions.h"
 
 static_assert(sizeof(short) == 2 && sizeof(int) == 4 && sizeof(float) == 4 && sizeof(double) == 8,
               "the records' layout");

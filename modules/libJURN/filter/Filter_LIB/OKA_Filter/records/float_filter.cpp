@@ -1,12 +1,12 @@
 /* Filterf_ID. */
-#include "exact_arithmetic.h"
+#include "../../../../common/exact_arithmetic.h"
 
-#include "Filter_control.h"
+#include "../../Filter_control.h"
 
 #include <stddef.h>
 #include <string.h>
 
-#include "functions.h"
+#include "../../../../common/functions.h"
 
 static_assert(offsetof(FilterIOMEMf, memoutput) == 2512 * 4 && sizeof(FilterIOMEMf) == 2512 * 12,
               "FilterIOMEMf has no padding");

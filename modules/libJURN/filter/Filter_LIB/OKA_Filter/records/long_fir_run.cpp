@@ -1,12 +1,12 @@
 /* Filterlongfir_ID: dispatch of the run, and the time-domain kinds with two filters. */
-#include "exact_arithmetic.h"
+#include "../../../../common/exact_arithmetic.h"
 
-#include "Filter_control.h"
+#include "../../Filter_control.h"
 
-#include "ChanelConvert.h"
-#include "OKA_Filter.h"
+#include "../../../../common/ChanelConvert.h"
+#include "../../../../common/functions.h"
+#include "../../OKA_Filter.h"
 #include "filter_kinds.h"
-#include "functions.h"
 #include "long_fir.h"
 
 namespace {

@@ -1,11 +1,11 @@
-#include "exact_arithmetic.h"
+#include "../../../../common/exact_arithmetic.h"
 
-#include "OKA_Filter.h"
+#include "../../OKA_Filter.h"
 
 #include "feedback.h"
 #include "history.h"
-#define JURN_CLONE_BODY "OKA_Filter/JURNiir.inl"
-#include "for_each_clone.h"
+#define JURN_CLONE_BODY "../../filter/Filter_LIB/OKA_Filter/kernels/JURNiir.inl"
+#include "../../../../common/simd/for_each_clone.h"
 
 namespace {
 

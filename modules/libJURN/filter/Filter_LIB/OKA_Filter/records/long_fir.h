@@ -2,7 +2,7 @@
 #ifndef JURN_LONG_FIR_H
 #define JURN_LONG_FIR_H
 
-#include "Filter_control.h"
+#include "../../Filter_control.h"
 
 /** The kinds that only the long filter has; the others are those of filter_kinds.h. */
 enum LongFilterKind {

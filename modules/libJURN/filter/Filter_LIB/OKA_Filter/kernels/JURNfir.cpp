@@ -1,10 +1,10 @@
-#include "exact_arithmetic.h"
+#include "../../../../common/exact_arithmetic.h"
 
-#include "OKA_Filter.h"
+#include "../../OKA_Filter.h"
 
 #include "history.h"
-#define JURN_CLONE_BODY "OKA_Filter/JURNfir.inl"
-#include "for_each_clone.h"
+#define JURN_CLONE_BODY "../../filter/Filter_LIB/OKA_Filter/kernels/JURNfir.inl"
+#include "../../../../common/simd/for_each_clone.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "samples.inl"
+#include "../../../../common/simd/sample_lanes.inl"
 
 #include "fir.inl"
 

@@ -1,13 +1,13 @@
 /* Filterlongfir_ID: reset, time-domain and FFT set-up. */
-#include "exact_arithmetic.h"
+#include "../../../../common/exact_arithmetic.h"
 
-#include "Filter_control.h"
+#include "../../Filter_control.h"
 
 #include <stddef.h>
 #include <string.h>
 
+#include "../../../../common/functions.h"
 #include "filter_kinds.h"
-#include "functions.h"
 #include "long_fir.h"
 
 static_assert(offsetof(BIGFilterIOMEM, memi) == 67648 &&

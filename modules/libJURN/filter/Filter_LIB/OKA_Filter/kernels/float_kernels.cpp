@@ -1,12 +1,12 @@
 /* MORVAX_Qfirf and MORVAX_Qiirf. */
-#include "exact_arithmetic.h"
+#include "../../../../common/exact_arithmetic.h"
 
-#include "Filter_control.h"
+#include "../../Filter_control.h"
 
 #include "feedback.h"
 #include "history.h"
-#define JURN_CLONE_BODY "OKA_Filter/float_kernels.inl"
-#include "for_each_clone.h"
+#define JURN_CLONE_BODY "../../filter/Filter_LIB/OKA_Filter/kernels/float_kernels.inl"
+#include "../../../../common/simd/for_each_clone.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
 /* shuzhiFilter_ID. */
-#include "exact_arithmetic.h"
+#include "../../../../common/exact_arithmetic.h"
 
-#include "Filter_control.h"
+#include "../../Filter_control.h"
 
 #include <stddef.h>
 #include <string.h>
 
-#include "functions.h"
-#include "moving_sum.h"
+#include "../../../../common/functions.h"
+#include "../kernels/moving_sum.h"
 
 static_assert(offsetof(shuzhiFilter_ID, memi) == 512 &&
                   offsetof(shuzhiFilter_ID, memsumin) == 516 &&

@@ -1,8 +1,8 @@
-#include "exact_arithmetic.h"
+#include "../../../../common/exact_arithmetic.h"
 
-#include "OKA_Filter.h"
+#include "../../OKA_Filter.h"
 
-#include "functions.h"
+#include "../../../../common/functions.h"
 #include "moving_sum.h"
 
 void JURN_shuzhi2(short* output, const short* input, int inlen, short* mem_input, short len,

@@ -1,9 +1,9 @@
-#include "exact_arithmetic.h"
+#include "../../../../common/exact_arithmetic.h"
 
-#include "OKA_Filter.h"
+#include "../../OKA_Filter.h"
 
-#define JURN_CLONE_BODY "OKA_Filter/filterNOrNsSec.inl"
-#include "for_each_clone.h"
+#define JURN_CLONE_BODY "../../filter/Filter_LIB/OKA_Filter/kernels/filterNOrNsSec.inl"
+#include "../../../../common/simd/for_each_clone.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
 /* Filterlongfir_ID: the FFT kinds, overlap-save convolution between the two FIFOs. */
-#include "exact_arithmetic.h"
+#include "../../../../common/exact_arithmetic.h"
 
-#include "Filter_control.h"
+#include "../../Filter_control.h"
 
-#include "functions.h"
+#include "../../../../common/functions.h"
+#include "../../../../common/samples.h"
 #include "long_fir.h"
-#include "samples.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
  * of its own and with the vector type of its width (vector.inl). The pragmas give the functions of
  * a body their instruction set; headers with functions are included before, never in a body. FMA is
  * never asked for: no clone could keep the bits of the others with it. */
+#include "../functions.h"
 #include "clones.h"
-#include "functions.h"
 
 #include <string.h>
 

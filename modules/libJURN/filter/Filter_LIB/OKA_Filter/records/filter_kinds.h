@@ -5,11 +5,11 @@
 
 #include <string.h>
 
-#include "ChanelConvert.h"
-#include "Filter_control.h"
-#include "OKA_Filter.h"
-#include "functions.h"
-#include "samples.h"
+#include "../../../../common/ChanelConvert.h"
+#include "../../../../common/functions.h"
+#include "../../../../common/samples.h"
+#include "../../Filter_control.h"
+#include "../../OKA_Filter.h"
 
 enum FilterKind { KIND_FIR = -1, KIND_IIR = 0, KIND_CASCADE = 1, KIND_AVERAGE = 2 };
 
