@@ -1,0 +1,109 @@
+/* What the sources of the convolution objects share.
+ *
+ * Each level of a plan is an overlap-save convolution of its own. A step of level k takes the last
+ * N samples of every input as its window, and gives `hop` frames. Level 0 steps with every call,
+ * on a window that ends with the call's own block. The others step every `calls` calls, on a
+ * window that ends before the current call, spread their work over these calls and put it out in
+ * the next ones; so their first tap lies two hops back.
+ *
+ * A partition has phases x hop taps, as many as a window has room for. So partition i meets the
+ * window of i x phases steps ago: the windows of one phase, every phases-th one, are stored side by
+ * side, newest first, in a ring.
+ *
+ * Spectra are stored in chunks of 16 bins: 16 real parts, then 16 imaginary ones. Chunk 0 holds
+ * what the transform leaves in its first 32 floats; the last of its bins are the two real ones.
+ * Of each chunk all partitions lie side by side, so that sums over partitions run through memory
+ * from front to back with their result in registers. */
+#ifndef JURN_CONVOLUTION_H
+#define JURN_CONVOLUTION_H
+
+#include <stddef.h>
+
+#include "../../../../common/DFTs.h"
+#include "../../Convolution_control.h"
+
+enum { most_levels = 3, chunk_floats = 32 };
+
+struct ConvolutionLevel {
+  int N;          /* transform length */
+  int hop;        /* frames of a step */
+  int calls;      /* calls of a step */
+  int phases;     /* hops of a partition */
+  int first;      /* the first tap */
+  int partitions; /* of the longest route */
+  int slots;      /* windows kept of each phase: the partitions', and one for the last step's */
+};
+
+struct ConvolutionPlan {
+  int levels;
+  struct ConvolutionLevel level[most_levels];
+};
+
+/** Chooses levels for a valid shape. */
+void JURN_plan_convolution(struct ConvolutionPlan* plan, const Convolution_shape* shape);
+
+/** Partitions of a level that a route of blen taps has. */
+int JURN_partitions(const struct ConvolutionPlan* plan, int level, int blen);
+
+/** The cost of one transform, in sums over one chunk of one partition. */
+int JURN_transform_cost(int N);
+
+struct ConvolutionRoute {
+  int input;
+  int partitions[most_levels];
+  size_t spectra[most_levels]; /* floats from the start of the response: chunks x partitions */
+};
+
+/** The start of a response's memory. All places are in floats from there. */
+struct Convolution_response_st {
+  int ready;
+  Convolution_shape shape;
+  struct ConvolutionPlan plan;
+  int count;
+  int first_route[JURN_CONVOLUTION_CHANNELS + 1]; /* routes are sorted by output */
+  int chunk_cost[most_levels];                    /* partitions of all routes */
+  size_t routes, work;
+  size_t fft[most_levels];
+};
+
+struct ConvolutionState {
+  int call;   /* calls of the step that are over */
+  int phase;  /* of the current step */
+  int newest; /* slot of the current step's window */
+  int side;   /* half of outputs that is put out */
+};
+
+/** The start of a stream's memory. All places are in floats from there. */
+struct Convolution_stream_st {
+  int ready;
+  Convolution_shape shape;
+  struct ConvolutionPlan plan;
+  int past_frames; /* frames of the past that are kept: a multiple of the block */
+  int now;         /* where the next block goes */
+  struct ConvolutionState state[most_levels];
+  size_t past;                 /* inputs x past_frames */
+  size_t windows[most_levels]; /* inputs x chunks x phases x slots */
+  size_t sums[most_levels];    /* outputs x N */
+  size_t outputs[most_levels]; /* 2 x outputs x hop, levels above 0 */
+  size_t previous;             /* outputs x block: the previous response's in a fade */
+  size_t floats;
+};
+
+/** One step of one level: a response's partitions on the windows of a stream. */
+struct ConvolutionStep {
+  const float* response;
+  const struct ConvolutionRoute* routes;
+  const int* first_route;
+  int level, outputs, slots, newest, N;
+  const float* windows; /* of input 0, at the step's phase */
+  size_t input_stride, chunk_stride;
+  float* sums;
+};
+
+/** Puts the spectrum of a transform into chunks that lie chunk_stride floats apart. */
+void JURN_put_spectrum(float* chunks, size_t chunk_stride, const float* spectrum, int N);
+
+/** Sums the chunks from first to last - 1 for every output, into the transform's order. */
+void JURN_sum_chunks(const struct ConvolutionStep* step, int first, int last);
+
+#endif

@@ -1,0 +1,96 @@
+/* The levels of a convolution: which partition sizes cost least. Whole numbers alone decide, so
+ * every machine decides alike.
+ *
+ * The unit of cost is the sum over one chunk of one partition. */
+#include "../../../../common/exact_arithmetic.h"
+
+#include "convolution.h"
+
+namespace {
+
+/** What a call costs beyond transforms and sums, and a chunk beyond its partitions. */
+const int call_cost = 20, chunk_cost = 3;
+
+int transform_of(int frames) {
+  int N = 32;
+  while (N < frames) N *= 2;
+  return N;
+}
+
+int ceiling(int x, int y) {
+  return (x + y - 1) / y;
+}
+
+ConvolutionLevel level_of(int N, int hop, int calls, int first) {
+  const int phases = (N - hop + 1) / hop;
+  return {N, hop, calls, phases, first, 0, 0};
+}
+
+struct Cost {
+  long long mean, dearest;  // per call, times 4096
+};
+
+/** Counts the partitions of the longest route, and the cost of one input, output and route. */
+Cost count(ConvolutionPlan* plan, int taps) {
+  Cost cost = {0, 0};
+  for (int k = 0; k < plan->levels; ++k) {
+    ConvolutionLevel* const level = &plan->level[k];
+    level->partitions = JURN_partitions(plan, k, taps);
+    level->slots = level->partitions + 1;
+    const long long transform = JURN_transform_cost(level->N);
+    const long long all = 2 * transform + static_cast<long long>(level->N / chunk_floats) *
+                                              (level->partitions + chunk_cost);
+    const long long mean = 4096 * (k == 0 ? all + call_cost : all) / level->calls;
+    cost.mean += mean;
+    cost.dearest += k > 0 && 4096 * transform > mean ? 4096 * transform : mean;
+  }
+  return cost;
+}
+
+}  // namespace
+
+int JURN_transform_cost(int N) {
+  int log2 = 0;
+  while (1 << log2 < N) ++log2;
+  return N / 32 * (13 + log2) / 3 + 8;
+}
+
+int JURN_partitions(const ConvolutionPlan* plan, int level, int blen) {
+  const ConvolutionLevel* const l = &plan->level[level];
+  if (level + 1 < plan->levels && blen > plan->level[level + 1].first)
+    blen = plan->level[level + 1].first;
+  return blen <= l->first ? 0 : ceiling(blen - l->first, l->phases * l->hop);
+}
+
+void JURN_plan_convolution(ConvolutionPlan* plan, const Convolution_shape* shape) {
+  const int block = shape->block, taps = shape->taps;
+  const int shortest = transform_of(2 * block);
+  long long least = -1;
+  const auto consider = [&](ConvolutionPlan candidate) {
+    const Cost cost = count(&candidate, taps);
+    if (5 * cost.dearest > 8 * cost.mean && candidate.levels > 1) return;
+    if (least >= 0 && cost.mean >= least) return;
+    least = cost.mean;
+    *plan = candidate;
+  };
+  for (int N0 = shortest; N0 <= 4 * shortest && N0 <= JURN_FFT_MAX; N0 *= 2) {
+    ConvolutionPlan candidate = {1, {level_of(N0, block, 1, 0), {}, {}}};
+    consider(candidate);
+    for (int N1 = 2 * N0; N1 <= JURN_FFT_MAX; N1 *= 2) {
+      const int calls1 = N1 / 2 / block;
+      const int first1 = 2 * calls1 * block;
+      if (first1 >= taps) break;
+      candidate.levels = 2;
+      candidate.level[1] = level_of(N1, calls1 * block, calls1, first1);
+      consider(candidate);
+      for (int N2 = 2 * N1; N2 <= JURN_FFT_MAX; N2 *= 2) {
+        const int calls2 = N2 / 2 / block;
+        const int first2 = 2 * calls2 * block;
+        if (first2 >= taps) break;
+        candidate.levels = 3;
+        candidate.level[2] = level_of(N2, calls2 * block, calls2, first2);
+        consider(candidate);
+      }
+    }
+  }
+}

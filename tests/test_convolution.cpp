@@ -1,0 +1,377 @@
+/* The convolution objects: bits against the definition in plain loops over the whole past, error
+ * against exact convolution, memory that ends where it says, and what the set-ups refuse. */
+#include <memory>
+
+#include "Convolution_control.h"
+#include "DFTs.h"
+#include "OKA_Filter/records/convolution.h"
+#include "functions.h"
+#include "simd/clones.h"
+#include "support.h"
+
+namespace {
+
+struct Route {
+  int input, output;
+  std::vector<float> taps;
+};
+using Routes = std::vector<Route>;
+
+std::vector<Convolution_route> list(const Routes& routes) {
+  std::vector<Convolution_route> out;
+  for (const Route& r : routes)
+    out.push_back({r.input, r.output, r.taps.data(), static_cast<int>(r.taps.size())});
+  return out;
+}
+
+Routes random_routes(Random& random, const Convolution_shape& shape, int most) {
+  Routes routes(random.in(0, most));
+  for (Route& r : routes) {
+    r.input = random.in(0, shape.inputs - 1);
+    r.output = random.in(0, shape.outputs - 1);
+    r.taps.resize(random.count(1, shape.taps));
+    for (float& x : r.taps) x = static_cast<float>(random.real(0.5));
+  }
+  return routes;
+}
+
+/** Memory that is exactly as long as the size function says. */
+class Response {
+ public:
+  Response(Random& random, const Convolution_shape& shape, const Routes& routes)
+      : size_(MORVAX_ConvolutionResponseSize_API(&shape, list(routes).data(), count(routes))),
+        memory_(random, static_cast<int>(size_)) {
+    EXPECT_EQ(MORVAX_ConvolutionResponseCalcu_API(get(), size_, &shape, list(routes).data(),
+                                                  count(routes)),
+              0);
+  }
+  ConvolutionResponse_ID* get() {
+    return reinterpret_cast<ConvolutionResponse_ID*>(memory_.data());
+  }
+
+ private:
+  static int count(const Routes& routes) { return static_cast<int>(routes.size()); }
+  size_t size_;
+  GuardedArray<char> memory_;
+};
+
+class Stream {
+ public:
+  Stream(Random& random, const Convolution_shape& shape)
+      : size(MORVAX_ConvolutionStreamSize_API(&shape)), memory_(random, static_cast<int>(size)) {
+    EXPECT_EQ(MORVAX_ConvolutionStreamCalcu_API(get(), size, &shape), 0);
+  }
+  ConvolutionStream_ID* get() { return reinterpret_cast<ConvolutionStream_ID*>(memory_.data()); }
+  const size_t size;
+
+ private:
+  GuardedArray<char> memory_;
+};
+
+/** The definition: every level's steps on windows cut from the whole past. */
+class Model {
+ public:
+  explicit Model(const Convolution_shape& shape) : shape_(shape), past_(shape.inputs) {
+    JURN_plan_convolution(&plan_, &shape);
+    for (int k = 0; k < plan_.levels; ++k)
+      MORVAX_KLOV_RealFFT_Init(&fft_[k], static_cast<short>(plan_.level[k].N));
+  }
+
+  void push(const std::vector<std::vector<float>>& block) {
+    for (int i = 0; i < shape_.inputs; ++i)
+      past_[i].insert(past_[i].end(), block[i].begin(), block[i].end());
+    ++calls_;
+  }
+
+  /** The current block of one output. */
+  std::vector<float> filter(const Routes& routes, int output) {
+    std::vector<float> y(shape_.block);
+    for (int k = 0; k < plan_.levels; ++k) {
+      const ConvolutionLevel& level = plan_.level[k];
+      // Steps whose output is complete; of the frames of the newest, those of the current call.
+      const long step = k == 0 ? calls_ : (calls_ - 1) / level.calls - 1;
+      const int call = k == 0 ? 0 : static_cast<int>((calls_ - 1) % level.calls);
+      const std::vector<float> samples = filter_step(routes, output, k, step);
+      for (int i = 0; i < shape_.block; ++i) {
+        const float part = samples[call * shape_.block + i];
+        y[i] = k == 0 ? part : y[i] + part;
+      }
+    }
+    return y;
+  }
+
+ private:
+  std::vector<float> filter_step(const Routes& routes, int output, int k, long step) {
+    const ConvolutionLevel& level = plan_.level[k];
+    const int N = level.N, size = level.phases * level.hop;
+    const int end = k + 1 < plan_.levels ? plan_.level[k + 1].first : shape_.taps;
+    std::vector<float> sum(N), product(N);
+    for (const Route& route : routes) {
+      if (route.output != output) continue;
+      const int taps = std::min(static_cast<int>(route.taps.size()), end);
+      for (int first = level.first, i = 0; first < taps; first += size, ++i) {
+        std::vector<float> x = window(route.input, N, (step - i * level.phases) * level.hop), h(N);
+        std::copy_n(route.taps.begin() + first, std::min(size, taps - first), h.begin());
+        for (auto* spectrum : {&x, &h})
+          MORVAX_KLOV_RealFFT_Run2(&fft_[k], spectrum->data(), static_cast<short>(N));
+        MORVAX_rfftmut2(product.data(), x.data(), h.data(), N);
+        for (int bin = 0; bin < N; ++bin) sum[bin] += product[bin];
+      }
+    }
+    MORVAX_KLOV_InverseRealFFT_Run2(&fft_[k], sum.data(), static_cast<short>(N));
+    return std::vector<float>(sum.end() - level.hop, sum.end());
+  }
+
+  std::vector<float> window(int input, int N, long end) const {
+    std::vector<float> x(N);
+    for (int i = 0; i < N; ++i)
+      if (end - N + i >= 0) x[i] = past_[input][end - N + i];
+    return x;
+  }
+
+  Convolution_shape shape_;
+  ConvolutionPlan plan_;
+  RealFFT_ID fft_[most_levels];
+  std::vector<std::vector<float>> past_;
+  long calls_ = 0;
+};
+
+using Planar = std::vector<std::vector<float>>;
+
+Planar random_block(Random& random, int channels, int frames) {
+  Planar block(channels, std::vector<float>(frames));
+  for (auto& channel : block)
+    for (float& x : channel) x = random.one_in(20) ? 0.0f : random.sample();
+  return block;
+}
+
+/** One block through the int16, the interleaved or the planar run or fade, perhaps in place. */
+Planar run_block(Random& random, const Convolution_shape& shape, ConvolutionStream_ID* stream,
+                 const ConvolutionResponse_ID* previous, const ConvolutionResponse_ID* response,
+                 const Planar& input, bool ints) {
+  Planar output(shape.outputs, std::vector<float>(shape.block));
+  const int in_count = shape.inputs * shape.block, out_count = shape.outputs * shape.block;
+  const bool in_place = random.one_in(2);
+  const auto interleaved = [&](auto zero, auto run_plain, auto run_fade) {
+    using Sample = decltype(zero);
+    GuardedArray<Sample> in(random, in_place ? std::max(in_count, out_count) : in_count);
+    GuardedArray<Sample> out(random, out_count);
+    for (int i = 0; i < in_count; ++i)
+      in.data()[i] = static_cast<Sample>(input[i % shape.inputs][i / shape.inputs]);
+    Sample* const y = in_place ? in.data() : out.data();
+    if (previous)
+      run_fade(stream, previous, response, in.data(), y);
+    else
+      run_plain(stream, response, in.data(), y);
+    for (int i = 0; i < out_count; ++i) output[i % shape.outputs][i / shape.outputs] = y[i];
+  };
+  if (ints) {
+    interleaved(short{}, MORVAX_ConvolutionRun_API, MORVAX_ConvolutionFade_API);
+  } else if (random.one_in(2)) {
+    interleaved(float{}, MORVAX_ConvolutionRun_API_float, MORVAX_ConvolutionFade_API_float);
+  } else {
+    Planar in = input;
+    if (in_place) in.resize(std::max(shape.inputs, shape.outputs), output[0]);
+    std::vector<const float*> x;
+    std::vector<float*> y;
+    for (int i = 0; i < shape.inputs; ++i) x.push_back(in[i].data());
+    for (int i = 0; i < shape.outputs; ++i) y.push_back((in_place ? in : output)[i].data());
+    if (previous)
+      MORVAX_ConvolutionFade_API_planar(stream, previous, response, x.data(), y.data());
+    else
+      MORVAX_ConvolutionRun_API_planar(stream, response, x.data(), y.data());
+    if (in_place) std::copy_n(in.begin(), shape.outputs, output.begin());
+  }
+  return output;
+}
+
+/** Random shapes, routes and blocks, with a fade to other routes now and then. */
+TEST(Convolution, BitsOfTheDefinition) {
+  int levels[most_levels + 1] = {};
+  for (unsigned round = 0; round < 40; ++round) {
+    Random random(round);
+    const int block = random.one_of({1, 2, 5, 16, 31, 64, 100, random.in(1, 300)});
+    const bool several_levels = round % 4 == 0;
+    const int taps = several_levels ? random.in(7500, 8200)
+                                    : random.count(1, random.one_in(2) ? 60 * block : 3000);
+    const Convolution_shape shape = {random.in(1, 3), random.in(1, 3),
+                                     several_levels ? (round % 8 ? 16 : 64) : block, taps};
+    ConvolutionPlan plan;
+    JURN_plan_convolution(&plan, &shape);
+    ++levels[plan.levels];
+    Model model(shape);
+    Stream stream(random, shape);
+    Routes routes = random_routes(random, shape, 4);
+    auto response = std::make_unique<Response>(random, shape, routes);
+    const int calls = std::min(700, 40 + 2 * taps / shape.block);
+    const int compared = std::max(1, calls / 30), fade_in = std::max(10, calls / 15);
+    for (int call = 0; call < calls; ++call) {
+      const Planar input = random_block(random, shape.inputs, shape.block);
+      model.push(input);
+      const bool fades = random.one_in(fade_in), ints = random.one_in(3);
+      const Routes previous_routes = routes;
+      std::unique_ptr<Response> previous;
+      if (fades) {
+        routes = random_routes(random, shape, 4);
+        previous = std::move(response);
+        response = std::make_unique<Response>(random, shape, routes);
+      }
+      const Planar output =
+          run_block(random, shape, stream.get(), fades ? previous->get() : nullptr, response->get(),
+                    input, ints);
+      if (!fades && call % compared != 0) continue;
+      for (int channel = 0; channel < shape.outputs; ++channel) {
+        std::vector<float> wanted = model.filter(routes, channel);
+        if (fades) {
+          const std::vector<float> old = model.filter(previous_routes, channel);
+          for (int i = 0; i < shape.block && shape.block > 1; ++i) {
+            const float w = static_cast<float>(i) / static_cast<float>(shape.block - 1);
+            wanted[i] = (1.0f - w) * old[i] + w * wanted[i];
+          }
+        }
+        if (ints)
+          for (float& x : wanted) x = stoshort(x);
+        ASSERT_EQ(std::memcmp(wanted.data(), output[channel].data(), shape.block * sizeof(float)),
+                  0)
+            << "round " << round << " call " << call << " block " << shape.block << " taps "
+            << shape.taps;
+      }
+    }
+  }
+  for (int count = 1; count <= most_levels; ++count) EXPECT_GE(levels[count], 3) << count;
+}
+
+/** The error is that of one transform, for blocks and taps of all sizes and a real-world block. */
+TEST(Convolution, ErrorAgainstExactConvolution) {
+  for (const auto& c : std::initializer_list<std::pair<int, int>>{{1, 700},
+                                                                  {7, 5000},
+                                                                  {64, 40000},
+                                                                  {480, 9000},
+                                                                  {520, 20000},
+                                                                  {1056, 96000},
+                                                                  {4096, 30000}}) {
+    Random random(c.second);
+    const Convolution_shape shape = {1, 1, c.first, c.second};
+    Routes routes = {{0, 0, std::vector<float>(shape.taps)}};
+    for (float& x : routes[0].taps) x = static_cast<float>(random.real(1.0));
+    Response response(random, shape, routes);
+    Stream stream(random, shape);
+    std::vector<float> x((shape.taps + 9000) / shape.block * shape.block), y(x.size());
+    for (float& sample : x) sample = random.sample();
+    for (size_t i = 0; i < x.size(); i += shape.block)
+      MORVAX_ConvolutionRun_API_float(stream.get(), response.get(), &x[i], &y[i]);
+    double error = 0, power = 0;
+    for (size_t n = 0; n < x.size(); n += 509) {
+      double exact = 0;
+      for (size_t j = 0; j < routes[0].taps.size() && j <= n; ++j)
+        exact += static_cast<double>(routes[0].taps[j]) * x[n - j];
+      error += (exact - y[n]) * (exact - y[n]);
+      power += exact * exact;
+    }
+    EXPECT_LT(std::sqrt(error / power), 3.2e-7) << shape.block << ' ' << shape.taps;
+  }
+}
+
+/** After a fade the output is what it would be had the next response run from the start, and two
+ * clones keep the same state. */
+TEST(Convolution, FadesAndClonesContinueAlike) {
+  const JURN_Clone chosen = JURN_clone_hook;
+  for (const Convolution_shape shape : {Convolution_shape{2, 2, 16, 3000}, {1, 2, 33, 6000}}) {
+    Random random(3);
+    const Routes old_routes = random_routes(random, shape, 3);
+    Routes routes = random_routes(random, shape, 3);
+    routes.push_back({0, 1, std::vector<float>(shape.taps, 0.001f)});
+    Response previous(random, shape, old_routes), response(random, shape, routes);
+    Stream plain(random, shape), twin(random, shape), faded(random, shape);
+    for (int call = 0; call < 700; ++call) {
+      const Planar input = random_block(random, shape.inputs, shape.block);
+      const auto run = [&](Stream& stream, Response* from, Response& to) {
+        return run_block(random, shape, stream.get(), from ? from->get() : nullptr, to.get(), input,
+                         false);
+      };
+      const Planar y = run(twin, nullptr, response);
+      const int phase = call % 50;  // of 50 calls, 10 through the old response
+      Planar z;
+      if (phase == 10 || phase == 20)
+        z = run(faded, phase == 10 ? &response : &previous, phase == 10 ? previous : response);
+      else
+        z = run(faded, nullptr, phase > 10 && phase < 20 ? previous : response);
+      if (phase < 10 || phase > 20) {
+        ASSERT_EQ(y, z) << call;
+      }
+      JURN_clone_hook = JURN_CLONE_BASELINE;
+      run(plain, nullptr, response);
+      JURN_clone_hook = chosen;
+      ASSERT_EQ(std::memcmp(plain.get(), twin.get(), plain.size), 0) << call;
+    }
+  }
+}
+
+TEST(Convolution, ResetIsASetUp) {
+  Random random(4);
+  const Convolution_shape shape = {2, 1, 32, 1000};
+  Response response(random, shape, random_routes(random, shape, 4));
+  Stream stream(random, shape), fresh(random, shape);
+  for (int call = 0; call < 50; ++call)
+    run_block(random, shape, stream.get(), nullptr, response.get(),
+              random_block(random, shape.inputs, shape.block), true);
+  MORVAX_ConvolutionReset_API(stream.get());
+  EXPECT_EQ(std::memcmp(stream.get(), fresh.get(), stream.size), 0);
+}
+
+TEST(Convolution, SetUpsNameWhatDoesNotFit) {
+  const Convolution_shape good = {2, 3, 64, 100};
+  float taps[100] = {1.0f};
+  std::vector<float> memory(100000);
+  auto* const response = reinterpret_cast<ConvolutionResponse_ID*>(memory.data());
+  auto* const stream = reinterpret_cast<ConvolutionStream_ID*>(memory.data());
+  const auto bytes = memory.size() * sizeof(float);
+  const struct {
+    int error;
+    Convolution_shape shape;
+  } shapes[] = {{JURN_CONVOLUTION_BAD_CHANNELS, {0, 1, 1, 1}},
+                {JURN_CONVOLUTION_BAD_CHANNELS, {1, 17, 1, 1}},
+                {JURN_CONVOLUTION_BAD_BLOCK, {1, 1, 0, 1}},
+                {JURN_CONVOLUTION_BAD_BLOCK, {1, 1, 4097, 1}},
+                {JURN_CONVOLUTION_BAD_TAPS, {1, 1, 1, 0}},
+                {JURN_CONVOLUTION_BAD_TAPS, {1, 1, 1, 1048577}}};
+  for (const auto& c : shapes) {
+    EXPECT_EQ(MORVAX_ConvolutionStreamSize_API(&c.shape), 0u);
+    EXPECT_EQ(MORVAX_ConvolutionStreamCalcu_API(stream, bytes, &c.shape), c.error);
+    EXPECT_EQ(MORVAX_ConvolutionResponseCalcu_API(response, bytes, &c.shape, nullptr, 0), c.error);
+  }
+  const struct {
+    int error, count;
+    Convolution_route route;
+  } routes[] = {{JURN_CONVOLUTION_BAD_COUNT, -1, {0, 0, taps, 1}},
+                {JURN_CONVOLUTION_BAD_COUNT, 257, {0, 0, taps, 1}},
+                {JURN_CONVOLUTION_BAD_ROUTE, 1, {2, 0, taps, 1}},
+                {JURN_CONVOLUTION_BAD_ROUTE, 1, {0, 3, taps, 1}},
+                {JURN_CONVOLUTION_BAD_ROUTE, 1, {0, -1, taps, 1}},
+                {JURN_CONVOLUTION_BAD_LENGTH, 1, {0, 0, taps, 0}},
+                {JURN_CONVOLUTION_BAD_LENGTH, 1, {0, 0, taps, 101}}};
+  for (const auto& c : routes) {
+    EXPECT_EQ(MORVAX_ConvolutionResponseSize_API(&good, &c.route, c.count), 0u);
+    EXPECT_EQ(MORVAX_ConvolutionResponseCalcu_API(response, bytes, &good, &c.route, c.count),
+              c.error);
+  }
+  const Convolution_route route = {0, 0, taps, 100};
+  const size_t size = MORVAX_ConvolutionResponseSize_API(&good, &route, 1);
+  ASSERT_LE(size, bytes);
+  EXPECT_EQ(MORVAX_ConvolutionResponseCalcu_API(response, size - 1, &good, &route, 1),
+            JURN_CONVOLUTION_TOO_SMALL);
+  EXPECT_EQ(
+      MORVAX_ConvolutionStreamCalcu_API(stream, MORVAX_ConvolutionStreamSize_API(&good) - 1, &good),
+      JURN_CONVOLUTION_TOO_SMALL);
+  for (const float bad : {kNaN, INFINITY, -INFINITY}) {
+    taps[99] = bad;
+    EXPECT_EQ(MORVAX_ConvolutionResponseCalcu_API(response, bytes, &good, &route, 1),
+              JURN_CONVOLUTION_BAD_VALUE);
+  }
+  // 16 inputs through 256 routes of 2^20 taps: where it does not fit, the size says so.
+  const Convolution_shape huge = {16, 16, 1, 1048576};
+  const std::vector<Convolution_route> all(256, {0, 0, taps, 1048576});
+  EXPECT_EQ(MORVAX_ConvolutionResponseSize_API(&huge, all.data(), 256) > 0, sizeof(size_t) == 8);
+}
+
+}  // namespace
