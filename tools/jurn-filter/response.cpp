@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "audio_io.h"
+#include "design/roots.h"
 #include "errors.h"
 #include "plot.h"
 #include "stability.h"

@@ -1,22 +1,12 @@
 // Checks of a design before it runs.
 #pragma once
 
-#include <complex>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "coefficients.h"
 
 namespace tool {
-
-/** The roots of a polynomial whose highest power comes first: the zeros of a numerator, the poles
- * of a denominator. Roots at 0 that trailing zeros stand for are among them. */
-std::vector<std::complex<double>> roots(std::vector<double> polynomial);
-
-/** Poles or zeros of a whole design, of `a` or `b`. */
-std::vector<std::complex<double>> roots_of(const FilterDesign& design,
-                                           const std::vector<double>& coefficients);
 
 /**
  * Reports poles outside the unit circle. When the filter is unstable but would be stable with the

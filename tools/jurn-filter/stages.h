@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "coefficients.h"
+#include "design/prepare.h"
 
 namespace tool {
 
@@ -62,9 +63,6 @@ class Int16Stage : public Stage {
   bool can_clip_;
   std::vector<short> in_, out_;
 };
-
-/** Int16 is the library's filter for 16-bit streams, double its filter for float streams. */
-enum class Precision { kInt16, kDouble };
 
 CoefficientLimit fir_limit(Precision precision);
 CoefficientLimit iir_limit(Precision precision);

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <iterator>
 
+#include "design/equaliser.h"
 #include "parse.h"
 
 namespace tool {
@@ -17,7 +18,7 @@ std::string_view without_space(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kSpace) - first + 1);
 }
 
-enum class Type { kPeak, kLowShelf, kHighShelf, kLowPass, kHighPass, kBandPass, kNotch, kAllPass };
+using Type = EqualiserType;
 
 const struct {
   const char* name;
@@ -34,68 +35,9 @@ bool has_gain(Type type) {
   return type == Type::kPeak || type == Type::kLowShelf || type == Type::kHighShelf;
 }
 
-/** Shelves and passes without a width get the steepest slope that does not overshoot. */
 bool needs_width(Type type) {
   return type == Type::kPeak || type == Type::kBandPass || type == Type::kNotch ||
          type == Type::kAllPass;
-}
-
-/** One line of an equaliser; what is not given is 0. */
-struct Filter {
-  Type type;
-  double frequency = 0.0;  // Hz
-  double gain = 0.0;       // dB
-  double q = 0.0;
-  double octaves = 0.0;
-};
-
-/** The section of a filter by the cookbook formulas for audio equalisers: bilinear transforms of
- * analogue prototypes, with the width corrected for the warped frequency axis. */
-void append_section(const Filter& f, int rate, std::vector<double>* out) {
-  const double amp = std::pow(10.0, f.gain / 40.0);
-  const double w = 2.0 * std::acos(-1.0) * f.frequency / rate;
-  const double c = std::cos(w), s = std::sin(w);
-  const double q = f.q > 0.0 ? f.q : std::sqrt(0.5);
-  const double alpha =
-      f.octaves > 0.0 ? s * std::sinh(std::log(2.0) / 2.0 * f.octaves * w / s) : s / (2.0 * q);
-  const double root = 2.0 * std::sqrt(amp) * alpha;
-  double b[3] = {1.0 - alpha, -2.0 * c, 1.0 + alpha};  // all-pass
-  double a[3] = {1.0 + alpha, -2.0 * c, 1.0 - alpha};
-  const auto set = [](double* x, double x0, double x1, double x2) {
-    x[0] = x0;
-    x[1] = x1;
-    x[2] = x2;
-  };
-  switch (f.type) {
-    case Type::kPeak:
-      set(b, 1.0 + alpha * amp, -2.0 * c, 1.0 - alpha * amp);
-      set(a, 1.0 + alpha / amp, -2.0 * c, 1.0 - alpha / amp);
-      break;
-    case Type::kLowShelf:
-    case Type::kHighShelf: {
-      const double sum = amp + 1.0, less = f.type == Type::kLowShelf ? amp - 1.0 : 1.0 - amp;
-      set(b, amp * (sum - less * c + root), 2.0 * amp * (less - sum * c),
-          amp * (sum - less * c - root));
-      set(a, sum + less * c + root, -2.0 * (less + sum * c), sum + less * c - root);
-      break;
-    }
-    case Type::kLowPass:
-      set(b, (1.0 - c) / 2.0, 1.0 - c, (1.0 - c) / 2.0);
-      break;
-    case Type::kHighPass:
-      set(b, (1.0 + c) / 2.0, -(1.0 + c), (1.0 + c) / 2.0);
-      break;
-    case Type::kBandPass:
-      set(b, alpha, 0.0, -alpha);
-      break;
-    case Type::kNotch:
-      set(b, 1.0, -2.0 * c, 1.0);
-      break;
-    case Type::kAllPass:
-      break;
-  }
-  for (const double x : b) out->push_back(x / a[0]);
-  for (const double x : a) out->push_back(x / a[0]);
 }
 
 /** "-3 dB" after its keyword: a number, perhaps with its unit attached or as the next word. */
@@ -127,8 +69,8 @@ double quantity(const std::string& path, int line, const std::vector<std::string
   return factor * value;
 }
 
-void check_filter(const std::string& path, int line, const Filter& f, const std::string& type,
-                  int rate) {
+void check_filter(const std::string& path, int line, const EqualiserFilter& f,
+                  const std::string& type, int rate) {
   if (!(f.frequency > 0.0 && f.frequency < rate / 2.0))
     fail(path, line,
          "Fc " + shown(f.frequency) + " Hz: at " + std::to_string(rate) +
@@ -158,7 +100,7 @@ void parse_filter(const std::string& path, int line, std::string_view text, int 
     fail(path, line,
          quote(words[1]) +
              " is no known type; accepted are PK, LS, LSC, HS, HSC, LP, HP, BP, NO and AP");
-  Filter f;
+  EqualiserFilter f;
   f.type = found->type;
   bool gain = false;
   for (std::size_t at = 2; at < words.size();) {
@@ -182,7 +124,7 @@ void parse_filter(const std::string& path, int line, std::string_view text, int 
     fail(path, line, "a filter of the type " + std::string(words[1]) + " needs Gain");
   if (!has_gain(f.type)) f.gain = 0.0;
   check_filter(path, line, f, std::string(words[1]), rate);
-  append_section(f, rate, out);
+  append_sections(f, rate, out);
 }
 
 bool is_one_of(const std::string& text, std::initializer_list<const char*> names) {

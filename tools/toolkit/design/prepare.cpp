@@ -274,8 +274,8 @@ class Preparation {
         return;
       if (factored) {
         const FilterDesign sections = rounded(*factored, options_.precision);
-        const Difference error = options_.precision == Precision::kDouble ? Difference{}
-                                                                          : meter.of(sections);
+        const Difference error =
+            options_.precision == Precision::kDouble ? Difference{} : meter.of(sections);
         if (!options_.as_sections && stable && error.peak >= result_.expected_error) return;
         std::string why;
         if (!stable)
@@ -326,11 +326,11 @@ class Preparation {
     result_.pole_radius = largest_radius(result_.design);
     result_.stable = is_stable(result_.design, result_.pole_radius);
     if (!result_.stable)
-      note(Notice::kUnstable, (sound ? std::string("unstable once its coefficients are rounded to ") +
-                                           name_of(options_.precision) + ", its"
-                                     : std::string("unstable, its")) +
-                                  " outermost pole has the radius " +
-                                  shown("%.9g", result_.pole_radius));
+      note(Notice::kUnstable,
+           (sound ? std::string("unstable once its coefficients are rounded to ") +
+                        name_of(options_.precision) + ", its"
+                  : std::string("unstable, its")) +
+               " outermost pole has the radius " + shown("%.9g", result_.pole_radius));
     else if (result_.expected_error > 1.0)
       note(Notice::kInexact, std::string("up to ") + lsb(result_.expected_error) + " (" +
                                  lsb(result_.expected_error_rms) + " rms) off in " +

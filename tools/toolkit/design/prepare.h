@@ -50,8 +50,9 @@ struct Prepared {
   bool stable = true;
   double pole_radius = 0.0;  // of the outermost pole of what runs
   /** Largest and root mean square difference in LSB of 16 bits between what runs and the design in
-   * double, on noise at full scale that is the same in every octave; before the conversion to int16.
-   * 0 where nothing recursive runs. Infinite for a filter that is unstable as it runs only. */
+   * double, on noise at full scale that is the same in every octave; before the conversion to
+   * int16. 0 where nothing recursive runs. Infinite for a filter that is unstable as it runs only.
+   */
   double expected_error = 0.0;
   double expected_error_rms = 0.0;
   std::vector<Notice> notices;

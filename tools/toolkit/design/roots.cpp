@@ -87,8 +87,8 @@ Complex newton_step(const std::vector<Real>& p, Complex z) {
   return value / (x * (static_cast<double>(n) * value - x * slope));
 }
 
-/** Divides by (z - root) while it is a root exactly. Of a root that comes several times an iteration
- * would find no more than a ring around it. */
+/** Divides by (z - root) while it is a root exactly. Of a root that comes several times an
+ * iteration would find no more than a ring around it. */
 void take_out(double root, std::vector<Wide>* p, std::vector<Complex>* z) {
   while (p->size() > 1) {
     std::vector<Wide> quotient;
@@ -111,7 +111,8 @@ void take_out(double root, std::vector<Wide>* p, std::vector<Complex>* z) {
 template <typename Real>
 std::vector<Complex> iterate(const std::vector<Real>& p) {
   const std::size_t n = p.size() - 1;
-  const double radius = std::pow(std::abs(narrow(p[n]) / narrow(p[0])), 1.0 / static_cast<double>(n));
+  const double radius =
+      std::pow(std::abs(narrow(p[n]) / narrow(p[0])), 1.0 / static_cast<double>(n));
   std::vector<Complex> z;
   for (std::size_t i = 0; i < n; ++i)
     z.push_back(std::polar(
@@ -222,8 +223,7 @@ bool gives_back(const std::vector<double>& polynomial, const std::vector<double>
   for (std::size_t at = 0; at < factors.size(); at += 3) {
     std::vector<Wide> next(product.size() + 2);
     for (std::size_t i = 0; i < product.size(); ++i)
-      for (std::size_t k = 0; k < 3; ++k)
-        next[i + k] = next[i + k] + product[i] * factors[at + k];
+      for (std::size_t k = 0; k < 3; ++k) next[i + k] = next[i + k] + product[i] * factors[at + k];
     product = std::move(next);
   }
   std::size_t first = 0;
@@ -231,8 +231,8 @@ bool gives_back(const std::vector<double>& polynomial, const std::vector<double>
   double difference = 0.0, size = 0.0;
   for (std::size_t i = 0; i < std::max(product.size(), polynomial.size() - first); ++i) {
     const double wanted = first + i < polynomial.size() ? polynomial[first + i] : 0.0;
-    difference = std::max(difference,
-                          std::abs(i < product.size() ? product[i].high - wanted : wanted));
+    difference =
+        std::max(difference, std::abs(i < product.size() ? product[i].high - wanted : wanted));
     size = std::max(size, std::abs(wanted));
   }
   return difference <= 1e-13 * size;

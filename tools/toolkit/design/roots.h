@@ -20,10 +20,10 @@ std::vector<std::complex<double>> roots_of(const FilterDesign& design,
 
 /**
  * The filter as second-order sections: every pair of poles with the zeros nearest to it, the pairs
- * in the order of rising radius. Numerators begin with 1 but for the first, which has the gain; what
- * the filter delays comes in sections of its own at the end. Nothing when the order is too high to
- * find the roots surely (64), when the gain is 0 or leaves the numbers, or when the roots do not
- * give back the coefficients.
+ * in the order of rising radius. Numerators begin with 1 but for the first, which has the gain;
+ * what the filter delays comes in sections of its own at the end. Nothing when the order is too
+ * high to find the roots surely (64), when the gain is 0 or leaves the numbers, or when the roots
+ * do not give back the coefficients.
  */
 std::optional<FilterDesign> paired_sections(const FilterDesign& design);
 
