@@ -12,6 +12,13 @@
 #define JURN_LIMIT(condition, message) assert((condition) && message)
 #endif
 
+/* A condition that hardly ever holds. */
+#if defined(__GNUC__)
+#define JURN_UNLIKELY(condition) __builtin_expect(condition, 0)
+#else
+#define JURN_UNLIKELY(condition) (condition)
+#endif
+
 /**
  * Converts a filter's float result to an int16 sample.
  *

@@ -83,7 +83,19 @@ JURN_INLINE bool any(Vec<int, 4> mask) {
 #define JURN_LOADED_ONCE(v) ((void)(v))
 #endif
 
+#if defined(__clang__) || __GNUC__ >= 12
 #define JURN_SHUFFLE(a, b, ...) __builtin_shufflevector(a, b, __VA_ARGS__)
+#else
+template <class V>
+using LaneOf = decltype(V{}[0] + V{}[0]);  // no vector of short is shuffled
+template <int... index, class V>
+JURN_INLINE Vec<LaneOf<V>, sizeof...(index)> shuffle(V a, V b) {
+  constexpr int lanes = sizeof(V) / sizeof(LaneOf<V>);
+  return Vec<LaneOf<V>, sizeof...(index)>{
+      (index < lanes ? a[index % lanes] : b[index % lanes])...};
+}
+#define JURN_SHUFFLE(a, b, ...) shuffle<__VA_ARGS__>(a, b)
+#endif
 
 #else  // plain arrays
 

@@ -151,7 +151,7 @@ JURN_INLINE void step(Sections<order, lanes> (&s)[vectors], float* const* block,
     small[v] = (y[v] <= broadcast<Float>(1e-6f)) & (y[v] >= broadcast<Float>(-1e-6f));
     any_small |= small[v] & s[v].used;
   }
-  if (__builtin_expect(any(any_small), 0))
+  if (JURN_UNLIKELY(any(any_small)))
     for (int v = 0; v < vectors; ++v) y[v] = select(small[v], Float{}, y[v]);
   for (int v = 0; v < vectors; ++v) advance<masked>(s[v], x[v], y[v], time, frames);
   if (masked && time < last_delay) return;
