@@ -7,17 +7,13 @@ if(BUILD_SHARED_LIBS) # The installed tool finds its library wherever both are p
   set(CMAKE_INSTALL_RPATH $ORIGIN/${to_library})
 endif()
 
-set(libJURN ${PROJECT_SOURCE_DIR}/modules/libJURN)
-install(FILES ${libJURN}/common/ChanelConvert.h
-              ${libJURN}/common/DFTs.h
-              ${libJURN}/common/JURN_api.h
-              ${libJURN}/common/JURN_self_check.h
-              ${libJURN}/common/functions.h
-              ${libJURN}/Delay/Delay_LIB/Delay_control.h
-              ${libJURN}/filter/Filter_LIB/Convolution_control.h
-              ${libJURN}/filter/Filter_LIB/Filter_control.h
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/JURN COMPONENT dev)
-install(TARGETS JURNfilter EXPORT JURN
+get_target_property(headers JURNfilter JURN_HEADERS)
+foreach(header ${headers})
+  cmake_path(GET header FILENAME name)
+  install(FILES ${PROJECT_BINARY_DIR}/include/JURN/${name}
+          DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/JURN COMPONENT dev)
+endforeach()
+install(TARGETS JURNfilter JURN_long_names EXPORT JURN
         ARCHIVE COMPONENT dev
         LIBRARY COMPONENT dev
         RUNTIME COMPONENT dev)
@@ -25,6 +21,7 @@ install(TARGETS JURNfilter EXPORT JURN
 # find_package(JURN CONFIG): the target file needs nothing before it, so it is the package file.
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/JURN)
 set_property(TARGET JURNfilter PROPERTY EXPORT_NAME filter)
+set_property(TARGET JURN_long_names PROPERTY EXPORT_NAME JURN)
 install(EXPORT JURN NAMESPACE JURN:: FILE JURNConfig.cmake DESTINATION ${package_dir} COMPONENT dev)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/JURNConfigVersion.cmake
                                  COMPATIBILITY SameMinorVersion)

@@ -2,7 +2,7 @@
 #ifndef JURN_DELAY_CONTROL_H
 #define JURN_DELAY_CONTROL_H
 
-#include "JURN_api.h"
+#include "../../common/JURN_api.h"
 
 JURN_EXTERN_C_BEGIN
 

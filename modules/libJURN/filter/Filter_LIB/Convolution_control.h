@@ -58,7 +58,7 @@
 
 #include <stddef.h>
 
-#include "JURN_api.h"
+#include "../../common/JURN_api.h"
 
 JURN_EXTERN_C_BEGIN
 

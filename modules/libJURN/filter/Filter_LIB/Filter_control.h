@@ -22,9 +22,9 @@
 #ifndef JURN_FILTER_CONTROL_H
 #define JURN_FILTER_CONTROL_H
 
-#include "DFTs.h"
-#include "Delay_control.h"
-#include "JURN_api.h"
+#include "../../common/DFTs.h"
+#include "../../Delay/Delay_LIB/Delay_control.h"
+#include "../../common/JURN_api.h"
 
 JURN_EXTERN_C_BEGIN
 

@@ -5,7 +5,7 @@
 #ifndef JURN_OKA_FILTER_H
 #define JURN_OKA_FILTER_H
 
-#include "JURN_api.h"
+#include "../../common/JURN_api.h"
 
 JURN_EXTERN_C_BEGIN
 
