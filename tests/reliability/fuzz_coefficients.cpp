@@ -3,8 +3,8 @@
  * is wanted and the format. */
 #include <string>
 
+#include "coefficients/formats.h"
 #include "errors.h"
-#include "formats/formats.h"
 #include "fuzz.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

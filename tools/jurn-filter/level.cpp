@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "Filter_control.h"
-#include "audio_io.h"
 #include "errors.h"
+#include "recordings/audio_io.h"
+#include "recordings/signals.h"
 #include "report.h"
-#include "signals.h"
 
 namespace tool {
 namespace {

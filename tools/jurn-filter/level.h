@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "audio_io.h"
+#include "recordings/audio_io.h"
 
 namespace tool {
 

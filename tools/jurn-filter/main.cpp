@@ -12,21 +12,21 @@
 #include <vector>
 
 #include "JURN_api.h"
-#include "binaural.h"
-#include "coefficients.h"
-#include "convolve.h"
+#include "coefficients/filter_design.h"
+#include "coefficients/formats.h"
+#include "design/spectrum.h"
+#include "design/stability.h"
 #include "errors.h"
-#include "formats/formats.h"
+#include "impulse_responses/hrtf_set.h"
 #include "level.h"
 #include "plot.h"
+#include "recordings/signals.h"
 #include "report.h"
 #include "response.h"
 #include "run.h"
-#include "signals.h"
 #include "spectrogram.h"
-#include "spectrum.h"
-#include "stability.h"
-#include "stages.h"
+#include "streams/convolve.h"
+#include "streams/stages.h"
 
 namespace {
 

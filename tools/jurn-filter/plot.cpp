@@ -14,10 +14,10 @@
 #include <memory>
 #include <string_view>
 
-#include "audio_io.h"
 #include "errors.h"
-#include "pipe.h"
-#include "signals.h"
+#include "recordings/audio_io.h"
+#include "recordings/pipe.h"
+#include "recordings/signals.h"
 
 namespace tool {
 namespace {

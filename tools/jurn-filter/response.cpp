@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cmath>
 
-#include "audio_io.h"
 #include "design/roots.h"
+#include "design/stability.h"
 #include "errors.h"
 #include "plot.h"
-#include "stability.h"
+#include "recordings/audio_io.h"
 
 namespace tool {
 namespace {

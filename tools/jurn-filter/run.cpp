@@ -4,8 +4,8 @@
 #include <chrono>
 #include <cmath>
 
+#include "recordings/signals.h"
 #include "report.h"
-#include "signals.h"
 
 namespace tool {
 namespace {

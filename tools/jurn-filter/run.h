@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "audio_io.h"
-#include "stages.h"
+#include "recordings/audio_io.h"
+#include "streams/stages.h"
 
 namespace tool {
 

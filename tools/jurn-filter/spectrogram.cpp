@@ -4,10 +4,10 @@
 #include <cmath>
 #include <cstdint>
 
+#include "design/spectrum.h"
 #include "errors.h"
 #include "plot.h"
-#include "signals.h"
-#include "spectrum.h"
+#include "recordings/signals.h"
 
 namespace tool {
 namespace {

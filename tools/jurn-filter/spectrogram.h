@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "audio_io.h"
+#include "recordings/audio_io.h"
 
 namespace tool {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "coefficients.h"
+#include "coefficients/filter_design.h"
 
 namespace tool {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "coefficients.h"
+#include "coefficients/filter_design.h"
 
 namespace tool {
 

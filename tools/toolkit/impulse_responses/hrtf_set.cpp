@@ -1,4 +1,4 @@
-#include "binaural.h"
+#include "impulse_responses/hrtf_set.h"
 
 #include <algorithm>
 #include <cmath>

@@ -8,8 +8,8 @@
 #include <fstream>
 #include <memory>
 
-#include "audio_io.h"
-#include "parse.h"
+#include "coefficients/parse.h"
+#include "recordings/audio_io.h"
 
 namespace tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "audio_io.h"
+#include "recordings/audio_io.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,9 +12,9 @@
 #include <cstring>
 #include <filesystem>
 
+#include "coefficients/formats.h"
 #include "errors.h"
-#include "formats/formats.h"
-#include "signals.h"
+#include "recordings/signals.h"
 
 namespace tool {
 namespace {

@@ -1,13 +1,13 @@
-#include "impulse_response.h"
+#include "impulse_responses/impulse_response.h"
 
 #include <samplerate.h>
 
 #include <algorithm>
 #include <cmath>
 
-#include "audio_io.h"
+#include "design/spectrum.h"
 #include "errors.h"
-#include "spectrum.h"
+#include "recordings/audio_io.h"
 
 namespace tool {
 namespace {

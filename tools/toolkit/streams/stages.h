@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "coefficients.h"
+#include "coefficients/filter_design.h"
 #include "design/prepare.h"
 
 namespace tool {

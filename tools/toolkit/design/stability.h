@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "coefficients.h"
+#include "coefficients/filter_design.h"
 
 namespace tool {
 

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "formats.h"
+#include "coefficients/formats.h"
 
 namespace tool {
 

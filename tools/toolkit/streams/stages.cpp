@@ -1,9 +1,9 @@
-#include "stages.h"
+#include "streams/stages.h"
 
 #include <algorithm>
 
 #include "Filter_control.h"
-#include "audio_io.h"
+#include "recordings/audio_io.h"
 
 namespace tool {
 namespace {

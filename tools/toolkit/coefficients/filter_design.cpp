@@ -1,4 +1,4 @@
-#include "coefficients.h"
+#include "coefficients/filter_design.h"
 
 namespace tool {
 

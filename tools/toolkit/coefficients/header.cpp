@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <map>
 
-#include "parse.h"
+#include "coefficients/parse.h"
 
 namespace tool {
 namespace {

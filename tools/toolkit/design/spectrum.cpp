@@ -1,4 +1,4 @@
-#include "spectrum.h"
+#include "design/spectrum.h"
 
 #include <algorithm>
 #include <cmath>

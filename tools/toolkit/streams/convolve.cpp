@@ -1,4 +1,4 @@
-#include "convolve.h"
+#include "streams/convolve.h"
 
 #include <algorithm>
 

@@ -4,7 +4,7 @@
 #include <cctype>
 #include <cstring>
 
-#include "parse.h"
+#include "coefficients/parse.h"
 
 namespace tool {
 namespace {

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <limits>
 
+#include "coefficients/parse.h"
 #include "errors.h"
-#include "parse.h"
 
 namespace tool {
 

@@ -1,4 +1,4 @@
-#include "signals.h"
+#include "recordings/signals.h"
 
 #include <csignal>
 

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "coefficients.h"
+#include "coefficients/filter_design.h"
 
 namespace tool {
 

@@ -3,7 +3,7 @@
 #include <cctype>
 #include <iterator>
 
-#include "parse.h"
+#include "coefficients/parse.h"
 
 namespace tool {
 namespace {

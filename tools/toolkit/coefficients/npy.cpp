@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "parse.h"
+#include "coefficients/parse.h"
 
 namespace tool {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "coefficients.h"
+#include "coefficients/filter_design.h"
 
 namespace tool {
 

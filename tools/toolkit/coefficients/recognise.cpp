@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "parse.h"
+#include "coefficients/parse.h"
 
 namespace tool {
 namespace {

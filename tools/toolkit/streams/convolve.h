@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "impulse_response.h"
-#include "stages.h"
+#include "impulse_responses/impulse_response.h"
+#include "streams/stages.h"
 
 namespace tool {
 

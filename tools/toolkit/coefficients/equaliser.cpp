@@ -4,8 +4,8 @@
 #include <cmath>
 #include <iterator>
 
+#include "coefficients/parse.h"
 #include "design/equaliser.h"
-#include "parse.h"
 
 namespace tool {
 namespace {

@@ -1,4 +1,4 @@
-#include "stability.h"
+#include "design/stability.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,8 +6,8 @@
 #include <cstdio>
 
 #include "design/roots.h"
+#include "design/spectrum.h"
 #include "errors.h"
-#include "spectrum.h"
 
 namespace tool {
 namespace {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "pipe.h"
+#include "recordings/pipe.h"
 
 namespace tool {
 

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "impulse_response.h"
+#include "impulse_responses/impulse_response.h"
 
 namespace tool {
 

@@ -1,4 +1,4 @@
-#include "pipe.h"
+#include "recordings/pipe.h"
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "signals.h"
+#include "recordings/signals.h"
 
 namespace tool {
 namespace {
