@@ -35,17 +35,6 @@ configure_file(cmake/JURN.pc.in JURN.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/JURN.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
         COMPONENT dev)
 
-if(JURN_BUILD_TOOLS)
-  set(tool ${PROJECT_SOURCE_DIR}/tools/jurn-filter)
-  install(FILES ${tool}/jurn-filter.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-  install(FILES ${tool}/completions/jurn-filter.bash RENAME jurn-filter
-          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions)
-  install(FILES ${tool}/completions/_jurn-filter
-          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/zsh/site-functions)
-  install(FILES ${tool}/completions/jurn-filter.fish
-          DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/fish/vendor_completions.d)
-endif()
-
 # One Debian package per component, each with its licence where Debian's users look for it.
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libjurn-dev)
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME jurn-filter)
