@@ -306,7 +306,7 @@ JURN_INLINE void pair_forward(float* p, float* q, ptrdiff_t distance, ptrdiff_t 
                               const float* w) {
   if constexpr (sizeof(V) == 16) {
     Tile<V> x, y;
-    const auto load_row = [=](int i, Complex<V>& a, Complex<V>& b) {
+    const auto load_row = [=](int i, Complex<V>& a, Complex<V>& b) JURN_INLINED {
       a = load_complex<V>(p + i, distance), b = load_complex<V>(q + i, distance);
       if constexpr (radix2) {
         const auto difference = a - b;
@@ -330,7 +330,7 @@ JURN_INLINE void pair_forward(float* p, float* q, ptrdiff_t distance, ptrdiff_t 
     store_complex(q + 12, distance, y.d);
   } else {
     Tile<V> x;
-    const auto load_rows = [=](int i, Complex<V>& even, Complex<V>& odd) {
+    const auto load_rows = [=](int i, Complex<V>& even, Complex<V>& odd) JURN_INLINED {
       auto a = load_eights<V>(p + i, distance, stride);
       auto b = load_eights<V>(q + i, distance, stride);
       if constexpr (radix2) {
@@ -361,7 +361,7 @@ JURN_INLINE void pair_inverse(float* p, float* q, ptrdiff_t distance, ptrdiff_t 
                  load_complex<V>(q + 4, distance), load_complex<V>(q + 12, distance)};
     tile_inverse(x, w);
     tile_inverse(y, w);
-    const auto store_row = [=](int i, Complex<V> a, Complex<V> b) {
+    const auto store_row = [=](int i, Complex<V> a, Complex<V> b) JURN_INLINED {
       if constexpr (radix2) {
         const auto difference =
             times_conjugate(b, load_complex<V>(w + table32 + i % 8 + i / 8 * 16, 32));
@@ -379,7 +379,7 @@ JURN_INLINE void pair_inverse(float* p, float* q, ptrdiff_t distance, ptrdiff_t 
     Tile<V> x = {load_eights<V>(p, distance, stride), load_eights<V>(p + 8, distance, stride),
                  load_eights<V>(q, distance, stride), load_eights<V>(q + 8, distance, stride)};
     tile_inverse(x, w);
-    const auto store_rows = [=](int i, Complex<V> even, Complex<V> odd) {
+    const auto store_rows = [=](int i, Complex<V> even, Complex<V> odd) JURN_INLINED {
       Complex<V> a = {even_groups(even.re, odd.re), even_groups(even.im, odd.im)};
       Complex<V> b = {odd_groups(even.re, odd.re), odd_groups(even.im, odd.im)};
       if constexpr (radix2) {
@@ -678,7 +678,7 @@ static short forward(const float* w, float* x, int length) {
 static short inverse(const float* w, float* x, int length, float scale) {
   int base = length;
   while (base >= 128) base /= 4;
-  const auto scale_at = [=](int n) { return n == length ? scale : 1.f; };
+  const auto scale_at = [=](int n) JURN_INLINED { return n == length ? scale : 1.f; };
   if (base >= 8) {
     real8_inverse(x, scale_at(8));
   } else if (base == 4) {

@@ -4,6 +4,16 @@
 
 #include <assert.h>
 
+/* Whatever the optimisation level, so that small arrays live in registers: JURN_UNROLL unrolls the
+ * loop that follows, JURN_INLINED behind its parameters puts a lambda's body in place. */
+#if defined(__GNUC__)
+#define JURN_UNROLL _Pragma("GCC unroll 16")
+#define JURN_INLINED __attribute__((always_inline))
+#else
+#define JURN_UNROLL
+#define JURN_INLINED
+#endif
+
 /* A limit that the caller keeps: checked in debug builds, where the message names the limit, and
  * nowhere else. */
 #ifdef NDEBUG

@@ -6,17 +6,25 @@
 #ifndef JURN_FEEDBACK_H
 #define JURN_FEEDBACK_H
 
+#include "functions.h"
+
 /** As subtract_feedback, for the usual low orders: all past outputs stay in registers. */
 template <int order, int channels, class Value>
 static inline void subtract_feedback_of_order(Value* const (&y)[channels], int count,
                                               const Value* a) {
   Value past[channels][order];
-  for (int c = 0; c < channels; ++c)
+  JURN_UNROLL
+  for (int c = 0; c < channels; ++c) {
+    JURN_UNROLL
     for (int j = 0; j < order; ++j) past[c][j] = y[c][-1 - j];
+  }
   for (int i = 0; i < count; ++i) {
+    JURN_UNROLL
     for (int c = 0; c < channels; ++c) {
       Value sum = a[1] * past[c][0];
+      JURN_UNROLL
       for (int j = 1; j < order; ++j) sum += a[j + 1] * past[c][j];
+      JURN_UNROLL
       for (int j = order - 1; j > 0; --j) past[c][j] = past[c][j - 1];
       y[c][i] = past[c][0] = y[c][i] - sum;
     }
@@ -46,12 +54,17 @@ static inline void subtract_feedback(Value* const (&y)[channels], int count, con
       return subtract_feedback_of_order<4>(y, count, a);
   }
   Value latest[channels];
+  JURN_UNROLL
   for (int c = 0; c < channels; ++c) latest[c] = y[c][-1];
   for (int i = 0; i < count; ++i) {
     Value sum[channels];
+    JURN_UNROLL
     for (int c = 0; c < channels; ++c) sum[c] = a[1] * latest[c];
-    for (int j = 2; j < alen; ++j)
+    for (int j = 2; j < alen; ++j) {
+      JURN_UNROLL
       for (int c = 0; c < channels; ++c) sum[c] += a[j] * y[c][i - j];
+    }
+    JURN_UNROLL
     for (int c = 0; c < channels; ++c) y[c][i] = latest[c] = y[c][i] - sum[c];
   }
 }

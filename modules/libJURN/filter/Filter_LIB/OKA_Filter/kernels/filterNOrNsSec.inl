@@ -109,9 +109,9 @@ JURN_INLINE void advance(Sections<order, lanes>& s, Vec<float, lanes> x, Vec<flo
     s.late = s.previous;
     s.previous = y;
   }
-  const auto put = [&](Float& state, Float value) {
-    state = masked ? select(active, value, state) : value;
-  };
+  const auto put = [&](Float& state, Float value)
+                       JURN_INLINED { state = masked ? select(active, value, state) : value; };
+  JURN_UNROLL
   for (int j = order; j >= 2; --j) {
     put(s.x[j], s.x[j - 1]);
     put(s.y[j], s.y[j - 1]);
@@ -128,13 +128,14 @@ JURN_INLINE void step(Sections<order, lanes> (&s)[vectors], float* const* block,
                       int frames, int last_delay) {
   using Float = Vec<float, lanes>;
   using Int = Vec<int, lanes>;
-  const auto sample = [&](int channel) {
+  const auto sample = [&](int channel) JURN_INLINED {
     return broadcast<Float>(!masked || time < frames ? block[channel][time] : 0.0f);
   };
   Float x[vectors];
   Float y[vectors];
   Int small[vectors];
   Int any_small{};
+  JURN_UNROLL
   for (int v = 0; v < vectors; ++v) {
     const Float late = masked ? s[v].late : s[v].y[2];
     Float first;
@@ -146,13 +147,17 @@ JURN_INLINE void step(Sections<order, lanes> (&s)[vectors], float* const* block,
       first = sample(v);
     x[v] = select(s[v].first, first, next_lane<lanes>(late));
     y[v] = x[v] * s[v].b[0];
+    JURN_UNROLL
     for (int j = 1; j <= order; ++j) y[v] += s[v].b[j] * s[v].x[j] - s[v].a[j] * s[v].y[j];
     // The float nearest to 1e-6 lies below 1e-6, so this is |y| < 1e-6 in double.
     small[v] = (y[v] <= broadcast<Float>(1e-6f)) & (y[v] >= broadcast<Float>(-1e-6f));
     any_small |= small[v] & s[v].used;
   }
-  if (JURN_UNLIKELY(any(any_small)))
+  if (JURN_UNLIKELY(any(any_small))) {
+    JURN_UNROLL
     for (int v = 0; v < vectors; ++v) y[v] = select(small[v], Float{}, y[v]);
+  }
+  JURN_UNROLL
   for (int v = 0; v < vectors; ++v) advance<masked>(s[v], x[v], y[v], time, frames);
   if (masked && time < last_delay) return;
   const int done = time - last_delay;
@@ -174,19 +179,20 @@ template <Layout layout, int vectors, int order, int lanes>
 JURN_INLINE void run_sections(int count, const float* b, const float* a, float* const* x,
                               int frames, float* const* px, float* const* py) {
   Sections<order, lanes> s[vectors] = {};
-  const auto for_each_part = [&](auto act) {  // act(vector, lane, sections, before, channel)
-    if constexpr (layout == chain_per_half) {
-      act(s[0], lanes / 2 - count, count, 0, 0);
-      act(s[0], lanes - count, count, 0, 1);
-    } else if constexpr (layout == chain_per_vector) {
-      for (int v = 0; v < vectors; ++v) act(s[v], lanes - count, count, 0, v);
-    } else {
-      const int last = count - (vectors - 1) * lanes;
-      for (int v = 0; v < vectors - 1; ++v) act(s[v], 0, lanes, v * lanes, 0);
-      act(s[vectors - 1], lanes - last, last, (vectors - 1) * lanes, 0);
-    }
-  };
-  for_each_part([&](auto& part, int lane, int sections, int before, int channel) {
+  const auto for_each_part =
+      [&](auto act) JURN_INLINED {  // act(vector, lane, sections, before, channel)
+        if constexpr (layout == chain_per_half) {
+          act(s[0], lanes / 2 - count, count, 0, 0);
+          act(s[0], lanes - count, count, 0, 1);
+        } else if constexpr (layout == chain_per_vector) {
+          for (int v = 0; v < vectors; ++v) act(s[v], lanes - count, count, 0, v);
+        } else {
+          const int last = count - (vectors - 1) * lanes;
+          for (int v = 0; v < vectors - 1; ++v) act(s[v], 0, lanes, v * lanes, 0);
+          act(s[vectors - 1], lanes - last, last, (vectors - 1) * lanes, 0);
+        }
+      };
+  for_each_part([&](auto& part, int lane, int sections, int before, int channel) JURN_INLINED {
     const int skip = before * (order + 1);
     load_sections(part, lane, sections, before, b + skip, a + skip, px[channel] + skip,
                   py[channel] + skip);
@@ -196,8 +202,10 @@ JURN_INLINE void run_sections(int count, const float* b, const float* a, float* 
   int time = last_delay;
   if (time < frames) {
     Sections<order, lanes> fast[vectors];  // never in memory, as s is for the masked steps
+    JURN_UNROLL
     for (int v = 0; v < vectors; ++v) fast[v] = s[v];
     for (; time < frames; ++time) step<false, layout>(fast, x, time, frames, last_delay);
+    JURN_UNROLL
     for (int v = 0; v < vectors; ++v) {
       s[v] = fast[v];
       s[v].previous = s[v].y[1];
@@ -205,7 +213,7 @@ JURN_INLINE void run_sections(int count, const float* b, const float* a, float* 
     }
   }
   masked_steps<layout>(s, x, time, frames + last_delay, frames, last_delay);
-  for_each_part([&](auto& part, int lane, int sections, int before, int channel) {
+  for_each_part([&](auto& part, int lane, int sections, int before, int channel) JURN_INLINED {
     const int skip = before * (order + 1);
     store_sections(part, lane, sections, px[channel] + skip, py[channel] + skip);
   });

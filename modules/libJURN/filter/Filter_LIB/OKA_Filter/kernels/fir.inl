@@ -15,6 +15,7 @@ JURN_INLINE void add_to_every_other(V (&acc)[group], const Sum* x, const Sum* ta
   constexpr int lanes = sizeof(V) / sizeof(Sum);
   for (int j = begin; j < end; ++j) {
     const V tap = broadcast<V>(taps[j]);
+    JURN_UNROLL
     for (int k = first; k < group; k += 2) acc[k] += tap * load<V>(x + k * lanes - j);
   }
 }
@@ -25,12 +26,16 @@ JURN_INLINE void fir_group(Sum* sums, const Sum* x, const Sum* taps, int count, 
   constexpr int lanes = JURN_VECTOR_BYTES / sizeof(Sum);
   using V = Vec<Sum, lanes>;
   V acc[group] = {};
-  for (int k = 0; k < group && !starts; ++k) acc[k] = load<V>(sums + k * lanes);
+  if (!starts) {
+    JURN_UNROLL
+    for (int k = 0; k < group; ++k) acc[k] = load<V>(sums + k * lanes);
+  }
   const int ahead = count < lanes ? count : lanes;
   add_to_every_other<1>(acc, x, taps, 0, ahead);
   for (int j = 0; j < count - ahead; ++j) {
     const V tap = broadcast<V>(taps[j]);
     const V tap_ahead = broadcast<V>(taps[j + ahead]);
+    JURN_UNROLL
     for (int k = 0; k < group; k += 2) {
       V samples = load<V>(x + k * lanes - j);
       JURN_LOADED_ONCE(samples);
@@ -39,6 +44,7 @@ JURN_INLINE void fir_group(Sum* sums, const Sum* x, const Sum* taps, int count, 
     }
   }
   add_to_every_other<0>(acc, x, taps, count - ahead, count);
+  JURN_UNROLL
   for (int k = 0; k < group; ++k) store(sums + k * lanes, acc[k]);
 }
 
