@@ -6,7 +6,7 @@
 #ifndef JURN_FEEDBACK_H
 #define JURN_FEEDBACK_H
 
-#include "functions.h"
+#include "../../../../common/functions.h"
 
 /** As subtract_feedback, for the usual low orders: all past outputs stay in registers. */
 template <int order, int channels, class Value>
