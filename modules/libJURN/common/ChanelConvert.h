@@ -41,6 +41,37 @@ JURN_API void MORVAX_ChanelConvert(int innum, int outnum, int len, const short* 
  */
 JURN_API void MORVAX_SecOrSecMatlab(float* b, float* a, const float* num, const float* den, int ns);
 
+/**
+ * Folds the gain rows of a header that MATLAB exports into the sections.
+ *
+ * "Generate C Header" writes a filter of second-order sections as NUM[MWSPT_NSEC][3] and
+ * DEN[MWSPT_NSEC][3], in which rows {g, 0, 0} over {1, 0, 0} stand before, between and after the
+ * sections. Taken for a section table they make another filter: the Order that fits the real
+ * sections leaves the last rows out. Each gain is multiplied into the numerator of the section
+ * after it, those at the end into the last section's; products are in double and rounded once. Rows
+ * of gains alone become one section.
+ *
+ * @param b, a destinations with room for rows rows of three; may be num and den
+ * @param num, den rows rows of three
+ * @param rows MWSPT_NSEC
+ * @return the number of sections written to b and a, 0 when rows is 0 or less
+ *
+ * State touched: none. Wrong input: a0 other than 1 is neither seen nor mended. Real-time safe.
+ *
+ * Example:
+ * @code
+ *   float b[MWSPT_NSEC * 3], a[MWSPT_NSEC * 3];
+ *   const int ns = MORVAX_SecFoldMatlabGains(b, a, NUM[0], DEN[0], MWSPT_NSEC);
+ *   MORVAX_FilterCalcu_API_FromMatlabTable(&filter, b, a, 2 * ns, 1);
+ * @endcode
+ */
+JURN_API int MORVAX_SecFoldMatlabGains(float* b, float* a, const float* num, const float* den,
+                                       int rows);
+
+/** MORVAX_SecFoldMatlabGains for a header of doubles, MATLAB's default (real64_T). */
+JURN_API int MORVAX_SecFoldMatlabGains_double(double* b, double* a, const double* num,
+                                              const double* den, int rows);
+
 JURN_EXTERN_C_END
 
 #endif

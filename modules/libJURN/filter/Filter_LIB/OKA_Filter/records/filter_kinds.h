@@ -51,7 +51,8 @@ static inline void check_limits(const Record* mFilter, int frames) {
   }
   if (kind == KIND_CASCADE) {
     JURN_LIMIT(frames <= JURN_BLOCK, "filter run: a cascade's block must have at most 1056 frames");
-    JURN_LIMIT(mFilter->ns * (mFilter->n + 1) <= JURN_COEFFICIENTS,
+    const bool runs = mFilter->n == 2 || mFilter->n == 4;
+    JURN_LIMIT(!runs || mFilter->ns <= JURN_COEFFICIENTS / (mFilter->n + 1),
                "filter run: ns (n + 1) must be at most 1250");
   }
   if (kind == KIND_AVERAGE) {

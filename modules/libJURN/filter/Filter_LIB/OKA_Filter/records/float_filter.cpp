@@ -50,6 +50,7 @@ void MORVAX_FilterfRun_API(Filterf_ID* mFilter, const float* input, int inLen, f
 
 void MORVAX_FilterfRun_API_shortin(Filterf_ID* mFilter, const short* input, int inLen,
                                    float* output) {
+  if (inLen <= 0) return;
   JURN_LIMIT(inLen <= JURN_BLOCK, "Filterf_ID: an int16 block must have at most 1056 samples");
   float inputf[JURN_BLOCK];
   for (int i = 0; i < inLen; ++i) inputf[i] = input[i];

@@ -96,8 +96,9 @@ void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, shor
   Buf16_ID* in = &mFilter->mBufin;
   Buf16_ID* out = &mFilter->mBufout;
   RealFFT_ID* fft = &mFilter->realfft;
-  JURN_LIMIT(N >= 2 && N <= JURN_FFT_MAX && hop >= 1 && hop <= N && fft->N == N,
-             "Filterlongfir_ID: the FFT kinds need the FFT set-up before the run");
+  // A record that was never set up, or for another chanel, has no hop by which a block could move
+  // on.
+  if (N < 2 || N > JURN_FFT_MAX || hop < 1 || hop > N) return;
   JURN_LIMIT(inLen >= 0 && inLen % mFilter->chanel == 0,
              "Filterlongfir_ID: inLen must be 0 or more and, in stereo, even");
   JURN_LIMIT(MORVAX_queuehave_API(in) + inLen / mFilter->chanel * in_channels < JURN_RING_SLOTS,
@@ -130,6 +131,7 @@ void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, shor
     }
 
     in->front = advance(in->front, in_channels * hop);
+    if (mFilter->blen > N) continue;  // all of the block is wrap-around
     JURN_LIMIT(MORVAX_queuehave_API(out) + out_channels * hop < JURN_RING_SLOTS,
                "Filterlongfir_ID: the block does not fit the output FIFO of 105599 values");
     emit(out->membuf, advance(out->rear, 1), out_channels, hop, mFilter->xLhL + discarded,

@@ -125,8 +125,8 @@ void MORVAX_FilterlongfirCalcu_API_forFFT(Filterlongfir_ID* mFilter) {
                            type == KIND_FFT_MONO_TO_STEREO || type == KIND_FFT_LEFT_ONLY;
   int hM = mFilter->blen;
   if (two_filters && mFilter->bRlen > hM) hM = mFilter->bRlen;
-  JURN_LIMIT(hM >= 1 && hM <= JURN_FFT_MAX / 2,
-             "Filterlongfir_ID: the FFT kinds take 1 to 8192 taps");
+  JURN_LIMIT(hM >= 0 && hM <= JURN_FFT_MAX / 2,
+             "Filterlongfir_ID: the FFT kinds take at most 8192 taps");
   int N = 2;
   while (N < 2 * hM) N *= 2;
   mFilter->fftN = N;

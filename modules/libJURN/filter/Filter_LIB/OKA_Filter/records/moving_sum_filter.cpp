@@ -34,7 +34,8 @@ void MORVAX_shuzhiFilterCalcu_API(shuzhiFilter_ID* mFilter) {
 
 void MORVAX_shuzhiFilterRun_API(shuzhiFilter_ID* mFilter, const short* input, int inLen,
                                 short* output) {
-  JURN_LIMIT(is_ready(mFilter), "shuzhiFilter_ID: blen must be from 1 to 256, memi from 0 to 255");
+  JURN_LIMIT(inLen <= 0 || is_ready(mFilter),
+             "shuzhiFilter_ID: blen must be from 1 to 256, memi from 0 to 255");
   moving_mean(output, input, inLen, mFilter->meminput, mFilter->blen, mFilter->N_1,
               &mFilter->memsumin, &mFilter->memi);
 }
