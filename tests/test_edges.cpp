@@ -66,6 +66,7 @@ TEST(Edges, NothingHappens) {
     for (int inLen : {0, -1, -1000000}) {
       float output = 9.0f;
       filter->filtertype = type;
+      filter->alen = 1;
       MORVAX_FilterfRun_API_shortin(filter.get(), samples, inLen, &output);
       EXPECT_EQ(output, 9.0f);
       MORVAX_shuzhiFilterRun_API(moving_sum.get(), samples, inLen, samples);

@@ -26,14 +26,14 @@ void to_float(float* output, const double* y, int count) {
 
 void MORVAX_Qfirf(float* output, const float* input, int inlen, float* mem_input, const double* b,
                   short blen) {
-  JURN_LIMIT(blen >= 1, "MORVAX_Qfirf: blen must be at least 1");
+  JURN_LIMIT(inlen == 0 || blen >= 1, "MORVAX_Qfirf: blen must be at least 1");
   JURN_LIMIT(inlen >= 0 && inlen <= 32767, "MORVAX_Qfirf: inlen must be from 0 to 32767");
   fir(output, append_block(mem_input, blen - 1, input, inlen), inlen, b, blen);
 }
 
 void MORVAX_Qiirf(float* output, const float* input, int inlen, double* mem_output,
                   float* mem_input, const double* b, short blen, const double* a, short alen) {
-  JURN_LIMIT(blen >= 1, "MORVAX_Qiirf: blen must be at least 1");
+  JURN_LIMIT(inlen == 0 || blen >= 1, "MORVAX_Qiirf: blen must be at least 1");
   JURN_LIMIT(alen >= 1, "MORVAX_Qiirf: alen must be at least 1");
   JURN_LIMIT(inlen >= 0 && inlen <= 32767, "MORVAX_Qiirf: inlen must be from 0 to 32767");
   const float* x = append_block(mem_input, blen - 1, input, inlen);

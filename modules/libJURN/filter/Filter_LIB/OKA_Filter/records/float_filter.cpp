@@ -30,9 +30,9 @@ void MORVAX_FilterfReset_API(Filterf_ID* mFilter) {
 void MORVAX_FilterfRun_API(Filterf_ID* mFilter, const float* input, int inLen, float* output) {
   const int type = mFilter->filtertype;
   if (type != FIR && type != IIR) return;
-  JURN_LIMIT(mFilter->blen >= 1 && mFilter->blen <= JURN_FLOAT_COEFFICIENTS,
+  JURN_LIMIT(inLen == 0 || (mFilter->blen >= 1 && mFilter->blen <= JURN_FLOAT_COEFFICIENTS),
              "Filterf_ID: blen must be from 1 to 201");
-  JURN_LIMIT(inLen >= 0 && mFilter->blen - 1 + inLen <= JURN_FLOAT_HISTORY,
+  JURN_LIMIT(inLen >= 0 && (inLen == 0 || mFilter->blen - 1 + inLen <= JURN_FLOAT_HISTORY),
              "Filterf_ID: blen - 1 + inLen must be at most 2512");
   FilterIOMEMf& mem = mFilter->memL;
   const short blen = static_cast<short>(mFilter->blen);
@@ -50,7 +50,7 @@ void MORVAX_FilterfRun_API(Filterf_ID* mFilter, const float* input, int inLen, f
 
 void MORVAX_FilterfRun_API_shortin(Filterf_ID* mFilter, const short* input, int inLen,
                                    float* output) {
-  if (inLen <= 0) return;
+  if (inLen < 0) return;
   JURN_LIMIT(inLen <= JURN_BLOCK, "Filterf_ID: an int16 block must have at most 1056 samples");
   float inputf[JURN_BLOCK];
   for (int i = 0; i < inLen; ++i) inputf[i] = input[i];
