@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <limits>
 
 #include "coefficients/parse.h"
@@ -46,11 +47,30 @@ bool in_range(double value) {
   return std::abs(value) <= std::numeric_limits<float>::max();
 }
 
+/** std::from_chars, which the C++ library of clang has not for every processor. */
+static std::from_chars_result read_double(const char* begin, const char* end, double* value) {
+#ifdef __cpp_lib_to_chars
+  return std::from_chars(begin, end, *value);
+#else
+  // What strtod takes beyond it: space, a second sign, hexadecimal digits.
+  const std::string token(begin, end);
+  if (token.find_first_of("xX \t\v\f") != std::string::npos || token[0] == '+')
+    return {begin, std::errc::invalid_argument};
+  char* stop = nullptr;
+  *value = std::strtod(token.c_str(), &stop);
+  if (stop == token.c_str()) return {begin, std::errc::invalid_argument};
+  const bool is_zero = token.find_first_of("123456789") >= token.find_first_of("eE");
+  const bool is_word = token.find_first_of("0123456789") == std::string::npos;
+  const bool lost = (*value == 0.0 && !is_zero) || (std::isinf(*value) && !is_word);
+  return {begin + (stop - token.c_str()), lost ? std::errc::result_out_of_range : std::errc()};
+#endif
+}
+
 double parse_number(const std::string& path, int line, std::string_view token) {
   std::string_view digits = token;
   if (digits.size() > 1 && digits[0] == '+' && digits[1] != '-') digits.remove_prefix(1);
   double value = 0.0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+  const auto [end, error] = read_double(digits.data(), digits.data() + digits.size(), &value);
   // Every coefficient is stored as float or double; what neither holds is an error, not infinity.
   if (error == std::errc::result_out_of_range || (error == std::errc() && !in_range(value)))
     fail(path, line, quote(token) + " is out of the range of a coefficient");

@@ -1,0 +1,169 @@
+// What the WebAssembly module of the designs exports: coefficient files read from memory, designs
+// prepared and looked at. Results are JSON.
+#include <cmath>
+#include <complex>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "coefficients/formats.h"
+#include "design/export.h"
+#include "design/prepare.h"
+#include "design/roots.h"
+#include "design/spectrum.h"
+
+#define EXPORT extern "C" __attribute__((used, visibility("default")))
+
+/* Debian's C++ library for WebAssembly has no exceptions. Whatever is thrown here is a message for
+ * the user and caught by nobody inside: it leaves through the caller, who throws it in its own
+ * language and drops this instance. */
+extern "C" [[noreturn]] void jurn_refuse(const char* message);
+
+extern "C" void* __cxa_allocate_exception(std::size_t bytes) noexcept {
+  return std::malloc(bytes);
+}
+
+extern "C" void __cxa_free_exception(void* memory) noexcept {
+  std::free(memory);
+}
+
+extern "C" [[noreturn]] void __cxa_throw(void* thrown, void*, void (*)(void*)) {
+  jurn_refuse(static_cast<std::exception*>(thrown)->what());
+}
+
+namespace {
+
+using tool::FilterDesign;
+
+std::string text;  // of the last result, until the next
+
+void append_number(double value) {
+  char digits[32];
+  std::snprintf(digits, sizeof digits, "%.17g", value);
+  text += std::isfinite(value) ? digits : "null";
+}
+
+void append_numbers(const char* name, const std::vector<double>& values) {
+  text += std::string("\"") + name + "\":[";
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (i > 0) text += ',';
+    append_number(values[i]);
+  }
+  text += ']';
+}
+
+void append_roots(const char* name, const std::vector<std::complex<double>>& roots) {
+  std::vector<double> flat;
+  for (const std::complex<double>& root : roots) {
+    flat.push_back(root.real());
+    flat.push_back(root.imag());
+  }
+  append_numbers(name, flat);
+}
+
+void append_string(const std::string& value) {
+  text += '"';
+  for (const char c : value) {
+    char escaped[8];
+    std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned char>(c));
+    if (c == '"' || c == '\\' || static_cast<unsigned char>(c) < 0x20)
+      text += escaped;
+    else
+      text += c;
+  }
+  text += '"';
+}
+
+void append_design(const FilterDesign& design) {
+  static const char* const names[] = {"fir", "iir", "sections"};
+  text += std::string("{\"kind\":\"") + names[design.kind] + "\",";
+  append_numbers("b", design.b);
+  text += ',';
+  append_numbers("a", design.a);
+  text += '}';
+}
+
+FilterDesign design_of(int kind, const double* b, int b_count, const double* a, int a_count) {
+  return {static_cast<FilterDesign::Kind>(kind), {b, b + b_count}, {a, a + a_count}};
+}
+
+}  // namespace
+
+EXPORT void* jurn_allocate(int bytes) {
+  return std::malloc(static_cast<std::size_t>(bytes));
+}
+
+EXPORT void jurn_free(void* memory) {
+  std::free(memory);
+}
+
+/** Reads a coefficient file. `name` and the bytes are not ended by a zero. */
+EXPORT const char* jurn_parse(const char* name, int name_length, const char* bytes, int length,
+                              int wanted, int most, int rate) {
+  tool::ReadOptions options{
+      static_cast<FilterDesign::Kind>(wanted),
+      {static_cast<std::size_t>(most),
+       std::to_string(most) + (wanted == FilterDesign::kSections
+                                   ? " sections, the limit of this filter"
+                                   : " coefficients, the limit of this filter")},
+      tool::Format::kByContent,
+      {},
+      rate};
+  const std::string path(name, static_cast<std::size_t>(name_length));
+  const std::string_view content(bytes, static_cast<std::size_t>(length));
+  text.clear();
+  append_design(tool::parse_design(path, content, options));
+  return text.c_str();
+}
+
+EXPORT const char* jurn_prepare(int kind, const double* b, int b_count, const double* a,
+                                int a_count, int int16) {
+  tool::PrepareOptions options;
+  options.precision = int16 ? tool::Precision::kInt16 : tool::Precision::kDouble;
+  const tool::Prepared prepared = tool::prepare(design_of(kind, b, b_count, a, a_count), options);
+  text = "{\"design\":";
+  append_design(prepared.design);
+  text += ",\"stable\":";
+  text += prepared.stable ? "true" : "false";
+  text += ",\"poleRadius\":";
+  append_number(prepared.pole_radius);
+  text += ",\"expectedError\":";
+  append_number(prepared.expected_error);
+  text += ",\"notices\":[";
+  for (std::size_t i = 0; i < prepared.notices.size(); ++i) {
+    text += i > 0 ? ",{\"text\":" : "{\"text\":";
+    append_string(prepared.notices[i].text);
+    text += prepared.notices[i].is_warning() ? ",\"warning\":true}" : ",\"warning\":false}";
+  }
+  text += "]}";
+  return text.c_str();
+}
+
+/** Poles, zeros and the largest gain over all frequencies. */
+EXPORT const char* jurn_look(int kind, const double* b, int b_count, const double* a, int a_count) {
+  const FilterDesign design = design_of(kind, b, b_count, a, a_count);
+  text = "{";
+  append_roots("zeros", tool::roots_of(design, design.b));
+  text += ',';
+  append_roots("poles", design.a.empty() ? std::vector<std::complex<double>>()
+                                         : tool::roots_of(design, design.a));
+  text += ",\"peakGain\":";
+  append_number(tool::peak_gain(design));
+  text += '}';
+  return text.c_str();
+}
+
+/** A file of the design as it runs: for the tool, or C code. `name` is made an identifier. */
+EXPORT const char* jurn_export(int kind, const double* b, int b_count, const double* a, int a_count,
+                               int int16, int as_header, const char* name, int name_length) {
+  tool::ExportOptions options;
+  options.precision = int16 ? tool::Precision::kInt16 : tool::Precision::kDouble;
+  options.name = tool::identifier_of(std::string(name, static_cast<std::size_t>(name_length)));
+  text = tool::export_design(design_of(kind, b, b_count, a, a_count),
+                             as_header ? tool::ExportFormat::kHeader : tool::ExportFormat::kText,
+                             options);
+  return text.c_str();
+}

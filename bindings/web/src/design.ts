@@ -1,0 +1,176 @@
+// Coefficient files and designs: the command-line tool's own code, compiled along.
+import type { Fir, Iir, Numbers, Precision, Sections } from './filters.js';
+import { read } from './module.js';
+
+export type Design = (Fir | Iir | Sections) & { b: number[]; a?: number[] };
+
+export interface ParseOptions {
+  /** What is expected; by default whatever the file holds. */
+  wanted?: 'fir' | 'iir' | 'sections';
+  /** The sample rate that lines of an equaliser are designed for, in Hz. */
+  rate: number;
+  precision?: Precision;
+}
+
+/** What preparing a design found. */
+export interface Notice {
+  text: string;
+  /** Whether the result differs from the design. */
+  warning: boolean;
+}
+
+export interface Prepared {
+  /** What runs: scaled, factored and rounded as the precision needs it. */
+  design: Design;
+  stable: boolean;
+  poleRadius: number;
+  /** Largest difference from the design in steps of 16 bits; null where it is infinite. */
+  expectedError: number | null;
+  notices: Notice[];
+}
+
+/** Pairs of real and imaginary part, one after another. */
+export interface Look {
+  zeros: number[];
+  poles: number[];
+  peakGain: number;
+}
+
+/** The sentence that says what is wrong with a file or design. */
+export class DesignError extends Error {}
+
+interface Exports {
+  memory: WebAssembly.Memory;
+  _initialize(): void;
+  jurn_allocate(bytes: number): number;
+  jurn_free(address: number): void;
+  jurn_parse(name: number, nameLength: number, bytes: number, length: number, wanted: number,
+             most: number, rate: number): number;
+  jurn_prepare(kind: number, b: number, bCount: number, a: number, aCount: number,
+               int16: number): number;
+  jurn_export(kind: number, b: number, bCount: number, a: number, aCount: number, int16: number,
+              asHeader: number, name: number, nameLength: number): number;
+  jurn_look(kind: number, b: number, bCount: number, a: number, aCount: number): number;
+}
+
+const KINDS = { fir: 0, iir: 1, sections: 2 } as const;
+/** Coefficients, or sections, that a filter takes. */
+const MOST = { fir: 1250, iir: 1250, sections: 416 } as const;
+
+export class Designer {
+  private wasm: Exports;
+
+  constructor(private readonly module: WebAssembly.Module) {
+    this.wasm = this.instance();
+  }
+
+  /** Reads a coefficient file; throws a DesignError that names the file, the line and the value. */
+  parse(name: string, bytes: Uint8Array, options: ParseOptions): Design {
+    if (options.wanted !== undefined) return this.parseAs(name, bytes, options.wanted, options);
+    let first: unknown;
+    for (const wanted of ['sections', 'iir', 'fir'] as const) {
+      try {
+        return this.parseAs(name, bytes, wanted, options);
+      } catch (error) {
+        if (!(error instanceof DesignError)) throw error;
+        first ??= error;
+        if (wanted === 'fir') throw error;
+      }
+    }
+    throw first;
+  }
+
+  /** Prepares a design to run, as the command-line tool does. */
+  prepare(design: Fir | Iir | Sections, precision: Precision = 'double'): Prepared {
+    const prepared = this.withDesign(design, (...coefficients) =>
+      this.wasm.jurn_prepare(...coefficients, precision === 'int16' ? 1 : 0)) as Prepared;
+    prepared.design.precision = precision;
+    return prepared;
+  }
+
+  look(design: Fir | Iir | Sections): Look {
+    return this.withDesign(design, (...coefficients) => this.wasm.jurn_look(...coefficients)) as Look;
+  }
+
+  /**
+   * A prepared design as a file: `text` for the command-line tool and other programs, `header` for C
+   * and C++, with the functions that set up and run the library's filter.
+   */
+  export(design: Fir | Iir | Sections, format: 'text' | 'header', name = 'filter'): string {
+    const path = new TextEncoder().encode(name);
+    return this.withDesign(design, (...coefficients) => {
+      const at = this.copy(path);
+      return this.wasm.jurn_export(...coefficients, design.precision === 'int16' ? 1 : 0,
+                                   format === 'header' ? 1 : 0, at, path.length);
+    }, (file) => file) as string;
+  }
+
+  private parseAs(name: string, bytes: Uint8Array, wanted: keyof typeof KINDS,
+                  { rate, precision }: ParseOptions): Design {
+    const path = new TextEncoder().encode(name);
+    const most = wanted === 'fir' && precision !== 'int16' ? 32767 : MOST[wanted];
+    const design = this.call([path, bytes], ([nameAt, bytesAt]) =>
+      this.wasm.jurn_parse(nameAt, path.length, bytesAt, bytes.length, KINDS[wanted], most, rate));
+    return { ...(design as Design), precision };
+  }
+
+  private withDesign(
+    design: Fir | Iir | Sections,
+    run: (kind: number, b: number, bCount: number, a: number, aCount: number) => number,
+    read: (text: string) => unknown = JSON.parse,
+  ): unknown {
+    const a: Numbers = design.kind === 'fir' ? [] : design.a;
+    return this.call([Float64Array.from(design.b), Float64Array.from(a)], ([bAt, aAt]) =>
+      run(KINDS[design.kind], bAt, design.b.length, aAt, a.length), read);
+  }
+
+  private copy(array: Uint8Array | Float64Array): number {
+    const address = this.wasm.jurn_allocate(Math.max(array.byteLength, 8));
+    if (address === 0) throw new DesignError('no memory is left');
+    new Uint8Array(this.wasm.memory.buffer).set(
+      new Uint8Array(array.buffer, array.byteOffset, array.byteLength), address);
+    return address;
+  }
+
+  /** Runs with copies of the arrays in the instance's memory, and reads the text it returns. */
+  private call(arrays: (Uint8Array | Float64Array)[], run: (at: number[]) => number,
+               read: (text: string) => unknown = JSON.parse): unknown {
+    try {
+      const addresses = arrays.map((array) => this.copy(array));
+      const result = text(this.wasm, run(addresses));
+      for (const address of addresses) this.wasm.jurn_free(address);
+      return read(result);
+    } catch (error) {
+      // Nothing was unwound inside.
+      this.wasm = this.instance();
+      if (error instanceof WebAssembly.RuntimeError)
+        throw new DesignError('it is beyond what fits into memory');
+      throw error;
+    }
+  }
+
+  private instance(): Exports {
+    const imports: Record<string, Record<string, (message: number) => number>> = {};
+    for (const { module, name } of WebAssembly.Module.imports(this.module))
+      (imports[module] ??= {})[name] = () => 52;
+    let wasm: Exports;
+    (imports.env ??= {}).jurn_refuse = (message) => {
+      throw new DesignError(text(wasm, message));
+    };
+    wasm = new WebAssembly.Instance(this.module, imports).exports as unknown as Exports;
+    wasm._initialize();
+    return wasm;
+  }
+}
+
+function text(wasm: Exports, address: number): string {
+  const bytes = new Uint8Array(wasm.memory.buffer);
+  return new TextDecoder().decode(bytes.subarray(address, bytes.indexOf(0, address)));
+}
+
+export async function loadDesigner(
+  source: URL | BufferSource = new URL('./design.wasm', import.meta.url),
+): Promise<Designer> {
+  const bytes = source instanceof URL ? await read(source) : source;
+  return new Designer(await WebAssembly.compile(bytes));
+}

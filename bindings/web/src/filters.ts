@@ -1,0 +1,78 @@
+// What a filter is, to the caller.
+
+/** Numbers in order of use: a plain array or any typed one. */
+export type Numbers = ArrayLike<number>;
+
+/**
+ * What computes: `double` filters floats in double precision (floats between sections); `int16`
+ * is the library's filter for 16-bit streams, which sums floats and truncates its output to 16 bits.
+ */
+export type Precision = 'double' | 'int16';
+
+/** y[n] = sum over j of b[j] x[n-j]. */
+export interface Fir {
+  kind: 'fir';
+  b: Numbers;
+  precision?: Precision;
+}
+
+/** y[n] = sum over j of b[j] x[n-j] - sum over j >= 1 of a[j] y[n-j]; a[0] has to be 1. */
+export interface Iir {
+  kind: 'iir';
+  b: Numbers;
+  a: Numbers;
+  precision?: Precision;
+}
+
+/** Second-order sections, one after another: three coefficients of each in `b` and in `a`. */
+export interface Sections {
+  kind: 'sections';
+  b: Numbers;
+  a: Numbers;
+  precision?: Precision;
+}
+
+/** The mean of the last `length` samples, on 16-bit samples. */
+export interface Average {
+  kind: 'average';
+  length: number;
+}
+
+/** One way through a convolution: from an input to an output, both from 0. */
+export interface Route {
+  input: number;
+  output: number;
+  taps: Numbers;
+}
+
+/**
+ * Convolution with impulse responses of any length, without latency. `taps` may reserve a length
+ * beyond the longest route: convolutions of one reserved length fade into each other with their
+ * tails kept.
+ */
+export interface Convolution {
+  kind: 'convolution';
+  routes: readonly Route[];
+  taps?: number;
+}
+
+/** A convolution whose spectra are computed, for streams of the shape that it names. */
+export interface PreparedConvolution {
+  kind: 'prepared';
+  inputs: number;
+  outputs: number;
+  block: number;
+  taps: number;
+  simd: boolean;
+  bytes: Uint8Array<ArrayBuffer>;
+}
+
+export type Filter = Fir | Iir | Sections | Average | Convolution | PreparedConvolution;
+
+/** The channels and the block length of a stream. */
+export interface Shape {
+  inputs: number;
+  outputs: number;
+  /** Frames that are computed at once; Web Audio's quantum has 128. */
+  block: number;
+}

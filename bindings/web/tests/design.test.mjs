@@ -1,0 +1,65 @@
+import assert from 'node:assert/strict';
+import { readFileSync } from 'node:fs';
+import { test } from 'node:test';
+import { DesignError, loadDesigner } from '../dist/design.js';
+
+const designer = await loadDesigner();
+const bytes = (text) => new TextEncoder().encode(text);
+const rate = 48000;
+
+test('files of several formats are read, by what they hold', () => {
+  const folder = new URL('../../../examples/coefficients/', import.meta.url);
+  const read = (name) => designer.parse(name, readFileSync(new URL(name, folder)), { rate });
+  assert.deepEqual([read('dark.txt').kind, read('dark.txt').b.length], ['sections', 24]);
+  assert.deepEqual([read('telephone.txt').kind, read('telephone.txt').b.length], ['fir', 255]);
+  const equaliser = designer.parse('eq.txt', bytes('Preamp: -6 dB\nFilter 1: ON PK Fc 1000 Hz Gain 3 dB Q 1\n'), { rate });
+  assert.equal(equaliser.kind, 'sections');
+  // +3 dB on top of -6 dB at the middle of the band.
+  const peak = designer.look(equaliser).peakGain;
+  assert.ok(Math.abs(20 * Math.log10(peak) + 3) < 0.001, `${peak}`);
+  assert.deepEqual(designer.parse('x', bytes('+1e-3 -2.5E2\n0'), { rate }).b, [0.001, -250, 0]);
+});
+
+test('broken files give a sentence that names the file, and the next one is read', () => {
+  const broken = {
+    '': /^taps.txt: holds no numbers/,
+    '0.5 half': /^taps.txt:1: 'half' is no number/,
+    '1e999': /out of the range/,
+    '0x10': /is no number/,
+    '++1': /is no number/,
+    'Filter 1: ON PK Fc 90000 Hz Gain 3 dB Q 1': /between 0 and 24000 Hz/,
+    '\x89PNG\r\n': /^taps.txt:/,
+    '{\\rtf1': /is an RTF document/,
+  };
+  for (const [content, message] of Object.entries(broken)) {
+    assert.throws(() => designer.parse('taps.txt', bytes(content), { rate }),
+                  (error) => error instanceof DesignError && message.test(error.message), content);
+    assert.equal(designer.parse('good', bytes('1 2'), { rate }).b.length, 2);
+  }
+});
+
+test('designs are prepared: scaled, factored, measured', () => {
+  const tiny = { kind: 'sections', b: [1e-7, 2e-7, 1e-7, 1e7, 0, 0], a: [1, -1.2, 0.5, 1, -0.5, 0] };
+  const scaled = designer.prepare(tiny, 'int16');
+  assert.ok(scaled.notices.length > 0 && scaled.design.b[0] > 1e-4);
+  assert.ok(scaled.stable && scaled.expectedError < 1);
+  // A low-pass of order 6 at 0.001: as a direct form, float cannot hold it.
+  const [b, a] = [[1], [1]];
+  for (let i = 0; i < 6; ++i) {
+    a.push(0);
+    for (let k = a.length - 1; k > 0; --k) a[k] -= (0.99 + 0.001 * i) * a[k - 1];
+  }
+  const factored = designer.prepare({ kind: 'iir', b, a }, 'int16');
+  assert.equal(factored.design.kind, 'sections');
+  const unstable = designer.prepare({ kind: 'iir', b: [1], a: [1, -2.5, 1] });
+  assert.equal(unstable.stable, false);
+  assert.ok(unstable.notices.some((notice) => notice.warning));
+});
+
+test('what is exported is read again as the same filter', () => {
+  const { design } = designer.prepare(
+    { kind: 'sections', b: [0.3, 0.1, 0.7, 1, 0, -1], a: [1, -0.3, 0.1, 1, 0.2, 0.3] }, 'double');
+  const again = designer.parse('again', bytes(designer.export(design, 'text')), { rate });
+  assert.deepEqual([again.b, again.a], [design.b, design.a]);
+  assert.match(designer.export(design, 'header', 'my eq'), /my_eq_run\(/);
+});

@@ -1,0 +1,150 @@
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+import { compileLibrary, hasSimd, loadLibrary } from '../dist/index.js';
+import { examples, native, signal } from './native.mjs';
+
+const libraries = {
+  vectors: await loadLibrary({ simd: true }),
+  scalar: await loadLibrary({ simd: false }),
+};
+const CHANNELS = 2;
+
+for (const [build, library] of Object.entries(libraries)) {
+  for (const [name, filter] of Object.entries(examples)) {
+    test(`${name}, ${build}: the bits of the native library`, () => {
+      const input = signal(CHANNELS, 128 * 120);
+      const expected = native(filter, input);
+      const stream = library.stream({ channels: CHANNELS });
+      stream.change(filter);
+      const half = 128 * 47;
+      const out = [
+        ...stream.process(input.map((x) => x.subarray(0, half))),
+        ...stream.process(input.map((x) => x.subarray(half))),
+      ];
+      for (let c = 0; c < CHANNELS; ++c) {
+        assert.deepEqual(out[c], expected[c].slice(0, half));
+        assert.deepEqual(out[CHANNELS + c], expected[c].slice(half));
+      }
+      assert.ok(expected[0].some((x) => Math.abs(x) > 0.01));
+      stream.free();
+    });
+  }
+}
+
+test('16-bit samples: the bits of the float way, rounded where the filter is in floats', () => {
+  const library = libraries.vectors;
+  const floats = signal(CHANNELS, 128 * 20 + 50);
+  const samples = Int16Array.from({ length: 2 * floats[0].length },
+                                  (_, i) => Math.round(Math.min(0.999, floats[i % 2][i >> 1]) * 32768));
+  const scaled = [0, 1].map((c) =>
+    Float32Array.from({ length: floats[0].length }, (_, i) => samples[2 * i + c] / 32768));
+  for (const [name, filter] of Object.entries(examples)) {
+    const [one, other] = [0, 1].map(() => library.stream({ channels: CHANNELS }));
+    one.change(filter);
+    other.change(filter);
+    const out = one.processInt16(samples);
+    const expected = other.process(scaled);
+    for (let i = 0; i < out.length; ++i) {
+      const y = expected[i % 2][i >> 1] * 32768;
+      const limited = Math.max(-32768, Math.min(32767, y));
+      assert.ok(Math.abs(out[i] - limited) <= 0.5, `${name}: sample ${i} is ${out[i]}, not ${y}`);
+    }
+    // The rest of a block was padded: whoever goes on would be given another filter's output.
+    assert.throws(() => one.processInt16(samples), /ended/);
+    one.free();
+    other.free();
+  }
+});
+
+test('a change fades without a step, and ends on the new filter', () => {
+  const stream = libraries.vectors.stream();
+  const tone = Float32Array.from({ length: 128 * 200 }, (_, i) => 0.5 * Math.sin(0.02 * i));
+  const run = (from, to) => stream.process([tone.subarray(128 * from, 128 * to)])[0];
+  stream.change({ kind: 'fir', b: [1] });
+  const before = run(0, 50);
+  stream.change({ kind: 'sections', b: [-1, 0, 0], a: [1, 0, 0] }, 1000);
+  assert.ok(stream.changing);
+  const during = run(50, 100);
+  assert.ok(!stream.changing);
+  const after = run(100, 101);
+  const all = [...before, ...during, ...after];
+  // A tone of 0.5 moves by 0.01 a sample, and the ramp from 0.5 to -0.5 by 0.001.
+  for (let i = 1; i < all.length; ++i)
+    assert.ok(Math.abs(all[i] - all[i - 1]) < 0.0111, `a step of ${all[i] - all[i - 1]} at ${i}`);
+  assert.deepEqual(after, tone.slice(12800, 12928).map((x) => -x));
+  // The last of several waits, the others are dropped.
+  for (const gain of [0.1, 0.2, 0.3]) stream.change({ kind: 'fir', b: [gain] });
+  run(101, 150);
+  const end = run(150, 151);
+  assert.ok(Math.abs(end[5] - 0.3 * tone[150 * 128 + 5]) < 1e-6);
+  // None: straight through.
+  stream.change(null);
+  run(151, 180);
+  assert.deepEqual(run(180, 181), tone.slice(180 * 128, 181 * 128));
+});
+
+test('convolutions of one reserved length keep their tails', () => {
+  const library = libraries.vectors;
+  const shape = { inputs: 1, outputs: 2, block: 128 };
+  const room = (gain) => ({
+    kind: 'convolution', taps: 9000,
+    routes: [0, 1].map((output) => ({
+      input: 0, output, taps: Float32Array.from({ length: 8000 }, (_, i) => (i % 1000 ? 0 : gain)),
+    })),
+  });
+  const stream = library.stream(shape);
+  stream.change(library.prepare(room(0.5), shape));
+  const impulse = new Float32Array(128);
+  impulse[0] = 1;
+  stream.process([impulse]);
+  stream.change(room(0.25));
+  const [left, right] = stream.process([new Float32Array(128 * 60)]);
+  for (let k = 1; k < 8; ++k) assert.ok(Math.abs(left[1000 * k - 128] - 0.25) < 1e-5);
+  assert.deepEqual(left, right);
+});
+
+test('what cannot run is refused with a sentence', () => {
+  const library = libraries.vectors;
+  const stream = library.stream();
+  const refused = [
+    [{ kind: 'fir', b: [] }, /b has 0 coefficients; 1 to 32767/],
+    [{ kind: 'fir', b: new Array(1251).fill(0), precision: 'int16' }, /1251 coefficients; 1 to 1250/],
+    [{ kind: 'fir', b: [1, NaN] }, /b\[1\] is NaN/],
+    [{ kind: 'iir', b: [1], a: [2, 1] }, /a starts with 2/],
+    [{ kind: 'sections', b: [1, 0], a: [1, 0] }, /three per section/],
+    [{ kind: 'average', length: 2157 }, /1 to 2156/],
+    [{ kind: 'convolution', routes: [{ input: 0, output: 1, taps: [1] }] }, /output 1/],
+    [{ kind: 'convolution', routes: [{ input: 0, output: 0, taps: [] }] }, /no taps/],
+    [{ kind: 'echo' }, /no kind/],
+  ];
+  for (const [filter, message] of refused)
+    assert.throws(() => stream.change(filter), (e) => e instanceof RangeError && message.test(e.message));
+  assert.throws(() => library.stream({ inputs: 3 }), /3 inputs/);
+  assert.throws(() => stream.process([new Float32Array(1), new Float32Array(1)]), /2 arrays/);
+  stream.free();
+  assert.throws(() => stream.process([new Float32Array(128)]), /freed/);
+});
+
+test('memory is given back', () => {
+  const library = libraries.vectors;
+  const size = () => library.wasm.memory.buffer.byteLength;
+  const block = [new Float32Array(128), new Float32Array(128)];
+  let before;
+  for (let i = 0; i < 300; ++i) {
+    const stream = library.stream({ channels: 2 });
+    stream.process(block);
+    for (const filter of Object.values(examples)) stream.change(filter);
+    for (let k = 0; k < 40; ++k) stream.process(block);
+    stream.free();
+    if (i === 10) before = size();
+  }
+  assert.equal(size(), before);
+});
+
+test('versions and builds', async () => {
+  const { version } = JSON.parse(
+    (await import('node:fs')).readFileSync(new URL('../package.json', import.meta.url)));
+  assert.equal(libraries.scalar.version, version);
+  assert.equal(hasSimd(), true);
+  await assert.rejects(compileLibrary({ source: new Uint8Array([1, 2, 3]) }));
+});
