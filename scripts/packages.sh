@@ -3,6 +3,7 @@ build_packages="g++ make cmake pkg-config libsndfile1-dev libcli11-dev nlohmann-
 recording_packages="alsa-utils sonic-pi-samples jconvolver-config-files libmysofa1"
 picture_packages="gnuplot-nox fonts-dejavu-core"
 test_packages="libgtest-dev python3 python3-numpy python3-scipy sox"
+python_packages="python3 python3-dev python3-numpy pybind11-dev python3-pybind11 python3-pip python3-setuptools python3-wheel python3-scipy python3-soundfile python3-matplotlib python3-distributed python3-venv python3-pytest mypy"
 benchmark_packages="g++ make cmake libbenchmark-dev libfftw3-dev libzita-convolver-dev libliquid-dev python3 gnuplot-nox"
 sanitizer_packages="clang libclang-rt-14-dev"
 install_packages="clang qemu-user g++-aarch64-linux-gnu g++-arm-linux-gnueabihf dpkg-dev file"

@@ -6,5 +6,5 @@
 #include "simd/for_each_clone.h"
 
 int MORVAX_SelfCheck_API(void) {
-  return JURN_CALL_CLONE(self_check());
+  JURN_CALL_CLONE(self_check());
 }

@@ -13,58 +13,54 @@ int min(int x, int y) {
   return x < y ? x : y;
 }
 
+/** Frames from slot on that lie in one piece before the end of the ring. */
+int run_from(int slot, int channels, int frames) {
+  return min(frames, (JURN_RING_SLOTS - slot) / channels);
+}
+
 /** The slot `ahead` after slot. */
 int advance(int slot, int ahead) {
   const int next = slot + ahead;
   return next < JURN_RING_SLOTS ? next : next - JURN_RING_SLOTS;
 }
 
-/** Goes through frames of a ring from slot on, which lie in at most two pieces: piece(slot, done,
- * frames) for each, and across(done) for a stereo frame across the end of the ring. */
-template <class Piece, class Across>
-void for_each_piece(int slot, int channels, int frames, Piece piece, Across across) {
+/** Converts frames of a ring, from slot on, to float; only the left of one channel. The frames lie
+ * in at most two pieces, and a stereo frame may lie across the end of the ring. */
+void gather(const short* ring, int slot, int channels, int frames, float* left, float* right) {
   for (int done = 0; done < frames;) {
-    const int run = min(frames - done, (JURN_RING_SLOTS - slot) / channels);
-    if (run > 0) piece(slot, done, run);
+    const int run = run_from(slot, channels, frames - done);
+    if (channels == 1) {
+      JURN_to_float(left + done, ring + slot, run);
+    } else if (run > 0) {
+      JURN_split_to_float(left + done, right + done, ring + slot, run);
+    }
     done += run;
     slot = advance(slot, run * channels);
     if (done < frames && slot == JURN_RING_SLOTS - 1 && channels == 2) {
-      across(done++);
+      left[done] = ring[slot];
+      right[done++] = ring[0];
       slot = 1;
     }
   }
 }
 
-/** Converts frames of a ring, from slot on, to float; only the left of one channel. */
-void gather(const short* ring, int slot, int channels, int frames, float* left, float* right) {
-  for_each_piece(
-      slot, channels, frames,
-      [=](int from, int done, int run) {
-        if (channels == 1)
-          JURN_to_float(left + done, ring + from, run);
-        else
-          JURN_split_to_float(left + done, right + done, ring + from, run);
-      },
-      [=](int done) {
-        left[done] = ring[JURN_RING_SLOTS - 1];
-        right[done] = ring[0];
-      });
-}
-
 /** Converts frames to int16 into a ring, from slot on: the counterpart of gather. */
 void emit(short* ring, int slot, int channels, int frames, const float* left, const float* right) {
-  for_each_piece(
-      slot, channels, frames,
-      [=](int from, int done, int run) {
-        if (channels == 1)
-          JURN_to_short(ring + from, left + done, run);
-        else
-          JURN_join_to_short(ring + from, left + done, right + done, run);
-      },
-      [=](int done) {
-        ring[JURN_RING_SLOTS - 1] = stoshort(left[done]);
-        ring[0] = stoshort(right[done]);
-      });
+  for (int done = 0; done < frames;) {
+    const int run = run_from(slot, channels, frames - done);
+    if (channels == 1) {
+      JURN_to_short(ring + slot, left + done, run);
+    } else if (run > 0) {
+      JURN_join_to_short(ring + slot, left + done, right + done, run);
+    }
+    done += run;
+    slot = advance(slot, run * channels);
+    if (done < frames && slot == JURN_RING_SLOTS - 1 && channels == 2) {
+      ring[slot] = stoshort(left[done]);
+      ring[0] = stoshort(right[done++]);
+      slot = 1;
+    }
+  }
 }
 
 /** Filters a block's spectrum: out becomes the samples of its product with h. */

@@ -1,0 +1,67 @@
+"""Filters for 16-bit PCM and float audio, bit by bit as they run in a program of C.
+
+Functions for whole arrays, which read like SciPy's: `fir`, `lfilter`, `sosfilt`, `moving_mean`,
+`convolve`. Objects for streams, block by block: `Filter`, `MovingSum`, `FloatFilter`, `LongFilter`,
+`Convolution`. Files: `read_coefficients`, `read_response`. What the exact output differs by from
+the ideal one: `compare`. Many recordings: the module `jurn.batch`.
+
+Samples are arrays of shape (frames,) or (frames, channels), as python-soundfile has them.
+"""
+
+from enum import IntEnum
+
+from ._core import (
+    Convolution,
+    Filter,
+    FloatFilter,
+    LongFilter,
+    MovingSum,
+    __version__,
+)
+from .comparison import Comparison, compare
+from .designs import Design, JurnWarning, prepare, read_coefficients, read_response
+from .functions import convolve, fir, lfilter, moving_mean, sosfilt
+
+
+class Kind(IntEnum):
+    """The library's numbers of the kinds of filters, ``filtertype``.
+
+    Examples
+    --------
+    >>> Kind.FFT.value
+    -2
+    """
+
+    FIR = -1
+    IIR = 0
+    SOS = 1
+    AVERAGE = 2
+    FFT = -2
+    TIME_TWO_FILTERS = -3
+    FFT_LEFT_ONLY = -4
+    FFT_MONO_TO_STEREO = -5
+    TIME_MONO_TO_STEREO = -6
+    FFT_CROSSED = -7
+
+
+__all__ = [
+    "Comparison",
+    "Convolution",
+    "Design",
+    "Filter",
+    "FloatFilter",
+    "JurnWarning",
+    "Kind",
+    "LongFilter",
+    "MovingSum",
+    "__version__",
+    "compare",
+    "convolve",
+    "fir",
+    "lfilter",
+    "moving_mean",
+    "prepare",
+    "read_coefficients",
+    "read_response",
+    "sosfilt",
+]

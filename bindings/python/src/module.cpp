@@ -1,0 +1,12 @@
+// jurn._core, what the package is made of.
+#include "bindings.h"
+
+#include "Filter_control.h"
+
+PYBIND11_MODULE(_core, m) {
+  m.doc() = "The library's filters as Python objects.";
+  m.attr("__version__") = MORVAX_Version_API();
+  jurn::add_streams(&m);
+  jurn::add_convolution(&m);
+  jurn::add_toolkit(&m);
+}

@@ -1,0 +1,208 @@
+"""The functions over whole arrays, against SciPy and the command line; compare; files."""
+
+import os
+import subprocess
+import warnings
+
+import numpy as np
+import pytest
+import soundfile
+from scipy import signal
+
+import jurn
+
+TOOL = os.environ["JURN_FILTER"]
+SPEECH = "/usr/share/sounds/alsa/Front_Center.wav"  # mono, 48 kHz
+MUSIC = "/usr/share/sonic-pi/samples/loop_safari.flac"  # stereo, 44.1 kHz
+ROOM = "/usr/share/jconvolver/config-files/demo-reverbs/street2-L.wav"
+
+BA = signal.butter(2, 0.1)
+SOS = signal.butter(2, [0.1, 0.3], "band", output="sos")
+TAPS = signal.firwin(101, 0.3)
+BOOST = [2.0, 0.5]  # clips
+
+
+def read(path):
+    return soundfile.read(path, dtype="int16")[0]
+
+
+def filtered_by_the_tool(tmp_path, path, *arguments):
+    out = tmp_path / "out.wav"
+    done = subprocess.run([TOOL, *map(str, arguments[:1]), path, out, "--overwrite", "--quiet",
+                           *map(str, arguments[1:])], capture_output=True, text=True)
+    assert done.returncode == 0, done.stderr
+    return soundfile.read(out, dtype="int16")[0]
+
+
+@pytest.mark.parametrize("path", [SPEECH, MUSIC], ids=["mono", "stereo"])
+def test_bits_equal_the_tools_on_recordings(path, tmp_path):
+    x = read(path)
+    np.savetxt(tmp_path / "taps", TAPS, fmt="%r")
+    np.save(tmp_path / "sos.npy", SOS)
+    with open(tmp_path / "ba", "w") as file:
+        file.writelines(" ".join(map(repr, map(float, row))) + "\n" for row in BA)
+    room = jurn.read_response(ROOM, soundfile.info(path).samplerate, resample=True, truncate=3000)
+    long_filter = jurn.LongFilter.fir(room, channels=x.ndim)
+    late = np.concatenate([x, np.zeros((long_filter.latency + len(room) - 1, *x.shape[1:]), np.int16)])
+    pairs = [
+        (jurn.fir(TAPS, x), ["fir", "-c", tmp_path / "taps"]),
+        (jurn.lfilter(*BA, x), ["iir", "-c", tmp_path / "ba"]),
+        (jurn.sosfilt(SOS, x), ["sos", "-c", tmp_path / "sos.npy"]),
+        (jurn.moving_mean(31, x), ["average", "--length", 31]),
+        (jurn.moving_mean(500, x), ["average", "--length", 500]),
+        (long_filter.run(late)[long_filter.latency :], ["convolve", "--ir", ROOM, "--resample", "--truncate", 3000]),
+    ]
+    for y, arguments in pairs:
+        np.testing.assert_array_equal(y, filtered_by_the_tool(tmp_path, path, *arguments),
+                                      err_msg=arguments[0])
+
+
+FILTERS = {
+    "fir": (lambda x, **o: jurn.fir(TAPS, x, **o), lambda x: signal.lfilter(TAPS, 1, x, axis=0)),
+    "lfilter": (lambda x, **o: jurn.lfilter(*BA, x, **o), lambda x: signal.lfilter(*BA, x, axis=0)),
+    "sosfilt": (lambda x, **o: jurn.sosfilt(SOS, x, **o), lambda x: signal.sosfilt(SOS, x, axis=0)),
+    "moving_mean": (lambda x, **o: jurn.moving_mean(9, x, **o),
+                    lambda x: signal.lfilter(np.ones(9) / 9, 1, x, axis=0)),
+}
+
+
+@pytest.mark.parametrize("ours, scipys", FILTERS.values(), ids=FILTERS)
+def test_outputs_are_scipys_and_keep_type_shape_and_axis(ours, scipys):
+    x = read(MUSIC)[:5000]
+    ideal = scipys(x.astype(float))
+    y = ours(x)
+    assert y.dtype == np.int16 and y.shape == x.shape
+    limited = np.clip(ideal, -32768, 32767)
+    assert np.abs(y - limited).max() < 1.05  # one truncation, and the rounding of float
+    for dtype in (np.float32, np.float64):
+        y = ours(x.astype(dtype))
+        assert y.dtype == dtype
+        assert np.abs(y - ideal).max() < 0.005  # float32 samples near 2^15
+    three = np.stack([x[:, 0], x[:, 1], x[:, 0]])
+    y = ours(three, axis=-1)
+    np.testing.assert_array_equal(y, ours(x)[:, [0, 1, 0]].T)
+    np.testing.assert_array_equal(ours(x[:, 1]), ours(x)[:, 1])
+
+
+@pytest.mark.parametrize("ours", [f[0] for f in FILTERS.values()], ids=FILTERS)
+@pytest.mark.parametrize("dtype", [np.int16, np.float32])
+def test_zi_and_zf_continue_exactly(ours, dtype):
+    x = read(MUSIC)[:4096].astype(dtype)
+    for samples in (x, x[:, 0]):
+        expected = ours(samples)
+        first, z = ours(samples[:1024], zi=0)
+        second, _ = ours(samples[1024:], zi=z)
+        np.testing.assert_array_equal(np.concatenate([first, second]), expected)
+
+
+def test_convolution_sends_channels_where_they_belong():
+    x = read(MUSIC)[:3000]
+    rng = np.random.default_rng(2)
+    taps = rng.normal(size=(700, 4)) / 40
+    ideal = [[signal.oaconvolve(x[:, i].astype(float), taps[:, r]) for r in range(4)] for i in (0, 1)]
+    cases = [
+        (jurn.convolve(x[:, 0], taps[:, 0]), [ideal[0][0]]),
+        (jurn.convolve(x[:, 0], taps[:, :3]), ideal[0][:3]),
+        (jurn.convolve(x, taps[:, 0]), [ideal[0][0], ideal[1][0]]),
+        (jurn.convolve(x, taps[:, :2]), [ideal[0][0], ideal[1][1]]),
+        (jurn.convolve(x, taps), [ideal[0][0] + ideal[1][2], ideal[0][1] + ideal[1][3]]),
+    ]
+    for y, expected in cases:
+        expected = np.clip(np.stack(expected, axis=1), -32768, 32767)
+        assert y.shape == (expected.shape if len(expected[0]) > 1 else expected.shape[:1])
+        assert np.abs(y.reshape(expected.shape) - expected).max() <= 1.1
+    short = jurn.convolve(x.astype(np.float64).T, taps[:, 0], axis=1, tail=False)
+    assert short.shape == x.T.shape and short.dtype == np.float64
+
+
+def test_designs_are_prepared_as_the_tool_does_it():
+    x = read(SPEECH)
+    steep = signal.butter(8, 500, fs=48000, output="sos")  # the whole gain in the first section
+    ideal = signal.sosfilt(steep, x.astype(float))
+    assert np.abs(jurn.sosfilt(steep, x) - ideal).max() < 1.5
+    assert not jurn.sosfilt(steep, x, prepare=False).any()  # as a program of C would run it
+    with pytest.warns(jurn.JurnWarning, match="clip"):
+        jurn.fir(BOOST, x)
+    with pytest.warns(jurn.JurnWarning, match="unstable"):
+        jurn.lfilter([1.0], [1.0, -1.1], x[:100])
+    with warnings.catch_warnings():
+        warnings.simplefilter("error")
+        jurn.fir(BOOST, x, prepare=False)
+        jurn.fir(TAPS / 2, x)
+    unstable_as_floats = signal.butter(8, 0.05)
+    assert jurn.prepare(jurn.Design("iir", *unstable_as_floats)).design.kind == "sos"
+    ideal = signal.lfilter(*unstable_as_floats, x.astype(float))
+    assert np.abs(jurn.lfilter(*unstable_as_floats, x) - ideal).max() < 2
+    np.testing.assert_array_equal(jurn.lfilter([1.0], [2.0, -1.0], x),
+                                  jurn.lfilter([0.5], [1.0, -0.5], x))
+
+
+X = np.zeros(10, np.int16)
+WRONG = [
+    (TypeError, "list; takes an array", lambda: jurn.fir([1.0], [1, 2])),
+    (TypeError, "int64 of shape", lambda: jurn.fir([1.0], X.astype(np.int64))),
+    (ValueError, r"\(1, 10, 1\); takes \(frames,\)", lambda: jurn.fir([1.0], X.reshape(1, 10, 1))),
+    (ValueError, "axis", lambda: jurn.fir([1.0], X, axis=1)),
+    (ValueError, "1 to 1250", lambda: jurn.fir(np.ones(1251) / 1251, X)),
+    (ValueError, "1 to 201", lambda: jurn.fir(np.ones(202) / 202, X.astype(np.float32))),
+    (ValueError, "not finite", lambda: jurn.fir([np.inf], X)),
+    (TypeError, "real numbers", lambda: jurn.fir([1j], X)),
+    (ValueError, r"zi: has the shape \(3,\); takes \(1,\)", lambda: jurn.fir([0.5, 0.5], X, zi=[1, 2, 3])),
+    (ValueError, "int16 cannot hold", lambda: jurn.fir([0.5, 0.5], X, zi=[0.5])),
+    (ValueError, "takes 1 to 2156", lambda: jurn.moving_mean(2157, X)),
+    (ValueError, "takes 1 to 201", lambda: jurn.moving_mean(0, X.astype(float))),
+    (ValueError, "a0 is 2.0", lambda: jurn.lfilter([1.0], [2.0], X, prepare=False)),
+    (ValueError, "run as sections|runs as sections", lambda: jurn.lfilter(*signal.butter(8, 0.05), X, zi=0)),
+    (ValueError, r"takes \(sections, 6\)", lambda: jurn.sosfilt([1.0, 2.0], X)),
+    (ValueError, "takes 1 or 2, or 4", lambda: jurn.convolve(np.zeros((9, 2), np.int16), np.ones((5, 3)))),
+    (ValueError, "takes one of", lambda: jurn.compare(len, X)),
+]
+
+
+@pytest.mark.parametrize("error, message, call", WRONG, ids=[w[1] for w in WRONG])
+def test_wrong_input_is_named(error, message, call):
+    with pytest.raises(error, match=message):
+        call()
+
+
+def test_files_are_read_checked_and_reported(tmp_path):
+    def written(name, text):
+        (tmp_path / name).write_text(text)
+        return tmp_path / name
+
+    taps = jurn.read_coefficients(written("taps.txt", "0.5\n0.25 # a comment\n"))
+    assert taps.kind == "fir" and taps.b.tolist() == [0.5, 0.25]
+    np.save(tmp_path / "sos.npy", SOS)
+    np.testing.assert_array_equal(jurn.read_coefficients(tmp_path / "sos.npy").sos, SOS)
+    pair = written("b", "0.2 0.1\n"), written("a", "1 -0.5\n")
+    assert jurn.read_coefficients(pair).a.tolist() == [1, -0.5]
+    room_equaliser = written("eq.txt", "Filter 1: ON PK Fc 100 Hz Gain 6 dB Q 2\n")
+    with pytest.warns(jurn.JurnWarning, match="6.0 dB"):
+        peak = jurn.read_coefficients(room_equaliser, rate=48000)
+    w, h = signal.sosfreqz(peak.sos, [100], fs=48000)
+    assert abs(20 * np.log10(abs(h[0])) - 6) < 1e-6
+    turned = written("turned", "0.1 0\n1 1.5 -0.6\n")
+    with pytest.raises(ValueError, match="turned.*look negated"):
+        jurn.read_coefficients(turned, kind="iir")
+    assert jurn.read_coefficients(turned, negate_a=True, kind="iir").a.tolist() == [1, -1.5, 0.6]
+    with pytest.raises(ValueError, match="words.txt"):
+        jurn.read_coefficients(written("words.txt", "no numbers"))
+    with pytest.raises(FileNotFoundError):
+        jurn.read_coefficients("missing")
+    with pytest.raises(ValueError, match="44100"):
+        jurn.read_response(ROOM, 44100)
+    assert jurn.read_response([ROOM, ROOM], 48000, truncate=100).shape == (100, 2)
+
+
+def test_compare_measures_what_the_truncation_adds():
+    x = np.random.default_rng(3).integers(-32768, 32768, (30000, 2)).astype(np.int16)
+    same = jurn.compare(jurn.fir, [1.0], x, rate=44100)
+    assert same.largest == same.rms == 0 and same.clipped == np.sum(np.abs(x + 0.5) > 32767)
+    half = jurn.compare(jurn.fir, [0.5], x, rate=44100)
+    assert half.largest == 0.5 and abs(half.rms - 0.5 * np.sqrt(np.mean(x % 2))) < 1e-12
+    # White noise of variance 1/16 LSB^2 beside its constant part, in bins with a Hann window.
+    level = 10 * np.log10(np.mean(10 ** (half.noise[10:] / 10)))
+    expected = 10 * np.log10(np.var(half.difference) * 1.5 / 4096 * 4 / 32768**2)
+    assert abs(level - expected) < 0.5 and half.frequencies[-1] == 22050
+    mean = jurn.compare(jurn.convolve, x // 4, TAPS[:, None] * [1, 1], rate=44100)
+    assert mean.largest < 1.1
