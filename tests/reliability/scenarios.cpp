@@ -93,8 +93,10 @@ class Run {
     call(record, in, in_count, out);
     hash.add(out, out_count);
   }
-  /** The checksum; records without padding enter it whole. */
+  /** The checksum; records without padding enter it whole, but for work arrays. */
   uint64_t finish() {
+    if constexpr (std::is_same<Record, Filterlongfir_ID>::value)
+      std::memset(record->xLintl, 0, 6 * sizeof record->xLintl);
     if (std::is_same<Record, Filterf_ID>::value)
       hash.add(reinterpret_cast<const char*>(record), offsetof(Filterf_ID, filtertype));
     else

@@ -5,6 +5,7 @@
 
 #include <stdint.h>
 
+#include "../../../../common/fast_convolution.h"
 #include "../../../../common/functions.h"
 #include "../../../../common/samples.h"
 #include "long_fir.h"
@@ -73,12 +74,6 @@ float* block_of(float (&work)[JURN_SPECTRUM]) {
   return work + (0 - address) % 64 / sizeof(float);
 }
 
-/** Filters a block's spectrum: out becomes the samples of its product with h. */
-void convolve(const RealFFT_ID* fft, float* out, const float* h, const float* x, int N) {
-  MORVAX_rfftmut2(out, h, x, N);
-  MORVAX_KLOV_InverseRealFFT_Run2(fft, out, static_cast<short>(N));
-}
-
 /** Mixes the previous filter's block into the current one's from sample first on. The ramp spans
  * the whole block, so its first part lies in the samples that are not emitted. */
 void fade(float* current, const float* previous, int first, int N) {
@@ -124,21 +119,30 @@ void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, shor
     float* const xR = stereo_input ? block_of(mFilter->xRintl) : xL;
     float* const left = block_of(mFilter->xLhL);
     float* const right = block_of(mFilter->xRhR);
-    const int oldest = advance(in->front, 1);
-    if (type == KIND_FFT_CROSSED)
-      gather(in->membuf, oldest, 2, N, xR, xL);
-    else
-      gather(in->membuf, oldest, in_channels, N, xL, xR);
-    MORVAX_KLOV_RealFFT_Run2(fft, xL, static_cast<short>(N));
-    convolve(fft, left, mFilter->hLrfft, xL, N);
-    if (stereo_input) MORVAX_KLOV_RealFFT_Run2(fft, xR, static_cast<short>(N));
-    if (stereo_output) convolve(fft, right, mFilter->hRrfft, xR, N);
+    const short* const oldest = in->membuf + advance(in->front, 1);
+    const int swapped = type == KIND_FFT_CROSSED;
+    // Samples that lie in one piece are converted by the transform's first pass.
+    const bool in_one_piece =
+        N >= JURN_SAMPLES_FFT_MIN && oldest + in_channels * N <= in->membuf + JURN_RING_SLOTS;
+    const auto transform = [=](float* x, int channel) {
+      if (in_one_piece)
+        JURN_forward_samples(fft, x, oldest, in_channels, channel);
+      else
+        MORVAX_KLOV_RealFFT_Run2(fft, x, static_cast<short>(N));
+    };
+    if (!in_one_piece)
+      gather(in->membuf, advance(in->front, 1), in_channels, N, swapped ? xR : xL,
+             swapped ? xL : xR);
+    transform(xL, swapped);
+    JURN_inverse_product(fft, left, mFilter->hLrfft, xL);
+    if (stereo_input) transform(xR, 1 - swapped);
+    if (stereo_output) JURN_inverse_product(fft, right, mFilter->hRrfft, xR);
 
     if (fades && mFilter->cmemcall == 1) {
       float* const left0 = block_of(mFilter->xLhL0);
       float* const right0 = block_of(mFilter->xRhR0);
-      convolve(fft, left0, mFilter->cmemhLrfft, xL, N);
-      convolve(fft, right0, mFilter->cmemhRrfft, xR, N);
+      JURN_inverse_product(fft, left0, mFilter->cmemhLrfft, xL);
+      JURN_inverse_product(fft, right0, mFilter->cmemhRrfft, xR);
       fade(left, left0, discarded, N);
       fade(right, right0, discarded, N);
       mFilter->cmemcall = 0;
