@@ -20,10 +20,10 @@ int vector_bytes() {
 }
 
 void saturate(float) {
-  JURN_CALL_CLONE(saturate_float(kSteps));
+  return JURN_CALL_CLONE(saturate_float(kSteps));
 }
 void saturate(double) {
-  JURN_CALL_CLONE(saturate_double(kSteps));
+  return JURN_CALL_CLONE(saturate_double(kSteps));
 }
 
 /** A chain in which every operation waits for the one before it. */

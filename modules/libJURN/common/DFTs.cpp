@@ -2,9 +2,12 @@
 #include "exact_arithmetic.h"
 
 #include "DFTs.h"
-#include "fast_convolution.h"
 
 #include <stddef.h>
+
+static_assert(offsetof(RealFFT_ID, fft_ip) == 4 && offsetof(RealFFT_ID, fft_w) == 32772 &&
+                  offsetof(RealFFT_ID, scale) == 163844 && sizeof(RealFFT_ID) == 163848,
+              "RealFFT_ID has no padding");
 
 /* fft_w: a table for every length that a transform of N passes through, at places that depend on
  * that length alone, so that no two tables meet:
@@ -114,24 +117,15 @@ short MORVAX_KLOV_RealFFT_Init(RealFFT_ID* state, short N) {
 
 short MORVAX_KLOV_RealFFT_Run2(const RealFFT_ID* state, float* data, short N) {
   if (!is_length(N) || N != state->N) return -1;
-  JURN_CALL_CLONE(forward(state->fft_w, data, N));
+  return JURN_CALL_CLONE(forward(state->fft_w, data, N));
 }
 
 short MORVAX_KLOV_InverseRealFFT_Run2(const RealFFT_ID* state, float* data, short N) {
   if (!is_length(N) || N != state->N) return -1;
-  JURN_CALL_CLONE(inverse(state->fft_w, data, N, state->scale));
+  return JURN_CALL_CLONE(inverse(state->fft_w, data, N, state->scale));
 }
 
 void MORVAX_rfftmut2(float* out, const float* x1, const float* x2, int N) {
   JURN_LIMIT(is_length(N), "MORVAX_rfftmut2: N is a power of two from 2 to 16384");
-  JURN_CALL_CLONE(product(out, x1, x2, N));
-}
-
-void JURN_forward_samples(const RealFFT_ID* state, float* spectrum, const short* samples,
-                          int channels, int channel) {
-  JURN_CALL_CLONE(forward_samples(state->fft_w, spectrum, samples, channels, channel, state->N));
-}
-
-void JURN_inverse_product(const RealFFT_ID* state, float* out, const float* x1, const float* x2) {
-  JURN_CALL_CLONE(inverse_product(state->fft_w, out, x1, x2, state->N, state->scale));
+  return JURN_CALL_CLONE(product(out, x1, x2, N));
 }

@@ -27,4 +27,11 @@
 #define JURN_API
 #endif
 
+JURN_EXTERN_C_BEGIN
+
+/** The version of the library that is linked, like JURN_VERSION_STRING of the headers. */
+JURN_API const char* MORVAX_Version_API(void);
+
+JURN_EXTERN_C_END
+
 #endif

@@ -6,5 +6,5 @@
 #include "simd/for_each_clone.h"
 
 int MORVAX_SelfCheck_API(void) {
-  JURN_CALL_CLONE(self_check());
+  return JURN_CALL_CLONE(self_check());
 }

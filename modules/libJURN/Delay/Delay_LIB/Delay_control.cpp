@@ -2,9 +2,14 @@
 
 #include "Delay_control.h"
 
+#include <stddef.h>
 #include <string.h>
 
 #include "../../common/functions.h"
+
+static_assert(offsetof(Buf16_ID, id) == 211200 && offsetof(Buf16_ID, front) == 211204 &&
+                  offsetof(Buf16_ID, rear) == 211208 && sizeof(Buf16_ID) == 211212,
+              "Buf16_ID has no padding");
 
 namespace {
 
@@ -26,22 +31,32 @@ int next(int slot) {
   return slot + 1 == JURN_RING_SLOTS ? 0 : slot + 1;
 }
 
-/** Appends in[0], in[stride], ... in at most two contiguous runs. */
+/** Goes through the count slots after slot in at most two contiguous runs: copy(slots, done, run)
+ * gets the first of each, the slots gone through before, and the length. Returns the last slot. */
+template <class Copy>
+int for_each_run(int slot, int count, Copy copy) {
+  for (int done = 0; done < count;) {
+    const int run = min(count - done, run_after(slot));
+    copy(next(slot), done, run);
+    slot = next(slot) + run - 1;
+    done += run;
+  }
+  return slot;
+}
+
+/** Appends in[0], in[stride], ... */
 template <int stride>
 void append(Buf16_ID* queue, const short* in, int len) {
   JURN_LIMIT(is_valid(queue), "FIFO: front and rear must lie in 0 .. 105599");
   JURN_LIMIT(len >= 0, "FIFO: len must not be negative");
   const int count = min(len, JURN_RING_SLOTS - 1 - MORVAX_queuehave_API(queue));
-  for (int done = 0; done < count;) {
-    const int run = min(count - done, run_after(queue->rear));
-    short* slots = queue->membuf + next(queue->rear);
+  queue->rear = for_each_run(queue->rear, count, [=](int slot, int done, int run) {
+    short* slots = queue->membuf + slot;
     if constexpr (stride == 1)
       memcpy(slots, in + done, run * sizeof(short));
     else
       for (int i = 0; i < run; ++i) slots[i] = in[stride * (done + i)];
-    queue->rear = next(queue->rear) + run - 1;
-    done += run;
-  }
+  });
 }
 
 }  // namespace
@@ -68,12 +83,9 @@ int MORVAX_putoutAPI_ForReframe_0_loop(Buf16_ID* queue, short* out, int len) {
   JURN_LIMIT(len >= 0, "FIFO: len must not be negative");
   if (len <= 0) return 0;
   const int count = min(len, MORVAX_queuehave_API(queue));
-  for (int done = 0; done < count;) {
-    const int run = min(count - done, run_after(queue->front));
-    memcpy(out + done, queue->membuf + next(queue->front), run * sizeof(short));
-    queue->front = next(queue->front) + run - 1;
-    done += run;
-  }
+  queue->front = for_each_run(queue->front, count, [=](int slot, int done, int run) {
+    memcpy(out + done, queue->membuf + slot, run * sizeof(short));
+  });
   memset(out + count, 0, (len - count) * sizeof(short));
   return count;
 }

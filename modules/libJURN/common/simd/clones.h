@@ -39,19 +39,15 @@ static inline enum JURN_Clone JURN_clone(void) {
 }
 #endif
 
-/* Calls a function of the clone namespaces: JURN_CALL_CLONE(fir(output, input, count)). */
+/* A call to a function of the chosen clone, as an expression:
+ *   return JURN_CALL_CLONE(sum(input, count)); */
 #if JURN_X86_CLONES
-#define JURN_CALL_CLONE(call)      \
-  switch (JURN_clone()) {          \
-    case JURN_CLONE_AVX512:        \
-      return clone_avx512::call;   \
-    case JURN_CLONE_AVX2:          \
-      return clone_avx2::call;     \
-    default:                       \
-      return clone_baseline::call; \
-  }
+#define JURN_CALL_CLONE(call)                             \
+  (JURN_clone() == JURN_CLONE_AVX512 ? clone_avx512::call \
+   : JURN_clone() == JURN_CLONE_AVX2 ? clone_avx2::call   \
+                                     : clone_baseline::call)
 #else
-#define JURN_CALL_CLONE(call) return clone_baseline::call
+#define JURN_CALL_CLONE(call) clone_baseline::call
 #endif
 
 #endif

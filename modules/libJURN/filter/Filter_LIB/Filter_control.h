@@ -22,14 +22,11 @@
 #ifndef JURN_FILTER_CONTROL_H
 #define JURN_FILTER_CONTROL_H
 
-#include "../../common/DFTs.h"
 #include "../../Delay/Delay_LIB/Delay_control.h"
+#include "../../common/DFTs.h"
 #include "../../common/JURN_api.h"
 
 JURN_EXTERN_C_BEGIN
-
-/** The version of the library that is linked, like JURN_VERSION_STRING of the headers. */
-JURN_API const char* MORVAX_Version_API(void);
 
 /* ---- Int16 filter ---------------------------------------------------------------------------- */
 

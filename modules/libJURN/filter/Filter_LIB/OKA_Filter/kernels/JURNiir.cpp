@@ -10,11 +10,11 @@
 namespace {
 
 void numerator(float* y, const short* x, int count, const float* b, int blen) {
-  JURN_CALL_CLONE(numerator(y, x, count, b, blen));
+  return JURN_CALL_CLONE(numerator(y, x, count, b, blen));
 }
 
 void to_samples(short* output, const float* y, int count) {
-  JURN_CALL_CLONE(to_samples(output, y, count));
+  return JURN_CALL_CLONE(to_samples(output, y, count));
 }
 
 template <int channels>

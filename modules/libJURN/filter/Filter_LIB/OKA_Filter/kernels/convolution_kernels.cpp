@@ -7,8 +7,8 @@
 #include "../../../../common/simd/for_each_clone.h"
 
 void JURN_put_spectrum(float* chunks, size_t chunk_stride, const float* spectrum, int N) {
-  JURN_CALL_CLONE(put_spectrum(chunks, chunk_stride, spectrum, N));
+  return JURN_CALL_CLONE(put_spectrum(chunks, chunk_stride, spectrum, N));
 }
 void JURN_sum_chunks(const struct ConvolutionStep* step, int first, int last) {
-  JURN_CALL_CLONE(sum_chunks(step, first, last));
+  return JURN_CALL_CLONE(sum_chunks(step, first, last));
 }

@@ -1,3 +1,5 @@
+#include "../../../../common/simd/sample_lanes.inl"
+
 /* Inner products of an FIR, or of an IIR's numerator, for a run of outputs.
  *
  * Outputs lie in the lanes of `group` vectors that stay in registers while the taps go by, so each
@@ -83,5 +85,20 @@ JURN_INLINE void fir_tile(Sum* sums, const Sample* x, int count, const Sum* taps
     widen(window, x - first - past, past + count);
     memset(window + past + count, 0, (padded - count) * sizeof(Sum));
     fir_groups<group>(sums, window + past, taps + first, taps_here, first == 0, vectors);
+  }
+}
+
+/** out[i] = sum over j of taps[j] x[i - j] for i < count, in Sum; a narrower Out by narrow. */
+template <class Out, class Sample, class Sum>
+JURN_INLINE void fir_outputs(Out* out, const Sample* x, int count, const Sum* taps, int tap_count) {
+  constexpr int tile = FirTile<Sum>::outputs;
+  Sum sums[tile];
+  for (int i = 0; i < count; i += tile) {
+    const int here = count - i < tile ? count - i : tile;
+    fir_tile(sums, x + i, here, taps, tap_count);
+    if constexpr (sizeof(Out) == sizeof(Sum))
+      memcpy(out + i, sums, here * sizeof(Sum));
+    else
+      narrow(out + i, sums, here);
   }
 }

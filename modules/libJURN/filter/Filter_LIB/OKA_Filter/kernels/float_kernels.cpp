@@ -11,15 +11,15 @@
 namespace {
 
 void fir(float* output, const float* x, int count, const double* b, int blen) {
-  JURN_CALL_CLONE(fir(output, x, count, b, blen));
+  return JURN_CALL_CLONE(fir(output, x, count, b, blen));
 }
 
 void numerator(double* y, const float* x, int count, const double* b, int blen) {
-  JURN_CALL_CLONE(numerator(y, x, count, b, blen));
+  return JURN_CALL_CLONE(numerator(y, x, count, b, blen));
 }
 
 void to_float(float* output, const double* y, int count) {
-  JURN_CALL_CLONE(to_float(output, y, count));
+  return JURN_CALL_CLONE(to_float(output, y, count));
 }
 
 }  // namespace

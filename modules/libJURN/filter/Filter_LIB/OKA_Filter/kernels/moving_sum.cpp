@@ -2,13 +2,16 @@
 
 #include "moving_sum.h"
 
+#include "../../../../common/functions.h"
+#include "../../OKA_Filter.h"
+
 #define JURN_CLONE_BODY "../../filter/Filter_LIB/OKA_Filter/kernels/moving_sum.inl"
 #include "../../../../common/simd/for_each_clone.h"
 
 namespace {
 
 int mean_run(short* output, const short* input, int count, short* ring, float scale, int* sum) {
-  JURN_CALL_CLONE(mean_run(output, input, count, ring, scale, sum));
+  return JURN_CALL_CLONE(mean_run(output, input, count, ring, scale, sum));
 }
 
 /** Sample by sample, with the state in registers. */
@@ -43,4 +46,11 @@ void moving_mean(short* output, const short* input, int inlen, short* ring, int 
     mean_samples(output + i + taken, input + i + taken, run - taken, ring, len, scale, sum, memi);
     i += run;
   }
+}
+
+void JURN_shuzhi2(short* output, const short* input, int inlen, short* mem_input, short len,
+                  int* memsum, int* memi) {
+  JURN_LIMIT(len >= 1, "JURN_shuzhi2: len must be from 1 to 32767");
+  JURN_LIMIT(inlen <= 32767, "JURN_shuzhi2: inlen must be at most 32767");
+  moving_mean(output, input, inlen, mem_input, len, moving_mean_scale(len), memsum, memi);
 }

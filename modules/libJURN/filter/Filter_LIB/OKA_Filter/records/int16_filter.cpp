@@ -25,10 +25,6 @@ static_assert(offsetof(Filter_ID, memR) == 22944 && offsetof(Filter_ID, b) == 45
                   offsetof(Filter_ID, filtertype) == 55912 && sizeof(Filter_ID) == 55916,
               "Filter_ID has no padding");
 
-const char* MORVAX_Version_API(void) {
-  return JURN_VERSION_STRING;
-}
-
 void MORVAX_FilterReset_API(Filter_ID* mFilter) {
   reset_history(&mFilter->memL);
   reset_history(&mFilter->memR);

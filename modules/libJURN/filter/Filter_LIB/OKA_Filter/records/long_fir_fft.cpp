@@ -3,9 +3,6 @@
 
 #include "../../Filter_control.h"
 
-#include <stdint.h>
-
-#include "../../../../common/fast_convolution.h"
 #include "../../../../common/functions.h"
 #include "../../../../common/samples.h"
 #include "long_fir.h"
@@ -16,62 +13,64 @@ int min(int x, int y) {
   return x < y ? x : y;
 }
 
-/** Frames from slot on that lie in one piece before the end of the ring. */
-int run_from(int slot, int channels, int frames) {
-  return min(frames, (JURN_RING_SLOTS - slot) / channels);
-}
-
 /** The slot `ahead` after slot. */
 int advance(int slot, int ahead) {
   const int next = slot + ahead;
   return next < JURN_RING_SLOTS ? next : next - JURN_RING_SLOTS;
 }
 
-/** Converts frames of a ring, from slot on, to float; only the left of one channel. The frames lie
- * in at most two pieces, and a stereo frame may lie across the end of the ring. */
-void gather(const short* ring, int slot, int channels, int frames, float* left, float* right) {
+/** Goes through frames of a ring from slot on, which lie in at most two pieces: piece(slot, done,
+ * frames) for each, and across(done) for a stereo frame across the end of the ring. */
+template <class Piece, class Across>
+void for_each_piece(int slot, int channels, int frames, Piece piece, Across across) {
   for (int done = 0; done < frames;) {
-    const int run = run_from(slot, channels, frames - done);
-    if (channels == 1) {
-      JURN_to_float(left + done, ring + slot, run);
-    } else if (run > 0) {
-      JURN_split_to_float(left + done, right + done, ring + slot, run);
-    }
+    const int run = min(frames - done, (JURN_RING_SLOTS - slot) / channels);
+    if (run > 0) piece(slot, done, run);
     done += run;
     slot = advance(slot, run * channels);
     if (done < frames && slot == JURN_RING_SLOTS - 1 && channels == 2) {
-      left[done] = ring[slot];
-      right[done++] = ring[0];
+      across(done++);
       slot = 1;
     }
   }
+}
+
+/** Converts frames of a ring, from slot on, to float; only the left of one channel. */
+void gather(const short* ring, int slot, int channels, int frames, float* left, float* right) {
+  for_each_piece(
+      slot, channels, frames,
+      [=](int from, int done, int run) {
+        if (channels == 1)
+          JURN_to_float(left + done, ring + from, run);
+        else
+          JURN_split_to_float(left + done, right + done, ring + from, run);
+      },
+      [=](int done) {
+        left[done] = ring[JURN_RING_SLOTS - 1];
+        right[done] = ring[0];
+      });
 }
 
 /** Converts frames to int16 into a ring, from slot on: the counterpart of gather. */
 void emit(short* ring, int slot, int channels, int frames, const float* left, const float* right) {
-  for (int done = 0; done < frames;) {
-    const int run = run_from(slot, channels, frames - done);
-    if (channels == 1) {
-      JURN_to_short(ring + slot, left + done, run);
-    } else if (run > 0) {
-      JURN_join_to_short(ring + slot, left + done, right + done, run);
-    }
-    done += run;
-    slot = advance(slot, run * channels);
-    if (done < frames && slot == JURN_RING_SLOTS - 1 && channels == 2) {
-      ring[slot] = stoshort(left[done]);
-      ring[0] = stoshort(right[done++]);
-      slot = 1;
-    }
-  }
+  for_each_piece(
+      slot, channels, frames,
+      [=](int from, int done, int run) {
+        if (channels == 1)
+          JURN_to_short(ring + from, left + done, run);
+        else
+          JURN_join_to_short(ring + from, left + done, right + done, run);
+      },
+      [=](int done) {
+        ring[JURN_RING_SLOTS - 1] = stoshort(left[done]);
+        ring[0] = stoshort(right[done]);
+      });
 }
 
-/** Where a work array is used from. Transforms take 16384 of its 65536 entries, so a block starts
- * at a multiple of 64 bytes wherever the record lies: no vector crosses a cache line. */
-float* block_of(float (&work)[JURN_SPECTRUM]) {
-  static_assert(JURN_SPECTRUM >= JURN_FFT_MAX + 16, "room to move a block");
-  const auto address = reinterpret_cast<uintptr_t>(work);
-  return work + (0 - address) % 64 / sizeof(float);
+/** Filters a block's spectrum: out becomes the samples of its product with h. */
+void convolve(const RealFFT_ID* fft, float* out, const float* h, const float* x, int N) {
+  MORVAX_rfftmut2(out, h, x, N);
+  MORVAX_KLOV_InverseRealFFT_Run2(fft, out, static_cast<short>(N));
 }
 
 /** Mixes the previous filter's block into the current one's from sample first on. The ramp spans
@@ -115,36 +114,23 @@ void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, shor
     MORVAX_putinAPI_loop(in, input, inLen);
 
   while (MORVAX_queuehave_API(in) >= in_channels * N) {
-    float* const xL = block_of(mFilter->xLintl);
-    float* const xR = stereo_input ? block_of(mFilter->xRintl) : xL;
-    float* const left = block_of(mFilter->xLhL);
-    float* const right = block_of(mFilter->xRhR);
-    const short* const oldest = in->membuf + advance(in->front, 1);
-    const int swapped = type == KIND_FFT_CROSSED;
-    // Samples that lie in one piece are converted by the transform's first pass.
-    const bool in_one_piece =
-        N >= JURN_SAMPLES_FFT_MIN && oldest + in_channels * N <= in->membuf + JURN_RING_SLOTS;
-    const auto transform = [=](float* x, int channel) {
-      if (in_one_piece)
-        JURN_forward_samples(fft, x, oldest, in_channels, channel);
-      else
-        MORVAX_KLOV_RealFFT_Run2(fft, x, static_cast<short>(N));
-    };
-    if (!in_one_piece)
-      gather(in->membuf, advance(in->front, 1), in_channels, N, swapped ? xR : xL,
-             swapped ? xL : xR);
-    transform(xL, swapped);
-    JURN_inverse_product(fft, left, mFilter->hLrfft, xL);
-    if (stereo_input) transform(xR, 1 - swapped);
-    if (stereo_output) JURN_inverse_product(fft, right, mFilter->hRrfft, xR);
+    float* const xL = mFilter->xLintl;
+    float* const xR = stereo_input ? mFilter->xRintl : xL;
+    const int oldest = advance(in->front, 1);
+    if (type == KIND_FFT_CROSSED)
+      gather(in->membuf, oldest, 2, N, xR, xL);
+    else
+      gather(in->membuf, oldest, in_channels, N, xL, xR);
+    MORVAX_KLOV_RealFFT_Run2(fft, xL, static_cast<short>(N));
+    convolve(fft, mFilter->xLhL, mFilter->hLrfft, xL, N);
+    if (stereo_input) MORVAX_KLOV_RealFFT_Run2(fft, xR, static_cast<short>(N));
+    if (stereo_output) convolve(fft, mFilter->xRhR, mFilter->hRrfft, xR, N);
 
     if (fades && mFilter->cmemcall == 1) {
-      float* const left0 = block_of(mFilter->xLhL0);
-      float* const right0 = block_of(mFilter->xRhR0);
-      JURN_inverse_product(fft, left0, mFilter->cmemhLrfft, xL);
-      JURN_inverse_product(fft, right0, mFilter->cmemhRrfft, xR);
-      fade(left, left0, discarded, N);
-      fade(right, right0, discarded, N);
+      convolve(fft, mFilter->xLhL0, mFilter->cmemhLrfft, xL, N);
+      convolve(fft, mFilter->xRhR0, mFilter->cmemhRrfft, xR, N);
+      fade(mFilter->xLhL, mFilter->xLhL0, discarded, N);
+      fade(mFilter->xRhR, mFilter->xRhR0, discarded, N);
       mFilter->cmemcall = 0;
     }
 
@@ -152,8 +138,8 @@ void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, shor
     if (mFilter->blen > N) continue;  // all of the block is wrap-around
     JURN_LIMIT(MORVAX_queuehave_API(out) + out_channels * hop < JURN_RING_SLOTS,
                "Filterlongfir_ID: the block does not fit the output FIFO of 105599 values");
-    emit(out->membuf, advance(out->rear, 1), out_channels, hop, left + discarded,
-         right + discarded);
+    emit(out->membuf, advance(out->rear, 1), out_channels, hop, mFilter->xLhL + discarded,
+         mFilter->xRhR + discarded);
     out->rear = advance(out->rear, out_channels * hop);
   }
 

@@ -23,15 +23,23 @@ void fade(short* current, const short* previous, int frames) {
   }
 }
 
-/** One channel: the current filter and, when a fade is pending, the saved one on the same input. */
-void run_channel(const Filterlongfir_ID* mFilter, const short* input, short* output, int frames,
-                 short* history, const float* taps, int count, short* saved_history,
-                 const float* saved_taps) {
+/** The filter of one channel, and the one from which a pending fade starts. */
+struct Channel {
+  short* history;
+  const float* taps;
+  int count;
+  short* saved_history;
+  const float* saved_taps;
+};
+
+/** Runs the current filter and, when a fade is pending, the saved one on the same input. */
+void run_channel(const Filterlongfir_ID* mFilter, const Channel& channel, const short* input,
+                 short* output, int frames) {
   short previous[JURN_BLOCK];
   if (mFilter->cmemcall == 1)
-    JURNfir(previous, input, frames, saved_history, saved_taps,
+    JURNfir(previous, input, frames, channel.saved_history, channel.saved_taps,
             static_cast<short>(mFilter->cmemblen));
-  JURNfir(output, input, frames, history, taps, static_cast<short>(count));
+  JURNfir(output, input, frames, channel.history, channel.taps, static_cast<short>(channel.count));
   if (mFilter->cmemcall == 1) fade(output, previous, frames);
 }
 
@@ -57,10 +65,12 @@ void run_two_filters(Filterlongfir_ID* mFilter, const short* input, int inLen, s
   short left[JURN_BLOCK];
   short right[JURN_BLOCK];
   if (!mono_input) MORVAX_ChanelConvert(1, 2, inLen, input, nullptr, left, right);
-  run_channel(mFilter, mono_input ? input : left, left, frames, mFilter->memL.meminput, mFilter->b,
-              mFilter->blen, mFilter->cmeminputL, mFilter->cmemb);
-  run_channel(mFilter, mono_input ? input : right, right, frames, mFilter->memR.meminput,
-              mFilter->bR, mFilter->bRlen, mFilter->cmeminputR, mFilter->cmembR);
+  const Channel of_left = {mFilter->memL.meminput, mFilter->b, mFilter->blen, mFilter->cmeminputL,
+                           mFilter->cmemb};
+  const Channel of_right = {mFilter->memR.meminput, mFilter->bR, mFilter->bRlen,
+                            mFilter->cmeminputR, mFilter->cmembR};
+  run_channel(mFilter, of_left, mono_input ? input : left, left, frames);
+  run_channel(mFilter, of_right, mono_input ? input : right, right, frames);
   if (mFilter->cmemcall == 1) mFilter->cmemcall = 0;
   MORVAX_ChanelConvert(2, 1, frames, left, right, output, nullptr);
 }

@@ -16,12 +16,6 @@ static_assert(offsetof(BIGFilterIOMEM, memi) == 67648 &&
                   offsetof(BIGFilterIOMEM, mempx) == 76280 &&
                   offsetof(BIGFilterIOMEM, mempy) == 81280 && sizeof(BIGFilterIOMEM) == 86280,
               "BIGFilterIOMEM has no padding");
-static_assert(offsetof(Buf16_ID, id) == 211200 && offsetof(Buf16_ID, front) == 211204 &&
-                  offsetof(Buf16_ID, rear) == 211208 && sizeof(Buf16_ID) == 211212,
-              "Buf16_ID has no padding");
-static_assert(offsetof(RealFFT_ID, fft_ip) == 4 && offsetof(RealFFT_ID, fft_w) == 32772 &&
-                  offsetof(RealFFT_ID, scale) == 163844 && sizeof(RealFFT_ID) == 163848,
-              "RealFFT_ID has no padding");
 namespace layout {
 constexpr size_t spectrum = JURN_SPECTRUM * sizeof(float);
 constexpr size_t taps = JURN_LONG_TAPS * sizeof(float);
