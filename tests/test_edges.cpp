@@ -98,4 +98,55 @@ TEST(Edges, GainsOfAnExportedHeaderAreFolded) {
   EXPECT_EQ(MORVAX_SecFoldMatlabGains(b, a, num[0], den[0], 0), 0);
 }
 
+/* The figures of the guide; debug builds assert the limits that the longest blocks reach. */
+TEST(Edges, LongestBlocksRunAndAreNamed) {
+  const struct {
+    int chanel, type, blen, alen, longest, of_long;
+  } cases[] = {{1, -1, 1250, 1, 907, 32575}, {2, -1, 1, 1, 1056, 1056}, {1, 0, 3, 1250, 907, 907},
+               {1, 1, 1, 1, 1056, 1056},     {2, 1, 1, 1, 1056, 1056},  {1, 2, 9, 1, 32767, 32767},
+               {2, 2, 9, 1, 0, 0},           {3, -1, 1, 1, 0, 0},       {2, -3, 32767, 1, 0, 1056},
+               {1, -6, 1000, 1, 0, 1056},    {1, -3, 9, 1, 0, 0},       {2, -2, 100, 1, 0, 52543},
+               {1, -5, 8192, 1, 0, 36415},   {1, -2, 1, 1, 0, 105597},  {2, -4, 20, 1, 0, 52735}};
+  const auto filter = std::make_unique<Filter_ID>();
+  const auto long_filter = std::make_unique<Filterlongfir_ID>();
+  static short block[2 * 110000];
+  const auto configure = [](const auto& c, auto* f) {
+    f->chanel = c.chanel;
+    f->filtertype = c.type;
+    f->blen = c.blen;
+    f->alen = c.alen;
+    f->n = 2;
+    f->ns = 1;
+  };
+  for (const auto& c : cases) {
+    configure(c, filter.get());
+    EXPECT_EQ(MORVAX_FilterLongestBlock_API(filter.get()), c.longest) << c.type;
+    MORVAX_FilterRun_API(filter.get(), block, c.chanel * c.longest, block);
+    configure(c, long_filter.get());
+    long_filter->bRlen = 1;
+    MORVAX_FilterlongfirReset_API(long_filter.get());
+    const bool fft = c.type == -2 || c.type <= -4;
+    long_filter->fftN = 0;
+    if (fft && c.type != -6) {
+      EXPECT_EQ(MORVAX_FilterlongfirLongestBlock_API(long_filter.get()), 0) << c.type;
+      EXPECT_EQ(MORVAX_FilterlongfirLatency_API(long_filter.get()), 0) << c.type;
+      MORVAX_FilterlongfirCalcu_API_forFFT(long_filter.get());
+    }
+    EXPECT_EQ(MORVAX_FilterlongfirLongestBlock_API(long_filter.get()), c.of_long) << c.type;
+    MORVAX_FilterlongfirRun_API(long_filter.get(), block, c.chanel * c.of_long, block);
+    const int latency = MORVAX_FilterlongfirLatency_API(long_filter.get());
+    EXPECT_EQ(latency, long_filter->fftN > 0 ? long_filter->fftN - c.blen + 1 : 0) << c.type;
+  }
+  const auto floats = std::make_unique<Filterf_ID>();
+  floats->blen = 201;
+  floats->alen = 3;
+  floats->filtertype = -1;
+  EXPECT_EQ(MORVAX_FilterfLongestBlock_API(floats.get()), 2312);
+  floats->blen = 1;
+  floats->filtertype = 0;
+  EXPECT_EQ(MORVAX_FilterfLongestBlock_API(floats.get()), 2510);
+  floats->filtertype = 2;
+  EXPECT_EQ(MORVAX_FilterfLongestBlock_API(floats.get()), 0);
+}
+
 }  // namespace

@@ -1,24 +1,36 @@
-/* The filter objects: plain records that the caller allocates, and the functions that run them.
+/* The filter objects: plain records that the caller allocates, and the functions that run them. */
+/**
+ * @defgroup objects What holds for every object
  *
- * Four objects are offered.
- *  - Filter_ID: mono or stereo int16 blocks through an FIR, a direct-form IIR, a cascade of
- *    second- or fourth-order sections, or (mono) a moving average.
- *  - shuzhiFilter_ID: the moving mean of a mono int16 stream, by block or by sample.
- *  - Filterf_ID: one float channel through an FIR or a direct-form IIR in double precision.
- *  - Filterlongfir_ID: impulse responses of thousands of taps on mono or stereo int16 blocks, in
- *    the time domain or by FFT convolution, with a fade when the coefficients change.
+ * - Filter_ID: mono or stereo int16 blocks through an FIR, a direct-form IIR, a cascade of second-
+ * or fourth-order sections, or (mono) a moving average.
+ * - shuzhiFilter_ID: the moving mean of a mono int16 stream, by block or by sample.
+ * - Filterf_ID: one float channel through an FIR or a direct-form IIR in double precision.
+ * - Filterlongfir_ID: impulse responses of thousands of taps on mono or stereo int16 blocks, in the
+ *   time domain or by FFT convolution, with a fade when the coefficients change.
  *
- * Order of use for every object: write the configuration and the coefficients, call the set-up
- * function where the kind has one, call the reset, then call the run once per block with the same
- * block length every time. (Filterlongfir_ID: reset first, FFT set-up after it.)
+ * **Order of use**: write the configuration and the coefficients, call the set-up function where
+ * the kind has one, call the reset, then call the run once per block with the same block length
+ * every time. (Filterlongfir_ID: reset first, FFT set-up after it.)
  *
- * Arithmetic: sums run in increasing coefficient index from 0 and every product is rounded before
- * it is added, in float for the int16 objects and in double for the float object. The result is
- * the same on every CPU and compiler. Int16 samples keep their value (no scaling to +-1.0).
+ * **Fields**: those marked [caller] are yours to write before and between runs; the functions own
+ * the others. No run changes a field marked [caller].
  *
- * Nothing is allocated and no function keeps state outside the record that it is given: distinct
- * records may run on distinct threads, one record on one thread at a time. No function checks its
- * arguments; the records' arrays set the limits, which debug builds assert. */
+ * **Arithmetic**: sums run in increasing coefficient index from 0 and every product is rounded
+ * before it is added, in float for the int16 objects and in double for the float object. The result
+ * is the same on every CPU and compiler. Int16 samples keep their value (no scaling to +-1.0);
+ * results become int16 by truncation toward zero, with saturation (stoshort).
+ *
+ * **State**: all of it lies in the record that a function is given; nothing else is touched but the
+ * output. Distinct records may run on distinct threads, one record on one thread at a time.
+ *
+ * **Real time**: every function is real-time safe: nothing is allocated, locked or waited for.
+ * Where a call may take much longer than a block, its description says so.
+ *
+ * **Wrong input**: no function checks its arguments. The arrays of the records set the limits,
+ * which debug builds assert; breaking one in a release build is undefined. Pointers are never null,
+ * but for the blocks of a call whose length is 0. "Wrong input" below names what is defined.
+ */
 #ifndef JURN_FILTER_CONTROL_H
 #define JURN_FILTER_CONTROL_H
 
@@ -28,7 +40,34 @@
 
 JURN_EXTERN_C_BEGIN
 
-/* ---- Int16 filter ---------------------------------------------------------------------------- */
+/** @addtogroup objects
+ * @{ */
+
+/** Values of the fields chanel. */
+enum JURN_Chanel {
+  JURN_MONO = 1,  /**< one sample per frame */
+  JURN_STEREO = 2 /**< two samples per frame: left, right, left, right ... */
+};
+
+/** Values of the fields filtertype. The long kinds belong to Filterlongfir_ID alone; its table says
+ * what each does with one and with two channels. */
+enum JURN_Filtertype {
+  JURN_FIR = -1,                     /**< FIR, in the time domain */
+  JURN_IIR = 0,                      /**< direct-form IIR */
+  JURN_CASCADE = 1,                  /**< cascade of sections */
+  JURN_MOVING_AVERAGE = 2,           /**< mean of the last blen samples; mono only */
+  JURN_LONG_FFT = -2,                /**< FFT, a filter for each channel, fade in stereo */
+  JURN_LONG_TWO_FILTERS = -3,        /**< time domain, a filter for each channel, fade */
+  JURN_LONG_FFT_LEFT_ONLY = -4,      /**< FFT, both outputs from the left input */
+  JURN_LONG_FFT_MONO_TO_STEREO = -5, /**< FFT, both outputs from a mono input, fade */
+  JURN_LONG_MONO_TO_STEREO = -6,     /**< time domain, both outputs from a mono input, fade */
+  JURN_LONG_FFT_CROSSED = -7         /**< FFT, each output from the other input */
+};
+
+/** @} */
+
+/** @defgroup int16_filter Int16 filter: Filter_ID
+ * @{ */
 
 /** Entries of a history: the samples before the block, followed by the block. */
 #define JURN_HISTORY 2156
@@ -37,7 +76,7 @@ JURN_EXTERN_C_BEGIN
 /** Frames that a stereo block, or any block of a cascade, may have at most. */
 #define JURN_BLOCK 1056
 
-/** The history of one channel of a Filter_ID. */
+/** The history of one channel of a Filter_ID, 22,944 bytes. */
 struct Filter_mem {
   short meminput[JURN_HISTORY];  /**< FIR, IIR: past inputs, then the block; moving average: ring */
   int memi;                      /**< moving average: slot of the oldest sample */
@@ -49,24 +88,27 @@ struct Filter_mem {
 typedef struct Filter_mem FilterIOMEM;
 
 /**
- * A filter for one int16 stream. memL and memR are the state, everything else is configuration,
- * which no run changes; both channels share it.
+ * A filter for one int16 stream, 55,916 bytes. memL and memR are the state, everything else is
+ * configuration, which both channels share.
  *
  * Limits: blen and alen from 1 to 1250 (moving average: blen to 2156); ns (n + 1) at most 1250;
- * blen - 1, and alen - 1, plus the frames of a block at most 2156.
+ * blen - 1, and alen - 1, plus the frames of a block at most 2156, see
+ * MORVAX_FilterLongestBlock_API.
  */
 struct Filter_memory {
   FilterIOMEM memL;           /**< history of the left, or only, channel */
   FilterIOMEM memR;           /**< history of the right channel; untouched in mono */
-  float b[JURN_COEFFICIENTS]; /**< taps, numerator, or the sections' numerators, n + 1 each */
-  float a[JURN_COEFFICIENTS]; /**< denominator, normalised: a[0], and each section's, is not read */
-  int blen;                   /**< numerator coefficients; moving average: samples averaged */
-  int alen;                   /**< denominator coefficients */
-  int Order;                  /**< order given to the set-up; no run reads it */
-  int ns;                     /**< sections of the cascade */
-  int n;                      /**< order of each section, 2 or 4 */
-  int chanel;                 /**< 1 mono, 2 interleaved stereo; only the caller writes it */
-  int filtertype;             /**< -1 FIR, 0 direct-form IIR, 1 cascade, 2 moving average (mono) */
+  float b[JURN_COEFFICIENTS]; /**< [caller] taps, numerator, or the sections' numerators, n + 1 each
+                               */
+  float a[JURN_COEFFICIENTS]; /**< [caller] denominator, normalised: a[0], and each section's, is
+                                 not read */
+  int blen;       /**< [caller] numerator coefficients; moving average: samples averaged */
+  int alen;       /**< [caller] denominator coefficients */
+  int Order;      /**< order given to the set-up; no run reads it */
+  int ns;         /**< [caller] sections of the cascade */
+  int n;          /**< [caller] order of each section, 2 or 4 */
+  int chanel;     /**< [caller] JURN_MONO or JURN_STEREO; no function writes it */
+  int filtertype; /**< [caller] JURN_FIR, JURN_IIR, JURN_CASCADE, or in mono JURN_MOVING_AVERAGE */
 };
 typedef struct Filter_memory Filter_ID;
 
@@ -79,8 +121,7 @@ typedef struct Filter_memory Filter_ID;
  *
  * @param mFilter any record; its configuration keeps its values
  *
- * State touched: memL, memR. Wrong input: none. Real-time safe; the time does not depend on the
- * configuration.
+ * State touched: memL, memR.
  */
 JURN_API void MORVAX_FilterReset_API(Filter_ID* mFilter);
 
@@ -94,19 +135,27 @@ JURN_API void MORVAX_FilterReset_API(Filter_ID* mFilter);
  * In both cases Order is stored, blen = alen = Order + 1, ns = (Order + 1) / 2, n = 2,
  * filtertype = type. Nothing is normalised.
  *
+ * The header that MATLAB exports ("Generate C Header") is no section table: rows {g, 0, 0} with
+ * gains stand between its sections. Fold them with MORVAX_SecFoldMatlabGains first, or another
+ * filter runs.
+ *
+ * Spread a small gain over the sections. A section's output below 1e-6 becomes 0, so a cascade
+ * whose first section has a gain of 1e-10 or less may pass nothing: give each of ns numerators
+ * the factor g^(1/ns).
+ *
  * @param mFilter any record; chanel and both histories keep their values
  * @param num, den vectors or tables as above
  * @param Order order of the filter: 0 to 1249 for vectors, 0 to 832 for tables
  * @param type the filtertype to set
  *
- * State touched: the configuration named above. Wrong input: debug builds assert the order;
- * a negative Order with type < 1 copies nothing. Real-time safe, also between two runs.
+ * State touched: the configuration named above; allowed between two runs.
+ * Wrong input: a negative Order with type < 1 copies nothing.
  *
  * Example, the mean of two samples:
  * @code
  *   const float num[] = {0.5f, 0.5f}, den[] = {1.0f, 0.0f};
- *   filter.chanel = 1;
- *   MORVAX_FilterCalcu_API_FromMatlabTable(&filter, num, den, 1, -1);
+ *   filter.chanel = JURN_MONO;
+ *   MORVAX_FilterCalcu_API_FromMatlabTable(&filter, num, den, 1, JURN_FIR);
  *   MORVAX_FilterReset_API(&filter);
  * @endcode
  */
@@ -123,50 +172,59 @@ JURN_API void MORVAX_FilterCalcu_API_FromMatlabTable(Filter_ID* mFilter, const f
  * @param dstmFilter the filter that changes; its history goes on under the new coefficients
  * @param srcFilter the filter to copy from; may be the same record
  *
- * State touched: the fields named above. Wrong input: debug builds assert the source's blen and
- * alen; a count of 0 or less copies no coefficient. Real-time safe, also between two runs.
+ * State touched: the fields named above; allowed between two runs.
+ * Wrong input: a count of 0 or less copies no coefficient.
  */
 JURN_API void MORVAX_Filter_abCopy_API(Filter_ID* dstmFilter, const Filter_ID* srcFilter);
 
 /**
  * Filters one block of int16 samples.
  *
- * - filtertype -1, FIR: y[n] = sum over j of b[j] x[n-j], in float.
- * - filtertype 0, IIR: y[n] = sum over j of b[j] x[n-j] - sum over j >= 1 of a[j] y[n-j]; y stays
- *   float and unlimited in the history; past outputs below 1e-6 become 0 at the start of a call.
- * - filtertype 1: cascade of ns sections of order n (direct form I); section outputs below 1e-6
- *   become 0.
- * - filtertype 2, mono only: mean of the last blen samples, truncated toward zero.
- *
- * FIR, IIR and cascade convert to int16 by truncation toward zero with saturation (stoshort).
+ * - JURN_FIR: y[n] = sum over j of b[j] x[n-j], in float.
+ * - JURN_IIR: y[n] = sum over j of b[j] x[n-j] - sum over j >= 1 of a[j] y[n-j]; y stays float and
+ *   unlimited in the history; past outputs below 1e-6 become 0 at the start of a call.
+ * - JURN_CASCADE: ns sections of order n (direct form I); section outputs below 1e-6 become 0.
+ * - JURN_MOVING_AVERAGE, mono only: mean of the last blen samples, truncated toward zero. In stereo
+ *   it writes nothing, which leaves old samples in output: run two mono filters instead.
  *
  * @param mFilter a configured filter, reset before its first run
- * @param input inLen samples (chanel 1) or interleaved values (chanel 2)
+ * @param input inLen samples (mono) or interleaved values (stereo)
  * @param inLen 0 or more; stereo at most 2 x 1056, mono cascade at most 1056, moving average at
  *   most 32767, FIR and IIR within the limits of the record. The FIR and the IIR continue exactly
  *   only when every call has the same length; the cascade and the mean take any lengths.
  * @param output receives inLen samples; of an odd stereo inLen the last value is neither read nor
  *   written. May be input.
  *
- * State touched: memL, and memR in stereo. Wrong input: another chanel or filtertype, stereo with
- * filtertype 2 included, writes nothing; a cascade of another order, or of no section, passes the
- * input on; debug builds assert the limits. Real-time safe. FIR and IIR are direct forms (I).
+ * State touched: memL, and memR in stereo.
+ * Wrong input: another chanel or filtertype writes nothing; a cascade of another order, or of no
+ * section, passes the input on.
  */
 JURN_API void MORVAX_FilterRun_API(Filter_ID* mFilter, const short* input, int inLen,
                                    short* output);
 
-/* ---- Moving-sum filter ----------------------------------------------------------------------- */
+/**
+ * The longest block, in frames, that a configured filter runs.
+ *
+ * @param mFilter a record whose configuration is complete
+ * @return frames; 0 when chanel and filtertype select nothing, or no block fits
+ */
+JURN_API int MORVAX_FilterLongestBlock_API(const Filter_ID* mFilter);
+
+/** @} */
+
+/** @defgroup moving_sum Moving mean: shuzhiFilter_ID
+ * @{ */
 
 /** Slots of the ring: samples that a moving-sum filter averages at most. */
 #define JURN_MOVING_SUM_MAX 256
 
-/** The moving mean of a mono int16 stream. The caller sets blen, the functions own the rest. */
+/** The moving mean of a mono int16 stream, 528 bytes. Its blocks may have any length. */
 struct shuzhiFilter_mem {
   short meminput[JURN_MOVING_SUM_MAX]; /**< ring of the last blen samples */
   int memi;                            /**< slot of the oldest sample */
   int memsumin;                        /**< sum of the ring */
   float N_1;                           /**< 1 / blen */
-  int blen;                            /**< samples averaged, 1 to 256 */
+  int blen;                            /**< [caller] samples averaged, 1 to 256 */
 };
 typedef struct shuzhiFilter_mem shuzhiFilter_ID;
 
@@ -175,7 +233,7 @@ typedef struct shuzhiFilter_mem shuzhiFilter_ID;
  *
  * @param mFilter any record; N_1 and blen keep their values
  *
- * State touched: the ring, memi and memsumin become 0. Wrong input: none. Real-time safe.
+ * State touched: the ring, memi and memsumin become 0.
  */
 JURN_API void MORVAX_shuzhiFilterReset_API(shuzhiFilter_ID* mFilter);
 
@@ -187,7 +245,7 @@ JURN_API void MORVAX_shuzhiFilterReset_API(shuzhiFilter_ID* mFilter);
  * A change of blen needs this call and a reset, in either order; without the reset the sum is no
  * longer the ring's.
  *
- * State touched: N_1. Wrong input: debug builds assert blen. Real-time safe.
+ * State touched: N_1.
  */
 JURN_API void MORVAX_shuzhiFilterCalcu_API(shuzhiFilter_ID* mFilter);
 
@@ -203,8 +261,8 @@ JURN_API void MORVAX_shuzhiFilterCalcu_API(shuzhiFilter_ID* mFilter);
  * @param inLen any length, the same or not; 0 or less does nothing
  * @param output receives inLen samples; may be input
  *
- * State touched: meminput, memi, memsumin. Wrong input: debug builds assert blen and memi.
- * Real-time safe; the time does not depend on blen. A running sum over a ring.
+ * State touched: meminput, memi, memsumin. The time does not depend on blen: a running sum over a
+ * ring.
  */
 JURN_API void MORVAX_shuzhiFilterRun_API(shuzhiFilter_ID* mFilter, const short* input, int inLen,
                                          short* output);
@@ -216,40 +274,90 @@ JURN_API void MORVAX_shuzhiFilterRun_API(shuzhiFilter_ID* mFilter, const short* 
  * @param input the sample
  * @return the sum of the last blen samples
  *
- * State touched: meminput, memi, memsumin. Wrong input: debug builds assert blen and memi.
- * Real-time safe. The running sum of the block run.
+ * State touched: meminput, memi, memsumin.
  */
 JURN_API int MORVAX_shuzhiFilterRun_API_inonesampleoutsum(shuzhiFilter_ID* mFilter, short input);
 
-/* ---- Float filter ---------------------------------------------------------------------------- */
+/** @} */
+
+/** @defgroup float_filter Float filter: Filterf_ID
+ * @{ */
 
 /** Coefficients of a float filter at most. */
 #define JURN_FLOAT_COEFFICIENTS 201
 /** Entries of a float filter's histories: the samples before the block, followed by the block. */
 #define JURN_FLOAT_HISTORY 2512
 
-/** The history of a Filterf_ID. */
+/** The history of a Filterf_ID, 30,144 bytes. */
 struct Filter_memf {
-  float meminput[JURN_FLOAT_HISTORY]; /**< past inputs, then the block */
-  double
-      memoutput[JURN_FLOAT_HISTORY]; /**< IIR: past outputs, then the block's, at full precision */
+  float meminput[JURN_FLOAT_HISTORY];   /**< past inputs, then the block */
+  double memoutput[JURN_FLOAT_HISTORY]; /**< IIR: past outputs, then the block's, in double */
 };
 typedef struct Filter_memf FilterIOMEMf;
 
 /**
- * A filter for one float channel with double coefficients and accumulation.
+ * A filter for one float channel with double coefficients and accumulation, 33,376 bytes.
  *
- * Limits: blen and alen from 1 to 201; blen - 1, and alen - 1, plus the block at most 2512.
+ * Limits: blen and alen from 1 to 201; blen - 1, and alen - 1, plus the block at most 2512, see
+ * MORVAX_FilterfLongestBlock_API.
  */
 struct Filter_memoryf {
   FilterIOMEMf memL;                 /**< the state */
-  double b[JURN_FLOAT_COEFFICIENTS]; /**< taps or numerator */
-  double a[JURN_FLOAT_COEFFICIENTS]; /**< denominator, normalised: a[0] is not read */
-  int blen;                          /**< numerator coefficients */
-  int alen;                          /**< denominator coefficients; IIR only */
-  int filtertype;                    /**< -1 FIR, 0 direct-form IIR */
+  double b[JURN_FLOAT_COEFFICIENTS]; /**< [caller] taps or numerator */
+  double a[JURN_FLOAT_COEFFICIENTS]; /**< [caller] denominator, normalised: a[0] is not read */
+  int blen;                          /**< [caller] numerator coefficients */
+  int alen;                          /**< [caller] denominator coefficients; IIR only */
+  int filtertype;                    /**< [caller] JURN_FIR or JURN_IIR */
 };
 typedef struct Filter_memoryf Filterf_ID;
+
+/**
+ * Returns a float filter to silence: both histories become 0.
+ *
+ * @param mFilter any record; its configuration keeps its values
+ *
+ * Needed after a change of blen, alen, filtertype or the block length; new coefficient values alone
+ * take effect at the next block.
+ *
+ * State touched: memL.
+ */
+JURN_API void MORVAX_FilterfReset_API(Filterf_ID* mFilter);
+
+/**
+ * Filters one float block by MORVAX_Qfirf (JURN_FIR) or MORVAX_Qiirf (JURN_IIR).
+ *
+ * @param mFilter a configured filter, reset before its first run
+ * @param input inLen samples on any scale
+ * @param inLen 0 or more, within the limits of the record, the same on every call
+ * @param output receives inLen samples; may be input
+ *
+ * State touched: memL.
+ * Wrong input: another filtertype writes nothing.
+ */
+JURN_API void MORVAX_FilterfRun_API(Filterf_ID* mFilter, const float* input, int inLen,
+                                    float* output);
+
+/**
+ * Filters one int16 block to float: MORVAX_FilterfRun_API on the samples' values, not scaled.
+ *
+ * @param mFilter a configured filter, reset before its first run
+ * @param input inLen samples
+ * @param inLen at most 1056, within the limits of the record, the same on every call
+ * @param output receives inLen samples on the int16 scale; must not overlap input
+ *
+ * State touched: memL.
+ * Wrong input: another filtertype, or an inLen of 0 or less, writes nothing.
+ */
+JURN_API void MORVAX_FilterfRun_API_shortin(Filterf_ID* mFilter, const short* input, int inLen,
+                                            float* output);
+
+/**
+ * The longest block, in samples, that a configured filter runs; of int16 samples at most 1056.
+ *
+ * @param mFilter a record whose configuration is complete
+ * @return samples; 0 when filtertype selects nothing, or no block fits
+ */
+JURN_API int MORVAX_FilterfLongestBlock_API(const Filterf_ID* mFilter);
 
 /**
  * Filters one float block through a direct-form IIR on histories of the caller's.
@@ -270,8 +378,7 @@ typedef struct Filter_memoryf Filterf_ID;
  * @param a alen coefficients; a[0] is not read and counts as 1
  * @param alen 1 or more
  *
- * State touched: the two histories. Wrong input: debug builds assert the counts. Real-time safe.
- * Direct form I.
+ * State touched: the two histories. Direct form I.
  */
 JURN_API void MORVAX_Qiirf(float* output, const float* input, int inlen, double* mem_output,
                            float* mem_input, const double* b, short blen, const double* a,
@@ -289,50 +396,15 @@ JURN_API void MORVAX_Qiirf(float* output, const float* input, int inlen, double*
  * @param b blen coefficients, b[0] of the current sample
  * @param blen 1 or more
  *
- * State touched: the history. Wrong input: debug builds assert the counts. Real-time safe. Direct
- * convolution.
+ * State touched: the history. Direct convolution.
  */
 JURN_API void MORVAX_Qfirf(float* output, const float* input, int inlen, float* mem_input,
                            const double* b, short blen);
 
-/**
- * Returns a float filter to silence: both histories become 0.
- *
- * @param mFilter any record; its configuration keeps its values
- *
- * State touched: memL. Wrong input: none. Real-time safe. Needed after a change of blen, alen,
- * filtertype or the block length; new coefficient values alone take effect at the next block.
- */
-JURN_API void MORVAX_FilterfReset_API(Filterf_ID* mFilter);
+/** @} */
 
-/**
- * Filters one float block by MORVAX_Qfirf (filtertype -1) or MORVAX_Qiirf (filtertype 0).
- *
- * @param mFilter a configured filter, reset before its first run
- * @param input inLen samples on any scale
- * @param inLen 0 or more, within the limits of the record, the same on every call
- * @param output receives inLen samples; may be input
- *
- * State touched: memL. Wrong input: another filtertype writes nothing; debug builds assert the
- * limits. Real-time safe.
- */
-JURN_API void MORVAX_FilterfRun_API(Filterf_ID* mFilter, const float* input, int inLen,
-                                    float* output);
-
-/**
- * Filters one int16 block to float: MORVAX_FilterfRun_API on the samples' values, not scaled.
- *
- * @param mFilter a configured filter, reset before its first run
- * @param input inLen samples
- * @param inLen 0 to 1056, within the limits of the record, the same on every call
- * @param output receives inLen samples on the int16 scale; must not overlap input
- *
- * State touched: memL. Wrong input: as MORVAX_FilterfRun_API. Real-time safe.
- */
-JURN_API void MORVAX_FilterfRun_API_shortin(Filterf_ID* mFilter, const short* input, int inLen,
-                                            float* output);
-
-/* ---- Long FIR filter ------------------------------------------------------------------------- */
+/** @defgroup long_filter Long FIR filter: Filterlongfir_ID
+ * @{ */
 
 /** Entries of a tap array. The time domain runs 32767 of them, the FFT kinds 8192. */
 #define JURN_LONG_TAPS 100250
@@ -343,7 +415,7 @@ JURN_API void MORVAX_FilterfRun_API_shortin(Filterf_ID* mFilter, const short* in
 /** Entries of a long filter's denominator. */
 #define JURN_LONG_DENOMINATOR 1250
 
-/** The time-domain state of one channel of a Filterlongfir_ID. */
+/** The time-domain state of one channel of a Filterlongfir_ID, 86,280 bytes. */
 struct bFilter_mem {
   short meminput[JURN_LONG_HISTORY]; /**< FIR, IIR: past inputs, then the block; average: ring */
   int memi;                          /**< moving average: slot of the oldest sample */
@@ -355,8 +427,7 @@ struct bFilter_mem {
 typedef struct bFilter_mem BIGFilterIOMEM;
 
 /**
- * A long FIR filter. The caller writes b, bR, a, their lengths, ns, n, chanel and filtertype; the
- * functions own the rest.
+ * A long FIR filter, 5,129,640 bytes.
  *
  *   filtertype | chanel 2 (stereo in and out)             | chanel 1 (mono in)
  *   -----------|------------------------------------------|-----------------------------------
@@ -374,7 +445,7 @@ typedef struct bFilter_mem BIGFilterIOMEM;
  * Limits: time domain: taps from 1 to 32767, taps - 1 plus the frames of a block at most 33824, and
  * 1056 frames per block except mono -1 (32767); FFT: 1 to 8192 taps; the shorter array of two zero
  * up to the longer's length; IIR, cascade, average: as the int16 filter's, with 33824 inputs of
- * history and blen of the average to 32767.
+ * history and blen of the average to 32767. MORVAX_FilterlongfirLongestBlock_API gives the frames.
  */
 struct bFilter_memory {
   BIGFilterIOMEM memL;                 /**< time-domain state, left or mono */
@@ -399,25 +470,25 @@ struct bFilter_memory {
   short cmeminputL[JURN_LONG_HISTORY]; /**< fade: the previous left filter's history */
   short cmeminputR[JURN_LONG_HISTORY]; /**< fade: the previous right filter's history */
   int cmemfftN;                        /**< fftN of the previous FFT set-up, 0 after a reset */
-  int cmemblen;                    /**< blen of the previous time-domain set-up, 0 after reset */
-  int cmemcall;                    /**< 1 while a fade is pending */
-  float b[JURN_LONG_TAPS];         /**< taps of the left, mono or only filter; numerators */
-  float a[JURN_LONG_DENOMINATOR];  /**< IIR and cascade: denominators; a[0] is not read */
-  int membufrear;                  /**< FFT: samples that the last set-up primed */
-  int blen;                        /**< taps of b; IIR: numerator; average: samples */
-  int alen;                        /**< IIR: denominator coefficients */
-  int Order;                       /**< not used */
-  int ns;                          /**< cascade: sections */
-  int n;                           /**< cascade: order of a section, 2 or 4 */
-  float bR[JURN_LONG_TAPS];        /**< taps of the right filter */
+  int cmemblen;                   /**< blen of the previous time-domain set-up, 0 after reset */
+  int cmemcall;                   /**< 1 while a fade is pending */
+  float b[JURN_LONG_TAPS];        /**< [caller] taps of the left, mono or only filter; numerators */
+  float a[JURN_LONG_DENOMINATOR]; /**< [caller] IIR and cascade: denominators; a[0] is not read */
+  int membufrear;                 /**< FFT: samples that the last set-up primed */
+  int blen;                       /**< [caller] taps of b; IIR: numerator; average: samples */
+  int alen;                       /**< [caller] IIR: denominator coefficients */
+  int Order;                      /**< not used */
+  int ns;                         /**< [caller] cascade: sections */
+  int n;                          /**< [caller] cascade: order of a section, 2 or 4 */
+  float bR[JURN_LONG_TAPS];       /**< [caller] taps of the right filter */
   float aR[JURN_LONG_DENOMINATOR]; /**< not used */
-  int bRlen;                       /**< taps of bR */
+  int bRlen;                       /**< [caller] taps of bR */
   int aRlen;                       /**< not used */
   int OrderR;                      /**< not used */
   int nsR;                         /**< not used */
   int nR;                          /**< not used */
-  int chanel;                      /**< 1 mono, 2 interleaved stereo */
-  int filtertype;                  /**< the kind, see above */
+  int chanel;                      /**< [caller] JURN_MONO or JURN_STEREO */
+  int filtertype;                  /**< [caller] the kind, see above */
 };
 typedef struct bFilter_memory Filterlongfir_ID;
 
@@ -429,9 +500,10 @@ typedef struct bFilter_memory Filterlongfir_ID;
  *
  * @param mFilter any record; coefficients, configuration and spectra keep their values
  *
- * State touched: memL, memR, mBufin, mBufout, membufrear and the three fields above. Wrong input:
- * none. Real-time safe; the time is that of clearing about 600 KiB. The FFT kinds need
- * MORVAX_FilterlongfirCalcu_API_forFFT after it, which primes the FIFOs.
+ * The FFT kinds need MORVAX_FilterlongfirCalcu_API_forFFT after it, which primes the FIFOs. Takes
+ * as long as clearing 600 KiB.
+ *
+ * State touched: memL, memR, mBufin, mBufout, membufrear and the three fields above.
  */
 JURN_API void MORVAX_FilterlongfirReset_API(Filterlongfir_ID* mFilter);
 
@@ -444,8 +516,8 @@ JURN_API void MORVAX_FilterlongfirReset_API(Filterlongfir_ID* mFilter);
  *
  * @param mFilter a filter whose b, bR and blen still hold the old coefficients; blen at most 32767
  *
- * State touched: cmemb, cmembR, cmeminputL, cmeminputR, cmemblen, cmemcall. Wrong input: debug
- * builds assert blen. Real-time safe; the time grows linearly with blen.
+ * State touched: cmemb, cmembR, cmeminputL, cmeminputR, cmemblen, cmemcall. The time grows linearly
+ * with blen.
  *
  * Example:
  * @code
@@ -466,22 +538,30 @@ JURN_API void MORVAX_FilterlongfirCalcu_APItime(Filterlongfir_ID* mFilter);
  * delayed. Transforms the taps into hLrfft (and hRrfft).
  *
  * When the priming length changes (after a reset always), primes the input FIFO with one transform
- * length per queued channel and empties the output FIFO. Otherwise the stream goes on; another hM
- * changes its delay, so that as many frames are skipped or repeated. After a change of chanel, or
- * of filtertype between -4 and others, reset first: queues that keep their length would be read in
- * another layout.
+ * length per queued channel and empties the output FIFO. Priming moves indices and clears nothing:
+ * without a reset, old samples of the ring are filtered and heard. So reset before a set-up that
+ * changes fftN, chanel, or filtertype between JURN_LONG_FFT_LEFT_ONLY and others:
+ * @code
+ *   MORVAX_FilterlongfirReset_API(filter);         // silence instead of old samples
+ *   MORVAX_FilterlongfirCalcu_API_forFFT(filter);  // primes with it
+ * @endcode
+ * While the priming length stays, the stream goes on; another hM changes its delay, so that as many
+ * frames are skipped or repeated.
  *
- * When fftN is unchanged, saves the previous spectra, and the next block of the kinds -2 (stereo)
- * and -5 fades from them. A fade that is still pending when fftN changes stays pending, with
- * spectra of the old length: run a block of a fading kind, or reset, in between.
+ * When fftN is unchanged, saves the previous spectra, and the next block of JURN_LONG_FFT in stereo
+ * and of JURN_LONG_FFT_MONO_TO_STEREO fades from them. A fade that is still pending when fftN
+ * changes stays pending, with spectra of the old length: run a block of a fading kind, or reset, in
+ * between.
  *
  * @param mFilter a filter that was reset; blen and bRlen from 1 to 8192, equal in mono -2; the
  *   shorter array of two holds zeros up to the longer one's length
  *
+ * Takes as long as a few blocks; linear in the taps but for the transform's logarithm. Overlap-save
+ * with one partition.
+ *
  * State touched: fftN, offset, membufrear, the FIFOs' indices, realfft, spectra, cmemhLrfft,
- * cmemhRrfft, cmemcall, cmemfftN. Wrong input: debug builds assert the tap counts. Real-time safe,
- * though it costs a few blocks' time; linear in the taps but for the transform's logarithm.
- * Overlap-save with one partition.
+ * cmemhRrfft, cmemcall, cmemfftN.
+ * Wrong input: no tap gives fftN 2 and a hop of 3, with which a run writes nothing.
  */
 JURN_API void MORVAX_FilterlongfirCalcu_API_forFFT(Filterlongfir_ID* mFilter);
 
@@ -506,13 +586,39 @@ JURN_API void MORVAX_FilterlongfirCalcu_API_forFFT(Filterlongfir_ID* mFilter);
  * @param output receives inLen values; 2 inLen interleaved values for the mono-to-stereo kinds
  *   -5 and -6. May be input, with room for what is written.
  *
- * State touched: the part of the record that the kind uses. Wrong input: an unknown combination
- * writes nothing; debug builds assert the limits. Real-time safe; FFT kinds run zero, one or
- * several transforms per call, so the dearest call costs a transform block more than the mean.
- * Overlap-save fast convolution.
+ * The FFT kinds run zero, one or several transforms per call, so the dearest call costs a transform
+ * block more than the mean. Their results are floats within a rounding error of the exact sums, and
+ * truncation takes one that lies just below a whole number to the one nearer to zero. So a unit
+ * impulse does not pass samples unchanged: of white noise 26 % come out one nearer to zero with 8
+ * taps, 46.6 % with 100, 51 % with 8192, none with 1 or 2. Where whole numbers have to come out
+ * exact, take a time-domain kind.
+ *
+ * State touched: the part of the record that the kind uses.
+ * Wrong input: a chanel and filtertype without an entry in the table write nothing, which leaves
+ * old samples in output; so does an FFT kind before its set-up or with chanel written after it.
+ * With more taps than fftN a transform of an FFT kind emits nothing and consumes its hop.
  */
 JURN_API void MORVAX_FilterlongfirRun_API(Filterlongfir_ID* mFilter, const short* input, int inLen,
                                           short* output);
+
+/**
+ * The latency of a configured filter.
+ *
+ * @param mFilter a record that was set up
+ * @return frames by which the output is delayed: the hop of an FFT kind, 0 of the others and of an
+ *   FFT kind before its set-up
+ */
+JURN_API int MORVAX_FilterlongfirLatency_API(const Filterlongfir_ID* mFilter);
+
+/**
+ * The longest block, in frames, that a configured filter runs.
+ *
+ * @param mFilter a record whose configuration is complete; an FFT kind that was set up
+ * @return frames; 0 when chanel and filtertype select nothing, or no block fits
+ */
+JURN_API int MORVAX_FilterlongfirLongestBlock_API(const Filterlongfir_ID* mFilter);
+
+/** @} */
 
 JURN_EXTERN_C_END
 

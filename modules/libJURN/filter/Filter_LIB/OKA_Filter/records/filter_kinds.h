@@ -11,8 +11,6 @@
 #include "../../Filter_control.h"
 #include "../../OKA_Filter.h"
 
-enum FilterKind { KIND_FIR = -1, KIND_IIR = 0, KIND_CASCADE = 1, KIND_AVERAGE = 2 };
-
 template <class Type, int count>
 constexpr int count_of(const Type (&)[count]) {
   return count;
@@ -30,12 +28,36 @@ static inline void reset_history(History* mem) {
   mem->memsumin = 0;
 }
 
+static inline int smaller_of(int x, int y) {
+  return x < y ? x : y;
+}
+
+/** Whether the record is of a kind that Filter_ID has as well. */
+template <class Record>
+static inline bool is_plain_kind(const Record* mFilter) {
+  const int kind = mFilter->filtertype;
+  return (mFilter->chanel == JURN_STEREO && kind >= JURN_FIR && kind <= JURN_CASCADE) ||
+         (mFilter->chanel == JURN_MONO && kind >= JURN_FIR && kind <= JURN_MOVING_AVERAGE);
+}
+
+/** The longest block of such a record, in frames; 0 when none fits. */
+template <class Record>
+static inline int longest_block(const Record* mFilter) {
+  const int kind = mFilter->filtertype;
+  if (!is_plain_kind(mFilter)) return 0;
+  int frames = kind == JURN_CASCADE || mFilter->chanel == JURN_STEREO ? JURN_BLOCK : 32767;
+  if (kind == JURN_FIR || kind == JURN_IIR)
+    frames = smaller_of(frames, count_of(mFilter->memL.meminput) - mFilter->blen + 1);
+  if (kind == JURN_IIR) frames = smaller_of(frames, JURN_HISTORY - mFilter->alen + 1);
+  return frames > 0 ? frames : 0;
+}
+
 /** Asserts in debug builds that a block of frames fits the record and the kind that it runs. */
 template <class Record>
 static inline void check_limits(const Record* mFilter, int frames) {
   const int kind = mFilter->filtertype;
   JURN_LIMIT(frames >= 0, "filter run: inLen must not be negative");
-  if (kind == KIND_FIR || kind == KIND_IIR) {
+  if (kind == JURN_FIR || kind == JURN_IIR) {
     JURN_LIMIT(
         mFilter->blen >= 1 && mFilter->blen <= count_of(mFilter->b) && mFilter->blen <= 32767,
         "filter run: blen must be from 1 to 1250, of a long filter to 32767");
@@ -43,19 +65,19 @@ static inline void check_limits(const Record* mFilter, int frames) {
                "filter run: blen - 1 + frames must fit meminput");
     JURN_LIMIT(frames <= 32767, "filter run: a block must have at most 32767 frames");
   }
-  if (kind == KIND_IIR) {
+  if (kind == JURN_IIR) {
     JURN_LIMIT(mFilter->alen >= 1 && mFilter->alen <= count_of(mFilter->a),
                "filter run: alen must be from 1 to 1250");
     JURN_LIMIT(mFilter->alen - 1 + frames <= JURN_HISTORY,
                "filter run: alen - 1 + frames must be at most 2156");
   }
-  if (kind == KIND_CASCADE) {
+  if (kind == JURN_CASCADE) {
     JURN_LIMIT(frames <= JURN_BLOCK, "filter run: a cascade's block must have at most 1056 frames");
     const bool runs = mFilter->n == 2 || mFilter->n == 4;
     JURN_LIMIT(!runs || mFilter->ns <= JURN_COEFFICIENTS / (mFilter->n + 1),
                "filter run: ns (n + 1) must be at most 1250");
   }
-  if (kind == KIND_AVERAGE) {
+  if (kind == JURN_MOVING_AVERAGE) {
     JURN_LIMIT(mFilter->blen >= 1 && mFilter->blen <= count_of(mFilter->memL.meminput) &&
                    mFilter->blen <= 32767,
                "filter run: an average's blen must be from 1 to 2156, of a long filter to 32767");
@@ -63,7 +85,7 @@ static inline void check_limits(const Record* mFilter, int frames) {
                "filter run: memi must lie in meminput");
     JURN_LIMIT(frames <= 32767, "filter run: an average's block must have at most 32767 samples");
   }
-  if (mFilter->chanel == 2)
+  if (mFilter->chanel == JURN_STEREO)
     JURN_LIMIT(frames <= JURN_BLOCK, "filter run: a stereo block must have at most 1056 frames");
 }
 
@@ -72,9 +94,7 @@ template <class Record>
 static inline void run_plain_kind(Record* mFilter, const short* input, int inLen, short* output) {
   const int kind = mFilter->filtertype;
   const int chanel = mFilter->chanel;
-  if ((chanel != 1 && chanel != 2) || kind < KIND_FIR || kind > KIND_AVERAGE ||
-      (chanel == 2 && kind == KIND_AVERAGE))
-    return;
+  if (!is_plain_kind(mFilter)) return;
   const int frames = inLen / chanel;
   check_limits(mFilter, frames);
   const short blen = static_cast<short>(mFilter->blen);
@@ -84,12 +104,12 @@ static inline void run_plain_kind(Record* mFilter, const short* input, int inLen
   auto& left = mFilter->memL;
   auto& right = mFilter->memR;
 
-  if (chanel == 1) {
-    if (kind == KIND_FIR) {
+  if (chanel == JURN_MONO) {
+    if (kind == JURN_FIR) {
       JURNfir(output, input, frames, left.meminput, b, blen);
-    } else if (kind == KIND_IIR) {
+    } else if (kind == JURN_IIR) {
       JURNiir(output, input, frames, left.memoutput, left.meminput, b, blen, a, alen);
-    } else if (kind == KIND_CASCADE) {
+    } else if (kind == JURN_CASCADE) {
       float x[JURN_BLOCK];
       JURN_to_float(x, input, frames);
       filterNOrNsSec(b, a, mFilter->n, mFilter->ns, x, frames, left.mempx, left.mempy);
@@ -97,7 +117,7 @@ static inline void run_plain_kind(Record* mFilter, const short* input, int inLen
     } else {
       JURN_shuzhi2(output, input, frames, left.meminput, blen, &left.memsumin, &left.memi);
     }
-  } else if (kind == KIND_CASCADE) {
+  } else if (kind == JURN_CASCADE) {
     float xL[JURN_BLOCK];
     float xR[JURN_BLOCK];
     float* const x[2] = {xL, xR};
@@ -110,7 +130,7 @@ static inline void run_plain_kind(Record* mFilter, const short* input, int inLen
     short xL[JURN_BLOCK];
     short xR[JURN_BLOCK];
     MORVAX_ChanelConvert(1, 2, inLen, input, nullptr, xL, xR);
-    if (kind == KIND_FIR) {
+    if (kind == JURN_FIR) {
       JURNfir(xL, xL, frames, left.meminput, b, blen);
       JURNfir(xR, xR, frames, right.meminput, b, blen);
     } else {

@@ -17,26 +17,20 @@ static_assert(offsetof(Filterf_ID, b) == sizeof(FilterIOMEMf) &&
                   offsetof(Filterf_ID, filtertype) == offsetof(Filterf_ID, blen) + 8,
               "Filterf_ID has the fields' natural layout");
 
-namespace {
-
-enum { FIR = -1, IIR = 0 };
-
-}  // namespace
-
 void MORVAX_FilterfReset_API(Filterf_ID* mFilter) {
   memset(&mFilter->memL, 0, sizeof mFilter->memL);
 }
 
 void MORVAX_FilterfRun_API(Filterf_ID* mFilter, const float* input, int inLen, float* output) {
   const int type = mFilter->filtertype;
-  if (type != FIR && type != IIR) return;
+  if (type != JURN_FIR && type != JURN_IIR) return;
   JURN_LIMIT(inLen == 0 || (mFilter->blen >= 1 && mFilter->blen <= JURN_FLOAT_COEFFICIENTS),
              "Filterf_ID: blen must be from 1 to 201");
   JURN_LIMIT(inLen >= 0 && (inLen == 0 || mFilter->blen - 1 + inLen <= JURN_FLOAT_HISTORY),
              "Filterf_ID: blen - 1 + inLen must be at most 2512");
   FilterIOMEMf& mem = mFilter->memL;
   const short blen = static_cast<short>(mFilter->blen);
-  if (type == FIR) {
+  if (type == JURN_FIR) {
     MORVAX_Qfirf(output, input, inLen, mem.meminput, mFilter->b, blen);
   } else {
     JURN_LIMIT(mFilter->alen >= 1 && mFilter->alen <= JURN_FLOAT_COEFFICIENTS,
@@ -55,4 +49,12 @@ void MORVAX_FilterfRun_API_shortin(Filterf_ID* mFilter, const short* input, int 
   float inputf[JURN_BLOCK];
   for (int i = 0; i < inLen; ++i) inputf[i] = input[i];
   MORVAX_FilterfRun_API(mFilter, inputf, inLen, output);
+}
+
+int MORVAX_FilterfLongestBlock_API(const Filterf_ID* mFilter) {
+  const int type = mFilter->filtertype;
+  if (type != JURN_FIR && type != JURN_IIR) return 0;
+  const bool feedback = type == JURN_IIR && mFilter->alen > mFilter->blen;
+  const int frames = JURN_FLOAT_HISTORY - (feedback ? mFilter->alen : mFilter->blen) + 1;
+  return frames > 0 ? frames : 0;
 }

@@ -62,3 +62,7 @@ void MORVAX_Filter_abCopy_API(Filter_ID* dstmFilter, const Filter_ID* srcFilter)
 void MORVAX_FilterRun_API(Filter_ID* mFilter, const short* input, int inLen, short* output) {
   run_plain_kind(mFilter, input, inLen, output);
 }
+
+int MORVAX_FilterLongestBlock_API(const Filter_ID* mFilter) {
+  return longest_block(mFilter);
+}

@@ -4,15 +4,13 @@
 
 #include "../../Filter_control.h"
 
-/** The kinds that only the long filter has; the others are those of filter_kinds.h. */
-enum LongFilterKind {
-  KIND_FFT_CROSSED = -7,
-  KIND_TIME_MONO_TO_STEREO = -6,
-  KIND_FFT_MONO_TO_STEREO = -5,
-  KIND_FFT_LEFT_ONLY = -4,
-  KIND_TIME_TWO_FILTERS = -3,
-  KIND_FFT = -2
-};
+/** Frames by which a transform of an FFT kind moves on; 0 before the set-up for its chanel. */
+static inline int hop_of(const Filterlongfir_ID* mFilter) {
+  const int N = mFilter->fftN;
+  const int chanel = mFilter->chanel;
+  const int hop = chanel == JURN_MONO || chanel == JURN_STEREO ? mFilter->offset / chanel : 0;
+  return N >= 2 && N <= JURN_FFT_MAX && hop >= 1 && hop <= N ? hop : 0;
+}
 
 /** Runs one call of an FFT kind; chanel and filtertype name one. */
 void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, short* output);

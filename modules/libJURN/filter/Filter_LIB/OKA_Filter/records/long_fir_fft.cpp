@@ -87,13 +87,14 @@ void fade(float* current, const float* previous, int first, int N) {
 
 void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, short* output) {
   const int type = mFilter->filtertype;
-  const bool stereo_input = mFilter->chanel == 2 && type != KIND_FFT_LEFT_ONLY;
-  const bool stereo_output = mFilter->chanel == 2 || type == KIND_FFT_MONO_TO_STEREO;
-  const bool fades = (type == KIND_FFT && stereo_input) || type == KIND_FFT_MONO_TO_STEREO;
+  const bool stereo_input = mFilter->chanel == JURN_STEREO && type != JURN_LONG_FFT_LEFT_ONLY;
+  const bool stereo_output = mFilter->chanel == JURN_STEREO || type == JURN_LONG_FFT_MONO_TO_STEREO;
+  const bool fades =
+      (type == JURN_LONG_FFT && stereo_input) || type == JURN_LONG_FFT_MONO_TO_STEREO;
   const int in_channels = stereo_input ? 2 : 1;
   const int out_channels = stereo_output ? 2 : 1;
   const int N = mFilter->fftN;
-  const int hop = mFilter->offset / mFilter->chanel;
+  const int hop = hop_of(mFilter);
   // The longer filter's wrap-around is dropped on both channels, so that every block emits as many
   // frames as it consumes and the queues together always hold N frames.
   const int discarded = N - hop;
@@ -108,7 +109,7 @@ void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, shor
   JURN_LIMIT(MORVAX_queuehave_API(in) + inLen / mFilter->chanel * in_channels < JURN_RING_SLOTS,
              "Filterlongfir_ID: the block does not fit the input FIFO of 105599 values");
 
-  if (type == KIND_FFT_LEFT_ONLY)
+  if (type == JURN_LONG_FFT_LEFT_ONLY)
     MORVAX_putinAPI_loop_onlychannelLin(in, input, inLen);
   else
     MORVAX_putinAPI_loop(in, input, inLen);
@@ -117,7 +118,7 @@ void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, shor
     float* const xL = mFilter->xLintl;
     float* const xR = stereo_input ? mFilter->xRintl : xL;
     const int oldest = advance(in->front, 1);
-    if (type == KIND_FFT_CROSSED)
+    if (type == JURN_LONG_FFT_CROSSED)
       gather(in->membuf, oldest, 2, N, xR, xL);
     else
       gather(in->membuf, oldest, in_channels, N, xL, xR);
@@ -144,5 +145,5 @@ void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, shor
   }
 
   MORVAX_putoutAPI_ForReframe_0_loop(out, output,
-                                     type == KIND_FFT_MONO_TO_STEREO ? 2 * inLen : inLen);
+                                     type == JURN_LONG_FFT_MONO_TO_STEREO ? 2 * inLen : inLen);
 }

@@ -59,7 +59,7 @@ void check_two_filters(const Filterlongfir_ID* mFilter, int frames) {
 
 /** The kinds -3 (stereo in) and -6 (mono in): left through b, right through bR, with fade. */
 void run_two_filters(Filterlongfir_ID* mFilter, const short* input, int inLen, short* output) {
-  const bool mono_input = mFilter->chanel == 1;
+  const bool mono_input = mFilter->chanel == JURN_MONO;
   const int frames = inLen / mFilter->chanel;
   check_two_filters(mFilter, frames);
   short left[JURN_BLOCK];
@@ -75,30 +75,68 @@ void run_two_filters(Filterlongfir_ID* mFilter, const short* input, int inLen, s
   MORVAX_ChanelConvert(2, 1, frames, left, right, output, nullptr);
 }
 
+/** How a record runs: what chanel and filtertype select. */
+enum class Path { none, plain, two_filters, fft };
+
+Path path_of(const Filterlongfir_ID* mFilter) {
+  const bool mono = mFilter->chanel == JURN_MONO;
+  const bool stereo = mFilter->chanel == JURN_STEREO;
+  switch (mFilter->filtertype) {
+    case JURN_LONG_FFT:
+      return mono || stereo ? Path::fft : Path::none;
+    case JURN_LONG_FFT_MONO_TO_STEREO:
+      return mono ? Path::fft : Path::none;
+    case JURN_LONG_FFT_CROSSED:
+    case JURN_LONG_FFT_LEFT_ONLY:
+      return stereo ? Path::fft : Path::none;
+    case JURN_LONG_MONO_TO_STEREO:
+      return mono ? Path::two_filters : Path::none;
+    case JURN_LONG_TWO_FILTERS:
+      return stereo ? Path::two_filters : Path::none;
+    default:
+      return is_plain_kind(mFilter) ? Path::plain : Path::none;
+  }
+}
+
 }  // namespace
 
 void MORVAX_FilterlongfirRun_API(Filterlongfir_ID* mFilter, const short* input, int inLen,
                                  short* output) {
-  const bool mono = mFilter->chanel == 1;
-  if (!mono && mFilter->chanel != 2) return;
-  switch (mFilter->filtertype) {
-    case KIND_FFT:
-      run_fft_kind(mFilter, input, inLen, output);
-      break;
-    case KIND_FFT_MONO_TO_STEREO:
-      if (mono) run_fft_kind(mFilter, input, inLen, output);
-      break;
-    case KIND_FFT_CROSSED:
-    case KIND_FFT_LEFT_ONLY:
-      if (!mono) run_fft_kind(mFilter, input, inLen, output);
-      break;
-    case KIND_TIME_MONO_TO_STEREO:
-      if (mono) run_two_filters(mFilter, input, inLen, output);
-      break;
-    case KIND_TIME_TWO_FILTERS:
-      if (!mono) run_two_filters(mFilter, input, inLen, output);
-      break;
-    default:
-      run_plain_kind(mFilter, input, inLen, output);
+  switch (path_of(mFilter)) {
+    case Path::none:
+      return;
+    case Path::plain:
+      return run_plain_kind(mFilter, input, inLen, output);
+    case Path::two_filters:
+      return run_two_filters(mFilter, input, inLen, output);
+    case Path::fft:
+      return run_fft_kind(mFilter, input, inLen, output);
   }
+}
+
+int MORVAX_FilterlongfirLatency_API(const Filterlongfir_ID* mFilter) {
+  return path_of(mFilter) == Path::fft ? hop_of(mFilter) : 0;
+}
+
+int MORVAX_FilterlongfirLongestBlock_API(const Filterlongfir_ID* mFilter) {
+  int frames = 0;
+  switch (path_of(mFilter)) {
+    case Path::none:
+      return 0;
+    case Path::plain:
+      return longest_block(mFilter);
+    case Path::two_filters: {
+      const int taps = mFilter->blen > mFilter->bRlen ? mFilter->blen : mFilter->bRlen;
+      frames = smaller_of(JURN_BLOCK, JURN_LONG_HISTORY - taps + 1);
+      break;
+    }
+    case Path::fft: {
+      const bool two_channels =
+          mFilter->chanel == JURN_STEREO || mFilter->filtertype == JURN_LONG_FFT_MONO_TO_STEREO;
+      if (hop_of(mFilter) > 0)
+        frames = (JURN_RING_SLOTS - 1) / (two_channels ? 2 : 1) - mFilter->fftN;
+      break;
+    }
+  }
+  return frames > 0 ? frames : 0;
 }

@@ -115,8 +115,8 @@ void prime(Buf16_ID* queue, int samples) {
 
 void MORVAX_FilterlongfirCalcu_API_forFFT(Filterlongfir_ID* mFilter) {
   const int type = mFilter->filtertype;
-  const bool two_filters = type == KIND_FFT || type == KIND_FFT_CROSSED ||
-                           type == KIND_FFT_MONO_TO_STEREO || type == KIND_FFT_LEFT_ONLY;
+  const bool two_filters = type == JURN_LONG_FFT || type == JURN_LONG_FFT_CROSSED ||
+                           type == JURN_LONG_FFT_MONO_TO_STEREO || type == JURN_LONG_FFT_LEFT_ONLY;
   int hM = mFilter->blen;
   if (two_filters && mFilter->bRlen > hM) hM = mFilter->bRlen;
   JURN_LIMIT(hM >= 0 && hM <= JURN_FFT_MAX / 2,
@@ -126,7 +126,7 @@ void MORVAX_FilterlongfirCalcu_API_forFFT(Filterlongfir_ID* mFilter) {
   mFilter->fftN = N;
   mFilter->offset = mFilter->chanel * (N - hM + 1);
 
-  const int primed = N * (type == KIND_FFT_LEFT_ONLY ? 1 : mFilter->chanel);
+  const int primed = N * (type == JURN_LONG_FFT_LEFT_ONLY ? 1 : mFilter->chanel);
   if (primed != mFilter->membufrear) {
     prime(&mFilter->mBufin, primed);
     prime(&mFilter->mBufout, 0);
