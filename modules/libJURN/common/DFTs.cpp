@@ -2,6 +2,7 @@
 #include "exact_arithmetic.h"
 
 #include "DFTs.h"
+#include "fast_convolution.h"
 
 #include <stddef.h>
 
@@ -128,4 +129,13 @@ short MORVAX_KLOV_InverseRealFFT_Run2(const RealFFT_ID* state, float* data, shor
 void MORVAX_rfftmut2(float* out, const float* x1, const float* x2, int N) {
   JURN_LIMIT(is_length(N), "MORVAX_rfftmut2: N is a power of two from 2 to 16384");
   return JURN_CALL_CLONE(product(out, x1, x2, N));
+}
+
+void JURN_forward_samples(const RealFFT_ID* state, float* spectrum, const short* samples,
+                          int channels, int channel) {
+  return JURN_CALL_CLONE(forward_samples(state->fft_w, spectrum, samples, channels, channel, state->N));
+}
+
+void JURN_inverse_product(const RealFFT_ID* state, float* out, const float* x1, const float* x2) {
+  return JURN_CALL_CLONE(inverse_product(state->fft_w, out, x1, x2, state->N, state->scale));
 }

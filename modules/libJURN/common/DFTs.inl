@@ -24,6 +24,8 @@
  * where the other odd frequencies are conjugates of these. The real part is itself such a spectrum;
  * the last one has the two real bins. */
 
+#include "simd/sample_lanes.inl"
+
 constexpr int lane_count = JURN_VECTOR_BYTES / 4;
 using Floats = Vec<float, lane_count>;
 using Quad = Vec<float, 4>;
@@ -90,6 +92,17 @@ JURN_INLINE Complex<V> times_conjugate(Complex<V> a, Complex<V> w) {
 template <class V>
 JURN_INLINE Complex<V> load_complex(const float* p, ptrdiff_t distance) {
   return {load<V>(p), load<V>(p + distance)};
+}
+
+/** A load whose value is used more than once: loads are what butterflies are short of. */
+JURN_INLINE Floats load_once(const float* p) {
+  Floats v = load<Floats>(p);
+  JURN_LOADED_ONCE(v);
+  return v;
+}
+
+JURN_INLINE Complex<Floats> load_once(const float* p, ptrdiff_t distance) {
+  return {load_once(p), load_once(p + distance)};
 }
 
 template <class V>
@@ -176,6 +189,28 @@ JURN_INLINE void store_eights(float* p, ptrdiff_t distance, ptrdiff_t stride, Co
   store_eights(p + distance, stride, a.im);
 }
 
+/* Where the first pass of an inverse transform takes its spectrum from: the array that it works in,
+ * or the product of two other spectra. */
+
+struct InPlace {
+  template <class V>
+  JURN_INLINED Complex<V> row(const float* p, ptrdiff_t distance, ptrdiff_t stride) const {
+    return load_eights<V>(p, distance, stride);
+  }
+};
+
+struct Product {
+  const float* out;
+  const float* a;
+  const float* b;
+
+  template <class V>
+  JURN_INLINED Complex<V> row(const float* p, ptrdiff_t distance, ptrdiff_t stride) const {
+    return load_eights<V>(a + (p - out), distance, stride) *
+           load_eights<V>(b + (p - out), distance, stride);
+  }
+};
+
 /* ---- Complex transforms ---- */
 
 template <class V>
@@ -205,9 +240,9 @@ static void radix4_forward(float* z, int size, int length, const float* twiddles
       for (int lane = 0; lane < 16; lane += lane_count) {
         float* p = z + i + lane;
         const float* t = w + lane;
-        auto a = load_complex<Floats>(p, size), b = load_complex<Floats>(p + quarter, size);
-        auto c = load_complex<Floats>(p + 2 * quarter, size);
-        auto d = load_complex<Floats>(p + 3 * quarter, size);
+        auto a = load_once(p, size), b = load_once(p + quarter, size);
+        auto c = load_once(p + 2 * quarter, size);
+        auto d = load_once(p + 3 * quarter, size);
         butterfly_forward(a, b, c, d);
         store_complex(p, size, a);
         store_complex(p + quarter, size, b * load_complex<Floats>(t, 16));
@@ -227,9 +262,9 @@ static void radix4_inverse(float* z, int size, int length, const float* twiddles
       for (int lane = 0; lane < 16; lane += lane_count) {
         float* p = z + i + lane;
         const float* t = w + lane;
-        auto a = load_complex<Floats>(p, size), b = load_complex<Floats>(p + quarter, size);
-        auto c = load_complex<Floats>(p + 2 * quarter, size);
-        auto d = load_complex<Floats>(p + 3 * quarter, size);
+        auto a = load_once(p, size), b = load_once(p + quarter, size);
+        auto c = load_once(p + 2 * quarter, size);
+        auto d = load_once(p + 3 * quarter, size);
         b = times_conjugate(b, load_complex<Floats>(t, 16));
         c = times_conjugate(c, load_complex<Floats>(t + 32, 16));
         d = times_conjugate(d, load_complex<Floats>(t + 64, 16));
@@ -288,9 +323,11 @@ static void complex16_forward(float* z, const float* w) {
   store_complex(z + 12, 16, x.d);
 }
 
-static void complex16_inverse(float* z, const float* w) {
-  Tile<Quad> x = {load_complex<Quad>(z, 16), load_complex<Quad>(z + 4, 16),
-                  load_complex<Quad>(z + 8, 16), load_complex<Quad>(z + 12, 16)};
+template <class Source>
+static void complex16_inverse(float* z, const float* w, Source source) {
+  Tile<Quad> x = {source.template row<Quad>(z, 16, 0), source.template row<Quad>(z + 4, 16, 0),
+                  source.template row<Quad>(z + 8, 16, 0),
+                  source.template row<Quad>(z + 12, 16, 0)};
   tile_inverse(x, w);
   store_complex(z, 16, x.a);
   store_complex(z + 4, 16, x.b);
@@ -351,14 +388,14 @@ JURN_INLINE void pair_forward(float* p, float* q, ptrdiff_t distance, ptrdiff_t 
   }
 }
 
-template <bool radix2, class V>
+template <bool radix2, class V, class Source>
 JURN_INLINE void pair_inverse(float* p, float* q, ptrdiff_t distance, ptrdiff_t stride,
-                              const float* w) {
+                              const float* w, Source source) {
+  const auto row = [=](const float* from)
+                       JURN_INLINED { return source.template row<V>(from, distance, stride); };
   if constexpr (sizeof(V) == 16) {
-    Tile<V> x = {load_complex<V>(p, distance), load_complex<V>(p + 8, distance),
-                 load_complex<V>(q, distance), load_complex<V>(q + 8, distance)};
-    Tile<V> y = {load_complex<V>(p + 4, distance), load_complex<V>(p + 12, distance),
-                 load_complex<V>(q + 4, distance), load_complex<V>(q + 12, distance)};
+    Tile<V> x = {row(p), row(p + 8), row(q), row(q + 8)};
+    Tile<V> y = {row(p + 4), row(p + 12), row(q + 4), row(q + 12)};
     tile_inverse(x, w);
     tile_inverse(y, w);
     const auto store_row = [=](int i, Complex<V> a, Complex<V> b) JURN_INLINED {
@@ -376,8 +413,7 @@ JURN_INLINE void pair_inverse(float* p, float* q, ptrdiff_t distance, ptrdiff_t 
     store_row(8, x.c, y.c);
     store_row(12, x.d, y.d);
   } else {
-    Tile<V> x = {load_eights<V>(p, distance, stride), load_eights<V>(p + 8, distance, stride),
-                 load_eights<V>(q, distance, stride), load_eights<V>(q + 8, distance, stride)};
+    Tile<V> x = {row(p), row(p + 8), row(q), row(q + 8)};
     tile_inverse(x, w);
     const auto store_rows = [=](int i, Complex<V> even, Complex<V> odd) JURN_INLINED {
       Complex<V> a = {even_groups(even.re, odd.re), even_groups(even.im, odd.im)};
@@ -396,21 +432,28 @@ JURN_INLINE void pair_inverse(float* p, float* q, ptrdiff_t distance, ptrdiff_t 
 }
 
 /** Runs the last four or five levels of count blocks of 32 values, stride floats apart. */
-template <bool inverse, bool radix2, class V = Floats>
+template <bool radix2, class V = Floats>
 JURN_INLINE void last_levels(float* z, int count, ptrdiff_t distance, ptrdiff_t stride,
                              const float* w) {
   constexpr int step = sizeof(V) == 64 ? 2 : 1;
   int i = 0;
-  for (; i + step <= count; i += step) {
-    float* p = z + i * stride;
-    if constexpr (inverse)
-      pair_inverse<radix2, V>(p, p + 16, distance, stride, w);
-    else
-      pair_forward<radix2, V>(p, p + 16, distance, stride, w);
-  }
+  for (; i + step <= count; i += step)
+    pair_forward<radix2, V>(z + i * stride, z + i * stride + 16, distance, stride, w);
+  if constexpr (step == 2)
+    if (i < count) last_levels<radix2, Vec<float, 8>>(z + i * stride, 1, distance, stride, w);
+}
+
+/** Undoes last_levels. */
+template <bool radix2, class Source, class V = Floats>
+JURN_INLINE void first_levels(float* z, int count, ptrdiff_t distance, ptrdiff_t stride,
+                              const float* w, Source source) {
+  constexpr int step = sizeof(V) == 64 ? 2 : 1;
+  int i = 0;
+  for (; i + step <= count; i += step)
+    pair_inverse<radix2, V>(z + i * stride, z + i * stride + 16, distance, stride, w, source);
   if constexpr (step == 2)
     if (i < count)
-      last_levels<inverse, radix2, Vec<float, 8>>(z + i * stride, 1, distance, stride, w);
+      first_levels<radix2, Source, Vec<float, 8>>(z + i * stride, 1, distance, stride, w, source);
 }
 
 using Pair = Vec < float, lane_count<8 ? 4 : 8>;
@@ -421,33 +464,34 @@ static void complex_forward(float* z, int length, const float* w) {
     pair_forward<false, Pair>(z, z + 32, 16, 0, w);
     complex16_forward(z + 64, w);
   } else if (length == 32) {
-    last_levels<false, true>(z, 3, 32, 64, w);
+    last_levels<true>(z, 3, 32, 64, w);
   } else {
     for (int i = 0; i < 3; ++i, z += 2 * length) {
       int l = length;
       for (; l >= 64; l /= 4) radix4_forward(z, length, l, complex_twiddles(w, l));
       if (l == 32)
-        last_levels<false, true>(z, length / 32, length, 32, w);
+        last_levels<true>(z, length / 32, length, 32, w);
       else
-        last_levels<false, false>(z, length / 32, length, 32, w);
+        last_levels<false>(z, length / 32, length, 32, w);
     }
   }
 }
 
-static void complex_inverse(float* z, int length, const float* w) {
+template <class Source>
+static void complex_inverse(float* z, int length, const float* w, Source source) {
   if (length == 16) {
-    pair_inverse<false, Pair>(z, z + 32, 16, 0, w);
-    complex16_inverse(z + 64, w);
+    pair_inverse<false, Pair>(z, z + 32, 16, 0, w, source);
+    complex16_inverse(z + 64, w, source);
   } else if (length == 32) {
-    last_levels<true, true>(z, 3, 32, 64, w);
+    first_levels<true>(z, 3, 32, 64, w, source);
   } else {
     int last = length;
     while (last >= 64) last /= 4;
     for (int i = 0; i < 3; ++i, z += 2 * length) {
       if (last == 32)
-        last_levels<true, true>(z, length / 32, length, 32, w);
+        first_levels<true>(z, length / 32, length, 32, w, source);
       else
-        last_levels<true, false>(z, length / 32, length, 32, w);
+        first_levels<false>(z, length / 32, length, 32, w, source);
       for (int l = 4 * last; l <= length; l *= 4)
         radix4_inverse(z, length, l, complex_twiddles(w, l));
     }
@@ -546,19 +590,45 @@ JURN_INLINE void halve_inverse(float* x, int length, const float* w, float scale
   }
 }
 
+/** The samples of the first pass of a forward transform, from the array that it works in, from
+ * int16 samples, or from one channel of interleaved ones. */
+struct InArray {
+  const float* x;
+  JURN_INLINED Floats at(ptrdiff_t i) const { return load_once(x + i); }
+};
+
+using Ints = Vec<int, lane_count>;
+
+struct Mono {
+  const short* samples;
+  JURN_INLINED Floats at(ptrdiff_t i) const {
+    return convert<Floats>(convert<Ints>(load<Vec<short, lane_count>>(samples + i)));
+  }
+};
+
+template <int channel>
+struct Interleaved {
+  const short* samples;
+  JURN_INLINED Floats at(ptrdiff_t i) const {
+    const auto pairs = load<Ints>(samples + 2 * i);
+    return convert<Floats>(channel == 0 ? first_of(pairs) : second_of(pairs));
+  }
+};
+
 /** Three levels at once: a real sequence of length values into one of length/4 and three complex
  * ones of length/8. */
-static void split_forward(float* x, int length, const float* w) {
+template <class Source>
+static void split_forward(float* x, int length, const float* w, Source source) {
   const ptrdiff_t eighth = length / 8;
   const float* t = real_twiddles(w, length);
   const Floats half = broadcast<Floats>(sqrt_half);
   for (ptrdiff_t i = 0; i < eighth; i += 16, t += 96) {
     for (int lane = 0; lane < 16; lane += lane_count) {
       float* p = x + i + lane;
-      const Floats x0 = load<Floats>(p), x1 = load<Floats>(p + eighth);
-      const Floats x2 = load<Floats>(p + 2 * eighth), x3 = load<Floats>(p + 3 * eighth);
-      const Floats x4 = load<Floats>(p + 4 * eighth), x5 = load<Floats>(p + 5 * eighth);
-      const Floats x6 = load<Floats>(p + 6 * eighth), x7 = load<Floats>(p + 7 * eighth);
+      const Floats x0 = source.at(i + lane), x1 = source.at(i + lane + eighth);
+      const Floats x2 = source.at(i + lane + 2 * eighth), x3 = source.at(i + lane + 3 * eighth);
+      const Floats x4 = source.at(i + lane + 4 * eighth), x5 = source.at(i + lane + 5 * eighth);
+      const Floats x6 = source.at(i + lane + 6 * eighth), x7 = source.at(i + lane + 7 * eighth);
       const Floats s0 = x0 + x4, s1 = x1 + x5, s2 = x2 + x6, s3 = x3 + x7;
       const Floats d0 = x0 - x4, d1 = x1 - x5, d2 = x2 - x6, d3 = x3 - x7;
       /* (d1 - i d3) turned by an eighth: u - i v */
@@ -568,7 +638,8 @@ static void split_forward(float* x, int length, const float* w) {
       store_complex(p + 2 * eighth, eighth,
                     Complex<Floats>{s0 - s2, s3 - s1} * load_complex<Floats>(t + lane, 16));
       store_complex(p + 4 * eighth, eighth,
-                    Complex<Floats>{d0 + u, -(d2 + v)} * load_complex<Floats>(t + lane + 32, 16));
+                    times_conjugate(load_complex<Floats>(t + lane + 32, 16),
+                                    Complex<Floats>{d0 + u, d2 + v}));
       store_complex(p + 6 * eighth, eighth,
                     Complex<Floats>{d0 - u, v - d2} * load_complex<Floats>(t + lane + 64, 16));
     }
@@ -582,7 +653,7 @@ static void split_inverse(float* x, int length, const float* w, float scale) {
   for (ptrdiff_t i = 0; i < eighth; i += 16, t += 96) {
     for (int lane = 0; lane < 16; lane += lane_count) {
       float* p = x + i + lane;
-      const Floats s02 = load<Floats>(p), s13 = load<Floats>(p + eighth);
+      const Floats s02 = load_once(p), s13 = load_once(p + eighth);
       const auto a = times_conjugate(load_complex<Floats>(p + 2 * eighth, eighth),
                                      load_complex<Floats>(t + lane, 16));
       const auto b = times_conjugate(load_complex<Floats>(p + 4 * eighth, eighth),
@@ -650,7 +721,7 @@ static void real4_inverse(float* x, float scale) {
 
 static short forward(const float* w, float* x, int length) {
   for (; length >= 128; length /= 4) {
-    split_forward(x, length, w);
+    split_forward(x, length, w, InArray{x});
     complex_forward(x + length / 4, length / 8, w);
   }
   if (length >= 64) {
@@ -675,35 +746,22 @@ static short forward(const float* w, float* x, int length) {
   return 0;
 }
 
-static short inverse(const float* w, float* x, int length, float scale) {
-  int base = length;
-  while (base >= 128) base /= 4;
-  const auto scale_at = [=](int n) JURN_INLINED { return n == length ? scale : 1.f; };
-  if (base >= 8) {
-    real8_inverse(x, scale_at(8));
-  } else if (base == 4) {
-    real4_inverse(x, scale);
-  } else {
-    const float a = x[0], b = x[1];
-    x[0] = (a + b) * .5f * scale, x[1] = (a - b) * .5f * scale;
-  }
-  if (base >= 16) {
-    complex4_inverse(x + 8);
-    halve_inverse(x, 16, w, scale_at(16));
-  }
-  if (base >= 32) {
-    complex8_inverse(x + 16, w);
-    halve_inverse(x, 32, w, scale_at(32));
-  }
-  if (base >= 64) {
-    complex16_inverse(x + 32, w);
-    halve_inverse(x, 64, w, scale_at(64));
-  }
-  for (int n = 4 * base; n <= length; n *= 4) {
-    complex_inverse(x + n / 4, n / 8, w);
-    split_inverse(x, n, w, scale_at(n));
-  }
-  return 0;
+/** forward of samples that are converted as the first pass reads them; length is 128 or more. */
+template <class Source>
+JURN_INLINE void forward_from(const float* w, float* x, int length, Source source) {
+  split_forward(x, length, w, source);
+  complex_forward(x + length / 4, length / 8, w);
+  forward(w, x, length / 4);
+}
+
+static void forward_samples(const float* w, float* x, const short* samples, int channels,
+                            int channel, int length) {
+  if (channels == 1)
+    forward_from(w, x, length, Mono{samples});
+  else if (channel == 0)
+    forward_from(w, x, length, Interleaved<0>{samples});
+  else
+    forward_from(w, x, length, Interleaved<1>{samples});
 }
 
 template <class V>
@@ -736,4 +794,53 @@ static void product(float* out, const float* a, const float* b, int length) {
     if (length == 4) multiply<float>(out + 2, a + 2, b + 2, 1);
     out[0] = a[0] * b[0], out[1] = a[1] * b[1];
   }
+}
+
+/** Spectra of 128 and more begin with one of 16 to 64, which no array of complex transforms
+ * belongs to; an inverse of a product starts with that part's product in place. */
+static int base_length(int length) {
+  while (length >= 128) length /= 4;
+  return length;
+}
+
+template <class Source>
+JURN_INLINE void inverse_from(const float* w, float* x, int length, float scale, Source source) {
+  const int base = base_length(length);
+  const auto scale_at = [=](int n) JURN_INLINED { return n == length ? scale : 1.f; };
+  if (base >= 8) {
+    real8_inverse(x, scale_at(8));
+  } else if (base == 4) {
+    real4_inverse(x, scale);
+  } else {
+    const float a = x[0], b = x[1];
+    x[0] = (a + b) * .5f * scale, x[1] = (a - b) * .5f * scale;
+  }
+  if (base >= 16) {
+    complex4_inverse(x + 8);
+    halve_inverse(x, 16, w, scale_at(16));
+  }
+  if (base >= 32) {
+    complex8_inverse(x + 16, w);
+    halve_inverse(x, 32, w, scale_at(32));
+  }
+  if (base >= 64) {
+    complex16_inverse(x + 32, w, InPlace());
+    halve_inverse(x, 64, w, scale_at(64));
+  }
+  for (int n = 4 * base; n <= length; n *= 4) {
+    complex_inverse(x + n / 4, n / 8, w, source);
+    split_inverse(x, n, w, scale_at(n));
+  }
+}
+
+static short inverse(const float* w, float* x, int length, float scale) {
+  inverse_from(w, x, length, scale, InPlace());
+  return 0;
+}
+
+/** inverse(out = a b), where the product is taken as the first pass reads it. */
+static void inverse_product(const float* w, float* out, const float* a, const float* b, int length,
+                            float scale) {
+  product(out, a, b, base_length(length));
+  inverse_from(w, out, length, scale, Product{out, a, b});
 }

@@ -1,23 +1,5 @@
 #include "simd/sample_lanes.inl"
 
-/* An interleaved pair is handled as one int: its first sample in the low half on little-endian
- * machines, in the high half on big-endian ones. */
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-constexpr bool first_is_high = true;
-#else
-constexpr bool first_is_high = false;
-#endif
-
-template <class Int>
-JURN_INLINE Int first_of(Int pairs) {
-  return first_is_high ? pairs >> 16 : Int(pairs << 16) >> 16;
-}
-
-template <class Int>
-JURN_INLINE Int second_of(Int pairs) {
-  return first_is_high ? Int(pairs << 16) >> 16 : pairs >> 16;
-}
-
 template <class Int>
 JURN_INLINE Int pairs_of(Int first, Int second) {
   const Int low_half = broadcast<Int>(0xffff);

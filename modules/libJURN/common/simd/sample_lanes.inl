@@ -1,5 +1,23 @@
 /* Conversions between sample types, a vector at a time. */
 
+/* An interleaved pair is handled as one int: its first sample in the low half on little-endian
+ * machines, in the high half on big-endian ones. */
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+constexpr bool first_is_high = true;
+#else
+constexpr bool first_is_high = false;
+#endif
+
+template <class Int>
+JURN_INLINE Int first_of(Int pairs) {
+  return first_is_high ? pairs >> 16 : Int(pairs << 16) >> 16;
+}
+
+template <class Int>
+JURN_INLINE Int second_of(Int pairs) {
+  return first_is_high ? Int(pairs << 16) >> 16 : pairs >> 16;
+}
+
 /** As stoshort, lane by lane; the samples are still ints. */
 template <class Int, class Float>
 JURN_INLINE Int sample_lanes(Float x) {

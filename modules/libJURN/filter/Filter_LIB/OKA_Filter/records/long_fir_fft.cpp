@@ -3,6 +3,9 @@
 
 #include "../../Filter_control.h"
 
+#include <stdint.h>
+
+#include "../../../../common/fast_convolution.h"
 #include "../../../../common/functions.h"
 #include "../../../../common/samples.h"
 #include "long_fir.h"
@@ -67,10 +70,12 @@ void emit(short* ring, int slot, int channels, int frames, const float* left, co
       });
 }
 
-/** Filters a block's spectrum: out becomes the samples of its product with h. */
-void convolve(const RealFFT_ID* fft, float* out, const float* h, const float* x, int N) {
-  MORVAX_rfftmut2(out, h, x, N);
-  MORVAX_KLOV_InverseRealFFT_Run2(fft, out, static_cast<short>(N));
+/** Where a work array is used from. Transforms take 16384 of its 65536 entries, so a block starts
+ * at a multiple of 64 bytes wherever the record lies: no vector crosses a cache line. */
+float* block_of(float (&work)[JURN_SPECTRUM]) {
+  static_assert(JURN_SPECTRUM >= JURN_FFT_MAX + 16, "room to move a block");
+  const auto address = reinterpret_cast<uintptr_t>(work);
+  return work + (0 - address) % 64 / sizeof(float);
 }
 
 /** Mixes the previous filter's block into the current one's from sample first on. The ramp spans
@@ -101,9 +106,7 @@ void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, shor
   Buf16_ID* in = &mFilter->mBufin;
   Buf16_ID* out = &mFilter->mBufout;
   RealFFT_ID* fft = &mFilter->realfft;
-  // A record that was never set up, or for another chanel, has no hop by which a block could move
-  // on.
-  if (N < 2 || N > JURN_FFT_MAX || hop < 1 || hop > N) return;
+  if (hop == 0) return;  // no block could move on
   JURN_LIMIT(inLen >= 0 && inLen % mFilter->chanel == 0,
              "Filterlongfir_ID: inLen must be 0 or more and, in stereo, even");
   JURN_LIMIT(MORVAX_queuehave_API(in) + inLen / mFilter->chanel * in_channels < JURN_RING_SLOTS,
@@ -115,23 +118,36 @@ void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, shor
     MORVAX_putinAPI_loop(in, input, inLen);
 
   while (MORVAX_queuehave_API(in) >= in_channels * N) {
-    float* const xL = mFilter->xLintl;
-    float* const xR = stereo_input ? mFilter->xRintl : xL;
-    const int oldest = advance(in->front, 1);
-    if (type == JURN_LONG_FFT_CROSSED)
-      gather(in->membuf, oldest, 2, N, xR, xL);
-    else
-      gather(in->membuf, oldest, in_channels, N, xL, xR);
-    MORVAX_KLOV_RealFFT_Run2(fft, xL, static_cast<short>(N));
-    convolve(fft, mFilter->xLhL, mFilter->hLrfft, xL, N);
-    if (stereo_input) MORVAX_KLOV_RealFFT_Run2(fft, xR, static_cast<short>(N));
-    if (stereo_output) convolve(fft, mFilter->xRhR, mFilter->hRrfft, xR, N);
+    float* const xL = block_of(mFilter->xLintl);
+    float* const xR = stereo_input ? block_of(mFilter->xRintl) : xL;
+    float* const left = block_of(mFilter->xLhL);
+    float* const right = block_of(mFilter->xRhR);
+    const short* const oldest = in->membuf + advance(in->front, 1);
+    const int swapped = type == JURN_LONG_FFT_CROSSED;
+    // Samples that lie in one piece are converted by the transform's first pass.
+    const bool in_one_piece =
+        N >= JURN_SAMPLES_FFT_MIN && oldest + in_channels * N <= in->membuf + JURN_RING_SLOTS;
+    const auto transform = [=](float* x, int channel) {
+      if (in_one_piece)
+        JURN_forward_samples(fft, x, oldest, in_channels, channel);
+      else
+        MORVAX_KLOV_RealFFT_Run2(fft, x, static_cast<short>(N));
+    };
+    if (!in_one_piece)
+      gather(in->membuf, advance(in->front, 1), in_channels, N, swapped ? xR : xL,
+             swapped ? xL : xR);
+    transform(xL, swapped);
+    JURN_inverse_product(fft, left, mFilter->hLrfft, xL);
+    if (stereo_input) transform(xR, 1 - swapped);
+    if (stereo_output) JURN_inverse_product(fft, right, mFilter->hRrfft, xR);
 
     if (fades && mFilter->cmemcall == 1) {
-      convolve(fft, mFilter->xLhL0, mFilter->cmemhLrfft, xL, N);
-      convolve(fft, mFilter->xRhR0, mFilter->cmemhRrfft, xR, N);
-      fade(mFilter->xLhL, mFilter->xLhL0, discarded, N);
-      fade(mFilter->xRhR, mFilter->xRhR0, discarded, N);
+      float* const left0 = block_of(mFilter->xLhL0);
+      float* const right0 = block_of(mFilter->xRhR0);
+      JURN_inverse_product(fft, left0, mFilter->cmemhLrfft, xL);
+      JURN_inverse_product(fft, right0, mFilter->cmemhRrfft, xR);
+      fade(left, left0, discarded, N);
+      fade(right, right0, discarded, N);
       mFilter->cmemcall = 0;
     }
 
@@ -139,8 +155,8 @@ void run_fft_kind(Filterlongfir_ID* mFilter, const short* input, int inLen, shor
     if (mFilter->blen > N) continue;  // all of the block is wrap-around
     JURN_LIMIT(MORVAX_queuehave_API(out) + out_channels * hop < JURN_RING_SLOTS,
                "Filterlongfir_ID: the block does not fit the output FIFO of 105599 values");
-    emit(out->membuf, advance(out->rear, 1), out_channels, hop, mFilter->xLhL + discarded,
-         mFilter->xRhR + discarded);
+    emit(out->membuf, advance(out->rear, 1), out_channels, hop, left + discarded,
+         right + discarded);
     out->rear = advance(out->rear, out_channels * hop);
   }
 
