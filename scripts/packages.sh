@@ -10,7 +10,8 @@ install_packages="clang qemu-user g++-aarch64-linux-gnu g++-arm-linux-gnueabihf 
 docs_packages="doxygen doxygen-awesome-css chromium fonts-dejavu-core"
 style_packages="clang clang-format clang-tidy cppcheck"
 checksum_packages="clang g++-aarch64-linux-gnu qemu-user"
-web_packages="cmake make clang lld wasi-libc libc++-14-dev-wasm32 libclang-rt-14-dev-wasm32"
-web_test_packages="chromium"
+web_packages="cmake make clang lld wasi-libc libc++-14-dev-wasm32 libclang-rt-14-dev-wasm32
+  g++ libmysofa-dev libmysofa1 sonic-pi-samples alsa-utils jconvolver-config-files python3"
+web_test_packages="chromium fonts-dejavu-core"
 checksum_all_packages="g++-arm-linux-gnueabihf libc6-dev-i386 lib32gcc-12-dev lib32stdc++-12-dev"
 avx512_packages="bochs bochsbios vgabios isolinux syslinux-common xorriso cpio"

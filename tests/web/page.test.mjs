@@ -1,0 +1,245 @@
+// The page in Chromium, as a person uses it.
+import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
+import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { after, before, test } from 'node:test';
+import { fileURLToPath, pathToFileURL } from 'node:url';
+import { native } from '../../bindings/web/tests/native.mjs';
+import { wav } from '../../build/web/files.js';
+import { launch, open, serve } from './browser.mjs';
+
+const root = fileURLToPath(new URL('../../', import.meta.url));
+let server, browser;
+
+before(async () => {
+  server = await serve();
+  browser = await launch('--use-fake-device-for-media-stream', '--deny-permission-prompts');
+});
+
+after(async () => {
+  await browser?.close();
+  server?.close();
+});
+
+const open_ = (options, hash = '') => open(browser, `${server.url}/${hash}`, options);
+
+/** Records on the audio thread what goes to the loudspeakers. */
+function recordOutput(page) {
+  return page.addInitScript(() => {
+    const code = `registerProcessor('recorder', class extends AudioWorkletProcessor {
+      process([input]) { if (input[0]) this.port.postMessage(input[0].slice()); return true; } });`;
+    const connect = AudioNode.prototype.connect;
+    window.recorded = [];
+    AudioNode.prototype.connect = function (to, ...rest) {
+      if (to instanceof AudioDestinationNode && to.context instanceof AudioContext)
+        void to.context.audioWorklet.addModule(URL.createObjectURL(new Blob([code], { type: 'text/javascript' })))
+          .then(() => {
+            const recorder = new AudioWorkletNode(to.context, 'recorder', { numberOfOutputs: 0 });
+            recorder.port.onmessage = ({ data }) => window.recorded.push(...data);
+            connect.call(this, recorder);
+          });
+      return connect.call(this, to, ...rest);
+    };
+  });
+}
+
+const tone = (frequency, level, seconds) =>
+  Float32Array.from({ length: 48000 * seconds }, (_, i) => level * Math.sin((2 * Math.PI * frequency * i) / 48000));
+const upload = (name, buffer) => ({ name, mimeType: '', buffer: Buffer.from(buffer) });
+const recording = (channels) => upload('tone.wav', wav(channels, 48000, true));
+
+async function saved(page, button) {
+  const [download] = await Promise.all([page.waitForEvent('download'), page.click(button)]);
+  return { name: download.suggestedFilename(), bytes: readFileSync(await download.path()) };
+}
+
+const responseAt = (page, x) => page.evaluate((at) => {
+  const view = document.getElementById('view');
+  const box = view.getBoundingClientRect();
+  view.dispatchEvent(new PointerEvent('pointermove', { clientX: box.left + at * box.width, clientY: box.top + 20 }));
+  return document.getElementById('readout').value;
+}, x);
+
+test('a dragged band changes the response and the sound, without a step', async () => {
+  const context = await browser.newContext({ viewport: { width: 1300, height: 900 } });
+  const page = await context.newPage();
+  await recordOutput(page);
+  await page.goto(server.url);
+  await page.waitForFunction(() => document.getElementById('engine').textContent !== '');
+  await page.click('#flat');
+  await page.setInputFiles('#recording', recording([tone(100, 0.2, 2), tone(100, 0.2, 2)]));
+  await page.click('#play');
+  await page.waitForFunction(() => window.recorded.length > 24000);
+  const before = await responseAt(page, 0.2);
+  const handle = await page.locator('.handle').first().boundingBox();
+  const [x, y] = [handle.x + handle.width / 2, handle.y + handle.height / 2];
+  const start = await page.evaluate(() => window.recorded.length);
+  await page.mouse.move(x, y);
+  await page.mouse.down();
+  for (let i = 1; i <= 40; ++i) {
+    await page.mouse.move(x + 2 * i, y - 3 * i);
+    await page.waitForTimeout(15);
+  }
+  await page.mouse.up();
+  const end = await page.evaluate(() => window.recorded.length);
+  await page.waitForFunction((n) => window.recorded.length > n + 24000, end);
+  assert.notEqual(await responseAt(page, 0.2), before);
+  const out = await page.evaluate(() => window.recorded);
+  const peak = (from, to) => Math.max(...out.slice(from, to).map(Math.abs));
+  const [quiet, loud] = [peak(start - 8000, start), peak(out.length - 8000, out.length)];
+  assert.ok(loud > 1.5 * quiet, `${quiet} became ${loud}`);
+  // The tone's own slope at the end, and the ramps between filters over 960 frames.
+  const slope = (loud * 2 * Math.PI * 100) / 48000;
+  let most = 0;
+  const first = out.findIndex((v) => v !== 0);
+  for (let i = first + 1; i < out.length; ++i) most = Math.max(most, Math.abs(out[i] - out[i - 1]));
+  assert.ok(most < 1.3 * slope + loud / 480, `a step of ${most}, the tone's slope is ${slope}`);
+  await context.close();
+});
+
+test('broken files get a sentence, and the filter stays', async () => {
+  const { page, errors, close } = await open_({});
+  const message = page.locator('#message');
+  const broken = [
+    ['#coefficients', upload('taps.txt', '1 2 three'), "taps.txt:1: 'three' is no number"],
+    ['#coefficients', upload('empty.csv', ''), 'empty.csv: holds no numbers'],
+    ['#coefficients', upload('photo.txt', '\xff\xd8\xff\xe0 JFIF'), 'photo.txt'],
+    ['#recording', upload('noise.wav', 'RIFF....WAVEfmt nothing'), 'noise.wav: this browser cannot read it'],
+    ['#response', upload('room.wav', 'RIFF'), 'room.wav: this browser cannot read it'],
+    ['#response', upload('mute.wav', wav([new Float32Array(1000)], 48000, true)), 'mute.wav: the response is silent'],
+    ['#response', upload('long.wav', wav([tone(50, 0.1, 11)], 48000, true)), 'up to 10 s'],
+  ];
+  for (const [field, file, sentence] of broken) {
+    await page.setInputFiles(field, file);
+    await page.waitForFunction((text) => document.getElementById('message').textContent.includes(text), sentence);
+    assert.doesNotMatch(await message.textContent(), /\bat \w+ \(|undefined|\[object/);
+  }
+  // Dropped on the page like from a desktop; and a good file after all the others.
+  await page.evaluate(() => {
+    const data = new DataTransfer();
+    data.items.add(new File(['0.25 0.5 0.25\n'], 'smooth.txt'));
+    window.dispatchEvent(new DragEvent('drop', { dataTransfer: data, cancelable: true }));
+  });
+  await page.waitForFunction(() => document.getElementById('file-summary').textContent === 'smooth.txt: FIR of 3 taps.');
+  assert.deepEqual(errors, []);
+  await close();
+});
+
+test('the microphone: denied with a sentence, allowed it is heard', async () => {
+  const denied = await open_({});
+  await denied.page.selectOption('#sound', 'microphone');
+  await denied.page.waitForFunction(() => /microphone was not allowed/.test(document.getElementById('message').textContent));
+  assert.equal(await denied.page.inputValue('#sound'), 'music');
+  await denied.close();
+  const allowed = await open_({ permissions: ['microphone'] });
+  await allowed.page.selectOption('#sound', 'microphone');
+  await allowed.page.waitForFunction(() => document.getElementById('time').value === 'microphone');
+  // The fake device beeps.
+  await allowed.page.waitForFunction(() => !document.querySelector('#meter-out output').value.startsWith('−∞'));
+  assert.deepEqual([...denied.errors, ...allowed.errors], []);
+  await allowed.close();
+});
+
+test('keys: bands, tabs, play, original and filtered; a link brings all back', async () => {
+  const { page, errors, close } = await open_({});
+  const band = page.locator('.handle').nth(1);
+  await band.focus();
+  for (const key of ['ArrowUp', 'ArrowUp', 'ArrowRight', 'PageUp', 'Shift+ArrowDown']) await page.keyboard.press(key);
+  const [, frequency, gain, q] = await page.locator('#bands tr').nth(1).locator('input').evaluateAll(
+    (fields) => fields.map((field) => field.value));
+  assert.deepEqual([Number(frequency), Number(gain), Number(q)], [445, -4.1, 1.38]);
+  assert.match(await band.getAttribute('aria-valuetext'), /Peak, 445 hertz, -4.1 decibels/);
+  await page.keyboard.press('f');
+  assert.equal(await page.getAttribute('#hear-original', 'aria-checked'), 'true');
+  await page.locator('footer').click();
+  await page.keyboard.press('Space');
+  await page.waitForFunction(() => document.getElementById('play').textContent.includes('Pause'));
+  await page.waitForFunction(() => !document.querySelector('#meter-out output').value.startsWith('−∞'));
+  await band.focus();
+  await page.keyboard.press('Delete');
+  assert.equal(await page.locator('#bands tr').count(), 3);
+  await page.locator('[data-kind=eq]').focus();
+  for (let i = 0; i < 3; ++i) await page.keyboard.press('ArrowRight');
+  assert.equal(await page.getAttribute('[data-kind=head]', 'aria-selected'), 'true');
+  await page.locator('#source').focus();
+  for (let i = 0; i < 6; ++i) await page.keyboard.press('ArrowLeft');
+  assert.match(await page.getAttribute('#source', 'aria-valuetext'), /30 degrees right, 1.0 metres/);
+  await page.waitForTimeout(100);
+  const again = await open_({}, new URL(page.url()).hash);
+  assert.equal(await again.page.inputValue('#azimuth'), '30');
+  assert.equal(await again.page.locator('#bands tr').count(), 3);
+  const damaged = await open_({}, '#bm90IGEgc2V0dGluZw');
+  assert.equal(await damaged.page.locator('#bands tr').count(), 4);
+  assert.deepEqual([...errors, ...again.errors, ...damaged.errors], []);
+  await Promise.all([close(), again.close(), damaged.close()]);
+});
+
+test('what is taken home: coefficients, C code that compiles, the recording with the native bits', async () => {
+  const folder = mkdtempSync(join(tmpdir(), 'jurn-page-'));
+  const { page, errors, close } = await open_({ acceptDownloads: true });
+  const input = [tone(300, 0.9, 0.2), tone(500, 0.4, 0.2)];
+  await page.setInputFiles('#recording', recording(input));
+  await page.selectOption('#precision', 'int16');
+  await page.waitForFunction(() => /steps of 16 bits/.test(document.getElementById('notices').textContent));
+  const coefficients = await saved(page, '#save-coefficients');
+  assert.equal(coefficients.name, 'equaliser.txt');
+  const rows = coefficients.bytes.toString().trim().split('\n').map((line) => line.trim().split(/\s+/).map(Number));
+  assert.ok(rows.length >= 4 && rows.every((row) => row.length === 6 && row[3] === 1));
+  const code = await saved(page, '#save-c');
+  execFileSync('cc', ['-std=c99', '-Wall', '-Werror', '-fsyntax-only', '-x', 'c', '-',
+                      ...['common', 'Delay/Delay_LIB', 'filter/Filter_LIB'].map((f) => `-I${root}modules/libJURN/${f}`)],
+               { input: code.bytes });
+  const { bytes } = await saved(page, '#save-wav');
+  const samples = new Int16Array(new Uint8Array(bytes.subarray(44)).buffer);
+  const filter = {
+    kind: 'sections', precision: 'int16',
+    b: rows.flatMap((row) => row.slice(0, 3)), a: rows.flatMap((row) => row.slice(3)),
+  };
+  const whole = Math.ceil(input[0].length / 128) * 128;
+  const expected = native(filter, input.map((x) => {
+    const padded = new Float32Array(whole);
+    padded.set(Float32Array.from(x, (v) => Math.round(v * 32768) / 32768));
+    return padded;
+  }));
+  assert.equal(samples.length, 2 * input[0].length);
+  samples.forEach((sample, i) => assert.equal(sample, expected[i % 2][i >> 1] * 32768));
+  assert.deepEqual(errors, []);
+  await close();
+  rmSync(folder, { recursive: true });
+});
+
+test('the panel of the same bits: every line, with vectors and without', async () => {
+  const { page, close } = await open_({});
+  await page.click('#run-checksum');
+  await page.waitForFunction(() => /kinds give the bits/.test(document.getElementById('bits-summary').textContent), null, { timeout: 60000 });
+  const lines = readFileSync(join(root, 'tests/reliability/checksum.txt'), 'utf8').trim().split('\n').length;
+  assert.equal(await page.locator('#bits .same').count(), 2 * lines);
+  await close();
+});
+
+test('every kind and view on a phone and a desktop: nothing beside the page, every control named', async () => {
+  for (const [width, colorScheme] of [[360, 'light'], [768, 'dark'], [1400, 'light']]) {
+    const { page, errors, close } = await open_({ viewport: { width, height: 800 }, colorScheme });
+    for (const kind of ['eq', 'file', 'room', 'head', 'mean']) {
+      await page.click(`[data-kind=${kind}]`);
+      for (const view of ['magnitude', 'phase', 'delay', 'roots']) await page.click(`[data-view=${view}]`);
+      const wide = await page.evaluate(() => document.scrollingElement.scrollWidth - innerWidth);
+      assert.ok(wide <= 0, `${kind} at ${width}: ${wide} pixels too wide`);
+    }
+    const unnamed = await page.evaluate(() =>
+      [...document.querySelectorAll('button, input, select')].filter((control) =>
+        !control.ariaLabel && !control.textContent.trim() && !control.labels?.length).map((control) => control.outerHTML));
+    assert.deepEqual(unnamed, []);
+    assert.deepEqual(errors, []);
+    await close();
+  }
+});
+
+test('opened as a file, the page says what to do', async () => {
+  const page = await browser.newPage();
+  await page.goto(pathToFileURL(join(root, 'build/web/index.html')).href);
+  assert.ok(await page.locator('.file-note').isVisible());
+  await page.close();
+});

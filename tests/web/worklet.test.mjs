@@ -1,0 +1,89 @@
+// The audio node in Chromium: rendered offline, it gives the bits of the native library.
+import assert from 'node:assert/strict';
+import { after, before, test } from 'node:test';
+import { examples, native, signal } from '../../bindings/web/tests/native.mjs';
+import { launch, serve } from './browser.mjs';
+
+const FRAMES = 128 * 200;
+const SHORT = 128 * 80;
+let server, browser, page;
+
+before(async () => {
+  server = await serve({ '/empty.html': '<!doctype html><title>empty</title>' });
+  browser = await launch();
+  page = await browser.newPage();
+  await page.goto(`${server.url}/empty.html`);
+});
+
+after(async () => {
+  await browser?.close();
+  server?.close();
+});
+
+/** Renders channels through a node; the changes happen at their frame, a multiple of 128. */
+function render(filter, input, changes = [], simd = true) {
+  const plain = (f) => f && JSON.parse(JSON.stringify(f, (_, v) => (ArrayBuffer.isView(v) ? Array.from(v) : v)));
+  return page.evaluate(async ({ filter, input, changes, simd }) => {
+    const { createFilterNode } = await import('/jurn/web-audio.js');
+    const { compileLibrary } = await import('/jurn/index.js');
+    const channels = input.map((x) => Float32Array.from(x));
+    const context = new OfflineAudioContext(channels.length, channels[0].length, 48000);
+    const node = await createFilterNode(context, {
+      inputs: channels.length, filter, library: await compileLibrary({ simd }),
+    });
+    const buffer = context.createBuffer(channels.length, channels[0].length, 48000);
+    channels.forEach((x, c) => buffer.copyToChannel(x, c));
+    const source = context.createBufferSource();
+    source.buffer = buffer;
+    source.connect(node).connect(context.destination);
+    source.start();
+    for (const { frame, filter: next, seconds } of changes)
+      void context.suspend(frame / 48000).then(async () => {
+        await node.change(next, seconds);
+        await context.resume();
+      });
+    const rendered = await context.startRendering();
+    return channels.map((_, c) => Array.from(rendered.getChannelData(c)));
+  }, { filter: plain(filter), input: input.map((x) => Array.from(x)), changes, simd });
+}
+
+for (const [name, filter] of Object.entries(examples)) {
+  test(`${name}: through the worklet, the bits of the native library`, async () => {
+    const input = signal(2, SHORT);
+    const expected = native(filter, input);
+    for (const simd of [true, false]) {
+      const out = await render(filter, input, [], simd);
+      out.forEach((channel, c) => assert.deepEqual(Float32Array.from(channel), expected[c]));
+    }
+    assert.ok(expected[0].some((x) => Math.abs(x) > 0.01));
+  });
+}
+
+test('changes while it runs fade without a step, whatever the kinds', async () => {
+  // A slow tone: any step would stand out against its slope.
+  const tone = Float32Array.from({ length: FRAMES }, (_, i) => 0.5 * Math.sin(0.01 * i));
+  const kinds = [
+    { kind: 'sections', b: [-1, 0, 0], a: [1, 0, 0] },
+    { kind: 'fir', b: [0.2, 0.1], precision: 'int16' },
+    { kind: 'iir', b: [0.1], a: [1, -0.9], precision: 'int16' },
+    { kind: 'average', length: 40 },
+    null,
+  ];
+  const changes = kinds.map((filter, i) => ({ frame: 128 * (20 + 30 * i), filter, seconds: 0.02 }));
+  const [out] = await render({ kind: 'fir', b: [1] }, [tone], changes);
+  let most = 0;
+  for (let i = 1; i < out.length; ++i) most = Math.max(most, Math.abs(out[i] - out[i - 1]));
+  // The tone's slope is 0.005; the ramp over 960 frames spans at most 1.
+  assert.ok(most < 0.005 + 1 / 960 + 2 / 32768, `a step of ${most}`);
+  assert.ok(Math.abs(out[128 * 49] + tone[128 * 49]) < 1e-6, 'the first change arrived');
+  assert.ok(Math.abs(out[FRAMES - 1] - tone[FRAMES - 1]) < 1e-6, 'the last change arrived');
+});
+
+test('a filter that cannot run is refused, and the sound goes on', async () => {
+  const message = await page.evaluate(async () => {
+    const { createFilterNode } = await import('/jurn/web-audio.js');
+    const node = await createFilterNode(new OfflineAudioContext(2, 128, 48000));
+    return node.change({ kind: 'iir', b: [1], a: [3, 1] }).catch((error) => `${error.name}: ${error.message}`);
+  });
+  assert.equal(message, 'RangeError: a starts with 3, not with 1');
+});

@@ -1,0 +1,250 @@
+// The plot of a response: magnitude, phase and delay over frequency, or poles and zeros.
+import { colour, frequencyLabel, levelBetween, surface } from './canvas.js';
+import { LOWEST, type Response } from './response.js';
+
+export type View = 'magnitude' | 'phase' | 'delay' | 'roots';
+
+export interface Curve {
+  response: Response;
+  colour: string;
+  name?: string;
+}
+
+export interface Roots {
+  zeros: number[];
+  poles: number[];
+}
+
+const MARGIN = { left: 44, right: 12, top: 10, bottom: 24 };
+const UNITS = { magnitude: 'dB', phase: '°', delay: 'ms', roots: '' };
+const FREQUENCIES = [20, 50, 100, 200, 500, 1000, 2000, 5000, 10000, 20000];
+const FONT = '11px system-ui, "DejaVu Sans", sans-serif';
+
+export class Chart {
+  view: View = 'magnitude';
+  curves: Curve[] = [];
+  roots: Roots | null = null;
+  /** Magnitudes in dB of what sounds, evenly spaced up to half the rate; drawn behind. */
+  spectrum: Float32Array | null = null;
+  rate = 48000;
+  private range: [number, number] = [-24, 24];
+
+  constructor(private readonly canvas: HTMLCanvasElement) {}
+
+  get top(): number {
+    return Math.min(20000, this.rate / 2 - 1);
+  }
+
+  x(frequency: number): number {
+    const width = this.canvas.clientWidth - MARGIN.left - MARGIN.right;
+    return MARGIN.left + (width * Math.log(frequency / LOWEST)) / Math.log(this.top / LOWEST);
+  }
+
+  frequencyAt(x: number): number {
+    const width = this.canvas.clientWidth - MARGIN.left - MARGIN.right;
+    return LOWEST * Math.pow(this.top / LOWEST, (x - MARGIN.left) / width);
+  }
+
+  y(value: number): number {
+    const height = this.canvas.clientHeight - MARGIN.top - MARGIN.bottom;
+    const [low, high] = this.range;
+    return MARGIN.top + (height * (high - value)) / (high - low);
+  }
+
+  valueAt(y: number): number {
+    const height = this.canvas.clientHeight - MARGIN.top - MARGIN.bottom;
+    const [low, high] = this.range;
+    return high - ((y - MARGIN.top) / height) * (high - low);
+  }
+
+  /** What the curves say at a frequency. */
+  readout(frequency: number): string {
+    if (this.view === 'roots' || this.curves.length === 0) return '';
+    const f = this.curves[0].response.frequency;
+    const i = Math.max(0, f.findIndex((x) => x >= frequency));
+    const parts = [`${Math.round(frequency)} Hz`];
+    for (const curve of this.curves) {
+      const value = curve.response[this.view][i];
+      if (Number.isFinite(value))
+        parts.push(`${curve.name ? curve.name + ' ' : ''}${value.toFixed(this.view === 'delay' ? 3 : 1)} ${UNITS[this.view]}`);
+    }
+    return parts.join('   ');
+  }
+
+  /** Chooses the range of the values; not while a band is dragged, or the curve would slip away. */
+  fit(): void {
+    if (this.view === 'roots') return;
+    let low = Infinity, high = -Infinity;
+    for (const { response } of this.curves) {
+      const peak = Math.max(...response.magnitude);
+      for (let i = 0; i < response.frequency.length; ++i) {
+        const value = response[this.view][i];
+        // Phase and delay far below the filter's peak are noise.
+        if (!Number.isFinite(value) || response.magnitude[i] < peak - 80) continue;
+        low = Math.min(low, value);
+        high = Math.max(high, value);
+      }
+    }
+    if (!(low <= high)) [low, high] = [-1, 1];
+    if (this.view === 'magnitude') {
+      this.range = [Math.max(-90, Math.min(-18, Math.floor(low / 6 - 0.3) * 6)), Math.max(18, Math.ceil(high / 6 + 0.3) * 6)];
+    } else {
+      const least = this.view === 'phase' ? 45 : 0.2;
+      const pad = Math.max(0.08 * (high - low), (least - (high - low)) / 2, 1e-6);
+      this.range = [low - pad, high + pad];
+    }
+  }
+
+  draw(): void {
+    const s = surface(this.canvas);
+    if (!s) return;
+    s.context.clearRect(0, 0, s.width, s.height);
+    s.context.font = FONT;
+    if (this.view === 'roots') this.drawRoots(s.context, s.width, s.height);
+    else this.drawCurves(s.context, s.width, s.height);
+  }
+
+  private drawCurves(g: CanvasRenderingContext2D, width: number, height: number): void {
+    const bottom = height - MARGIN.bottom, right = width - MARGIN.right;
+    g.lineWidth = 1;
+    g.strokeStyle = colour('grid');
+    g.fillStyle = colour('dim');
+    g.textAlign = 'center';
+    g.textBaseline = 'top';
+    for (const f of FREQUENCIES) {
+      if (f > this.top * 1.01) continue;
+      const x = Math.round(this.x(Math.min(f, this.top))) + 0.5;
+      line(g, x, MARGIN.top, x, bottom);
+      if (width > 420 || [20, 100, 1000, 10000].includes(f))
+        g.fillText(frequencyLabel(f), Math.min(x, right - 8), bottom + 6);
+    }
+    g.textAlign = 'right';
+    g.textBaseline = 'middle';
+    const [low, high] = this.range;
+    const step = niceStep((high - low) / Math.max(3, height / 55), this.view);
+    for (let v = Math.ceil(low / step) * step; v <= high + 1e-9; v += step) {
+      const y = Math.round(this.y(v)) + 0.5;
+      g.strokeStyle = colour(Math.abs(v) < step / 2 ? 'line' : 'grid');
+      line(g, MARGIN.left, y, right, y);
+      g.fillText(`${+v.toPrecision(6)}`, MARGIN.left - 6, y);
+    }
+    g.textAlign = 'left';
+    g.textBaseline = 'top';
+    g.fillText(UNITS[this.view], 6, MARGIN.top);
+    g.save();
+    g.beginPath();
+    g.rect(MARGIN.left, MARGIN.top, right - MARGIN.left, bottom - MARGIN.top);
+    g.clip();
+    if (this.spectrum && this.view === 'magnitude') this.drawSpectrum(g, bottom);
+    g.lineJoin = 'round';
+    this.curves.forEach(({ response, colour: name }, index) => {
+      const peak = Math.max(...response.magnitude);
+      g.beginPath();
+      let drawing = false;
+      for (let i = 0; i < response.frequency.length; ++i) {
+        const value = response[this.view as 'magnitude'][i];
+        if (!Number.isFinite(value) || (this.view !== 'magnitude' && response.magnitude[i] < peak - 80)) {
+          drawing = false;
+          continue;
+        }
+        const x = this.x(response.frequency[i]), y = this.y(value);
+        if (drawing) g.lineTo(x, y);
+        else g.moveTo(x, y);
+        drawing = true;
+      }
+      g.strokeStyle = colour(name);
+      g.lineWidth = index === 0 ? 2.4 : 1.6;
+      g.stroke();
+    });
+    g.restore();
+    if (this.curves.length === 0) this.note(g, 'No filter yet: the sound passes as it is.');
+    else if (!this.curves.some(({ response }) => response[this.view as 'phase'].some(Number.isFinite)))
+      this.note(g, 'Of a long impulse response the magnitude is shown.');
+    // Names of several curves.
+    if (this.curves.length > 1) {
+      g.textAlign = 'right';
+      this.curves.forEach((curve, i) => {
+        g.fillStyle = colour(curve.colour);
+        g.fillText(curve.name ?? '', right - 6, MARGIN.top + 4 + 15 * i);
+      });
+    }
+  }
+
+  private note(g: CanvasRenderingContext2D, text: string): void {
+    g.fillStyle = colour('dim');
+    g.textAlign = 'center';
+    g.textBaseline = 'middle';
+    g.fillText(text, this.canvas.clientWidth / 2, this.canvas.clientHeight / 2);
+  }
+
+  private drawSpectrum(g: CanvasRenderingContext2D, bottom: number): void {
+    const spectrum = this.spectrum!;
+    const bins = spectrum.length;
+    const height = bottom - MARGIN.top;
+    g.beginPath();
+    g.moveTo(MARGIN.left, bottom);
+    const right = this.canvas.clientWidth - MARGIN.right;
+    for (let x = MARGIN.left; x <= right; x += 2) {
+      const from = (this.frequencyAt(x) / (this.rate / 2)) * bins;
+      const to = (this.frequencyAt(x + 2) / (this.rate / 2)) * bins;
+      const level = levelBetween(spectrum, from, to);
+      g.lineTo(x, MARGIN.top + height * Math.min(1, Math.max(0, -(level + 10) / 90)));
+    }
+    g.lineTo(right, bottom);
+    g.fillStyle = colour('spectrum');
+    g.globalAlpha = 0.42;
+    g.fill();
+    g.globalAlpha = 1;
+  }
+
+  private drawRoots(g: CanvasRenderingContext2D, width: number, height: number): void {
+    if (!this.roots) return this.note(g, 'Poles and zeros are shown of equalisers and of files with up to 400 coefficients.');
+    const { zeros, poles } = this.roots;
+    let extent = 1.15;
+    for (let i = 0; i < zeros.length; i += 2) {
+      const r = Math.hypot(zeros[i], zeros[i + 1]);
+      if (r < 3) extent = Math.max(extent, r * 1.1);
+    }
+    const scale = (Math.min(width, height) / 2 - 14) / extent;
+    const cx = width / 2, cy = height / 2;
+    g.strokeStyle = colour('grid');
+    line(g, cx - extent * scale, cy, cx + extent * scale, cy);
+    line(g, cx, cy - extent * scale, cx, cy + extent * scale);
+    g.strokeStyle = colour('dim');
+    g.beginPath();
+    g.arc(cx, cy, scale, 0, 2 * Math.PI);
+    g.stroke();
+    g.fillStyle = colour('dim');
+    g.textBaseline = 'top';
+    g.textAlign = 'left';
+    const count = (name: string, n: number) => `${n} ${name}${n === 1 ? '' : 's'}`;
+    g.fillText(`○ ${count('zero', zeros.length / 2)}   × ${count('pole', poles.length / 2)}`, 8, 8);
+    g.lineWidth = 1.8;
+    g.strokeStyle = colour('second');
+    for (let i = 0; i < zeros.length; i += 2) {
+      g.beginPath();
+      g.arc(cx + zeros[i] * scale, cy - zeros[i + 1] * scale, 4.5, 0, 2 * Math.PI);
+      g.stroke();
+    }
+    for (let i = 0; i < poles.length; i += 2) {
+      const x = cx + poles[i] * scale, y = cy - poles[i + 1] * scale;
+      g.strokeStyle = colour(Math.hypot(poles[i], poles[i + 1]) >= 1 ? 'bad' : 'curve');
+      line(g, x - 4.5, y - 4.5, x + 4.5, y + 4.5);
+      line(g, x - 4.5, y + 4.5, x + 4.5, y - 4.5);
+    }
+  }
+}
+
+function line(g: CanvasRenderingContext2D, x0: number, y0: number, x1: number, y1: number): void {
+  g.beginPath();
+  g.moveTo(x0, y0);
+  g.lineTo(x1, y1);
+  g.stroke();
+}
+
+function niceStep(least: number, view: View): number {
+  if (view === 'magnitude') return [3, 6, 12, 18, 24, 36].find((step) => step >= least) ?? 48;
+  if (view === 'phase') return [15, 30, 45, 90, 180, 360, 720].find((step) => step >= least) ?? Math.ceil(least / 3600) * 3600;
+  const power = Math.pow(10, Math.floor(Math.log10(least)));
+  return power * ([1, 2, 5, 10].find((m) => m * power >= least) ?? 10);
+}

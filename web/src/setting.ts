@@ -1,0 +1,122 @@
+// Everything that a link holds.
+
+export const BAND_TYPES = {
+  PK: 'Peak', LSC: 'Low shelf', HSC: 'High shelf', HPQ: 'High-pass', LPQ: 'Low-pass', NO: 'Notch',
+} as const;
+export type BandType = keyof typeof BAND_TYPES;
+
+export interface Band {
+  on: boolean;
+  type: BandType;
+  frequency: number;
+  gain: number;
+  q: number;
+}
+
+export const hasGain = (type: BandType) => type === 'PK' || type === 'LSC' || type === 'HSC';
+
+export type Kind = 'eq' | 'file' | 'room' | 'head' | 'mean';
+
+export interface Setting {
+  rate: number;
+  sound: string;
+  kind: Kind;
+  precision: 'double' | 'int16';
+  preamp: number;
+  bands: Band[];
+  /** A design that was read from a file, as it was before it was prepared. */
+  file: { name: string; kind: 'fir' | 'iir' | 'sections'; b: number[]; a: number[] } | null;
+  room: string;
+  wet: number;
+  azimuth: number;
+  distance: number;
+  mean: number;
+}
+
+export const initial = (): Setting => ({
+  rate: 48000,
+  sound: 'music',
+  kind: 'eq',
+  precision: 'double',
+  preamp: 0,
+  bands: [
+    { on: true, type: 'LSC', frequency: 90, gain: 4, q: 0.7 },
+    { on: true, type: 'PK', frequency: 420, gain: -5, q: 1.2 },
+    { on: true, type: 'PK', frequency: 2600, gain: 3.5, q: 1.4 },
+    { on: true, type: 'HSC', frequency: 9000, gain: -3, q: 0.7 },
+  ],
+  file: null,
+  room: 'hall',
+  wet: 40,
+  azimuth: 60,
+  distance: 1,
+  mean: 24,
+});
+
+export const LIMITS = {
+  frequency: [20, 20000], gain: [-24, 24], q: [0.1, 20], preamp: [-40, 20], wet: [0, 100],
+  azimuth: [-180, 180], distance: [0.3, 5], mean: [1, 2156],
+} as const;
+
+export function clamp(value: number, [low, high]: readonly [number, number]): number {
+  return Math.min(high, Math.max(low, value));
+}
+
+/** The highest frequency that a band may have at a rate. */
+export const highest = (rate: number) => Math.min(LIMITS.frequency[1], 0.49 * rate);
+
+export function toHash(setting: Setting): string {
+  const bytes = new TextEncoder().encode(JSON.stringify(setting));
+  let text = '';
+  for (const byte of bytes) text += String.fromCharCode(byte);
+  return btoa(text).replaceAll('+', '-').replaceAll('/', '_').replaceAll('=', '');
+}
+
+/** The setting of a link; what is missing or wrong in it keeps its initial value. */
+export function fromHash(hash: string): Setting {
+  const setting = initial();
+  let given: Record<string, unknown>;
+  try {
+    const text = atob(hash.replace(/^#/, '').replaceAll('-', '+').replaceAll('_', '/'));
+    given = JSON.parse(new TextDecoder().decode(Uint8Array.from(text, (c) => c.charCodeAt(0))));
+  } catch {
+    return setting;
+  }
+  if (typeof given !== 'object' || given === null) return setting;
+  const number = (key: keyof typeof LIMITS & keyof Setting) => {
+    if (Number.isFinite(given[key])) (setting[key] as number) = clamp(given[key] as number, LIMITS[key]);
+  };
+  for (const key of ['preamp', 'wet', 'azimuth', 'distance', 'mean'] as const) number(key);
+  setting.mean = Math.round(setting.mean);
+  if ([44100, 48000, 96000].includes(given.rate as number)) setting.rate = given.rate as number;
+  if (['eq', 'file', 'room', 'head', 'mean'].includes(given.kind as string)) setting.kind = given.kind as Kind;
+  if (given.precision === 'int16') setting.precision = 'int16';
+  if (typeof given.sound === 'string') setting.sound = given.sound;
+  if (typeof given.room === 'string') setting.room = given.room;
+  if (Array.isArray(given.bands)) {
+    setting.bands = given.bands.slice(0, 32).filter((band) => band && band.type in BAND_TYPES).map((band) => ({
+      on: band.on !== false,
+      type: band.type,
+      frequency: clamp(Number(band.frequency) || 1000, [LIMITS.frequency[0], highest(setting.rate)]),
+      gain: clamp(Number(band.gain) || 0, LIMITS.gain),
+      q: clamp(Number(band.q) || 1, LIMITS.q),
+    }));
+  }
+  const file = given.file as Setting['file'];
+  const finite = (values: unknown) =>
+    Array.isArray(values) && values.every((value) => Number.isFinite(value));
+  if (file && ['fir', 'iir', 'sections'].includes(file.kind) && finite(file.b) && file.b.length > 0 &&
+      finite(file.a))
+    setting.file = { name: String(file.name), kind: file.kind, b: file.b, a: file.a };
+  return setting;
+}
+
+/** Lines that the tool and the designer of this page read as the same equaliser. */
+export function equaliserText(setting: Setting): string {
+  const lines = [`Preamp: ${setting.preamp} dB`];
+  setting.bands.forEach((band, i) => {
+    const gain = hasGain(band.type) ? ` Gain ${band.gain} dB` : '';
+    lines.push(`Filter ${i + 1}: ${band.on ? 'ON' : 'OFF'} ${band.type} Fc ${band.frequency} Hz${gain} Q ${band.q}`);
+  });
+  return lines.join('\n') + '\n';
+}
