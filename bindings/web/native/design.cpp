@@ -22,6 +22,7 @@
  * language and drops this instance. */
 extern "C" [[noreturn]] void jurn_refuse(const char* message);
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the names that compilers call
 extern "C" void* __cxa_allocate_exception(std::size_t bytes) noexcept {
   return std::malloc(bytes);
 }
@@ -33,6 +34,7 @@ extern "C" void __cxa_free_exception(void* memory) noexcept {
 extern "C" [[noreturn]] void __cxa_throw(void* thrown, void*, void (*)(void*)) {
   jurn_refuse(static_cast<std::exception*>(thrown)->what());
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
