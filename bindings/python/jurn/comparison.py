@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import importlib
 from dataclasses import dataclass
 from typing import Any, Callable
 
@@ -132,9 +133,7 @@ def _spectrum(
 
 
 def _signal() -> Any:
-    from scipy import signal  # type: ignore[import]
-
-    return signal
+    return importlib.import_module("scipy.signal")
 
 
 def _ideal_fir(taps: Any, x: Any, *, axis: int, tail: bool) -> Any:
