@@ -27,14 +27,14 @@ MAKERS = {
     "float iir": lambda: jurn.FloatFilter.iir([0.5, 0.2], [1, -0.7, 0.1]),
     "long time": lambda: jurn.LongFilter.fir(TAPS, channels=2, kind=jurn.Kind.FIR),
     "long time, two filters": lambda: jurn.LongFilter.fir(
-        TAPS, TAPS[::-1], channels=2, kind=jurn.Kind.TIME_TWO_FILTERS
+        TAPS, TAPS[::-1], channels=2, kind=jurn.Kind.LONG_TWO_FILTERS
     ),
     "long fft": lambda: jurn.LongFilter.fir(TAPS, channels=2),
     "long fft, mono to stereo": lambda: jurn.LongFilter.fir(
-        TAPS, TAPS[:9], kind=jurn.Kind.FFT_MONO_TO_STEREO
+        TAPS, TAPS[:9], kind=jurn.Kind.LONG_FFT_MONO_TO_STEREO
     ),
     "long fft, crossed": lambda: jurn.LongFilter.fir(
-        TAPS, TAPS[:9], channels=2, kind=jurn.Kind.FFT_CROSSED
+        TAPS, TAPS[:9], channels=2, kind=jurn.Kind.LONG_FFT_CROSSED
     ),
     "long iir": lambda: jurn.LongFilter.iir([0.5, 0.2], [1, -0.7, 0.1]),
     "convolution": lambda: jurn.Convolution(

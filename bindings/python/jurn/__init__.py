@@ -28,20 +28,20 @@ class Kind(IntEnum):
 
     Examples
     --------
-    >>> Kind.FFT.value
+    >>> Kind.LONG_FFT.value
     -2
     """
 
     FIR = -1
     IIR = 0
-    SOS = 1
-    AVERAGE = 2
-    FFT = -2
-    TIME_TWO_FILTERS = -3
-    FFT_LEFT_ONLY = -4
-    FFT_MONO_TO_STEREO = -5
-    TIME_MONO_TO_STEREO = -6
-    FFT_CROSSED = -7
+    CASCADE = 1
+    MOVING_AVERAGE = 2
+    LONG_FFT = -2
+    LONG_TWO_FILTERS = -3
+    LONG_FFT_LEFT_ONLY = -4
+    LONG_FFT_MONO_TO_STEREO = -5
+    LONG_MONO_TO_STEREO = -6
+    LONG_FFT_CROSSED = -7
 
 
 __all__ = [

@@ -17,8 +17,8 @@ template <class Record, class Function>
 void plain_histories(Record& r, Function f) {
   for (int c = 0; c < r.chanel; ++c) {
     auto& mem = c ? r.memR : r.memL;
-    if (r.filtertype == kFir || r.filtertype == kIir) f(mem.meminput, r.blen - 1);
-    if (r.filtertype == kIir) f(mem.memoutput, r.alen - 1);
+    if (r.filtertype == JURN_FIR || r.filtertype == JURN_IIR) f(mem.meminput, r.blen - 1);
+    if (r.filtertype == JURN_IIR) f(mem.memoutput, r.alen - 1);
   }
 }
 
@@ -30,13 +30,13 @@ void histories(Filter_ID& r, Function f) {
 template <class Function>
 void histories(Filterf_ID& r, Function f) {
   f(r.memL.meminput, r.blen - 1);
-  if (r.filtertype == kIir) f(r.memL.memoutput, r.alen - 1);
+  if (r.filtertype == JURN_IIR) f(r.memL.memoutput, r.alen - 1);
 }
 
 template <class Function>
 void histories(Filterlongfir_ID& r, Function f) {
   plain_histories(r, f);
-  if (r.filtertype != kTimeTwoFilters && r.filtertype != kTimeMonoToStereo) return;
+  if (r.filtertype != JURN_LONG_TWO_FILTERS && r.filtertype != JURN_LONG_MONO_TO_STEREO) return;
   f(r.memL.meminput, r.blen - 1);
   f(r.memR.meminput, r.bRlen - 1);
   if (r.cmemcall != 1) return;
@@ -52,17 +52,6 @@ void move_all(Record& r, int previous, int next) {
   });
 }
 
-/** Limits of the kinds that both int16 records have. */
-template <class Record>
-int plain_longest_block(const Record& r) {
-  int frames = 32767;
-  if (r.filtertype == kFir || r.filtertype == kIir)
-    frames = std::min(frames, size_of(r.memL.meminput) - r.blen + 1);
-  if (r.filtertype == kIir) frames = std::min(frames, size_of(r.memL.memoutput) - r.alen + 1);
-  if (r.filtertype == kSections || r.chanel == 2) frames = std::min(frames, JURN_BLOCK);
-  return frames;
-}
-
 template <class Record>
 int most_taps(const Record& r) {
   return std::min(size_of(r.b), 32767);
@@ -71,14 +60,14 @@ int most_taps(const Record& r) {
 template <class Record>
 bool plain_is_valid(const Record& r) {
   switch (r.filtertype) {
-    case kFir:
+    case JURN_FIR:
       return r.blen >= 1 && r.blen <= most_taps(r);
-    case kIir:
+    case JURN_IIR:
       return r.blen >= 1 && r.blen <= JURN_COEFFICIENTS && r.alen >= 1 &&
              r.alen <= JURN_COEFFICIENTS;
-    case kSections:
+    case JURN_CASCADE:
       return (r.n == 2 || r.n == 4) && r.ns >= 1 && r.ns <= JURN_COEFFICIENTS / (r.n + 1);
-    case kAverage:
+    case JURN_MOVING_AVERAGE:
       return r.chanel == 1 && r.blen >= 1 && r.blen <= std::min(size_of(r.memL.meminput), 32767) &&
              r.memL.memi >= 0 && r.memL.memi < r.blen;
     default:
@@ -104,9 +93,9 @@ void plain_inherit(Record& to, Record& from, int previous) {
   for (int c = 0; c < to.chanel; ++c) {
     auto& mem = c ? to.memR : to.memL;
     const auto& old = c ? from.memR : from.memL;
-    if (to.filtertype != kSections) {
+    if (to.filtertype != JURN_CASCADE) {
       inherit_history(mem.meminput, to.blen - 1, old.meminput, from.blen - 1, previous);
-      if (to.filtertype == kIir)
+      if (to.filtertype == JURN_IIR)
         inherit_history(mem.memoutput, to.alen - 1, old.memoutput, from.alen - 1, previous);
     } else if (to.ns == from.ns && to.n == from.n) {
       std::copy(std::begin(old.mempx), std::end(old.mempx), mem.mempx);
@@ -139,13 +128,13 @@ py::dict plain_state(py::handle owner, Record& r, int previous) {
                                  static_cast<py::ssize_t>(sizeof(float))});
   };
   switch (r.filtertype) {
-    case kIir:
+    case JURN_IIR:
       straight("outputs", left->memoutput, r.alen - 1);
       [[fallthrough]];
-    case kFir:
+    case JURN_FIR:
       straight("inputs", left->meminput, r.blen - 1);
       break;
-    case kSections:
+    case JURN_CASCADE:
       cascade("inputs", left->mempx);
       cascade("outputs", left->mempy);
       break;
@@ -162,10 +151,10 @@ py::dict plain_state(py::handle owner, Record& r, int previous) {
 /** Writes the coefficients of the kinds -1, 0 and 1. */
 template <class Record>
 void plain_coefficients(Record& r, py::handle b, py::handle a, int most_b, int most_a) {
-  if (a.is_none() != (r.filtertype != kIir))
+  if (a.is_none() != (r.filtertype != JURN_IIR))
     fail_parameter(a.is_none() ? "a direct-form IIR takes b and a" : "this kind takes no a");
   if constexpr (sizeof r.b[0] == sizeof(float)) {
-    if (r.filtertype == kSections) {
+    if (r.filtertype == JURN_CASCADE) {
       const Sections s = sections(b, JURN_COEFFICIENTS);
       store(s.b, r.b, "sos");
       store(s.a, r.a, "sos");
@@ -177,25 +166,25 @@ void plain_coefficients(Record& r, py::handle b, py::handle a, int most_b, int m
     }
   }
   const std::vector<double> numerator =
-      numbers(b, r.filtertype == kIir ? "b" : "taps", 1, static_cast<std::size_t>(most_b));
+      numbers(b, r.filtertype == JURN_IIR ? "b" : "taps", 1, static_cast<std::size_t>(most_b));
   std::vector<double> denominator;
-  if (r.filtertype == kIir) {
+  if (r.filtertype == JURN_IIR) {
     denominator = numbers(a, "a", 1, static_cast<std::size_t>(most_a));
     check_leading(denominator[0], "a");
   }
-  store(numerator, r.b, r.filtertype == kIir ? "b" : "taps");
+  store(numerator, r.b, r.filtertype == JURN_IIR ? "b" : "taps");
   store(denominator, r.a, "a");
   r.blen = static_cast<int>(numerator.size());
   r.alen = static_cast<int>(denominator.size());
 }
 
 bool has_two_filters(const Filterlongfir_ID& r) {
-  return r.filtertype <= kTimeTwoFilters || (r.filtertype == kFft && r.chanel == 2);
+  return r.filtertype <= JURN_LONG_TWO_FILTERS || (r.filtertype == JURN_LONG_FFT && r.chanel == 2);
 }
 
 bool is_fft(const Filterlongfir_ID& r) {
-  return r.filtertype < kFir && r.filtertype != kTimeTwoFilters &&
-         r.filtertype != kTimeMonoToStereo;
+  return r.filtertype < JURN_FIR && r.filtertype != JURN_LONG_TWO_FILTERS &&
+         r.filtertype != JURN_LONG_MONO_TO_STEREO;
 }
 
 /** Writes the taps of the kinds that only the long filter has; both sets become equally long. */
@@ -237,22 +226,22 @@ int channels_out(const Filterf_ID&) {
   return 1;
 }
 int channels_out(const Filterlongfir_ID& r) {
-  return r.filtertype == kFftMonoToStereo || r.filtertype == kTimeMonoToStereo ? 2 : r.chanel;
+  return r.filtertype == JURN_LONG_FFT_MONO_TO_STEREO || r.filtertype == JURN_LONG_MONO_TO_STEREO
+             ? 2
+             : r.chanel;
 }
 
 int longest_block(const Filter_ID& r) {
-  return plain_longest_block(r);
+  return MORVAX_FilterLongestBlock_API(&r);
 }
 int longest_block(const shuzhiFilter_ID&) {
   return 1 << 20;
 }
 int longest_block(const Filterf_ID& r) {
-  return JURN_FLOAT_HISTORY + 1 - std::max(r.blen, r.filtertype == kIir ? r.alen : 1);
+  return MORVAX_FilterfLongestBlock_API(&r);
 }
 int longest_block(const Filterlongfir_ID& r) {
-  if (r.filtertype >= kFir) return plain_longest_block(r);
-  if (!is_fft(r)) return std::min(JURN_BLOCK, JURN_LONG_HISTORY + 1 - std::max(r.blen, r.bRlen));
-  return (JURN_RING_SLOTS - 1) / channels_out(r) - r.fftN;
+  return MORVAX_FilterlongfirLongestBlock_API(&r);
 }
 
 bool is_valid(const Filter_ID& r) {
@@ -262,22 +251,24 @@ bool is_valid(const shuzhiFilter_ID& r) {
   return r.blen >= 1 && r.blen <= JURN_MOVING_SUM_MAX && r.memi >= 0 && r.memi < r.blen;
 }
 bool is_valid(const Filterf_ID& r) {
-  return (r.filtertype == kFir || r.filtertype == kIir) && r.blen >= 1 &&
+  return (r.filtertype == JURN_FIR || r.filtertype == JURN_IIR) && r.blen >= 1 &&
          r.blen <= JURN_FLOAT_COEFFICIENTS &&
-         (r.filtertype == kFir || (r.alen >= 1 && r.alen <= JURN_FLOAT_COEFFICIENTS));
+         (r.filtertype == JURN_FIR || (r.alen >= 1 && r.alen <= JURN_FLOAT_COEFFICIENTS));
 }
 bool is_valid(const Filterlongfir_ID& r) {
   if (r.chanel != 1 && r.chanel != 2) return false;
-  if (r.filtertype >= kFir) return plain_is_valid(r);
-  const bool mono_kind = r.filtertype == kFftMonoToStereo || r.filtertype == kTimeMonoToStereo;
-  if (r.filtertype < kFftCrossed || (r.filtertype != kFft && mono_kind != (r.chanel == 1)))
+  if (r.filtertype >= JURN_FIR) return plain_is_valid(r);
+  const bool mono_kind =
+      r.filtertype == JURN_LONG_FFT_MONO_TO_STEREO || r.filtertype == JURN_LONG_MONO_TO_STEREO;
+  if (r.filtertype < JURN_LONG_FFT_CROSSED ||
+      (r.filtertype != JURN_LONG_FFT && mono_kind != (r.chanel == 1)))
     return false;
   if (r.blen < 1 || r.blen != r.bRlen) return false;
   if (!is_fft(r))
     return r.blen <= 32767 && (r.cmemcall != 1 || (r.cmemblen >= 1 && r.cmemblen <= 32767));
   int N = 2;
   while (N < 2 * r.blen && N < JURN_FFT_MAX) N *= 2;
-  const int primed = N * (r.filtertype == kFftLeftOnly ? 1 : r.chanel);
+  const int primed = N * (r.filtertype == JURN_LONG_FFT_LEFT_ONLY ? 1 : r.chanel);
   const auto is_queue = [](const Buf16_ID& queue) {
     return queue.front >= 0 && queue.front < JURN_RING_SLOTS && queue.rear >= 0 &&
            queue.rear < JURN_RING_SLOTS;
@@ -302,7 +293,7 @@ void reset(Filterlongfir_ID& r) {
   clear_state(r);
   if (is_fft(r))
     MORVAX_FilterlongfirCalcu_API_forFFT(&r);
-  else if (r.filtertype < kFir)
+  else if (r.filtertype < JURN_FIR)
     MORVAX_FilterlongfirCalcu_APItime(&r);
 }
 
@@ -338,7 +329,7 @@ void inherit(Filter_ID& to, Filter_ID& from, int previous) {
 }
 void inherit(Filterf_ID& to, Filterf_ID& from, int previous) {
   inherit_history(to.memL.meminput, to.blen - 1, from.memL.meminput, from.blen - 1, previous);
-  if (to.filtertype == kIir)
+  if (to.filtertype == JURN_IIR)
     inherit_history(to.memL.memoutput, to.alen - 1, from.memL.memoutput, from.alen - 1, previous);
 }
 void inherit(Filterlongfir_ID& to, Filterlongfir_ID& from, int previous) {
@@ -356,13 +347,13 @@ py::dict state(py::handle owner, shuzhiFilter_ID& r, int) {
 py::dict state(py::handle owner, Filterf_ID& r, int previous) {
   py::dict result;
   result["inputs"] = view(owner, r.memL.meminput + previous, {r.blen - 1}, {sizeof(float)}, true);
-  if (r.filtertype == kIir)
+  if (r.filtertype == JURN_IIR)
     result["outputs"] =
         view(owner, r.memL.memoutput + previous, {r.alen - 1}, {sizeof(double)}, true);
   return result;
 }
 py::dict state(py::handle owner, Filterlongfir_ID& r, int previous) {
-  if (r.filtertype >= kFir) return plain_state(owner, r, previous);
+  if (r.filtertype >= JURN_FIR) return plain_state(owner, r, previous);
   py::dict result;
   if (is_fft(r)) {
     result["input_queue"] = view(owner, r.mBufin.membuf, {JURN_RING_SLOTS}, {sizeof(short)}, true);
@@ -384,12 +375,13 @@ void set_coefficients(Filterf_ID& r, py::handle b, py::handle a, py::handle righ
   plain_coefficients(r, b, a, JURN_FLOAT_COEFFICIENTS, JURN_FLOAT_COEFFICIENTS);
 }
 void set_coefficients(Filterlongfir_ID& r, py::handle b, py::handle a, py::handle right) {
-  if (r.filtertype < kFir) {
+  if (r.filtertype < JURN_FIR) {
     if (!a.is_none()) fail_parameter("this kind takes no a");
     return set_taps(r, b, right);
   }
   if (!right.is_none()) fail_parameter("right: this kind has one set of coefficients");
-  plain_coefficients(r, b, a, r.filtertype == kFir ? 32767 : JURN_COEFFICIENTS, JURN_COEFFICIENTS);
+  plain_coefficients(r, b, a, r.filtertype == JURN_FIR ? 32767 : JURN_COEFFICIENTS,
+                     JURN_COEFFICIENTS);
 }
 
 bool fade_inside(Filter_ID&, py::handle, py::handle) {
@@ -399,9 +391,10 @@ bool fade_inside(Filterf_ID&, py::handle, py::handle) {
   return false;
 }
 bool fade_inside(Filterlongfir_ID& r, py::handle taps, py::handle right) {
-  if (r.filtertype >= kFir) return false;
+  if (r.filtertype >= JURN_FIR) return false;
   const bool in_time = !is_fft(r);
-  if (!in_time && r.filtertype != kFftMonoToStereo && !(r.filtertype == kFft && r.chanel == 2))
+  if (!in_time && r.filtertype != JURN_LONG_FFT_MONO_TO_STEREO &&
+      !(r.filtertype == JURN_LONG_FFT && r.chanel == 2))
     throw py::value_error(
         "this kind switches at once and does not fade; the kinds that do are -5, "
         "-3 and -6, and -2 in stereo");
@@ -425,16 +418,14 @@ bool fade_inside(Filterlongfir_ID& r, py::handle taps, py::handle right) {
   return true;
 }
 
-int latency(const Filterlongfir_ID& r) {
-  return is_fft(r) ? r.fftN - r.blen + 1 : 0;
-}
-
 void set_kind(Filterlongfir_ID& r, int kind, int channels) {
   if (channels != 1 && channels != 2)
     throw py::value_error("channels: " + std::to_string(channels) + "; takes 1 or 2");
-  const bool mono_to_stereo = kind == kFftMonoToStereo || kind == kTimeMonoToStereo;
-  const bool stereo_only = kind == kTimeTwoFilters || kind == kFftLeftOnly || kind == kFftCrossed;
-  if (kind < kFftCrossed || kind >= kIir || (mono_to_stereo && channels == 2) ||
+  const bool mono_to_stereo =
+      kind == JURN_LONG_FFT_MONO_TO_STEREO || kind == JURN_LONG_MONO_TO_STEREO;
+  const bool stereo_only = kind == JURN_LONG_TWO_FILTERS || kind == JURN_LONG_FFT_LEFT_ONLY ||
+                           kind == JURN_LONG_FFT_CROSSED;
+  if (kind < JURN_LONG_FFT_CROSSED || kind >= JURN_IIR || (mono_to_stereo && channels == 2) ||
       (stereo_only && channels == 1))
     throw py::value_error("kind: " + std::to_string(kind) + " does not exist for " +
                           std::to_string(channels) + (channels == 1 ? " channel" : " channels"));

@@ -8,19 +8,6 @@
 
 namespace jurn {
 
-enum Kind {
-  kFir = -1,
-  kIir = 0,
-  kSections = 1,
-  kAverage = 2,
-  kFft = -2,
-  kTimeTwoFilters = -3,
-  kFftLeftOnly = -4,
-  kFftMonoToStereo = -5,
-  kTimeMonoToStereo = -6,
-  kFftCrossed = -7
-};
-
 /** What differs between the records. */
 template <class Record>
 struct Traits;
@@ -108,9 +95,6 @@ void set_coefficients(Filterlongfir_ID& r, py::handle b, py::handle a, py::handl
 bool fade_inside(Filter_ID& r, py::handle b, py::handle right);
 bool fade_inside(Filterf_ID& r, py::handle b, py::handle right);
 bool fade_inside(Filterlongfir_ID& r, py::handle b, py::handle right);
-
-/** Frames by which the output is late. */
-int latency(const Filterlongfir_ID& r);
 
 /** Sets the kind; throws for a combination that the record does not know. */
 void set_kind(Filterlongfir_ID& r, int kind, int channels);

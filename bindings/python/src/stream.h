@@ -142,7 +142,7 @@ class Stream {
   void fade_to(py::handle b, py::handle a, py::handle right) {
     InUse::check(in_use_);
     if (fade_inside(*record_, b, right)) return;
-    if (record_->filtertype == kAverage)
+    if (record_->filtertype == JURN_MOVING_AVERAGE)
       throw py::value_error("a moving average has no coefficients to fade to");
     auto next = std::make_unique<Record>();
     next->filtertype = record_->filtertype;

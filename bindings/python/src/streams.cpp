@@ -174,8 +174,8 @@ void add_runs(py::class_<Stream<Record>>* c) {
 /** A view of a record's coefficients. */
 template <class Record, class T>
 py::array coefficients(py::handle self, const T* values, const Record& r, int count) {
-  if (r.filtertype == kAverage) count = 0;
-  if (r.filtertype != kSections) return view(self, values, {count}, {sizeof(T)}, false);
+  if (r.filtertype == JURN_MOVING_AVERAGE) count = 0;
+  if (r.filtertype != JURN_CASCADE) return view(self, values, {count}, {sizeof(T)}, false);
   if constexpr (std::is_same_v<T, double>)
     return {};
   else
@@ -203,7 +203,7 @@ void add_coefficients(py::class_<Stream<Record>>* c) {
       "a",
       [](py::object self) {
         auto& r = self.cast<Self&>().record();
-        return coefficients(self, r.a, r, r.filtertype == kFir ? 0 : r.alen);
+        return coefficients(self, r.a, r, r.filtertype == JURN_FIR ? 0 : r.alen);
       },
       "Denominator or the sections' denominators, as they run.");
 }
@@ -231,7 +231,7 @@ Holder<Record> make_average(int length, int most) {
                           std::to_string(most));
   auto stream = std::make_unique<Stream<Record>>();
   stream->record().chanel = 1;
-  stream->record().filtertype = kAverage;
+  stream->record().filtertype = JURN_MOVING_AVERAGE;
   stream->record().blen = length;
   stream->clear();
   return stream;
@@ -241,7 +241,9 @@ template <class Record>
 void add_makers(py::class_<Stream<Record>>* c, int most_average) {
   c->def_static(
       "iir",
-      [](py::handle b, py::handle a, int channels) { return make<Record>(kIir, channels, b, a); },
+      [](py::handle b, py::handle a, int channels) {
+        return make<Record>(JURN_IIR, channels, b, a);
+      },
       arg("b"), arg("a"), arg("channels") = 1, R"(Make a direct-form IIR.
 
 Parameters
@@ -253,7 +255,7 @@ channels : int, optional
   c->def_static(
       "sos",
       [](py::handle sos, int channels) {
-        return make<Record>(kSections, channels, sos, py::none());
+        return make<Record>(JURN_CASCADE, channels, sos, py::none());
       },
       arg("sos"), arg("channels") = 1, R"(Make a cascade of sections.
 
@@ -293,7 +295,7 @@ array([-500,    7], dtype=int16)
   c.def_static(
       "fir",
       [](py::handle taps, int channels) {
-        return make<Filter_ID>(kFir, channels, taps, py::none());
+        return make<Filter_ID>(JURN_FIR, channels, taps, py::none());
       },
       arg("taps"), arg("channels") = 1, R"(Make an FIR.
 
@@ -383,7 +385,7 @@ Examples
 array([1.  , 0.5 , 0.25], dtype=float32)
 )");
   c.def_static(
-      "fir", [](py::handle taps) { return make<Filterf_ID>(kFir, 1, taps, py::none()); },
+      "fir", [](py::handle taps) { return make<Filterf_ID>(JURN_FIR, 1, taps, py::none()); },
       arg("taps"), R"(Make an FIR.
 
 Parameters
@@ -391,8 +393,8 @@ Parameters
 taps : array_like
     1 to 201 taps.)");
   c.def_static(
-      "iir", [](py::handle b, py::handle a) { return make<Filterf_ID>(kIir, 1, b, a); }, arg("b"),
-      arg("a"), R"(Make a direct-form IIR.
+      "iir", [](py::handle b, py::handle a) { return make<Filterf_ID>(JURN_IIR, 1, b, a); },
+      arg("b"), arg("a"), R"(Make a direct-form IIR.
 
 Parameters
 ----------
@@ -430,7 +432,7 @@ Examples
 --------
 >>> import numpy as np
 >>> import jurn
->>> room = jurn.LongFilter.fir([0.5, 0.25], kind=jurn.Kind.FFT)
+>>> room = jurn.LongFilter.fir([0.5, 0.25], kind=jurn.Kind.LONG_FFT)
 >>> room.latency
 3
 >>> room.process(np.array([400, 0, 0, 0, 0], dtype=np.int16))
@@ -447,7 +449,7 @@ array([  0,   0,   0, 200, 100], dtype=int16)
         return stream;
       },
       arg("taps"), arg("right") = py::none(), py::kw_only(), arg("channels") = 1,
-      arg("kind") = static_cast<int>(kFft), R"(Make an FIR.
+      arg("kind") = static_cast<int>(JURN_LONG_FFT), R"(Make an FIR.
 
 Parameters
 ----------
@@ -468,12 +470,12 @@ kind : int, optional
       "right",
       [](py::object self) -> py::object {
         auto& r = self.cast<Self&>().record();
-        if (r.filtertype >= kFir) return py::none();
+        if (r.filtertype >= JURN_FIR) return py::none();
         return view(self, r.bR, {r.bRlen}, {sizeof(float)}, false);
       },
       "Taps of the right filter, of the kinds with two.");
   c.def_property_readonly(
-      "latency", [](const Self& s) { return latency(s.record()); },
+      "latency", [](const Self& s) { return MORVAX_FilterlongfirLatency_API(&s.record()); },
       "Frames by which the output is late.");
 }
 
