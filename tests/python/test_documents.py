@@ -47,6 +47,14 @@ def test_the_chapter_of_the_guide_runs(tmp_path, monkeypatch):
         exec(compile(piece, "docs/python.md", "exec"), names)  # the snippets build on one another
 
 
+def test_the_example_runs_and_draws(tmp_path):
+    program = os.path.join(SOURCE, "examples/python/what_the_phone_hears.py")
+    done = subprocess.run([sys.executable, program, tmp_path], capture_output=True, text=True)
+    assert done.returncode == 0, done.stderr
+    assert "samples clipped" in done.stdout and (tmp_path / "phone.wav").exists()
+    assert (tmp_path / "phone.png").read_bytes().startswith(b"\x89PNG")
+
+
 def test_stubs_fit_the_module_and_the_package_is_typed():
     check = [sys.executable, "-m", "mypy", "--strict", "--cache-dir",
              os.path.join(os.environ["JURN_BUILD_DIR"], "mypy_cache"),
