@@ -1,17 +1,20 @@
-# The Debian packages that the scripts install, by purpose. Sourced by them.
+# The Debian packages that the scripts install, by purpose. Sourced by them. Some names carry the
+# version of the compilers: Debian 12 has GCC 12 and clang 14.
+gcc=12 clang=14
+[ "$(sed -n 's/^VERSION_ID="\{0,1\}\([0-9]*\).*/\1/p' /etc/os-release 2>/dev/null)" != 13 ] || gcc=14 clang=19
 build_packages="g++ make cmake pkg-config libsndfile1-dev libcli11-dev nlohmann-json3-dev libmatio-dev libmysofa-dev libsamplerate0-dev"
 recording_packages="alsa-utils sonic-pi-samples jconvolver-config-files libmysofa1"
 picture_packages="gnuplot-nox fonts-dejavu-core"
 test_packages="libgtest-dev python3 python3-numpy python3-scipy sox"
 python_packages="python3 python3-dev python3-numpy pybind11-dev python3-pybind11 python3-pip python3-setuptools python3-wheel python3-scipy python3-soundfile python3-matplotlib python3-distributed python3-venv python3-pytest mypy"
 benchmark_packages="g++ make cmake libbenchmark-dev libfftw3-dev libzita-convolver-dev libliquid-dev python3 gnuplot-nox"
-sanitizer_packages="clang libclang-rt-14-dev"
+sanitizer_packages="clang libclang-rt-$clang-dev"
 install_packages="clang qemu-user g++-aarch64-linux-gnu g++-arm-linux-gnueabihf dpkg-dev file"
 docs_packages="doxygen doxygen-awesome-css chromium fonts-dejavu-core"
 style_packages="clang clang-format clang-tidy cppcheck"
 checksum_packages="clang g++-aarch64-linux-gnu qemu-user"
-web_packages="cmake make clang lld wasi-libc libc++-14-dev-wasm32 libclang-rt-14-dev-wasm32
+web_packages="cmake make clang lld wasi-libc libc++-$clang-dev-wasm32 libclang-rt-$clang-dev-wasm32
   g++ libmysofa-dev libmysofa1 sonic-pi-samples alsa-utils jconvolver-config-files python3"
 web_test_packages="chromium fonts-dejavu-core"
-checksum_all_packages="g++-arm-linux-gnueabihf libc6-dev-i386 lib32gcc-12-dev lib32stdc++-12-dev"
+checksum_all_packages="g++-arm-linux-gnueabihf libc6-dev-i386 lib32gcc-$gcc-dev lib32stdc++-$gcc-dev"
 avx512_packages="bochs bochsbios vgabios isolinux syslinux-common xorriso cpio"
