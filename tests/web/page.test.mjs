@@ -182,7 +182,7 @@ test('what is taken home: coefficients, C code that compiles, the recording with
   const input = [tone(300, 0.9, 0.2), tone(500, 0.4, 0.2)];
   await page.setInputFiles('#recording', recording(input));
   await page.selectOption('#precision', 'int16');
-  await page.waitForFunction(() => /steps of 16 bits/.test(document.getElementById('notices').textContent));
+  await page.waitForFunction(() => /LSB/.test(document.getElementById('notices').textContent));
   const coefficients = await saved(page, '#save-coefficients');
   assert.equal(coefficients.name, 'equaliser.txt');
   const rows = coefficients.bytes.toString().trim().split('\n').map((line) => line.trim().split(/\s+/).map(Number));

@@ -99,8 +99,9 @@ async function update(): Promise<void> {
           const peak = 20 * Math.log10(look.peakGain);
           if (peak > 0.05)
             notices.push({ text: `Gain up to +${peak.toFixed(1)} dB: a full-scale sound can clip`, warning: peak > 12 });
-          if (setting.precision === 'int16' && runs.kind !== 'fir' && prepared.expectedError !== null)
-            notices.push({ text: `At most ${prepared.expectedError.toPrecision(2)} steps of 16 bits from the design in double precision`, warning: false, good: prepared.expectedError < 1 });
+          // Beyond one step the preparation warns by itself.
+          if (setting.precision === 'int16' && runs.kind !== 'fir' && (prepared.expectedError ?? 1) < 1)
+            notices.push({ text: `At most ${prepared.expectedError!.toPrecision(2)} LSB off in float, on noise at full scale`, warning: false, good: true });
         }
         curves.push({ response: respond(runs, setting.rate), colour: 'curve' });
       }

@@ -59,7 +59,7 @@ export class Sound {
     if (this.context && this.node) return this.context;
     const context = (this.context ??= new AudioContext({ sampleRate: this.rate, latencyHint: 'interactive' }));
     const generation = this.generation;
-    const node = await createFilterNode(context, { filter: this.wanted, library: await this.library });
+    const node = await createFilterNode(context, { filter: this.wanted, library: await this.library, levels: true });
     if (generation !== this.generation || this.node) return this.ready();
     this.node = node;
     node.onlevels = (levels) => this.onlevels?.(levels);

@@ -1,5 +1,6 @@
 // What the WebAssembly module exports: streams of blocks that fade from filter to filter.
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
@@ -17,6 +18,8 @@ namespace {
 // How long a filter runs unheard at most, to fill its past, before the fade to it begins.
 constexpr int kMostWarming = 1024;
 constexpr float kFullScale = 32768.0f;
+// The largest 16-bit sample: what a saturated one becomes.
+constexpr float kClipped = 32767.0f / 32768.0f;
 
 /** Passes its input on: what a stream without a filter does. */
 class Straight : public Filter {
@@ -54,6 +57,28 @@ class Stream {
         floats_(static_cast<std::size_t>((inputs + 2 * outputs) * block)),
         samples_(static_cast<std::size_t>((inputs + 2 * outputs) * block)),
         current_(std::make_unique<Straight>(inputs, outputs, block)) {}
+
+  /** Peaks of the inputs and of the outputs at a full scale of 1, then the clipped samples of both.
+   */
+  float* levels() { return levels_; }
+
+  /** Raises the peaks to those of the last block of floats, and counts the clipped samples. */
+  void measure() {
+    for (int c = 0; c < inputs_ + outputs_; ++c) {
+      const bool in = c < inputs_;
+      const float scale = in ? 1.0f / kFullScale : 1.0f;  // what the run left there
+      const float* x = floats_.data() + c * block_;
+      float peak = levels_[c];
+      int clipped = 0;
+      for (int i = 0; i < block_; ++i) {
+        const float magnitude = std::fabs(x[i]) * scale;
+        peak = magnitude > peak ? magnitude : peak;
+        clipped += magnitude >= kClipped;
+      }
+      levels_[c] = peak;
+      levels_[2 * kMaxChannels + (in ? 0 : 1)] += static_cast<float>(clipped);
+    }
+  }
 
   float* floats() { return floats_.data(); }
   short* samples() { return samples_.data(); }
@@ -138,6 +163,7 @@ class Stream {
   std::vector<float> floats_;
   std::vector<short> samples_;
   std::unique_ptr<Filter> current_, next_, waiting_;
+  float levels_[2 * kMaxChannels + 2] = {};
   bool started_ = false;
   int warming_ = 0, fade_ = 1, faded_ = 0, waiting_fade_ = 1;
 };
@@ -220,6 +246,14 @@ EXPORT void jurn_change(web::Stream* stream, web::Filter* filter, int fade) {
 
 EXPORT int jurn_changing(const web::Stream* stream) {
   return stream->changing();
+}
+
+EXPORT float* jurn_levels(web::Stream* stream) {
+  return stream->levels();
+}
+
+EXPORT void jurn_measure(web::Stream* stream) {
+  stream->measure();
 }
 
 EXPORT void jurn_run_floats(web::Stream* stream) {

@@ -30,6 +30,8 @@ interface Exports {
   jurn_samples(stream: number): number;
   jurn_change(stream: number, filter: number, fade: number): void;
   jurn_changing(stream: number): number;
+  jurn_levels(stream: number): number;
+  jurn_measure(stream: number): void;
   jurn_run_floats(stream: number): void;
   jurn_run_samples(stream: number): void;
 }
@@ -215,6 +217,16 @@ export class Library {
   }
 }
 
+function areAll(arrays: readonly Float32Array[], count: number, frames: number): boolean {
+  for (let c = 0; c < arrays.length; ++c) if (arrays[c].length !== frames) return false;
+  return arrays.length === count;
+}
+
+/** On the audio thread the whole array is the block: nothing is allocated there. */
+function part(array: Float32Array, from: number, count: number): Float32Array {
+  return count === array.length ? array : array.subarray(from, from + count);
+}
+
 /**
  * A stream of blocks through one filter after another; without a filter it passes its input on.
  * Every change of the filter fades, along a linear ramp, from the first block on that was run.
@@ -223,6 +235,7 @@ export class Stream {
   readonly shape: Readonly<Shape>;
   private address: number;
   private ended = false;
+  private measuring = false;
   private buffer: ArrayBufferLike | undefined;
   private floats: Float32Array[] = [];
   private samples: Int16Array[] = [];
@@ -265,23 +278,24 @@ export class Stream {
   process(input: readonly Float32Array[], output?: Float32Array[]): Float32Array[] {
     const { inputs, outputs, block } = this.shape;
     const frames = input[0]?.length ?? 0;
-    check(input.length === inputs && input.every((channel) => channel.length === frames),
-          `${input.length} arrays; ${inputs} of one length are needed`);
+    if (!areAll(input, inputs, frames))
+      throw new RangeError(`${input.length} arrays; ${inputs} of one length are needed`);
     output ??= Array.from({ length: outputs }, () => new Float32Array(frames));
-    check(output.length === outputs && output.every((channel) => channel.length === frames),
-          `${output.length} arrays for the output; ${outputs} of the input's length are needed`);
+    if (!areAll(output, outputs, frames))
+      throw new RangeError(
+        `${output.length} arrays for the output; ${outputs} of the input's length are needed`);
     this.begin(frames);
     for (let at = 0; at < frames; at += block) {
       const count = Math.min(block, frames - at);
       this.views();
       for (let c = 0; c < inputs; ++c) {
         if (count < block) this.floats[c].fill(0, count);
-        for (let i = 0; i < count; ++i) this.floats[c][i] = input[c][at + i];
+        this.floats[c].set(part(input[c], at, count));
       }
       this.wasm.jurn_run_floats(this.address);
+      if (this.measuring) this.wasm.jurn_measure(this.address);
       for (let c = 0; c < outputs; ++c) {
-        const from = this.floats[inputs + c];
-        for (let i = 0; i < count; ++i) output[c][at + i] = from[i];
+        output[c].set(part(this.floats[inputs + c], 0, count), at);
       }
     }
     return output;
@@ -307,6 +321,19 @@ export class Stream {
       output.set(samplesOut.subarray(0, count * outputs), at * outputs);
     }
     return output;
+  }
+
+  /**
+   * The levels since the last call, whose first one begins to measure: the peak of each input and
+   * output at a full scale of 1, and the clipped samples of all inputs and of all outputs.
+   */
+  levels(): { peaks: number[]; inputClipped: number; outputClipped: number } {
+    this.measuring = true;
+    const values = new Float32Array(this.wasm.memory.buffer, this.wasm.jurn_levels(this.live()), 6);
+    const peaks = Array.from(values.subarray(0, this.shape.inputs + this.shape.outputs));
+    const [inputClipped, outputClipped] = values.subarray(4);
+    values.fill(0);
+    return { peaks, inputClipped, outputClipped };
   }
 
   /** Gives the memory back. The stream cannot be used after it. */

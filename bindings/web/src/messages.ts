@@ -9,6 +9,7 @@ export interface ProcessorOptions {
   inputs: number;
   outputs: number;
   filter: Filter | null;
+  levels: boolean;
 }
 
 export interface Change {

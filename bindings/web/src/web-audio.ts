@@ -12,6 +12,8 @@ export interface FilterNodeOptions {
   outputs?: number;
   /** What it starts with; by default it passes its input on. */
   filter?: Filter | null;
+  /** Measures the levels for `onlevels`. */
+  levels?: boolean;
   /** From compileLibrary; by default it is loaded here. */
   library?: CompiledLibrary;
 }
@@ -27,7 +29,7 @@ const added = new WeakMap<BaseAudioContext, Promise<void>>();
  *   await node.change({ kind: 'sections', b, a });   // fades
  */
 export class FilterNode extends AudioWorkletNode {
-  /** Receives the levels about thirty times a second. */
+  /** Receives the levels about thirty times a second, of a node made with `levels`. */
   onlevels: ((levels: Levels) => void) | null = null;
   private readonly shape: Shape;
   private readonly waiting = new Map<number, { done(): void; failed(error: Error): void }>();
@@ -101,5 +103,7 @@ export async function createFilterNode(
   const inputs = options.inputs ?? 2;
   const outputs = options.outputs ?? inputs;
   const filter = prepared(library, options.filter ?? null, { inputs, outputs, block: 128 });
-  return new FilterNode(context, library, { library: compiled, inputs, outputs, filter });
+  return new FilterNode(context, library, {
+    library: compiled, inputs, outputs, filter, levels: options.levels ?? false,
+  });
 }

@@ -10,26 +10,23 @@ declare function registerProcessor(name: string, processor: unknown): void;
 declare const sampleRate: number;
 
 const QUANTUM = 128;
-/** The largest 16-bit sample: what a saturated one becomes. */
-const CLIPPED = 32767 / 32768;
 
 class Processor extends AudioWorkletProcessor {
   private readonly stream: Stream;
   private readonly silence = new Float32Array(QUANTUM);
-  private readonly inputs: number;
-  private levels: Levels;
+  private readonly channels: Float32Array[];
+  private readonly levels: Levels | null;
   private framesToReport = 0;
 
   constructor({ processorOptions }: { processorOptions: ProcessorOptions }) {
     super();
-    const { library, inputs, outputs, filter } = processorOptions;
-    this.inputs = inputs;
-    this.levels = {
-      inputPeaks: Array(inputs).fill(0), outputPeaks: Array(outputs).fill(0),
-      inputClipped: 0, outputClipped: 0,
-    };
+    const { library, inputs, outputs, filter, levels } = processorOptions;
+    this.channels = Array(inputs).fill(this.silence);
     this.stream = new Library(library).stream({ inputs, outputs, block: QUANTUM });
     if (filter) this.stream.change(filter);
+    this.levels = levels
+      ? { inputPeaks: [], outputPeaks: [], inputClipped: 0, outputClipped: 0 } : null;
+    if (levels) this.stream.levels();
     this.port.onmessage = ({ data }: MessageEvent<Change>) => this.change(data);
   }
 
@@ -43,38 +40,28 @@ class Processor extends AudioWorkletProcessor {
     this.port.postMessage(reply);
   }
 
+  private report(levels: Levels): void {
+    const { peaks, inputClipped, outputClipped } = this.stream.levels();
+    levels.inputPeaks = peaks.slice(0, this.channels.length);
+    levels.outputPeaks = peaks.slice(this.channels.length);
+    levels.inputClipped += inputClipped;
+    levels.outputClipped += outputClipped;
+    this.port.postMessage({ type: 'levels', levels } satisfies Reply);
+  }
+
   process(inputs: Float32Array[][], outputs: Float32Array[][]): boolean {
     // Without a source the input has no channels, and a tail may still sound.
     const input = inputs[0];
-    const channels: Float32Array[] = [];
-    for (let c = 0; c < this.inputs; ++c) channels.push(input[c] ?? input[0] ?? this.silence);
+    const { channels } = this;
+    for (let c = 0; c < channels.length; ++c) channels[c] = input[c] ?? input[0] ?? this.silence;
     this.stream.process(channels, outputs[0]);
-    this.levels.inputClipped += measure(channels, this.levels.inputPeaks);
-    this.levels.outputClipped += measure(outputs[0], this.levels.outputPeaks);
     this.framesToReport += QUANTUM;
-    if (this.framesToReport >= 0.03 * sampleRate) {
+    if (this.levels && this.framesToReport >= 0.03 * sampleRate) {
       this.framesToReport = 0;
-      this.port.postMessage({ type: 'levels', levels: this.levels } satisfies Reply);
-      this.levels.inputPeaks.fill(0);
-      this.levels.outputPeaks.fill(0);
+      this.report(this.levels);
     }
     return true;
   }
-}
-
-/** Raises the peaks, and returns how many samples are at full scale or beyond it. */
-function measure(channels: Float32Array[], peaks: number[]): number {
-  let clipped = 0;
-  for (let c = 0; c < channels.length; ++c) {
-    let peak = peaks[c];
-    for (const x of channels[c]) {
-      const magnitude = Math.abs(x);
-      if (magnitude > peak) peak = magnitude;
-      if (magnitude >= CLIPPED) ++clipped;
-    }
-    peaks[c] = peak;
-  }
-  return clipped;
 }
 
 registerProcessor(PROCESSOR, Processor);

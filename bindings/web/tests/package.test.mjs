@@ -125,6 +125,18 @@ test('what cannot run is refused with a sentence', () => {
   assert.throws(() => stream.process([new Float32Array(128)]), /freed/);
 });
 
+test('levels: peaks and clipped samples since the last call', () => {
+  const stream = libraries.vectors.stream({ channels: 2 });
+  stream.change({ kind: 'fir', b: [2] });
+  stream.levels();
+  const left = new Float32Array(256).fill(0.25), right = new Float32Array(256).fill(-0.125);
+  right[200] = -0.75;
+  left[7] = 1;
+  stream.process([left, right]);
+  assert.deepEqual(stream.levels(), { peaks: [1, 0.75, 2, 1.5], inputClipped: 1, outputClipped: 2 });
+  assert.deepEqual(stream.levels(), { peaks: [0, 0, 0, 0], inputClipped: 0, outputClipped: 0 });
+});
+
 test('memory is given back', () => {
   const library = libraries.vectors;
   const size = () => library.wasm.memory.buffer.byteLength;
