@@ -83,7 +83,7 @@ tool::ImpulseResponse read_response(const std::vector<std::string>& paths, int r
  * bits, or else float32 on the same scale. */
 py::tuple read_audio(const std::string& path) {
   SF_INFO info{};
-  tool::SndfileHandle(sf_open(path.c_str(), SFM_READ, &info));
+  const tool::SndfileHandle opened(sf_open(path.c_str(), SFM_READ, &info));
   const int type = info.format & SF_FORMAT_SUBMASK;
   const int bits = type == SF_FORMAT_FLOAT || type == SF_FORMAT_DOUBLE    ? 0
                    : type == SF_FORMAT_PCM_24 || type == SF_FORMAT_PCM_32 ? 24
