@@ -62,16 +62,34 @@ const responseAt = (page, x) => page.evaluate((at) => {
   return document.getElementById('readout').value;
 }, x);
 
-test('a dragged band changes the response and the sound, without a step', async () => {
+/** A page that plays a tone of both channels and records what it gives. */
+async function playTone(frequency, level) {
   const context = await browser.newContext({ viewport: { width: 1300, height: 900 } });
   const page = await context.newPage();
+  const errors = [];
+  page.on('console', (message) => errors.push(message.text()));
   await recordOutput(page);
   await page.goto(server.url);
   await page.waitForFunction(() => document.getElementById('engine').textContent !== '');
   await page.click('#flat');
-  await page.setInputFiles('#recording', recording([tone(100, 0.2, 2), tone(100, 0.2, 2)]));
+  await page.setInputFiles('#recording', recording([tone(frequency, level, 2), tone(frequency, level, 2)]));
   await page.click('#play');
   await page.waitForFunction(() => window.recorded.length > 24000);
+  return { page, errors, close: () => context.close() };
+}
+
+/** Of the recorded output, the highest magnitude in a range and the largest step of all. */
+const measured = (page, from, to) => page.evaluate(([begin, end]) => {
+  let peak = 0, step = 0;
+  const out = window.recorded;
+  const first = out.findIndex((x) => x !== 0);
+  for (let i = first + 1; i < out.length; ++i) step = Math.max(step, Math.abs(out[i] - out[i - 1]));
+  for (const x of out.slice(begin, end)) peak = Math.max(peak, Math.abs(x));
+  return { peak, step };
+}, [from, to]);
+
+test('a dragged band changes the response and the sound, without a step', async () => {
+  const { page, errors, close } = await playTone(100, 0.2);
   const before = await responseAt(page, 0.2);
   const handle = await page.locator('.handle').first().boundingBox();
   const [x, y] = [handle.x + handle.width / 2, handle.y + handle.height / 2];
@@ -86,17 +104,39 @@ test('a dragged band changes the response and the sound, without a step', async 
   const end = await page.evaluate(() => window.recorded.length);
   await page.waitForFunction((n) => window.recorded.length > n + 24000, end);
   assert.notEqual(await responseAt(page, 0.2), before);
-  const out = await page.evaluate(() => window.recorded);
-  const peak = (from, to) => Math.max(...out.slice(from, to).map(Math.abs));
-  const [quiet, loud] = [peak(start - 8000, start), peak(out.length - 8000, out.length)];
+  const { peak: quiet } = await measured(page, start - 8000, start);
+  const { peak: loud, step: most } = await measured(page, -8000);
   assert.ok(loud > 1.5 * quiet, `${quiet} became ${loud}`);
   // The tone's own slope at the end, and the ramps between filters over 960 frames.
   const slope = (loud * 2 * Math.PI * 100) / 48000;
-  let most = 0;
-  const first = out.findIndex((v) => v !== 0);
-  for (let i = first + 1; i < out.length; ++i) most = Math.max(most, Math.abs(out[i] - out[i - 1]));
   assert.ok(most < 1.3 * slope + loud / 480, `a step of ${most}, the tone's slope is ${slope}`);
-  await context.close();
+  assert.deepEqual(errors, []);
+  await close();
+});
+
+test('a source that goes around the head, and rooms in between, make no step', async () => {
+  const { page, errors, close } = await playTone(400, 0.3);
+  await page.click('[data-kind=head]');
+  await page.check('#orbit');
+  await page.waitForTimeout(2500);
+  await page.uncheck('#orbit');
+  const source = await page.locator('#source').boundingBox();
+  await page.mouse.move(source.x + 18, source.y + 18);
+  await page.mouse.down();
+  for (let i = 1; i <= 30; ++i) await page.mouse.move(source.x + 18 - 4 * i, source.y + 18 + 3 * i);
+  await page.mouse.up();
+  await page.click('[data-kind=room]');
+  await page.waitForTimeout(300);
+  await page.selectOption('#room', 'street');
+  await page.waitForTimeout(300);
+  await page.click('[data-kind=mean]');
+  await page.waitForTimeout(500);
+  const { peak: loud, step: most } = await measured(page, 0);
+  // The tone's own slope, and ramps of 128 frames between neighbouring directions and rooms.
+  const bound = (1.5 * loud * 2 * Math.PI * 400) / 48000 + (2 * loud) / 128;
+  assert.ok(loud > 0.05 && most < bound, `a step of ${most}, up to ${bound} is right`);
+  assert.deepEqual(errors, []);
+  await close();
 });
 
 test('broken files get a sentence, and the filter stays', async () => {
@@ -123,6 +163,11 @@ test('broken files get a sentence, and the filter stays', async () => {
     window.dispatchEvent(new DragEvent('drop', { dataTransfer: data, cancelable: true }));
   });
   await page.waitForFunction(() => document.getElementById('file-summary').textContent === 'smooth.txt: FIR of 3 taps.');
+  // Feedback of the other sign: refused, and played once the signs are turned.
+  await page.setInputFiles('#coefficients', upload('other.csv', '1 0 0 1 1.8 -0.9\n'));
+  await page.waitForFunction(() => /unstable/.test(document.getElementById('notices').textContent));
+  await page.click('#turn');
+  await page.waitForFunction(() => !/unstable/.test(document.getElementById('notices').textContent));
   assert.deepEqual(errors, []);
   await close();
 });
@@ -166,7 +211,7 @@ test('keys: bands, tabs, play, original and filtered; a link brings all back', a
   await page.locator('#source').focus();
   for (let i = 0; i < 6; ++i) await page.keyboard.press('ArrowLeft');
   assert.match(await page.getAttribute('#source', 'aria-valuetext'), /30 degrees right, 1.0 metres/);
-  await page.waitForTimeout(100);
+  await page.waitForTimeout(500);
   const again = await open_({}, new URL(page.url()).hash);
   assert.equal(await again.page.inputValue('#azimuth'), '30');
   assert.equal(await again.page.locator('#bands tr').count(), 3);

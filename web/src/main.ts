@@ -61,10 +61,18 @@ function sayError(error: unknown, what: string): void {
 // ---- The filter -------------------------------------------------------------------------------
 
 let queued = false;
+let hashTimer = 0;
+
+function showLink(): void {
+  clearTimeout(hashTimer);
+  history.replaceState(null, '', '#' + toHash(setting));
+}
 
 /** After a change of the setting: once per frame, however many changes there were. */
 function changed(): void {
-  history.replaceState(null, '', '#' + toHash(setting));
+  // Browsers refuse to change the address many times a second.
+  clearTimeout(hashTimer);
+  hashTimer = window.setTimeout(showLink, 250);
   if (queued) return;
   queued = true;
   requestAnimationFrame(() => {
@@ -81,6 +89,7 @@ async function update(): Promise<void> {
   let runs: Design | null = null;
   chart.rate = setting.rate;
   chart.roots = null;
+  element('turn').hidden = true;
   try {
     if (setting.kind === 'eq' || setting.kind === 'file') {
       const wanted = setting.kind === 'eq'
@@ -94,6 +103,7 @@ async function update(): Promise<void> {
         chart.roots = runs.b.length <= 400 || runs.kind === 'sections' ? look : null;
         if (!prepared.stable) {
           notices.push({ text: 'Not played, since it is unstable: you hear the original', warning: true });
+          element('turn').hidden = !setting.file || !design.prepare(turned(wanted), setting.precision).stable;
         } else {
           filter = runs;
           const peak = 20 * Math.log10(look.peakGain);
@@ -141,6 +151,13 @@ async function update(): Promise<void> {
     sayError(error, 'The filter');
   }
   document.body.dataset.ready = 'yes';
+}
+
+/** Of programs that add the feedback instead of subtracting it. */
+function turned(design: Design): Design {
+  if (design.kind === 'fir') return design;
+  const group = design.kind === 'sections' ? 3 : design.a.length;
+  return { ...design, a: Array.from(design.a, (x, i) => (i % group ? -x : x)) } as Design;
 }
 
 function pushLong(curves: Curve[], { routes }: Convolution, which: number[], names: string[]): void {
@@ -408,7 +425,7 @@ async function chooseSound(): Promise<void> {
     } else if (key in SOUNDS) {
       setting.sound = key;
       await sound.use(await builtIn(key));
-      history.replaceState(null, '', '#' + toHash(setting));
+      showLink();
     }
   } catch (error) {
     sayError(error, '');
@@ -554,7 +571,8 @@ function showCommand(): void {
   const double = setting.precision === 'double' ? ' --precision double' : '';
   if (design) {
     const subcommand = { fir: 'fir', iir: 'iir', sections: 'sos' }[design.kind];
-    command = `jurn-filter ${subcommand} in.wav out.wav -c ${stem()}.txt${design.kind === 'sections' ? '' : double}`;
+    const precision = design.kind === 'sections' || design.b.length > 201 ? '' : double;
+    command = `jurn-filter ${subcommand} in.wav out.wav -c ${stem()}.txt${precision}`;
   } else if (filter?.kind === 'average') {
     command = `jurn-filter average in.wav out.wav --length ${filter.length}`;
   } else if (filter?.kind === 'convolution') {
@@ -811,6 +829,10 @@ function wire(): void {
     const name = select('example').value;
     if (name) await useCoefficients(name, new Uint8Array(await (await fetch(`coefficients/${name}`)).arrayBuffer()));
   };
+  element('turn').onclick = () => {
+    if (setting.file) setting.file.a = [...(turned(setting.file as Design).a ?? [])];
+    changed();
+  };
   showFile();
 
   select('room').add(new Option('Hall, decaying noise of 2 s', 'hall'));
@@ -876,7 +898,7 @@ function wire(): void {
   element('save-wav').onclick = () => void saveWav();
   element('run-checksum').onclick = () => void checkBits();
   element('share').onclick = async () => {
-    history.replaceState(null, '', '#' + toHash(setting));
+    showLink();
     try {
       await navigator.clipboard.writeText(location.href);
       element('share').textContent = 'Copied';
