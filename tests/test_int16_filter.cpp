@@ -169,6 +169,62 @@ TEST(Int16Filter, WholeRecordAgrees) {
 }
 
 /* Results worked out by hand, which the reference has to meet as well. */
+/* Records side by side against one after another: groups of one shape and strays between them, of
+ * sizes around the lanes and lengths around the groups of frames. */
+TEST(Int16Filter, RecordsSideBySideAgree) {
+  Random random(16);
+  constexpr int most = 19;
+  const auto filters = std::make_unique<Filter_ID[]>(most);
+  const auto expected = std::make_unique<Filter_ID[]>(most);
+  for (int trial = 0; trial < 600; ++trial) {
+    const int count = random.in(0, most), len = random.one_in(9) ? 0 : random.count(1, 700);
+    const int type = random.one_of({0, 1, 1}), n = random.one_of({2, 2, 4, 3});
+    const int ns = random.one_in(9) ? random.in(0, 60) : random.in(1, 9);
+    const int blen = random.count(1, 60), alen = random.count(1, 60);
+    const bool wild = random.one_in(10);
+    Filter_ID* list[most];
+    std::vector<short> blocks(most * 700);
+    const short* input[most];
+    short* output[most];
+    for (int i = 0; i < count; ++i) {
+      Filter_ID* f = list[i] = &filters[i];
+      fill_rubbish(random, f);
+      f->chanel = 1;
+      f->filtertype = type;
+      f->n = n;
+      f->ns = ns;
+      f->blen = blen;
+      f->alen = alen;
+      if (random.one_in(9)) f->filtertype = random.one_of({-1, 0, 1, 7});
+      if (random.one_in(9)) f->ns = random.in(1, 9);
+      if (random.one_in(9)) f->blen = random.in(1, 60);
+      if (f->filtertype == 1) {
+        random.sections(f->b, f->a, f->n, f->ns, wild);
+        random.states(f->memL.mempx, JURN_COEFFICIENTS);
+        random.states(f->memL.mempy, JURN_COEFFICIENTS);
+      } else {
+        random.taps(f->b, f->blen, wild);
+        random.denominator(f->a, f->alen, wild);
+        random.states(f->memL.memoutput, JURN_HISTORY);
+      }
+      expected[i] = *f;
+    }
+    for (int call = 0; call < 2; ++call) {
+      for (int i = 0; i < count; ++i) random.signal(&blocks[i * 700], 700);
+      std::vector<short> results = blocks, wanted = blocks;
+      for (int i = 0; i < count; ++i) {
+        output[i] = &results[i * 700];
+        input[i] = random.one_in(2) ? output[i] : &blocks[i * 700];
+        MORVAX_FilterRun_API(&expected[i], &blocks[i * 700], len, &wanted[i * 700]);
+      }
+      MORVAX_FilterRun_API_records(list, count, input, len, output);
+      ASSERT_EQ(results, wanted) << "trial " << trial << " type " << type << " ns " << ns;
+      for (int i = 0; i < count; ++i)
+        ASSERT_TRUE(same_record(&filters[i], &expected[i])) << "trial " << trial << " record " << i;
+    }
+  }
+}
+
 TEST(Int16Filter, WorkedExamples) {
   const struct {
     const char* name;

@@ -34,21 +34,6 @@ JURN_INLINE V select(M mask, V yes, V no) {
 }
 
 /** The larger and the smaller, lane by lane, and b where a is a NaN. GCC needs to be told. */
-#if JURN_X86_CLONES && JURN_VECTOR_BYTES == 16
-JURN_INLINE Vec<float, 4> larger(Vec<float, 4> a, Vec<float, 4> b) {
-  return __builtin_ia32_maxps(a, b);
-}
-JURN_INLINE Vec<float, 4> smaller(Vec<float, 4> a, Vec<float, 4> b) {
-  return __builtin_ia32_minps(a, b);
-}
-#elif JURN_X86_CLONES && JURN_VECTOR_BYTES == 32
-JURN_INLINE Vec<float, 8> larger(Vec<float, 8> a, Vec<float, 8> b) {
-  return __builtin_ia32_maxps256(a, b);
-}
-JURN_INLINE Vec<float, 8> smaller(Vec<float, 8> a, Vec<float, 8> b) {
-  return __builtin_ia32_minps256(a, b);
-}
-#else
 template <class V>
 JURN_INLINE V larger(V a, V b) {
   return a > b ? a : b;
@@ -57,6 +42,21 @@ template <class V>
 JURN_INLINE V smaller(V a, V b) {
   return a < b ? a : b;
 }
+#if JURN_X86_CLONES
+JURN_INLINE Vec<float, 4> larger(Vec<float, 4> a, Vec<float, 4> b) {
+  return __builtin_ia32_maxps(a, b);
+}
+JURN_INLINE Vec<float, 4> smaller(Vec<float, 4> a, Vec<float, 4> b) {
+  return __builtin_ia32_minps(a, b);
+}
+#if JURN_VECTOR_BYTES >= 32
+JURN_INLINE Vec<float, 8> larger(Vec<float, 8> a, Vec<float, 8> b) {
+  return __builtin_ia32_maxps256(a, b);
+}
+JURN_INLINE Vec<float, 8> smaller(Vec<float, 8> a, Vec<float, 8> b) {
+  return __builtin_ia32_minps256(a, b);
+}
+#endif
 #endif
 
 /** Whether any lane of a comparison's result is set. */
@@ -91,8 +91,7 @@ using LaneOf = decltype(V{}[0] + V{}[0]);  // no vector of short is shuffled
 template <int... index, class V>
 JURN_INLINE Vec<LaneOf<V>, sizeof...(index)> shuffle(V a, V b) {
   constexpr int lanes = sizeof(V) / sizeof(LaneOf<V>);
-  return Vec<LaneOf<V>, sizeof...(index)>{
-      (index < lanes ? a[index % lanes] : b[index % lanes])...};
+  return Vec<LaneOf<V>, sizeof...(index)>{(index < lanes ? a[index % lanes] : b[index % lanes])...};
 }
 #define JURN_SHUFFLE(a, b, ...) shuffle<__VA_ARGS__>(a, b)
 #endif
@@ -235,5 +234,33 @@ JURN_INLINE void store_short(short* p, Int a, Int b) {
   constexpr int lanes = JURN_VECTOR_BYTES / sizeof(int);
   store(p, convert<Vec<short, lanes>>(a));
   store(p + lanes, convert<Vec<short, lanes>>(b));
+#endif
+}
+
+/** As short, which all lanes fit: those of a group of four of a, then of b's, group by group; four
+ * of them are one lane of the result. */
+JURN_INLINE Vec<long long, 2> pack_groups(Vec<int, 4> a, Vec<int, 4> b) {
+#if JURN_X86_CLONES
+  return (Vec<long long, 2>)__builtin_ia32_packssdw128(a, b);
+#else
+  const Vec<short, 4> fours[2] = {convert<Vec<short, 4>>(a), convert<Vec<short, 4>>(b)};
+  return load<Vec<long long, 2>>(fours);
+#endif
+}
+#if JURN_X86_CLONES && JURN_VECTOR_BYTES >= 32
+JURN_INLINE Vec<long long, 4> pack_groups(Vec<int, 8> a, Vec<int, 8> b) {
+  return (Vec<long long, 4>)__builtin_ia32_packssdw256(a, b);
+}
+#endif
+
+/** Four samples as int. */
+JURN_INLINE Vec<int, 4> widen_four(const short* p) {
+#if JURN_X86_CLONES && !defined(__clang__)
+  // GCC would take them apart. Each in both halves of an int, then down with its sign.
+  const Vec<long long, 2> four = {load<long long>(p)};
+  const auto samples = (Vec<short, 8>)four;
+  return (Vec<int, 4>)__builtin_ia32_punpcklwd128(samples, samples) >> 16;
+#else
+  return convert<Vec<int, 4>>(load<Vec<short, 4>>(p));
 #endif
 }

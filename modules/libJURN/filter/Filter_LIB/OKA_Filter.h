@@ -65,6 +65,18 @@ void JURNiir_stereo(short* const output[2], const short* const input[2], int inl
 void filterNOrNsSec_stereo(const float* b, const float* a, int n, int ns, float* const x[2],
                            int len, float* const px[2], float* const py[2]);
 
+/** Several records through JURNiir at once, each with coefficients of its own and all with the same
+ * numbers of them: the same as one call each. */
+void JURNiir_records(int records, short* const* output, const short* const* input, int inlen,
+                     float* const* mem_output, short* const* mem_input, const float* const* b,
+                     short blen, const float* const* a, short alen);
+
+/** Several records of ns sections of order n, 2 or 4, from int16 to int16, each with coefficients
+ * of its own: the same as filterNOrNsSec and the conversions for each. ns is at least 1. */
+void filterNOrNsSec_records(int n, int ns, int records, const float* const* b,
+                            const float* const* a, const short* const* input, int frames,
+                            short* const* output, float* const* px, float* const* py);
+
 JURN_EXTERN_C_END
 
 #endif

@@ -39,6 +39,6 @@ void MORVAX_Qiirf(float* output, const float* input, int inlen, double* mem_outp
   const float* x = append_block(mem_input, blen - 1, input, inlen);
   double* const y[1] = {carry_outputs(mem_output, alen - 1, inlen)};
   numerator(y[0], x, inlen, b, blen);
-  subtract_feedback(y, inlen, a, alen);
+  subtract_feedback(y, inlen, {a}, alen);
   to_float(output, y[0], inlen);
 }

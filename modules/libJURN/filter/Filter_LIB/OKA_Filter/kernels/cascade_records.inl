@@ -1,0 +1,229 @@
+#include "../../../../common/simd/groups.inl"
+#include "../../../../common/simd/sample_lanes.inl"
+
+/* Cascades of several records side by side, one record per lane.
+ *
+ * Every section is a vector of its own, so a step costs the latency of one section as long as the
+ * sections' chains overlap; up to four run at once, in registers or near them. More run in turn
+ * over a chunk of frames, which keeps the stack small. */
+
+/** The same section of all records. */
+template <int order, int lanes>
+struct SectionOfRecords {
+  Vec<float, lanes> b[order + 1];
+  Vec<float, lanes> a[order + 1];  // a[0] is not used
+  Vec<float, lanes> x[order + 1];  // x[j] is the input j samples back, x[0] is not used
+  Vec<float, lanes> y[order + 1];
+};
+
+/** What a call works on, by lane; lanes without a record repeat the first one, so that they decide
+ * nothing, and their outputs are dropped. */
+template <int lanes>
+struct CascadeRecords {
+  int records;
+  const float* b[lanes];
+  const float* a[lanes];
+  const short* input[lanes];
+  short* output[lanes];
+  float* px[lanes];
+  float* py[lanes];
+};
+
+template <int lanes, class Array>
+JURN_INLINE Vec<float, lanes> gather_lanes(const Array (&arrays)[lanes], int entry) {
+  float all[lanes];
+  for (int k = 0; k < lanes; ++k) all[k] = arrays[k][entry];
+  return load<Vec<float, lanes>>(all);
+}
+
+template <int lanes>
+JURN_INLINE void scatter_lanes(Vec<float, lanes> v, float* const (&arrays)[lanes], int entry,
+                               int records) {
+  float all[lanes];
+  store(all, v);
+  for (int k = 0; k < records; ++k) arrays[k][entry] = all[k];
+}
+
+/** Four frames of all records as vectors over the records, from int16 and back. */
+template <int lanes>
+JURN_INLINE void read_frames(Vec<float, lanes> (&v)[4], const CascadeRecords<lanes>& r, int time) {
+  JURN_UNROLL
+  for (int k = 0; k < 4; ++k) {
+    if constexpr (lanes == 4)
+      v[k] = convert<Vec<float, 4>>(widen_four(r.input[k] + time));
+    else
+      v[k] = convert<Vec<float, 8>>(JURN_SHUFFLE(widen_four(r.input[k] + time),
+                                                 widen_four(r.input[k + 4] + time), 0, 1, 2, 3, 4,
+                                                 5, 6, 7));
+  }
+  transpose(v[0], v[1], v[2], v[3]);
+}
+
+template <int lanes>
+JURN_INLINE void write_frames(Vec<float, lanes> (&v)[4], const CascadeRecords<lanes>& r, int time) {
+  transpose(v[0], v[1], v[2], v[3]);
+  JURN_UNROLL
+  for (int k = 0; k < 4; k += 2) {
+    const auto fours =
+        pack_groups(sample_lanes<Vec<int, lanes>>(v[k]), sample_lanes<Vec<int, lanes>>(v[k + 1]));
+    store(r.output[k] + time, fours[0]);
+    store(r.output[k + 1] + time, fours[1]);
+    if constexpr (lanes == 8) {
+      store(r.output[k + 4] + time, fours[2]);
+      store(r.output[k + 5] + time, fours[3]);
+    }
+  }
+}
+
+/** One frame through all sections. */
+template <int sections, int order, int lanes>
+JURN_INLINE Vec<float, lanes> step_records(SectionOfRecords<order, lanes> (&s)[sections],
+                                           Vec<float, lanes> x) {
+  using Float = Vec<float, lanes>;
+  JURN_UNROLL
+  for (int i = 0; i < sections; ++i) {
+    Float y = x * s[i].b[0];
+    JURN_UNROLL
+    for (int j = 1; j <= order; ++j) y += s[i].b[j] * s[i].x[j] - s[i].a[j] * s[i].y[j];
+    // The float nearest to 1e-6 lies below 1e-6, so this is |y| < 1e-6 in double.
+    const auto small = (y <= broadcast<Float>(1e-6f)) & (y >= broadcast<Float>(-1e-6f));
+    if (JURN_UNLIKELY(any(small))) y = select(small, Float{}, y);
+    JURN_UNROLL
+    for (int j = order; j >= 2; --j) {
+      s[i].x[j] = s[i].x[j - 1];
+      s[i].y[j] = s[i].y[j - 1];
+    }
+    s[i].x[1] = x;
+    s[i].y[1] = y;
+    x = y;
+  }
+  return x;
+}
+
+/** Frames of a chunk, which wait in `chunk` between the sections of one pass and of the next. */
+constexpr int chunk_frames = 256;
+
+template <int sections, int order, int lanes>
+JURN_NOINLINE void run_records(const CascadeRecords<lanes>& records, int before, bool first,
+                               bool last, int begin, int frames, Vec<float, lanes>* chunk) {
+  using Float = Vec<float, lanes>;
+  constexpr int group = order + 1;
+  const CascadeRecords<lanes> r = records;  // of this function alone: stores leave it as it is
+  SectionOfRecords<order, lanes> s[sections];
+  JURN_UNROLL
+  for (int i = 0; i < sections; ++i) {
+    const int at = (before + i) * group;
+    s[i].b[0] = gather_lanes(r.b, at);
+    JURN_UNROLL
+    for (int j = 1; j <= order; ++j) {
+      s[i].b[j] = gather_lanes(r.b, at + j);
+      s[i].a[j] = gather_lanes(r.a, at + j);
+      s[i].x[j] = gather_lanes(r.px, at + j);
+      s[i].y[j] = gather_lanes(r.py, at + j);
+    }
+  }
+
+  // What is read for the next four frames and written for the last four stands between the steps,
+  // where it fills the time that the recursion waits.
+  const auto read = [&](Float(&v)[4], int at) JURN_INLINED {
+    if (first) {
+      read_frames<lanes>(v, r, begin + at);
+    } else {
+      JURN_UNROLL
+      for (int k = 0; k < 4; ++k) v[k] = chunk[at + k];
+    }
+  };
+  const auto write = [&](Float(&v)[4], int at) JURN_INLINED {
+    if (last) {
+      write_frames<lanes>(v, r, begin + at);
+    } else {
+      JURN_UNROLL
+      for (int k = 0; k < 4; ++k) chunk[at + k] = v[k];
+    }
+  };
+  int i = 0;
+  if (frames >= 4) {
+    Float next[4], done[4];
+    read(next, 0);
+    for (; i + 4 <= frames; i += 4) {
+      Float v[4] = {next[0], next[1], next[2], next[3]};
+      v[0] = step_records(s, v[0]);
+      if (i + 8 <= frames) read(next, i + 4);
+      v[1] = step_records(s, v[1]);
+      v[2] = step_records(s, v[2]);
+      if (i > 0) write(done, i - 4);
+      v[3] = step_records(s, v[3]);
+      JURN_UNROLL
+      for (int k = 0; k < 4; ++k) done[k] = v[k];
+    }
+    write(done, i - 4);
+  }
+  for (; i < frames; ++i) {
+    float all[lanes];
+    for (int k = 0; k < lanes && first; ++k) all[k] = r.input[k][begin + i];
+    const Float y = step_records(s, first ? load<Float>(all) : chunk[i]);
+    chunk[i] = y;
+    store(all, y);
+    for (int k = 0; k < r.records && last; ++k) r.output[k][begin + i] = stoshort(all[k]);
+  }
+
+  for (int k = 0; k < sections; ++k) {
+    const int at = (before + k) * group;
+    scatter_lanes(s[k].x[1], r.px, at, r.records);
+    for (int j = 1; j <= order; ++j) {
+      scatter_lanes(s[k].x[j], r.px, at + j, r.records);
+      scatter_lanes(s[k].y[j], r.py, at + j, r.records);
+    }
+  }
+}
+
+template <int order, int lanes>
+JURN_INLINE void cascade_lanes(int ns, const CascadeRecords<lanes>& r, int frames) {
+  Vec<float, lanes> chunk[chunk_frames];
+  for (int begin = 0; begin < frames; begin += chunk_frames) {
+    const int here = frames - begin < chunk_frames ? frames - begin : chunk_frames;
+    for (int done = 0; done < ns;) {
+      const int rest = ns - done;
+      const auto run = rest >= 4   ? run_records<4, order, lanes>
+                       : rest == 3 ? run_records<3, order, lanes>
+                       : rest == 2 ? run_records<2, order, lanes>
+                                   : run_records<1, order, lanes>;
+      run(r, done, done == 0, rest <= 4, begin, here, chunk);
+      done += rest < 4 ? rest : 4;
+    }
+  }
+}
+
+template <int lanes>
+JURN_NOINLINE void cascade_of_width(int n, int ns, int records, const float* const* b,
+                                    const float* const* a, const short* const* input, int frames,
+                                    short* const* output, float* const* px, float* const* py) {
+  short dropped[JURN_BLOCK];
+  CascadeRecords<lanes> r;
+  r.records = records;
+  for (int k = 0; k < lanes; ++k) {
+    const int from = k < records ? k : 0;
+    r.b[k] = b[from];
+    r.a[k] = a[from];
+    r.input[k] = input[from];
+    r.output[k] = k < records ? output[k] : dropped;
+    r.px[k] = px[from];
+    r.py[k] = py[from];
+  }
+  if (n == 2)
+    cascade_lanes<2, lanes>(ns, r, frames);
+  else
+    cascade_lanes<4, lanes>(ns, r, frames);
+}
+
+void cascade_records(int n, int ns, int records, const float* const* b, const float* const* a,
+                     const short* const* input, int frames, short* const* output, float* const* px,
+                     float* const* py) {
+  constexpr int widest = JURN_VECTOR_BYTES >= 32 ? 8 : 4;
+  for (int done = 0; done < records;) {
+    const int here = records - done < widest ? records - done : widest;
+    const auto run = here <= 4 ? cascade_of_width<4> : cascade_of_width<widest>;
+    run(n, ns, here, b + done, a + done, input + done, frames, output + done, px + done, py + done);
+    done += here;
+  }
+}
