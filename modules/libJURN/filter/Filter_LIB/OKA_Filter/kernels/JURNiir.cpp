@@ -2,6 +2,8 @@
 
 #include "../../OKA_Filter.h"
 
+#include <type_traits>
+
 #include "feedback.h"
 #include "history.h"
 #define JURN_CLONE_BODY "../../filter/Filter_LIB/OKA_Filter/kernels/JURNiir.inl"
@@ -57,8 +59,18 @@ void JURNiir_records(int records, short* const* output, const short* const* inpu
                      short blen, const float* const* a, short alen) {
   for (int r = 0; r < records;) {
     const int rest = records - r;
-    const auto run = rest >= 4 ? iir<4> : rest == 3 ? iir<3> : rest == 2 ? iir<2> : iir<1>;
-    run(output + r, input + r, inlen, mem_output + r, mem_input + r, b + r, blen, a + r, alen);
+    const auto run = [&](auto channels) {
+      iir<channels>(output + r, input + r, inlen, mem_output + r, mem_input + r, b + r, blen, a + r,
+                    alen);
+    };
+    if (rest >= 4)
+      run(std::integral_constant<int, 4>());
+    else if (rest == 3)
+      run(std::integral_constant<int, 3>());
+    else if (rest == 2)
+      run(std::integral_constant<int, 2>());
+    else
+      run(std::integral_constant<int, 1>());
     r += rest < 4 ? rest : 4;
   }
 }

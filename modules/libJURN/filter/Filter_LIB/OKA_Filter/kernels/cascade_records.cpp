@@ -3,6 +3,8 @@
 #include "../../Filter_control.h"
 #include "../../OKA_Filter.h"
 
+#include <type_traits>
+
 #define JURN_CLONE_BODY "../../filter/Filter_LIB/OKA_Filter/kernels/cascade_records.inl"
 #include "../../../../common/simd/for_each_clone.h"
 

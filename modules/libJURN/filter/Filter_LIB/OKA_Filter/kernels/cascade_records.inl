@@ -184,11 +184,15 @@ JURN_INLINE void cascade_lanes(int ns, const CascadeRecords<lanes>& r, int frame
     const int here = frames - begin < chunk_frames ? frames - begin : chunk_frames;
     for (int done = 0; done < ns;) {
       const int rest = ns - done;
-      const auto run = rest >= 4   ? run_records<4, order, lanes>
-                       : rest == 3 ? run_records<3, order, lanes>
-                       : rest == 2 ? run_records<2, order, lanes>
-                                   : run_records<1, order, lanes>;
-      run(r, done, done == 0, rest <= 4, begin, here, chunk);
+      const bool first = done == 0, last = rest <= 4;
+      if (rest >= 4)
+        run_records<4, order>(r, done, first, last, begin, here, chunk);
+      else if (rest == 3)
+        run_records<3, order>(r, done, first, last, begin, here, chunk);
+      else if (rest == 2)
+        run_records<2, order>(r, done, first, last, begin, here, chunk);
+      else
+        run_records<1, order>(r, done, first, last, begin, here, chunk);
       done += rest < 4 ? rest : 4;
     }
   }
@@ -222,8 +226,14 @@ void cascade_records(int n, int ns, int records, const float* const* b, const fl
   constexpr int widest = JURN_VECTOR_BYTES >= 32 ? 8 : 4;
   for (int done = 0; done < records;) {
     const int here = records - done < widest ? records - done : widest;
-    const auto run = here <= 4 ? cascade_of_width<4> : cascade_of_width<widest>;
-    run(n, ns, here, b + done, a + done, input + done, frames, output + done, px + done, py + done);
+    const auto run = [&](auto width) JURN_INLINED {
+      cascade_of_width<width>(n, ns, here, b + done, a + done, input + done, frames, output + done,
+                              px + done, py + done);
+    };
+    if (here <= 4)
+      run(std::integral_constant<int, 4>());
+    else
+      run(std::integral_constant<int, widest>());
     done += here;
   }
 }
