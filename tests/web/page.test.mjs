@@ -255,6 +255,25 @@ test('what is taken home: coefficients, C code that compiles, the recording with
   rmSync(folder, { recursive: true });
 });
 
+test('another rate: the recording and the response that were dropped come along', async () => {
+  const { page, errors, close } = await open_({});
+  await page.setInputFiles('#recording', recording([tone(300, 0.5, 1)]));
+  await page.click('[data-kind=room]');
+  await page.setInputFiles('#response', upload('ring.wav', wav([tone(900, 0.5, 0.5)], 48000, true)));
+  await page.waitForFunction(() => /ring.wav: 0.50 s, 24000 taps, mono/.test(document.getElementById('room-summary').textContent));
+  await page.click('#play');
+  await page.waitForFunction(() => /Pause/.test(document.getElementById('play').textContent));
+  await page.selectOption('#rate', '96000');
+  await page.waitForFunction(() => /ring.wav: 0.50 s, 48000 taps/.test(document.getElementById('room-summary').textContent));
+  await page.waitForFunction(() => /Pause/.test(document.getElementById('play').textContent));
+  assert.equal(await page.inputValue('#sound'), 'file:tone.wav');
+  await page.waitForFunction(() => document.getElementById('time').value.endsWith('/ 0:01'));
+  await page.selectOption('#sound', 'speech');
+  await page.selectOption('#sound', 'file:tone.wav');
+  assert.deepEqual(errors, []);
+  await close();
+});
+
 test('the panel of the same bits: every line, with vectors and without', async () => {
   const { page, close } = await open_({});
   await page.click('#run-checksum');

@@ -52,6 +52,11 @@ function say(sentence: string): void {
   messageTimer = window.setTimeout(() => (message.hidden = true), 12000);
 }
 
+/** What was wrong no longer matters once something works. */
+function sayNothing(): void {
+  element('message').hidden = true;
+}
+
 function sayError(error: unknown, what: string): void {
   if (error instanceof DesignError || error instanceof RangeError || error instanceof Error)
     say(what ? `${what}: ${error.message}` : error.message);
@@ -340,6 +345,7 @@ async function useCoefficients(name: string, bytes: Uint8Array): Promise<void> {
       rate: setting.rate, precision: setting.precision,
       wanted: wanted === 'auto' ? undefined : (wanted as 'sections' | 'fir'),
     });
+    sayNothing();
     setting.file = { name, kind, b, a };
     showFile();
     showKind('file');
@@ -352,8 +358,9 @@ async function useCoefficients(name: string, bytes: Uint8Array): Promise<void> {
 function showFile(): void {
   if (!setting.file) return;
   const { name, kind, b, a } = setting.file;
-  const what = kind === 'fir' ? `FIR of ${b.length} taps`
-    : kind === 'sections' ? `${b.length / 3} second-order sections`
+  const count = (n: number, noun: string) => `${n} ${noun}${n === 1 ? '' : 's'}`;
+  const what = kind === 'fir' ? `FIR of ${count(b.length, 'tap')}`
+    : kind === 'sections' ? count(b.length / 3, 'second-order section')
     : `direct-form IIR of order ${Math.max(b.length, a.length) - 1}`;
   element('file-summary').textContent = `${name}: ${what}.`;
 }
@@ -361,9 +368,11 @@ function showFile(): void {
 async function useRecording(file: File): Promise<void> {
   try {
     const buffer = await sound.decode(await file.arrayBuffer());
+    sayNothing();
     const key = `file:${file.name}`;
-    if (![...select('sound').options].some((option) => option.value === key))
-      select('sound').add(new Option(file.name, key));
+    if (!dropped.has(key)) select('sound').add(new Option(file.name, key));
+    dropped.set(key, file);
+    recordings.set(key, Promise.resolve(buffer));
     select('sound').value = key;
     await sound.use(buffer);
   } catch {
@@ -371,26 +380,34 @@ async function useRecording(file: File): Promise<void> {
   }
 }
 
+let roomFile: File | null = null;
+
+async function decodeRoom(file: File): Promise<ImpulseResponse> {
+  let buffer: AudioBuffer;
+  try {
+    buffer = await sound.decode(await file.arrayBuffer());
+  } catch {
+    throw new Error(`${file.name}: this browser cannot read it as an impulse response. WAV and FLAC are read.`);
+  }
+  if (buffer.duration > MOST_SECONDS)
+    throw new Error(`${file.name}: the response lasts ${buffer.duration.toFixed(1)} s; up to ${MOST_SECONDS} s are accepted.`);
+  const channels = [0, 1].slice(0, buffer.numberOfChannels).map((c) => buffer.getChannelData(c));
+  if (channels.every((channel) => channel.every((x) => x === 0)))
+    throw new Error(`${file.name}: the response is silent.`);
+  return { name: file.name, channels };
+}
+
 async function useRoom(file: File): Promise<void> {
   try {
-    const buffer = await sound.decode(await file.arrayBuffer());
-    if (buffer.duration > MOST_SECONDS) {
-      say(`${file.name}: the response lasts ${buffer.duration.toFixed(1)} s; up to ${MOST_SECONDS} s are accepted.`);
-      return;
-    }
-    const channels = [0, 1].slice(0, Math.min(2, buffer.numberOfChannels)).map((c) => buffer.getChannelData(c));
-    if (channels.every((channel) => channel.every((x) => x === 0))) {
-      say(`${file.name}: the response is silent.`);
-      return;
-    }
-    rooms.file = { name: file.name, channels };
-    if (![...select('room').options].some((option) => option.value === 'file'))
-      select('room').add(new Option(file.name, 'file'));
-    select('room').options[select('room').options.length - 1].text = file.name;
+    rooms.file = await decodeRoom(file);
+    sayNothing();
+    if (!roomFile) select('room').add(new Option('', 'file'));
+    select('room').querySelector<HTMLOptionElement>('[value=file]')!.text = file.name;
+    roomFile = file;
     setting.room = select('room').value = 'file';
     changed();
-  } catch {
-    say(`${file.name}: this browser cannot read it as an impulse response. WAV and FLAC are read.`);
+  } catch (error) {
+    sayError(error, '');
   }
 }
 
@@ -402,19 +419,26 @@ async function drop(file: File): Promise<void> {
 
 // ---- Sound ------------------------------------------------------------------------------------
 
+/** Decoded at the rate of now, by what the list of sounds calls them. */
 const recordings = new Map<string, Promise<AudioBuffer>>();
+const dropped = new Map<string, File>();
 
-function builtIn(key: string): Promise<AudioBuffer> {
-  const { file, name } = SOUNDS[key] ?? SOUNDS.music;
+function recordingOf(key: string): Promise<AudioBuffer> {
   let recording = recordings.get(key);
   if (!recording) {
-    recording = fetch(file).then(async (response) => {
-      if (!response.ok) throw new Error(`${name} cannot be loaded (${response.status}).`);
-      return sound.decode(await response.arrayBuffer());
-    });
+    recording = bytesOf(key).then((bytes) => sound.decode(bytes));
     recordings.set(key, recording);
   }
   return recording;
+}
+
+async function bytesOf(key: string): Promise<ArrayBuffer> {
+  const own = dropped.get(key);
+  if (own) return own.arrayBuffer();
+  const { file, name } = SOUNDS[key] ?? SOUNDS.music;
+  const response = await fetch(file);
+  if (!response.ok) throw new Error(`${name} cannot be loaded (${response.status}).`);
+  return response.arrayBuffer();
 }
 
 async function chooseSound(): Promise<void> {
@@ -422,9 +446,9 @@ async function chooseSound(): Promise<void> {
   try {
     if (key === 'microphone') {
       await sound.listen();
-    } else if (key in SOUNDS) {
-      setting.sound = key;
-      await sound.use(await builtIn(key));
+    } else {
+      await sound.use(await recordingOf(key));
+      if (key in SOUNDS) setting.sound = key;
       showLink();
     }
   } catch (error) {
@@ -441,7 +465,7 @@ async function togglePlay(): Promise<void> {
     } else if (select('sound').value === 'microphone') {
       await sound.listen();
     } else {
-      if (!sound.recording) await sound.use(await builtIn(setting.sound));
+      if (!sound.recording) await sound.use(await recordingOf(select('sound').value));
       await sound.play();
     }
   } catch (error) {
@@ -615,7 +639,7 @@ async function saveWav(): Promise<void> {
   const button = element<HTMLButtonElement>('save-wav');
   button.disabled = true;
   try {
-    const buffer = sound.recording ?? (await builtIn(setting.sound));
+    const buffer = sound.recording ?? (await recordingOf(setting.sound));
     const library = new Library(await sound.library);
     const stream = library.stream({ channels: 2 });
     stream.change(filter);
@@ -750,7 +774,7 @@ function showMean(): void {
 }
 
 async function loadRooms(): Promise<void> {
-  for (const key of Object.keys(rooms)) if (key !== 'file') delete rooms[key];
+  if (roomFile) rooms.file = await decodeRoom(roomFile);
   rooms.hall = hall(setting.rate);
   const [left, right, responses] = await Promise.all([
     ...['left', 'right'].map(async (side) => sound.decode(await (await fetch(`rooms/street-${side}.wav`)).arrayBuffer())),
@@ -958,7 +982,7 @@ async function start(): Promise<void> {
   requestAnimationFrame(tick);
   try {
     // Ready before the first click: the recording, the rooms, the program.
-    const [{ simd }] = await Promise.all([sound.library, loadRooms(), builtIn(setting.sound).then((buffer) => sound.use(buffer))]);
+    const [{ simd }] = await Promise.all([sound.library, loadRooms(), recordingOf(setting.sound).then((buffer) => sound.use(buffer))]);
     element('engine').textContent = ` WebAssembly ${simd ? 'with' : 'without'} 128-bit vectors.`;
     changed();
   } catch (error) {
