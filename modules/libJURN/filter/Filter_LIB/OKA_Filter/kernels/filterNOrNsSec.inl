@@ -219,6 +219,62 @@ JURN_INLINE void run_sections(int count, const float* b, const float* a, float* 
   });
 }
 
+/** A short block, frame by frame through a few sections, in scalars: what takes its time is less
+ * than loading lanes and the masked steps. The sections' recursions overlap here too. */
+template <int sections, int order>
+JURN_NOINLINE void run_short(const float* b, const float* a, float* block, int frames, float* px,
+                             float* py) {
+  constexpr int group = order + 1;
+  float x[sections][group], y[sections][group];
+  JURN_UNROLL
+  for (int k = 0; k < sections; ++k) {
+    JURN_UNROLL
+    for (int j = 1; j <= order; ++j) {
+      x[k][j] = px[k * group + j];
+      y[k][j] = py[k * group + j];
+    }
+  }
+  for (int i = 0; i < frames; ++i) {
+    float in = block[i];
+    JURN_UNROLL
+    for (int k = 0; k < sections; ++k) {
+      float out = in * b[k * group];
+      JURN_UNROLL
+      for (int j = 1; j <= order; ++j)
+        out += b[k * group + j] * x[k][j] - a[k * group + j] * y[k][j];
+      if (JURN_UNLIKELY(out <= 1e-6f && out >= -1e-6f)) out = 0.0f;
+      JURN_UNROLL
+      for (int j = order; j >= 2; --j) {
+        x[k][j] = x[k][j - 1];
+        y[k][j] = y[k][j - 1];
+      }
+      x[k][1] = in;
+      y[k][1] = in = out;
+    }
+    block[i] = in;
+  }
+  JURN_UNROLL
+  for (int k = 0; k < sections; ++k) {
+    px[k * group] = x[k][1];
+    JURN_UNROLL
+    for (int j = 1; j <= order; ++j) {
+      px[k * group + j] = x[k][j];
+      py[k * group + j] = y[k][j];
+    }
+  }
+}
+
+template <int order>
+JURN_INLINE void run_short_cascade(int ns, const float* b, const float* a, float* block, int frames,
+                                   float* px, float* py) {
+  constexpr int group = order + 1;
+  for (; ns >= 4; ns -= 4, b += 4 * group, a += 4 * group, px += 4 * group, py += 4 * group)
+    run_short<4, order>(b, a, block, frames, px, py);
+  if (ns == 3) run_short<3, order>(b, a, block, frames, px, py);
+  if (ns == 2) run_short<2, order>(b, a, block, frames, px, py);
+  if (ns == 1) run_short<1, order>(b, a, block, frames, px, py);
+}
+
 /** One channel, or two side by side, through all sections, as many at a time as fit the lanes. */
 template <int order, int channels>
 JURN_INLINE void run_cascade(int ns, const float* b, const float* a, float* const* x, int frames,
@@ -226,6 +282,11 @@ JURN_INLINE void run_cascade(int ns, const float* b, const float* a, float* cons
   constexpr int group = order + 1;
   constexpr int lanes = JURN_VECTOR_BYTES >= 32 ? 8 : 4;
   const int most = 2 * lanes / channels;
+  if (frames <= 32 || frames * ns <= 96) {  // as measured
+    for (int c = 0; c < channels; ++c)
+      run_short_cascade<order>(ns, b, a, x[c], frames, px_all[c], py_all[c]);
+    return;
+  }
   float* px[channels];
   float* py[channels];
   for (int done = 0; done < ns;) {
