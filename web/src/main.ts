@@ -83,10 +83,15 @@ function changed(): void {
   requestAnimationFrame(() => {
     queued = false;
     void update();
+    clearTimeout(settleTimer);
+    settleTimer = window.setTimeout(() => void update(true), 400);
   });
 }
 
-async function update(): Promise<void> {
+let settleTimer = 0;
+
+/** The exact peak takes too long while something is dragged; the drawn curve's does till then. */
+async function update(exactPeak = false): Promise<void> {
   const design = await designer;
   const notices: (Notice & { good?: boolean })[] = [];
   const curves: Curve[] = [];
@@ -104,21 +109,20 @@ async function update(): Promise<void> {
         const prepared = design.prepare(wanted, setting.precision);
         runs = prepared.design;
         notices.push(...prepared.notices);
-        const look = design.look(runs);
-        chart.roots = runs.b.length <= 400 || runs.kind === 'sections' ? look : null;
+        chart.roots = runs.b.length <= 400 ? design.roots(runs) : null;
+        curves.push({ response: respond(runs, setting.rate), colour: 'curve' });
         if (!prepared.stable) {
           notices.push({ text: 'Not played, since it is unstable: you hear the original', warning: true });
           element('turn').hidden = !setting.file || !design.prepare(turned(wanted), setting.precision).stable;
         } else {
           filter = runs;
-          const peak = 20 * Math.log10(look.peakGain);
+          const peak = exactPeak ? 20 * Math.log10(design.peakGain(runs)) : Math.max(...curves[0].response.magnitude);
           if (peak > 0.05)
             notices.push({ text: `Gain up to +${peak.toFixed(1)} dB: a full-scale sound can clip`, warning: peak > 12 });
           // Beyond one step the preparation warns by itself.
           if (setting.precision === 'int16' && runs.kind !== 'fir' && (prepared.expectedError ?? 1) < 1)
             notices.push({ text: `At most ${prepared.expectedError!.toPrecision(2)} LSB off in float, on noise at full scale`, warning: false, good: true });
         }
-        curves.push({ response: respond(runs, setting.rate), colour: 'curve' });
       }
     } else if (setting.kind === 'mean') {
       filter = { kind: 'average', length: setting.mean };
@@ -151,7 +155,7 @@ async function update(): Promise<void> {
   placeHandles();
   chart.draw();
   try {
-    await sound.filter(filter);
+    if (!exactPeak) await sound.filter(filter);
   } catch (error) {
     sayError(error, 'The filter');
   }

@@ -100,6 +100,22 @@ export function respondLong(taps: Float32Array, rate: number): Response {
   return response;
 }
 
+const turns = new Map<number, { cos: Float64Array; sin: Float64Array }>();
+
+/** Half a turn in steps of one n-th of a turn. */
+function turnOf(n: number): { cos: Float64Array; sin: Float64Array } {
+  let turn = turns.get(n);
+  if (!turn) {
+    turn = { cos: new Float64Array(n / 2), sin: new Float64Array(n / 2) };
+    for (let k = 0; k < n / 2; ++k) {
+      turn.cos[k] = Math.cos((2 * Math.PI * k) / n);
+      turn.sin[k] = Math.sin((2 * Math.PI * k) / n);
+    }
+    turns.set(n, turn);
+  }
+  return turn;
+}
+
 function fft(re: Float64Array, im: Float64Array): void {
   const n = re.length;
   for (let i = 1, j = 0; i < n; ++i) {
@@ -111,12 +127,13 @@ function fft(re: Float64Array, im: Float64Array): void {
       [im[i], im[j]] = [im[j], im[i]];
     }
   }
+  const { cos, sin } = turnOf(n);
   for (let length = 2; length <= n; length *= 2) {
-    const half = length / 2;
-    for (let k = 0; k < half; ++k) {
-      const c = Math.cos((2 * Math.PI * k) / length), s = -Math.sin((2 * Math.PI * k) / length);
-      for (let i = k; i < n; i += length) {
-        const j = i + half;
+    const half = length / 2, step = n / length;
+    for (let from = 0; from < n; from += length) {
+      for (let k = 0; k < half; ++k) {
+        const c = cos[k * step], s = -sin[k * step];
+        const i = from + k, j = i + half;
         const r = re[j] * c - im[j] * s, m = re[j] * s + im[j] * c;
         re[j] = re[i] - r;
         im[j] = im[i] - m;

@@ -34,7 +34,7 @@ export function roomFilter(room: ImpulseResponse, wet: number, rate: number): Co
   const energy = Math.max(...room.channels.map((x) => x.reduce((sum, tap) => sum + tap * tap, 0)));
   const gain = energy > 0 ? wet / Math.sqrt(energy) : 0;
   const routes: Route[] = [0, 1].map((side) => {
-    const taps = Float32Array.from(room.channels[side % room.channels.length], (tap) => tap * gain);
+    const taps = room.channels[side % room.channels.length].map((tap) => tap * gain);
     taps[0] += 1 - wet;
     return { input: side, output: side, taps };
   });

@@ -144,17 +144,22 @@ EXPORT const char* jurn_prepare(int kind, const double* b, int b_count, const do
   return text.c_str();
 }
 
-/** Poles, zeros and the largest gain over all frequencies. */
-EXPORT const char* jurn_look(int kind, const double* b, int b_count, const double* a, int a_count) {
+EXPORT const char* jurn_roots(int kind, const double* b, int b_count, const double* a,
+                              int a_count) {
   const FilterDesign design = design_of(kind, b, b_count, a, a_count);
   text = "{";
   append_roots("zeros", tool::roots_of(design, design.b));
   text += ',';
   append_roots("poles", design.a.empty() ? std::vector<std::complex<double>>()
                                          : tool::roots_of(design, design.a));
-  text += ",\"peakGain\":";
-  append_number(tool::peak_gain(design));
   text += '}';
+  return text.c_str();
+}
+
+EXPORT const char* jurn_peak_gain(int kind, const double* b, int b_count, const double* a,
+                                  int a_count) {
+  text.clear();
+  append_number(tool::peak_gain(design_of(kind, b, b_count, a, a_count)));
   return text.c_str();
 }
 

@@ -30,10 +30,9 @@ export interface Prepared {
 }
 
 /** Pairs of real and imaginary part, one after another. */
-export interface Look {
+export interface Roots {
   zeros: number[];
   poles: number[];
-  peakGain: number;
 }
 
 /** The sentence that says what is wrong with a file or design. */
@@ -50,7 +49,8 @@ interface Exports {
                int16: number): number;
   jurn_export(kind: number, b: number, bCount: number, a: number, aCount: number, int16: number,
               asHeader: number, name: number, nameLength: number): number;
-  jurn_look(kind: number, b: number, bCount: number, a: number, aCount: number): number;
+  jurn_roots(kind: number, b: number, bCount: number, a: number, aCount: number): number;
+  jurn_peak_gain(kind: number, b: number, bCount: number, a: number, aCount: number): number;
 }
 
 const KINDS = { fir: 0, iir: 1, sections: 2 } as const;
@@ -88,8 +88,13 @@ export class Designer {
     return prepared;
   }
 
-  look(design: Fir | Iir | Sections): Look {
-    return this.withDesign(design, (...coefficients) => this.wasm.jurn_look(...coefficients)) as Look;
+  roots(design: Fir | Iir | Sections): Roots {
+    return this.withDesign(design, (...coefficients) => this.wasm.jurn_roots(...coefficients)) as Roots;
+  }
+
+  /** The largest gain over all frequencies, on a fine grid: some tens of milliseconds per section. */
+  peakGain(design: Fir | Iir | Sections): number {
+    return this.withDesign(design, (...coefficients) => this.wasm.jurn_peak_gain(...coefficients)) as number;
   }
 
   /**

@@ -46,7 +46,8 @@ function check(holds: boolean, message: string): asserts holds {
 
 function checkFinite(name: string, values: Numbers): void {
   for (let i = 0; i < values.length; ++i)
-    check(Number.isFinite(values[i]), `${name}[${i}] is ${values[i]}; a finite number is needed`);
+    if (!Number.isFinite(values[i]))
+      throw new RangeError(`${name}[${i}] is ${values[i]}; a finite number is needed`);
 }
 
 function checkShape({ inputs, outputs, block }: Shape): void {

@@ -15,7 +15,7 @@ test('files of several formats are read, by what they hold', () => {
   const equaliser = designer.parse('eq.txt', bytes('Preamp: -6 dB\nFilter 1: ON PK Fc 1000 Hz Gain 3 dB Q 1\n'), { rate });
   assert.equal(equaliser.kind, 'sections');
   // +3 dB on top of -6 dB at the middle of the band.
-  const peak = designer.look(equaliser).peakGain;
+  const peak = designer.peakGain(equaliser);
   assert.ok(Math.abs(20 * Math.log10(peak) + 3) < 0.001, `${peak}`);
   assert.deepEqual(designer.parse('x', bytes('+1e-3 -2.5E2\n0'), { rate }).b, [0.001, -250, 0]);
 });
