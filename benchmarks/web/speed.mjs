@@ -1,6 +1,5 @@
 // Microseconds per block of 128 stereo frames, in Node and in Chromium, beside Web Audio's own nodes.
 // Writes the table of docs/web.md between its marks.
-import { execFileSync } from 'node:child_process';
 import { readFileSync, writeFileSync } from 'node:fs';
 import { cpus } from 'node:os';
 import { fileURLToPath } from 'node:url';
@@ -123,11 +122,11 @@ const rows = Object.keys(filters).map((name) => {
   return `| ${name} | ${number(node[name].true)} | ${number(node[name].false)} | ${number(c.kernel)} | ` +
     `${number(c.node)} | ${c.peer === null ? '' : `${number(c.peer)}, ${peers[name]}`} |`;
 });
-const commit = execFileSync('git', ['rev-parse', '--short', 'HEAD'], { encoding: 'utf8' }).trim();
+const date = new Date().toISOString().slice(0, 10);
 const table = [
   '| filter | Node, vectors | Node, scalar | Chromium, stream | Chromium, audio node | Web Audio\'s own |',
   '| --- | --: | --: | --: | --: | --: |', ...rows, '',
-  `${cpus()[0].model}, one core; Node ${process.versions.node}, Chromium ${version}; at ${commit}.`,
+  `${cpus()[0].model}, one core; Node ${process.versions.node}, Chromium ${version}; ${date}.`,
 ].join('\n');
 console.log(table);
 const text = readFileSync(document_, 'utf8');
