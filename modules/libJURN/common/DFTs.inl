@@ -576,7 +576,7 @@ using Ints = Vec<int, lane_count>;
 struct Mono {
   const short* samples;
   JURN_INLINED Floats at(ptrdiff_t i) const {
-    return convert<Floats>(convert<Ints>(load<Vec<short, lane_count>>(samples + i)));
+    return convert<Floats>(widen_samples<Ints>(samples + i));
   }
 };
 

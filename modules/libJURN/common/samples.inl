@@ -36,7 +36,7 @@ JURN_INLINE Int int_samples(const float* in) {
 }
 template <class Int, int lanes>
 JURN_INLINE Int int_samples(const short* in) {
-  return convert<Int>(load<Vec<short, lanes>>(in));
+  return widen_samples<Int>(in);
 }
 
 template <class Sample>

@@ -21,10 +21,15 @@ JURN_INLINE Int second_of(Int pairs) {
 /** As stoshort, lane by lane; the samples are still ints. */
 template <class Int, class Float>
 JURN_INLINE Int sample_lanes(Float x) {
+#if JURN_NEON  // whose conversion saturates and makes a NaN 0
+  const int32x4_t whole = vcvtq_s32_f32((float32x4_t)x);
+  return (Int)vminq_s32(vmaxq_s32(whole, vdupq_n_s32(-32768)), vdupq_n_s32(32767));
+#else
   const Int number = x == x;  // 0 in the lanes that hold a NaN
   const Float lowest = broadcast<Float>(-32768.0f);
   const Float highest = broadcast<Float>(32767.0f);
   return convert<Int>(smaller(larger(x, lowest), highest)) & number;
+#endif
 }
 
 /** Widens int16 to float or float to double. */
@@ -35,7 +40,7 @@ JURN_INLINE void widen(To* out, const From* in, int count) {
   int i = 0;
   for (; i + lanes <= count; i += lanes) {
     if constexpr (sizeof(From) == 2)
-      store(out + i, convert<Wide>(convert<Vec<int, lanes>>(load<Vec<From, lanes>>(in + i))));
+      store(out + i, convert<Wide>(widen_samples<Vec<int, lanes>>(in + i)));
     else
       store(out + i, convert<Wide>(load<Vec<From, lanes>>(in + i)));
   }

@@ -253,14 +253,18 @@ JURN_INLINE Vec<long long, 4> pack_groups(Vec<int, 8> a, Vec<int, 8> b) {
 }
 #endif
 
-/** Four samples as int. */
-JURN_INLINE Vec<int, 4> widen_four(const short* p) {
-#if JURN_X86_CLONES && !defined(__clang__)
-  // GCC would take them apart. Each in both halves of an int, then down with its sign.
-  const Vec<long long, 2> four = {load<long long>(p)};
-  const auto samples = (Vec<short, 8>)four;
-  return (Vec<int, 4>)__builtin_ia32_punpcklwd128(samples, samples) >> 16;
-#else
-  return convert<Vec<int, 4>>(load<Vec<short, 4>>(p));
+/** Samples as int. GCC takes four of them apart unless it is told how. */
+template <class Int>
+JURN_INLINE Int widen_samples(const short* p) {
+#if JURN_NEON
+  if constexpr (sizeof(Int) == 16) return (Int)vmovl_s16(vld1_s16(p));
+#elif JURN_X86_CLONES && !defined(__clang__)
+  if constexpr (sizeof(Int) == 16) {
+    // Each in both halves of an int, then down with its sign.
+    const Vec<long long, 2> four = {load<long long>(p)};
+    const auto samples = (Vec<short, 8>)four;
+    return (Int)__builtin_ia32_punpcklwd128(samples, samples) >> 16;
+  }
 #endif
+  return convert<Int>(load<Vec<short, sizeof(Int) / sizeof(int)>>(p));
 }

@@ -47,14 +47,16 @@ JURN_INLINE void scatter_lanes(Vec<float, lanes> v, float* const (&arrays)[lanes
 /** Four frames of all records as vectors over the records, from int16 and back. */
 template <int lanes>
 JURN_INLINE void read_frames(Vec<float, lanes> (&v)[4], const CascadeRecords<lanes>& r, int time) {
+  using Int = Vec<int, 4>;
   JURN_UNROLL
   for (int k = 0; k < 4; ++k) {
-    if constexpr (lanes == 4)
-      v[k] = convert<Vec<float, 4>>(widen_four(r.input[k] + time));
-    else
-      v[k] = convert<Vec<float, 8>>(JURN_SHUFFLE(widen_four(r.input[k] + time),
-                                                 widen_four(r.input[k + 4] + time), 0, 1, 2, 3, 4,
-                                                 5, 6, 7));
+    const Int low = widen_samples<Int>(r.input[k] + time);
+    if constexpr (lanes == 4) {
+      v[k] = convert<Vec<float, 4>>(low);
+    } else {
+      const Int high = widen_samples<Int>(r.input[k + 4] + time);
+      v[k] = convert<Vec<float, 8>>(JURN_SHUFFLE(low, high, 0, 1, 2, 3, 4, 5, 6, 7));
+    }
   }
   transpose(v[0], v[1], v[2], v[3]);
 }
