@@ -1,10 +1,12 @@
 /* Filterlongfir_ID as its user calls it: FIFOs and conversion included. */
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <memory>
 
 #include "DFTs.h"
 #include "Filter_control.h"
+#include "fast_convolution.h"
 #include "groups.h"
 
 #ifdef PEER_ZITA
@@ -42,28 +44,30 @@ Side whole_blocks(const std::string& name, std::shared_ptr<Filter> filter, int l
   return {name, static_cast<double>(frames), [filter, frames] { filter->run(frames); }};
 }
 
+/** Where a run works in an array. */
+float* block_of(float* work) {
+  return work + (0 - reinterpret_cast<uintptr_t>(work)) % 64 / sizeof(float);
+}
+
 /** The transforms and products of one block, in the memory where its run does them. */
 Side transforms(const std::string& name, std::shared_ptr<Filter> filter) {
   Filterlongfir_ID* f = filter->record.get();
   const bool two_inputs = f->chanel == 2 && f->filtertype != -4;
   const bool two_outputs = f->chanel == 2 || f->filtertype == -5;
   const std::vector<float> samples = noise<float>(f->fftN, 10000.0);
-  std::copy(samples.begin(), samples.end(), f->xLhL);
-  std::copy(samples.begin(), samples.end(), f->xRhR);
+  std::copy(samples.begin(), samples.end(), block_of(f->xLhL));
+  std::copy(samples.begin(), samples.end(), block_of(f->xRhR));
   return {name, static_cast<double>(filter->hop()),
-          [filter, two_inputs, two_outputs, x = std::array<float*, 2>{f->xLhL, f->xRhR},
-           y = std::array<float*, 2>{f->xLintl, f->xRintl}]() mutable {
+          [filter, two_inputs, two_outputs,
+           x = std::array<float*, 2>{block_of(f->xLhL), block_of(f->xRhR)},
+           y = std::array<float*, 2>{block_of(f->xLintl), block_of(f->xRintl)}]() mutable {
             const Filterlongfir_ID* const record = filter->record.get();
             const RealFFT_ID* const fft = &record->realfft;
             const short N = static_cast<short>(record->fftN);
             MORVAX_KLOV_RealFFT_Run2(fft, x[0], N);
-            MORVAX_rfftmut2(y[0], record->hLrfft, x[0], N);
-            MORVAX_KLOV_InverseRealFFT_Run2(fft, y[0], N);
+            JURN_inverse_product(fft, y[0], record->hLrfft, x[0]);
             if (two_inputs) MORVAX_KLOV_RealFFT_Run2(fft, x[1], N);
-            if (two_outputs) {
-              MORVAX_rfftmut2(y[1], record->hRrfft, x[two_inputs], N);
-              MORVAX_KLOV_InverseRealFFT_Run2(fft, y[1], N);
-            }
+            if (two_outputs) JURN_inverse_product(fft, y[1], record->hRrfft, x[two_inputs]);
             std::swap(x, y);
           }};
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Turns the figures of jurn_benchmarks into docs/performance.md and its plots.
 
-usage: report.py FIGURES.json DOCS_FOLDER
+usage: report.py FIGURES.json DOCS_FOLDER [COMMIT_BEFORE]
 
 What the document says below its last marker is written by hand and stays.
 """
@@ -30,6 +30,9 @@ class Figures:
     def __call__(self, group, side):
         """ns per unit of work, or None for a peer that was not installed."""
         return self.groups[group].get(side)
+
+    def all(self, prefix):
+        return [g for g in self.groups if g.startswith(prefix)]
 
     def copies(self, group, side):
         """The median of three copies that lie in different places of the memory."""
@@ -62,7 +65,7 @@ def ratio(x, y):
     return None if x is None or y is None else x / y
 
 
-def targets(f, instruction_set):
+def targets(f, instruction_set, before):
     t = Targets()
     chain = 0.45 if instruction_set == "AVX-512" else 0.65
     t.section("Transform chain (forward, multiply, inverse) / FFTW patient")
@@ -78,7 +81,7 @@ def targets(f, instruction_set):
         for taps in LONG_TAPS:
             group = f"share/{taps}"
             share = 1 - f(group, f"{kind} transforms") / f(group, kind)
-            t.add(f"kind {kind}, {taps} taps", share, 0.25)
+            t.add(f"kind {kind}, {taps} taps", share, 0.2)
 
     for name, group in [("JURNfir", "fir"), ("MORVAX_Qfirf", "fir double")]:
         t.section(f"{name}, block 480: share of the peak of separate multiplies and adds")
@@ -122,6 +125,42 @@ def targets(f, instruction_set):
     for count in [32, 100, 256]:
         g = f"mean/{count}"
         t.add(f"{count} samples", f(g, "jurn") / f(g, "plain"), 0.5)
+
+    t.section("Place of the record: FFT kind -2 in stereo, worst of six / best")
+    for taps in LONG_TAPS:
+        times = [f(f"place/{taps}", side) for side in ["0", "4", "16", "32", "36", "48"]]
+        t.add(f"{taps} taps, records at 0 to 48 modulo 64", max(times) / min(times), 1.03)
+
+    t.section("Short calls: cost per frame, 16 frames / 480")
+    for g in f.all("short/"):
+        t.add(g.split("/", 1)[1], f(g, "16") / f(g, "480"), 2.5)
+
+    t.section("Mono records side by side: four / one")
+    for sections in [1, 2]:
+        g = f"records/cascade {sections}"
+        t.add(f"cascade, {sections} section{'s' * (sections > 1)}", f(g, "4") / f(g, "1"), 1.3)
+
+    for compiler in ["g++", "clang++"]:
+        for level, limit in [("-O2", 1.03), ("-Os", 1.5)]:
+            builds = [g for g in f.all("builds/") if f(g, f"{compiler} {level}")]
+            if not builds:
+                continue
+            t.section(f"{compiler} {level} / -O3, without CMake")
+            for g in builds:
+                t.add(g.split("/", 1)[1],
+                      f(g, f"{compiler} {level}") / f(g, f"{compiler} -O3"), limit)
+
+    if before:
+        t.section(f"Against commit {before}, g++ -O3")
+        for g in f.all("builds/"):
+            name = g.split("/", 1)[1]
+            length = int(name.split(", ")[1]) if name.startswith("transform") else 0
+            limit = 0 if length < 1024 else 0.85 if length >= 8192 else 0.9
+            old = f(g, "before")
+            t.add(name, f(g, "g++ -O3") / old, limit or 1.03)
+            if length:
+                t.add(f"{name}, product fused as the FFT kinds do it", f(g, "fused") / old,
+                      limit or 1.03)
 
     t.section("Growth")
     s = lambda side: f("set-up", side)
@@ -185,6 +224,21 @@ def costs(f):
     lines += table(["Samples", "JURN", "plain loop"],
                    [[n] + [number(f(f"mean/{n}", s)) for s in ("jurn", "plain")]
                     for n in [32, 100, 256]])
+    lines += ["", "### Short calls, ns per frame", ""]
+    lines += table(["Kind", "16 frames", "32", "64", "480 or whole hops"],
+                   [[g.split("/", 1)[1]] + [number(f(g, s)) for s in ("16", "32", "64", "480")]
+                    for g in f.all("short/")])
+    lines += ["", "### Mono records side by side, ns per frame of all", ""]
+    lines += table(["Kind", "1 record", "4", "6", "8"],
+                   [[g.split("/", 1)[1]] + [number(f(g, s)) for s in ("1", "4", "6", "8")]
+                    for g in f.all("records/")])
+    builds = [b for b in ("g++ -O3", "g++ -O2", "g++ -Os", "clang++ -O3", "clang++ -O2",
+                          "clang++ -Os", "before") if any(f(g, b) for g in f.all("builds/"))]
+    if builds:
+        lines += ["", "### Builds without CMake, ns per frame or chain", ""]
+        lines += table(["Kernel"] + builds,
+                       [[g.split("/", 1)[1]] + [number(f(g, b)) for b in builds]
+                        for g in f.all("builds/")])
     lines += ["", "### Reset and set-up, microseconds", ""]
     micro = lambda group, side: number(f(group, side) / 1000)
     lines += table(["Call", "Time"],
@@ -288,6 +342,7 @@ def main():
     f = Figures(sys.argv[1])
     docs = pathlib.Path(sys.argv[2])
     docs.mkdir(exist_ok=True)
+    before = sys.argv[3] if len(sys.argv) > 3 else None
     context = f.context
     instruction_set = context["instruction_set"]
     points = [(2**k, f(f"taps/{2**k}", "time domain"), f(f"taps/{2**k}", "fft"))
@@ -322,7 +377,7 @@ def main():
               "of all slices the first decile where there were none: " + ", ".join(disturbed) + "."),
               "A ratio is judged as printed.", "",
               "## Targets", ""]
-    lines += targets(f, instruction_set)
+    lines += targets(f, instruction_set, before)
     lines += ["", "## Time domain or FFT", "",
               "One mono channel, `MORVAX_FilterlongfirRun_API`: "
               + (f"from about {taps} taps on the FFT kind costs less." if taps

@@ -1,0 +1,90 @@
+/* Runs one kind in calls of 480 frames, for counting its instructions: KIND CALLS. Without arguments
+ * it lists the kinds. */
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "../modules/libJURN/filter/Filter_LIB/Filter_control.h"
+
+namespace {
+
+constexpr int frames = 480;
+Filter_ID filter, more[3];
+Filterf_ID float_filter;
+Filterlongfir_ID long_filter;
+short input[2 * frames], output[2 * frames], outputs[3][frames];
+float floats[frames], results[frames];
+
+struct Kind {
+  const char* name;
+  int type, chanel, count;
+};
+// Types of Filter_ID; 10: Filterf_ID's FIR, -2: FFT, 20: four records at once.
+const Kind kinds[] = {{"FIR, 32 taps", -1, 1, 32},
+                      {"FIR, 512 taps", -1, 1, 512},
+                      {"IIR, order 2", 0, 1, 3},
+                      {"cascade, 1 section", 1, 1, 1},
+                      {"cascade, 4 sections", 1, 1, 4},
+                      {"four cascades of 1 section at once", 20, 1, 1},
+                      {"four cascades of 2 sections at once", 20, 1, 2},
+                      {"moving mean, 100 samples", 2, 1, 100},
+                      {"float FIR, 32 taps", 10, 1, 32},
+                      {"FFT, stereo, 481 taps", -2, 2, 481}};
+
+void set_up(Filter_ID* f, const Kind& kind) {
+  f->chanel = kind.chanel;
+  f->filtertype = kind.type == 20 ? 1 : kind.type;
+  f->blen = f->alen = kind.count;
+  f->n = 2;
+  f->ns = kind.count;
+  for (int i = 0; i < JURN_COEFFICIENTS; ++i) {
+    const float b[] = {0.9f, -0.3f, 0.1f}, a[] = {1.0f, -0.5f, 0.2f};
+    const bool cascade = f->filtertype == 1;
+    f->b[i] = cascade ? b[i % 3] : 0.5f / static_cast<float>(kind.count);
+    f->a[i] = cascade ? a[i % 3] : 0.3f / static_cast<float>(kind.count);
+  }
+  MORVAX_FilterReset_API(f);
+}
+
+void call(const Kind& kind) {
+  if (kind.type == -2) {
+    MORVAX_FilterlongfirRun_API(&long_filter, input, 2 * frames, output);
+  } else if (kind.type == 10) {
+    MORVAX_FilterfRun_API(&float_filter, floats, frames, results);
+  } else if (kind.type == 20) {
+    Filter_ID* const records[] = {&filter, &more[0], &more[1], &more[2]};
+    const short* const in[] = {input, input, input, input};
+    short* const out[] = {output, outputs[0], outputs[1], outputs[2]};
+    MORVAX_FilterRun_API_records(records, 4, in, frames, out);
+  } else {
+    MORVAX_FilterRun_API(&filter, input, frames, output);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  for (int i = 0; i < 2 * frames; ++i) input[i] = static_cast<short>(i * 7919 % 20001 - 10000);
+  for (int i = 0; i < frames; ++i) floats[i] = input[i];
+  for (const Kind& kind : kinds) {
+    if (argc < 3) std::puts(kind.name);
+    if (argc < 3 || std::strcmp(argv[1], kind.name) != 0) continue;
+    if (kind.type == -2) {
+      long_filter.chanel = 2;
+      long_filter.filtertype = -2;
+      long_filter.blen = long_filter.bRlen = kind.count;
+      long_filter.b[9] = long_filter.bR[9] = 1.0f;
+      MORVAX_FilterlongfirReset_API(&long_filter);
+      MORVAX_FilterlongfirCalcu_API_forFFT(&long_filter);
+    } else if (kind.type == 10) {
+      float_filter.filtertype = -1;
+      float_filter.blen = kind.count;
+      for (int i = 0; i < kind.count; ++i) float_filter.b[i] = 0.5 / kind.count;
+    } else {
+      for (Filter_ID* f : {&filter, &more[0], &more[1], &more[2]}) set_up(f, kind);
+    }
+    for (int i = 0; i < std::atoi(argv[2]); ++i) call(kind);
+  }
+  return 0;
+}
