@@ -1,5 +1,5 @@
-/* Runs one kind in calls of 480 frames, for counting its instructions: KIND CALLS. Without arguments
- * it lists the kinds. */
+/* Runs one kind in calls of 480 frames, for counting its instructions: KIND CALLS. Without
+ * arguments it lists the kinds. */
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>

@@ -7,7 +7,6 @@ The inner loop of each kernel is taken from the arm64 code of GCC and clang and 
 The bound is what the loop's vector arithmetic alone would take: no loads, stores, moves or
 shuffles. Whole calls are counted under qemu, instruction by instruction."""
 
-import os
 import pathlib
 import re
 import shutil
@@ -170,12 +169,12 @@ def call_counts(build):
     builds = [("GCC", COMPILERS[0][1], []), ("scalar", COMPILERS[0][1], scalar)]
     if shutil.which("clang++"):
         builds.insert(1, ("clang", COMPILERS[1][1], []))
-    sources = [str(p) for p in pathlib.Path("modules/libJURN").rglob("*.cpp")]
+    files = [p for p in pathlib.Path("modules/libJURN").rglob("*.*")]
+    sources = [str(p) for p in files if p.suffix == ".cpp"]
     counts = {}
     for name, command, flags in builds:
         program = build / f"phone_calls_{name}"
-        if not program.exists() or any(os.path.getmtime(s) > program.stat().st_mtime
-                                       for s in sources):
+        if not program.exists() or any(p.stat().st_mtime > program.stat().st_mtime for p in files):
             run(command + OPTIONS + flags + ["-static", "-o", str(program),
                                              "benchmarks/phone_calls.cpp"] + sources)
         log = build / "phone_calls.log"

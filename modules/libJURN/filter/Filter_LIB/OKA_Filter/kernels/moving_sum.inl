@@ -17,15 +17,6 @@ JURN_INLINE Vec<int, 8> prefix_sum(Vec<int, 8> v) {
 }
 #endif
 
-/** The last lane in every lane. */
-template <class Int>
-JURN_INLINE Int last_lane(Int v) {
-  if constexpr (sizeof(Int) == 16)
-    return JURN_SHUFFLE(v, v, 3, 3, 3, 3);
-  else
-    return JURN_SHUFFLE(v, v, 7, 7, 7, 7, 7, 7, 7, 7);
-}
-
 /** A run of samples that does not cross the end of the ring; returns how many were taken, a whole
  * number of vectors. */
 int mean_run(short* output, const short* input, int count, short* ring, float scale, int* sum) {
@@ -33,16 +24,16 @@ int mean_run(short* output, const short* input, int count, short* ring, float sc
   using Int = Vec<int, lanes>;
   using Float = Vec<float, lanes>;
   using Short = Vec<short, lanes>;
-  Int before = broadcast<Int>(*sum);  // in every lane: no scalar lies between two steps
+  int last = *sum;
   int i = 0;
   for (; i + lanes <= count; i += lanes) {
     const Int arriving = widen_samples<Int>(input + i);
-    const Int sums = prefix_sum(arriving - widen_samples<Int>(ring + i));
+    const Int sums = broadcast<Int>(last) + prefix_sum(arriving - widen_samples<Int>(ring + i));
     store(ring + i, load<Short>(input + i));
-    const Float means = broadcast<Float>(scale) * convert<Float>(before + sums);
+    const Float means = broadcast<Float>(scale) * convert<Float>(sums);
     store(output + i, convert<Short>(convert<Int>(means)));
-    before += last_lane(sums);
+    last = sums[lanes - 1];
   }
-  *sum = before[0];
+  *sum = last;
   return i;
 }
