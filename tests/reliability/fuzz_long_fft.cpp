@@ -115,7 +115,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   Filterlongfir_ID *x = twins.actual, *y = twins.expected;
   require(std::memcmp(&x->mBufin, &y->mBufin, 2 * sizeof x->mBufin) == 0, "the queues are equal");
-  require(same(x->hLrfft, y->hLrfft, 8 * 65536), "spectra and work blocks are equal");
+  // The work blocks, which start where a record's address lets them, differ between the twins.
+  require(same(x->hLrfft, y->hLrfft, 2 * 65536), "the spectra are equal");
   require(same(x->cmemhLrfft, y->cmemhLrfft, 2 * 65536), "the saved spectra are equal");
   require(x->cmemcall == y->cmemcall, "the fades are equally far");
   return 0;
