@@ -31,17 +31,16 @@
  * Algorithm: partitioned overlap-save convolution with frequency-domain delay lines on the
  * library's real FFT. The taps are cut into two or three levels (one when they are few), the first
  * of short partitions that every call computes, the others of longer ones, whose work is spread
- * over the calls by a fixed schedule. Partition sizes follow from the block length and the shape's
- * longest impulse response alone: where a block is no power of two, a transform takes the next
- * power of two of at least twice the block (32 at least), and a partition as many whole blocks as
- * it has room for. The dearest run costs less than twice the mean one.
+ * over the calls by a fixed schedule. Partition sizes follow from the shape alone: a transform of
+ * the first level has a power of two of at least twice the block (32 at least), and a partition as
+ * many whole blocks as the transform has room for. The dearest run costs less than twice the mean
+ * one.
  *
  * Arithmetic: in each level, and for each bin of the spectrum, the complex products of window and
  * partition are added from 0 in the order of the routes in the list, and in each route in
  * increasing partition index; every product is rounded before it is added, as MORVAX_rfftmut2
- * rounds it. The levels' samples are added in increasing level. So a channel's bits follow from
- * its routes, its input, the block length and the shape's longest impulse response, and are the
- * same on every CPU and compiler. The error against exact convolution is that of one float
+ * rounds it. The levels' samples are added in increasing level. So the bits follow from the shape,
+ * the routes and the input, and are the same on every CPU and compiler. The error against exact convolution is that of one float
  * transform, about 3e-7 of the output's level. Int16 samples keep their value (no scaling to
  * +-1.0) and are written by stoshort; floats may have any scale and are not limited.
  *

@@ -12,3 +12,6 @@ void JURN_put_spectrum(float* chunks, size_t chunk_stride, const float* spectrum
 void JURN_sum_chunks(const struct ConvolutionStep* step, int first, int last) {
   return JURN_CALL_CLONE(sum_chunks(step, first, last));
 }
+void JURN_sum_part(const struct ConvolutionStep* step, int chunk, int first, int last) {
+  JURN_CALL_CLONE(sum_part(step, chunk, first, last));
+}

@@ -13,7 +13,8 @@
  * Spectra are stored in chunks of 16 bins: 16 real parts, then 16 imaginary ones. Chunk 0 holds
  * what the transform leaves in its first 32 floats; the last of its bins are the two real ones.
  * Of each chunk all partitions lie side by side, so that sums over partitions run through memory
- * from front to back with their result in registers. */
+ * from front to back with their result in registers. Where a step's work is spread over calls, a
+ * chunk of more than most_products products of window and partition is cut into slices. */
 #ifndef JURN_CONVOLUTION_H
 #define JURN_CONVOLUTION_H
 
@@ -22,7 +23,7 @@
 #include "../../../../common/DFTs.h"
 #include "../../Convolution_control.h"
 
-enum { most_levels = 3, chunk_floats = 32 };
+enum { most_levels = 3, chunk_floats = 32, most_products = 32 };
 
 struct ConvolutionLevel {
   int N;          /* transform length */
@@ -61,7 +62,7 @@ struct Convolution_response_st {
   struct ConvolutionPlan plan;
   int count;
   int first_route[JURN_CONVOLUTION_CHANNELS + 1]; /* routes are sorted by output */
-  int chunk_cost[most_levels];                    /* partitions of all routes */
+  int products[most_levels];                      /* in one chunk: partitions of all routes */
   size_t routes, work;
   size_t fft[most_levels];
 };
@@ -105,5 +106,9 @@ void JURN_put_spectrum(float* chunks, size_t chunk_stride, const float* spectrum
 
 /** Sums the chunks from first to last - 1 for every output, into the transform's order. */
 void JURN_sum_chunks(const struct ConvolutionStep* step, int first, int last);
+
+/** The same for a part of one chunk: of its products, counted through outputs, routes and
+ * partitions, those from first to last - 1, added to what the parts before have left. */
+void JURN_sum_part(const struct ConvolutionStep* step, int chunk, int first, int last);
 
 #endif

@@ -9,7 +9,10 @@
 namespace {
 
 /** What a call costs beyond transforms and sums, and a chunk beyond its partitions. */
-const int call_cost = 20, chunk_cost = 3;
+const int call_cost = 20, chunk_cost = 2;
+
+/** Windows and partitions of a level that a small second cache holds; others cost twice. */
+const int cached_floats = 32768;
 
 int transform_of(int frames) {
   int N = 32;
@@ -26,23 +29,31 @@ ConvolutionLevel level_of(int N, int hop, int calls, int first) {
   return {N, hop, calls, phases, first, 0, 0};
 }
 
+/** Per call, times 4096. `even` is the mean where everything is in the first cache. */
 struct Cost {
-  long long mean, dearest;  // per call, times 4096
+  long long mean, even, dearest;
 };
 
-/** Counts the partitions of the longest route, and the cost of one input, output and route. */
-Cost count(ConvolutionPlan* plan, int taps) {
-  Cost cost = {0, 0};
+/** Counts the longest route's partitions, and the cost of as many such routes as channels. */
+Cost count(ConvolutionPlan* plan, const Convolution_shape* shape) {
+  const long long inputs = shape->inputs, outputs = shape->outputs;
+  const long long routes = inputs > outputs ? inputs : outputs;
+  Cost cost = {0, 0, 0};
   for (int k = 0; k < plan->levels; ++k) {
     ConvolutionLevel* const level = &plan->level[k];
-    level->partitions = JURN_partitions(plan, k, taps);
+    level->partitions = JURN_partitions(plan, k, shape->taps);
     level->slots = level->partitions + 1;
-    const long long transform = JURN_transform_cost(level->N);
-    const long long all = 2 * transform + static_cast<long long>(level->N / chunk_floats) *
-                                              (level->partitions + chunk_cost);
-    const long long mean = 4096 * (k == 0 ? all + call_cost : all) / level->calls;
-    cost.mean += mean;
-    cost.dearest += k > 0 && 4096 * transform > mean ? 4096 * transform : mean;
+    const long long partitions = level->partitions, chunks = level->N / chunk_floats;
+    const long long transform = 4096LL * JURN_transform_cost(level->N);
+    const long long fixed = 4096 * (routes * chunks * chunk_cost + (k == 0 ? call_cost : 0)) +
+                            (inputs + outputs) * transform;
+    const long long products = 4096 * routes * chunks * partitions;
+    const bool cached = partitions * level->N * 2 <= cached_floats;
+    const long long even = (fixed + products) / level->calls;
+    cost.mean += (fixed + (cached ? 1 : 2) * products) / level->calls;
+    cost.even += even;
+    const long long piece = transform > 4096 * most_products ? transform : 4096 * most_products;
+    cost.dearest += k > 0 && piece > even ? piece : even;
   }
   return cost;
 }
@@ -52,7 +63,7 @@ Cost count(ConvolutionPlan* plan, int taps) {
 int JURN_transform_cost(int N) {
   int log2 = 0;
   while (1 << log2 < N) ++log2;
-  return N / 32 * (13 + log2) / 3 + 8;
+  return N / 32 * log2 * 5 / 8 + 4;
 }
 
 int JURN_partitions(const ConvolutionPlan* plan, int level, int blen) {
@@ -67,8 +78,8 @@ void JURN_plan_convolution(ConvolutionPlan* plan, const Convolution_shape* shape
   const int shortest = transform_of(2 * block);
   long long least = -1;
   const auto consider = [&](ConvolutionPlan candidate) {
-    const Cost cost = count(&candidate, taps);
-    if (5 * cost.dearest > 8 * cost.mean && candidate.levels > 1) return;
+    const Cost cost = count(&candidate, shape);
+    if (10 * cost.dearest > 17 * cost.even && candidate.levels > 1) return;
     if (least >= 0 && cost.mean >= least) return;
     least = cost.mean;
     *plan = candidate;

@@ -117,16 +117,20 @@ class Level {
                       chunk_stride(), window, N);
   }
 
-  /** Sums the chunks from first to last - 1 of the current step. */
-  void sum(int first, int last) { sum_step(state_.phase, state_.newest, first, last); }
+  /** Sums all chunks of the current step. */
+  void sum() {
+    const ConvolutionStep step = step_at(state_.phase, state_.newest);
+    JURN_sum_chunks(&step, 0, chunks());
+  }
 
   /** All chunks of the step before the current one, and their samples into the half of the outputs
    * that is being put out. */
   void compute_previous_step() {
     const bool wraps = state_.phase == 0;
     const int newest = state_.newest + wraps;
-    sum_step(wraps ? level_.phases - 1 : state_.phase - 1, newest < level_.slots ? newest : 0, 0,
-             chunks());
+    const ConvolutionStep step =
+        step_at(wraps ? level_.phases - 1 : state_.phase - 1, newest < level_.slots ? newest : 0);
+    JURN_sum_chunks(&step, 0, chunks());
     for (int output = 0; output < stream_->shape.outputs; ++output)
       transform_back(output, outputs(state_.side, output));
   }
@@ -155,38 +159,40 @@ class Level {
     if (--state_.newest < 0) state_.newest = level_.slots - 1;
   }
 
-  /** Pieces of work of a step: every input's transform, the chunks, every output's transform. */
-  int pieces() const { return stream_->shape.inputs + chunks() + stream_->shape.outputs; }
-
-  /** How many of them come before a call: those whose middle lies in the calls before, when all
-   * calls take equal shares of the cost. */
+  /** How many of a step's pieces of work come before a call: those whose middle lies in the calls
+   * before, when all calls take equal shares of the cost. The pieces are every input's transform,
+   * the slices of all chunks, every output's transform. */
   int pieces_before(int call) const {
-    const long long transform = JURN_transform_cost(level_.N);
-    const long long chunk = response_->chunk_cost[k_] > 0 ? response_->chunk_cost[k_] : 1;
     const long long inputs = stream_->shape.inputs, outputs = stream_->shape.outputs;
-    const long long all = (inputs + outputs) * transform + chunks() * chunk;
-    long long twice = 2 * all * call / level_.calls;
-    const auto done = [&](long long count, long long cost) {
-      const long long middles = (twice + cost) / (2 * cost);
-      twice -= 2 * count * cost;
-      return middles < 0 ? 0 : middles < count ? middles : count;
+    const long long transform = 2LL * slices() * JURN_transform_cost(level_.N);
+    const long long slice = 2LL * (products() > 0 ? products() : 1);
+    const long long all = (inputs + outputs) * transform + chunks() * slices() * slice;
+    long long until = all * call / level_.calls;
+    const auto take = [&](long long count, long long cost) {
+      const long long middles = until < 0 ? 0 : (until + cost / 2) / cost;
+      until -= count * cost;
+      return middles < count ? middles : count;
     };
-    long long sum = done(inputs, transform);
-    sum += done(chunks(), chunk);
-    sum += done(outputs, transform);
-    return static_cast<int>(sum);
+    long long pieces = take(inputs, transform);
+    pieces += take(chunks() * slices(), slice);
+    pieces += take(outputs, transform);
+    return static_cast<int>(pieces);
   }
 
   /** Pieces of work from first to last - 1. */
   void work(int first, int last) {
-    const int inputs = stream_->shape.inputs;
+    const int inputs = stream_->shape.inputs, sum_pieces = chunks() * slices();
     const int past_window = state_.call * stream_->shape.block;
-    for (int i = first; i < last && i < inputs; ++i) transform_window(i, past_window);
-    const int first_chunk = first > inputs ? first - inputs : 0;
-    const int last_chunk = last - inputs < chunks() ? last - inputs : chunks();
-    if (first_chunk < last_chunk) sum(first_chunk, last_chunk);
-    for (int i = first > inputs + chunks() ? first : inputs + chunks(); i < last; ++i)
-      transform_back(i - inputs - chunks(), outputs(1 - state_.side, i - inputs - chunks()));
+    for (; first < last && first < inputs; ++first) transform_window(first, past_window);
+    const int sum_end = last < inputs + sum_pieces ? last : inputs + sum_pieces;
+    if (first < sum_end) {
+      sum_slices(first - inputs, sum_end - inputs);
+      first = sum_end;
+    }
+    for (; first < last; ++first) {
+      const int output = first - inputs - sum_pieces;
+      transform_back(output, outputs(1 - state_.side, output));
+    }
   }
 
  private:
@@ -202,22 +208,43 @@ class Level {
            static_cast<size_t>(phase) * level_.slots * chunk_floats;
   }
 
-  void sum_step(int phase, int newest, int first, int last) {
+  ConvolutionStep step_at(int phase, int newest) const {
     const float* const response = reinterpret_cast<const float*>(response_);
-    const ConvolutionStep step = {
-        response,
-        reinterpret_cast<const ConvolutionRoute*>(response + response_->routes),
-        response_->first_route,
-        k_,
-        stream_->shape.outputs,
-        level_.slots,
-        newest,
-        level_.N,
-        windows(phase),
-        input_stride(),
-        chunk_stride(),
-        sums(0)};
-    JURN_sum_chunks(&step, first, last);
+    return {response,
+            reinterpret_cast<const ConvolutionRoute*>(response + response_->routes),
+            response_->first_route,
+            k_,
+            stream_->shape.outputs,
+            level_.slots,
+            newest,
+            level_.N,
+            windows(phase),
+            input_stride(),
+            chunk_stride(),
+            sums(0)};
+  }
+
+  /** A chunk's products, and into how many slices they are cut. */
+  int products() const { return response_->products[k_]; }
+  int slices() const { return products() / most_products + 1; }
+
+  void sum_slices(int first, int last) {
+    const ConvolutionStep step = step_at(state_.phase, state_.newest);
+    while (first < last) {
+      const int chunk = first / slices(), slice = first % slices();
+      const int whole = slice == 0 ? (last - first) / slices() : 0;
+      if (whole > 0) {
+        JURN_sum_chunks(&step, chunk, chunk + whole);
+        first += whole * slices();
+      } else {
+        const int end = slice + last - first < slices() ? slice + last - first : slices();
+        const auto at = [=](int i) {
+          return static_cast<int>(static_cast<long long>(products()) * i / slices());
+        };
+        JURN_sum_part(&step, chunk, at(slice), at(end));
+        first += end - slice;
+      }
+    }
   }
 
   Stream* const stream_;
@@ -234,7 +261,7 @@ class Level {
 void filter(Stream* stream, const Response* response) {
   const int block = stream->shape.block;
   Level first(stream, response, 0);
-  first.sum(0, first.chunks());
+  first.sum();
   for (int output = 0; output < stream->shape.outputs; ++output) {
     first.transform_back(output);
     float* const y = filtered_block(stream, output);

@@ -161,7 +161,7 @@ int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* response, size_t
       for (int k = 0; k < response->plan.levels; ++k) {
         route->partitions[k] = JURN_partitions(&response->plan, k, routes[r].blen);
         route->spectra[k] = layout.add(spectra_floats(&response->plan, k, routes[r].blen));
-        response->chunk_cost[k] += route->partitions[k];
+        response->products[k] += route->partitions[k];
         for (int i = 0; i < route->partitions[k]; ++i)
           transform_partition(response, memory, route, &routes[r], k, i);
       }
