@@ -204,6 +204,32 @@ class StreamTest(ToolTest):
                 (["from/a.flac", "--output-dir", "from", "--overwrite"], 2, "same file")):
             self.assert_fails(["average", "--length", 5, *arguments], *words, code=code)
 
+    def test_recordings_at_a_time_report_in_their_order(self):
+        names = []
+        for i, (seconds, rate) in enumerate([(9, 48000), (1, 44100), (0.1, 48000)] * 3):
+            names.append(f"in{i}.wav")
+            subprocess.run(["sox", "-n", "-b", "16", "-r", str(rate), names[-1], "synth", str(seconds),
+                            "pinknoise", "vol", "0.9"], check=True)
+        os.remove(names[4])
+        with open("eq.txt", "w", encoding="ascii") as file:
+            file.write("Filter 1: ON PK Fc 300 Hz Gain 20.0 dB Q 1.0\n")  # warns, and clips
+        runs = []
+        for folder, jobs in (("one", ["--jobs", "1"]), ("some", ["--jobs", "4"]), ("all", [])):
+            done = subprocess.run([TOOL, "sos", *names, "-c", "eq.txt", "--output-dir", folder, "--json",
+                                   *jobs], capture_output=True, text=True)
+            self.assertEqual(done.returncode, 3)
+            reports = [json.loads(line) for line in done.stdout.splitlines()]
+            self.assertEqual([r["input"] for r in reports], names[:4] + names[5:])
+            self.assertTrue(all("fitting_gain_db" in r for r in reports))
+            for r in reports:
+                del r["output"], r["seconds"]
+            self.assertIn(names[4], done.stderr)
+            runs.append((reports, done.stderr, [contents(f"{folder}/{r['input']}") for r in reports]))
+        self.assertEqual(runs[0], runs[1])
+        self.assertEqual(runs[0], runs[2])
+        self.assert_fails(["average", *names[:2], "--length", 5, "--output-dir", "no", "--jobs", 0],
+                          "--jobs", code=2)
+
     def test_reports(self):
         name = 'odd "name"\n\\\udcff.wav'
         subprocess.run([TOOL, "fir", SPEECH, name, "-c", "loud.txt", "--gain", "3", "-q"], check=True,

@@ -8,7 +8,9 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "JURN_api.h"
@@ -39,6 +41,7 @@ struct Options {
   Job job;
   std::vector<std::string> files;
   std::string output_dir;
+  int jobs = 0;  // recordings at a time, 0 for one per core
   bool quiet = false, json = false;
   int block = 1024;
   bool normalise = false;
@@ -128,6 +131,11 @@ void add_files(CLI::App* command, Options* o) {
                    "Folder for the results, which keep the names of their recordings")
       ->type_name("FOLDER");
   command
+      ->add_option("--jobs", o->jobs,
+                   "Recordings that --output-dir filters at a time; by default one per core")
+      ->check(CLI::Range(1, 1024))
+      ->type_name("N");
+  command
       ->add_option("--type", o->job.format.type,
                    "Format of the result, whatever the name: wav, flac, raw, ogg ...; on standard "
                    "output by default wav")
@@ -211,8 +219,15 @@ void add_tail(CLI::App* command, Options* o) {
                     "End with the recording, not when the filter has rung out");
 }
 
+/** Warnings of a job that runs beside others, said when it is its turn. */
+thread_local std::vector<std::string>* kept_warnings = nullptr;
+
 void warn(const std::string& message) {
-  if (!message.empty()) std::fprintf(stderr, "jurn-filter: warning: %s\n", message.c_str());
+  if (message.empty()) return;
+  if (kept_warnings)
+    kept_warnings->push_back(message);
+  else
+    std::fprintf(stderr, "jurn-filter: warning: %s\n", message.c_str());
 }
 
 /** Reads and checks the design of a job, for recordings at `rate`. */
@@ -679,12 +694,12 @@ int report(int code, std::string message) {
   return code;
 }
 
-void run_one(Job job, const Options& o) {
+/** A job that reports as its options say. */
+Job configured(Job job, const Options& o) {
   job.progress = !o.quiet;
   job.takes_gain = job.takes_gain && !o.quiet;  // nobody reads which one would fit
   if (job.raw.rate) job.format.stream_type = "raw";
-  const Summary summary = run(job);
-  if (!o.quiet) print(summary, o.json);
+  return job;
 }
 
 /** The names of the results in a folder. */
@@ -706,36 +721,70 @@ std::vector<std::string> name_results(const Options& o) {
   return names;
 }
 
-/** Filters every recording; one that fails does not keep the others from their results. */
-int run_jobs(const Filters& filters) {
-  const Options& o = *filters[0];
-  Job job = connect(filters);
-  if (o.output_dir.empty()) {
-    if (o.files.size() != 2)
-      throw Error(kUsageError,
-                  "give a recording, IN, and a result, OUT; with --output-dir any number of IN; " +
-                      std::to_string(o.files.size()) + " names were given");
-    job.input = o.files[0];
-    job.output = o.files[1];
-    run_one(job, o);
-    return kSuccess;
-  }
+/** Recordings at a time. Pipes are read one after the other, as whoever writes them expects. */
+std::size_t jobs_at_once(const Options& o) {
+  for (const std::string& input : o.files)
+    if (!std::filesystem::is_regular_file(input)) return 1;
+  return o.jobs ? static_cast<std::size_t>(o.jobs) : std::thread::hardware_concurrency();
+}
+
+/** Filters every recording into a folder; one that fails does not keep the others from their
+ * results. */
+int run_into_folder(const Job& job, const Options& o) {
+  struct Outcome {
+    std::vector<std::string> warnings;
+    Summary summary;
+    std::exception_ptr error;
+  };
   const std::vector<std::string> results = name_results(o);
-  std::error_code error;
-  std::filesystem::create_directory(o.output_dir, error);
-  int code = kSuccess;
-  for (std::size_t i = 0; i < results.size(); ++i) {
-    job.input = o.files[i];
-    job.output = results[i];
+  std::error_code ignored;
+  std::filesystem::create_directory(o.output_dir, ignored);
+  const std::size_t threads = std::max<std::size_t>(jobs_at_once(o), 1);
+  std::vector<Outcome> outcomes(results.size());
+  const auto work = [&](std::size_t i, Lock* lock) {
+    Job one = job;
+    one.input = o.files[i];
+    one.output = results[i];
+    one.lock = lock;
+    one.progress = one.progress && threads == 1;
+    kept_warnings = &outcomes[i].warnings;
     try {
-      run_one(job, o);
+      check_interrupted();
+      outcomes[i].summary = run(one);
+    } catch (...) {
+      outcomes[i].error = std::current_exception();
+    }
+  };
+  int code = kSuccess;
+  std::set<std::string> said;  // each design warns once, though it may have been read several times
+  run_in_order(results.size(), threads, work, [&](std::size_t i) {
+    for (const std::string& warning : outcomes[i].warnings)
+      if (said.insert(warning).second) warn(warning);
+    try {
+      if (outcomes[i].error) std::rethrow_exception(outcomes[i].error);
+      if (!o.quiet) print(outcomes[i].summary, o.json);
     } catch (const Error& e) {
       if (e.code == kInterrupted || e.code == kPipeClosed) throw;
       const int failed = report(e.code, e.what());
       if (code == kSuccess) code = failed;
     }
-  }
+  });
   return code;
+}
+
+int run_jobs(const Filters& filters) {
+  const Options& o = *filters[0];
+  Job job = configured(connect(filters), o);
+  if (!o.output_dir.empty()) return run_into_folder(job, o);
+  if (o.files.size() != 2)
+    throw Error(kUsageError,
+                "give a recording, IN, and a result, OUT; with --output-dir any number of IN; " +
+                    std::to_string(o.files.size()) + " names were given");
+  job.input = o.files[0];
+  job.output = o.files[1];
+  const Summary summary = run(job);
+  if (!o.quiet) print(summary, o.json);
+  return kSuccess;
 }
 
 /** Runs the subcommand that the arguments name. */

@@ -68,14 +68,20 @@ void fit_gain(const Job& job, double peak, Summary* summary) {
   if (change < 0.0) summary->fitting_gain_db = std::floor((job.gain_db + change) * 10.0) / 10.0;
 }
 
+void unlock(const Job& job) {
+  if (job.lock) job.lock->unlock();
+}
+
 /** Finds the true peak from another run of the job at a gain so low that nothing clips. */
 void find_fitting_gain(const Job& job, Summary* summary) {
   for (double gain = 1.0 / 64.0; gain > 1e-9; gain /= 64.0) {
+    if (job.lock) job.lock->lock();
     AudioReader reader(job.input, 2, job.raw);
+    const Chain chain = job.make_chain(describe(job, reader), gain * linear(job.gain_db));
+    unlock(job);
     Progress progress(job, reader, "finding a gain that fits");
     Summary quiet;
-    stream(&reader, job.make_chain(describe(job, reader), gain * linear(job.gain_db)), nullptr,
-           &progress, &quiet);
+    stream(&reader, chain, nullptr, &progress, &quiet);
     if (quiet.clipped || quiet.peak >= 32767.0) continue;
     return fit_gain(job, (quiet.peak + 1.0) / gain, summary);  // samples were truncated
   }
@@ -100,6 +106,7 @@ Summary run(const Job& job) {
   const auto start = std::chrono::steady_clock::now();
   {
     AudioWriter writer(job.output, summary.channels, summary.rate, job.format, job.overwrite);
+    unlock(job);
     summary.on_standard_output = writer.is_standard_output();
     Progress progress(job, reader, job.output);
     stream(&reader, chain, &writer, &progress, &summary);

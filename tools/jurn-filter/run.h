@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "in_order.h"
 #include "recordings/audio_io.h"
 #include "streams/stages.h"
 
@@ -36,6 +37,7 @@ struct Job {
   double gain_db = 0.0;     // of that filter
   bool takes_gain = false;  // whether there is one
   int gain_of = 0;          // which filter of several it is, from 1
+  Lock* lock = nullptr;  // of jobs that run at once: held while files are opened and filters made
 };
 
 struct Summary {
