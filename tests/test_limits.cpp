@@ -3,6 +3,7 @@
 #ifndef NDEBUG
 
 #include "ChanelConvert.h"
+#include "Convolution_control.h"
 #include "OKA_Filter.h"
 #include "support.h"
 
@@ -113,6 +114,38 @@ TEST(LimitsDeathTest, MovingSum) {
   f->memi = 256;
   EXPECT_DEATH(MORVAX_shuzhiFilterRun_API(f, block, 1, block), memi);
   EXPECT_DEATH(MORVAX_shuzhiFilterRun_API_inonesampleoutsum(f, 1), memi);
+}
+
+TEST(LimitsDeathTest, ConvolutionAndFades) {
+  const Convolution_shape shape = {1, 1, 64, 100}, other = {1, 1, 32, 100};
+  std::vector<float> memory[3];
+  const auto set_up = [&](int i, size_t size) {
+    memory[i].resize(size / sizeof(float) + 1);
+    return memory[i].data();
+  };
+  const size_t stream_size = MORVAX_ConvolutionStreamSize_API(&shape);
+  const size_t size = MORVAX_ConvolutionResponseSize_API(&shape, nullptr, 0);
+  const size_t other_size = MORVAX_ConvolutionResponseSize_API(&other, nullptr, 0);
+  auto* stream = reinterpret_cast<ConvolutionStream_ID*>(set_up(0, stream_size));
+  auto* response = reinterpret_cast<ConvolutionResponse_ID*>(set_up(1, size));
+  auto* other_response = reinterpret_cast<ConvolutionResponse_ID*>(set_up(2, other_size));
+  const auto run = [&](ConvolutionResponse_ID* r) {
+    MORVAX_ConvolutionRun_API(stream, r, block, block);
+  };
+  EXPECT_DEATH(run(response), "stream must be set up");
+  EXPECT_DEATH(MORVAX_ConvolutionReset_API(stream), "stream must be set up");
+  MORVAX_ConvolutionStreamCalcu_API(stream, stream_size, &shape);
+  EXPECT_DEATH(run(response), "response must be set up");
+  MORVAX_ConvolutionResponseCalcu_API(response, size, &shape, nullptr, 0);
+  MORVAX_ConvolutionResponseCalcu_API(other_response, other_size, &other, nullptr, 0);
+  EXPECT_DEATH(run(other_response), "response must have the stream's shape");
+
+  Filter_ID* f = &int16_filter;
+  EXPECT_DEATH(MORVAX_FilterFade_API(f, f, block, 4, block), "two records");
+  Filterlongfir_ID* g = &long_filter;
+  EXPECT_DEATH(MORVAX_FilterlongfirFade_API(g, g, block, 2113, block), "at most|2112 values");
+  EXPECT_DEATH(MORVAX_FilterfFade_API(&float_filter, &float_filter, floats, 2513, floats),
+               "at most 2512 samples");
 }
 
 TEST(LimitsDeathTest, KernelsAndServices) {

@@ -40,8 +40,9 @@
  * partition are added from 0 in the order of the routes in the list, and in each route in
  * increasing partition index; every product is rounded before it is added, as MORVAX_rfftmut2
  * rounds it. The levels' samples are added in increasing level. So the bits follow from the shape,
- * the routes and the input, and are the same on every CPU and compiler. The error against exact convolution is that of one float
- * transform, about 3e-7 of the output's level. Int16 samples keep their value (no scaling to
+ * the routes and the input, and are the same on every CPU and compiler. The error against exact
+ * convolution is that of one float transform, about 3e-7 of the output's level. Int16 samples keep
+ * their value (no scaling to
  * +-1.0) and are written by stoshort; floats may have any scale and are not limited.
  *
  * A float sample that is no finite number spoils whole blocks, until it has left the past:

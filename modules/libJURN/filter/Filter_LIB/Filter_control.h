@@ -75,6 +75,8 @@ enum JURN_Filtertype {
 #define JURN_COEFFICIENTS 1250
 /** Frames that a stereo block, or any block of a cascade, may have at most. */
 #define JURN_BLOCK 1056
+/** Values that a faded int16 block may have at most: those of the longest stereo block. */
+#define JURN_FADE_VALUES 2112
 
 /** The history of one channel of a Filter_ID, 22,944 bytes. */
 struct Filter_mem {
@@ -209,6 +211,28 @@ JURN_API void MORVAX_FilterRun_API(Filter_ID* mFilter, const short* input, int i
  * @return frames; 0 when chanel and filtertype select nothing, or no block fits
  */
 JURN_API int MORVAX_FilterLongestBlock_API(const Filter_ID* mFilter);
+
+/**
+ * Filters one block through two filters, and fades from the first to the second.
+ *
+ *   y[i] = (previous[i] (frames - 1 - i) + next[i] i) / (frames - 1), truncated toward zero
+ *
+ * The ramp spans exactly this block: its first frame is wholly the previous filter's output, its
+ * last wholly the next one's, and equal outputs pass unchanged. A block of one frame is the next
+ * filter's. Any two kinds and coefficient counts may meet; the next filter goes on from what its
+ * histories hold. Where blen, alen and the kind are equal, copy memL and memR of the previous one
+ * first, and no transient is heard at all; otherwise reset it, so that its start is faded in.
+ *
+ * @param previous the filter that ran until now; it runs this block as well
+ * @param next the filter that the following blocks run with; another record, the same chanel
+ * @param input, inLen as for MORVAX_FilterRun_API, within the limits of both records
+ * @param output as for MORVAX_FilterRun_API; inLen at most JURN_FADE_VALUES
+ *
+ * State touched: memL, and memR in stereo, of both.
+ * Wrong input: a record that would write nothing counts as silence.
+ */
+JURN_API void MORVAX_FilterFade_API(Filter_ID* previous, Filter_ID* next, const short* input,
+                                    int inLen, short* output);
 
 /**
  * Filters one block of each of several streams: MORVAX_FilterRun_API for each record in turn, with
@@ -365,6 +389,22 @@ JURN_API void MORVAX_FilterfReset_API(Filterf_ID* mFilter);
  */
 JURN_API void MORVAX_FilterfRun_API(Filterf_ID* mFilter, const float* input, int inLen,
                                     float* output);
+
+/**
+ * Filters one block through two filters, and fades from the first to the second as
+ * MORVAX_FilterFade_API does, in double: y[i] = (1 - w) previous[i] + w next[i], w = i / (inLen -
+ * 1).
+ *
+ * @param previous the filter that ran until now; it runs this block as well
+ * @param next the filter that the following blocks run with; another record
+ * @param input, inLen as for MORVAX_FilterfRun_API, within the limits of both records
+ * @param output receives inLen samples; may be input
+ *
+ * State touched: memL of both.
+ * Wrong input: a record that would write nothing counts as silence.
+ */
+JURN_API void MORVAX_FilterfFade_API(Filterf_ID* previous, Filterf_ID* next, const float* input,
+                                     int inLen, float* output);
 
 /**
  * Filters one int16 block to float: MORVAX_FilterfRun_API on the samples' values, not scaled.
@@ -629,6 +669,27 @@ JURN_API void MORVAX_FilterlongfirCalcu_API_forFFT(Filterlongfir_ID* mFilter);
  */
 JURN_API void MORVAX_FilterlongfirRun_API(Filterlongfir_ID* mFilter, const short* input, int inLen,
                                           short* output);
+
+/**
+ * Filters one block through two filters, and fades from the first to the second as
+ * MORVAX_FilterFade_API does: for the kinds that have no fade of their own, between kinds, and
+ * over one block exactly.
+ *
+ * Both filters keep their latency. Two FFT kinds meet in time where their hops are equal; a hop
+ * after its set-up the next filter's output begins, so run it on the stream for as long before,
+ * or fade from a time-domain kind and accept the step in time.
+ *
+ * @param previous the filter that ran until now; it runs this block as well
+ * @param next the filter that the following blocks run with; another record, with as many inputs
+ *   and outputs
+ * @param input, inLen as for MORVAX_FilterlongfirRun_API, within the limits of both records
+ * @param output as for MORVAX_FilterlongfirRun_API, at most JURN_FADE_VALUES values
+ *
+ * State touched: the parts of both records that their kinds use.
+ * Wrong input: a record that would write nothing counts as silence.
+ */
+JURN_API void MORVAX_FilterlongfirFade_API(Filterlongfir_ID* previous, Filterlongfir_ID* next,
+                                           const short* input, int inLen, short* output);
 
 /**
  * The latency of a configured filter.
