@@ -13,6 +13,7 @@ from __future__ import annotations
 
 import argparse
 import functools
+import glob
 import hashlib
 import importlib
 import os
@@ -149,6 +150,10 @@ def filter_folder(
                 done(result)
         else:
             errors[name] = result
+    if scheduler:  # a worker that was killed while it wrote has left its unfinished file
+        for path in (target / name for name in names):
+            for left in path.parent.glob(f".{glob.escape(path.name)}.*.part"):
+                left.unlink()
     if errors:
         raise BatchError(sorted(entries), errors)
     return sorted(entries)
