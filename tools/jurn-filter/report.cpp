@@ -2,17 +2,22 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "units.h"
+
 namespace tool {
 namespace {
 
+thread_local std::vector<std::string>* kept_warnings = nullptr;
+
 constexpr std::chrono::milliseconds kQuietTime(1000), kBetween(200);
 
-double decibels(double peak) {
-  return 20.0 * std::log10(peak / 32768.0);
+double dbfs(double peak) {
+  return to_decibels(peak / 32768.0);
 }
 
 using Json = nlohmann::ordered_json;
@@ -37,7 +42,7 @@ void print_json(const Summary& s, std::FILE* out) {
       {"input_not_finite", s.not_finite},
       {"seconds", s.seconds},
   };
-  if (s.peak > 0.0) json["peak_dbfs"] = decibels(s.peak);
+  if (s.peak > 0.0) json["peak_dbfs"] = dbfs(s.peak);
   if (s.fitting_gain_db) json["fitting_gain_db"] = *s.fitting_gain_db;
   print_line(json, out);
 }
@@ -48,7 +53,7 @@ void print_text(const Summary& s, std::FILE* out) {
   std::fprintf(out, "  length   %.3f s, %lld frames, %d channel%s, %d Hz\n", duration,
                static_cast<long long>(s.frames), s.channels, s.channels == 1 ? "" : "s", s.rate);
   if (s.peak > 0.0)
-    std::fprintf(out, "  peak     %.10g, %.1f dBFS\n", s.peak, decibels(s.peak));
+    std::fprintf(out, "  peak     %.10g, %.1f dBFS\n", s.peak, dbfs(s.peak));
   else
     std::fprintf(out, "  peak     0, silence\n");
   std::fprintf(out, "  clipped  %lld samples", static_cast<long long>(s.clipped));
@@ -69,31 +74,65 @@ void print_text(const Summary& s, std::FILE* out) {
 
 }  // namespace
 
-Progress::Progress(const Job& job, const AudioReader& reader, const std::string& what)
-    : enabled_(job.progress && isatty(STDERR_FILENO)),
-      what_(what),
-      rate_(reader.rate()),
-      total_(static_cast<double>(reader.frames())),
-      start_(Clock::now()),
-      next_(start_ + kQuietTime) {}
+int exit_code(ErrorKind kind) {
+  switch (kind) {
+    case kUsageError:
+      return 2;
+    case kInputError:
+      return 3;
+    case kOutputError:
+      return 4;
+    case kInterrupted:
+      return 130;
+    case kPipeClosed:
+      return 141;
+  }
+  return 3;
+}
 
-Progress::~Progress() {
+int report_error(int code, std::string message) {
+  std::replace(message.begin(), message.end(), '\n', ' ');
+  if (!message.empty()) std::fprintf(stderr, "jurn-filter: %s\n", message.c_str());
+  return code;
+}
+
+void warn(const std::string& message) {
+  if (message.empty()) return;
+  if (kept_warnings)
+    kept_warnings->push_back(message);
+  else
+    std::fprintf(stderr, "jurn-filter: warning: %s\n", message.c_str());
+}
+
+void keep_warnings(std::vector<std::string>* kept) {
+  kept_warnings = kept;
+}
+
+ProgressLine::ProgressLine() : enabled_(isatty(STDERR_FILENO)) {}
+
+ProgressLine::~ProgressLine() {
   if (shown_) std::fprintf(stderr, "\r\033[K");
 }
 
-void Progress::show(std::int64_t frames) {
+void ProgressLine::show(const Progress& progress) {
   if (!enabled_) return;
   const Clock::time_point now = Clock::now();
+  if (progress.what != what_) {
+    what_ = progress.what;
+    start_ = now;
+    next_ = now + kQuietTime;
+  }
   if (now < next_) return;
   next_ = now + kBetween;
   shown_ = true;
-  const double done = static_cast<double>(frames);
-  if (total_ > 0.0) {
+  const double done = static_cast<double>(progress.frames);
+  if (progress.total > 0) {
+    const double total = static_cast<double>(progress.total);
     const double spent = std::chrono::duration<double>(now - start_).count();
-    std::fprintf(stderr, "\r%s: %.0f %%, %.0f s left\033[K", what_.c_str(), 100.0 * done / total_,
-                 spent * (total_ - done) / done);
+    std::fprintf(stderr, "\r%s: %.0f %%, %.0f s left\033[K", what_.c_str(), 100.0 * done / total,
+                 spent * (total - done) / done);
   } else {
-    std::fprintf(stderr, "\r%s: %.0f s of audio\033[K", what_.c_str(), done / rate_);
+    std::fprintf(stderr, "\r%s: %.0f s of audio\033[K", what_.c_str(), done / progress.rate);
   }
 }
 

@@ -2,22 +2,35 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <string>
+#include <vector>
 
-#include "run.h"
+#include "errors.h"
+#include "streams/run.h"
 
 namespace tool {
 
-/** A line on standard error about work that takes longer than a second, on a terminal only. */
-class Progress {
- public:
-  Progress(const Job& job, const AudioReader& reader, const std::string& what);
-  ~Progress();
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
+int exit_code(ErrorKind kind);
 
-  void show(std::int64_t frames);
+/** Every failure is one line; a closed pipe is none. Returns the code. */
+int report_error(int code, std::string message);
+
+/** Nothing for an empty message. */
+void warn(const std::string& message);
+
+/** From then on this thread's warnings are kept: those of a job that runs beside others are said
+ * when it is its turn. */
+void keep_warnings(std::vector<std::string>* kept);
+
+/** A line on standard error about work that takes longer than a second, on a terminal only. */
+class ProgressLine {
+ public:
+  ProgressLine();
+  ~ProgressLine();
+  ProgressLine(const ProgressLine&) = delete;
+  ProgressLine& operator=(const ProgressLine&) = delete;
+
+  void show(const Progress& progress);
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -25,7 +38,6 @@ class Progress {
   bool enabled_;
   bool shown_ = false;
   std::string what_;
-  double rate_, total_;  // frames
   Clock::time_point start_, next_;
 };
 

@@ -1,4 +1,4 @@
-// How the tool fails: one exception that carries the message for the user and the exit code.
+// How the toolkit fails: one exception with a kind and a message for the user. It prints nothing.
 #pragma once
 
 #include <stdexcept>
@@ -6,19 +6,18 @@
 
 namespace tool {
 
-enum ExitCode {
-  kSuccess = 0,
-  kUsageError = 2,   // the command line asks for something impossible
-  kInputError = 3,   // a file that is read is missing, damaged or beyond a limit
-  kOutputError = 4,  // the result cannot be written
-  kInterrupted = 130,
-  kPipeClosed = 141  // whoever read the result has enough: no message
+enum ErrorKind {
+  kUsageError,   // something impossible is asked for
+  kInputError,   // a file that is read is missing, damaged or beyond a limit
+  kOutputError,  // the result cannot be written
+  kInterrupted,  // a signal ended the work
+  kPipeClosed    // whoever read the result has enough: no message
 };
 
 struct Error : std::runtime_error {
-  Error(ExitCode exit_code, const std::string& message)
-      : std::runtime_error(message), code(exit_code) {}
-  ExitCode code;
+  Error(ErrorKind error_kind, const std::string& message)
+      : std::runtime_error(message), kind(error_kind) {}
+  ErrorKind kind;
 };
 
 }  // namespace tool

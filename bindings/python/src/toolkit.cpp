@@ -70,13 +70,13 @@ std::pair<Flat, std::vector<std::string>> load_design(const std::vector<std::str
 
 tool::ImpulseResponse read_response(const std::vector<std::string>& paths, int rate, bool resample,
                                     int truncate, bool normalise) {
-  tool::ResponseOptions options;
+  tool::ImpulseResponseOptions options;
   options.resample = resample;
   options.truncate = truncate;
   options.normalise = normalise;
   options.max_taps = 1 << 20;
   options.limit = "the convolution takes " + std::to_string(options.max_taps);
-  return tool::read_response(paths, rate, options);
+  return tool::read_impulse_response(paths, rate, options);
 }
 
 /** The samples of a recording, its rate and the bits of its samples, 0 for floats: int16 up to 16

@@ -6,6 +6,7 @@
 
 #include "coefficients/parse.h"
 #include "design/equaliser.h"
+#include "units.h"
 
 namespace tool {
 namespace {
@@ -166,7 +167,7 @@ std::vector<double> parse_equaliser(const std::string& path, std::string_view te
   }
   if (!any) fail(path, "holds no equaliser; accepted are lines of Preamp and Filter");
   if (sections.empty()) sections = {1.0, 0.0, 0.0, 1.0, 0.0, 0.0};
-  for (std::size_t i = 0; i < 3; ++i) sections[i] *= std::pow(10.0, preamp / 20.0);
+  for (std::size_t i = 0; i < 3; ++i) sections[i] *= from_decibels(preamp);
   return sections;
 }
 

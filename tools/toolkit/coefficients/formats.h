@@ -39,7 +39,4 @@ FilterDesign parse_design(const std::string& path, std::string_view bytes,
 /** The format of a file's content; throws for a file of a foreign kind and says which it is. */
 Format recognise(const std::string& path, std::string_view bytes);
 
-/** What a file is, like "an MP3 file", by its first bytes; empty when they tell nothing. */
-std::string_view kind_of_file(std::string_view bytes);
-
 }  // namespace tool

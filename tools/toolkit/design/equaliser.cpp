@@ -1,4 +1,5 @@
 #include "design/equaliser.h"
+#include "units.h"
 
 #include <cmath>
 
@@ -12,8 +13,8 @@ void set(double* x, double x0, double x1, double x2) {
 }
 
 void append_section(const EqualiserFilter& f, int rate, std::vector<double>* out) {
-  const double amp = std::pow(10.0, f.gain / 40.0);
-  const double w = 2.0 * std::acos(-1.0) * f.frequency / rate;
+  const double amp = from_decibels(f.gain / 2.0);
+  const double w = 2.0 * kPi * f.frequency / rate;
   const double c = std::cos(w), s = std::sin(w);
   // (1 - c) / 2 and (1 + c) / 2; at low frequencies the difference would have few digits.
   const double low = std::pow(std::sin(w / 2.0), 2.0), high = std::pow(std::cos(w / 2.0), 2.0);
@@ -57,7 +58,7 @@ void append_section(const EqualiserFilter& f, int rate, std::vector<double>* out
 }
 
 void append_first_order(const EqualiserFilter& f, int rate, std::vector<double>* out) {
-  const double t = std::tan(std::acos(-1.0) * f.frequency / rate);
+  const double t = std::tan(kPi * f.frequency / rate);
   const bool low = f.type == EqualiserType::kLowPass;
   const double gain = (low ? t : 1.0) / (1.0 + t);
   for (const double x : {gain, low ? gain : -gain, 0.0, 1.0, (t - 1.0) / (t + 1.0), 0.0})
@@ -67,7 +68,7 @@ void append_first_order(const EqualiserFilter& f, int rate, std::vector<double>*
 void append_butterworth(EqualiserFilter f, int order, int rate, std::vector<double>* out) {
   if (order % 2) append_first_order(f, rate, out);
   for (int k = order / 2 - 1; k >= 0; --k) {
-    f.q = 0.5 / std::sin(std::acos(-1.0) * (2 * k + 1) / (2.0 * order));
+    f.q = 0.5 / std::sin(kPi * (2 * k + 1) / (2.0 * order));
     append_section(f, rate, out);
   }
 }

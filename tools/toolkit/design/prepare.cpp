@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "design/roots.h"
+#include "units.h"
 
 namespace tool {
 namespace {
@@ -48,13 +49,12 @@ FilterDesign rounded(FilterDesign design, Precision precision) {
 
 /** The angles at which gains are compared: all octaves, and the peaks of the resonances. */
 std::vector<double> angles_of(const FilterDesign& sections) {
-  const double pi = std::acos(-1.0);
-  std::vector<double> angles{0.0, pi};
-  for (double angle = pi; angle > 1e-5; angle *= 0.97) angles.push_back(angle);
+  std::vector<double> angles{0.0, kPi};
+  for (double angle = kPi; angle > 1e-5; angle *= 0.97) angles.push_back(angle);
   for (const std::complex<double>& pole : roots_of(sections, sections.a)) {
     const double angle = std::abs(std::arg(pole));
     for (const double aside : {-1.0, -0.5, 0.0, 0.5, 1.0})
-      angles.push_back(std::min(std::max(angle + aside * (1.0 - std::abs(pole)), 0.0), pi));
+      angles.push_back(std::min(std::max(angle + aside * (1.0 - std::abs(pole)), 0.0), kPi));
   }
   return angles;
 }
@@ -318,7 +318,7 @@ class Preparation {
            "same");
     else if (bits)
       note(Notice::kScaled, "gains moved between the sections, by up to " +
-                                shown("%.0f dB", 20.0 * std::log10(2.0) * bits) +
+                                shown("%.0f dB", to_decibels(2.0) * bits) +
                                 ", so that each peaks near 0 dB; the filter is the same");
   }
 

@@ -1,4 +1,5 @@
 #include "design/roots.h"
+#include "units.h"
 
 #include <algorithm>
 #include <cmath>
@@ -115,8 +116,8 @@ std::vector<Complex> iterate(const std::vector<Real>& p) {
       std::pow(std::abs(narrow(p[n]) / narrow(p[0])), 1.0 / static_cast<double>(n));
   std::vector<Complex> z;
   for (std::size_t i = 0; i < n; ++i)
-    z.push_back(std::polar(
-        radius, (static_cast<double>(i) + 0.3) * 2.0 * std::acos(-1.0) / static_cast<double>(n)));
+    z.push_back(
+        std::polar(radius, (static_cast<double>(i) + 0.3) * 2.0 * kPi / static_cast<double>(n)));
   std::vector<bool> done(n, false);
   for (int round = 0; round < 200; ++round) {
     bool all_done = true;

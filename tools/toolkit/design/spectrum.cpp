@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "units.h"
+
 namespace tool {
 namespace {
 
@@ -24,7 +26,7 @@ std::vector<std::complex<double>> spectrum(const std::vector<double>& coefficien
     j ^= bit;
     if (i < j) std::swap(x[i], x[j]);
   }
-  const double turn = -2.0 * std::acos(-1.0);
+  const double turn = -2.0 * kPi;
   for (std::size_t half = 1; half < n; half *= 2) {
     for (std::size_t k = 0; k < half; ++k) {
       const std::complex<double> w =

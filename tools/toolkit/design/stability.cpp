@@ -8,6 +8,7 @@
 #include "design/roots.h"
 #include "design/spectrum.h"
 #include "errors.h"
+#include "units.h"
 
 namespace tool {
 namespace {
@@ -20,7 +21,7 @@ constexpr double kClipTolerance = 0.05;
 
 std::string decibels(double gain) {
   char text[32];
-  std::snprintf(text, sizeof text, "%.1f dB", 20.0 * std::log10(gain));
+  std::snprintf(text, sizeof text, "%.1f dB", to_decibels(gain));
   return text;
 }
 
@@ -61,7 +62,7 @@ std::string check_peak(const std::string& path, const FilterDesign& design, doub
   if (largest_pole_radius(design) > 1.0 + kRadiusTolerance) return {};
   const double peak = gain * peak_gain(design);
   if (std::isinf(peak)) return path + ": the filter's gain is infinite at some frequency";
-  if (!(20.0 * std::log10(peak) >= kClipTolerance)) return {};
+  if (!(to_decibels(peak) >= kClipTolerance)) return {};
   return path + ": the filter's largest gain is " + decibels(peak) +
          ", by which a full-scale signal would clip";
 }

@@ -33,7 +33,7 @@ std::vector<double> resampled(const std::vector<double>& taps, double ratio,
   return result;
 }
 
-void append_file(const std::string& path, int rate, const ResponseOptions& options,
+void append_file(const std::string& path, int rate, const ImpulseResponseOptions& options,
                  ImpulseResponse* response) {
   AudioReader reader(path, kMaxChannels);
   if (reader.rate() != rate && !options.resample)
@@ -86,8 +86,8 @@ double peak_gain(const ImpulseResponse& response) {
 
 }  // namespace
 
-ImpulseResponse read_response(const std::vector<std::string>& paths, int rate,
-                              const ResponseOptions& options) {
+ImpulseResponse read_impulse_response(const std::vector<std::string>& paths, int rate,
+                                      const ImpulseResponseOptions& options) {
   ImpulseResponse response;
   for (const std::string& path : paths) append_file(path, rate, options, &response);
   if (response.size() == 3 || response.size() > kMaxChannels)

@@ -9,7 +9,7 @@ namespace tool {
 /** One filter of taps per channel, all equally long. */
 using ImpulseResponse = std::vector<std::vector<double>>;
 
-struct ResponseOptions {
+struct ImpulseResponseOptions {
   bool resample = false;
   int truncate = 0;  // taps, 0 for all
   bool normalise = false;
@@ -19,8 +19,8 @@ struct ResponseOptions {
 
 /** Reads the channels of one or several files, one after the other, as a response for recordings at
  * `rate`. Errors name the file and both rates, or the length and the limit. */
-ImpulseResponse read_response(const std::vector<std::string>& paths, int rate,
-                              const ResponseOptions& options);
+ImpulseResponse read_impulse_response(const std::vector<std::string>& paths, int rate,
+                                      const ImpulseResponseOptions& options);
 
 void scale(ImpulseResponse* response, double gain);
 

@@ -10,14 +10,12 @@
 #include <string>
 #include <vector>
 
+#include "recordings/output_file.h"
 #include "recordings/pipe.h"
 
 namespace tool {
 
 enum class SampleFormat { kInt16, kInt24, kFloat };
-
-/** The name of standard input and standard output. */
-constexpr char kStandardStream[] = "-";
 
 /** Little-endian int16 samples without a header; a rate of 0 for any other file. */
 struct RawFormat {
@@ -32,26 +30,6 @@ struct CloseSndfile {
   void operator()(SNDFILE* file) const { sf_close(file); }
 };
 using SndfileHandle = std::unique_ptr<SNDFILE, CloseSndfile>;
-
-/** A descriptor, closed at the end unless it is a standard one. */
-class Descriptor {
- public:
-  explicit Descriptor(int number = -1) : number_(number) {}
-  ~Descriptor() { close(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  void reset(int number);
-  int get() const { return number_; }
-  bool close();
-
- private:
-  int number_;
-};
-
-/** Takes the numbers of standard streams that the caller has closed, so that no file gets them;
- * to use them remains an error. */
-void open_standard_streams();
 
 /** A recording, read block by block. */
 class AudioReader {
@@ -82,32 +60,6 @@ class AudioReader {
   bool repeatable_ = false;
   std::int64_t frames_read_ = 0;
   std::int64_t not_finite_ = 0;
-};
-
-/** A file that is written beside its target and takes the target's place only when complete. Pipes
- * and devices are written as they are. */
-class OutputFile {
- public:
-  explicit OutputFile(const std::string& path, bool overwrite = true);
-  ~OutputFile();
-  OutputFile(const OutputFile&) = delete;
-  OutputFile& operator=(const OutputFile&) = delete;
-
-  int descriptor() const { return descriptor_.get(); }
-  const std::string& path() const { return path_; }
-  /** Whether it is written as it is, from start to end. */
-  bool is_stream() const { return temporary_.empty(); }
-  bool is_standard_output() const { return standard_output_; }
-
-  /** Closes the file and moves it to its target. */
-  void commit();
-
- private:
-  std::string path_;
-  std::string target_;
-  std::string temporary_;
-  bool standard_output_ = false;
-  Descriptor descriptor_;
 };
 
 /** What a result is written as. */
@@ -157,8 +109,5 @@ std::vector<std::string> audio_types();
 
 /** The ending of a file's name, in lower case and without its dot. */
 std::string type_of(const std::string& path);
-
-/** Throws when `output` names one of the files that are read, by whatever path. */
-void refuse_overwrite(const std::string& output, const std::vector<std::string>& inputs);
 
 }  // namespace tool

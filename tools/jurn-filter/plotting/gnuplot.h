@@ -1,8 +1,7 @@
-// Pictures, drawn by the program gnuplot, and the tables behind them.
+// Pictures, drawn by the program gnuplot.
 #pragma once
 
 #include <string>
-#include <vector>
 
 namespace tool {
 
@@ -12,17 +11,8 @@ enum class Picture { kTerminal, kPng, kSvg };
  */
 Picture picture_format(const std::string& path);
 
-/** Appends formatted text. */
-[[gnu::format(printf, 2, 3)]] void append(std::string* text, const char* format, ...);
-
-/** The last part of a path, shortened to fit a legend. */
-std::string short_name(const std::string& path);
-
 /** A text as a string of gnuplot, whatever it holds. */
 std::string plot_string(const std::string& text);
-
-/** A text as a field of a CSV file. */
-std::string csv_field(const std::string& text);
 
 /** What a plot starts with; the size is in pixels, of text it follows the terminal. */
 std::string set_terminal(Picture format, int width, int height);
@@ -30,8 +20,5 @@ std::string set_terminal(Picture format, int width, int height);
 /** Runs a script of gnuplot and puts the picture at `path`, or prints it when that is empty. An
  * error leaves nothing behind. */
 void draw(const std::string& path, bool overwrite, const std::string& script);
-
-/** Writes a table; "-" is standard output. */
-void write_csv(const std::string& path, bool overwrite, const std::string& text);
 
 }  // namespace tool

@@ -1,11 +1,11 @@
-#include "run.h"
+#include "streams/run.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 
 #include "recordings/signals.h"
-#include "report.h"
+#include "units.h"
 
 namespace tool {
 namespace {
@@ -25,8 +25,8 @@ void push_through(const Chain& chain, bool at_end, std::vector<float>* frames,
 }
 
 /** Streams the whole recording; `writer` may be null to measure only. */
-void stream(AudioReader* reader, const Chain& chain, AudioWriter* writer, Progress* progress,
-            Summary* summary) {
+void stream(const Job& job, const std::string& what, AudioReader* reader, const Chain& chain,
+            AudioWriter* writer, Summary* summary) {
   const std::size_t channels_in = static_cast<std::size_t>(reader->channels());
   const std::size_t channels_out = static_cast<std::size_t>(chain.back()->channels_out);
   std::vector<float> frames, spare;
@@ -45,7 +45,7 @@ void stream(AudioReader* reader, const Chain& chain, AudioWriter* writer, Progre
     summary->peak = std::max(summary->peak, static_cast<double>(peak));
     if (writer) writer->write(frames.data(), frames.size() / channels_out);
     summary->frames += static_cast<std::int64_t>(frames.size() / channels_out);
-    progress->show(frames_read);
+    if (job.on_progress) job.on_progress({what, frames_read, reader->frames(), reader->rate()});
   }
   for (const std::unique_ptr<Stage>& stage : chain) {
     summary->clipped += stage->clipped;
@@ -54,17 +54,13 @@ void stream(AudioReader* reader, const Chain& chain, AudioWriter* writer, Progre
   summary->not_finite = reader->not_finite();
 }
 
-double linear(double db) {
-  return std::pow(10.0, db / 20.0);
-}
-
 Recording describe(const Job& job, const AudioReader& reader) {
   return {job.input, reader.channels(), reader.rate(), reader.frames()};
 }
 
 /** The gain at which a result of this peak does not clip. */
 void fit_gain(const Job& job, double peak, Summary* summary) {
-  const double change = 20.0 * std::log10(32767.0 / peak);
+  const double change = to_decibels(32767.0 / peak);
   if (change < 0.0) summary->fitting_gain_db = std::floor((job.gain_db + change) * 10.0) / 10.0;
 }
 
@@ -77,11 +73,10 @@ void find_fitting_gain(const Job& job, Summary* summary) {
   for (double gain = 1.0 / 64.0; gain > 1e-9; gain /= 64.0) {
     if (job.lock) job.lock->lock();
     AudioReader reader(job.input, 2, job.raw);
-    const Chain chain = job.make_chain(describe(job, reader), gain * linear(job.gain_db));
+    const Chain chain = job.make_chain(describe(job, reader), gain * from_decibels(job.gain_db));
     unlock(job);
-    Progress progress(job, reader, "finding a gain that fits");
     Summary quiet;
-    stream(&reader, chain, nullptr, &progress, &quiet);
+    stream(job, "finding a gain that fits", &reader, chain, nullptr, &quiet);
     if (quiet.clipped || quiet.peak >= 32767.0) continue;
     return fit_gain(job, (quiet.peak + 1.0) / gain, summary);  // samples were truncated
   }
@@ -94,7 +89,7 @@ Summary run(const Job& job) {
   std::vector<std::string> inputs = job.also_read;
   inputs.push_back(job.input);
   refuse_overwrite(job.output, inputs);
-  const Chain chain = job.make_chain(describe(job, reader), linear(job.gain_db));
+  const Chain chain = job.make_chain(describe(job, reader), from_decibels(job.gain_db));
 
   Summary summary;
   summary.input = job.input;
@@ -108,8 +103,7 @@ Summary run(const Job& job) {
     AudioWriter writer(job.output, summary.channels, summary.rate, job.format, job.overwrite);
     unlock(job);
     summary.on_standard_output = writer.is_standard_output();
-    Progress progress(job, reader, job.output);
-    stream(&reader, chain, &writer, &progress, &summary);
+    stream(job, job.output, &reader, chain, &writer, &summary);
     writer.commit();
     summary.seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

@@ -1,4 +1,4 @@
-#include "plot.h"
+#include "plotting/gnuplot.h"
 
 #include <spawn.h>
 #include <sys/ioctl.h>
@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -15,14 +14,12 @@
 #include <string_view>
 
 #include "errors.h"
-#include "recordings/audio_io.h"
-#include "recordings/pipe.h"
+#include "recordings/output_file.h"
 #include "recordings/signals.h"
+#include "text.h"
 
 namespace tool {
 namespace {
-
-constexpr std::size_t kLongestName = 36;
 
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
@@ -97,29 +94,6 @@ Picture picture_format(const std::string& path) {
               path + ": the name's ending chooses the picture's format; known are .png, .svg");
 }
 
-void append(std::string* text, const char* format, ...) {
-  va_list arguments, again;
-  va_start(arguments, format);
-  va_copy(again, arguments);
-  const int length = std::vsnprintf(nullptr, 0, format, arguments);
-  va_end(arguments);
-  const std::size_t end = text->size(), count = static_cast<std::size_t>(length);
-  text->resize(end + count + 1);
-  std::vsnprintf(text->data() + end, count + 1, format, again);
-  va_end(again);
-  text->resize(end + count);
-}
-
-std::string short_name(const std::string& path) {
-  std::string name = std::filesystem::path(path).filename().string();
-  if (name.size() <= kLongestName) return name;
-  std::size_t end = kLongestName - 10;
-  while (end > 0 && (name[end] & 0xc0) == 0x80) --end;  // not within a character
-  std::size_t tail = name.size() - 9;
-  while (tail < name.size() && (name[tail] & 0xc0) == 0x80) ++tail;
-  return name.substr(0, end) + "…" + name.substr(tail);
-}
-
 std::string plot_string(const std::string& text) {
   std::string quoted = "'";
   for (const char c : text) {
@@ -127,16 +101,6 @@ std::string plot_string(const std::string& text) {
     quoted += static_cast<unsigned char>(c) < 0x20 ? '?' : c;
   }
   return quoted + "'";
-}
-
-std::string csv_field(const std::string& text) {
-  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-  std::string quoted = "\"";
-  for (const char c : text) {
-    if (c == '"') quoted += '"';
-    quoted += c;
-  }
-  return quoted + "\"";
 }
 
 std::string set_terminal(Picture format, int width, int height) {
@@ -168,18 +132,6 @@ void draw(const std::string& path, bool overwrite, const std::string& script) {
                 (path.empty() ? "the plot" : path) + ": gnuplot cannot draw it: " + complaint);
   if (!output.is_stream() && !is_complete(output.descriptor()))
     throw Error(kOutputError, path + ": cannot be written, is the disk full?");
-  output.commit();
-}
-
-void write_csv(const std::string& path, bool overwrite, const std::string& text) {
-  OutputFile output(path, overwrite);
-  PipeWriter writer(output.descriptor());
-  if (!writer.send(text.data(), static_cast<sf_count_t>(text.size()))) {
-    check_interrupted();
-    if (writer.error() == EPIPE) throw Error(kPipeClosed, "");
-    throw Error(kOutputError,
-                output.path() + ": cannot be written (" + std::strerror(writer.error()) + ")");
-  }
   output.commit();
 }
 

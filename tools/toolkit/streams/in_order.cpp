@@ -1,4 +1,4 @@
-#include "in_order.h"
+#include "streams/in_order.h"
 
 #include <algorithm>
 #include <condition_variable>

@@ -1,4 +1,4 @@
-// One job of the tool: a recording through a chain of stages into a file.
+// A recording through a chain of stages into a file.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "in_order.h"
 #include "recordings/audio_io.h"
+#include "streams/in_order.h"
 #include "streams/stages.h"
 
 namespace tool {
@@ -24,20 +24,28 @@ struct Recording {
   std::int64_t frames;  // 0 when unknown
 };
 
+/** How far a run has come. */
+struct Progress {
+  const std::string& what;  // the result, or what else is being done
+  std::int64_t frames;      // of the recording
+  std::int64_t total;       // 0 when unknown
+  int rate;
+};
+
 struct Job {
   std::string input;
   std::string output;
   RawFormat raw;  // of the input
   AudioFormat format;
   bool overwrite = false;
-  bool progress = false;               // shown on a terminal
   std::vector<std::string> also_read;  // other files that the output must not replace
   /** Builds the stages; `gain` multiplies the gain of the filter that may take another one. */
   std::function<Chain(const Recording& recording, double gain)> make_chain;
   double gain_db = 0.0;     // of that filter
   bool takes_gain = false;  // whether there is one
   int gain_of = 0;          // which filter of several it is, from 1
-  Lock* lock = nullptr;  // of jobs that run at once: held while files are opened and filters made
+  Lock* lock = nullptr;     // of jobs that run at once: held while files open and filters are made
+  std::function<void(const Progress&)> on_progress;  // called often; may be empty
 };
 
 struct Summary {

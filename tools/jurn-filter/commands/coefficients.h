@@ -1,0 +1,50 @@
+// Filters whose coefficients stand in files.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "coefficients/formats.h"
+#include "commands/filter.h"
+
+namespace tool {
+
+/** How files of coefficients are read. */
+struct ReadingOptions {
+  bool normalise = false;
+  Format format = Format::kByContent;
+  std::vector<std::string> variables;
+  std::optional<bool> negate_a;
+};
+void add_reading(CLI::App* command, ReadingOptions* options);
+void add_signs(CLI::App* command, ReadingOptions* options);
+
+/** A file with all coefficients, or one for the numerator and one for the denominator. */
+struct CoefficientFiles {
+  std::string all, numerator, denominator;
+
+  const std::string& name() const { return all.empty() ? denominator : all; }
+};
+
+/** Reads and checks a design; warnings are printed. The gain comes on top of the design's. */
+FilterDesign read_design(const CoefficientFiles& files, FilterDesign::Kind kind,
+                         const CoefficientLimit& limit, const ReadingOptions& options, int rate,
+                         double gain);
+
+/** What the subcommands take that run one design of a file. */
+struct DesignOptions {
+  CoefficientFiles files;
+  ReadingOptions reading;
+  Precision precision = Precision::kInt16;
+};
+CLI::Option* add_coefficients(CLI::App* command, Filter* filter, DesignOptions* options,
+                              const char* description);
+void add_precision(CLI::App* command, Precision* precision);
+
+/** Makes the filter run the design, which is read once for every rate. */
+void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
+                FilterDesign::Kind kind, const CoefficientLimit& limit);
+
+}  // namespace tool

@@ -1,0 +1,46 @@
+// What the subcommands that filter recordings have in common.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "commands/options.h"
+#include "streams/run.h"
+
+namespace tool {
+
+/** The recordings of a job and what becomes of them. */
+struct Files {
+  std::vector<std::string> names;  // IN and OUT, or any number of IN with a folder
+  std::string output_dir;
+  int jobs = 0;  // recordings at a time, 0 for one per core
+  RawFormat raw;
+  AudioFormat format;
+  Manners manners;
+};
+
+/** One filter of a series. */
+struct Filter {
+  int block = 1024;
+  double gain_db = 0.0;
+  bool takes_gain = false;
+  std::vector<std::string> also_read;  // files that the result must not replace
+  std::function<Chain(const Recording& recording, double gain)> make_chain;
+};
+
+/** A subcommand that filters. Without `files` it follows another one, whose result it filters. */
+CLI::App* add_filter_command(CLI::App* app, Filter* filter, Files* files, const char* name,
+                             const char* description, const char* example);
+
+void add_gain(CLI::App* command, Filter* filter);
+void add_tail(CLI::App* command, bool* no_tail);
+
+Chain chain_of(std::unique_ptr<Stage> stage);
+
+/** Filters every recording through all filters. Returns the exit code. */
+int run_filters(const Files& files, const std::vector<std::unique_ptr<Filter>>& filters);
+
+}  // namespace tool

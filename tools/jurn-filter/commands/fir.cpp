@@ -1,0 +1,17 @@
+#include "commands/coefficients.h"
+#include "commands/commands.h"
+
+namespace tool {
+
+void add_fir(CLI::App* app, Filter* filter, Files* files) {
+  const auto o = std::make_shared<DesignOptions>();
+  CLI::App* fir = add_filter_command(app, filter, files, "fir", "Filters with taps of a file",
+                                     "fir speech.wav out.wav --coefficients taps.txt");
+  add_coefficients(fir, filter, o.get(),
+                   "Taps: numbers as text or CSV (# comments), NumPy .npy, .mat, C header, or WAV")
+      ->required();
+  add_precision(fir, &o->precision);
+  fir->final_callback([=] { set_design(filter, o, FilterDesign::kFir, fir_limit(o->precision)); });
+}
+
+}  // namespace tool

@@ -1,0 +1,42 @@
+#include "commands/options.h"
+
+#include <cstdio>
+
+namespace tool {
+namespace {
+
+RawFormat parse_raw(const std::string& text) {
+  RawFormat raw;
+  int end = 0;
+  if (std::sscanf(text.c_str(), "%d,%d%n", &raw.rate, &raw.channels, &end) != 2 ||
+      text.c_str()[end] || raw.rate < 1 || raw.channels < 1 || raw.channels > 2)
+    throw Error(kUsageError, "--raw " + text + ": takes RATE,CHANNELS, like 48000,2 or 8000,1");
+  return raw;
+}
+
+}  // namespace
+
+void add_raw(CLI::App* command, RawFormat* raw) {
+  command
+      ->add_option_function<std::string>(
+          "--raw", [raw](const std::string& text) { *raw = parse_raw(text); },
+          "IN has little-endian int16 samples and no header; a result to standard output, too")
+      ->type_name("RATE,CHANNELS");
+}
+
+void add_overwrite(CLI::App* command, bool* overwrite) {
+  command->add_flag("--overwrite", *overwrite, "Replace files that exist");
+}
+
+void add_manners(CLI::App* command, Manners* manners) {
+  add_overwrite(command, &manners->overwrite);
+  command->add_flag("-q,--quiet", manners->quiet, "Say nothing unless there is a problem");
+  command->add_flag("--json", manners->json, "Print the summary as a line of JSON");
+}
+
+void add_gain_option(CLI::App* command, double* gain_db) {
+  command->add_option("--gain", *gain_db, "Gain of the filter in dB")
+      ->check(CLI::Range(-200.0, 200.0));
+}
+
+}  // namespace tool

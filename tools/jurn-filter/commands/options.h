@@ -1,0 +1,40 @@
+// Options that several subcommands take.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <map>
+#include <string>
+
+#include "errors.h"
+#include "recordings/audio_io.h"
+
+namespace tool {
+
+/** How a subcommand reports and what it may replace. */
+struct Manners {
+  bool overwrite = false, quiet = false, json = false;
+};
+void add_overwrite(CLI::App* command, bool* overwrite);
+void add_manners(CLI::App* command, Manners* manners);
+
+void add_raw(CLI::App* command, RawFormat* raw);
+void add_gain_option(CLI::App* command, double* gain_db);
+
+/** A choice between named values. */
+template <typename Value>
+void add_choice(CLI::App* command, const char* name, Value* value, const char* description,
+                const std::map<std::string, Value>& values, const char* standard) {
+  const auto choose = [=](const std::string& text) {
+    const auto found = values.find(text);
+    std::string known;
+    for (const auto& [key, unused] : values) known += (known.empty() ? "" : ", ") + key;
+    if (found == values.end())
+      throw Error(kUsageError, std::string(name) + " " + text + ": takes one of " + known);
+    *value = found->second;
+  };
+  command->add_option_function<std::string>(name, choose, description)
+      ->type_name("NAME")
+      ->default_str(standard);
+}
+
+}  // namespace tool
