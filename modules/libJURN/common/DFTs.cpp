@@ -133,7 +133,8 @@ void MORVAX_rfftmut2(float* out, const float* x1, const float* x2, int N) {
 
 void JURN_forward_samples(const RealFFT_ID* state, float* spectrum, const short* samples,
                           int channels, int channel) {
-  return JURN_CALL_CLONE(forward_samples(state->fft_w, spectrum, samples, channels, channel, state->N));
+  return JURN_CALL_CLONE(
+      forward_samples(state->fft_w, spectrum, samples, channels, channel, state->N));
 }
 
 void JURN_inverse_product(const RealFFT_ID* state, float* out, const float* x1, const float* x2) {
