@@ -62,6 +62,13 @@ int inputs_of(const Filterf_ID*) {
   return 1;
 }
 
+/** Work blocks start where a record's address lets them, so that two records' differ. */
+template <class Record>
+void forget_work_blocks(Record*) {}
+void forget_work_blocks(Filterlongfir_ID* f) {
+  std::memset(f->xLintl, 0, 6 * sizeof f->xLintl);
+}
+
 template <class Sample, class Record, class Run, class Fade>
 void expect_ramp(Run run, Fade fade) {
   auto previous = std::make_unique<Record>(), next = std::make_unique<Record>();
@@ -93,6 +100,8 @@ void expect_ramp(Run run, Fade fade) {
       fade(previous.get(), next.get(), block.data(), inLen, block.data());
       ASSERT_TRUE(same(block.data(), wanted.data(), values)) << "round " << round;
     }
+    for (Record* record : {previous.get(), lone_previous.get(), next.get(), lone_next.get()})
+      forget_work_blocks(record);
     ASSERT_TRUE(same_record(previous.get(), lone_previous.get())) << "round " << round;
     ASSERT_TRUE(same_record(next.get(), lone_next.get())) << "round " << round;
   }
