@@ -19,3 +19,5 @@ web_packages="cmake make clang lld wasi-libc libc++-$clang-dev-wasm32 libclang-r
 web_test_packages="chromium fonts-dejavu-core"
 checksum_all_packages="g++-arm-linux-gnueabihf libc6-dev-i386 lib32gcc-$gcc-dev lib32stdc++-$gcc-dev"
 avx512_packages="bochs bochsbios vgabios isolinux syslinux-common xorriso cpio"
+gstreamer_packages="libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good python3-gi gir1.2-gstreamer-1.0"
+gstreamer_test_packages="jackd2 libgtest-dev"

@@ -32,25 +32,38 @@ HrtfSet::HrtfSet(const std::string& path, int rate) {
   const MYSOFA_ARRAY& delays = set_->hrtf->DataDelay;
   for (unsigned i = 0; i < delays.elements; ++i)
     longest_delay_ = std::max(longest_delay_, static_cast<int>(std::ceil(delays.values[i])));
+  for (std::vector<float>& ear : ears_) ear.resize(static_cast<std::size_t>(measured_));
 }
 
-ImpulseResponse HrtfSet::at(double azimuth, double elevation) const {
+/** Both ears' taps in one direction, as `put(ear, tap, value)`. */
+template <typename Put>
+void HrtfSet::look_up(double azimuth, double elevation, Put put) {
   float position[] = {static_cast<float>(azimuth), static_cast<float>(elevation), 1.0f};
   mysofa_s2c(position);
-  const std::size_t taps = static_cast<std::size_t>(measured_);
-  std::vector<float> ears[2] = {std::vector<float>(taps), std::vector<float>(taps)};
   float delays[2];  // frames, as in the file
-  mysofa_getfilter_float(set_.get(), position[0], position[1], position[2], ears[0].data(),
-                         ears[1].data(), &delays[0], &delays[1]);
-  ImpulseResponse response;
+  mysofa_getfilter_float(set_.get(), position[0], position[1], position[2], ears_[0].data(),
+                         ears_[1].data(), &delays[0], &delays[1]);
   for (int ear = 0; ear < 2; ++ear) {
     const int delay = std::clamp(static_cast<int>(std::lround(delays[ear])), 0, longest_delay_);
-    std::vector<double> channel(static_cast<std::size_t>(delay), 0.0);
-    for (const float tap : ears[ear]) channel.push_back(tap * gain_);
-    channel.resize(taps + static_cast<std::size_t>(longest_delay_));
-    response.push_back(std::move(channel));
+    for (int k = 0; k < taps(); ++k) {
+      const bool silent = k < delay || k >= delay + measured_;
+      put(ear, k, silent ? 0.0 : ears_[ear][static_cast<std::size_t>(k - delay)] * gain_);
+    }
   }
+}
+
+ImpulseResponse HrtfSet::at(double azimuth, double elevation) {
+  ImpulseResponse response(2, std::vector<double>(static_cast<std::size_t>(taps())));
+  look_up(azimuth, elevation, [&](int ear, int k, double value) {
+    response[static_cast<std::size_t>(ear)][static_cast<std::size_t>(k)] = value;
+  });
   return response;
+}
+
+void HrtfSet::taps_at(double azimuth, double elevation, double gain, float* left, float* right) {
+  look_up(azimuth, elevation, [&](int ear, int k, double value) {
+    (ear ? right : left)[k] = static_cast<float>(value * gain);
+  });
 }
 
 }  // namespace tool

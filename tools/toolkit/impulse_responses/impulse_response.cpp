@@ -104,6 +104,10 @@ ImpulseResponse read_impulse_response(const std::vector<std::string>& paths, int
   return response;
 }
 
+std::size_t count_channels(const std::string& path) {
+  return static_cast<std::size_t>(AudioReader(path, kMaxChannels).channels());
+}
+
 void scale(ImpulseResponse* response, double gain) {
   for (std::vector<double>& taps : *response)
     for (double& tap : taps) tap *= gain;

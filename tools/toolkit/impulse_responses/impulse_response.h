@@ -1,6 +1,7 @@
 // Impulse responses from audio files.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,9 @@ struct ImpulseResponseOptions {
  * `rate`. Errors name the file and both rates, or the length and the limit. */
 ImpulseResponse read_impulse_response(const std::vector<std::string>& paths, int rate,
                                       const ImpulseResponseOptions& options);
+
+/** Channels of a file of impulse responses. */
+std::size_t count_channels(const std::string& path);
 
 void scale(ImpulseResponse* response, double gain);
 

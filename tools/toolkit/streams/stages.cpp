@@ -10,10 +10,6 @@ namespace {
 
 static_assert(kMaxAverage == JURN_HISTORY && kMaxBlock == JURN_BLOCK);
 
-// The direct-form IIR sets small carried-over outputs to 0 at the start of each call, so the length
-// of its calls can change the output. It is therefore always the same.
-constexpr int kIirBlock = 512;
-
 int frames_per_call(const FilterDesign& design, int block) {
   if (design.kind == FilterDesign::kIir) return kIirBlock;
   if (design.kind == FilterDesign::kSections) return block;

@@ -69,6 +69,10 @@ CoefficientLimit iir_limit(Precision precision);
 CoefficientLimit section_limit();
 constexpr int kMaxAverage = 2156;
 constexpr int kMaxBlock = 1056;
+/** Frames of a direct-form IIR's calls. It sets small carried-over outputs to 0 at the start of
+ * each call, so that the length of the calls can change the output; it is therefore always the
+ * same. */
+constexpr int kIirBlock = 512;
 
 std::unique_ptr<Stage> make_filter(const FilterDesign& design, Precision precision, int channels,
                                    int block);

@@ -1,0 +1,77 @@
+// What the three elements have in common: statistics and messages.
+#pragma once
+
+#include <gst/base/gstbasetransform.h>
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "meter.h"
+
+namespace jurn {
+
+/** Installs the properties `statistics` and `statistics-interval`, with these two numbers. */
+void install_statistics(GObjectClass* gobject_class, guint statistics, guint interval);
+
+/** The statistics of an element and how often it posts them. */
+class Statistics {
+ public:
+  /** The streaming thread, after each buffer. */
+  template <typename Sample>
+  void count(GstElement* element, const Sample* samples, std::size_t values, std::size_t channels,
+             int rate) {
+    meter_.count(samples, values, channels);
+    const guint64 interval = interval_.load(std::memory_order_relaxed);
+    if (interval == 0) return;
+    elapsed_ += gst_util_uint64_scale(values / channels, GST_SECOND, static_cast<guint64>(rate));
+    if (elapsed_ < interval) return;
+    elapsed_ = 0;
+    gst_element_post_message(element, gst_message_new_element(GST_OBJECT(element), structure()));
+  }
+
+  GstStructure* structure() const { return meter_.structure(); }
+  void reset() {
+    meter_.reset();
+    elapsed_ = 0;
+  }
+
+  void set_interval(guint64 nanoseconds) { interval_ = nanoseconds; }
+  guint64 interval() const { return interval_; }
+
+ private:
+  Meter meter_;
+  std::atomic<guint64> interval_{0};
+  guint64 elapsed_ = 0;  // ns since the last message
+};
+
+/** Posts what the user should know; the stream goes on. */
+void post_warnings(GstElement* element, const std::vector<std::string>& warnings);
+
+/** Whether an event brings caps other than those at the sink pad. */
+bool changes_caps(GstBaseTransform* transform, GstEvent* event);
+
+/** Pushes the frames that ring on after the end of a stream. `fill` writes a buffer's frames. */
+template <typename Fill>
+GstFlowReturn push_tail(GstBaseTransform* transform, std::int64_t frames, std::size_t frame_bytes,
+                        int rate, GstClockTime* next, Fill fill) {
+  GstFlowReturn result = GST_FLOW_OK;
+  constexpr std::int64_t kFrames = 1024;
+  for (std::int64_t done = 0; done < frames && result == GST_FLOW_OK; done += kFrames) {
+    const int count = static_cast<int>(std::min(frames - done, kFrames));
+    GstBuffer* const buffer =
+        gst_buffer_new_allocate(nullptr, static_cast<std::size_t>(count) * frame_bytes, nullptr);
+    GstMapInfo map;
+    gst_buffer_map(buffer, &map, GST_MAP_WRITE);
+    fill(map.data, count);
+    gst_buffer_unmap(buffer, &map);
+    GST_BUFFER_DURATION(buffer) =
+        gst_util_uint64_scale(static_cast<guint64>(count), GST_SECOND, static_cast<guint64>(rate));
+    GST_BUFFER_PTS(buffer) = *next;
+    if (GST_CLOCK_TIME_IS_VALID(*next)) *next += GST_BUFFER_DURATION(buffer);
+    result = gst_pad_push(GST_BASE_TRANSFORM_SRC_PAD(transform), buffer);
+  }
+  return result;
+}
+
+}  // namespace jurn

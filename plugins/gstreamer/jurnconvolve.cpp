@@ -1,0 +1,389 @@
+/**
+ * SECTION:element-jurnconvolve
+ *
+ * Convolves with impulse responses of any length, without latency.
+ *
+ * |[
+ * gst-launch-1.0 filesrc location=music.flac ! decodebin ! audioconvert !
+ *   jurnconvolve location=hall.wav gain=-6 ! autoaudiosink
+ * ]|
+ */
+#include "jurnconvolve.h"
+
+#include <cmath>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+
+#include "Convolution_control.h"
+#include "handover.h"
+#include "impulse_responses/impulse_response.h"
+
+using jurn::Caps;
+
+namespace {
+
+enum Property { kLocation = 1, kRoutes, kGain, kNormalise, kResample };
+
+constexpr char kCaps[] = GST_AUDIO_CAPS_MAKE("{ " GST_AUDIO_NE(S16) ", " GST_AUDIO_NE(
+    F32) " }") ", layout = (string) interleaved, channels = (int) [ 1, 16 ]";
+
+/** What the properties ask for. */
+struct Settings {
+  std::string location, routes;
+  double gain_db = 0.0;
+  bool normalise = false, resample = false;
+};
+
+/** Memory of the library's, aligned for its fastest loads. */
+class Memory {
+ public:
+  explicit Memory(std::size_t bytes) : bytes_(bytes), data_(std::aligned_alloc(64, padded(bytes))) {
+    if (!data_) throw std::bad_alloc();
+  }
+  ~Memory() { std::free(data_); }
+  Memory(const Memory&) = delete;
+  Memory& operator=(const Memory&) = delete;
+  void* get() const { return data_; }
+  std::size_t size() const { return bytes_; }
+
+ private:
+  static std::size_t padded(std::size_t bytes) { return (bytes + 63) / 64 * 64; }
+  std::size_t bytes_;
+  void* data_;
+};
+
+/** Channels in and out that a response can connect. */
+using Pairs = std::vector<std::pair<int, int>>;
+
+/** A response and a silent stream for it. */
+struct PreparedConvolution {
+  PreparedConvolution(const Convolution_shape& s, const std::vector<Convolution_route>& routes)
+      : shape(s),
+        response(MORVAX_ConvolutionResponseSize_API(&s, routes.data(), count(routes))),
+        stream(std::make_unique<Memory>(MORVAX_ConvolutionStreamSize_API(&s))) {
+    if (MORVAX_ConvolutionResponseCalcu_API(get_response(), response.size(), &s, routes.data(),
+                                            count(routes)) != JURN_CONVOLUTION_OK ||
+        MORVAX_ConvolutionStreamCalcu_API(get_stream(), stream->size(), &s) != JURN_CONVOLUTION_OK)
+      throw std::runtime_error("the impulse response cannot be prepared: its taps are not finite");
+    for (const Convolution_route& route : routes) taps = std::max(taps, route.blen);
+  }
+
+  ConvolutionResponse_ID* get_response() const {
+    return static_cast<ConvolutionResponse_ID*>(response.get());
+  }
+  ConvolutionStream_ID* get_stream() const {
+    return static_cast<ConvolutionStream_ID*>(stream->get());
+  }
+
+  Convolution_shape shape;
+  Memory response;
+  std::unique_ptr<Memory> stream;
+  int taps = 1;
+  PreparedConvolution* next = nullptr;
+
+ private:
+  static int count(const std::vector<Convolution_route>& routes) {
+    return static_cast<int>(routes.size());
+  }
+};
+
+using ConvolutionHandover = jurn::Handover<PreparedConvolution>;
+
+/** Taps that a stream has room for, so that most other responses need no other stream. */
+int capacity(int taps) {
+  int room = 8192;
+  while (room < taps) room *= 2;
+  return room;
+}
+
+void run(const PreparedConvolution& c, const short* in, short* out) {
+  MORVAX_ConvolutionRun_API(c.get_stream(), c.get_response(), in, out);
+}
+void run(const PreparedConvolution& c, const float* in, float* out) {
+  MORVAX_ConvolutionRun_API_float(c.get_stream(), c.get_response(), in, out);
+}
+void fade(const PreparedConvolution& from, const PreparedConvolution& to, const short* in,
+          short* out) {
+  MORVAX_ConvolutionFade_API(from.get_stream(), from.get_response(), to.get_response(), in, out);
+}
+void fade(const PreparedConvolution& from, const PreparedConvolution& to, const float* in,
+          float* out) {
+  MORVAX_ConvolutionFade_API_float(from.get_stream(), from.get_response(), to.get_response(), in,
+                                   out);
+}
+
+template <typename Sample>
+class ConvolveBlocks final : public jurn::Blocks {
+ public:
+  ConvolveBlocks(ConvolutionHandover* handover, std::unique_ptr<PreparedConvolution> first)
+      : Blocks(first->shape.inputs, first->shape.outputs, first->shape.block),
+        handover_(handover),
+        current_(first.release()),
+        other_(static_cast<std::size_t>(block * outputs)) {}
+  ~ConvolveBlocks() override { handover_->give_back(current_); }
+
+  void process(const void* input, void* output, GstClockTime) override {
+    const auto* const in = static_cast<const Sample*>(input);
+    auto* const out = static_cast<Sample*>(output);
+    PreparedConvolution* const next = handover_->take();
+    if (!next) return run(*current_, in, out);
+    if (next->shape.taps == current_->shape.taps) {
+      fade(*current_, *next, in, out);
+      std::swap(current_->stream, next->stream);
+    } else {
+      // A stream of another length starts from silence; both run over this block.
+      run(*next, in, other_.data());
+      run(*current_, in, out);
+      for (std::size_t i = 0; i < other_.size(); ++i) {
+        const float weight = block > 1 ? static_cast<float>(static_cast<int>(i) / outputs) /
+                                             static_cast<float>(block - 1)
+                                       : 1.0f;
+        const float mixed =
+            (1.0f - weight) * static_cast<float>(out[i]) + weight * static_cast<float>(other_[i]);
+        if constexpr (std::is_same_v<Sample, short>)
+          out[i] = static_cast<short>(std::lrint(mixed));
+        else
+          out[i] = mixed;
+      }
+    }
+    handover_->give_back(std::exchange(current_, next));
+  }
+
+  void reset() override { MORVAX_ConvolutionReset_API(current_->get_stream()); }
+  std::int64_t tail() const override { return current_->taps - 1; }
+
+ private:
+  ConvolutionHandover* handover_;
+  PreparedConvolution* current_;
+  std::vector<Sample> other_;
+};
+
+struct State {
+  std::mutex mutex;
+  Settings settings;
+  Pairs pairs;          // what the response connects; empty: as many in as out
+  std::string problem;  // of a property that was set before there was a stream
+  ConvolutionHandover handover;
+};
+
+}  // namespace
+
+struct GstJurnConvolve {
+  GstJurnBlocks parent;
+  State* state;
+};
+struct GstJurnConvolveClass {
+  GstJurnBlocksClass parent_class;
+};
+
+G_DEFINE_TYPE(GstJurnConvolve, gst_jurn_convolve, GST_TYPE_JURN_BLOCKS)
+GST_ELEMENT_REGISTER_DEFINE(jurnconvolve, "jurnconvolve", GST_RANK_NONE, GST_TYPE_JURN_CONVOLVE)
+
+/** Pairs of channels in and out that an impulse response of `count` channels can connect. */
+static Pairs pairs_of(std::size_t count) {
+  switch (count) {
+    case 1:
+      return {};
+    case 2:
+      return {{2, 2}, {1, 2}};
+    case 4:
+      return {{2, 2}, {4, 4}};
+    default:
+      return {{static_cast<int>(count), static_cast<int>(count)}};
+  }
+}
+
+/** Reads and prepares the response. */
+static std::unique_ptr<PreparedConvolution> prepare(const Settings& settings, const Caps& caps,
+                                                    int block) {
+  if (settings.location.empty()) throw std::runtime_error("no impulse response: set location");
+  tool::ImpulseResponseOptions options;
+  options.resample = settings.resample;
+  options.normalise = settings.normalise;
+  options.max_taps = JURN_CONVOLUTION_TAPS;
+  tool::ImpulseResponse response =
+      tool::read_impulse_response({settings.location}, caps.rate, options);
+  tool::scale(&response, std::pow(10.0, settings.gain_db / 20.0));
+
+  std::vector<std::vector<float>> taps;
+  for (const std::vector<double>& channel : response)
+    taps.emplace_back(channel.begin(), channel.end());
+  std::vector<Convolution_route> routes;
+  const auto add = [&](int input, int output, std::size_t channel) {
+    routes.push_back({input, output, taps[channel].data(), static_cast<int>(taps[channel].size())});
+  };
+  const std::size_t count = taps.size();
+  if (count == 4 && caps.inputs == 2 && caps.outputs == 2) {
+    for (int i = 0; i < 4; ++i) add(i / 2, i % 2, static_cast<std::size_t>(i));
+  } else if (count == 1 || (static_cast<int>(count) == caps.outputs &&
+                            (caps.inputs == caps.outputs || caps.inputs == 1))) {
+    for (int i = 0; i < caps.outputs; ++i)
+      add(caps.inputs == 1 ? 0 : i, i, count == 1 ? 0 : static_cast<std::size_t>(i));
+  } else {
+    throw std::runtime_error(settings.location + ": has " + std::to_string(count) +
+                             " channels, which do not connect " + std::to_string(caps.inputs) +
+                             " to " + std::to_string(caps.outputs));
+  }
+  int longest = 1;
+  for (const Convolution_route& route : routes) longest = std::max(longest, route.blen);
+  const Convolution_shape shape{caps.inputs, caps.outputs, block, capacity(longest)};
+  return std::make_unique<PreparedConvolution>(shape, routes);
+}
+
+static std::unique_ptr<jurn::Blocks> make(GstJurnBlocks* base, const Caps& caps, int frames) {
+  State* const state = reinterpret_cast<GstJurnConvolve*>(base)->state;
+  const std::lock_guard<std::mutex> lock(state->mutex);
+  if (!state->problem.empty()) throw std::runtime_error(state->problem);
+  auto first =
+      prepare(state->settings, caps, jurn::block_for(base, frames, JURN_CONVOLUTION_BLOCK));
+  if (caps.is_float)
+    return std::make_unique<ConvolveBlocks<float>>(&state->handover, std::move(first));
+  return std::make_unique<ConvolveBlocks<short>>(&state->handover, std::move(first));
+}
+
+/** Changes the settings by `change`. While audio runs, the new response is prepared at once; an
+ * error leaves the old one, and what the properties say, as it was. */
+template <typename Change>
+static void change_settings(GstJurnConvolve* self, Change change) {
+  State* const state = self->state;
+  std::vector<std::string> warnings;
+  const Caps caps = jurn::current_caps(&self->parent);
+  const int block = jurn::current_block(&self->parent);
+  {
+    const std::lock_guard<std::mutex> lock(state->mutex);
+    Settings changed = state->settings;
+    try {
+      change(&changed);
+      Pairs pairs;
+      if (!changed.location.empty()) pairs = pairs_of(tool::count_channels(changed.location));
+      if (block) state->handover.offer(prepare(changed, caps, block));
+      state->settings = std::move(changed);
+      state->pairs = std::move(pairs);
+      state->problem.clear();
+    } catch (const std::exception& error) {
+      if (!block) state->problem = error.what();
+      warnings = {error.what()};
+    }
+  }
+  jurn::post_warnings(GST_ELEMENT(self), warnings);
+}
+
+static GstCaps* transform_caps(GstBaseTransform* transform, GstPadDirection direction,
+                               GstCaps* caps, GstCaps* filter) {
+  State* const state = reinterpret_cast<GstJurnConvolve*>(transform)->state;
+  Pairs pairs;
+  {
+    const std::lock_guard<std::mutex> lock(state->mutex);
+    pairs = state->pairs;
+  }
+  if (pairs.empty())
+    return filter ? gst_caps_intersect_full(filter, caps, GST_CAPS_INTERSECT_FIRST)
+                  : gst_caps_ref(caps);
+  GstCaps* const result = gst_caps_new_empty();
+  for (const auto& [in, out] : pairs) {
+    const int from = direction == GST_PAD_SINK ? in : out;
+    const int to = direction == GST_PAD_SINK ? out : in;
+    GstCaps* const wanted =
+        gst_caps_new_simple("audio/x-raw", "channels", G_TYPE_INT, from, nullptr);
+    GstCaps* const possible = gst_caps_intersect(caps, wanted);
+    gst_caps_append(result, jurn::with_channels(possible, filter, {to}));
+    gst_caps_unref(possible);
+    gst_caps_unref(wanted);
+  }
+  return result;
+}
+
+static void set_property(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
+  auto* const self = reinterpret_cast<GstJurnConvolve*>(object);
+  const auto text = [&] {
+    const char* const string = g_value_get_string(value);
+    return std::string(string ? string : "");
+  };
+  switch (id) {
+    case kLocation:
+      return change_settings(self, [&](Settings* s) { s->location = text(); });
+    case kRoutes:
+      return change_settings(self, [&](Settings* s) { s->routes = text(); });
+    case kGain:
+      return change_settings(self, [&](Settings* s) { s->gain_db = g_value_get_double(value); });
+    case kNormalise:
+      return change_settings(self, [&](Settings* s) { s->normalise = g_value_get_boolean(value); });
+    case kResample:
+      return change_settings(self, [&](Settings* s) { s->resample = g_value_get_boolean(value); });
+    default:
+      if (!jurn::set_blocks_property(object, id, value))
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+  }
+}
+
+static void get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
+  State* const state = reinterpret_cast<GstJurnConvolve*>(object)->state;
+  if (jurn::get_blocks_property(object, id, value)) return;
+  const std::lock_guard<std::mutex> lock(state->mutex);
+  switch (id) {
+    case kLocation:
+      return g_value_set_string(value, state->settings.location.c_str());
+    case kRoutes:
+      return g_value_set_string(value, state->settings.routes.c_str());
+    case kGain:
+      return g_value_set_double(value, state->settings.gain_db);
+    case kNormalise:
+      return g_value_set_boolean(value, state->settings.normalise);
+    case kResample:
+      return g_value_set_boolean(value, state->settings.resample);
+    default:
+      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+  }
+}
+
+static void finalize(GObject* object) {
+  // The stream gives its response back to the state.
+  jurn::end_stream(GST_JURN_BLOCKS(object));
+  delete reinterpret_cast<GstJurnConvolve*>(object)->state;
+  G_OBJECT_CLASS(gst_jurn_convolve_parent_class)->finalize(object);
+}
+
+static void gst_jurn_convolve_init(GstJurnConvolve* self) {
+  self->state = new State;
+}
+
+static void gst_jurn_convolve_class_init(GstJurnConvolveClass* klass) {
+  GObjectClass* const object_class = G_OBJECT_CLASS(klass);
+  object_class->set_property = set_property;
+  object_class->get_property = get_property;
+  object_class->finalize = finalize;
+
+  constexpr auto flags = static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
+                                                  GST_PARAM_MUTABLE_PLAYING);
+  const auto install = [&](Property id, GParamSpec* spec) {
+    g_object_class_install_property(object_class, id, spec);
+  };
+  install(kLocation, g_param_spec_string(
+                         "location", "Location",
+                         "Impulse response: one channel for all; one for each channel, or for "
+                         "both ears of a mono stream; or four for stereo, left to left, left to "
+                         "right, right to left, right to right",
+                         nullptr, flags));
+  install(kRoutes, g_param_spec_string("routes", "Routes",
+                                       "File of routes between any channels, as jurn-filter reads "
+                                       "it; replaces location",
+                                       nullptr, flags));
+  install(kGain, g_param_spec_double("gain", "Gain", "Gain in dB", -200.0, 200.0, 0.0, flags));
+  install(kNormalise, g_param_spec_boolean("normalise", "Normalise",
+                                           "Scale the largest gain over all frequencies to 0 dB",
+                                           FALSE, flags));
+  install(kResample,
+          g_param_spec_boolean("resample", "Resample",
+                               "Convert an impulse response at another rate than the stream's",
+                               FALSE, flags));
+  jurn::install_blocks_properties(object_class);
+
+  GstElementClass* const element_class = GST_ELEMENT_CLASS(klass);
+  gst_element_class_set_static_metadata(
+      element_class, "JURN convolution", "Filter/Effect/Audio",
+      "Convolves with impulse responses of any length without latency", "the JURN authors");
+  jurn::add_pad_templates(element_class, kCaps, kCaps);
+  GST_BASE_TRANSFORM_CLASS(klass)->transform_caps = transform_caps;
+  GST_JURN_BLOCKS_CLASS(klass)->make = make;
+}

@@ -1,0 +1,394 @@
+// The elements in GstCheck's harness: their output has to be that of jurn-filter, bit for bit,
+// however the stream is cut into buffers.
+#include <gst/audio/audio.h>
+#include <gst/check/gstharness.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Samples = std::vector<short>;
+
+constexpr int kRate = 48000;
+constexpr char kBand[] = "/usr/share/jconvolver/config-files/octave-band/oct-48-1k.wav";
+
+/** Noise with pauses, at a level that clips now and then. */
+Samples material(int frames, int channels) {
+  std::mt19937 random(7);
+  Samples samples(static_cast<std::size_t>(frames * channels));
+  for (std::size_t i = 0; i < samples.size(); ++i)
+    samples[i] = i / 5000 % 4 == 3 ? short{0} : static_cast<short>(random() % 65536 - 32768);
+  return samples;
+}
+
+class Elements : public testing::Test {
+ protected:
+  Elements() {
+    std::string name = (std::filesystem::temp_directory_path() / "jurn-XXXXXX").string();
+    folder_ = mkdtemp(name.data());
+  }
+  ~Elements() override { std::filesystem::remove_all(folder_); }
+
+  std::string write(const std::string& name, const std::string& text) const {
+    std::ofstream(folder_ + "/" + name) << text;
+    return folder_ + "/" + name;
+  }
+
+  /** What jurn-filter makes of the samples. */
+  Samples tool(const std::string& arguments, const Samples& in, int channels) const {
+    const std::string source = folder_ + "/in.raw", result = folder_ + "/out.raw";
+    std::ofstream(source, std::ios::binary)
+        .write(reinterpret_cast<const char*>(in.data()),
+               static_cast<std::streamsize>(in.size() * sizeof(short)));
+    const std::size_t space = arguments.find(' ');
+    const std::string command = std::string(std::getenv("JURN_FILTER")) + " " +
+                                arguments.substr(0, space) + " " + source + " " + result +
+                                " --raw " + std::to_string(kRate) + "," + std::to_string(channels) +
+                                " --overwrite -q" + arguments.substr(space);
+    EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    std::ifstream file(result, std::ios::binary);
+    Samples out(std::filesystem::file_size(result) / sizeof(short));
+    file.read(reinterpret_cast<char*>(out.data()),
+              static_cast<std::streamsize>(out.size() * sizeof(short)));
+    return out;
+  }
+
+  std::string folder_;
+};
+
+std::string caps_of(int channels, const char* format = GST_AUDIO_NE(S16), int rate = kRate) {
+  return std::string("audio/x-raw, layout=interleaved, format=") + format +
+         ", rate=" + std::to_string(rate) + ", channels=" + std::to_string(channels) +
+         (channels > 2 ? ", channel-mask=(bitmask)0" : "");
+}
+
+/** One element between two pads. */
+class Harness {
+ public:
+  explicit Harness(const std::string& launch_line)
+      : harness_(gst_harness_new_parse(launch_line.c_str())) {}
+  ~Harness() { gst_harness_teardown(harness_); }
+
+  GstHarness* get() const { return harness_; }
+  GstElement* element() const {
+    return GST_ELEMENT(gst_bin_get_by_name(GST_BIN(harness_->element), "it"));
+  }
+  template <typename Value>
+  void set(const char* property, Value value) const {
+    GstElement* const it = element();
+    g_object_set(it, property, value, nullptr);
+    gst_object_unref(it);
+  }
+  void caps(const std::string& text) {
+    gst_harness_set_src_caps_str(harness_, text.c_str());
+    GstCaps* const caps = gst_caps_from_string(text.c_str());
+    GstAudioInfo info;
+    gst_audio_info_from_caps(&info, caps);
+    gst_caps_unref(caps);
+    frame_bytes_ = static_cast<std::size_t>(GST_AUDIO_INFO_BPF(&info));
+    rate_ = static_cast<guint64>(GST_AUDIO_INFO_RATE(&info));
+  }
+
+  template <typename Sample>
+  GstFlowReturn push(const Sample* samples, std::size_t frames) {
+    GstBuffer* const buffer = gst_buffer_new_allocate(nullptr, frames * frame_bytes_, nullptr);
+    gst_buffer_fill(buffer, 0, samples, frames * frame_bytes_);
+    GST_BUFFER_PTS(buffer) = gst_util_uint64_scale(pushed_, GST_SECOND, rate_);
+    pushed_ += frames;
+    GST_BUFFER_DURATION(buffer) =
+        gst_util_uint64_scale(pushed_, GST_SECOND, rate_) - GST_BUFFER_PTS(buffer);
+    return gst_harness_push(harness_, buffer);
+  }
+
+  /** Pushes everything in buffers of `least` to `most` frames. */
+  template <typename Sample>
+  void push_all(const std::vector<Sample>& samples, int least, int most) {
+    std::mt19937 random(3);
+    const std::size_t values = frame_bytes_ / sizeof(Sample);
+    for (std::size_t done = 0; done < samples.size() / values;) {
+      const std::size_t wanted =
+          static_cast<std::size_t>(least) + random() % static_cast<unsigned>(most - least + 1);
+      const std::size_t frames = std::min(wanted, samples.size() / values - done);
+      ASSERT_EQ(push(samples.data() + done * values, frames), GST_FLOW_OK);
+      done += frames;
+    }
+  }
+
+  void end() { gst_harness_push_event(harness_, gst_event_new_eos()); }
+
+  template <typename Sample>
+  std::vector<Sample> pull_all() {
+    std::vector<Sample> result;
+    GstClockTime next = GST_CLOCK_TIME_NONE;
+    while (GstBuffer* const buffer = gst_harness_try_pull(harness_)) {
+      if (GST_CLOCK_TIME_IS_VALID(next)) {
+        EXPECT_LE(std::abs(GST_CLOCK_DIFF(next, GST_BUFFER_PTS(buffer))), 50) << "a gap in time";
+      }
+      next = GST_BUFFER_PTS(buffer) + GST_BUFFER_DURATION(buffer);
+      const std::size_t old = result.size(), size = gst_buffer_get_size(buffer);
+      result.resize(old + size / sizeof(Sample));
+      gst_buffer_extract(buffer, 0, result.data() + old, size);
+      gst_buffer_unref(buffer);
+    }
+    return result;
+  }
+
+ private:
+  GstHarness* harness_;
+  std::size_t frame_bytes_ = 4;
+  guint64 rate_ = kRate;
+  guint64 pushed_ = 0;
+};
+
+constexpr char kLowCut[] = "0.9 -1.8 0.9\n1 -1.8 0.81\n";  // numerator, denominator
+
+TEST_F(Elements, EveryKindIsTheToolsWhateverTheBuffers) {
+  const std::string taps = write("taps.txt", "0.5\n-0.25\n0.125\n0.5\n");
+  const std::string low_cut = write("low-cut.txt", kLowCut);
+  const std::string lines =
+      "PK Fc 3000 Hz Gain -4 dB Q 2; HS Fc 8000 Hz Gain 3 dB; LS Fc 100 Hz Gain 2 dB";
+  const std::string equaliser = write("room.txt",
+                                      "Filter 1: ON PK Fc 3000 Hz Gain -4 dB Q 2\n"
+                                      "Filter 2: ON HS Fc 8000 Hz Gain 3 dB\n"
+                                      "Filter 3: ON LS Fc 100 Hz Gain 2 dB\n");
+  const struct {
+    std::string element, arguments;
+    int channels;
+    int difference = 0;  // where the tool runs the filter in another way
+  } cases[] = {
+      {"jurnfilter location=" + taps, "fir -c " + taps, 2},
+      {"jurnfilter kind=fir coefficients=\"<<0.5,-0.25,0.125,0.5>>\"", "fir -c " + taps, 1},
+      {"jurnfilter location=" + low_cut, "iir -c " + low_cut, 2},
+      {"jurnfilter coefficients=\"<<0.9,-1.8,0.9>,<1.0,-1.8,0.81>>\"", "iir -c " + low_cut, 1},
+      {"jurnfilter location=" + equaliser, "sos -c " + equaliser, 2, 8},
+      {"jurnfilter equaliser=\"" + lines + "\" gain=-3", "sos --gain -3 -c " + equaliser, 2, 8},
+      {"jurnfilter kind=average length=24", "average --length 24", 2},
+      {"jurnfilter kind=average length=2000", "average --length 2000", 1},
+      {std::string("jurnconvolve block=480 gain=-6 location=") + kBand,
+       std::string("convolve --block 480 --gain -6 --ir ") + kBand, 2, 1},
+      {"jurnbinaural block=256 azimuth=40", "binaural --block 256 --azimuth 40", 1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.element);
+    const Samples in = material(40000, c.channels);
+    const Samples expected = tool(c.arguments, in, c.channels);
+    for (const int most : {5000, 300}) {
+      Harness harness(c.element + " name=it");
+      harness.caps(caps_of(c.channels));
+      harness.push_all(in, 1, most);
+      harness.end();
+      Samples result = harness.pull_all<short>();
+      ASSERT_GE(result.size(), expected.size());
+      result.resize(expected.size());  // the tool ends some kinds with the recording
+      int difference = 0;
+      for (std::size_t i = 0; i < result.size(); ++i)
+        difference = std::max(difference, std::abs(result[i] - expected[i]));
+      EXPECT_LE(difference, c.difference) << "buffers up to " << most;
+    }
+  }
+}
+
+TEST_F(Elements, ManyChannelsAreFilteredLikeEachAlone) {
+  const std::string equaliser =
+      "equaliser=\"PK Fc 3000 Hz Gain -4 dB Q 2; HS Fc 8000 Hz Gain 3 dB\"";
+  for (const int channels : {3, 6}) {
+    const Samples in = material(3000, channels);
+    Harness all("jurnfilter tail=false name=it " + equaliser);
+    all.caps(caps_of(channels));
+    all.push_all(in, 100, 700);
+    const Samples result = all.pull_all<short>();
+    ASSERT_EQ(result.size(), in.size());
+    for (int c = 0; c < channels; ++c) {
+      Samples one;
+      for (std::size_t i = static_cast<std::size_t>(c); i < in.size();
+           i += static_cast<std::size_t>(channels))
+        one.push_back(in[i]);
+      Harness mono("jurnfilter tail=false name=it " + equaliser);
+      mono.caps(caps_of(1));
+      mono.push_all(one, 64, 64);
+      const Samples expected = mono.pull_all<short>();
+      for (std::size_t i = 0; i < expected.size(); ++i)
+        ASSERT_EQ(result[i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(c)],
+                  expected[i]);
+    }
+  }
+}
+
+TEST_F(Elements, FloatsGoThroughDoublePrecision) {
+  const Samples in = material(6000, 2);
+  std::vector<float> quiet;
+  for (const short x : in) quiet.push_back(static_cast<float>(x) / 327680.0f);
+  Harness harness("jurnfilter tail=false name=it equaliser=\"PK Fc 50 Hz Gain 6 dB Q 4\"");
+  harness.caps(caps_of(2, GST_AUDIO_NE(F32)));
+  harness.push_all(quiet, 1, 900);
+  const std::vector<float> result = harness.pull_all<float>();
+  ASSERT_EQ(result.size(), quiet.size());
+  // The cookbook's peak, in double, on the left channel.
+  const double amp = std::pow(10.0, 6.0 / 40.0), w = 2.0 * std::acos(-1.0) * 50.0 / kRate;
+  const double alpha = std::sin(w) / 8.0, a0 = 1.0 + alpha / amp;
+  const double b[] = {(1.0 + alpha * amp) / a0, -2.0 * std::cos(w) / a0, (1.0 - alpha * amp) / a0};
+  const double a[] = {1.0, -2.0 * std::cos(w) / a0, (1.0 - alpha / amp) / a0};
+  double x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+  for (std::size_t i = 0; i < quiet.size(); i += 2) {
+    const double x = static_cast<double>(quiet[i]);
+    const double y = b[0] * x + b[1] * x1 + b[2] * x2 - a[1] * y1 - a[2] * y2;
+    x2 = x1, x1 = x, y2 = y1, y1 = y;
+    ASSERT_NEAR(static_cast<double>(result[i]), y, 2e-8) << i / 2;
+  }
+}
+
+/** The largest step between neighbouring samples. */
+int largest_step(const Samples& samples) {
+  int step = 0;
+  for (std::size_t i = 1; i < samples.size(); ++i)
+    step = std::max(step, std::abs(samples[i] - samples[i - 1]));
+  return step;
+}
+
+TEST_F(Elements, ChangesFadeWithoutAStep) {
+  // A constant is turned from 1.0 to -1.0 times itself: along the ramp, never in one step.
+  const Samples constant(20000, 10000);
+  const std::string minus = write("minus.txt", "-1\n0\n"), plus = write("plus.txt", "1\n0\n");
+  for (const int size : {64, 480, 3000}) {
+    Harness harness("jurnfilter tail=false name=it location=" + plus);
+    harness.caps(caps_of(1));
+    for (std::size_t done = 0; done + 3000 <= constant.size(); done += 3000) {
+      if (done == 6000) harness.set("location", minus.c_str());
+      for (int part = 0; part < 3000; part += size)
+        harness.push(constant.data(), static_cast<std::size_t>(std::min(size, 3000 - part)));
+    }
+    const Samples result = harness.pull_all<short>();
+    EXPECT_EQ(result[5999], 10000);
+    EXPECT_EQ(result.back(), -10000);
+    EXPECT_LE(largest_step(result), 20000 / 1023 + 1) << size;
+  }
+  for (const char* element :
+       {"jurnconvolve block=480 location=", "jurnbinaural block=480 azimuth="}) {
+    const bool binaural = element[4] == 'b';
+    const std::string first = binaural ? "0" : std::string(kBand);
+    Harness harness(element + first + " name=it");
+    harness.caps(caps_of(1));
+    Samples sine(48000);
+    for (std::size_t i = 0; i < sine.size(); ++i)
+      sine[i] = static_cast<short>(8000.0 * std::sin(static_cast<double>(i) * 0.05));
+    harness.push_all(Samples(sine.begin(), sine.begin() + 24000), 480, 480);
+    if (binaural)
+      harness.set("azimuth", 90.0);
+    else
+      harness.set("gain", -20.0);
+    harness.push_all(Samples(sine.begin() + 24000, sine.end()), 480, 480);
+    Samples left, result = harness.pull_all<short>();
+    for (std::size_t i = 0; i < result.size(); i += binaural ? 2 : 1) left.push_back(result[i]);
+    const Samples before(left.begin() + 12000, left.begin() + 24000);
+    const Samples after(left.begin() + 36000, left.end());
+    EXPECT_LE(largest_step(Samples(left.begin() + 12000, left.end())),
+              std::max(largest_step(before), largest_step(after)) + 60)
+        << element;
+    EXPECT_NE(largest_step(before), largest_step(after)) << "nothing changed";
+  }
+}
+
+TEST_F(Elements, LatencyIsReportedOnceBuffersAreNoMultiplesOfTheBlock) {
+  Harness harness(std::string("jurnconvolve name=it location=") + kBand);
+  harness.caps(caps_of(1));
+  const Samples in = material(4800, 1);
+  harness.push_all(Samples(in.begin(), in.begin() + 960), 480, 480);
+  EXPECT_EQ(gst_harness_query_latency(harness.get()), 0u);
+  EXPECT_EQ(harness.pull_all<short>().size(), 960u);
+  harness.push(in.data(), 100);
+  EXPECT_EQ(gst_harness_query_latency(harness.get()), GST_SECOND / 100);
+}
+
+TEST_F(Elements, TailsEndWithTheStreamAndFlushesForgetIt) {
+  const std::string taps = write("taps.txt", "0.5\n0\n0\n0.5\n");
+  Harness harness("jurnfilter name=it location=" + taps);
+  harness.caps(caps_of(1));
+  const Samples ones(4, 1000);
+  harness.push(ones.data(), 4);
+  gst_harness_push_event(harness.get(), gst_event_new_flush_start());
+  gst_harness_push_event(harness.get(), gst_event_new_flush_stop(TRUE));
+  GstSegment segment;
+  gst_segment_init(&segment, GST_FORMAT_TIME);
+  gst_harness_push_event(harness.get(), gst_event_new_segment(&segment));
+  (void)harness.pull_all<short>();
+  harness.push(ones.data(), 4);
+  EXPECT_EQ(harness.pull_all<short>(), Samples({500, 500, 500, 1000})) << "after the flush";
+  harness.end();
+  EXPECT_EQ(harness.pull_all<short>(), Samples({500, 500, 500}));
+}
+
+TEST_F(Elements, CapsMayChangeInMidStream) {
+  Harness harness("jurnfilter tail=false name=it equaliser=\"PK Fc 3000 Hz Gain -4 dB Q 2\"");
+  const Samples in = material(2000, 2);
+  harness.caps(caps_of(2));
+  harness.push_all(in, 200, 200);
+  (void)harness.pull_all<short>();
+  harness.caps(caps_of(1, GST_AUDIO_NE(S16), 16000));
+  harness.push_all(in, 333, 333);
+  const Samples result = harness.pull_all<short>();
+  Harness fresh("jurnfilter tail=false name=it equaliser=\"PK Fc 3000 Hz Gain -4 dB Q 2\"");
+  fresh.caps(caps_of(1, GST_AUDIO_NE(S16), 16000));
+  fresh.push_all(in, 333, 333);
+  EXPECT_TRUE(result == fresh.pull_all<short>());
+}
+
+TEST_F(Elements, ErrorsNameTheFileAndLeaveTheRunningFilter) {
+  const std::string taps = write("taps.txt", "0.5\n"), broken = write("broken.txt", "0.5\nhello\n");
+  for (const char* path : {"/nowhere/taps.txt", broken.c_str()}) {
+    Harness harness("jurnfilter name=it location=" + taps);
+    GstBus* const bus = gst_bus_new();
+    GstElement* const it = harness.element();
+    gst_element_set_bus(it, bus);
+    harness.caps(caps_of(1));
+    const Samples in(64, 1000);
+    harness.push(in.data(), 64);
+    harness.set("location", path);
+    harness.push(in.data(), 64);
+    EXPECT_EQ(harness.pull_all<short>(), Samples(128, 500));
+    GstMessage* const message = gst_bus_pop_filtered(bus, GST_MESSAGE_WARNING);
+    ASSERT_TRUE(message);
+    GError* error = nullptr;
+    gst_message_parse_warning(message, &error, nullptr);
+    EXPECT_NE(std::string(error->message).find(path), std::string::npos) << error->message;
+    g_error_free(error);
+    gst_message_unref(message);
+    gst_element_set_bus(it, nullptr);
+    gst_object_unref(it);
+    gst_object_unref(bus);
+  }
+}
+
+TEST_F(Elements, StatisticsCountPeakAndClippedSamples) {
+  Harness harness("jurnfilter tail=false name=it kind=fir coefficients=\"<<2.0>>\"");
+  harness.caps(caps_of(1));
+  const Samples in{100, 20000, -20000, 50};
+  harness.push(in.data(), 4);
+  GstElement* const it = harness.element();
+  GstStructure* statistics = nullptr;
+  g_object_get(it, "statistics", &statistics, nullptr);
+  double peak = 0;
+  guint64 clipped = 0, frames = 0;
+  EXPECT_TRUE(gst_structure_get(statistics, "peak", G_TYPE_DOUBLE, &peak, "clipped", G_TYPE_UINT64,
+                                &clipped, "frames", G_TYPE_UINT64, &frames, nullptr));
+  EXPECT_EQ(peak, 1.0);
+  EXPECT_EQ(clipped, 2u);
+  EXPECT_EQ(frames, 4u);
+  gst_structure_free(statistics);
+  gst_object_unref(it);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  gst_init(&argc, &argv);
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

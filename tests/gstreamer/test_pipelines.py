@@ -1,0 +1,96 @@
+"""Whole pipelines, as people write them: files in, files out, errors, leaks, JACK."""
+
+import array
+import os
+import subprocess
+import tempfile
+import unittest
+import wave
+
+TOOL = os.environ["JURN_FILTER"]
+SPEECH = "/usr/share/sounds/alsa/Front_Center.wav"
+RESPONSES = "/usr/share/jconvolver/config-files/"
+BAND = RESPONSES + "octave-band/oct-48-1k.wav"
+AT_44_KHZ = RESPONSES + "octave-band/oct-44-1k.wav"
+ELEMENTS = {
+    "jurnfilter": ["location", "kind", "coefficients", "equaliser", "gain", "length"],
+    "jurnconvolve": ["location", "routes", "gain", "normalise", "resample", "block"],
+    "jurnbinaural": ["sofa", "azimuth", "elevation", "gain"],
+}
+
+
+def launch(*words, **environment):
+    return subprocess.run(
+        ["gst-launch-1.0", "-q", *words], capture_output=True, text=True, timeout=60,
+        env={**os.environ, **environment})
+
+
+def samples(path):
+    with wave.open(path) as file:
+        return file.getnchannels(), array.array("h", file.readframes(file.getnframes()))
+
+
+class PipelineTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.addCleanup(os.chdir, os.getcwd())
+        os.chdir(folder.name)
+
+    def test_files_come_out_as_from_the_tool(self):
+        for element, arguments in [
+            (["jurnfilter", "equaliser=HP Fc 80 Hz; PK Fc 3000 Hz Gain -4 dB Q 2"], None),
+            (["jurnconvolve", "location=" + BAND, "gain=-12", "block=1024"],
+             ["convolve", "--ir", BAND, "--gain", "-12"]),
+            (["jurnbinaural", "azimuth=30", "block=512"],
+             ["binaural", "--azimuth", "30", "--block", "512"]),
+        ]:
+            done = launch("filesrc", "location=" + SPEECH, "!", "wavparse", "!", *element, "!",
+                          "wavenc", "!", "filesink", "location=out.wav")
+            self.assertEqual((done.returncode, done.stderr), (0, ""), element)
+            channels, result = samples("out.wav")
+            if arguments:
+                subprocess.run([TOOL, arguments[0], SPEECH, "tool.wav", "-q", "--overwrite",
+                                *arguments[1:]], check=True)
+                tool_channels, expected = samples("tool.wav")
+                self.assertEqual(channels, tool_channels)
+                self.assertEqual(len(result), len(expected))
+                self.assertLessEqual(max(abs(x - y) for x, y in zip(result, expected)), 1, element)
+            self.assertGreaterEqual(len(result), len(samples(SPEECH)[1]) * channels)
+
+    def test_errors_stop_a_pipeline_with_a_sentence(self):
+        for words, said in [
+            (["jurnfilter"], "no filter"),
+            (["jurnfilter", "location=/nowhere.txt"], "/nowhere.txt"),
+            (["jurnfilter", "equaliser=PK Fc 3000 Hz Gain -4 dB Q 2; XX Fc 5 Hz"], "XX"),
+            (["jurnfilter", "coefficients=<<0.5,0.5>,<2.0,0.1>>"], "starts with 2"),
+            (["jurnconvolve"], "no impulse response"),
+            (["jurnconvolve", "location=" + AT_44_KHZ], "44100"),
+            (["jurnbinaural", "sofa=/nowhere.sofa"], "/nowhere.sofa"),
+        ]:
+            done = launch("filesrc", "location=" + SPEECH, "!", "wavparse", "!", *words, "!",
+                          "fakesink")
+            self.assertNotEqual(done.returncode, 0, words)
+            self.assertIn(said, done.stderr, words)
+
+    def test_every_property_is_described(self):
+        for element, properties in ELEMENTS.items():
+            shown = subprocess.run(["gst-inspect-1.0", element], capture_output=True, text=True,
+                                   check=True).stdout
+            for name in [*properties, "statistics", "statistics-interval", "tail"]:
+                self.assertRegex(shown, r"(?m)^  %s +: \w" % name)
+
+    def test_nothing_leaks(self):
+        for element in (["jurnfilter", "equaliser=PK Fc 3000 Hz Gain -4 dB Q 2"],
+                        ["jurnconvolve", "location=" + BAND],
+                        ["jurnbinaural", "azimuth=30"]):
+            done = launch("filesrc", "location=" + SPEECH, "!", "wavparse", "!", *element, "!",
+                          "fakesink", GST_TRACERS="leaks", GST_DEBUG="GST_TRACER:7",
+                          GST_DEBUG_NO_COLOR="1")
+            self.assertEqual(done.returncode, 0, done.stderr)
+            leaked = [line for line in done.stderr.splitlines() if ":: object-alive, " in line]
+            self.assertEqual(leaked, [], element)
+
+
+if __name__ == "__main__":
+    unittest.main()
