@@ -1,10 +1,14 @@
-/* Hours of audio through each FFT kind in calls of random length, with new taps at random moments:
- * every output sample is the exact convolution's, the exact ramp's while a fade lasts, and both
- * queues always hold one transform length together. JURN_ENDURANCE_HOURS sets the hours per kind;
- * an argument chooses kinds by their number. */
+/* Hours of audio through convolution without latency: whatever block a random moment meets, its
+ * output is the exact convolution's, through fades between two responses as well. And hours of
+ * audio through each FFT kind in calls of random length, with new taps at random moments: every
+ * output sample is the exact convolution's, the exact ramp's while a fade lasts, and both queues
+ * always hold one transform length together. JURN_ENDURANCE_HOURS sets the hours per kind; an
+ * argument chooses kinds by their number. */
 #include <cstdlib>
+#include <deque>
 
 #include "../fft_model.h"
+#include "Convolution_control.h"
 
 namespace {
 
@@ -40,6 +44,73 @@ TEST_P(Endurance, EverySampleIsExact) {
               pair.filter->chanel, pair.filter->filtertype, frames / (3600.0 * 48000.0), wraps,
               changes);
 }
+
+class LongConvolution : public testing::TestWithParam<Convolution_shape> {};
+
+TEST_P(LongConvolution, AnySampleIsExact) {
+  const Convolution_shape shape = GetParam();
+  Random random(60);
+  std::vector<float> taps[2] = {std::vector<float>(shape.taps), std::vector<float>(shape.taps / 2)};
+  std::vector<std::vector<float>> responses;
+  for (auto& b : taps) {
+    for (size_t j = 0; j < b.size(); ++j)
+      b[j] = static_cast<float>(random.real(std::exp(-4.0 * j / b.size())));
+    const Convolution_route route = {0, 0, b.data(), static_cast<int>(b.size())};
+    const size_t size = MORVAX_ConvolutionResponseSize_API(&shape, &route, 1);
+    responses.emplace_back(size / sizeof(float));
+    ASSERT_EQ(MORVAX_ConvolutionResponseCalcu_API(
+                  reinterpret_cast<ConvolutionResponse_ID*>(responses.back().data()), size, &shape,
+                  &route, 1),
+              0);
+  }
+  const auto response = [&](int i) {
+    return reinterpret_cast<const ConvolutionResponse_ID*>(responses[i].data());
+  };
+  const size_t size = MORVAX_ConvolutionStreamSize_API(&shape);
+  std::vector<float> memory(size / sizeof(float)), block(shape.block);
+  auto* const stream = reinterpret_cast<ConvolutionStream_ID*>(memory.data());
+  ASSERT_EQ(MORVAX_ConvolutionStreamCalcu_API(stream, size, &shape), 0);
+  std::deque<float> past(shape.taps + shape.block, 0.0f);
+  int playing = 0;
+  long checked = 0, fades = 0, frames = 0;
+  for (const long wanted = std::lround(hours * 3600.0 * 48000.0); frames < wanted;
+       frames += shape.block) {
+    for (float& x : block) x = random.sample();
+    past.insert(past.end(), block.begin(), block.end());
+    past.erase(past.begin(), past.begin() + shape.block);
+    const bool fade = random.one_in(50);
+    if (fade) {
+      MORVAX_ConvolutionFade_API_float(stream, response(playing), response(1 - playing),
+                                       block.data(), block.data());
+      playing = 1 - playing;
+      ++fades;
+    } else {
+      MORVAX_ConvolutionRun_API_float(stream, response(playing), block.data(), block.data());
+    }
+    if (!fade && !random.one_in(100)) continue;
+    const int frame = random.in(0, shape.block - 1);
+    double exact[2] = {0, 0}, level = 0;
+    for (int i = 0; i < 2; ++i)
+      for (size_t j = 0; j < taps[i].size(); ++j) {
+        const double product =
+            static_cast<double>(taps[i][j]) * past[past.size() - shape.block + frame - j];
+        exact[i] += product;
+        level += product * product;
+      }
+    const double w = fade && shape.block > 1 ? static_cast<double>(frame) / (shape.block - 1) : 1;
+    ASSERT_NEAR(block[frame], (1 - w) * exact[1 - playing] + w * exact[playing],
+                3e-6 * std::sqrt(level))
+        << "after " << frames << " frames";
+    ++checked;
+  }
+  std::printf("block %d, %d taps: %.2f hours, %ld fades, %ld samples checked\n", shape.block,
+              shape.taps, frames / (3600.0 * 48000.0), fades, checked);
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, LongConvolution,
+                         testing::Values(Convolution_shape{1, 1, 7, 3000},
+                                         Convolution_shape{1, 1, 64, 20000},
+                                         Convolution_shape{1, 1, 480, 48000}));
 
 INSTANTIATE_TEST_SUITE_P(Kinds, Endurance, testing::Range(0, 5));
 

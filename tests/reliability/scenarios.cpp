@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Convolution_control.h"
 #include "Filter_control.h"
 
 namespace {
@@ -305,6 +306,71 @@ uint64_t fft_filter(const Placement& placement) {
   return run.finish();
 }
 
+/** Convolution in one, two and three levels, with fades; the response moves as the stream does. */
+template <class Sample>
+uint64_t convolution(const Placement& placement) {
+  Numbers numbers(71);
+  Hash hash;
+  for (const Convolution_shape shape : {Convolution_shape{1, 1, 1, 40},
+                                        {2, 2, 64, 700},
+                                        {1, 2, 48, 3000},
+                                        {3, 1, 16, 9000},
+                                        {2, 1, 480, 9000}}) {
+    struct Memory {
+      std::vector<float> home;
+      void* place;
+      size_t size;
+      explicit Memory(size_t bytes)
+          : home(bytes / sizeof(float)), place(home.data()), size(bytes) {}
+      void move(const Placement& to) {
+        if (to.move) place = to.move(place, size);
+      }
+    };
+    std::vector<Memory> responses;
+    for (int i = 0; i < 2; ++i) {
+      std::vector<float> taps(shape.taps);
+      numbers.taps(taps.data(), shape.taps, kScales[i + 1]);
+      const Convolution_route routes[] = {{0, shape.outputs - 1, taps.data(), shape.taps},
+                                          {shape.inputs - 1, 0, taps.data() + 3, shape.taps / 2}};
+      responses.emplace_back(MORVAX_ConvolutionResponseSize_API(&shape, routes, i + 1));
+      MORVAX_ConvolutionResponseCalcu_API(static_cast<ConvolutionResponse_ID*>(responses[i].place),
+                                          responses[i].size, &shape, routes, i + 1);
+    }
+    Memory stream(MORVAX_ConvolutionStreamSize_API(&shape));
+    MORVAX_ConvolutionStreamCalcu_API(static_cast<ConvolutionStream_ID*>(stream.place), stream.size,
+                                      &shape);
+    const int in_count = shape.inputs * shape.block, out_count = shape.outputs * shape.block;
+    std::vector<Sample> input(in_count + placement.array_offset);
+    std::vector<Sample> output(out_count + placement.array_offset);
+    Sample* const in = input.data() + placement.array_offset;
+    Sample* const out = output.data() + placement.array_offset;
+    for (int call = 0; call < 2 * shape.taps / shape.block && call < 150; ++call) {
+      numbers.signal(in, in_count);
+      for (Memory* memory : {&stream, &responses[0], &responses[1]}) memory->move(placement);
+      auto* const s = static_cast<ConvolutionStream_ID*>(stream.place);
+      const auto* const now =
+          static_cast<const ConvolutionResponse_ID*>(responses[call / 25 % 2].place);
+      const auto* const before =
+          static_cast<const ConvolutionResponse_ID*>(responses[1 - call / 25 % 2].place);
+      const bool fades = call > 0 && call % 25 == 0;
+      if constexpr (std::is_same<Sample, short>::value) {
+        if (fades)
+          MORVAX_ConvolutionFade_API(s, before, now, in, out);
+        else
+          MORVAX_ConvolutionRun_API(s, now, in, out);
+      } else {
+        if (fades)
+          MORVAX_ConvolutionFade_API_float(s, before, now, in, out);
+        else
+          MORVAX_ConvolutionRun_API_float(s, now, in, out);
+      }
+      hash.add(out, out_count);
+    }
+    hash.add(static_cast<const float*>(stream.place), stream.size / sizeof(float));
+  }
+  return hash.value();
+}
+
 }  // namespace
 
 const std::vector<Scenario>& scenarios() {
@@ -337,6 +403,8 @@ const std::vector<Scenario>& scenarios() {
       {"long_fft_left_only", fft_filter<2, -4>},
       {"long_fft_mono_to_stereo", fft_filter<1, -5>},
       {"long_fft_mono", fft_filter<1, -2>},
+      {"convolution_int16", convolution<short>},
+      {"convolution_float", convolution<float>},
   };
   return all;
 }

@@ -52,10 +52,11 @@ int JURN_transform_cost(int N);
 struct ConvolutionRoute {
   int input;
   int partitions[most_levels];
-  size_t spectra[most_levels]; /* floats from the start of the response: chunks x partitions */
+  unsigned spectra[most_levels]; /* floats from the start of the response: chunks x partitions */
 };
 
-/** The start of a response's memory. All places are in floats from there. */
+/** The start of a response's memory. All places are in floats from there. No field is larger than a
+ * float, so that the memory needs a float's alignment alone. */
 struct Convolution_response_st {
   int ready;
   Convolution_shape shape;
@@ -63,8 +64,8 @@ struct Convolution_response_st {
   int count;
   int first_route[JURN_CONVOLUTION_CHANNELS + 1]; /* routes are sorted by output */
   int products[most_levels];                      /* in one chunk: partitions of all routes */
-  size_t routes, work;
-  size_t fft[most_levels];
+  unsigned routes, work;
+  unsigned fft[most_levels];
 };
 
 struct ConvolutionState {
@@ -82,12 +83,12 @@ struct Convolution_stream_st {
   int past_frames; /* frames of the past that are kept: a multiple of the block */
   int now;         /* where the next block goes */
   struct ConvolutionState state[most_levels];
-  size_t past;                 /* inputs x past_frames */
-  size_t windows[most_levels]; /* inputs x chunks x phases x slots */
-  size_t sums[most_levels];    /* outputs x N */
-  size_t outputs[most_levels]; /* 2 x outputs x hop, levels above 0 */
-  size_t previous;             /* outputs x block: the previous response's in a fade */
-  size_t floats;
+  unsigned past;                 /* inputs x past_frames */
+  unsigned windows[most_levels]; /* inputs x chunks x phases x slots */
+  unsigned sums[most_levels];    /* outputs x N */
+  unsigned outputs[most_levels]; /* 2 x outputs x hop, levels above 0 */
+  unsigned previous;             /* outputs x block: the previous response's in a fade */
+  unsigned floats;
 };
 
 /** One step of one level: a response's partitions on the windows of a stream. */

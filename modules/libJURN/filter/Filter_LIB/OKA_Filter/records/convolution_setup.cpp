@@ -8,26 +8,31 @@
 
 #include "../../../../common/functions.h"
 
-static_assert(sizeof(float) == 4 && sizeof(int) == 4, "the memories' layout");
+static_assert(sizeof(float) == 4 && sizeof(int) == 4 &&
+                  alignof(Convolution_response_st) <= alignof(float) &&
+                  alignof(Convolution_stream_st) <= alignof(float) &&
+                  alignof(ConvolutionRoute) <= alignof(float) &&
+                  alignof(RealFFT_ID) <= alignof(float),
+              "the memories' layout");
 
 namespace {
 
 /** Counts floats, every piece of memory from a multiple of 64 bytes on. */
 class Layout {
  public:
-  size_t add(uint64_t count) {
+  unsigned add(uint64_t count) {
     const uint64_t start = floats_;
     floats_ += (count + 15) / 16 * 16;
-    return static_cast<size_t>(start);
+    return static_cast<unsigned>(start);
   }
   template <class Record>
-  size_t add_record() {
+  unsigned add_record() {
     return add((sizeof(Record) + 3) / 4);
   }
-  /** Bytes, or 0 when they do not fit a size_t. */
+  /** Bytes, or 0 when they do not fit a size_t, or their floats an unsigned. */
   size_t bytes() const {
-    return floats_ > SIZE_MAX / 2 / sizeof(float) ? 0
-                                                  : static_cast<size_t>(floats_) * sizeof(float);
+    const bool fits = floats_ <= SIZE_MAX / 2 / sizeof(float) && floats_ <= UINT32_MAX;
+    return fits ? static_cast<size_t>(floats_) * sizeof(float) : 0;
   }
 
  private:
@@ -74,8 +79,8 @@ Layout lay_out(Convolution_response_st* response, const Convolution_shape* shape
   return layout;
 }
 
-size_t spectra_floats(const ConvolutionPlan* plan, int level, int blen) {
-  return static_cast<size_t>(JURN_partitions(plan, level, blen)) * plan->level[level].N;
+uint64_t spectra_floats(const ConvolutionPlan* plan, int level, int blen) {
+  return static_cast<uint64_t>(JURN_partitions(plan, level, blen)) * plan->level[level].N;
 }
 
 void lay_out(Convolution_stream_st* stream, const Convolution_shape* shape, Layout* layout) {
@@ -98,7 +103,7 @@ void lay_out(Convolution_stream_st* stream, const Convolution_shape* shape, Layo
     stream->outputs[k] = k > 0 ? layout->add(2ull * shape->outputs * level->hop) : 0;
   }
   stream->previous = layout->add(static_cast<uint64_t>(shape->outputs) * shape->block);
-  stream->floats = layout->bytes() / sizeof(float);
+  stream->floats = static_cast<unsigned>(layout->bytes() / sizeof(float));
 }
 
 /** Puts one partition's spectrum in its place among those of its route. */
@@ -200,5 +205,6 @@ int MORVAX_ConvolutionStreamCalcu_API(ConvolutionStream_ID* mFilter, size_t size
 void MORVAX_ConvolutionReset_API(ConvolutionStream_ID* mFilter) {
   JURN_LIMIT(mFilter->ready == 1, "ConvolutionStream_ID: the stream must be set up");
   const Convolution_shape shape = mFilter->shape;
-  MORVAX_ConvolutionStreamCalcu_API(mFilter, mFilter->floats * sizeof(float), &shape);
+  MORVAX_ConvolutionStreamCalcu_API(mFilter, static_cast<size_t>(mFilter->floats) * sizeof(float),
+                                    &shape);
 }
