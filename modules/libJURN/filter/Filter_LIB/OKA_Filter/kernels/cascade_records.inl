@@ -145,7 +145,7 @@ JURN_NOINLINE void run_records(const CascadeRecords<lanes>& records, int before,
   };
   int i = 0;
   if (frames >= 4) {
-    Float next[4], done[4];
+    Float next[4], done[4] = {};
     read(next, 0);
     for (; i + 4 <= frames; i += 4) {
       Float v[4] = {next[0], next[1], next[2], next[3]};
