@@ -81,8 +81,8 @@ TEST(Edges, GainsOfAnExportedHeaderAreFolded) {
   const float b_folded[6] = {0.5f, 1, 0.5f, 0.75f, -0.75f, 0};
   const float a_folded[6] = {1, -0.5f, 0.25f, 1, 0.5f, 0};
   float b[15], a[15];
-  std::copy(num[0], num[0] + 15, b);
-  std::copy(den[0], den[0] + 15, a);
+  std::memcpy(b, num, sizeof b);
+  std::memcpy(a, den, sizeof a);
   ASSERT_EQ(MORVAX_SecFoldMatlabGains(b, a, b, a, 5), 2);
   EXPECT_TRUE(std::equal(b_folded, b_folded + 6, b));
   EXPECT_TRUE(std::equal(a_folded, a_folded + 6, a));
