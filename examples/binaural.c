@@ -19,8 +19,8 @@ int main(void) {
   short input[BLOCKS * FRAMES] = {1000}; /* a click */
   short output[2 * BLOCKS * FRAMES];     /* left, right, left, right, ... */
 
-  filter.chanel = 1;
-  filter.filtertype = -5; /* FFT, mono in, stereo out: b gives the left, bR the right */
+  filter.chanel = JURN_MONO;
+  filter.filtertype = JURN_LONG_FFT_MONO_TO_STEREO; /* b gives the left, bR the right */
   filter.blen = filter.bRlen = TAPS;
   ear(filter.b, 10, 1.0f);
   ear(filter.bR, 42, 0.5f); /* 32 samples, or 0.67 ms at 48 kHz, later and 6 dB softer */

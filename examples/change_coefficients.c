@@ -34,8 +34,8 @@ int main(void) {
   for (int i = 0; i < BLOCKS * FRAMES; ++i)
     tone[2 * i] = tone[2 * i + 1] = (short)(10000 * sin(step * i));
 
-  filter.chanel = 2;
-  filter.filtertype = -3; /* time domain, b on the left and bR on the right, fading */
+  filter.chanel = JURN_STEREO;
+  filter.filtertype = JURN_LONG_TWO_FILTERS; /* b on the left and bR on the right, fading */
   filter.blen = filter.bRlen = TAPS;
   set_tap(0, 1.0f);
   MORVAX_FilterlongfirReset_API(&filter);

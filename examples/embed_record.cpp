@@ -13,8 +13,8 @@ class BassBoost {
   void start() {
     const float num[] = {1.00644558f, -1.96861235f, 0.963120058f};
     const float den[] = {1.0f, -1.96885011f, 0.969327881f};
-    filter_.chanel = 1;
-    MORVAX_FilterCalcu_API_FromMatlabTable(&filter_, num, den, 2, 1);
+    filter_.chanel = JURN_MONO;
+    MORVAX_FilterCalcu_API_FromMatlabTable(&filter_, num, den, 2, JURN_CASCADE);
     MORVAX_FilterReset_API(&filter_);
   }
   template <int count>

@@ -12,8 +12,8 @@ int main(void) {
   short block[] = {100, -100, 100, -100, 100, -100};
   const short expected[] = {50, -50, 100, -100, 100, -100};
 
-  filter.chanel = 2; /* left, right, left, right, ... */
-  MORVAX_FilterCalcu_API_FromMatlabTable(&filter, num, den, 1, -1);
+  filter.chanel = JURN_STEREO; /* left, right, left, right, ... */
+  MORVAX_FilterCalcu_API_FromMatlabTable(&filter, num, den, 1, JURN_FIR);
   MORVAX_FilterReset_API(&filter);
 
   MORVAX_FilterRun_API(&filter, block, 6, block);

@@ -6,6 +6,11 @@
 
 JURN_EXTERN_C_BEGIN
 
+/** @defgroup conversion Channels and section tables
+ *
+ * The rules of @ref objects hold here too.
+ * @{ */
+
 /**
  * Splits an interleaved stereo block into two channels, or joins two channels into one.
  *
@@ -19,7 +24,6 @@ JURN_EXTERN_C_BEGIN
  *   for the join, whose out2 is not used and may be null; they must not overlap the sources
  *
  * State touched: none. Wrong input: other counts do nothing; debug builds assert the rest.
- * Real-time safe.
  */
 JURN_API void MORVAX_ChanelConvert(int innum, int outnum, int len, const short* in1,
                                    const short* in2, short* out1, short* out2);
@@ -37,7 +41,7 @@ JURN_API void MORVAX_ChanelConvert(int innum, int outnum, int len, const short* 
  * @param ns number of sections
  *
  * The destinations may be the sources. State touched: none. Wrong input: ns of 0 or less copies
- * nothing. Real-time safe.
+ * nothing.
  */
 JURN_API void MORVAX_SecOrSecMatlab(float* b, float* a, const float* num, const float* den, int ns);
 
@@ -56,7 +60,7 @@ JURN_API void MORVAX_SecOrSecMatlab(float* b, float* a, const float* num, const 
  * @param rows MWSPT_NSEC
  * @return the number of sections written to b and a, 0 when rows is 0 or less
  *
- * State touched: none. Wrong input: a0 other than 1 is neither seen nor mended. Real-time safe.
+ * State touched: none. Wrong input: a0 other than 1 is neither seen nor mended.
  *
  * Example:
  * @code
@@ -71,6 +75,8 @@ JURN_API int MORVAX_SecFoldMatlabGains(float* b, float* a, const float* num, con
 /** MORVAX_SecFoldMatlabGains for a header of doubles, MATLAB's default (real64_T). */
 JURN_API int MORVAX_SecFoldMatlabGains_double(double* b, double* a, const double* num,
                                               const double* den, int rows);
+
+/** @} */
 
 JURN_EXTERN_C_END
 

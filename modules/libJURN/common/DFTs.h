@@ -6,10 +6,15 @@
 
 JURN_EXTERN_C_BEGIN
 
+/** @defgroup transform Real FFT: RealFFT_ID
+ *
+ * The rules of @ref objects hold here too.
+ * @{ */
+
 /** Longest transform: the largest power of two that the routines' 16-bit length carries. */
 #define JURN_FFT_MAX 16384
 
-/** Transform state for one length. Only the routines below look inside. */
+/** Transform state for one length, 163,848 bytes. Only the routines below look inside. */
 struct RealFFT_st {
   int N;              /**< transform length */
   int fft_ip[8192];   /**< integer work table; this transform needs none */
@@ -26,9 +31,9 @@ typedef struct RealFFT_st RealFFT_ID;
  * @return 0, or -1 for any other length
  *
  * State touched: N, scale, and of fft_w the tables that transforms of N read. Wrong input: another
- * length touches nothing. Real-time safe; the time grows linearly with N. The twiddle factors are
- * Taylor's series in double, of additions, multiplications and divisions alone, so they hold the
- * same bits on every platform.
+ * length touches nothing. The time grows linearly with N. The twiddle factors are Taylor's series
+ * in double, of additions, multiplications and divisions alone, so they hold the same bits on every
+ * platform.
  */
 JURN_API short MORVAX_KLOV_RealFFT_Init(RealFFT_ID* state, short N);
 
@@ -78,9 +83,11 @@ JURN_API short MORVAX_KLOV_InverseRealFFT_Run2(const RealFFT_ID* state, float* d
  * @param x1, x2 spectra of transforms of length N; not changed; they may be the same
  * @param N transform length, a power of two from 2 to 16384
  *
- * State touched: none. Wrong input: debug builds assert the length. Real-time safe.
+ * State touched: none. Wrong input: debug builds assert the length.
  */
 JURN_API void MORVAX_rfftmut2(float* out, const float* x1, const float* x2, int N);
+
+/** @} */
 
 JURN_EXTERN_C_END
 

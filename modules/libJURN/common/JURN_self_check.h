@@ -6,6 +6,11 @@
 
 JURN_EXTERN_C_BEGIN
 
+/** @defgroup self_check Check of the build
+ *
+ * Whether a build keeps the promise of equal bits.
+ * @{ */
+
 /** What MORVAX_SelfCheck_API finds: bits of its result. The first three come from the options with
  * which the library was compiled, the others from the floating-point mode of the thread. */
 enum JURN_Broken {
@@ -27,6 +32,8 @@ enum JURN_Broken {
  * smaller than 1.2e-38, and nowhere else: nothing that is heard, but not the same bits.
  */
 JURN_API int MORVAX_SelfCheck_API(void);
+
+/** @} */
 
 JURN_EXTERN_C_END
 

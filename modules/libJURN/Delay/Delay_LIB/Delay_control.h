@@ -6,13 +6,19 @@
 
 JURN_EXTERN_C_BEGIN
 
+/** @defgroup fifo Int16 queue: Buf16_ID
+ *
+ * The rules of @ref objects hold here too.
+ * @{ */
+
 /** Slots of the ring. One slot stays free, so a queue holds at most one sample less. */
 #define JURN_RING_SLOTS 105600
 
 /**
- * The queue. It is empty when front equals rear; (rear - front) modulo 105600 samples are queued,
- * the k-th oldest in membuf[(front + 1 + k) mod 105600]. There is no other state: code that moves
- * front and rear by these rules works on the queue as well as the routines below do.
+ * The queue, 211,212 bytes. It is empty when front equals rear; (rear - front) modulo 105600
+ * samples are queued, the k-th oldest in membuf[(front + 1 + k) mod 105600]. There is no other
+ * state: code that moves front and rear by these rules works on the queue as well as the routines
+ * below do.
  */
 struct buffer {
   short membuf[JURN_RING_SLOTS]; /**< the ring */
@@ -27,8 +33,7 @@ typedef struct buffer Buf16_ID;
  *
  * @param queue any record
  *
- * State touched: id, front and rear become 0, all slots 0. Wrong input: none. Real-time safe
- * (clears 206 KiB).
+ * State touched: id, front and rear become 0, all slots 0 (206 KiB).
  */
 JURN_API void MORVAX_BufresetAPI(Buf16_ID* queue);
 
@@ -40,7 +45,7 @@ JURN_API void MORVAX_BufresetAPI(Buf16_ID* queue);
  * @param len number of samples, 0 or more; what does not fit in the free slots is dropped
  *
  * State touched: membuf and rear. Wrong input: debug builds assert that len is not negative and
- * that front and rear lie in the ring. Real-time safe.
+ * that front and rear lie in the ring.
  */
 JURN_API void MORVAX_putinAPI_loop(Buf16_ID* queue, const short* in, int len);
 
@@ -53,7 +58,7 @@ JURN_API void MORVAX_putinAPI_loop(Buf16_ID* queue, const short* in, int len);
  *   does not fit in the free slots is dropped
  *
  * State touched: membuf and rear. Wrong input: debug builds assert that len is not negative and
- * that front and rear lie in the ring. Real-time safe.
+ * that front and rear lie in the ring.
  */
 JURN_API void MORVAX_putinAPI_loop_onlychannelLin(Buf16_ID* queue, const short* in, int len);
 
@@ -64,7 +69,6 @@ JURN_API void MORVAX_putinAPI_loop_onlychannelLin(Buf16_ID* queue, const short* 
  * @return (rear - front) modulo 105600, from 0 to 105599
  *
  * State touched: none. Wrong input: front or rear outside the ring give a number without meaning.
- * Real-time safe.
  */
 JURN_API int MORVAX_queuehave_API(const Buf16_ID* queue);
 
@@ -78,10 +82,11 @@ JURN_API int MORVAX_queuehave_API(const Buf16_ID* queue);
  * @return the number of samples taken
  *
  * State touched: front; the samples stay in the ring until others take their slots. Wrong input:
- * debug builds assert that len is not negative and that front and rear lie in the ring. Real-time
- * safe.
+ * debug builds assert that len is not negative and that front and rear lie in the ring.
  */
 JURN_API int MORVAX_putoutAPI_ForReframe_0_loop(Buf16_ID* queue, short* out, int len);
+
+/** @} */
 
 JURN_EXTERN_C_END
 

@@ -192,6 +192,7 @@ JURN_API void MORVAX_ConvolutionRun_API(ConvolutionStream_ID* mFilter,
 /**
  * Filters one block of floats: MORVAX_ConvolutionRun_API without limits.
  *
+ * @param mFilter, response as there
  * @param input block x inputs interleaved samples on any scale
  * @param output receives block x outputs interleaved samples; may be input, with room for what is
  *   written
@@ -203,6 +204,7 @@ JURN_API void MORVAX_ConvolutionRun_API_float(ConvolutionStream_ID* mFilter,
 /**
  * Filters one block of floats, each channel in an array of its own.
  *
+ * @param mFilter, response as of MORVAX_ConvolutionRun_API
  * @param input as many arrays of block samples as the shape has inputs
  * @param output as many arrays of block samples as the shape has outputs; any of them may be any
  *   of input
