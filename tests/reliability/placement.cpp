@@ -13,9 +13,8 @@
 
 namespace {
 
-/** Storage of its own per size, so that several records may move in turn. Records hold doubles;
- * memory whose size is a multiple of 64, as convolution has it, floats alone. */
-char* other_place(size_t bytes, const void* now) {
+/** Storage of its own per size, so that several records may move in turn. */
+char* other_place(size_t bytes, size_t alignment, const void* now) {
   static std::map<size_t, std::unique_ptr<char[]>> storage[2];
   static int moves = 0;
   for (auto& half : storage)
@@ -23,24 +22,23 @@ char* other_place(size_t bytes, const void* now) {
   const char* p = static_cast<const char*>(now);
   const char* first = storage[0][bytes].get();
   const bool in_first = p >= first && p < first + 256;
-  const size_t alignment = bytes % 64 == 0 ? 4 : 8;
   const size_t offset = alignment * (++moves % (256 / alignment));
   return storage[in_first][bytes].get() + offset;
 }
 
-void* by_memcpy(void* record, size_t bytes) {
-  void* place = std::memcpy(other_place(bytes, record), record, bytes);
+void* by_memcpy(void* record, size_t bytes, size_t alignment) {
+  void* place = std::memcpy(other_place(bytes, alignment, record), record, bytes);
   std::memset(record, 0x5a, bytes);
   return place;
 }
 
-void* by_file(void* record, size_t bytes) {
+void* by_file(void* record, size_t bytes, size_t alignment) {
   static std::FILE* const file = std::tmpfile();
   std::rewind(file);
   EXPECT_EQ(std::fwrite(record, 1, bytes, file), bytes);
   std::memset(record, 0x5a, bytes);
   std::rewind(file);
-  void* place = other_place(bytes, record);
+  void* place = other_place(bytes, alignment, record);
   EXPECT_EQ(std::fread(place, 1, bytes, file), bytes);
   return place;
 }

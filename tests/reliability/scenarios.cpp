@@ -85,7 +85,8 @@ class Run {
   /** One block through `call`(record, input, count, output). */
   template <class In = short, class Out = short, class Call>
   void block(int in_count, int out_count, Call call) {
-    if (placement_.move) record = static_cast<Record*>(placement_.move(record, sizeof(Record)));
+    if (placement_.move)
+      record = static_cast<Record*>(placement_.move(record, sizeof(Record), alignof(Record)));
     std::vector<In> input(in_count + placement_.array_offset);
     std::vector<Out> output(out_count + placement_.array_offset);
     In* in = input.data() + placement_.array_offset;
@@ -323,7 +324,7 @@ uint64_t convolution(const Placement& placement) {
       explicit Memory(size_t bytes)
           : home(bytes / sizeof(float)), place(home.data()), size(bytes) {}
       void move(const Placement& to) {
-        if (to.move) place = to.move(place, size);
+        if (to.move) place = to.move(place, size, alignof(float));
       }
     };
     std::vector<Memory> responses;

@@ -9,8 +9,9 @@
 
 /** How a run treats what it promises not to depend on. */
 struct Placement {
-  /** Called before every block: moves a record of `bytes` bytes elsewhere and returns its place. */
-  void* (*move)(void* record, size_t bytes) = nullptr;
+  /** Called before every block: moves a record of `bytes` bytes to any other place that its
+   * alignment allows, and returns that. */
+  void* (*move)(void* record, size_t bytes, size_t alignment) = nullptr;
   /** Samples by which the caller's arrays are off the alignment of vectors. */
   int array_offset = 0;
 };
