@@ -49,10 +49,10 @@ struct Prepared {
   FilterDesign design;
   bool stable = true;
   double pole_radius = 0.0;  // of the outermost pole of what runs
-  /** Largest and root mean square difference in LSB of 16 bits between what runs and the design in
-   * double, on noise at full scale that is the same in every octave; before the conversion to
-   * int16. 0 where nothing recursive runs. Infinite for a filter that is unstable as it runs only.
-   */
+  /** Largest and root mean square difference between what runs and the design in double, in LSB of
+   * 16 bits and before the conversion to int16: measured on noise at full scale with the same power
+   * in every octave; the largest also computed for tones at full scale. 0 where nothing recursive
+   * runs. Infinite for a filter that is unstable as it runs only. */
   double expected_error = 0.0;
   double expected_error_rms = 0.0;
   std::vector<Notice> notices;
