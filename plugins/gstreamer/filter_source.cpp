@@ -40,9 +40,14 @@ FilterDesign::Kind kind_of(Kind kind) {
 
 tool::ReadOptions options_for(FilterDesign::Kind kind, const Stream& stream) {
   tool::ReadOptions options{kind, {}, tool::Format::kByContent, {}, stream.rate};
-  options.limit = kind == FilterDesign::kFir   ? tool::fir_limit(stream.precision)
-                  : kind == FilterDesign::kIir ? tool::iir_limit(stream.precision)
+  options.limit = kind == FilterDesign::kFir   ? tool::fir_limit()
+                  : kind == FilterDesign::kIir ? tool::iir_limit()
                                                : tool::section_limit();
+  if (kind != FilterDesign::kSections && stream.precision == tool::Precision::kDouble)
+    options.limit = {JURN_FLOAT_COEFFICIENTS,
+                     std::to_string(JURN_FLOAT_COEFFICIENTS) +
+                         " coefficients, the limit for float samples; 16-bit samples take " +
+                         std::to_string(JURN_COEFFICIENTS)};
   return options;
 }
 

@@ -18,6 +18,7 @@ ROOM = "/usr/share/jconvolver/config-files/demo-reverbs/street2-L.wav"
 
 BA = signal.butter(2, 0.1)
 SOS = signal.butter(2, [0.1, 0.3], "band", output="sos")
+STEEP = signal.butter(8, 0.02, output="sos")  # silent unless prepared
 TAPS = signal.firwin(101, 0.3)
 BOOST = [2.0, 0.5]  # clips
 
@@ -39,6 +40,7 @@ def test_bits_equal_the_tools_on_recordings(path, tmp_path):
     x = read(path)
     np.savetxt(tmp_path / "taps", TAPS, fmt="%r")
     np.save(tmp_path / "sos.npy", SOS)
+    np.save(tmp_path / "steep.npy", STEEP)
     with open(tmp_path / "ba", "w") as file:
         file.writelines(" ".join(map(repr, map(float, row))) + "\n" for row in BA)
     room = jurn.read_response(ROOM, soundfile.info(path).samplerate, resample=True, truncate=3000)
@@ -48,6 +50,7 @@ def test_bits_equal_the_tools_on_recordings(path, tmp_path):
         (jurn.fir(TAPS, x), ["fir", "-c", tmp_path / "taps"]),
         (jurn.lfilter(*BA, x), ["iir", "-c", tmp_path / "ba"]),
         (jurn.sosfilt(SOS, x), ["sos", "-c", tmp_path / "sos.npy"]),
+        (jurn.sosfilt(STEEP, x), ["sos", "-c", tmp_path / "steep.npy"]),
         (jurn.moving_mean(31, x), ["average", "--length", 31]),
         (jurn.moving_mean(500, x), ["average", "--length", 500]),
         (long_filter.run(late)[long_filter.latency :], ["convolve", "--ir", ROOM, "--resample", "--truncate", 3000]),

@@ -278,7 +278,7 @@ class FormatTest(ToolTest):
         # The largest of many poles, near the circle but within.
         b, a = signal.ellip(12, 0.1, 60, 0.5)
         write_numbers("ba.txt", [b, a])
-        self.assertEqual(self.warnings("iir", "ba.txt"), "")
+        self.assertNotIn("warning", self.warnings("iir", "ba.txt"))
         for taps, decibels in (([4], "12.0 dB"), ([0.5, 0.6], "0.8 dB"), ([0.5, -0.5], None),
                                ([1], None)):
             write_numbers("taps.txt", [taps])

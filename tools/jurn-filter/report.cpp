@@ -12,7 +12,7 @@
 namespace tool {
 namespace {
 
-thread_local std::vector<std::string>* kept_warnings = nullptr;
+thread_local std::vector<std::string>* kept_lines = nullptr;
 
 constexpr std::chrono::milliseconds kQuietTime(1000), kBetween(200);
 
@@ -40,6 +40,7 @@ void print_json(const Summary& s, std::FILE* out) {
       {"fitting_gain_db", nullptr},
       {"input_limited", s.input_clipped},
       {"input_not_finite", s.not_finite},
+      {"narrowed_to_16_bits", !s.narrowed.empty()},
       {"seconds", s.seconds},
   };
   if (s.peak > 0.0) json["peak_dbfs"] = dbfs(s.peak);
@@ -63,6 +64,9 @@ void print_text(const Summary& s, std::FILE* out) {
     std::fprintf(out, " would avoid it");
   }
   std::fprintf(out, "\n");
+  if (!s.narrowed.empty())
+    std::fprintf(out, "  16 bits  %s%s\n", s.narrowed.c_str(),
+                 s.dithered ? "; dithered" : "; --dither adds noise instead of distortion");
   if (s.input_clipped)
     std::fprintf(out, "  input    %lld samples beyond full scale were limited\n",
                  static_cast<long long>(s.input_clipped));
@@ -96,16 +100,23 @@ int report_error(int code, std::string message) {
   return code;
 }
 
-void warn(const std::string& message) {
-  if (message.empty()) return;
-  if (kept_warnings)
-    kept_warnings->push_back(message);
+void say(const std::string& line) {
+  if (kept_lines)
+    kept_lines->push_back(line);
   else
-    std::fprintf(stderr, "jurn-filter: warning: %s\n", message.c_str());
+    std::fprintf(stderr, "jurn-filter: %s\n", line.c_str());
 }
 
-void keep_warnings(std::vector<std::string>* kept) {
-  kept_warnings = kept;
+void warn(const std::string& message) {
+  if (!message.empty()) say("warning: " + message);
+}
+
+void note(const std::string& message) {
+  say("note: " + message);
+}
+
+void keep_lines(std::vector<std::string>* kept) {
+  kept_lines = kept;
 }
 
 ProgressLine::ProgressLine() : enabled_(isatty(STDERR_FILENO)) {}

@@ -18,9 +18,14 @@ int report_error(int code, std::string message);
 /** Nothing for an empty message. */
 void warn(const std::string& message);
 
-/** From then on this thread's warnings are kept: those of a job that runs beside others are said
- * when it is its turn. */
-void keep_warnings(std::vector<std::string>* kept);
+/** What a user may want to know and need not act on. */
+void note(const std::string& message);
+/** A line of either kind. */
+void say(const std::string& line);
+
+/** From then on this thread's lines are kept: those of a job that runs beside others are said when
+ * it is its turn. */
+void keep_lines(std::vector<std::string>* kept);
 
 /** A line on standard error about work that takes longer than a second, on a terminal only. */
 class ProgressLine {

@@ -54,8 +54,8 @@ std::pair<Flat, std::vector<std::string>> load_design(const std::vector<std::str
                                                       int rate, std::optional<bool> negate) {
   tool::ReadOptions options;
   options.wanted = static_cast<tool::FilterDesign::Kind>(kind);
-  options.limit = kind == tool::FilterDesign::kFir   ? tool::fir_limit(tool::Precision::kInt16)
-                  : kind == tool::FilterDesign::kIir ? tool::iir_limit(tool::Precision::kInt16)
+  options.limit = kind == tool::FilterDesign::kFir   ? tool::fir_limit()
+                  : kind == tool::FilterDesign::kIir ? tool::iir_limit()
                                                      : tool::section_limit();
   options.variables = variables;
   options.rate = rate;

@@ -68,10 +68,45 @@ CLI::Option* add_coefficients(CLI::App* command, Filter* filter, DesignOptions* 
   return command->add_option("-c,--coefficients", options->files.all, description);
 }
 
-void add_precision(CLI::App* command, Precision* precision) {
-  add_choice<Precision>(command, "--precision", precision,
-                        "int16: up to 1250 coefficients; double: up to 201, for 24-bit and float",
-                        {{"int16", Precision::kInt16}, {"double", Precision::kDouble}}, "int16");
+void add_precision(CLI::App* command, DesignOptions* o) {
+  add_choice<Precision>(
+      command, "--precision", &o->precision,
+      "int16: 16 bits in and out, float inside, as on a phone; double: for 24-bit and float",
+      {{"int16", Precision::kInt16}, {"double", Precision::kDouble}},
+      "int16 for recordings of 16 bits, else double");
+}
+
+void add_preparation(CLI::App* command, DesignOptions* o) {
+  add_precision(command, o);
+  command->add_flag("--as-is", o->as_is,
+                    "Run the coefficients as they are: sections neither scaled nor ordered, a "
+                    "direct form as such");
+}
+
+/** Says what preparing a filter found, with the option that helps. */
+static void say(const std::string& name, const Prepared& prepared, const PrepareOptions& options) {
+  const bool in_float = options.precision == Precision::kInt16;
+  for (const Notice& notice : prepared.notices) {
+    const std::string text = name + ": " + notice.text;
+    switch (notice.kind) {
+      case Notice::kScaled:
+        note(text + "; --as-is keeps them");
+        break;
+      case Notice::kFactored:
+        note(text + (options.as_sections ? "" : "; --as-is keeps the direct form"));
+        break;
+      case Notice::kUnstable:
+        warn(text + (options.as_is ? "; without --as-is it may be mended"
+                     : in_float    ? "; --precision double may help"
+                                   : ""));
+        break;
+      case Notice::kInexact:
+        warn(text + (in_float ? "; --precision double avoids it" : ""));
+        break;
+      case Notice::kUnfactored:
+        warn(text);
+    }
+  }
 }
 
 void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
@@ -79,14 +114,23 @@ void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
   filter->also_read = {options->files.all, options->files.numerator, options->files.denominator};
   filter->make_chain = [=, design = std::optional<FilterDesign>(), rate = 0](
                            const Recording& recording, double gain) mutable {
-    if (!design || rate != recording.rate) {
+    const bool is_new = !design || rate != recording.rate;
+    if (is_new) {
       rate = recording.rate;
       design = read_design(options->files, kind, limit, options->reading, rate,
                            from_decibels(filter->gain_db));
     }
     FilterDesign scaled = *design;
     scale(&scaled, gain);
-    return chain_of(make_filter(scaled, options->precision, recording.channels, filter->block));
+    PrepareOptions preparation;
+    preparation.precision = options->precision.value_or(
+        recording.samples == SampleFormat::kInt16 ? Precision::kInt16 : Precision::kDouble);
+    preparation.as_is = options->as_is;
+    preparation.as_sections = options->as_sections;
+    const Prepared prepared = prepare(scaled, preparation);
+    if (is_new) say(options->files.name(), prepared, preparation);
+    return chain_of(
+        make_filter(prepared.design, preparation.precision, recording.channels, filter->block));
   };
 }
 

@@ -37,11 +37,14 @@ FilterDesign read_design(const CoefficientFiles& files, FilterDesign::Kind kind,
 struct DesignOptions {
   CoefficientFiles files;
   ReadingOptions reading;
-  Precision precision = Precision::kInt16;
+  std::optional<Precision> precision;  // by default the recording's
+  bool as_is = false, as_sections = false;
 };
 CLI::Option* add_coefficients(CLI::App* command, Filter* filter, DesignOptions* options,
                               const char* description);
-void add_precision(CLI::App* command, Precision* precision);
+void add_precision(CLI::App* command, DesignOptions* options);
+/** How a recursive filter is prepared. */
+void add_preparation(CLI::App* command, DesignOptions* options);
 
 /** Makes the filter run the design, which is read once for every rate. */
 void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,

@@ -43,9 +43,15 @@ void add_files(CLI::App* command, Files* files) {
       ->check(CLI::IsMember(audio_types()).description(""))
       ->type_name("NAME");
   add_choice<SampleFormat>(
-      command, "--bits", &files->format.samples, "Samples of the result: 16, 24 or float",
+      command, "--bits", &files->bits, "Samples of the result: 16, 24 or float",
       {{"16", SampleFormat::kInt16}, {"24", SampleFormat::kInt24}, {"float", SampleFormat::kFloat}},
-      "16");
+      "those of the recording, as far as the filter and the format of the result keep them");
+  CLI::Option* dither =
+      command->add_flag("--dither", files->dither, "Add noise where more bits are rounded to 16");
+  command->add_option("--seed", files->seed, "Of other noise; the same seed makes the same noise")
+      ->needs(dither)
+      ->type_name("N")
+      ->capture_default_str();
   add_raw(command, &files->raw);
   add_manners(command, &files->manners);
 }
@@ -67,6 +73,7 @@ Job connect(const Filters& filters) {
       const double own = from_decibels(filter.gain_db);
       for (std::unique_ptr<Stage>& stage : filter.make_chain(recording, i == gained ? gain : own)) {
         recording.channels = stage->channels_out;
+        recording.samples = stage->is_int16 ? SampleFormat::kInt16 : SampleFormat::kFloat;
         if (recording.frames) recording.frames += stage->added();
         chain.push_back(std::move(stage));
       }
@@ -114,7 +121,7 @@ std::size_t jobs_at_once(const Files& files) {
  * results. Returns the exit code. */
 int run_into_folder(const Job& job, const Files& files) {
   struct Outcome {
-    std::vector<std::string> warnings;
+    std::vector<std::string> lines;
     Summary summary;
     std::exception_ptr error;
   };
@@ -129,7 +136,7 @@ int run_into_folder(const Job& job, const Files& files) {
     one.input = files.names[i];
     one.output = results[i];
     one.lock = lock;
-    keep_warnings(&outcomes[i].warnings);
+    keep_lines(&outcomes[i].lines);
     try {
       check_interrupted();
       outcomes[i].summary = run_shown(one, quiet || threads > 1);
@@ -140,8 +147,8 @@ int run_into_folder(const Job& job, const Files& files) {
   int code = 0;
   std::set<std::string> said;  // each design warns once, though it may have been read several times
   run_in_order(results.size(), threads, work, [&](std::size_t i) {
-    for (const std::string& warning : outcomes[i].warnings)
-      if (said.insert(warning).second) warn(warning);
+    for (const std::string& line : outcomes[i].lines)
+      if (said.insert(line).second) say(line);
     try {
       if (outcomes[i].error) std::rethrow_exception(outcomes[i].error);
       if (!quiet) print(outcomes[i].summary, files.manners.json);
@@ -189,6 +196,8 @@ int run_filters(const Files& files, const Filters& filters) {
   Job job = connect(filters);
   job.raw = files.raw;
   job.format = files.format;
+  job.bits = files.bits;
+  if (files.dither) job.dither = files.seed;
   if (job.raw.rate) job.format.stream_type = "raw";
   job.overwrite = files.manners.overwrite;
   job.takes_gain = job.takes_gain && !files.manners.quiet;  // nobody reads which one would fit

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +21,9 @@ struct Files {
   int jobs = 0;  // recordings at a time, 0 for one per core
   RawFormat raw;
   AudioFormat format;
+  std::optional<SampleFormat> bits;
+  bool dither = false;
+  std::uint32_t seed = 1;  // of the dither
   Manners manners;
 };
 

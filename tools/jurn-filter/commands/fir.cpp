@@ -10,8 +10,8 @@ void add_fir(CLI::App* app, Filter* filter, Files* files) {
   add_coefficients(fir, filter, o.get(),
                    "Taps: numbers as text or CSV (# comments), NumPy .npy, .mat, C header, or WAV")
       ->required();
-  add_precision(fir, &o->precision);
-  fir->final_callback([=] { set_design(filter, o, FilterDesign::kFir, fir_limit(o->precision)); });
+  add_precision(fir, o.get());
+  fir->final_callback([=] { set_design(filter, o, FilterDesign::kFir, fir_limit()); });
 }
 
 }  // namespace tool

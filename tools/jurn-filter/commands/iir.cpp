@@ -14,11 +14,13 @@ void add_iir(CLI::App* app, Filter* filter, Files* files) {
   iir->add_option("--numerator", o->files.numerator, "Numerator in a file of its own");
   iir->add_option("--denominator", o->files.denominator, "Denominator in a file of its own");
   add_signs(iir, &o->reading);
-  add_precision(iir, &o->precision);
+  add_preparation(iir, o.get());
+  iir->add_flag("--as-sections", o->as_sections,
+                "Run as sections; a direct form that rounding spoils does so by itself");
   iir->final_callback([=] {
     if (o->files.all.empty() == (o->files.numerator.empty() || o->files.denominator.empty()))
       throw Error(kUsageError, "iir takes either --coefficients or --numerator and --denominator");
-    set_design(filter, o, FilterDesign::kIir, iir_limit(o->precision));
+    set_design(filter, o, FilterDesign::kIir, iir_limit());
   });
 }
 

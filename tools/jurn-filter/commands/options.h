@@ -21,8 +21,8 @@ void add_raw(CLI::App* command, RawFormat* raw);
 void add_gain_option(CLI::App* command, double* gain_db);
 
 /** A choice between named values. */
-template <typename Value>
-void add_choice(CLI::App* command, const char* name, Value* value, const char* description,
+template <typename Value, typename Target>
+void add_choice(CLI::App* command, const char* name, Target* value, const char* description,
                 const std::map<std::string, Value>& values, const char* standard) {
   const auto choose = [=](const std::string& text) {
     const auto found = values.find(text);

@@ -59,14 +59,13 @@ std::vector<NamedFilter> read_filters(const CLI::App& command, Options* o) {
     const std::string name = option->get_name();
     const std::size_t i = used[name]++;
     if (name == "--fir") {
-      add_files({o->fir_files[i], {}, {}}, FilterDesign::kFir, fir_limit(Precision::kInt16));
+      add_files({o->fir_files[i], {}, {}}, FilterDesign::kFir, fir_limit());
     } else if (name == "--iir") {
-      add_files({o->iir_files[i], {}, {}}, FilterDesign::kIir, iir_limit(Precision::kInt16));
+      add_files({o->iir_files[i], {}, {}}, FilterDesign::kIir, iir_limit());
     } else if (name == "--sos") {
       add_files({o->section_files[i], {}, {}}, FilterDesign::kSections, section_limit());
     } else if (name == "--denominator") {
-      add_files({{}, o->numerators[i], o->denominators[i]}, FilterDesign::kIir,
-                iir_limit(Precision::kInt16));
+      add_files({{}, o->numerators[i], o->denominators[i]}, FilterDesign::kIir, iir_limit());
     } else if (name == "--average") {
       const std::size_t n = static_cast<std::size_t>(o->averages[i]);
       filters.push_back(

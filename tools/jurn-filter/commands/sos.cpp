@@ -13,6 +13,7 @@ void add_sos(CLI::App* app, Filter* filter, Files* files) {
                    "a .mat or a C header, a biquad list, or equaliser lines")
       ->required();
   add_signs(sos, &o->reading);
+  add_preparation(sos, o.get());
   sos->final_callback([=] { set_design(filter, o, FilterDesign::kSections, section_limit()); });
 }
 

@@ -65,20 +65,30 @@ const FileFormat& find_format(const std::string& path, const std::string& type, 
                                known);
 }
 
-void set_format(const std::string& path, const FileFormat& file, SampleFormat samples,
-                SF_INFO* info) {
+bool can_hold(const FileFormat& file, SampleFormat samples, SF_INFO* info) {
   const int width = samples == SampleFormat::kInt16   ? SF_FORMAT_PCM_16
                     : samples == SampleFormat::kInt24 ? SF_FORMAT_PCM_24
                                                       : SF_FORMAT_FLOAT;
   info->format = file.major | (file.codec ? file.codec : width);
   if (file.major == SF_FORMAT_RAW) info->format |= SF_ENDIAN_LITTLE;
-  if ((file.codec && samples != SampleFormat::kInt16) || !sf_format_check(info))
-    throw Error(kUsageError, path + ": the format '" + file.ending + "' cannot hold " +
-                                 (samples == SampleFormat::kInt16   ? "16-bit"
-                                  : samples == SampleFormat::kInt24 ? "24-bit"
-                                                                    : "float") +
-                                 " samples of " + std::to_string(info->channels) + " channels at " +
-                                 std::to_string(info->samplerate) + " Hz");
+  return (!file.codec || samples == SampleFormat::kInt16) && sf_format_check(info);
+}
+
+/** Returns what the samples become. */
+SampleFormat set_format(const std::string& path, const FileFormat& file, const AudioFormat& format,
+                        SF_INFO* info) {
+  const SampleFormat samples = format.samples;
+  if (can_hold(file, samples, info)) return samples;
+  if (format.narrower) {
+    if (can_hold(file, SampleFormat::kInt24, info)) return SampleFormat::kInt24;
+    if (can_hold(file, SampleFormat::kInt16, info)) return SampleFormat::kInt16;
+  }
+  throw Error(kUsageError, path + ": the format '" + file.ending + "' cannot hold " +
+                               (samples == SampleFormat::kInt16   ? "16-bit"
+                                : samples == SampleFormat::kInt24 ? "24-bit"
+                                                                  : "float") +
+                               " samples of " + std::to_string(info->channels) + " channels at " +
+                               std::to_string(info->samplerate) + " Hz");
 }
 
 int sample_bytes(SampleFormat format) {
@@ -120,8 +130,15 @@ void check_complete(const std::string& path, int descriptor, std::int64_t bytes)
 
 }  // namespace
 
-void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clipped) {
+void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clipped,
+              Dither* dither) {
   std::int64_t beyond = 0;
+  std::vector<float> noisy;
+  if (dither) {
+    noisy.assign(in, in + count);
+    for (float& x : noisy) x += dither->next();
+    in = noisy.data();
+  }
   for (std::size_t i = 0; i < count; ++i) {
     beyond += in[i] >= 32767.5f || in[i] < -32768.5f;
     out[i] = static_cast<short>(std::lrint(std::min(std::max(in[i], -32768.0f), 32767.0f)));
@@ -174,6 +191,22 @@ void AudioReader::check_received() const {
     throw Error(kInputError, path_ + ": cannot be read (" + std::strerror(pipe_->error()) + ")");
 }
 
+SampleFormat AudioReader::samples() const {
+  switch (info_.format & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_PCM_24:
+    case SF_FORMAT_ALAC_20:
+    case SF_FORMAT_ALAC_24:
+      return SampleFormat::kInt24;
+    case SF_FORMAT_PCM_32:
+    case SF_FORMAT_ALAC_32:
+    case SF_FORMAT_FLOAT:
+    case SF_FORMAT_DOUBLE:
+      return SampleFormat::kFloat;
+    default:
+      return SampleFormat::kInt16;
+  }
+}
+
 std::size_t AudioReader::read(float* out, std::size_t frames) {
   const sf_count_t got = sf_readf_float(file_.get(), out, static_cast<sf_count_t>(frames));
   check_received();
@@ -195,13 +228,14 @@ std::size_t AudioReader::read(float* out, std::size_t frames) {
 
 AudioWriter::AudioWriter(const std::string& path, int channels, int rate, const AudioFormat& format,
                          bool overwrite)
-    : output_(path, overwrite), format_(format.samples) {
+    : output_(path, overwrite) {
+  if (format.dither) dither_ = std::make_unique<Dither>(*format.dither);
   info_.channels = channels;
   info_.samplerate = rate;
   std::string type = format.type.empty() ? type_of(path) : format.type;
   if (type.empty() && output_.is_stream()) type = format.stream_type;
   const FileFormat& file = find_format(output_.path(), type, output_.is_stream());
-  set_format(output_.path(), file, format_, &info_);
+  format_ = set_format(output_.path(), file, format, &info_);
   most_frames_ = file.huge ? kEndless : kMostBytes / (channels * sample_bytes(format_));
   if (output_.is_stream())
     open_stream();
@@ -261,7 +295,7 @@ void AudioWriter::write(const float* in, std::size_t frames) {
   switch (format_) {
     case SampleFormat::kInt16:
       int16_.resize(count);
-      to_int16(in, count, int16_.data(), &clipped_);
+      to_int16(in, count, int16_.data(), &clipped_, dither_.get());
       written = sf_writef_short(file_.get(), int16_.data(), length);
       break;
     case SampleFormat::kInt24:

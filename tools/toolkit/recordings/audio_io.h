@@ -7,9 +7,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "recordings/dither.h"
 #include "recordings/output_file.h"
 #include "recordings/pipe.h"
 
@@ -23,8 +25,10 @@ struct RawFormat {
   int channels = 0;
 };
 
-/** Rounds to the nearest int16 and saturates; counts the samples that did not fit. */
-void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clipped);
+/** Rounds to the nearest int16, after adding dither if there is any, and saturates; counts the
+ * samples that did not fit. */
+void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clipped,
+              Dither* dither = nullptr);
 
 struct CloseSndfile {
   void operator()(SNDFILE* file) const { sf_close(file); }
@@ -40,6 +44,9 @@ class AudioReader {
   int rate() const { return info_.samplerate; }
   /** 0 when nobody knows, as of a pipe. */
   std::int64_t frames() const { return pipe_ ? 0 : info_.frames; }
+  /** What the samples need: compressed recordings that have no width of their own count as 16 bits.
+   */
+  SampleFormat samples() const;
   /** Whether the same path can be read once more. */
   bool repeatable() const { return repeatable_; }
 
@@ -67,6 +74,8 @@ struct AudioFormat {
   std::string type;                 // "wav", "flac" ...; when empty the ending of the file's name
   std::string stream_type = "wav";  // of a stream whose name has no ending
   SampleFormat samples = SampleFormat::kInt16;
+  bool narrower = false;                // where the file cannot hold these, less will do
+  std::optional<std::uint32_t> dither;  // the seed, when samples are rounded to 16 bits
 };
 
 /** A result, written block by block. */
@@ -83,6 +92,7 @@ class AudioWriter {
   std::int64_t clipped() const { return clipped_; }
 
   bool is_standard_output() const { return output_.is_standard_output(); }
+  SampleFormat samples() const { return format_; }
 
  private:
   void open_stream();
@@ -93,6 +103,7 @@ class AudioWriter {
   OutputFile output_;
   SF_INFO info_{};
   SampleFormat format_;
+  std::unique_ptr<Dither> dither_;
   std::unique_ptr<PipeWriter> pipe_;
   SndfileHandle file_;
   std::int64_t frames_ = 0;

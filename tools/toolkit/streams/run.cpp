@@ -55,7 +55,7 @@ void stream(const Job& job, const std::string& what, AudioReader* reader, const 
 }
 
 Recording describe(const Job& job, const AudioReader& reader) {
-  return {job.input, reader.channels(), reader.rate(), reader.frames()};
+  return {job.input, reader.channels(), reader.rate(), reader.frames(), reader.samples()};
 }
 
 /** The gain at which a result of this peak does not clip. */
@@ -82,6 +82,22 @@ void find_fitting_gain(const Job& job, Summary* summary) {
   }
 }
 
+/** What the result is written as, and where dither goes. */
+AudioFormat choose_format(const Job& job, SampleFormat samples, const Chain& chain,
+                          Summary* summary) {
+  AudioFormat format = job.format;
+  for (const std::unique_ptr<Stage>& stage : chain) {
+    if (!stage->is_int16 || samples == SampleFormat::kInt16) continue;
+    if (job.dither) stage->dither = std::make_unique<Dither>(*job.dither);
+    summary->narrowed = "this filter works in 16 bits, the recording has more";
+    samples = SampleFormat::kInt16;
+  }
+  format.samples = job.bits.value_or(samples);
+  format.narrower = !job.bits;
+  if (samples != SampleFormat::kInt16) format.dither = job.dither;
+  return format;
+}
+
 }  // namespace
 
 Summary run(const Job& job) {
@@ -95,13 +111,18 @@ Summary run(const Job& job) {
   summary.input = job.input;
   summary.output = job.output;
   summary.gain_of = job.gain_of;
+  summary.dithered = job.dither.has_value();
   summary.channels = chain.back()->channels_out;
   summary.rate = reader.rate();
   bool clipped_inside;
   const auto start = std::chrono::steady_clock::now();
   {
-    AudioWriter writer(job.output, summary.channels, summary.rate, job.format, job.overwrite);
+    const AudioFormat format = choose_format(job, reader.samples(), chain, &summary);
+    AudioWriter writer(job.output, summary.channels, summary.rate, format, job.overwrite);
     unlock(job);
+    if (writer.samples() == SampleFormat::kInt16 && !job.bits && summary.narrowed.empty() &&
+        reader.samples() != SampleFormat::kInt16)
+      summary.narrowed = "this kind of file holds 16 bits, the recording has more";
     summary.on_standard_output = writer.is_standard_output();
     stream(job, job.output, &reader, chain, &writer, &summary);
     writer.commit();

@@ -21,7 +21,8 @@ struct Recording {
   std::string name;
   int channels;
   int rate;
-  std::int64_t frames;  // 0 when unknown
+  std::int64_t frames;                          // 0 when unknown
+  SampleFormat samples = SampleFormat::kInt16;  // what its samples need
 };
 
 /** How far a run has come. */
@@ -37,6 +38,8 @@ struct Job {
   std::string output;
   RawFormat raw;  // of the input
   AudioFormat format;
+  std::optional<SampleFormat> bits;     // of the result; by default those of the recording
+  std::optional<std::uint32_t> dither;  // the seed, where samples are rounded to 16 bits
   bool overwrite = false;
   std::vector<std::string> also_read;  // other files that the output must not replace
   /** Builds the stages; `gain` multiplies the gain of the filter that may take another one. */
@@ -59,6 +62,8 @@ struct Summary {
   std::int64_t clipped = 0;  // samples of the result or between two filters
   std::int64_t input_clipped = 0;
   std::int64_t not_finite = 0;
+  std::string narrowed;  // how a recording with more came to 16 bits
+  bool dithered = false;
   double seconds = 0.0;                   // that the run took
   std::optional<double> fitting_gain_db;  // when the result clips, and another gain would avoid it
   int gain_of = 0;  // the filter that this is the gain of, if there are several

@@ -52,33 +52,59 @@ void join(const std::vector<Sample>& in, std::size_t channels, std::size_t chann
   for (std::size_t i = 0; i < in.size(); ++i) out[i * channels + channel] = in[i];
 }
 
-/** FIR or IIR in double precision, one record per channel. */
+/** FIR, IIR or sections in double precision: the kernels of the library's float filter, which take
+ * histories of any length. Sections are a chain of filters of second order. */
 class DoubleStage : public Stage {
  public:
   DoubleStage(const FilterDesign& design, int channels, int block)
-      : Stage(channels, channels, frames_per_call(design, block)),
-        filters_(static_cast<std::size_t>(channels)),
+      : Stage(channels, channels, design.kind == FilterDesign::kFir ? block : kIirBlock),
         channel_(static_cast<std::size_t>(call_frames)) {
-    for (Filterf_ID& filter : filters_) {
-      std::copy(design.b.begin(), design.b.end(), filter.b);
-      std::copy(design.a.begin(), design.a.end(), filter.a);
-      filter.blen = static_cast<int>(design.b.size());
-      filter.alen = static_cast<int>(design.a.size());
-      filter.filtertype = design.kind == FilterDesign::kFir ? -1 : 0;
-      MORVAX_FilterfReset_API(&filter);
+    const std::size_t group = design.kind == FilterDesign::kSections ? 3 : design.b.size();
+    for (std::size_t at = 0; at < design.b.size(); at += group) {
+      const auto part = [&](const std::vector<double>& all) {
+        const std::size_t end = group == 3 ? std::min(at + 3, all.size()) : all.size();
+        return std::vector<double>(all.begin() + static_cast<std::ptrdiff_t>(at),
+                                   all.begin() + static_cast<std::ptrdiff_t>(end));
+      };
+      filters_.push_back({part(design.b), part(design.a)});
     }
+    const std::size_t frames = channel_.size();
+    for (int c = 0; c < channels; ++c)
+      for (const Filter& filter : filters_)
+        histories_.push_back({std::vector<float>(filter.b.size() - 1 + frames),
+                              std::vector<double>(filter.a.size() + frames)});
   }
 
  private:
+  struct Filter {
+    std::vector<double> b, a;
+  };
+  struct History {
+    std::vector<float> inputs;
+    std::vector<double> outputs;
+  };
+
   void call(const float* in, float* out) override {
-    for (std::size_t c = 0; c < filters_.size(); ++c) {
-      split(in, filters_.size(), c, &channel_);
-      MORVAX_FilterfRun_API(&filters_[c], channel_.data(), call_frames, channel_.data());
-      join(channel_, filters_.size(), c, out);
+    const std::size_t channels = static_cast<std::size_t>(channels_in);
+    float* const x = channel_.data();
+    for (std::size_t c = 0; c < channels; ++c) {
+      split(in, channels, c, &channel_);
+      for (std::size_t k = 0; k < filters_.size(); ++k) {
+        const Filter& f = filters_[k];
+        History& history = histories_[c * filters_.size() + k];
+        const short blen = static_cast<short>(f.b.size()), alen = static_cast<short>(f.a.size());
+        if (f.a.empty())
+          MORVAX_Qfirf(x, x, call_frames, history.inputs.data(), f.b.data(), blen);
+        else
+          MORVAX_Qiirf(x, x, call_frames, history.outputs.data(), history.inputs.data(), f.b.data(),
+                       blen, f.a.data(), alen);
+      }
+      join(channel_, channels, c, out);
     }
   }
 
-  std::vector<Filterf_ID> filters_;
+  std::vector<Filter> filters_;
+  std::vector<History> histories_;  // channel by channel
   std::vector<float> channel_;
 };
 
@@ -156,13 +182,13 @@ void Stage::finish(std::vector<float>* out) {
 }
 
 Int16Stage::Int16Stage(int in, int out, int frames, bool can_clip)
-    : Stage(in, out, frames),
+    : Stage(in, out, frames, true),
       can_clip_(can_clip),
       in_(static_cast<std::size_t>(frames * in)),
       out_(static_cast<std::size_t>(frames * out)) {}
 
 void Int16Stage::call(const float* in, float* out) {
-  to_int16(in, in_.size(), in_.data(), &input_clipped);
+  to_int16(in, in_.size(), in_.data(), &input_clipped, dither.get());
   run(in_.data(), out_.data());
   std::int64_t full_scale = 0;
   for (std::size_t i = 0; i < out_.size(); ++i) {
@@ -172,16 +198,14 @@ void Int16Stage::call(const float* in, float* out) {
   if (can_clip_) clipped += full_scale;
 }
 
-CoefficientLimit fir_limit(Precision precision) {
-  const int most = precision == Precision::kDouble ? JURN_FLOAT_COEFFICIENTS : JURN_COEFFICIENTS;
-  return {static_cast<std::size_t>(most), std::to_string(most) + " taps, the limit of this filter"};
+CoefficientLimit fir_limit() {
+  return {JURN_COEFFICIENTS, std::to_string(JURN_COEFFICIENTS) + " taps, the limit of this filter"};
 }
 
-CoefficientLimit iir_limit(Precision precision) {
-  CoefficientLimit limit = fir_limit(precision);
-  limit.reason = std::to_string(limit.count) +
-                 " coefficients in numerator or denominator, the limit of this filter";
-  return limit;
+CoefficientLimit iir_limit() {
+  return {JURN_COEFFICIENTS,
+          std::to_string(JURN_COEFFICIENTS) +
+              " coefficients in numerator or denominator, the limit of this filter"};
 }
 
 CoefficientLimit section_limit() {

@@ -8,6 +8,7 @@
 
 #include "coefficients/filter_design.h"
 #include "design/prepare.h"
+#include "recordings/dither.h"
 
 namespace tool {
 
@@ -19,7 +20,8 @@ namespace tool {
  */
 class Stage {
  public:
-  Stage(int in, int out, int frames) : channels_in(in), channels_out(out), call_frames(frames) {}
+  Stage(int in, int out, int frames, bool in_16_bits = false)
+      : channels_in(in), channels_out(out), call_frames(frames), is_int16(in_16_bits) {}
   virtual ~Stage() = default;
 
   /** Takes `frames` frames and appends what they complete to `out`. */
@@ -34,12 +36,14 @@ class Stage {
   const int channels_in;
   const int channels_out;
   const int call_frames;
+  const bool is_int16;       // rounds what comes in to 16 bits
   std::int64_t latency = 0;  // frames by which the output is late
   std::int64_t tail = 0;     // frames that ring on after the input
   bool keep_latency = false;
   bool keep_tail = false;
   std::int64_t input_clipped = 0;  // input samples beyond what the filter takes
   std::int64_t clipped = 0;        // output samples at full scale
+  std::unique_ptr<Dither> dither;  // of that rounding, if any
 
  private:
   virtual void call(const float* in, float* out) = 0;
@@ -64,8 +68,8 @@ class Int16Stage : public Stage {
   std::vector<short> in_, out_;
 };
 
-CoefficientLimit fir_limit(Precision precision);
-CoefficientLimit iir_limit(Precision precision);
+CoefficientLimit fir_limit();
+CoefficientLimit iir_limit();
 CoefficientLimit section_limit();
 constexpr int kMaxAverage = 2156;
 constexpr int kMaxBlock = 1056;

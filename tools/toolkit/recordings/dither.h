@@ -1,0 +1,26 @@
+// Noise that makes the error of rounding to 16 bits independent of the signal.
+#pragma once
+
+#include <cstdint>
+
+namespace tool {
+
+/** Noise with a triangular distribution from -1 to 1 steps: the sum of two even ones. The same seed
+ * gives the same noise on every system. */
+class Dither {
+ public:
+  explicit Dither(std::uint32_t seed) : state_(seed) {}
+
+  float next() { return uniform() + uniform(); }
+
+ private:
+  /** From -1/2 to 1/2. */
+  float uniform() {
+    state_ = state_ * 1664525u + 1013904223u;  // its upper bits are random enough
+    return static_cast<float>(static_cast<std::int32_t>(state_) >> 8) * 0x1p-24f;
+  }
+
+  std::uint32_t state_;
+};
+
+}  // namespace tool
