@@ -88,7 +88,7 @@ template <class Record>
 std::shared_ptr<Record> record_at(size_t offset) {
   char* const memory =
       static_cast<char*>(std::aligned_alloc(4096, (sizeof(Record) + offset + 4095) / 4096 * 4096));
-  std::memset(memory, 0, sizeof(Record) + offset);
+  std::fill_n(memory, sizeof(Record) + offset, char{});
   return std::shared_ptr<Record>(reinterpret_cast<Record*>(memory + offset),
                                  [memory](Record*) { std::free(memory); });
 }

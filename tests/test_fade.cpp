@@ -91,7 +91,8 @@ void expect_ramp(Run run, Fade fade) {
       run(lone_previous.get(), block.data(), inLen, old_output.data());
       run(lone_next.get(), block.data(), inLen, wanted.data());
       for (int i = 0; i < values && frames > 1; ++i) {
-        const double w = static_cast<double>(i / channels) / (frames - 1);
+        const int frame = i / channels;
+        const double w = static_cast<double>(frame) / (frames - 1);
         const double exact = (1 - w) * old_output[i] + w * wanted[i];
         // An int16 mean is exact before it is truncated; a double may lie a hair below a whole one.
         wanted[i] = static_cast<Sample>(

@@ -14,7 +14,7 @@ struct Probe {
 template <class V, class Real>
 JURN_INLINE V value(Real x) {
   const volatile Real hidden = x;
-  Real lane[sizeof(V) / sizeof(Real)];
+  Real lane[sizeof(V) / sizeof(Real)];  // NOLINT(bugprone-sizeof-expression): V may be Real
   for (Real& entry : lane) entry = hidden;
   return load<V>(lane);
 }
@@ -22,7 +22,7 @@ JURN_INLINE V value(Real x) {
 /** Whether every lane is x, and a zero of the same sign. */
 template <class Real, class V>
 JURN_INLINE bool all_are(V v, Real x) {
-  Real lane[sizeof(V) / sizeof(Real)];
+  Real lane[sizeof(V) / sizeof(Real)];  // NOLINT(bugprone-sizeof-expression)
   store(lane, v);
   for (const Real& entry : lane)
     if (memcmp(&entry, &x, sizeof x) != 0) return false;

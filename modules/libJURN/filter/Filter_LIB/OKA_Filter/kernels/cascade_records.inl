@@ -212,7 +212,7 @@ JURN_NOINLINE void cascade_of_width(int n, int ns, int records, const float* con
     r.b[k] = b[from];
     r.a[k] = a[from];
     r.input[k] = input[from];
-    r.output[k] = k < records ? output[k] : dropped;
+    r.output[k] = k < records ? output[k] : &dropped[0];
     r.px[k] = px[from];
     r.py[k] = py[from];
   }
@@ -232,7 +232,7 @@ void cascade_records(int n, int ns, int records, const float* const* b, const fl
       cascade_of_width<width>(n, ns, here, b + done, a + done, input + done, frames, output + done,
                               px + done, py + done);
     };
-    if (here <= 4)
+    if (here <= 4)  // NOLINT(bugprone-branch-clone): the widest may be 4
       run(std::integral_constant<int, 4>());
     else
       run(std::integral_constant<int, widest>());
