@@ -55,15 +55,23 @@ int block_for(GstJurnBlocks* self, int frames, int most) {
   return std::clamp(frames, kLeast, 1024);
 }
 
-GstCaps* with_channels(GstCaps* caps, GstCaps* filter, const std::vector<int>& counts) {
+GstCaps* with_channels(GstCaps* caps, GstCaps* filter, int count, GstPadDirection of) {
   GstCaps* result = gst_caps_new_empty();
-  for (guint i = 0; i < gst_caps_get_size(caps); ++i)
-    for (const int count : counts) {
-      GstStructure* const structure = gst_structure_copy(gst_caps_get_structure(caps, i));
-      gst_structure_set(structure, "channels", G_TYPE_INT, count, nullptr);
-      gst_structure_remove_field(structure, "channel-mask");
-      gst_caps_append_structure(result, structure);
+  for (guint i = 0; i < gst_caps_get_size(caps); ++i) {
+    GstStructure* const structure = gst_structure_copy(gst_caps_get_structure(caps, i));
+    gst_structure_set(structure, "channels", G_TYPE_INT, count, nullptr);
+    gst_structure_remove_field(structure, "channel-mask");
+    if (count > 2 && of == GST_PAD_SRC) {
+      // The usual loudspeakers, or none in particular.
+      if (const guint64 usual = gst_audio_channel_get_fallback_mask(count)) {
+        GstStructure* const placed = gst_structure_copy(structure);
+        gst_structure_set(placed, "channel-mask", GST_TYPE_BITMASK, usual, nullptr);
+        gst_caps_append_structure(result, placed);
+      }
+      gst_structure_set(structure, "channel-mask", GST_TYPE_BITMASK, guint64{0}, nullptr);
     }
+    gst_caps_append_structure(result, structure);
+  }
   if (filter) {
     GstCaps* const within = gst_caps_intersect_full(filter, result, GST_CAPS_INTERSECT_FIRST);
     gst_caps_unref(result);
@@ -232,7 +240,8 @@ static void stamp(BlocksState* state, GstBuffer* buffer, std::size_t frames) {
 template <typename Sample>
 static void count(GstJurnBlocks* self, const guint8* bytes, std::size_t frames) {
   const std::size_t channels = static_cast<std::size_t>(self->state->caps.outputs);
-  self->state->statistics.count(GST_ELEMENT(self), reinterpret_cast<const Sample*>(bytes),
+  self->state->statistics.count(GST_ELEMENT(self),
+                                static_cast<const Sample*>(static_cast<const void*>(bytes)),
                                 frames * channels, channels, self->state->caps.rate);
 }
 

@@ -83,8 +83,9 @@ int current_block(GstJurnBlocks* self);
  * largest part of them that a block of at most `most` can have. */
 int block_for(GstJurnBlocks* self, int frames, int most);
 
-/** `caps` with these counts of channels instead of its own, within `filter` if there is one. */
-GstCaps* with_channels(GstCaps* caps, GstCaps* filter, const std::vector<int>& counts);
+/** `caps` with this count of channels instead of its own, within `filter` if there is one. Caps of
+ * the result, unlike those that are taken, say where each of more than two channels belongs. */
+GstCaps* with_channels(GstCaps* caps, GstCaps* filter, int count, GstPadDirection of);
 void add_pad_templates(GstElementClass* element_class, const char* sink, const char* source);
 /** Ends the running stream, whose parts belong to a subclass, before the subclass does. */
 void end_stream(GstJurnBlocks* self);

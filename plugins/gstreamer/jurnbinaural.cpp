@@ -147,7 +147,8 @@ static std::unique_ptr<jurn::Blocks> make(GstJurnBlocks* base, const Caps& caps,
 
 static GstCaps* transform_caps(GstBaseTransform*, GstPadDirection direction, GstCaps* caps,
                                GstCaps* filter) {
-  return jurn::with_channels(caps, filter, {direction == GST_PAD_SINK ? 2 : 1});
+  return direction == GST_PAD_SINK ? jurn::with_channels(caps, filter, 2, GST_PAD_SRC)
+                                   : jurn::with_channels(caps, filter, 1, GST_PAD_SINK);
 }
 
 static void set_sofa(GstJurnBinaural* self, const char* path) {

@@ -15,9 +15,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Convolution_control.h"
 #include "handover.h"
-#include "impulse_responses/impulse_response.h"
+#include "streams/convolve.h"
 
 using jurn::Caps;
 
@@ -35,57 +34,22 @@ struct Settings {
   bool normalise = false, resample = false;
 };
 
-/** Memory of the library's, aligned for its fastest loads. */
-class Memory {
- public:
-  explicit Memory(std::size_t bytes) : bytes_(bytes), data_(std::aligned_alloc(64, padded(bytes))) {
-    if (!data_) throw std::bad_alloc();
-  }
-  ~Memory() { std::free(data_); }
-  Memory(const Memory&) = delete;
-  Memory& operator=(const Memory&) = delete;
-  void* get() const { return data_; }
-  std::size_t size() const { return bytes_; }
-
- private:
-  static std::size_t padded(std::size_t bytes) { return (bytes + 63) / 64 * 64; }
-  std::size_t bytes_;
-  void* data_;
-};
-
 /** Channels in and out that a response can connect. */
 using Pairs = std::vector<std::pair<int, int>>;
 
 /** A response and a silent stream for it. */
 struct PreparedConvolution {
-  PreparedConvolution(const Convolution_shape& s, const std::vector<Convolution_route>& routes)
+  PreparedConvolution(const Convolution_shape& s, const tool::Routing& routing)
       : shape(s),
-        response(MORVAX_ConvolutionResponseSize_API(&s, routes.data(), count(routes))),
-        stream(std::make_unique<Memory>(MORVAX_ConvolutionStreamSize_API(&s))) {
-    if (MORVAX_ConvolutionResponseCalcu_API(get_response(), response.size(), &s, routes.data(),
-                                            count(routes)) != JURN_CONVOLUTION_OK ||
-        MORVAX_ConvolutionStreamCalcu_API(get_stream(), stream->size(), &s) != JURN_CONVOLUTION_OK)
-      throw std::runtime_error("the impulse response cannot be prepared: its taps are not finite");
-    for (const Convolution_route& route : routes) taps = std::max(taps, route.blen);
-  }
-
-  ConvolutionResponse_ID* get_response() const {
-    return static_cast<ConvolutionResponse_ID*>(response.get());
-  }
-  ConvolutionStream_ID* get_stream() const {
-    return static_cast<ConvolutionStream_ID*>(stream->get());
-  }
+        response(s, routing),
+        stream(std::make_unique<tool::ConvolutionStream>(s)),
+        taps(routing.longest()) {}
 
   Convolution_shape shape;
-  Memory response;
-  std::unique_ptr<Memory> stream;
-  int taps = 1;
+  tool::ConvolutionResponse response;
+  std::unique_ptr<tool::ConvolutionStream> stream;
+  int taps;
   PreparedConvolution* next = nullptr;
-
- private:
-  static int count(const std::vector<Convolution_route>& routes) {
-    return static_cast<int>(routes.size());
-  }
 };
 
 using ConvolutionHandover = jurn::Handover<PreparedConvolution>;
@@ -98,18 +62,18 @@ int capacity(int taps) {
 }
 
 void run(const PreparedConvolution& c, const short* in, short* out) {
-  MORVAX_ConvolutionRun_API(c.get_stream(), c.get_response(), in, out);
+  MORVAX_ConvolutionRun_API(c.stream->get(), c.response.get(), in, out);
 }
 void run(const PreparedConvolution& c, const float* in, float* out) {
-  MORVAX_ConvolutionRun_API_float(c.get_stream(), c.get_response(), in, out);
+  MORVAX_ConvolutionRun_API_float(c.stream->get(), c.response.get(), in, out);
 }
 void fade(const PreparedConvolution& from, const PreparedConvolution& to, const short* in,
           short* out) {
-  MORVAX_ConvolutionFade_API(from.get_stream(), from.get_response(), to.get_response(), in, out);
+  MORVAX_ConvolutionFade_API(from.stream->get(), from.response.get(), to.response.get(), in, out);
 }
 void fade(const PreparedConvolution& from, const PreparedConvolution& to, const float* in,
           float* out) {
-  MORVAX_ConvolutionFade_API_float(from.get_stream(), from.get_response(), to.get_response(), in,
+  MORVAX_ConvolutionFade_API_float(from.stream->get(), from.response.get(), to.response.get(), in,
                                    out);
 }
 
@@ -136,9 +100,9 @@ class ConvolveBlocks final : public jurn::Blocks {
       run(*next, in, other_.data());
       run(*current_, in, out);
       for (std::size_t i = 0; i < other_.size(); ++i) {
-        const float weight = block > 1 ? static_cast<float>(static_cast<int>(i) / outputs) /
-                                             static_cast<float>(block - 1)
-                                       : 1.0f;
+        const int frame = static_cast<int>(i) / outputs;
+        const float weight =
+            block > 1 ? static_cast<float>(frame) / static_cast<float>(block - 1) : 1.0f;
         const float mixed =
             (1.0f - weight) * static_cast<float>(out[i]) + weight * static_cast<float>(other_[i]);
         if constexpr (std::is_same_v<Sample, short>)
@@ -150,7 +114,7 @@ class ConvolveBlocks final : public jurn::Blocks {
     handover_->give_back(std::exchange(current_, next));
   }
 
-  void reset() override { MORVAX_ConvolutionReset_API(current_->get_stream()); }
+  void reset() override { MORVAX_ConvolutionReset_API(current_->stream->get()); }
   std::int64_t tail() const override { return current_->taps - 1; }
 
  private:
@@ -185,50 +149,35 @@ static Pairs pairs_of(std::size_t count) {
   switch (count) {
     case 1:
       return {};
-    case 2:
-      return {{2, 2}, {1, 2}};
     case 4:
-      return {{2, 2}, {4, 4}};
+      return {{2, 2}, {4, 4}, {1, 4}};
     default:
-      return {{static_cast<int>(count), static_cast<int>(count)}};
+      return {{static_cast<int>(count), static_cast<int>(count)}, {1, static_cast<int>(count)}};
   }
 }
 
 /** Reads and prepares the response. */
 static std::unique_ptr<PreparedConvolution> prepare(const Settings& settings, const Caps& caps,
                                                     int block) {
-  if (settings.location.empty()) throw std::runtime_error("no impulse response: set location");
+  const bool by_routes = !settings.routes.empty();
+  const std::string& name = by_routes ? settings.routes : settings.location;
+  if (name.empty()) throw std::runtime_error("no impulse response: set location or routes");
   tool::ImpulseResponseOptions options;
   options.resample = settings.resample;
-  options.normalise = settings.normalise;
   options.max_taps = JURN_CONVOLUTION_TAPS;
-  tool::ImpulseResponse response =
-      tool::read_impulse_response({settings.location}, caps.rate, options);
-  tool::scale(&response, std::pow(10.0, settings.gain_db / 20.0));
-
-  std::vector<std::vector<float>> taps;
-  for (const std::vector<double>& channel : response)
-    taps.emplace_back(channel.begin(), channel.end());
-  std::vector<Convolution_route> routes;
-  const auto add = [&](int input, int output, std::size_t channel) {
-    routes.push_back({input, output, taps[channel].data(), static_cast<int>(taps[channel].size())});
-  };
-  const std::size_t count = taps.size();
-  if (count == 4 && caps.inputs == 2 && caps.outputs == 2) {
-    for (int i = 0; i < 4; ++i) add(i / 2, i % 2, static_cast<std::size_t>(i));
-  } else if (count == 1 || (static_cast<int>(count) == caps.outputs &&
-                            (caps.inputs == caps.outputs || caps.inputs == 1))) {
-    for (int i = 0; i < caps.outputs; ++i)
-      add(caps.inputs == 1 ? 0 : i, i, count == 1 ? 0 : static_cast<std::size_t>(i));
-  } else {
-    throw std::runtime_error(settings.location + ": has " + std::to_string(count) +
-                             " channels, which do not connect " + std::to_string(caps.inputs) +
-                             " to " + std::to_string(caps.outputs));
-  }
-  int longest = 1;
-  for (const Convolution_route& route : routes) longest = std::max(longest, route.blen);
-  const Convolution_shape shape{caps.inputs, caps.outputs, block, capacity(longest)};
-  return std::make_unique<PreparedConvolution>(shape, routes);
+  options.limit = "at most " + std::to_string(JURN_CONVOLUTION_TAPS) + " are supported";
+  tool::Routing routing =
+      by_routes ? tool::read_routes(name, caps.rate, options)
+                : tool::connect(tool::read_impulse_response({name}, caps.rate, options),
+                                tool::Wiring::kAutomatic, caps.inputs, name);
+  if (routing.inputs != caps.inputs || routing.outputs != caps.outputs)
+    throw std::runtime_error(name + ": connects " + std::to_string(routing.inputs) + " to " +
+                             std::to_string(routing.outputs) + " channels, and the stream has " +
+                             std::to_string(caps.inputs) + " and " + std::to_string(caps.outputs));
+  if (settings.normalise) tool::normalise(&routing, name);
+  tool::scale(&routing, std::pow(10.0, settings.gain_db / 20.0));
+  const Convolution_shape shape{caps.inputs, caps.outputs, block, capacity(routing.longest())};
+  return std::make_unique<PreparedConvolution>(shape, routing);
 }
 
 static std::unique_ptr<jurn::Blocks> make(GstJurnBlocks* base, const Caps& caps, int frames) {
@@ -256,7 +205,10 @@ static void change_settings(GstJurnConvolve* self, Change change) {
     try {
       change(&changed);
       Pairs pairs;
-      if (!changed.location.empty()) pairs = pairs_of(tool::count_channels(changed.location));
+      if (!changed.routes.empty())
+        pairs = {tool::count_routes(changed.routes)};
+      else if (!changed.location.empty())
+        pairs = pairs_of(tool::count_channels(changed.location));
       if (block) state->handover.offer(prepare(changed, caps, block));
       state->settings = std::move(changed);
       state->pairs = std::move(pairs);
@@ -287,7 +239,14 @@ static GstCaps* transform_caps(GstBaseTransform* transform, GstPadDirection dire
     GstCaps* const wanted =
         gst_caps_new_simple("audio/x-raw", "channels", G_TYPE_INT, from, nullptr);
     GstCaps* const possible = gst_caps_intersect(caps, wanted);
-    gst_caps_append(result, jurn::with_channels(possible, filter, {to}));
+    if (from == to)
+      gst_caps_append(result,
+                      filter ? gst_caps_intersect_full(filter, possible, GST_CAPS_INTERSECT_FIRST)
+                             : gst_caps_ref(possible));
+    else
+      gst_caps_append(result,
+                      jurn::with_channels(possible, filter, to,
+                                          direction == GST_PAD_SINK ? GST_PAD_SRC : GST_PAD_SINK));
     gst_caps_unref(possible);
     gst_caps_unref(wanted);
   }

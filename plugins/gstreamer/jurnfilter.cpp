@@ -240,7 +240,7 @@ static void process(GstJurnFilter* self, guint8* bytes, std::size_t size) {
   Running* const running = self->state->running.get();
   const std::size_t channels = static_cast<std::size_t>(running->stream.channels);
   const std::size_t values = size / sizeof(Sample) / channels * channels;
-  Sample* const samples = reinterpret_cast<Sample*>(bytes);
+  Sample* const samples = static_cast<Sample*>(static_cast<void*>(bytes));
   running->process(samples, static_cast<int>(values / channels));
   self->state->statistics.count(GST_ELEMENT(self), samples, values, channels, running->stream.rate);
 }

@@ -153,6 +153,9 @@ constexpr char kLowCut[] = "0.9 -1.8 0.9\n1 -1.8 0.81\n";  // numerator, denomin
 TEST_F(Elements, EveryKindIsTheToolsWhateverTheBuffers) {
   const std::string taps = write("taps.txt", "0.5\n-0.25\n0.125\n0.5\n");
   const std::string low_cut = write("low-cut.txt", kLowCut);
+  const std::string band = kBand;
+  const std::string routes =
+      write("routes.txt", "1 3 " + band + "\n2 1 " + band + "\n1 1 " + band + "\n");
   const std::string lines =
       "PK Fc 3000 Hz Gain -4 dB Q 2; HS Fc 8000 Hz Gain 3 dB; LS Fc 100 Hz Gain 2 dB";
   const std::string equaliser = write("room.txt",
@@ -173,7 +176,8 @@ TEST_F(Elements, EveryKindIsTheToolsWhateverTheBuffers) {
       {"jurnfilter kind=average length=24", "average --length 24", 2},
       {"jurnfilter kind=average length=2000", "average --length 2000", 1},
       {std::string("jurnconvolve block=480 gain=-6 location=") + kBand,
-       std::string("convolve --block 480 --gain -6 --ir ") + kBand, 2, 1},
+       std::string("convolve --block 480 --gain -6 --ir ") + kBand, 2},
+      {"jurnconvolve block=480 routes=" + routes, "convolve --block 480 --routes " + routes, 2},
       {"jurnbinaural block=256 azimuth=40", "binaural --block 256 --azimuth 40", 1},
   };
   for (const auto& c : cases) {

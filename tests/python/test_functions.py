@@ -53,7 +53,9 @@ def test_bits_equal_the_tools_on_recordings(path, tmp_path):
         (jurn.sosfilt(STEEP, x), ["sos", "-c", tmp_path / "steep.npy"]),
         (jurn.moving_mean(31, x), ["average", "--length", 31]),
         (jurn.moving_mean(500, x), ["average", "--length", 500]),
-        (long_filter.run(late)[long_filter.latency :], ["convolve", "--ir", ROOM, "--resample", "--truncate", 3000]),
+        (jurn.convolve(x, room), ["convolve", "--ir", ROOM, "--resample", "--truncate", 3000]),
+        (long_filter.run(late)[long_filter.latency :],
+         ["convolve", "--ir", ROOM, "--resample", "--truncate", 3000, "--fft"]),
     ]
     for y, arguments in pairs:
         np.testing.assert_array_equal(y, filtered_by_the_tool(tmp_path, path, *arguments),

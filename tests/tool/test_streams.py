@@ -103,7 +103,7 @@ class StreamTest(ToolTest):
                 ("head -c 44 < " + SPEECH + " | jurn fir - out.wav -c taps.txt", 3, "no samples"),
                 ("cat taps.txt | jurn fir - out.wav -c taps.txt", 3, "standard input", "--raw"),
                 ("jurn fir taps.txt out.wav -c taps.txt --raw 48000", 2, "48000", "RATE,CHANNELS"),
-                ("jurn fir taps.txt out.wav -c taps.txt --raw 48000,3", 2, "48000,3"),
+                ("jurn fir taps.txt out.wav -c taps.txt --raw 48000,0", 2, "48000,0"),
                 (f"jurn fir {shlex.quote(TOOL)} out.wav -c taps.txt", 3, "a program"),
                 (f"jurn fir {SPEECH} out.wav -c taps.txt --bits 12", 2, "12", "16, 24, float"),
                 (f"jurn fir {SPEECH} - -c taps.txt --type aiff | cat", 2, "standard output", "wav"),
@@ -125,7 +125,7 @@ class StreamTest(ToolTest):
                  ["average", "--length", "8"]),
                 # Calls of the IIR and of what follows the latency start where they would in a file.
                 (SPEECH, "16", ir, ["iir", "-c", "ba.txt"], ir + ["--no-tail"]),
-                (SPEECH, "16", ir + ["--raw-latency"], ["iir", "-c", "ba.txt", "--block", "7"]),
+                (SPEECH, "16", ir + ["--fft", "--raw-latency"], ["iir", "-c", "ba.txt", "--block", "7"]),
                 (SPEECH, "16", ["average", "--length", "3"], ["binaural", "--orbit", "1"],
                  ["convolve", "--ir", BAND, "--fade-to", BAND, "--at", "1.43"]),
                 (MUSIC, "float", ["fir", "-c", "taps.txt", "--precision", "double"],

@@ -413,7 +413,7 @@ def _cascade(
 
 
 def convolve(
-    x: Samples, ir: ArrayLike, *, axis: int = 0, block: int = 256, tail: bool = True
+    x: Samples, ir: ArrayLike, *, axis: int = 0, block: int = 1024, tail: bool = True
 ) -> Samples:
     """Convolve samples with an impulse response of any length, without latency.
 
@@ -449,7 +449,7 @@ def convolve(
     --------
     >>> import numpy as np
     >>> import jurn
-    >>> jurn.convolve(np.array([400, 0], dtype=np.int16), [0.5, 0.25])
+    >>> jurn.convolve(np.array([401, 1], dtype=np.int16), [0.5, 0.25])
     array([200, 100,   0], dtype=int16)
     """
     channels = _Channels(x, axis)

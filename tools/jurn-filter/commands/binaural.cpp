@@ -3,7 +3,7 @@
 #include "commands/commands.h"
 #include "errors.h"
 #include "impulse_responses/hrtf_set.h"
-#include "streams/convolve.h"
+#include "streams/long_filter.h"
 
 namespace tool {
 namespace {
@@ -16,14 +16,15 @@ struct BinauralOptions {
 
 Chain binaural_chain(const BinauralOptions& o, int block, const Recording& recording, double gain) {
   if (recording.channels != 1)
-    throw Error(kInputError, recording.name + ": has 2 channels; binaural places a mono recording");
+    throw Error(kInputError, recording.name + ": has " + std::to_string(recording.channels) +
+                                 " channels; binaural places a mono recording");
   const auto set = std::make_shared<HrtfSet>(o.sofa, recording.rate);
   const auto at = [set, gain, elevation = o.elevation](double azimuth) {
     ImpulseResponse response = set->at(azimuth, elevation);
     scale(&response, gain);
     return response;
   };
-  Convolution c;
+  LongFilter c;
   c.response = at(o.azimuth);
   if (c.response[0].size() > kMaxTimeDomainTaps)
     throw Error(kInputError, o.sofa + ": has responses of " + std::to_string(c.response[0].size()) +
@@ -36,7 +37,7 @@ Chain binaural_chain(const BinauralOptions& o, int block, const Recording& recor
       response = at(start + 360.0 * (turns - std::floor(turns)));
       return &response;
     };
-  std::unique_ptr<Stage> stage = make_convolver(c, 1, block);
+  std::unique_ptr<Stage> stage = make_long_filter(c, 1, block, o.sofa);
   stage->keep_tail = !o.no_tail;
   return chain_of(std::move(stage));
 }

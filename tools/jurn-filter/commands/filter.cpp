@@ -22,8 +22,8 @@ using Filters = std::vector<std::unique_ptr<Filter>>;
 void add_files(CLI::App* command, Files* files) {
   command
       ->add_option("FILES", files->names,
-                   "IN and OUT; with --output-dir any number of IN. IN is a mono or stereo "
-                   "recording in any format of libsndfile; the ending of OUT's name chooses the "
+                   "IN and OUT; with --output-dir any number of IN. IN is a recording in any "
+                   "format of libsndfile; the ending of OUT's name chooses the "
                    "format; - is standard input or output")
       ->required()
       ->type_name("IN OUT");
@@ -164,13 +164,16 @@ int run_into_folder(const Job& job, const Files& files) {
 }  // namespace
 
 CLI::App* add_filter_command(CLI::App* app, Filter* filter, Files* files, const char* name,
-                             const char* description, const char* example) {
+                             const char* description, const char* example, int most_frames) {
   CLI::App* command = app->add_subcommand(name, description);
   if (files) add_files(command, files);
   command
-      ->add_option("--block", filter->block,
-                   "Frames per call of the library; changes no sample of a fixed filter's result")
-      ->check(CLI::Range(1, kMaxBlock))
+      ->add_option(
+          "--block", filter->block,
+          most_frames == kMaxBlock
+              ? "Frames per call of the library; changes no sample of a fixed filter's result"
+              : "Frames per call of the library; a fade lasts one call")
+      ->check(CLI::Range(1, most_frames))
       ->capture_default_str();
   command->footer(std::string("Example:\n  jurn-filter ") + example);
   return command;

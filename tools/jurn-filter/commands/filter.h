@@ -38,7 +38,8 @@ struct Filter {
 
 /** A subcommand that filters. Without `files` it follows another one, whose result it filters. */
 CLI::App* add_filter_command(CLI::App* app, Filter* filter, Files* files, const char* name,
-                             const char* description, const char* example);
+                             const char* description, const char* example,
+                             int most_frames = kMaxBlock);
 
 void add_gain(CLI::App* command, Filter* filter);
 void add_tail(CLI::App* command, bool* no_tail);

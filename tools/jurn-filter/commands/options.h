@@ -22,8 +22,8 @@ void add_gain_option(CLI::App* command, double* gain_db);
 
 /** A choice between named values. */
 template <typename Value, typename Target>
-void add_choice(CLI::App* command, const char* name, Target* value, const char* description,
-                const std::map<std::string, Value>& values, const char* standard) {
+CLI::Option* add_choice(CLI::App* command, const char* name, Target* value, const char* description,
+                        const std::map<std::string, Value>& values, const char* standard) {
   const auto choose = [=](const std::string& text) {
     const auto found = values.find(text);
     std::string known;
@@ -32,7 +32,7 @@ void add_choice(CLI::App* command, const char* name, Target* value, const char* 
       throw Error(kUsageError, std::string(name) + " " + text + ": takes one of " + known);
     *value = found->second;
   };
-  command->add_option_function<std::string>(name, choose, description)
+  return command->add_option_function<std::string>(name, choose, description)
       ->type_name("NAME")
       ->default_str(standard);
 }

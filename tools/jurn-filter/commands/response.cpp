@@ -39,7 +39,7 @@ std::vector<NamedFilter> read_filters(const CLI::App& command, Options* o) {
   if (o->rate == 0)
     o->rate = o->impulse_responses.empty() ? 48000 : AudioReader(o->impulse_responses[0], 4).rate();
   o->impulse_response.normalise = o->reading.normalise;
-  o->impulse_response.max_taps = std::max(kMaxFftTaps, kMaxTimeDomainTaps);
+  o->impulse_response.max_taps = JURN_CONVOLUTION_TAPS;
   o->impulse_response.limit =
       "at most " + std::to_string(o->impulse_response.max_taps) + " can run";
   const double gain = from_decibels(o->gain_db);
@@ -179,7 +179,7 @@ void add_response(CLI::App* app, Run* run) {
                      "Convert impulse responses at another rate");
   response
       ->add_option("--truncate", o->impulse_response.truncate, "Taps of impulse responses to keep")
-      ->check(CLI::Range(1, kMaxTimeDomainTaps));
+      ->check(CLI::Range(1, JURN_CONVOLUTION_TAPS));
   response->footer(
       "Example:\n  jurn-filter response --fir taps.txt --sos sections.txt --picture response.svg");
   response->final_callback([=] {

@@ -12,7 +12,8 @@
 namespace tool {
 namespace {
 
-constexpr int kMaxChannels = 4;
+constexpr int kMostChannels = 16;
+constexpr std::size_t kReadFrames = 65536;
 
 /** Converts one channel; its gain at every frequency stays what it was. */
 std::vector<double> resampled(const std::vector<double>& taps, double ratio,
@@ -35,25 +36,42 @@ std::vector<double> resampled(const std::vector<double>& taps, double ratio,
 
 void append_file(const std::string& path, int rate, const ImpulseResponseOptions& options,
                  ImpulseResponse* response) {
-  AudioReader reader(path, kMaxChannels);
+  AudioReader reader(path, kMostChannels);
   if (reader.rate() != rate && !options.resample)
     throw Error(kInputError, path + ": the response is at " + std::to_string(reader.rate()) +
                                  " Hz instead of " + std::to_string(rate) +
                                  " Hz; --resample converts it");
   const double ratio = static_cast<double>(rate) / reader.rate();
-  const double taps = std::ceil(static_cast<double>(reader.frames()) * ratio);
-  if (!options.truncate && taps > options.max_taps)
-    throw Error(kInputError, path + ": the response has " + std::to_string(std::llround(taps)) +
-                                 " taps; " + options.limit + ", --truncate N shortens it");
-
   const std::size_t step = static_cast<std::size_t>(reader.channels());
-  // A little more than is kept, for the converter to see what follows.
-  double wanted = static_cast<double>(reader.frames());
-  if (options.truncate) wanted = std::min(wanted, std::ceil(options.truncate / ratio) + 1024.0);
-  std::vector<float> frames(static_cast<std::size_t>(wanted) * step);
-  frames.resize(reader.read(frames.data(), static_cast<std::size_t>(wanted)) * step);
+  // A little more than is kept, for the converter to see what follows. One frame beyond the limit
+  // shows that there are too many.
+  const double most = options.truncate ? std::ceil(options.truncate / ratio) + 1024.0
+                                       : options.max_taps / ratio + 1.0;
+  std::size_t wanted = static_cast<std::size_t>(most);
+  if (options.part.length) wanted = std::min(wanted, options.part.length);
+  wanted += options.part.offset;
+  std::vector<float> frames;
+  for (std::size_t had = 0, got = 1; got > 0 && had < wanted; had += got) {
+    const std::size_t next = std::min(kReadFrames, wanted - had);
+    frames.resize((had + next) * step);
+    got = reader.read(frames.data() + had * step, next);
+    frames.resize((had + got) * step);
+  }
   if (reader.not_finite())
     throw Error(kInputError, path + ": holds samples that are no finite numbers");
+  if (frames.size() <= options.part.offset * step)
+    throw Error(kInputError, path + ": has " + std::to_string(frames.size() / step) +
+                                 " frames, none after an offset of " +
+                                 std::to_string(options.part.offset));
+  frames.erase(frames.begin(),
+               frames.begin() + static_cast<std::ptrdiff_t>(options.part.offset * step));
+  const double taps = std::ceil(static_cast<double>(frames.size() / step) * ratio);
+  if (!options.truncate && taps > options.max_taps) {
+    const double all = std::ceil(static_cast<double>(reader.frames()) * ratio);
+    throw Error(kInputError, path + ": the response has " +
+                                 (all > 0 ? std::to_string(std::llround(all)) : "more") +
+                                 " taps; " + options.limit + ", --truncate N shortens it");
+  }
   for (std::size_t c = 0; c < step; ++c) {
     std::vector<double> channel;
     for (std::size_t i = c; i < frames.size(); i += step) channel.push_back(frames[i] / 32768.0);
@@ -76,7 +94,7 @@ double peak_gain(const ImpulseResponse& response) {
   double peak = 0.0;
   for (std::size_t i = 0; i < magnitudes[0].size(); ++i)
     for (std::size_t c = 0; c < magnitudes.size(); ++c) {
-      if (magnitudes.size() < 4)
+      if (magnitudes.size() != 4)
         peak = std::max(peak, magnitudes[c][i]);
       else if (c < 2)
         peak = std::max(peak, magnitudes[c][i] + magnitudes[c + 2][i]);
@@ -90,9 +108,10 @@ ImpulseResponse read_impulse_response(const std::vector<std::string>& paths, int
                                       const ImpulseResponseOptions& options) {
   ImpulseResponse response;
   for (const std::string& path : paths) append_file(path, rate, options, &response);
-  if (response.size() == 3 || response.size() > kMaxChannels)
+  if (response.size() > kMostChannels)
     throw Error(kInputError, paths[0] + ": the response has " + std::to_string(response.size()) +
-                                 " channels in all; 1, 2 and 4 are supported");
+                                 " channels in all; at most " + std::to_string(kMostChannels) +
+                                 " are supported");
   std::size_t longest = 0;
   for (const std::vector<double>& taps : response) longest = std::max(longest, taps.size());
   for (std::vector<double>& taps : response) taps.resize(longest);
@@ -105,7 +124,7 @@ ImpulseResponse read_impulse_response(const std::vector<std::string>& paths, int
 }
 
 std::size_t count_channels(const std::string& path) {
-  return static_cast<std::size_t>(AudioReader(path, kMaxChannels).channels());
+  return static_cast<std::size_t>(AudioReader(path, kMostChannels).channels());
 }
 
 void scale(ImpulseResponse* response, double gain) {

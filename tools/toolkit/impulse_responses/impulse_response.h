@@ -10,8 +10,14 @@ namespace tool {
 /** One filter of taps per channel, all equally long. */
 using ImpulseResponse = std::vector<std::vector<double>>;
 
+/** Frames of a file; a length of 0 is all that follow. */
+struct Part {
+  std::size_t offset = 0, length = 0;
+};
+
 struct ImpulseResponseOptions {
   bool resample = false;
+  Part part;         // of each file, at its own rate
   int truncate = 0;  // taps, 0 for all
   bool normalise = false;
   int max_taps = 0;
@@ -19,7 +25,8 @@ struct ImpulseResponseOptions {
 };
 
 /** Reads the channels of one or several files, one after the other, as a response for recordings at
- * `rate`. Errors name the file and both rates, or the length and the limit. */
+ * `rate`; at most 16 channels. To normalise, four channels are those of stereo, two of which sum up
+ * in each output. Errors name the file and both rates, or the length and the limit. */
 ImpulseResponse read_impulse_response(const std::vector<std::string>& paths, int rate,
                                       const ImpulseResponseOptions& options);
 

@@ -19,6 +19,9 @@ namespace tool {
 
 enum class SampleFormat { kInt16, kInt24, kFloat };
 
+/** Of a recording: what libsndfile reads. */
+constexpr int kMaxChannels = 1024;
+
 /** Little-endian int16 samples without a header; a rate of 0 for any other file. */
 struct RawFormat {
   int rate = 0;

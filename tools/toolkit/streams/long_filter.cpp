@@ -1,4 +1,4 @@
-#include "streams/convolve.h"
+#include "streams/long_filter.h"
 
 #include <algorithm>
 
@@ -8,116 +8,76 @@
 namespace tool {
 namespace {
 
-/** One record of the library and how it is connected. */
-struct Lane {
+/** The record's kind and what it is fed with. */
+struct Plan {
   enum Feed { kAsIs, kSwapped, kLeft };
   int filtertype;
   int chanel;
   Feed feed;
-  std::size_t left, right;  // channels of the response
-  std::unique_ptr<Filterlongfir_ID> filter;
 };
 
-/** Chooses the kinds. Only some of them can fade or cross; the others are put together from those:
- * crossed is straight with swapped inputs, left-only is mono to stereo on the left input, and mono
- * is mono to stereo with one output dropped. */
-std::vector<Lane> plan(const Convolution& c, int channels) {
-  const std::size_t count = c.response.size();
-  const bool fades = static_cast<bool>(c.change);
-  const std::size_t right = count == 1 ? 0 : 1;
-  const int mono_to_stereo = c.time_domain ? -6 : -5;
-  const int stereo = c.time_domain ? -3 : -2;
-  const bool compose_crossed = c.time_domain || fades;
-  std::vector<Lane> lanes;
-  const auto add = [&](int filtertype, int chanel, Lane::Feed feed, std::size_t l, std::size_t r) {
-    lanes.push_back({filtertype, chanel, feed, l, r, nullptr});
-  };
-  const auto add_crossed = [&](std::size_t l, std::size_t r) {
-    if (compose_crossed)
-      add(stereo, 2, Lane::kSwapped, l, r);
-    else
-      add(-7, 2, Lane::kAsIs, l, r);
-  };
-
-  if (count == 4) {
-    if (channels != 2)
-      throw Error(kUsageError, "a response of four channels takes a stereo recording");
-    if (c.route != Route::kAutomatic)
-      throw Error(kUsageError, "a response of four channels has no other --route than its own");
-    add(stereo, 2, Lane::kAsIs, 0, 3);
-    add_crossed(2, 1);
-    return lanes;
-  }
-  Route route = c.route;
-  if (route == Route::kAutomatic)
-    route = channels == 1 && count == 2 ? Route::kMonoToStereo : Route::kStraight;
-  if (route == Route::kMonoToStereo ? channels != 1 : channels != 2 && route != Route::kStraight)
-    throw Error(kUsageError, channels == 1 ? "this --route takes a stereo recording"
-                                           : "this --route takes a mono recording");
-  switch (route) {
-    case Route::kCrossed:
-      add_crossed(0, right);
-      break;
-    case Route::kLeftOnly:
-      if (compose_crossed)
-        add(mono_to_stereo, 1, Lane::kLeft, 0, right);
-      else
-        add(-4, 2, Lane::kAsIs, 0, right);
-      break;
-    case Route::kMonoToStereo:
-      add(mono_to_stereo, 1, Lane::kAsIs, 0, right);
-      break;
-    default:
-      if (channels == 1 && count == 2)
-        throw Error(kUsageError, "a mono recording takes one channel straight; the response has 2");
-      if (fades || channels == 2)
-        add(channels == 1 ? mono_to_stereo : stereo, channels, Lane::kAsIs, 0, right);
-      else
-        add(c.time_domain ? -1 : -2, channels, Lane::kAsIs, 0, 0);
-      if (c.time_domain && !fades && count == 1) lanes[0].filtertype = -1;
-  }
-  return lanes;
+/** Chooses the kind. Only some can fade or cross; the others are put together from those: crossed
+ * is straight with swapped inputs, left-only is mono to stereo on the left input, and mono is mono
+ * to stereo with one output dropped. */
+Plan plan(const LongFilter& f, int channels, int outputs) {
+  const bool fades = static_cast<bool>(f.change);
+  const int mono_to_stereo =
+      f.time_domain ? JURN_LONG_MONO_TO_STEREO : JURN_LONG_FFT_MONO_TO_STEREO;
+  const int stereo = f.time_domain ? JURN_LONG_TWO_FILTERS : JURN_LONG_FFT;
+  const bool compose = f.time_domain || fades;
+  if (f.wiring == Wiring::kCrossed)
+    return compose ? Plan{stereo, 2, Plan::kSwapped} : Plan{JURN_LONG_FFT_CROSSED, 2, Plan::kAsIs};
+  if (f.wiring == Wiring::kLeftOnly)
+    return compose ? Plan{mono_to_stereo, 1, Plan::kLeft}
+                   : Plan{JURN_LONG_FFT_LEFT_ONLY, 2, Plan::kAsIs};
+  if (channels == 1 && outputs == 2) return {mono_to_stereo, 1, Plan::kAsIs};
+  if (f.time_domain && !fades && f.response.size() == 1) return {JURN_FIR, channels, Plan::kAsIs};
+  if (channels == 2) return {stereo, 2, Plan::kAsIs};
+  return {fades ? mono_to_stereo : JURN_LONG_FFT, 1, Plan::kAsIs};
 }
 
-bool stereo_result(const Convolution& c, int channels) {
-  return channels == 2 || c.route == Route::kMonoToStereo || c.response.size() == 2;
+/** The channels of the result, for those that this record connects. */
+int count_outputs(const LongFilter& f, int channels, const std::string& name) {
+  if (channels > 2 || f.response.size() > 2)
+    throw Error(kUsageError,
+                (channels > 2 ? "a recording of " + std::to_string(channels)
+                              : name + ": a response of " + std::to_string(f.response.size())) +
+                    " channels goes without --fft and --time-domain");
+  return connect(f.response, f.wiring, channels, name).outputs;
 }
 
-class ConvolveStage : public Int16Stage {
+class LongFilterStage : public Int16Stage {
  public:
-  ConvolveStage(const Convolution& c, int channels, int block)
-      : Int16Stage(channels, stereo_result(c, channels) ? 2 : 1, block),
-        lanes_(plan(c, channels)),
-        time_domain_(c.time_domain),
-        change_(c.change) {
-    for (Lane& lane : lanes_) {
-      lane.filter = std::make_unique<Filterlongfir_ID>();  // zeroed
-      lane.filter->chanel = lane.chanel;
-      lane.filter->filtertype = lane.filtertype;
-      lane.filter->blen = lane.filter->bRlen = static_cast<int>(c.response[0].size());
-      set_taps(c.response, lane);
-      MORVAX_FilterlongfirReset_API(lane.filter.get());
-      set_up(lane);
-    }
-    const Filterlongfir_ID& filter = *lanes_[0].filter;
-    if (!time_domain_) latency = filter.fftN - filter.blen + 1;
-    tail = filter.blen - 1;
+  LongFilterStage(const LongFilter& f, int channels, int block, const std::string& name)
+      : Int16Stage(channels, count_outputs(f, channels, name), block),
+        plan_(plan(f, channels, channels_out)),
+        time_domain_(f.time_domain),
+        change_(f.change),
+        filter_(std::make_unique<Filterlongfir_ID>()) {  // zeroed
+    filter_->chanel = plan_.chanel;
+    filter_->filtertype = plan_.filtertype;
+    filter_->blen = filter_->bRlen = static_cast<int>(f.response[0].size());
+    set_taps(f.response);
+    MORVAX_FilterlongfirReset_API(filter_.get());
+    set_up();
+    if (!time_domain_) latency = filter_->fftN - filter_->blen + 1;
+    tail = filter_->blen - 1;
     const std::size_t frames = static_cast<std::size_t>(block);
     feed_.resize(2 * frames);
     result_.resize(2 * frames);
   }
 
  private:
-  void set_taps(const ImpulseResponse& response, const Lane& lane) {
-    std::copy(response[lane.left].begin(), response[lane.left].end(), lane.filter->b);
-    std::copy(response[lane.right].begin(), response[lane.right].end(), lane.filter->bR);
+  void set_taps(const ImpulseResponse& response) {
+    std::copy(response.front().begin(), response.front().end(), filter_->b);
+    std::copy(response.back().begin(), response.back().end(), filter_->bR);
   }
 
-  void set_up(const Lane& lane) {
+  void set_up() {
     if (time_domain_)
-      MORVAX_FilterlongfirCalcu_APItime(lane.filter.get());
+      MORVAX_FilterlongfirCalcu_APItime(filter_.get());
     else
-      MORVAX_FilterlongfirCalcu_API_forFFT(lane.filter.get());
+      MORVAX_FilterlongfirCalcu_API_forFFT(filter_.get());
   }
 
   void fade_if_due() {
@@ -129,50 +89,45 @@ class ConvolveStage : public Int16Stage {
     const ImpulseResponse* response = change_(start, static_cast<int>(length));
     if (!response) return;
     last_fade_ = start;
-    for (const Lane& lane : lanes_) {
-      // The time domain saves the old taps here, the FFT transforms the new ones.
-      if (time_domain_) set_up(lane);
-      set_taps(*response, lane);
-      if (!time_domain_) set_up(lane);
-    }
+    // The time domain saves the old taps here, the FFT transforms the new ones.
+    if (time_domain_) set_up();
+    set_taps(*response);
+    if (!time_domain_) set_up();
   }
 
   void run(const short* in, short* out) override {
     fade_if_due();
     first_ += call_frames;
-    for (const Lane& lane : lanes_) run_lane(lane, in, out, &lane == &lanes_[0]);
-  }
-
-  void run_lane(const Lane& lane, const short* in, short* out, bool first) {
     const std::size_t frames = static_cast<std::size_t>(call_frames);
-    if (lane.feed != Lane::kAsIs) {
+    if (plan_.feed != Plan::kAsIs) {
       for (std::size_t i = 0; i < frames; ++i) {
-        feed_[lane.feed == Lane::kLeft ? i : 2 * i + 1] = in[2 * i];
-        if (lane.feed == Lane::kSwapped) feed_[2 * i] = in[2 * i + 1];
+        feed_[plan_.feed == Plan::kLeft ? i : 2 * i + 1] = in[2 * i];
+        if (plan_.feed == Plan::kSwapped) feed_[2 * i] = in[2 * i + 1];
       }
       in = feed_.data();
     }
-    MORVAX_FilterlongfirRun_API(lane.filter.get(), in, call_frames * lane.chanel, result_.data());
-    const bool drop_right = channels_out == 1 && (lane.filtertype == -5 || lane.filtertype == -6);
-    const std::size_t step = drop_right ? 2 : 1;
-    for (std::size_t i = 0; i < frames * static_cast<std::size_t>(channels_out); ++i) {
-      const int sum = result_[i * step] + (first ? 0 : out[i]);
-      out[i] = static_cast<short>(std::min(std::max(sum, -32768), 32767));
-    }
+    const bool drop_right =
+        channels_out == 1 && (plan_.filtertype == JURN_LONG_FFT_MONO_TO_STEREO ||
+                              plan_.filtertype == JURN_LONG_MONO_TO_STEREO);
+    short* const result = drop_right ? result_.data() : out;
+    MORVAX_FilterlongfirRun_API(filter_.get(), in, call_frames * plan_.chanel, result);
+    for (std::size_t i = 0; i < frames && drop_right; ++i) out[i] = result[2 * i];
   }
 
-  std::vector<Lane> lanes_;
+  Plan plan_;
   bool time_domain_;
-  ResponseChange change_;
+  decltype(LongFilter::change) change_;
   std::int64_t first_ = 0;       // frame of the next call
   std::int64_t last_fade_ = -1;  // frame at which the last fade starts
+  std::unique_ptr<Filterlongfir_ID> filter_;
   std::vector<short> feed_, result_;
 };
 
 }  // namespace
 
-std::unique_ptr<Stage> make_convolver(const Convolution& convolution, int channels, int block) {
-  return std::make_unique<ConvolveStage>(convolution, channels, block);
+std::unique_ptr<Stage> make_long_filter(const LongFilter& filter, int channels, int block,
+                                        const std::string& name) {
+  return std::make_unique<LongFilterStage>(filter, channels, block, name);
 }
 
 }  // namespace tool

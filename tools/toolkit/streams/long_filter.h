@@ -1,13 +1,11 @@
-// Long impulse responses over a stream, fixed or changing while it runs.
+// The library's record for long impulse responses, in the time domain or by FFT, over a stream.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <string>
-#include <vector>
 
-#include "impulse_responses/impulse_response.h"
+#include "impulse_responses/routes.h"
 #include "streams/stages.h"
 
 namespace tool {
@@ -15,25 +13,17 @@ namespace tool {
 constexpr int kMaxFftTaps = 8192;
 constexpr int kMaxTimeDomainTaps = 32767;
 
-/** Which input goes through which taps to which output. */
-enum class Route {
-  kAutomatic,     // what the channels suggest
-  kStraight,      // each channel through its own taps
-  kCrossed,       // the right input to the left output and the other way round
-  kLeftOnly,      // the left input to both outputs
-  kMonoToStereo,  // a mono recording to both outputs
-};
-
-/** Asked before each call: the response to fade to during the `frames` from `first`, or null. */
-using ResponseChange = std::function<const ImpulseResponse*(std::int64_t first, int frames)>;
-
-struct Convolution {
-  ImpulseResponse response;
-  Route route = Route::kAutomatic;
+struct LongFilter {
+  ImpulseResponse response;  // 1 or 2 channels
+  Wiring wiring = Wiring::kAutomatic;
   bool time_domain = false;
-  ResponseChange change;  // empty for a fixed response; all responses are equally long
+  /** Asked before each call: the response to fade to during the `frames` from `first`, as long as
+   * the first one, or null. Empty for a fixed response. */
+  std::function<const ImpulseResponse*(std::int64_t first, int frames)> change;
 };
 
-std::unique_ptr<Stage> make_convolver(const Convolution& convolution, int channels, int block);
+/** For mono and stereo recordings; an error begins with `name`. */
+std::unique_ptr<Stage> make_long_filter(const LongFilter& filter, int channels, int block,
+                                        const std::string& name);
 
 }  // namespace tool

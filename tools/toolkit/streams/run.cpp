@@ -72,7 +72,7 @@ void unlock(const Job& job) {
 void find_fitting_gain(const Job& job, Summary* summary) {
   for (double gain = 1.0 / 64.0; gain > 1e-9; gain /= 64.0) {
     if (job.lock) job.lock->lock();
-    AudioReader reader(job.input, 2, job.raw);
+    AudioReader reader(job.input, kMaxChannels, job.raw);
     const Chain chain = job.make_chain(describe(job, reader), gain * from_decibels(job.gain_db));
     unlock(job);
     Summary quiet;
@@ -101,7 +101,7 @@ AudioFormat choose_format(const Job& job, SampleFormat samples, const Chain& cha
 }  // namespace
 
 Summary run(const Job& job) {
-  AudioReader reader(job.input, 2, job.raw);
+  AudioReader reader(job.input, kMaxChannels, job.raw);
   std::vector<std::string> inputs = job.also_read;
   inputs.push_back(job.input);
   refuse_overwrite(job.output, inputs);

@@ -16,41 +16,64 @@ int frames_per_call(const FilterDesign& design, int block) {
   return std::min(block, JURN_HISTORY + 1 - static_cast<int>(design.b.size()));
 }
 
+/** One channel of an interleaved block, and back; or as many from `channel` on as `width` says. */
+template <typename Sample>
+void split(const Sample* in, std::size_t channels, std::size_t channel, std::vector<Sample>* out,
+           std::size_t width = 1) {
+  for (std::size_t i = 0; i < out->size() / width; ++i)
+    for (std::size_t c = 0; c < width; ++c) (*out)[i * width + c] = in[i * channels + channel + c];
+}
+
+template <typename Sample>
+void join(const std::vector<Sample>& in, std::size_t channels, std::size_t channel, Sample* out,
+          std::size_t width = 1) {
+  for (std::size_t i = 0; i < in.size() / width; ++i)
+    for (std::size_t c = 0; c < width; ++c) out[i * channels + channel + c] = in[i * width + c];
+}
+
+/** The filter for 16-bit streams, one record for every two channels. */
 class FilterStage : public Int16Stage {
  public:
   FilterStage(const FilterDesign& design, int channels, int block)
       : Int16Stage(channels, channels, frames_per_call(design, block)) {
-    std::copy(design.b.begin(), design.b.end(), filter_.b);
-    std::copy(design.a.begin(), design.a.end(), filter_.a);
-    filter_.blen = static_cast<int>(design.b.size());
-    filter_.alen = static_cast<int>(design.a.size());
-    filter_.n = 2;
-    filter_.ns = filter_.blen / 3;
-    filter_.chanel = channels;
-    filter_.filtertype = design.kind == FilterDesign::kFir   ? -1
-                         : design.kind == FilterDesign::kIir ? 0
-                                                             : 1;
-    MORVAX_FilterReset_API(&filter_);
+    for (int c = 0; c < channels; c += 2) {
+      // Zeroed: the reset leaves the state of a very long cascade alone.
+      filters_.push_back(std::make_unique<Filter_ID>());
+      Filter_ID* const filter = filters_.back().get();
+      std::copy(design.b.begin(), design.b.end(), filter->b);
+      std::copy(design.a.begin(), design.a.end(), filter->a);
+      filter->blen = static_cast<int>(design.b.size());
+      filter->alen = static_cast<int>(design.a.size());
+      filter->n = 2;
+      filter->ns = filter->blen / 3;
+      filter->chanel = std::min(2, channels - c);
+      filter->filtertype = design.kind == FilterDesign::kFir   ? JURN_FIR
+                           : design.kind == FilterDesign::kIir ? JURN_IIR
+                                                               : JURN_CASCADE;
+      MORVAX_FilterReset_API(filter);
+    }
   }
 
  private:
   void run(const short* in, short* out) override {
-    MORVAX_FilterRun_API(&filter_, in, call_frames * channels_in, out);
+    const std::size_t channels = static_cast<std::size_t>(channels_in);
+    if (filters_.size() == 1) {
+      MORVAX_FilterRun_API(filters_[0].get(), in, call_frames * channels_in, out);
+      return;
+    }
+    for (std::size_t i = 0; i < filters_.size(); ++i) {
+      const std::size_t width = static_cast<std::size_t>(filters_[i]->chanel);
+      pair_.resize(static_cast<std::size_t>(call_frames) * width);
+      split(in, channels, 2 * i, &pair_, width);
+      MORVAX_FilterRun_API(filters_[i].get(), pair_.data(), static_cast<int>(pair_.size()),
+                           pair_.data());
+      join(pair_, channels, 2 * i, out, width);
+    }
   }
 
-  Filter_ID filter_{};  // zeroed: the reset leaves the state of a very long cascade alone
+  std::vector<std::unique_ptr<Filter_ID>> filters_;
+  std::vector<short> pair_;
 };
-
-/** One channel of an interleaved block, and back. */
-template <typename Sample>
-void split(const Sample* in, std::size_t channels, std::size_t channel, std::vector<Sample>* out) {
-  for (std::size_t i = 0; i < out->size(); ++i) (*out)[i] = in[i * channels + channel];
-}
-
-template <typename Sample>
-void join(const std::vector<Sample>& in, std::size_t channels, std::size_t channel, Sample* out) {
-  for (std::size_t i = 0; i < in.size(); ++i) out[i * channels + channel] = in[i];
-}
 
 /** FIR, IIR or sections in double precision: the kernels of the library's float filter, which take
  * histories of any length. Sections are a chain of filters of second order. */
@@ -127,7 +150,7 @@ class AverageStage : public Int16Stage {
     for (Filter_ID& filter : filters_) {
       filter.blen = length;
       filter.chanel = 1;
-      filter.filtertype = 2;
+      filter.filtertype = JURN_MOVING_AVERAGE;
       MORVAX_FilterReset_API(&filter);
     }
   }

@@ -1,0 +1,280 @@
+#include "impulse_responses/routes.h"
+
+#include <algorithm>
+#include <complex>
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
+#include <map>
+#include <sstream>
+
+#include "Convolution_control.h"
+#include "design/spectrum.h"
+#include "errors.h"
+
+namespace fs = std::filesystem;
+
+namespace tool {
+namespace {
+
+/** A route as its file names it. */
+struct Entry {
+  int line;
+  int input, output;  // from 0
+  double gain = 1.0;
+  long delay = 0;               // frames of silence before the taps
+  long offset = 0, length = 0;  // which part of the file; a length of 0 is all
+  int channel = 1;              // of the file
+  std::string file;             // empty: a single tap
+};
+
+/** What a file of routes says. */
+struct RouteList {
+  std::string name;
+  int inputs = 0, outputs = 0;
+  long most_taps = 0;  // 0: no limit
+  std::vector<Entry> entries;
+
+  [[noreturn]] void fail(int line, const std::string& problem) const {
+    throw Error(kInputError, name + ":" + std::to_string(line) + ": " + problem);
+  }
+  void check_channel(int line, int channel, const char* what) const {
+    if (channel < 1 || channel > JURN_CONVOLUTION_CHANNELS)
+      fail(line, std::string(what) + " " + std::to_string(channel) + " is not from 1 to " +
+                     std::to_string(JURN_CONVOLUTION_CHANNELS));
+  }
+  void add(Entry entry, int input, int output) {
+    check_channel(entry.line, input, "input");
+    check_channel(entry.line, output, "output");
+    if (entry.channel < 1 || entry.delay < 0 || entry.offset < 0 || entry.length < 0)
+      fail(entry.line, "delay, offset, length and channel are not negative");
+    entry.input = input - 1;
+    entry.output = output - 1;
+    inputs = std::max(inputs, input);
+    outputs = std::max(outputs, output);
+    if (entries.size() == JURN_CONVOLUTION_ROUTES)
+      fail(entry.line, "more than " + std::to_string(JURN_CONVOLUTION_ROUTES) + " routes");
+    entries.push_back(std::move(entry));
+  }
+};
+
+std::string after_space(std::istringstream* words) {
+  std::string rest;
+  std::getline(*words >> std::ws, rest);
+  const std::size_t end = rest.find_last_not_of(" \t\r");
+  return end == std::string::npos ? std::string() : rest.substr(0, end + 1);
+}
+
+/** One command of a configuration file of jconvolver. `folder` is where its files lie. */
+void read_command(const std::string& command, std::istringstream* words, int line, fs::path* folder,
+                  RouteList* list) {
+  const auto wanted = [&](const char* what) { list->fail(line, command + " takes " + what); };
+  Entry entry{};
+  entry.line = line;
+  entry.gain = 1.0;
+  entry.channel = 1;
+  int input = 0, output = 0;
+  if (command == "/cd") {
+    *folder /= after_space(words);
+  } else if (command == "/convolver/new") {
+    int partition;
+    if (!(*words >> list->inputs >> list->outputs >> partition >> list->most_taps))
+      wanted("inputs, outputs, partition and longest response");
+    list->check_channel(line, list->inputs, "the count of inputs,");
+    list->check_channel(line, list->outputs, "the count of outputs,");
+  } else if (command == "/impulse/read") {
+    if (!(*words >> input >> output >> entry.gain >> entry.delay >> entry.offset >> entry.length >>
+          entry.channel))
+      wanted("input, output, gain, delay, offset, length, channel and a file");
+    const std::string file = after_space(words);
+    if (file.empty()) wanted("a file after the channel");
+    entry.file = (*folder / file).string();
+    // The folder is often one of the author's machine, with the files beside the configuration.
+    std::error_code ignored;
+    const fs::path beside = fs::path(list->name).parent_path() / file;
+    if (!fs::exists(entry.file, ignored) && fs::exists(beside, ignored))
+      entry.file = beside.string();
+    list->add(entry, input, output);
+  } else if (command == "/impulse/dirac") {
+    if (!(*words >> input >> output >> entry.gain >> entry.delay))
+      wanted("input, output, gain and delay");
+    list->add(entry, input, output);
+  } else if (command == "/impulse/copy") {
+    int from_input = 0, from_output = 0;
+    if (!(*words >> input >> output >> from_input >> from_output))
+      wanted("input, output, and the input and output to copy from");
+    const std::vector<Entry> before = list->entries;
+    for (Entry copied : before) {
+      if (copied.input != from_input - 1 || copied.output != from_output - 1) continue;
+      copied.line = line;
+      list->add(copied, input, output);
+    }
+    if (list->entries.size() == before.size())
+      list->fail(line, "there is no route from input " + std::to_string(from_input) +
+                           " to output " + std::to_string(from_output) + " to copy");
+  } else if (command != "/input/name" && command != "/output/name") {
+    list->fail(line, command + " is not supported");
+  }
+}
+
+RouteList read_list(const std::string& path) {
+  RouteList list;
+  list.name = path;
+  std::error_code error;
+  if (!fs::exists(path, error)) throw Error(kInputError, path + ": no such file");
+  std::ifstream file(path);
+  if (fs::is_directory(path, error) || !file) throw Error(kInputError, path + ": cannot be read");
+  fs::path folder = fs::path(path).parent_path();
+  std::string text;
+  for (int line = 1; std::getline(file, text); ++line) {
+    if (text.find('\0') != std::string::npos || text.size() > 10000)
+      list.fail(line, "is no text of routes");
+    std::istringstream words(text);
+    std::string first;
+    if (!(words >> first) || first[0] == '#') continue;
+    if (first[0] == '/') {
+      read_command(first, &words, line, &folder, &list);
+      continue;
+    }
+    words.str(text);
+    words.clear();
+    Entry entry{};
+    entry.line = line;
+    entry.gain = 1.0;
+    entry.channel = 1;
+    int input = 0, output = 0;
+    std::string name, rest;
+    if (!(words >> input >> output >> std::quoted(name)))
+      list.fail(line, "a route has an input, an output, a file, and perhaps a channel of it");
+    if (words >> rest && rest[0] != '#') {
+      std::size_t end = 0;
+      try {
+        entry.channel = std::stoi(rest, &end);
+      } catch (const std::exception&) {
+      }
+      if (end != rest.size() || (words >> rest && rest[0] != '#'))
+        list.fail(line, "after the file comes the number of its channel, not '" + rest +
+                            "'; a name with spaces stands in quotes");
+    }
+    entry.file = (folder / name).string();
+    list.add(entry, input, output);
+  }
+  if (list.entries.empty()) throw Error(kInputError, path + ": holds no routes");
+  return list;
+}
+
+}  // namespace
+
+int Routing::longest() const {
+  std::size_t most = 1;
+  for (const Route& route : routes) most = std::max(most, route.taps.size());
+  return static_cast<int>(most);
+}
+
+Routing connect(const ImpulseResponse& response, Wiring wiring, int inputs,
+                const std::string& name) {
+  const int count = static_cast<int>(response.size());
+  Routing routing{inputs, inputs, {}};
+  const auto add = [&](int input, int output, int channel) {
+    routing.routes.push_back({input, output, response[static_cast<std::size_t>(channel)]});
+  };
+  const std::string channels =
+      name + ": has " + std::to_string(count) + (count == 1 ? " channel" : " channels");
+  if (wiring == Wiring::kAutomatic) {
+    if (count == 4 && inputs == 2) {
+      for (int i = 0; i < 4; ++i) add(i / 2, i % 2, i);
+      return routing;
+    }
+    if (inputs == 1 && count > 1) {
+      routing.outputs = count;
+      for (int i = 0; i < count; ++i) add(0, i, i);
+      return routing;
+    }
+    if (count != 1 && count != inputs)
+      throw Error(kUsageError, channels + ", which do not connect a recording of " +
+                                   std::to_string(inputs) + "; --routes says how");
+    wiring = Wiring::kStraight;
+  }
+  if (wiring == Wiring::kStraight) {
+    if (count != 1 && count != inputs)
+      throw Error(kUsageError, channels + "; straight through go 1 or the recording's " +
+                                   std::to_string(inputs));
+    for (int i = 0; i < inputs; ++i) add(i, i, count == 1 ? 0 : i);
+    return routing;
+  }
+  if (count > 2) throw Error(kUsageError, channels + "; this --route takes 1 or 2");
+  const bool mono = wiring == Wiring::kMonoToStereo;
+  if (inputs != (mono ? 1 : 2))
+    throw Error(kUsageError,
+                std::string("this --route takes a ") + (mono ? "mono" : "stereo") + " recording");
+  routing.outputs = 2;
+  for (int output = 0; output < 2; ++output)
+    add(wiring == Wiring::kCrossed ? 1 - output : 0, output, count == 1 ? 0 : output);
+  return routing;
+}
+
+Routing read_routes(const std::string& path, int rate, const ImpulseResponseOptions& options) {
+  const RouteList list = read_list(path);
+  std::map<std::string, ImpulseResponse> files;
+  Routing routing{list.inputs, list.outputs, {}};
+  const double limit = list.most_taps ? static_cast<double>(list.most_taps) : options.max_taps;
+  for (const Entry& entry : list.entries) {
+    std::vector<double> taps{1.0};
+    if (!entry.file.empty()) {
+      ImpulseResponseOptions whole = options;
+      whole.normalise = false;
+      whole.part = {static_cast<std::size_t>(entry.offset), static_cast<std::size_t>(entry.length)};
+      const std::string key =
+          entry.file + '\n' + std::to_string(entry.offset) + ' ' + std::to_string(entry.length);
+      if (!files.count(key)) files[key] = read_impulse_response({entry.file}, rate, whole);
+      const ImpulseResponse& response = files[key];
+      if (entry.channel > static_cast<int>(response.size()))
+        list.fail(entry.line, entry.file + " has " + std::to_string(response.size()) +
+                                  " channels, not " + std::to_string(entry.channel));
+      taps = response[static_cast<std::size_t>(entry.channel) - 1];
+    }
+    if (static_cast<double>(entry.delay) >= limit)
+      list.fail(entry.line,
+                "a delay of " + std::to_string(entry.delay) + " frames leaves no room for taps");
+    taps.insert(taps.begin(), static_cast<std::size_t>(entry.delay), 0.0);
+    if (static_cast<double>(taps.size()) > limit) taps.resize(static_cast<std::size_t>(limit));
+    for (double& tap : taps) tap *= entry.gain;
+    routing.routes.push_back({entry.input, entry.output, std::move(taps)});
+  }
+  return routing;
+}
+
+std::pair<int, int> count_routes(const std::string& path) {
+  const RouteList list = read_list(path);
+  return {list.inputs, list.outputs};
+}
+
+void normalise(Routing* routing, const std::string& name) {
+  const std::size_t bins = 4 * static_cast<std::size_t>(routing->longest());
+  double peak = 0.0;
+  for (int output = 0; output < routing->outputs; ++output) {
+    std::map<int, std::vector<std::complex<double>>> gains;  // of each input
+    for (const Route& route : routing->routes) {
+      if (route.output != output) continue;
+      const auto spectrum_of_route = spectrum(route.taps, bins);
+      std::vector<std::complex<double>>& sum = gains[route.input];
+      sum.resize(spectrum_of_route.size());
+      for (std::size_t i = 0; i < sum.size(); ++i) sum[i] += spectrum_of_route[i];
+    }
+    if (gains.empty()) continue;
+    for (std::size_t i = 0; i < gains.begin()->second.size(); ++i) {
+      double gain = 0.0;
+      for (const auto& [input, sum] : gains) gain += std::abs(sum[i]);
+      peak = std::max(peak, gain);
+    }
+  }
+  if (peak == 0.0) throw Error(kInputError, name + ": the response is silent");
+  scale(routing, 1.0 / peak);
+}
+
+void scale(Routing* routing, double gain) {
+  for (Route& route : routing->routes)
+    for (double& tap : route.taps) tap *= gain;
+}
+
+}  // namespace tool
