@@ -2,6 +2,8 @@
 # version of the compilers: Debian 12 has GCC 12 and clang 14.
 gcc=12 clang=14
 [ "$(sed -n 's/^VERSION_ID="\{0,1\}\([0-9]*\).*/\1/p' /etc/os-release 2>/dev/null)" != 13 ] || gcc=14 clang=19
+old_compilers= # others than these, where Debian has them
+[ $gcc != 12 ] || old_compilers="g++-11 clang-13 clang-15 clang-16"
 build_packages="g++ make cmake pkg-config libsndfile1-dev libcli11-dev nlohmann-json3-dev libmatio-dev libmysofa-dev libsamplerate0-dev"
 recording_packages="alsa-utils sonic-pi-samples jconvolver-config-files libmysofa1"
 picture_packages="gnuplot-nox fonts-dejavu-core"
@@ -13,11 +15,14 @@ sanitizer_packages="clang libclang-rt-$clang-dev"
 install_packages="clang qemu-user g++-aarch64-linux-gnu g++-arm-linux-gnueabihf dpkg-dev file"
 docs_packages="doxygen doxygen-awesome-css chromium fonts-dejavu-core"
 style_packages="clang clang-format clang-tidy cppcheck"
-checksum_packages="clang g++-aarch64-linux-gnu qemu-user"
+checksum_packages="clang g++-aarch64-linux-gnu g++-s390x-linux-gnu qemu-user"
 web_packages="cmake make clang lld wasi-libc libc++-$clang-dev-wasm32 libclang-rt-$clang-dev-wasm32
   g++ libmysofa-dev libmysofa1 sonic-pi-samples alsa-utils jconvolver-config-files python3"
 web_test_packages="chromium fonts-dejavu-core"
-checksum_all_packages="g++-arm-linux-gnueabihf libc6-dev-i386 lib32gcc-$gcc-dev lib32stdc++-$gcc-dev"
+checksum_all_packages="g++-arm-linux-gnueabihf g++-arm-linux-gnueabi g++-riscv64-linux-gnu
+  g++-powerpc64le-linux-gnu g++-powerpc64-linux-gnu g++-mips64el-linux-gnuabi64
+  libc6-dev-i386 lib32gcc-$gcc-dev lib32stdc++-$gcc-dev lld nodejs wasi-libc
+  libc++-$clang-dev-wasm32 libclang-rt-$clang-dev-wasm32"
 avx512_packages="bochs bochsbios vgabios isolinux syslinux-common xorriso cpio"
 gstreamer_packages="libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good python3-gi gir1.2-gstreamer-1.0"
 gstreamer_test_packages="jackd2 libgtest-dev"

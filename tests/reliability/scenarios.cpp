@@ -2,32 +2,84 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
 
 #include "Convolution_control.h"
 #include "Filter_control.h"
 
 namespace {
 
+/** Of numbers, not of bytes, so that it is the same whatever their order in memory: eight bytes at
+ * a time of those that a little-endian machine would have. */
 class Hash {
  public:
   template <class T>
   void add(const T* values, size_t count) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(values);
-    size_t left = count * sizeof(T);
-    for (; left >= 8; left -= 8, bytes += 8) mix(bytes, 8);
-    if (left > 0) mix(bytes, left);
+    put(values, count);
+    end();
+  }
+  template <class... Fields>
+  void add_fields(const Fields&... fields) {
+    (put_field(fields), ...);
+    end();
   }
   uint64_t value() const { return state_ ^ (state_ >> 32); }
 
  private:
-  void mix(const unsigned char* bytes, size_t count) {
-    uint64_t word = 0;
-    std::memcpy(&word, bytes, count);
-    state_ = (state_ ^ word) * 0x9E3779B97F4A7C15u;
-    state_ ^= state_ >> 29;
+  template <class T>
+  using Bits = std::conditional_t<sizeof(T) == 2, uint16_t,
+                                  std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>>;
+  template <class T>
+  void put(const T* values, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+      Bits<T> bits;
+      std::memcpy(&bits, values + i, sizeof bits);
+      word_ |= static_cast<uint64_t>(bits) << used_;
+      used_ += 8 * sizeof bits;
+      if (used_ == 64) end();
+    }
   }
-  uint64_t state_ = 0xCBF29CE484222325u;
+  template <class T>
+  void put_field(const T& number) {
+    put(&number, 1);
+  }
+  template <class T, size_t count>
+  void put_field(const T (&numbers)[count]) {
+    put(numbers, count);
+  }
+  void end() {
+    if (used_ == 0) return;
+    state_ = (state_ ^ word_) * 0x9E3779B97F4A7C15u;
+    state_ ^= state_ >> 29;
+    word_ = 0;
+    used_ = 0;
+  }
+  uint64_t state_ = 0xCBF29CE484222325u, word_ = 0;
+  unsigned used_ = 0;
 };
+
+#define HISTORY(m) m.meminput, m.memi, m.memsumin, m.memoutput, m.mempx, m.mempy
+#define QUEUE(q) q.membuf, q.id, q.front, q.rear
+
+void add_record(Hash* hash, const Filter_ID& r) {
+  hash->add_fields(HISTORY(r.memL), HISTORY(r.memR), r.b, r.a, r.blen, r.alen, r.Order, r.ns, r.n,
+                   r.chanel, r.filtertype);
+}
+void add_record(Hash* hash, const shuzhiFilter_ID& r) {
+  hash->add_fields(r.meminput, r.memi, r.memsumin, r.N_1, r.blen);
+}
+void add_record(Hash* hash, const Filterf_ID& r) {
+  hash->add_fields(r.memL.meminput, r.memL.memoutput, r.b, r.a, r.blen, r.alen);
+}
+void add_record(Hash* hash, const Filterlongfir_ID& r) {
+  hash->add_fields(HISTORY(r.memL), HISTORY(r.memR), QUEUE(r.mBufin), QUEUE(r.mBufout), r.realfft.N,
+                   r.realfft.fft_ip, r.realfft.fft_w, r.realfft.scale, r.hLrfft, r.hRrfft, r.xLintl,
+                   r.xRintl, r.xLhL, r.xRhR, r.xLhL0, r.xRhR0, r.fftN, r.offset, r.cmemhLrfft,
+                   r.cmemhRrfft, r.cmemb, r.cmembR, r.cmeminputL, r.cmeminputR, r.cmemfftN,
+                   r.cmemblen, r.cmemcall, r.b, r.a, r.membufrear, r.blen, r.alen, r.Order, r.ns,
+                   r.n, r.bR, r.aR, r.bRlen, r.aRlen, r.OrderR, r.nsR, r.nR, r.chanel,
+                   r.filtertype);
+}
 
 /** A linear congruential generator. */
 class Numbers {
@@ -70,6 +122,15 @@ class Numbers {
   uint64_t state_;
 };
 
+/** What the exported double kernels work on. */
+struct Kernel {
+  float past_inputs[4000];
+  double past_outputs[4000], b[2000], a[2000];
+};
+void add_record(Hash* hash, const Kernel& r) {
+  hash->add_fields(r.past_inputs, r.past_outputs, r.b, r.a);
+}
+
 /** A record, cleared, and the checksum of what it puts out. */
 template <class Record>
 class Run {
@@ -95,14 +156,11 @@ class Run {
     call(record, in, in_count, out);
     hash.add(out, out_count);
   }
-  /** The checksum; records without padding enter it whole, but for work arrays. */
+  /** The checksum, with the record's every number but those of its work arrays. */
   uint64_t finish() {
     if constexpr (std::is_same<Record, Filterlongfir_ID>::value)
       std::memset(record->xLintl, 0, 6 * sizeof record->xLintl);
-    if (std::is_same<Record, Filterf_ID>::value)
-      hash.add(reinterpret_cast<const char*>(record), offsetof(Filterf_ID, filtertype));
-    else
-      hash.add(record, 1);
+    add_record(&hash, *record);
     return hash.value();
   }
 
@@ -220,11 +278,6 @@ uint64_t float_filter(const Placement& placement) {
       }
   return run.finish();
 }
-
-struct Kernel {
-  float past_inputs[4000];
-  double past_outputs[4000], b[2000], a[2000];
-};
 
 /** The exported double kernels, on longer filters than the object holds. */
 template <bool feedback>
