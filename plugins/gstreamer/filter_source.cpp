@@ -143,11 +143,17 @@ FilterDesign FilterSource::read(const Stream& stream) const {
     return design;
   }
   if (source_ == Source::kEqualiser) {
-    tool::ReadOptions options = options_for(FilterDesign::kSections, stream);
-    options.format = tool::Format::kEqualiser;
-    std::string lines = "Filter: ON ";
-    for (const char c : lines_) lines += c == ';' ? "\nFilter: ON " : std::string(1, c);
-    return tool::parse_design("equaliser", lines, options);
+    std::vector<std::string> filters(1);
+    for (const char c : lines_)
+      if (c == ';' || c == '\n')
+        filters.emplace_back();
+      else
+        filters.back() += c;
+    const auto is_empty = [](const std::string& f) { return f.find_first_not_of(" \t") == f.npos; };
+    filters.erase(std::remove_if(filters.begin(), filters.end(), is_empty), filters.end());
+    const FilterDesign design = tool::parse_equaliser_words(filters, stream.rate);
+    tool::check_limit("equaliser", design, options_for(design.kind, stream).limit);
+    return design;
   }
   if (kind != Kind::kAutomatic) return tool::load_design(path_, options_for(kind_of(kind), stream));
   // What the file holds shows in what it can be read as; the first reading's error is the one to

@@ -5,7 +5,7 @@
  *
  * |[
  * gst-launch-1.0 filesrc location=song.flac ! decodebin ! audioconvert !
- *   jurnfilter equaliser="PK Fc 3000 Hz Gain -4 dB Q 2; HS Fc 8000 Hz Gain 3 dB" ! autoaudiosink
+ *   jurnfilter equaliser="PK 3k -4 Q 2; HS 8k 3" ! autoaudiosink
  * ]|
  */
 #include "jurnfilter.h"
@@ -347,12 +347,10 @@ static void gst_jurn_filter_class_init(GstJurnFilterClass* klass) {
                                                    -G_MAXDOUBLE, G_MAXDOUBLE, 0.0, flags),
                                flags),
           flags));
-  install(kEqualiser,
-          g_param_spec_string(
-              "equaliser", "Equaliser",
-              "Lines of an equaliser, like PK Fc 3000 Hz Gain -4 dB Q 2; HS Fc 8000 Hz Gain 3 dB; "
-              "replaces location and coefficients",
-              nullptr, flags));
+  install(kEqualiser, g_param_spec_string("equaliser", "Equaliser",
+                                          "Lines of an equaliser, like PK 3k -4 Q 2; HS 8k 3; "
+                                          "replaces location and coefficients",
+                                          nullptr, flags));
   install(kGain, g_param_spec_double("gain", "Gain", "Gain of the filter in dB", -200.0, 200.0, 0.0,
                                      flags));
   install(kLength, g_param_spec_int("length", "Length", "Samples of the mean, with kind=average", 1,

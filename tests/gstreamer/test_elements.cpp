@@ -156,8 +156,7 @@ TEST_F(Elements, EveryKindIsTheToolsWhateverTheBuffers) {
   const std::string band = kBand;
   const std::string routes =
       write("routes.txt", "1 3 " + band + "\n2 1 " + band + "\n1 1 " + band + "\n");
-  const std::string lines =
-      "PK Fc 3000 Hz Gain -4 dB Q 2; HS Fc 8000 Hz Gain 3 dB; LS Fc 100 Hz Gain 2 dB";
+  const std::string lines = "PK 3k -4 Q 2; HS 8k 3; LS Fc 100 Hz Gain 2 dB";
   const std::string equaliser = write("room.txt",
                                       "Filter 1: ON PK Fc 3000 Hz Gain -4 dB Q 2\n"
                                       "Filter 2: ON HS Fc 8000 Hz Gain 3 dB\n"

@@ -473,6 +473,30 @@ class ConvolveTest(ToolTest):
         np.testing.assert_array_equal(narrow, self.run_filter("sos", "-c", "sos.txt",
                                                               source="sixteen.wav")[:, :11])
 
+    def test_unstable_filters_say_when_they_are_lost(self):
+        wavfile.write("noise.wav", 48000, np.full(48000, 1000, np.int16))
+        write_numbers("ba.txt", [[1], [1, -1.01]])
+        write_numbers("sos.txt", [[1, 0, 0, 1, -1.01, 0]])
+        for command, name in (("iir", "ba.txt"), ("sos", "sos.txt")):
+            for precision in ("int16", "double"):
+                done = subprocess.run([TOOL, command, "noise.wav", "out.wav", "-c", name, "--keep-a",
+                                       "--precision", precision, "--overwrite", "-q", "--as-is"],
+                                      capture_output=True, text=True, check=True)
+                # 1.01^n leaves the floats after about 8000 samples.
+                second = float(re.search(r"from second (\S+) on", done.stderr)[1])
+                self.assertTrue(0.1 < second < 0.25, (command, precision, second))
+
+    def test_options_take_numbers_only(self):
+        write_numbers("one.txt", [[1]])
+        for command, option in (("fir -c one.txt", "--gain"), ("binaural", "--azimuth"),
+                                ("binaural", "--elevation"), ("binaural", "--orbit"),
+                                (f"convolve --ir {BAND} --fade-to {BAND}", "--at"),
+                                ("level", "--every")):
+            for value in ("nan", "1e30", "-inf"):
+                name, *rest = command.split()
+                files = [SPEECH] if name == "level" else [SPEECH, "new.wav"]
+                self.assert_fails([name, *files, *rest, option, value], option, code=2)
+
     def test_true_stereo_is_summed_before_it_is_limited(self):
         wavfile.write("loud.wav", 48000, np.full((64, 2), 30000, np.int16))
         wavfile.write("four.wav", 48000, np.array([[1.5, 0, -1, 0]], np.float32))

@@ -29,10 +29,12 @@ void parse(std::vector<std::string> arguments, CLI::App* app, Request* request) 
   const bool follows = !request->filters.empty();
   request->filters.push_back(std::make_unique<Filter>());
   app->require_subcommand(1);
-  for (const auto& add : {add_fir, add_iir, add_sos, add_average, add_convolve, add_binaural})
+  for (const auto& add :
+       {add_fir, add_iir, add_sos, add_eq, add_average, add_convolve, add_binaural})
     add(app, request->filters.back().get(), follows ? nullptr : &request->files);
   if (!follows)
-    for (const auto& add : {add_level, add_response, add_spectrogram}) add(app, &request->run);
+    for (const auto& add : {add_level, add_response, add_spectrogram, add_export})
+      add(app, &request->run);
   const std::string name = arguments.empty() ? "" : arguments.back();
   std::string known;
   bool found = name.substr(0, 1) == "-";

@@ -40,6 +40,7 @@ void print_json(const Summary& s, std::FILE* out) {
       {"fitting_gain_db", nullptr},
       {"input_limited", s.input_clipped},
       {"input_not_finite", s.not_finite},
+      {"lost_after_seconds", s.lost_after ? Json(*s.lost_after) : Json()},
       {"narrowed_to_16_bits", !s.narrowed.empty()},
       {"seconds", s.seconds},
   };

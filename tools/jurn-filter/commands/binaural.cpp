@@ -58,11 +58,14 @@ void add_binaural(CLI::App* app, Filter* filter, Files* files) {
   CLI::App* binaural = add_filter_command(app, filter, files, "binaural",
                                           "Places a mono recording around the listener",
                                           "binaural speech.wav around.wav --orbit 4");
-  binaural->add_option("--azimuth", o->azimuth, "Degrees: 0 in front, 90 to the left");
+  binaural->add_option("--azimuth", o->azimuth, "Degrees: 0 in front, 90 to the left")
+      ->check(between(-3600.0, 3600.0));
   binaural->add_option("--elevation", o->elevation, "Degrees: 90 above, -90 below")
-      ->check(CLI::Range(-90.0, 90.0));
-  binaural->add_option("--orbit", o->orbit,
-                       "Seconds per turn to the left, from --azimuth on; negative: to the right");
+      ->check(between(-90.0, 90.0));
+  binaural
+      ->add_option("--orbit", o->orbit,
+                   "Seconds per turn to the left, from --azimuth on; negative: to the right")
+      ->check(between(-1e6, 1e6));
   binaural->add_option("--sofa", o->sofa, "Set of head-related impulse responses")
       ->capture_default_str();
   add_gain(binaural, filter);

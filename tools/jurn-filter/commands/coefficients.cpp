@@ -14,9 +14,10 @@ void add_reading(CLI::App* command, ReadingOptions* o) {
   command->add_flag("--normalise", o->normalise,
                     "Scale the filter's largest gain over all frequencies to 0 dB, before --gain");
   add_choice<Format>(command, "--format", &o->format,
-                     "Format of the coefficients: numbers (text, CSV), npy, mat, header (C, of "
-                     "MATLAB), biquads, equaliser or audio",
+                     "Format of the coefficients: numbers (text, CSV), named (Octave, .fcf, "
+                     "assignments), npy, mat, header (C, of MATLAB), biquads, equaliser or audio",
                      {{"numbers", Format::kNumbers},
+                      {"named", Format::kNamed},
                       {"npy", Format::kNumPy},
                       {"mat", Format::kMatlab},
                       {"header", Format::kHeader},
@@ -49,16 +50,20 @@ FilterDesign read_design(const CoefficientFiles& files, FilterDesign::Kind kind,
   FilterDesign design = files.all.empty() ? load_design(files.numerator, files.denominator, read)
                                           : load_design(files.all, read);
   warn(check_stability(files.name(), options.negate_a, &design));
-  if (options.normalise) {
-    const double peak = peak_gain(design);
+  check_gain(files.name(), options.normalise, gain, &design);
+  return design;
+}
+
+void check_gain(const std::string& name, bool normalise, double gain, FilterDesign* design) {
+  if (normalise) {
+    const double peak = peak_gain(*design);
     if (!(peak > 0.0 && std::isfinite(peak)))
-      throw Error(kInputError, files.name() + ": the filter's largest gain is " +
+      throw Error(kInputError, name + ": the filter's largest gain is " +
                                    (peak > 0.0 ? "infinite" : "0") +
                                    ", which cannot be scaled to 0 dB");
-    scale(&design, 1.0 / peak);
+    scale(design, 1.0 / peak);
   }
-  warn(check_peak(files.name(), design, gain));
-  return design;
+  warn(check_peak(name, *design, gain));
 }
 
 CLI::Option* add_coefficients(CLI::App* command, Filter* filter, DesignOptions* options,
@@ -78,6 +83,10 @@ void add_precision(CLI::App* command, DesignOptions* o) {
 
 void add_preparation(CLI::App* command, DesignOptions* o) {
   add_precision(command, o);
+  add_as_is(command, o);
+}
+
+void add_as_is(CLI::App* command, DesignOptions* o) {
   command->add_flag("--as-is", o->as_is,
                     "Run the coefficients as they are: sections neither scaled nor ordered, a "
                     "direct form as such");
@@ -109,29 +118,42 @@ static void say(const std::string& name, const Prepared& prepared, const Prepare
   }
 }
 
+Prepared prepare_and_say(const std::string& name, const FilterDesign& design,
+                         const DesignOptions& options, Precision precision, bool is_new) {
+  PrepareOptions preparation;
+  preparation.precision = precision;
+  preparation.as_is = options.as_is;
+  preparation.as_sections = options.as_sections;
+  Prepared prepared = prepare(design, preparation);
+  if (is_new) say(name, prepared, preparation);
+  return prepared;
+}
+
 void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
-                FilterDesign::Kind kind, const CoefficientLimit& limit) {
+                const std::string& name, std::function<FilterDesign(int rate)> read) {
   filter->also_read = {options->files.all, options->files.numerator, options->files.denominator};
   filter->make_chain = [=, design = std::optional<FilterDesign>(), rate = 0](
                            const Recording& recording, double gain) mutable {
     const bool is_new = !design || rate != recording.rate;
     if (is_new) {
       rate = recording.rate;
-      design = read_design(options->files, kind, limit, options->reading, rate,
-                           from_decibels(filter->gain_db));
+      design = read(rate);
     }
     FilterDesign scaled = *design;
     scale(&scaled, gain);
-    PrepareOptions preparation;
-    preparation.precision = options->precision.value_or(
+    const Precision precision = options->precision.value_or(
         recording.samples == SampleFormat::kInt16 ? Precision::kInt16 : Precision::kDouble);
-    preparation.as_is = options->as_is;
-    preparation.as_sections = options->as_sections;
-    const Prepared prepared = prepare(scaled, preparation);
-    if (is_new) say(options->files.name(), prepared, preparation);
-    return chain_of(
-        make_filter(prepared.design, preparation.precision, recording.channels, filter->block));
+    const Prepared prepared = prepare_and_say(name, scaled, *options, precision, is_new);
+    return chain_of(make_filter(prepared.design, precision, recording.channels, filter->block));
   };
+}
+
+void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
+                FilterDesign::Kind kind, const CoefficientLimit& limit) {
+  set_design(filter, options, options->files.name(), [=](int rate) {
+    return read_design(options->files, kind, limit, options->reading, rate,
+                       from_decibels(filter->gain_db));
+  });
 }
 
 }  // namespace tool

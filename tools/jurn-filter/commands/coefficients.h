@@ -2,12 +2,15 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "coefficients/formats.h"
 #include "commands/filter.h"
+#include "design/prepare.h"
 
 namespace tool {
 
@@ -32,6 +35,8 @@ struct CoefficientFiles {
 FilterDesign read_design(const CoefficientFiles& files, FilterDesign::Kind kind,
                          const CoefficientLimit& limit, const ReadingOptions& options, int rate,
                          double gain);
+/** Scales a design's largest gain to 0 dB if that is asked for, and warns where it clips. */
+void check_gain(const std::string& name, bool normalise, double gain, FilterDesign* design);
 
 /** What the subcommands take that run one design of a file. */
 struct DesignOptions {
@@ -45,9 +50,17 @@ CLI::Option* add_coefficients(CLI::App* command, Filter* filter, DesignOptions* 
 void add_precision(CLI::App* command, DesignOptions* options);
 /** How a recursive filter is prepared. */
 void add_preparation(CLI::App* command, DesignOptions* options);
+void add_as_is(CLI::App* command, DesignOptions* options);
 
-/** Makes the filter run the design, which is read once for every rate. */
+/** Prepares a design and, for a new one, says what that did. */
+Prepared prepare_and_say(const std::string& name, const FilterDesign& design,
+                         const DesignOptions& options, Precision precision, bool is_new);
+
+/** Makes the filter run the design of a file, which is read once for every rate; or the design that
+ * `design`(rate) gives, whose name is for messages. */
 void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
                 FilterDesign::Kind kind, const CoefficientLimit& limit);
+void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
+                const std::string& name, std::function<FilterDesign(int rate)> design);
 
 }  // namespace tool

@@ -12,6 +12,7 @@ namespace tool {
 void add_fir(CLI::App* app, Filter* filter, Files* files);
 void add_iir(CLI::App* app, Filter* filter, Files* files);
 void add_sos(CLI::App* app, Filter* filter, Files* files);
+void add_eq(CLI::App* app, Filter* filter, Files* files);
 void add_average(CLI::App* app, Filter* filter, Files* files);
 void add_convolve(CLI::App* app, Filter* filter, Files* files);
 void add_binaural(CLI::App* app, Filter* filter, Files* files);
@@ -20,5 +21,6 @@ using Run = std::function<void()>;
 void add_level(CLI::App* app, Run* run);
 void add_response(CLI::App* app, Run* run);
 void add_spectrogram(CLI::App* app, Run* run);
+void add_export(CLI::App* app, Run* run);
 
 }  // namespace tool

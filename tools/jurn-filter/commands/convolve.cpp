@@ -207,7 +207,7 @@ void add_convolve(CLI::App* app, Filter* filter, Files* files) {
   several("--fade-to", &o->fade_to, "Response, or file of routes, to fade to while the audio runs");
   several("--at", &o->fade_at,
           "Second at which it fades, within one block; with --fft within one transform")
-      ->check(CLI::NonNegativeNumber);
+      ->check(between(0.0, 1e9));
   convolve->add_flag("--raw-latency", o->raw_latency, "Keep the latency of --fft in the result")
       ->needs(fft);
   add_tail(convolve, &o->no_tail);

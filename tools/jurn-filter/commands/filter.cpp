@@ -1,6 +1,7 @@
 #include "commands/filter.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <map>
@@ -88,7 +89,16 @@ Job connect(const Filters& filters) {
 Summary run_shown(Job job, bool quiet) {
   ProgressLine line;
   if (!quiet) job.on_progress = [&line](const Progress& p) { line.show(p); };
-  return run(job);
+  const Summary summary = run(job);
+  if (summary.lost_after) {
+    char seconds[32];
+    std::snprintf(seconds, sizeof seconds, "%.3f", *summary.lost_after);
+    warn(summary.output +
+         ": the filter's numbers grow beyond all bounds, and the result is silent "
+         "or worthless from second " +
+         seconds + " on; the filter is unstable");
+  }
+  return summary;
 }
 
 /** The names of the results in a folder. */

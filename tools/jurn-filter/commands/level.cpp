@@ -80,7 +80,7 @@ void add_level(CLI::App* app, Run* run) {
       ->check(CLI::Range(1, kMaxLevelLength))
       ->capture_default_str();
   level->add_option("--every", o->level.every, "Seconds from row to row")
-      ->check(CLI::Range(1e-6, 1e6))
+      ->check(between(1e-6, 1e6))
       ->capture_default_str();
   add_choice<bool>(level, "--of", &o->level.square, "What is averaged: magnitude or square",
                    {{"magnitude", false}, {"square", true}}, "magnitude");

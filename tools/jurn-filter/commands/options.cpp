@@ -16,6 +16,17 @@ RawFormat parse_raw(const std::string& text) {
 
 }  // namespace
 
+CLI::Validator between(double low, double high) {
+  const std::string range =
+      "[" + CLI::detail::to_string(low) + " - " + CLI::detail::to_string(high) + "]";
+  const auto check = [=](const std::string& text) -> std::string {
+    double value = 0.0;
+    if (CLI::detail::lexical_cast(text, value) && value >= low && value <= high) return {};
+    return "Value " + text + " not in range " + range;
+  };
+  return CLI::Validator(check, "FLOAT in " + range);
+}
+
 void add_raw(CLI::App* command, RawFormat* raw) {
   command
       ->add_option_function<std::string>(
@@ -36,7 +47,7 @@ void add_manners(CLI::App* command, Manners* manners) {
 
 void add_gain_option(CLI::App* command, double* gain_db) {
   command->add_option("--gain", *gain_db, "Gain of the filter in dB")
-      ->check(CLI::Range(-200.0, 200.0));
+      ->check(between(-200.0, 200.0));
 }
 
 }  // namespace tool

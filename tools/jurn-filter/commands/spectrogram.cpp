@@ -48,10 +48,10 @@ void add_spectrogram(CLI::App* app, Run* run) {
       ->check(CLI::IsMember({64, 128, 256, 512, 1024, 2048, 4096, 8192, 16384}).description(""))
       ->capture_default_str();
   command->add_option("--floor", o->view.floor, "Level in dBFS at which the colours begin")
-      ->check(CLI::Range(-190.0, -1.0))
+      ->check(between(-190.0, -1.0))
       ->capture_default_str();
   command->add_option("--top", o->view.top, "Highest frequency in Hz; by default half the rate")
-      ->check(CLI::PositiveNumber)
+      ->check(between(1e-3, 1e9))
       ->default_str("");
   add_overwrite(command, &o->overwrite);
   add_raw(command, &o->raw);

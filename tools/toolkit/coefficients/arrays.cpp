@@ -69,7 +69,7 @@ std::string label(const Array& array) {
     message += std::string(i ? ", " : "") + label(array) + " of " + std::to_string(array.rows) +
                " x " + std::to_string(array.columns);
     sections = sections || array.columns == 6;
-    pair = pair || array.rows == 2;
+    pair = pair || array.rows == 2 || (role_of(array.name) == kDenominator && i > 0);
   }
   if (arrays.empty()) message += "no numeric array";
   message += std::string("; ") + accepted[options.wanted];

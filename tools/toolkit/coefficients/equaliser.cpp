@@ -1,4 +1,4 @@
-// Room correction programs: lists of biquads, and the lines of parametric equalisers.
+// Parametric equalisers: lines of room correction programs, and the same words on a command line.
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -6,138 +6,253 @@
 
 #include "coefficients/parse.h"
 #include "design/equaliser.h"
+#include "design/graphic_equaliser.h"
 #include "units.h"
 
 namespace tool {
 namespace {
 
 const char* const kSpace = " \t\v\f";
-
-std::string_view without_space(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(kSpace);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kSpace) - first + 1);
-}
-
 using Type = EqualiserType;
 
 const struct {
   const char* name;
   Type type;
+  bool at_corner;  // a shelf whose Fc is its corner, not its centre, where its slope is given
 } kTypes[] = {
-    {"pk", Type::kPeak},       {"peq", Type::kPeak},      {"ls", Type::kLowShelf},
-    {"lsc", Type::kLowShelf},  {"lsq", Type::kLowShelf},  {"hs", Type::kHighShelf},
-    {"hsc", Type::kHighShelf}, {"hsq", Type::kHighShelf}, {"lp", Type::kLowPass},
-    {"lpq", Type::kLowPass},   {"hp", Type::kHighPass},   {"hpq", Type::kHighPass},
-    {"bp", Type::kBandPass},   {"no", Type::kNotch},      {"ap", Type::kAllPass},
+    {"pk", Type::kPeak, false},       {"peq", Type::kPeak, false},
+    {"ls", Type::kLowShelf, true},    {"lsc", Type::kLowShelf, false},
+    {"lsq", Type::kLowShelf, false},  {"hs", Type::kHighShelf, true},
+    {"hsc", Type::kHighShelf, false}, {"hsq", Type::kHighShelf, false},
+    {"lp", Type::kLowPass, false},    {"lpq", Type::kLowPass, false},
+    {"hp", Type::kHighPass, false},   {"hpq", Type::kHighPass, false},
+    {"bp", Type::kBandPass, false},   {"no", Type::kNotch, false},
+    {"ap", Type::kAllPass, false},
+};
+constexpr char kKnownTypes[] = "PK, LS, LSC, HS, HSC, LP, HP, BP, NO and AP";
+
+bool is_shelf(Type type) {
+  return type == Type::kLowShelf || type == Type::kHighShelf;
+}
+bool is_pass(Type type) {
+  return type == Type::kLowPass || type == Type::kHighPass;
+}
+bool has_gain(Type type) {
+  return type == Type::kPeak || is_shelf(type);
+}
+bool needs_width(Type type) {
+  return !is_shelf(type) && !is_pass(type);
+}
+
+/** The words of one filter, and where they stand; line 0 is a command line. */
+class Words {
+ public:
+  Words(const std::string& path, int line, std::string_view text)
+      : path_(path), line_(line), words_(split(text, kSpace)) {}
+
+  bool left() const { return at_ < words_.size(); }
+  std::string_view next() { return words_[at_++]; }
+  std::string ahead() const { return left() ? lower(words_[at_]) : std::string(); }
+  void skip() { ++at_; }
+
+  [[noreturn]] void fail(const std::string& message) const {
+    if (line_) tool::fail(path_, line_, message);
+    tool::fail(path_, message);
+  }
+
+  /** "-3 dB", "1k", "1,234 Hz", "63,50Hz": a number, perhaps with its unit attached or behind it.
+   */
+  double quantity(const std::string& keyword, const std::string& unit) {
+    if (!left()) fail(quote(keyword) + " ends without a number");
+    const std::string_view word = next();
+    std::string text = lower(word);
+    double factor = 1.0;
+    const auto take = [&](const std::string& end) {
+      if (text.size() <= end.size() || text.compare(text.size() - end.size(), end.size(), end) != 0)
+        return false;
+      text.resize(text.size() - end.size());
+      return true;
+    };
+    const bool hertz = unit == "hz";
+    bool has_unit = !unit.empty() && take(unit);
+    if (hertz && take("k")) {
+      factor = 1000.0;
+      has_unit = true;
+    }
+    const std::size_t comma = text.find(',');
+    if (hertz && comma != std::string::npos && text.size() >= comma + 4 &&
+        (text.size() == comma + 4 || text[comma + 4] == '.'))
+      text.erase(comma, 1);  // thousands
+    else if (comma != std::string::npos && text.find('.') == std::string::npos)
+      text[comma] = '.';
+    const double value = line_ ? parse_number(path_, line_, text) : parse_number(path_, 1, text);
+    if (!has_unit && !unit.empty()) {
+      if (hertz && ahead() == "khz") factor = 1000.0;
+      if (ahead() == unit || (hertz && ahead() == "khz")) skip();
+    }
+    return factor * value;
+  }
+
+ private:
+  const std::string& path_;
+  int line_;
+  std::vector<std::string_view> words_;
+  std::size_t at_ = 0;
 };
 
-bool has_gain(Type type) {
-  return type == Type::kPeak || type == Type::kLowShelf || type == Type::kHighShelf;
+bool starts_number(const std::string& word) {
+  return !word.empty() && (std::isdigit(static_cast<unsigned char>(word[0])) || word[0] == '-' ||
+                           word[0] == '+' || word[0] == '.');
 }
 
-bool needs_width(Type type) {
-  return type == Type::kPeak || type == Type::kBandPass || type == Type::kNotch ||
-         type == Type::kAllPass;
-}
-
-/** "-3 dB" after its keyword: a number, perhaps with its unit attached or as the next word. */
-double quantity(const std::string& path, int line, const std::vector<std::string_view>& words,
-                std::size_t* at, const std::string& keyword, const std::string& unit) {
-  if (*at >= words.size()) fail(path, line, quote(keyword) + " ends without a number");
-  std::string_view word = words[(*at)++];
-  const std::string text = lower(word);
-  double factor = 1.0;
-  const auto take_unit = [&](std::string_view end) {
-    if (text.size() <= end.size() || text.compare(text.size() - end.size(), end.size(), end) != 0)
-      return false;
-    word.remove_suffix(end.size());
-    return true;
-  };
-  bool has_unit = false;
-  if (unit == "hz" && take_unit("khz")) {
-    factor = 1000.0;
-    has_unit = true;
-  } else if (!unit.empty()) {
-    has_unit = take_unit(unit);
+/** The slope of a shelf, "12dB" or "12 dB", if one stands behind its type. */
+double slope_of(Words* words) {
+  const std::string word = words->ahead();
+  const std::size_t end = word.find_first_not_of("0123456789.,");
+  const bool attached = end != std::string::npos && end > 0 && word.substr(end) == "db";
+  if (!attached) {
+    if (!starts_number(word) || end != std::string::npos) return 0.0;
+    Words two = *words;
+    two.skip();
+    if (two.ahead() != "db") return 0.0;
   }
-  const double value = parse_number(path, line, word);
-  if (!has_unit && !unit.empty() && *at < words.size()) {
-    const std::string next = lower(words[*at]);
-    if (next == "k" + unit) factor = 1000.0;
-    *at += next == unit || (unit == "hz" && next == "khz");
-  }
-  return factor * value;
+  const double slope = words->quantity("slope", "db");
+  if (!(slope > 0.0 && slope <= 12.0))
+    words->fail("a shelf's slope of " + shown(slope) + " dB: accepted is above 0 and up to 12");
+  return slope;
 }
 
-void check_filter(const std::string& path, int line, const EqualiserFilter& f,
-                  const std::string& type, int rate) {
+void check_filter(const Words& words, const EqualiserFilter& f, const std::string& type, int rate) {
   if (!(f.frequency > 0.0 && f.frequency < rate / 2.0))
-    fail(path, line,
-         "Fc " + shown(f.frequency) + " Hz: at " + std::to_string(rate) +
-             " Hz a frequency has to lie between 0 and " + shown(rate / 2.0) + " Hz");
+    words.fail("Fc " + shown(f.frequency) + " Hz: at " + std::to_string(rate) +
+               " Hz a frequency has to lie between 0 and " + shown(rate / 2.0) + " Hz");
   if (f.q < 0.0 || f.octaves < 0.0 || f.q > 1e6 || f.octaves > 100.0)
-    fail(path, line,
-         f.octaves != 0.0 ? "BW Oct " + shown(f.octaves) + ": accepted is 0 to 100"
-                          : "Q " + shown(f.q) + ": accepted is 0 to 1000000");
+    words.fail(f.octaves != 0.0 ? "BW Oct " + shown(f.octaves) + ": accepted is 0 to 100"
+                                : "Q " + shown(f.q) + ": accepted is 0 to 1000000");
   if (std::abs(f.gain) > 200.0)
-    fail(path, line, "Gain " + shown(f.gain) + " dB: accepted is -200 to 200");
+    words.fail("Gain " + shown(f.gain) + " dB: accepted is -200 to 200");
   if (needs_width(f.type) && f.q == 0.0 && f.octaves == 0.0)
-    fail(path, line, "a filter of the type " + type + " needs Q, or BW Oct, above 0");
+    words.fail("a filter of the type " + type + " needs Q, or BW Oct, above 0");
+  if (f.order && !is_pass(f.type)) words.fail("only LP and HP have an order");
+  if (f.order && (f.q != 0.0 || f.octaves != 0.0))
+    words.fail("takes an order or a width, not both");
+  if (f.linkwitz_riley && (f.order % 2 || f.order == 0))
+    words.fail("a Linkwitz-Riley filter has an even order: order 2, 4 ...");
+}
+
+int order_of(Words* words) {
+  const double value = words->quantity("order", "");
+  if (!(value >= 1.0 && value <= kMaxPassOrder) || value != std::floor(value))
+    words->fail("order " + shown(value) + ": accepted are whole numbers from 1 to " +
+                std::to_string(kMaxPassOrder));
+  return static_cast<int>(value);
+}
+
+/** A filter from its type on: "PK Fc 3000 Hz Gain -4 dB Q 2" or "PK 3k -4 Q 2". */
+void parse_words(Words words, int rate, std::vector<double>* out) {
+  const std::string type(words.left() ? words.next() : "");
+  const auto* const found = std::find_if(std::begin(kTypes), std::end(kTypes),
+                                         [&](const auto& t) { return lower(type) == t.name; });
+  if (found == std::end(kTypes))
+    words.fail(quote(type) + " is no known type; accepted are " + kKnownTypes);
+  EqualiserFilter f;
+  f.type = found->type;
+  const double slope = is_shelf(f.type) ? slope_of(&words) : 0.0;
+  bool frequency = false, gain = false;
+  while (words.left()) {
+    const std::string word = words.ahead();
+    if (starts_number(word) && !frequency) {
+      f.frequency = words.quantity("Fc", "hz");
+      frequency = true;
+      continue;
+    }
+    if (starts_number(word) && has_gain(f.type) && !gain) {
+      f.gain = words.quantity("Gain", "db");
+      gain = true;
+      continue;
+    }
+    const std::string_view shown_word = words.next();
+    if (word == "fc") {
+      f.frequency = words.quantity("Fc", "hz");
+      frequency = true;
+    } else if (word == "gain") {
+      f.gain = words.quantity("Gain", "db");
+      gain = true;
+    } else if (word == "q") {
+      f.q = words.quantity("Q", "");
+    } else if (word == "bw/60") {
+      f.octaves = words.quantity("BW/60", "") / 60.0;
+    } else if (word == "bw") {
+      if (words.ahead() == "oct") words.skip();
+      f.octaves = words.quantity("BW Oct", "");
+      if (words.ahead() == "oct") words.skip();
+    } else if (word == "order") {
+      f.order = order_of(&words);
+    } else if (word == "lr") {
+      f.linkwitz_riley = true;
+    } else {
+      words.fail(quote(shown_word) +
+                 " is not understood; accepted are Fc, Gain, Q, BW Oct and, for LP and HP, order N "
+                 "and LR");
+    }
+  }
+  if (has_gain(f.type) && !gain) words.fail("a filter of the type " + type + " needs Gain");
+  if (!has_gain(f.type)) f.gain = 0.0;
+  if (slope != 0.0) {
+    const double steepness = slope / 12.0;
+    const double amp = from_decibels(f.gain / 2.0);
+    f.q = 1.0 / std::sqrt((amp + 1.0 / amp) * (1.0 / steepness - 1.0) + 2.0);
+    // From the corner a straight line of this slope takes half the gain to the centre.
+    const double octaves = std::abs(f.gain) / 2.0 / slope;
+    if (found->at_corner) f.frequency *= std::exp2(f.type == Type::kLowShelf ? octaves : -octaves);
+  }
+  check_filter(words, f, type, rate);
+  append_sections(f, rate, out);
 }
 
 /** The part of a line behind "Filter N:". */
 void parse_filter(const std::string& path, int line, std::string_view text, int rate,
                   std::vector<double>* out) {
-  const std::vector<std::string_view> words = split(text, kSpace);
-  const std::string state = words.empty() ? "" : lower(words[0]);
+  Words words(path, line, text);
+  const std::string state = words.ahead();
   if (state == "off") return;
   if (state != "on")
-    fail(path, line, quote(words.empty() ? "" : words[0]) + " where a filter says ON or OFF");
-  if (words.size() < 2 || lower(words[1]) == "none") return;
-  const auto found = std::find_if(std::begin(kTypes), std::end(kTypes),
-                                  [&](const auto& t) { return lower(words[1]) == t.name; });
-  if (found == std::end(kTypes))
-    fail(path, line,
-         quote(words[1]) +
-             " is no known type; accepted are PK, LS, LSC, HS, HSC, LP, HP, BP, NO and AP");
-  EqualiserFilter f;
-  f.type = found->type;
-  bool gain = false;
-  for (std::size_t at = 2; at < words.size();) {
-    const std::string word = lower(words[at++]);
-    if (word == "fc") {
-      f.frequency = quantity(path, line, words, &at, "Fc", "hz");
-    } else if (word == "gain") {
-      f.gain = quantity(path, line, words, &at, "Gain", "db");
-      gain = true;
-    } else if (word == "q") {
-      f.q = quantity(path, line, words, &at, "Q", "");
-    } else if (word == "bw" && at < words.size() && lower(words[at]) == "oct") {
-      ++at;
-      f.octaves = quantity(path, line, words, &at, "BW Oct", "");
-    } else {
-      fail(path, line,
-           quote(words[at - 1]) + " is not understood; accepted are Fc, Gain, Q and BW Oct");
-    }
-  }
-  if (has_gain(f.type) && !gain)
-    fail(path, line, "a filter of the type " + std::string(words[1]) + " needs Gain");
-  if (!has_gain(f.type)) f.gain = 0.0;
-  check_filter(path, line, f, std::string(words[1]), rate);
-  append_sections(f, rate, out);
+    words.fail(quote(words.left() ? words.next() : "") + " where a filter says ON or OFF");
+  words.skip();
+  if (words.left() && words.ahead() != "none") parse_words(words, rate, out);
 }
 
 bool is_one_of(const std::string& text, std::initializer_list<const char*> names) {
   return std::find(names.begin(), names.end(), text) != names.end();
 }
 
+/** "25 0; 40 -1.5; 63 3": frequencies and gains. */
+std::vector<GraphicPoint> parse_points(const std::string& path, int line, std::string_view text) {
+  std::vector<GraphicPoint> points;
+  for (const std::string_view pair : split(text, ";")) {
+    Words words(path, line, pair);
+    if (!words.left()) continue;
+    const double frequency = words.quantity("GraphicEQ", "hz");
+    points.push_back({frequency, words.quantity("GraphicEQ", "db")});
+    if (words.left()) words.fail(quote(words.next()) + " where a semicolon separates the points");
+    if (frequency < 0.0 || (points.size() > 1 && frequency <= points[points.size() - 2].frequency))
+      words.fail("the frequencies have to rise; " + shown(frequency) + " does not");
+    if (std::abs(points.back().gain) > 200.0)
+      words.fail("Gain " + shown(points.back().gain) + " dB: accepted is -200 to 200");
+  }
+  if (points.empty()) fail(path, line, "GraphicEQ has no points");
+  return points;
+}
+
 }  // namespace
 
-std::vector<double> parse_equaliser(const std::string& path, std::string_view text, int rate) {
+FilterDesign parse_equaliser(const std::string& path, std::string_view text,
+                             const ReadOptions& options) {
+  const int rate = options.rate;
   if (rate <= 0) fail(path, "an equaliser needs the sampling rate that it is designed for");
   const std::vector<std::string_view> lines = lines_of(text);
   std::vector<double> sections;
+  std::vector<GraphicPoint> points;
   double preamp = 0.0;
   bool any = false;
   for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -149,9 +264,8 @@ std::vector<double> parse_equaliser(const std::string& path, std::string_view te
     const std::string name = key.empty() ? "" : lower(key[0]);
     const std::string_view value = content.substr(colon + 1);
     if (name == "preamp") {
-      std::size_t at = 0;
-      const std::vector<std::string_view> words = split(value, kSpace);
-      preamp += quantity(path, line, words, &at, "Preamp", "db");
+      Words words(path, line, value);
+      preamp += words.quantity("Preamp", "db");
       if (std::abs(preamp) > 200.0)
         fail(path, line, "Preamp " + shown(preamp) + " dB: accepted is -200 to 200");
       any = true;
@@ -159,62 +273,47 @@ std::vector<double> parse_equaliser(const std::string& path, std::string_view te
                (name.size() == 6 || std::isdigit(static_cast<unsigned char>(name[6])))) {
       parse_filter(path, line, value, rate, &sections);
       any = true;
-    } else if (is_one_of(name, {"channel", "copy", "convolution", "delay", "device", "graphiceq",
-                                "include"})) {
-      // Leaving these out would give another filter than the file describes.
-      fail(path, line, quote(key[0]) + " is not supported; accepted are Preamp and Filter");
+    } else if (name == "graphiceq") {
+      if (!points.empty()) fail(path, line, "a second GraphicEQ is not supported");
+      points = parse_points(path, line, value);
+    } else if (is_one_of(name, {"channel", "device"})) {
+      // What is for some channels or devices only would become another filter.
+      const std::vector<std::string_view> words = split(value, kSpace);
+      if (words.size() != 1 || lower(words[0]) != "all")
+        fail(path, line, quote(key[0]) + " is not supported, but for \"all\"");
+    } else if (is_one_of(name, {"copy", "convolution", "delay", "include"})) {
+      fail(path, line,
+           quote(key[0]) + " is not supported; accepted are Preamp, Filter and GraphicEQ");
     }
   }
-  if (!any) fail(path, "holds no equaliser; accepted are lines of Preamp and Filter");
+  if (!points.empty()) {
+    if (!sections.empty()) fail(path, "has GraphicEQ and filters; only one of them can run");
+    if (options.wanted != FilterDesign::kFir)
+      fail(path, "holds GraphicEQ, which becomes an FIR: fir takes it");
+    FilterDesign design{FilterDesign::kFir, {}, {}};
+    design.b = linear_phase_taps(points, rate, options.limit.count - 1 + options.limit.count % 2);
+    scale(&design, from_decibels(preamp));
+    return design;
+  }
+  if (!any) fail(path, "holds no equaliser; accepted are lines of Preamp, Filter and GraphicEQ");
   if (sections.empty()) sections = {1.0, 0.0, 0.0, 1.0, 0.0, 0.0};
   for (std::size_t i = 0; i < 3; ++i) sections[i] *= from_decibels(preamp);
-  return sections;
+  return sections_design(path, sections, options);
 }
 
-std::vector<double> parse_biquads(const std::string& path, std::string_view text) {
-  static const char* const names[] = {"b0", "b1", "b2", "a1", "a2"};
-  const std::vector<std::string_view> lines = lines_of(text);
+FilterDesign parse_equaliser_words(const std::vector<std::string>& filters, int rate) {
+  ReadOptions options{};
+  options.wanted = FilterDesign::kSections;
   std::vector<double> sections;
-  double values[5];
-  bool given[5] = {};
-  int start = 0;  // line of the biquad that is being read
-  const auto finish = [&] {
-    if (!start) return;
-    for (int i = 0; i < 5; ++i)
-      if (!given[i])
-        fail(path, start,
-             std::string("the biquad has no ") + names[i] + "; it takes b0, b1, b2, a1 and a2");
-    // These programs add the feedback instead of subtracting it.
-    for (const double x : {values[0], values[1], values[2], 1.0, -values[3], -values[4]})
-      sections.push_back(x);
-    std::fill(given, given + 5, false);
-  };
-  for (std::size_t i = 0; i < lines.size(); ++i) {
-    const int line = static_cast<int>(i + 1);
-    for (const std::string_view part : split(lines[i].substr(0, lines[i].find('#')), ",")) {
-      const std::string_view entry = without_space(part);
-      const std::size_t equals = entry.find('=');
-      if (entry.empty()) continue;
-      if (lower(entry.substr(0, 6)) == "biquad" && equals == std::string_view::npos) {
-        finish();
-        start = line;
-        continue;
-      }
-      const std::string name = lower(without_space(entry.substr(0, equals)));
-      const auto* found = std::find(std::begin(names), std::end(names), name);
-      if (equals == std::string_view::npos || found == std::end(names))
-        fail(path, line,
-             quote(entry) + " is not understood; accepted are biquad1, b0=, b1=, b2=, a1= and a2=");
-      const auto k = found - names;
-      if (!start) fail(path, line, quote(entry) + " stands before the first biquad1");
-      if (given[k]) fail(path, line, quote(name) + " is given twice for one biquad");
-      given[k] = true;
-      values[k] = parse_number(path, line, without_space(entry.substr(equals + 1)));
-    }
-  }
-  finish();
-  if (sections.empty()) fail(path, "holds no biquad");
-  return sections;
+  for (const std::string& filter : filters)
+    parse_words(Words("'" + filter + "'", 0, filter), rate, &sections);
+  return sections_design("the filters", sections, options);
+}
+
+bool names_equaliser_type(std::string_view text) {
+  const std::vector<std::string_view> words = split(text, kSpace);
+  return words.size() > 1 && std::any_of(std::begin(kTypes), std::end(kTypes),
+                                         [&](const auto& t) { return lower(words[0]) == t.name; });
 }
 
 }  // namespace tool

@@ -10,7 +10,17 @@
 
 namespace tool {
 
-enum class Format { kByContent, kNumbers, kNumPy, kMatlab, kHeader, kBiquads, kEqualiser, kAudio };
+enum class Format {
+  kByContent,
+  kNumbers,
+  kNamed,  // text that names its arrays
+  kNumPy,
+  kMatlab,
+  kHeader,
+  kBiquads,
+  kEqualiser,
+  kAudio
+};
 
 /** What is expected of a file. */
 struct ReadOptions {
@@ -36,7 +46,13 @@ FilterDesign load_design(const std::string& numerator, const std::string& denomi
 FilterDesign parse_design(const std::string& path, std::string_view bytes,
                           const ReadOptions& options);
 
-/** The format of a file's content; throws for a file of a foreign kind and says which it is. */
+/** Sections from the words of equaliser files, one filter each: "PK 3k -4 Q 2", "HP 80 order 4". */
+FilterDesign parse_equaliser_words(const std::vector<std::string>& filters, int rate);
+/** Whether a text begins with the type of such a filter. */
+bool names_equaliser_type(std::string_view text);
+
+/** The format of a file's content, which is no text in UTF-16; throws for a file of a foreign kind
+ * and says which it is. */
 Format recognise(const std::string& path, std::string_view bytes);
 
 }  // namespace tool

@@ -55,9 +55,51 @@ Append append_of(matio_classes type) {
       return append<std::int32_t>;
     case MAT_C_INT64:
       return append<std::int64_t>;
+    case MAT_C_UINT8:
+      return append<std::uint8_t>;
+    case MAT_C_UINT16:
+      return append<std::uint16_t>;
+    case MAT_C_UINT32:
+      return append<std::uint32_t>;
+    case MAT_C_UINT64:
+      return append<std::uint64_t>;
     default:
       return nullptr;  // text, cells, structures, filter objects
   }
+}
+
+/** Whether a variable holds numbers that can be coefficients; text and cells do not. */
+bool is_matrix(const matvar_t& variable) {
+  return append_of(variable.class_type) && !variable.isComplex && variable.rank == 2 &&
+         variable.dims[0] > 0 && variable.dims[1] > 0;
+}
+
+void check_size(const std::string& path, const matvar_t& variable) {
+  const std::size_t rows = variable.dims[0], columns = variable.dims[1];
+  if (rows > kMaxValues || columns > kMaxValues / rows)
+    fail(path, quote(variable.name) + " has " + std::to_string(rows) + " x " +
+                   std::to_string(columns) + " values; accepted are " + std::to_string(kMaxValues) +
+                   " at most");
+}
+
+/** Adds a variable whose values were read; of a structure, its fields by their own names. */
+void add_arrays(const std::string& path, const matvar_t& variable, std::vector<Array>* arrays) {
+  if (variable.class_type == MAT_C_STRUCT) {
+    const unsigned count = Mat_VarGetNumberOfFields(const_cast<matvar_t*>(&variable));
+    for (unsigned i = 0; i < count; ++i)
+      if (const matvar_t* field =
+              Mat_VarGetStructFieldByIndex(const_cast<matvar_t*>(&variable), i, 0))
+        if (field->name && field->data) add_arrays(path, *field, arrays);
+    return;
+  }
+  if (!is_matrix(variable)) return;
+  check_size(path, variable);
+  Array array;
+  array.name = variable.name;
+  array.rows = variable.dims[0];
+  array.columns = variable.dims[1];
+  append_of(variable.class_type)(variable, &array);
+  arrays->push_back(std::move(array));
 }
 
 std::vector<double> read_taps(const std::string& path, const CoefficientLimit& limit) {
@@ -103,21 +145,14 @@ std::vector<Array> read_mat(const std::string& path) {
   std::vector<Array> arrays;
   while (matvar_t* next = Mat_VarReadNextInfo(file.get())) {
     const std::unique_ptr<matvar_t, void (*)(matvar_t*)> variable(next, Mat_VarFree);
-    const Append append_values = append_of(variable->class_type);
-    if (!append_values || variable->isComplex || variable->rank != 2 || !variable->name) continue;
-    Array array;
-    array.name = variable->name;
-    array.rows = variable->dims[0];
-    array.columns = variable->dims[1];
-    if (array.rows == 0 || array.columns == 0) continue;
-    if (array.rows > kMaxValues || array.columns > kMaxValues / array.rows)
-      fail(path, quote(array.name) + " has " + std::to_string(array.rows) + " x " +
-                     std::to_string(array.columns) + " values; accepted are " +
-                     std::to_string(kMaxValues) + " at most");
+    if (!variable->name) continue;
+    if (variable->class_type != MAT_C_STRUCT) {
+      if (!is_matrix(*variable)) continue;
+      check_size(path, *variable);
+    }
     if (Mat_VarReadDataAll(file.get(), variable.get()) != 0 || !variable->data)
-      fail(path, "damaged: the values of " + quote(array.name) + " cannot be read");
-    append_values(*variable, &array);
-    arrays.push_back(std::move(array));
+      fail(path, "damaged: the values of " + quote(variable->name) + " cannot be read");
+    add_arrays(path, *variable, &arrays);
   }
   return arrays;
 }
@@ -127,7 +162,7 @@ FilterDesign load_design(const std::string& path, const ReadOptions& options) {
   std::string bytes;
   if (format != Format::kAudio && format != Format::kMatlab) {
     bytes = read_file(path);
-    if (format == Format::kByContent) format = recognise(path, bytes);
+    if (format == Format::kByContent) format = recognise(path, from_utf16(bytes));
   }
   FilterDesign design{options.wanted, {}, {}};
   if (format == Format::kAudio) {
@@ -137,9 +172,7 @@ FilterDesign load_design(const std::string& path, const ReadOptions& options) {
     design = design_of(path, read_mat(path), options);
   } else {
     if (bytes.size() > kMaxBytes) fail(path, "is larger than any file of coefficients");
-    ReadOptions known = options;
-    known.format = format;
-    return parse_design(path, bytes, known);
+    return parse_design(path, bytes, options);
   }
   check_limit(path, design, options.limit);
   return design;

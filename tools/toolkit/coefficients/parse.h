@@ -59,8 +59,15 @@ FilterDesign parse_numbers(const std::string& path, std::string_view text,
                            const ReadOptions& options);
 std::vector<Array> parse_npy(const std::string& path, std::string_view bytes);
 std::vector<Array> parse_header(const std::string& path, std::string_view text);
+/** Whether a text names its arrays, as Octave's saves and MATLAB's .fcf do, or assigns them. */
+bool is_named_text(std::string_view text);
+std::vector<Array> parse_named_text(const std::string& path, std::string_view text);
+/** A text in UTF-16, with a mark or without; anything else as it is. Letters that ASCII has not
+ * become question marks. */
+std::string from_utf16(std::string_view bytes);
 std::vector<double> parse_biquads(const std::string& path, std::string_view text);
-std::vector<double> parse_equaliser(const std::string& path, std::string_view text, int rate);
+FilterDesign parse_equaliser(const std::string& path, std::string_view text,
+                             const ReadOptions& options);
 
 std::vector<Array> read_mat(const std::string& path);
 

@@ -18,7 +18,7 @@ bool is_equaliser_line(std::string_view line) {
   const std::vector<std::string_view> key = split(line.substr(0, colon), " \t");
   if (key.empty()) return false;
   const std::string name = lower(key[0]);
-  return (name == "preamp" && key.size() == 1) ||
+  return ((name == "preamp" || name == "graphiceq") && key.size() == 1) ||
          (name == "filter" && (key.size() == 1 || (key.size() == 2 && is_digit(key[1], 0)))) ||
          (name.substr(0, 6) == "filter" && is_digit(name, 6) && key.size() == 1);
 }
@@ -32,6 +32,7 @@ Format text_format(std::string_view text) {
         return !words.empty() && lower(words[0].substr(0, 6)) == "biquad" && is_digit(words[0], 6);
       }))
     return Format::kBiquads;
+  if (is_named_text(text)) return Format::kNamed;
   const std::size_t equals = text.find('=');
   if (text.find("MWSPT_NSEC") != std::string_view::npos ||
       (equals != std::string_view::npos && text.find('{', equals) != std::string_view::npos))
@@ -54,14 +55,18 @@ Format recognise(const std::string& path, std::string_view bytes) {
                  "MATLAB, biquad lists, equaliser lines, and taps as WAV");
 }
 
-FilterDesign parse_design(const std::string& path, std::string_view bytes,
+FilterDesign parse_design(const std::string& path, std::string_view original,
                           const ReadOptions& options) {
+  const std::string bytes = from_utf16(original);
   const Format format =
       options.format == Format::kByContent ? recognise(path, bytes) : options.format;
   FilterDesign design{options.wanted, {}, {}};
   switch (format) {
     case Format::kNumPy:
       design = design_of(path, parse_npy(path, bytes), options);
+      break;
+    case Format::kNamed:
+      design = design_of(path, parse_named_text(path, bytes), options);
       break;
     case Format::kHeader:
       design = design_of(path, parse_header(path, bytes), options);
@@ -70,7 +75,7 @@ FilterDesign parse_design(const std::string& path, std::string_view bytes,
       design = sections_design(path, parse_biquads(path, bytes), options);
       break;
     case Format::kEqualiser:
-      design = sections_design(path, parse_equaliser(path, bytes, options.rate), options);
+      design = parse_equaliser(path, bytes, options);
       break;
     default:
       design = parse_numbers(path, bytes, options);

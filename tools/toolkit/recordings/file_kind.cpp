@@ -1,6 +1,7 @@
 #include "recordings/file_kind.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstddef>
 #include <iterator>
 
@@ -59,8 +60,6 @@ const Magic kMagic[] = {
      "\x7f"
      "ELF"sv,
      "a program"},
-    {0, "\xff\xfe"sv, "a text in UTF-16, not UTF-8"},
-    {0, "\xfe\xff"sv, "a text in UTF-16, not UTF-8"},
     {0, "SQLite format 3"sv, "an SQLite database"},
     {0, "{\\rtf"sv, "an RTF document"},
     {0, "<?xml"sv, "an XML file"},
@@ -69,13 +68,33 @@ const Magic kMagic[] = {
     {0, "<svg"sv, "an SVG picture"},
 };
 
+/** Whether a file begins with a matrix of MATLAB's level 4, which has no magic: five integers
+ * (type, rows, columns, imaginary part, length of the name) and a name. */
+bool is_matlab_4(std::string_view bytes) {
+  if (bytes.size() < 22) return false;
+  const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(bytes[at]); };
+  const bool little = byte(1) == 0 && byte(2) == 0 && byte(3) == 0;
+  const auto integer = [&](std::size_t field) {
+    std::size_t value = 0;
+    for (std::size_t k = 0; k < 4; ++k) value = value << 8 | byte(4 * field + (little ? 3 - k : k));
+    return value;
+  };
+  const std::size_t type = integer(0), name = integer(4);
+  return (little ? type : type - 1000) <= 52 && integer(1) - 1 < 1000000 &&
+         integer(2) - 1 < 1000000 && integer(3) <= 1 && name >= 2 && name <= 64 &&
+         bytes.size() >= 20 + name && bytes[20 + name - 1] == '\0' &&
+         std::all_of(bytes.begin() + 20, bytes.begin() + 19 + static_cast<std::ptrdiff_t>(name),
+                     [](unsigned char c) { return std::isalnum(c) || c == '_'; });
+}
+
 }  // namespace
 
 std::string_view kind_of_file(std::string_view bytes) {
   const Magic* found = std::find_if(std::begin(kMagic), std::end(kMagic), [&](const Magic& m) {
     return bytes.size() >= m.offset && bytes.substr(m.offset, m.bytes.size()) == m.bytes;
   });
-  return found == std::end(kMagic) ? "" : found->kind;
+  if (found != std::end(kMagic)) return found->kind;
+  return is_matlab_4(bytes) ? "a MATLAB .mat file" : "";
 }
 
 }  // namespace tool

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <limits>
 
 #include "recordings/signals.h"
 #include "units.h"
@@ -12,16 +13,30 @@ namespace {
 
 constexpr std::size_t kReadFrames = 1024;
 
-/** Passes frames through all stages and leaves the result in `frames`. */
-void push_through(const Chain& chain, bool at_end, std::vector<float>* frames,
+/** Makes silence of samples that are no finite numbers; whether there were any. */
+bool silence_others(std::vector<float>* samples) {
+  bool any = false;
+  for (const float x : *samples) any |= !(std::abs(x) <= std::numeric_limits<float>::max());
+  if (any)
+    for (float& x : *samples)
+      if (!std::isfinite(x)) x = 0.0f;
+  return any;
+}
+
+/** Passes frames through all stages and leaves the result in `frames`. Returns whether the numbers
+ * of one of them were lost. */
+bool push_through(const Chain& chain, bool at_end, std::vector<float>* frames,
                   std::vector<float>* spare) {
+  bool lost = false;
   for (const std::unique_ptr<Stage>& stage : chain) {
     spare->clear();
     stage->push(frames->data(), frames->size() / static_cast<std::size_t>(stage->channels_in),
                 spare);
     if (at_end) stage->finish(spare);
+    lost |= stage->is_int16 ? stage->is_lost() : silence_others(spare);
     frames->swap(*spare);
   }
+  return lost;
 }
 
 /** Streams the whole recording; `writer` may be null to measure only. */
@@ -38,7 +53,10 @@ void stream(const Job& job, const std::string& what, AudioReader* reader, const 
     frames.resize(got * channels_in);
     at_end = got < kReadFrames;
     frames_read += static_cast<std::int64_t>(got);
-    push_through(chain, at_end, &frames, &spare);
+    const bool lost = push_through(chain, at_end, &frames, &spare);
+    if (lost && !summary->lost_after)
+      summary->lost_after =
+          static_cast<double>(frames_read - static_cast<std::int64_t>(got)) / reader->rate();
 
     float peak = 0.0f;
     for (const float x : frames) peak = std::max(peak, std::abs(x));

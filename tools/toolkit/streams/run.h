@@ -62,6 +62,8 @@ struct Summary {
   std::int64_t clipped = 0;  // samples of the result or between two filters
   std::int64_t input_clipped = 0;
   std::int64_t not_finite = 0;
+  std::optional<double>
+      lost_after;        // seconds after which a filter's numbers became infinite or none
   std::string narrowed;  // how a recording with more came to 16 bits
   bool dithered = false;
   double seconds = 0.0;                   // that the run took

@@ -1,6 +1,7 @@
 #include "streams/stages.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "Filter_control.h"
 #include "recordings/audio_io.h"
@@ -69,6 +70,18 @@ class FilterStage : public Int16Stage {
                            pair_.data());
       join(pair_, channels, 2 * i, out, width);
     }
+  }
+
+  bool is_lost() const override {
+    const auto is_finite = [&](const Filter_ID& f, const FilterIOMEM& past) {
+      if (f.filtertype == JURN_IIR)
+        return std::isfinite(past.memoutput[f.alen - 2 + call_frames]);  // of the last frame
+      return f.filtertype != JURN_CASCADE || std::all_of(past.mempy, past.mempy + 3 * f.ns,
+                                                         [](float y) { return std::isfinite(y); });
+    };
+    return std::any_of(filters_.begin(), filters_.end(), [&](const auto& f) {
+      return !is_finite(*f, f->memL) || !is_finite(*f, f->memR);
+    });
   }
 
   std::vector<std::unique_ptr<Filter_ID>> filters_;

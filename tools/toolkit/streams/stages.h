@@ -33,6 +33,9 @@ class Stage {
   /** Appends the rest of the result to `out`. */
   void finish(std::vector<float>* out);
 
+  /** Whether the filter's state has left the numbers, which it never finds back to. */
+  virtual bool is_lost() const { return false; }
+
   const int channels_in;
   const int channels_out;
   const int call_frames;

@@ -1,0 +1,130 @@
+"""Designs that jurn-filter makes from words, and coefficients that it exports."""
+
+import os
+import subprocess
+import unittest
+
+import numpy as np
+from scipy import io, signal
+from scipy.io import wavfile
+
+from test_formats import equaliser, write
+from test_tool import TOOL, ToolTest, read, write_numbers
+
+MODULES = os.path.join(os.environ["JURN_FILTER_SOURCE"], "../../modules/libJURN")
+
+
+class DesignTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        rng = np.random.default_rng(2)
+        self.x = rng.integers(-9000, 9000, (20000, 2)).astype(np.int16)
+        wavfile.write("noise.wav", 48000, self.x)
+
+    def check(self, command, sections, *arguments):
+        """In double precision, so that the design alone is compared."""
+        self.run_tool(command, "noise.wav", "out.wav", *arguments, "--precision", "double",
+                      "--bits", "float")
+        expected = signal.sosfilt(sections, self.x / 32768, axis=0)
+        self.assertLess(np.abs(read("out.wav")[1] - expected).max(), 2e-6, arguments)
+
+    def test_words(self):
+        filters = [("HP", 80, 0, 0.7), ("PK", 3000, -4, 2), ("HS", 8000, 3, np.sqrt(0.5))]
+        self.check("eq", equaliser(filters, 48000), "HP 80 Q 0.7", "PK 3k -4 Q 2", "HS 8k +3")
+        for words, design in (
+                ("LP 1,200 Hz order 5", signal.butter(5, 1200, fs=48000, output="sos")),
+                ("HP 200 order 8", signal.butter(8, 200, "high", fs=48000, output="sos")),
+                ("lp 2.5kHz LR order 4", np.tile(signal.butter(2, 2500, fs=48000, output="sos"),
+                                                 (2, 1)))):
+            self.check("eq", design, words)
+        self.run_tool("eq", "noise.wav", "out.wav", "PK 3k -4 Q 2")
+        one = read("out.wav")[1]
+        self.run_tool("sos", "noise.wav", "out.wav", "-c",
+                      write("eq.txt", "Filter: ON PK Fc 3000 Hz Gain -4 dB Q 2\n"))
+        np.testing.assert_array_equal(read("out.wav")[1], one)
+        subprocess.run([TOOL, "average", "noise.wav", "then.wav", "--length", "1", "-q", "--then",
+                        "eq", "PK 3k -4 Q 2"], check=True)
+        np.testing.assert_array_equal(read("then.wav")[1], one)
+        self.run_tool("eq", "noise.wav", "--output-dir", "out", "PK 3k -4 Q 2")
+        np.testing.assert_array_equal(read("out/noise.wav")[1], one)
+        for words, *parts in (("XX 80", "'XX'", "PK"), ("HP 80 Q", "'Q'"), ("PK 3k -4", "Q"),
+                              ("HS 8k", "Gain"), ("HP 80 order 3 LR", "even"),
+                              ("HP 80 order 25", "24"), ("PK 1k 3 Q 1 order 2", "LP and HP"),
+                              ("HP nan", "nan"), ("HP 1e30", "1e+30", "24000"), ("PK 1k 300 Q 1",
+                                                                                "300")):
+            self.assert_fails(["eq", "noise.wav", "new.wav", words], *parts)
+        self.assert_fails(["eq", "noise.wav", "new.wav"], "filters", code=2)
+
+    def test_spellings_of_equaliser_lines(self):
+        centre = 10 ** (6 / 2 / 12 * np.log10(2))  # half the gain along the slope
+        octaves = 2 * np.arcsinh(1 / (2 * 2.0)) / np.log(2)
+        warped = 2 * np.pi * 1000 / 48000
+        q = 1 / (2 * np.sinh(np.log(2) / 2 * octaves * warped / np.sin(warped)))
+        for line, wanted in (
+                ("LSC 12 dB Fc 300 Hz Gain 6 dB", ("LS", 300, 6, np.sqrt(0.5))),
+                ("LS 12dB Fc 300 Hz Gain 6 dB", ("LS", 300 * centre, 6, np.sqrt(0.5))),
+                ("HS 12dB Fc 3,000 Hz Gain 6 dB", ("HS", 3000 / centre, 6, np.sqrt(0.5))),
+                (f"PK Fc 1.000,0 Hz Gain -3 dB BW/60 {60 * octaves}".replace("1.000,0", "1,000"),
+                 ("PK", 1000, -3, q)),
+                ("PK Fc 63,50 Hz Gain -3,25 dB Q 4,5", ("PK", 63.5, -3.25, 4.5))):
+            text = f"Channel: all\nDevice: all\nFilter 1: ON {line}\n"
+            self.check("sos", equaliser([wanted], 48000), "-c", write("eq.txt", text))
+        self.assert_fails(["sos", "noise.wav", "new.wav", "-c",
+                           write("eq.txt", "Channel: L\nFilter: ON LP Fc 99 Hz\n")], "Channel", ":1:")
+
+    def test_graphic_equaliser(self):
+        text = write("graphic.txt", "Preamp: -3 dB\nGraphicEQ: 100 0; 1000 6; 4000 -6; 16000 0\n")
+        click = np.zeros(8192, np.float32)
+        click[0] = 1
+        wavfile.write("click.wav", 48000, click)
+        self.run_tool("fir", "click.wav", "out.wav", "-c", text)
+        taps = read("out.wav")[1][:1249, 0]
+        np.testing.assert_allclose(taps, taps[::-1], atol=1e-9)
+        frequency, response = signal.freqz(taps, worN=[50, 1000, 2000, 4000, 8000, 20000], fs=48000)
+        np.testing.assert_allclose(20 * np.log10(np.abs(response)), [-3, 3, -3, -9, -6, -3],
+                                   atol=0.15)
+        self.assert_fails(["sos", "click.wav", "new.wav", "-c", text], "FIR")
+
+    def test_export_is_what_runs(self):
+        steep = signal.butter(8, 500, fs=48000, output="sos")
+        write_numbers("sos.txt", steep)
+        write_numbers("ba.txt", signal.butter(2, 0.1))
+        write_numbers("taps.txt", [signal.firwin(31, 0.2)])
+        for command, name, source in (("sos", "sos.txt", "sos"), ("iir", "ba.txt", "iir"),
+                                      ("fir", "taps.txt", "fir")):
+            result = self.run_filter(command, "-c", name, source="noise.wav")
+            for output in ("c.npy", "c.mat", "c.txt"):
+                self.run_tool("export", output, "--" + source, name)
+                keep = [] if command == "fir" else ["--as-is"]
+                again = self.run_filter(command, "-c", output, *keep, source="noise.wav")
+                np.testing.assert_array_equal(again, result, output)
+            self.run_tool("export", "my-filter.h", "--" + source, name)
+            program = write("use.c", '#include <stdio.h>\n#include "my-filter.h"\n'
+                            "static Filter_ID filter;\nint main(void) {\n"
+                            "  short block[1024];\n  my_filter_setup(&filter, 2);\n"
+                            "  while (fread(block, 4, 512, stdin) == 512) {\n"
+                            "    my_filter_run(&filter, block, 512, block);\n"
+                            "    fwrite(block, 4, 512, stdout);\n  }\n  return 0;\n}\n")
+            subprocess.run([*os.environ["JURN_CC"].split(), "-std=c99", "-Wall", "-Wextra", "-Werror", "-ffp-contract=off",
+                            "-I", MODULES + "/filter/Filter_LIB", program, os.environ["JURN_LIBRARY"],
+                            "-lstdc++", "-lm", "-o", "use"], check=True)
+            whole = self.x[:20000 // 512 * 512]
+            done = subprocess.run(["./use"], input=whole.tobytes(), capture_output=True, check=True)
+            np.testing.assert_array_equal(np.frombuffer(done.stdout, np.int16).reshape(-1, 2),
+                                          result[:len(whole)], name)
+        self.run_tool("export", "double.npy", "--eq", "PK 100 3 Q 1", "--rate", 96000, "--precision",
+                      "double")
+        np.testing.assert_allclose(np.load("double.npy"), equaliser([("PK", 100, 3, 1)], 96000),
+                                   rtol=1e-12, atol=1e-14)
+        self.assertEqual(io.loadmat("c.mat")["b"].shape, (1, 31))
+        for arguments, code, *words in (
+                (["c.npy", "--fir", "taps.txt"], 4, "c.npy", "--overwrite"),
+                (["c.xyz", "--fir", "taps.txt"], 2, "c.xyz", ".npy"),
+                (["new.h"], 2, "--eq"), (["taps.txt", "--fir", "taps.txt", "--overwrite"], 2,
+                                         "taps.txt"),
+                (["new.h", "--fir", "missing.txt"], 3, "missing.txt")):
+            self.assert_fails(["export", *arguments], *words, code=code)
+
+
+if __name__ == "__main__":
+    unittest.main()

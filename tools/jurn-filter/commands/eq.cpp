@@ -1,0 +1,58 @@
+#include "commands/coefficients.h"
+#include "commands/commands.h"
+#include "errors.h"
+#include "units.h"
+
+namespace tool {
+namespace {
+
+constexpr char kName[] = "the equaliser";
+
+/** Takes the filters out of the names: what begins with a type, and with two files before it all.
+ */
+void take_filters(Files* files, std::vector<std::string>* filters) {
+  std::vector<std::string> names;
+  for (const std::string& word : files->names) {
+    const bool is_name = files->output_dir.empty() ? names.size() < 2 : true;
+    if (is_name && !names_equaliser_type(word))
+      names.push_back(word);
+    else
+      filters->push_back(word);
+  }
+  files->names = names;
+}
+
+}  // namespace
+
+void add_eq(CLI::App* app, Filter* filter, Files* files) {
+  const auto o = std::make_shared<DesignOptions>();
+  const auto filters = std::make_shared<std::vector<std::string>>();
+  CLI::App* eq =
+      add_filter_command(app, filter, files, "eq", "Filters with an equaliser given in words",
+                         "eq song.flac out.wav 'HP 80 order 4' 'PK 3k -4 Q 2' 'HS 8k +3'");
+  const char* const words =
+      "Filters, each as one word in quotes: a type (PK, LS, HS, LP, HP, BP, NO, AP), a frequency, "
+      "for PK and shelves a gain in dB, and Q N or BW N; LP and HP take order N for a Butterworth "
+      "filter, LR order N for one of Linkwitz and Riley";
+  if (files)
+    eq->get_option("FILES")->type_name("IN OUT FILTER...");
+  else
+    eq->add_option("FILTERS", *filters, words)->type_name("FILTER...");
+  if (files) eq->footer(std::string(words) + ".\n" + eq->get_footer());
+  add_gain(eq, filter);
+  eq->add_flag("--normalise", o->reading.normalise,
+               "Scale the largest gain over all frequencies to 0 dB, before --gain");
+  add_preparation(eq, o.get());
+  eq->final_callback([=] {
+    if (files) take_filters(files, filters.get());
+    if (filters->empty())
+      throw Error(kUsageError, "eq takes filters, like 'HP 80 Q 0.7' or 'PK 3k -4 Q 2'");
+    set_design(filter, o, kName, [=](int rate) {
+      FilterDesign design = parse_equaliser_words(*filters, rate);
+      check_gain(kName, o->reading.normalise, from_decibels(filter->gain_db), &design);
+      return design;
+    });
+  });
+}
+
+}  // namespace tool
