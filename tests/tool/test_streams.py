@@ -14,12 +14,7 @@ import unittest
 import numpy as np
 from scipy.io import wavfile
 
-from test_tool import BAND, MUSIC, SPEECH, TOOL, ToolTest, read, write_numbers
-
-
-def contents(path):
-    with open(path, "rb") as file:
-        return file.read()
+from test_tool import BAND, MUSIC, SPEECH, TOOL, ToolTest, contents, read, write_numbers
 
 
 class StreamTest(ToolTest):
@@ -29,13 +24,6 @@ class StreamTest(ToolTest):
         write_numbers("loud.txt", [[9]])
         write_numbers("ba.txt", [[0.1], [1, -0.9]])
         write_numbers("eq.txt", [[1, -0.5, 0.1, 1, -0.3, 0.2], [0.9, 0, 0, 1, 0.4, 0.1]])
-
-    def shell(self, command, code=0):
-        """Runs a line of bash in which `jurn` is the tool; returns standard output and error."""
-        command = f"set -o pipefail; jurn() {{ {shlex.quote(TOOL)} \"$@\"; }}; {command}"
-        done = subprocess.run(["bash", "-c", command], capture_output=True, timeout=120)
-        self.assertEqual(done.returncode, code, (command, done.stderr))
-        return done.stdout, done.stderr.decode()
 
     def test_pipes_carry_the_bytes_of_files(self):
         self.run_tool("fir", MUSIC, "out.wav", "-c", "taps.txt")
@@ -300,11 +288,19 @@ class StreamTest(ToolTest):
             text = self.shell(f"jurn {command} --help")[0].decode()
             self.assertRegex(text, rf"Example:\n  jurn-filter {command} ")
             options = set(re.findall(r"^  (?:-\w,)?(--[a-z-]+)", text, re.M))
-            completed = self.shell(complete.format(f"average --then {command} -"))[0].decode()
-            self.assertLessEqual(options, set(completed.split()), command)
+            completed = set(self.shell(complete.format(f"{command} -"))[0].decode().split())
+            self.assertLessEqual(options, completed, command)
+            self.assertEqual("--then" in completed, "--block" in options, command)
+            if "--block" in options:
+                after = self.shell(complete.format(f"average --then {command} -"))[0].decode().split()
+                self.assertEqual({"--output-dir", "--raw", "--json", "--block", "--then"} & set(after),
+                                 {"--block", "--then"}, command)
             self.assertRegex(manual, rf"\.B {command}\n")
             if command not in ("response", "spectrogram"):
                 self.assertEqual([o for o in options if o not in manual], [], command)
+        after = self.shell(complete.format("average --then ''"))[0].decode().split()
+        self.assertIn("convolve", after)
+        self.assertEqual({"response", "level", "spectrogram", "export"} & set(after), set())
         self.assertEqual(self.shell(complete.format("fir --bits ''"))[0], b"16 24 float\n")
 
 

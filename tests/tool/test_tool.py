@@ -2,6 +2,7 @@
 
 import os
 import re
+import shlex
 import subprocess
 import tempfile
 import time
@@ -28,6 +29,11 @@ def read(path):
         path = wav
     rate, samples = wavfile.read(path)
     return rate, samples.reshape(len(samples), -1)
+
+
+def contents(path):
+    with open(path, "rb") as file:
+        return file.read()
 
 
 def to_int16(y):
@@ -57,6 +63,13 @@ class ToolTest(unittest.TestCase):
         errors = re.sub(r"jurn-filter: (warning|note): [^\n]+\n", "", done.stderr)
         self.assertEqual((done.returncode, errors), (0, ""), arguments)
         return done.stdout
+
+    def shell(self, command, code=0):
+        """Runs a line of bash in which `jurn` is the tool; returns standard output and error."""
+        command = f"set -o pipefail; jurn() {{ {shlex.quote(TOOL)} \"$@\"; }}; {command}"
+        done = subprocess.run(["bash", "-c", command], capture_output=True, timeout=120)
+        self.assertEqual(done.returncode, code, (command, done.stderr))
+        return done.stdout, done.stderr.decode()
 
     def run_filter(self, command, *arguments, source=SPEECH, output="out.wav"):
         self.run_tool(command, source, output, *arguments)

@@ -1,7 +1,9 @@
 // jurn-filter: filters recordings through the library. The subcommands are in commands/.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -73,6 +75,15 @@ int run_command(const std::vector<std::string>& arguments, CLI::App* app) {
   return 0;
 }
 
+/** What was printed has to arrive, too. Returns the exit code. */
+int finish_output(int code) {
+  if (std::fflush(stdout) == 0 && !std::ferror(stdout)) return code;
+  if (errno == EPIPE) return exit_code(kPipeClosed);
+  const std::string reason = errno ? std::strerror(errno) : "an earlier write failed";
+  return report_error(exit_code(kOutputError),
+                      "standard output: cannot be written (" + reason + ")");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -87,9 +98,9 @@ int main(int argc, char** argv) {
     open_standard_streams();
     catch_signals();
     try {
-      return run_command({argv + 1, argv + argc}, &app);
+      return finish_output(run_command({argv + 1, argv + argc}, &app));
     } catch (const CLI::ParseError& e) {
-      if (e.get_exit_code() == 0) return app.exit(e);  // --help
+      if (e.get_exit_code() == 0) return finish_output(app.exit(e));  // --help
       return report_error(exit_code(kUsageError), e.what());
     } catch (const Error& e) {
       return report_error(exit_code(e.kind), e.what());

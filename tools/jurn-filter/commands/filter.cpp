@@ -207,6 +207,13 @@ Chain chain_of(std::unique_ptr<Stage> stage) {
 
 int run_filters(const Files& files, const Filters& filters) {
   Job job = connect(filters);
+  if (std::count(job.also_read.begin(), job.also_read.end(), kStandardStream) +
+          std::count(files.names.begin(), files.names.begin() + (files.names.empty() ? 0 : 1),
+                     kStandardStream) >
+      1)
+    throw Error(kUsageError,
+                "standard input is either the recording or the coefficients of one "
+                "filter");
   job.raw = files.raw;
   job.format = files.format;
   job.bits = files.bits;

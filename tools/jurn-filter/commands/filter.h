@@ -19,7 +19,7 @@ struct Files {
   std::vector<std::string> names;  // IN and OUT, or any number of IN with a folder
   std::string output_dir;
   int jobs = 0;  // recordings at a time, 0 for one per core
-  RawFormat raw;
+  InputFormat raw;
   AudioFormat format;
   std::optional<SampleFormat> bits;
   bool dither = false;

@@ -19,7 +19,7 @@ struct Options {
   std::string input;
   std::string output;  // a CSV file; standard output when empty
   LevelOptions level;
-  RawFormat raw;
+  InputFormat raw;
   Manners manners;
 };
 

@@ -5,8 +5,8 @@
 namespace tool {
 namespace {
 
-RawFormat parse_raw(const std::string& text) {
-  RawFormat raw;
+InputFormat parse_raw(const std::string& text) {
+  InputFormat raw;
   int end = 0;
   if (std::sscanf(text.c_str(), "%d,%d%n", &raw.rate, &raw.channels, &end) != 2 ||
       text.c_str()[end] || raw.rate < 1 || raw.channels < 1 || raw.channels > kMaxChannels)
@@ -27,12 +27,18 @@ CLI::Validator between(double low, double high) {
   return CLI::Validator(check, "FLOAT in " + range);
 }
 
-void add_raw(CLI::App* command, RawFormat* raw) {
+void add_raw(CLI::App* command, InputFormat* raw) {
   command
       ->add_option_function<std::string>(
-          "--raw", [raw](const std::string& text) { *raw = parse_raw(text); },
+          "--raw",
+          [raw](const std::string& text) {
+            const bool partial = raw->partial;
+            *raw = parse_raw(text);
+            raw->partial = partial;
+          },
           "IN has little-endian int16 samples and no header; a result to standard output, too")
       ->type_name("RATE,CHANNELS");
+  command->add_flag("--partial", raw->partial, "Take what is there of an IN that was cut off");
 }
 
 void add_overwrite(CLI::App* command, bool* overwrite) {

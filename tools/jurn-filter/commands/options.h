@@ -20,7 +20,7 @@ void add_manners(CLI::App* command, Manners* manners);
 /** A number from `low` to `high`. CLI::Range takes what is no number, too. */
 CLI::Validator between(double low, double high);
 
-void add_raw(CLI::App* command, RawFormat* raw);
+void add_raw(CLI::App* command, InputFormat* raw);
 void add_gain_option(CLI::App* command, double* gain_db);
 
 /** A choice between named values. */

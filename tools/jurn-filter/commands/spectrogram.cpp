@@ -11,7 +11,7 @@ namespace {
 
 struct Options {
   std::vector<std::string> recordings;  // one, or before and after
-  RawFormat raw;                        // of the first
+  InputFormat raw;                      // of the first
   std::string picture, csv;             // either may be empty
   bool overwrite = false;
   SpectrogramView view;
@@ -23,7 +23,7 @@ void run_spectrogram(const Options& o) {
   std::vector<NamedSpectra> analyses;
   for (const std::string& path : o.recordings)
     analyses.push_back(
-        {analyse(path, analyses.empty() ? o.raw : RawFormat{}, o.view.window), short_name(path)});
+        {analyse(path, analyses.empty() ? o.raw : InputFormat{}, o.view.window), short_name(path)});
   if (!o.csv.empty()) write_file(o.csv, o.overwrite, tabulate(o.view, analyses));
   if (!o.picture.empty())
     draw(o.picture, o.overwrite, plot_spectrograms(picture_format(o.picture), o.view, analyses));

@@ -1,22 +1,26 @@
 # Completion of jurn-filter for bash. Subcommands and options come from the tool's own help.
 
 _jurn_filter() {
-  local tool=$1 current=$2 previous=$3 command= word words=
+  local tool=$1 current=$2 previous=$3 command= word words= help
+  local -a ask=("$1")
   COMPREPLY=()
   # The subcommand is the first word, and the first one after --then.
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     if [[ $word == --then ]]; then
       command=
+      # What the tool takes after another filter.
+      ask=("$tool" average IN OUT --length 1 --then)
     elif [[ -z $command ]]; then
       command=$word
     fi
   done
   if [[ -z $command ]]; then
-    words=$("$tool" --help 2>/dev/null | awk '/^Subcommands:/ { on = 1; next } !NF { on = 0 } on { print $1 }')
-    words+=" --help --version"
+    words=$("${ask[@]}" --help 2>/dev/null | awk '/^Subcommands:/ { on = 1; next } !NF { on = 0 } on { print $1 }')
+    [[ ${#ask[@]} -gt 1 ]] && words+=" --help" || words+=" --help --version"
   elif [[ $current == -* ]]; then
-    words=$("$tool" "$command" --help 2>/dev/null | grep -oE '^  (-[a-z],)?--[a-z-]+' | tr ', ' '\n\n')
-    words+=" --then"
+    help=$("${ask[@]}" "$command" --help 2>/dev/null)
+    words=$(grep -oE '^  (-[a-z],)?--[a-z-]+' <<<"$help" | tr ', ' '\n\n')
+    [[ $help == *"--block "* ]] && words+=" --then"  # it filters
   else
     case $previous in
       --bits) words="16 24 float" ;;

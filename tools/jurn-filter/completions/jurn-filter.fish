@@ -13,13 +13,23 @@ function __jurn_filter_command
     echo $command
 end
 
+# Prints the help for this place: after --then, what the tool takes after another filter.
+function __jurn_filter_help
+    if contains -- --then (commandline -opc)
+        jurn-filter average IN OUT --length 1 --then $argv --help 2>/dev/null
+    else
+        jurn-filter $argv --help 2>/dev/null
+    end
+end
+
 function __jurn_filter_options
-    jurn-filter (__jurn_filter_command) --help 2>/dev/null | string match -rg '^  (?:-[a-z],)?(--[a-z-]+)'
-    echo --then
+    set -l options (__jurn_filter_help (__jurn_filter_command) | string match -rg '^  (?:-[a-z],)?(--[a-z-]+)')
+    printf '%s\n' $options
+    contains -- --block $options; and echo --then # it filters
 end
 
 complete -c jurn-filter -n 'test -z "$(__jurn_filter_command)"' -f -a \
-    "(jurn-filter --help 2>/dev/null | string match -rg '^  ([a-z]+) ')"
+    "(__jurn_filter_help | string match -rg '^  ([a-z]+) ')"
 complete -c jurn-filter -n 'test -n "$(__jurn_filter_command)"; and string match -q -- "-*" (commandline -ct)' \
     -f -a '(__jurn_filter_options)'
 

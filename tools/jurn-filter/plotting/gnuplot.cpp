@@ -15,6 +15,7 @@
 
 #include "errors.h"
 #include "recordings/output_file.h"
+#include "recordings/pipe.h"
 #include "recordings/signals.h"
 #include "text.h"
 
@@ -83,6 +84,16 @@ bool is_complete(int picture) {
   return text.find("</svg>") != text.npos || text.find("IEND") != text.npos;
 }
 
+void send_file(int file, const OutputFile& output) {
+  lseek(file, 0, SEEK_SET);
+  PipeWriter writer(output.descriptor());
+  char buffer[65536];
+  ssize_t got;
+  while ((got = read(file, buffer, sizeof buffer)) > 0)
+    if (!writer.send(buffer, got)) fail_to_write(output.path(), writer.error(), "");
+  if (got < 0) fail_to_write(output.path(), errno, "");
+}
+
 }  // namespace
 
 Picture picture_format(const std::string& path) {
@@ -126,12 +137,16 @@ std::string set_terminal(Picture format, int width, int height) {
 void draw(const std::string& path, bool overwrite, const std::string& script) {
   OutputFile output(path.empty() ? kStandardStream : path, overwrite);
   std::fflush(stdout);
-  const std::string complaint = run_gnuplot(script, output.descriptor());
+  // gnuplot overlooks what cannot be written: a stream gets the finished picture.
+  Descriptor copy(output.is_stream() ? open_temporary_file() : -1);
+  const int drawn = output.is_stream() ? copy.get() : output.descriptor();
+  const std::string complaint = run_gnuplot(script, drawn);
   if (!complaint.empty())
     throw Error(kOutputError,
                 (path.empty() ? "the plot" : path) + ": gnuplot cannot draw it: " + complaint);
-  if (!output.is_stream() && !is_complete(output.descriptor()))
+  if (!path.empty() && !is_complete(drawn))
     throw Error(kOutputError, path + ": cannot be written, is the disk full?");
+  if (output.is_stream()) send_file(drawn, output);
   output.commit();
 }
 

@@ -50,7 +50,7 @@ std::string plot_spectrograms(Picture format, const SpectrogramView& view,
   if (view.top > 0.0) top = std::min(top, view.top);
 
   const int rows = static_cast<int>(analyses.size());
-  const int left = 95, right = 130, below = 60, above = 35, width = 1000;
+  const int left = 100, right = 145, below = 75, above = 35, width = 1000;
   const int height = rows * (above + 270 + below);
   const double w = width, h = height;
   std::string script = set_terminal(format, width, height);

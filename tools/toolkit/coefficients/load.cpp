@@ -1,5 +1,7 @@
 // Formats that need more than memory: .mat through libmatio, WAV through libsndfile.
+#include <fcntl.h>
 #include <matio.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -10,6 +12,7 @@
 
 #include "coefficients/parse.h"
 #include "recordings/audio_io.h"
+#include "recordings/signals.h"
 
 namespace tool {
 namespace {
@@ -21,13 +24,24 @@ constexpr std::size_t kMaxValues = 1000000;
 std::string read_file(const std::string& path) {
   std::error_code error;
   if (std::filesystem::is_directory(path, error)) fail(path, "is a directory");
-  std::ifstream file(path, std::ios::binary);
-  if (!file) fail(path, std::strerror(errno));
+  Descriptor file(path == kStandardStream ? STDIN_FILENO
+                                          : open(path.c_str(), O_RDONLY | O_CLOEXEC));
   std::string bytes;
   char buffer[65536];
-  while (bytes.size() <= kMaxBytes && (file.read(buffer, sizeof buffer) || file.gcount() > 0))
-    bytes.append(buffer, static_cast<std::size_t>(file.gcount()));
-  if (file.bad()) fail(path, "cannot be read");
+  ssize_t got = file.get() < 0 ? -1 : 1;
+  while (got > 0 && bytes.size() <= kMaxBytes) {
+    got = ::read(file.get(), buffer, sizeof buffer);
+    if (got > 0) bytes.append(buffer, static_cast<std::size_t>(got));
+  }
+  const int reason = errno;
+  check_interrupted();
+  if (got < 0) fail(path, std::strerror(reason));
+  return bytes;
+}
+
+/** Standard input, which can be read but once. */
+const std::string& read_standard_input() {
+  static const std::string bytes = read_file(kStandardStream);
   return bytes;
 }
 
@@ -157,13 +171,17 @@ std::vector<Array> read_mat(const std::string& path) {
   return arrays;
 }
 
-FilterDesign load_design(const std::string& path, const ReadOptions& options) {
+FilterDesign load_design(const std::string& given, const ReadOptions& options) {
   Format format = options.format;
+  const bool piped = given == kStandardStream;
+  const std::string path = piped ? "standard input" : given;
   std::string bytes;
   if (format != Format::kAudio && format != Format::kMatlab) {
-    bytes = read_file(path);
+    bytes = piped ? read_standard_input() : read_file(path);
     if (format == Format::kByContent) format = recognise(path, from_utf16(bytes));
   }
+  if (piped && (format == Format::kAudio || format == Format::kMatlab))
+    fail(path, "coefficients of audio and .mat files come from files only");
   FilterDesign design{options.wanted, {}, {}};
   if (format == Format::kAudio) {
     if (options.wanted != FilterDesign::kFir) fail(path, "is audio; its samples are taps of fir");

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "recordings/dither.h"
@@ -22,16 +23,20 @@ enum class SampleFormat { kInt16, kInt24, kFloat };
 /** Of a recording: what libsndfile reads. */
 constexpr int kMaxChannels = 1024;
 
-/** Little-endian int16 samples without a header; a rate of 0 for any other file. */
-struct RawFormat {
-  int rate = 0;
+/** How a recording is read. */
+struct InputFormat {
+  int rate = 0;  // of little-endian int16 samples without a header; 0 for any other file
   int channels = 0;
+  bool partial = false;  // takes what is there of a file that was cut off
 };
 
 /** Rounds to the nearest int16, after adding dither if there is any, and saturates; counts the
  * samples that did not fit. */
 void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clipped,
               Dither* dither = nullptr);
+
+/** Title, artist and so on, by the numbers of libsndfile. */
+using Tags = std::vector<std::pair<int, std::string>>;
 
 struct CloseSndfile {
   void operator()(SNDFILE* file) const { sf_close(file); }
@@ -41,7 +46,7 @@ using SndfileHandle = std::unique_ptr<SNDFILE, CloseSndfile>;
 /** A recording, read block by block. */
 class AudioReader {
  public:
-  AudioReader(const std::string& path, int max_channels, RawFormat raw = {});
+  AudioReader(const std::string& path, int max_channels, InputFormat format = {});
 
   int channels() const { return info_.channels; }
   int rate() const { return info_.samplerate; }
@@ -56,6 +61,8 @@ class AudioReader {
   /** Reads up to `frames` interleaved frames; fewer only at the end, where it returns 0. */
   std::size_t read(float* out, std::size_t frames);
 
+  Tags tags() const;
+
   /** Samples of float files that were no finite numbers and were read as silence. */
   std::int64_t not_finite() const { return not_finite_; }
 
@@ -63,6 +70,7 @@ class AudioReader {
   void check_received() const;
 
   std::string path_;
+  bool partial_;
   SF_INFO info_{};
   Descriptor descriptor_;
   std::unique_ptr<PipeReader> pipe_;
@@ -90,6 +98,11 @@ class AudioWriter {
   /** Rounds and saturates explicitly: libsndfile would wrap. */
   void write(const float* in, std::size_t frames);
   void commit();
+
+  /** Throws when the format cannot count so many frames. */
+  void expect(std::int64_t frames) const;
+  /** Takes the tags over as far as the format has them. Before the first write. */
+  void set_tags(const Tags& tags);
 
   /** Samples that did not fit the file's sample format. */
   std::int64_t clipped() const { return clipped_; }

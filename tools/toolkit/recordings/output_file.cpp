@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
@@ -17,10 +19,51 @@ namespace tool {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+std::atomic<unsigned> count_of_files{0};
+
+[[noreturn]] void refuse_existing(const std::string& path) {
+  throw Error(kOutputError, path + ": exists and is kept; --overwrite replaces it");
+}
+
+/** The file behind symbolic links, which stay what they are; it need not exist. */
+fs::path follow_links(const std::string& path) {
+  constexpr int kMostLinks = 40;
+  fs::path target = fs::absolute(path);
+  std::error_code error;
+  for (int i = 0; i < kMostLinks && fs::is_symlink(target, error); ++i)
+    target = target.parent_path() / fs::read_symlink(target);
+  return target;
+}
+
+/** Like rename, in one step also where it keeps a file that is there already. */
+int move_file(const std::string& from, const std::string& to, bool keep_others) {
+  if (!keep_others) return std::rename(from.c_str(), to.c_str());
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return -1;  // of the file systems that cannot
+  if (link(from.c_str(), to.c_str()) == 0) return unlink(from.c_str());
+  return errno == EEXIST ? -1 : std::rename(from.c_str(), to.c_str());
+}
+
+}  // namespace
+
 void open_standard_streams() {
   for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
     if (fcntl(number, F_GETFD) < 0)
       (void)open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
+int open_temporary_file() {
+  const char* const folder = std::getenv("TMPDIR");
+  std::string name =
+      (fs::path(folder && *folder ? folder : "/tmp") / "jurn-filter.XXXXXX").string();
+  const int descriptor = mkostemp(name.data(), O_CLOEXEC);
+  if (descriptor < 0)
+    throw Error(kInputError, name + ": no temporary file can be made (" + std::strerror(errno) +
+                                 "); TMPDIR names another folder");
+  unlink(name.c_str());
+  return descriptor;
 }
 
 void Descriptor::reset(int number) {
@@ -49,25 +92,25 @@ OutputFile::OutputFile(const std::string& path, bool overwrite) : path_(path) {
   if (exists && S_ISDIR(named.st_mode)) throw Error(kOutputError, path + ": is a directory");
   if (exists && !S_ISREG(named.st_mode)) {
     descriptor_.reset(open(path.c_str(), O_WRONLY | O_CLOEXEC));
-    if (descriptor_.get() < 0)
-      throw Error(kOutputError, path + ": cannot be written (" + std::strerror(errno) + ")");
+    if (descriptor_.get() < 0) fail_to_write(path, errno, "");
     return;
   }
-  if (exists && !overwrite)
-    throw Error(kOutputError, path + ": exists and is kept; --overwrite replaces it");
-  // The file behind a symbolic link is replaced, not the link.
-  const fs::path target = exists ? fs::canonical(path) : fs::absolute(path);
+  if (exists && !overwrite) refuse_existing(path);
+  const fs::path target = follow_links(path);
   const fs::path folder = target.parent_path();
   std::error_code error;
   if (!fs::is_directory(folder, error))
     throw Error(kOutputError, path + ": there is no folder " + folder.string());
   target_ = target.string();
-  const std::string temporary =
-      (folder / ("." + target.filename().string() + "." + std::to_string(getpid()) + ".part"))
-          .string();
-  descriptor_.reset(open(temporary.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666));
-  if (descriptor_.get() < 0)
-    throw Error(kOutputError, path + ": cannot be written (" + std::strerror(errno) + ")");
+  keep_others_ = !overwrite;
+  // A name of its own, as long as the file system's limit may be that of the result.
+  const std::string begin = (folder / (".jurn-filter." + std::to_string(getpid()) + ".")).string();
+  std::string temporary;
+  do {
+    temporary = begin + std::to_string(++count_of_files) + ".part";
+    descriptor_.reset(open(temporary.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666));
+  } while (descriptor_.get() < 0 && errno == EEXIST);
+  if (descriptor_.get() < 0) fail_to_write(path, errno, "");
   temporary_ = temporary;
 }
 
@@ -76,9 +119,10 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::commit() {
-  if (!descriptor_.close() ||
-      (!is_stream() && std::rename(temporary_.c_str(), target_.c_str()) != 0))
+  if (!descriptor_.close() || (!is_stream() && move_file(temporary_, target_, keep_others_) != 0)) {
+    if (errno == EEXIST) refuse_existing(path_);  // another program's, meanwhile
     throw Error(kOutputError, path_ + ": cannot be written (" + std::strerror(errno) + ")");
+  }
   temporary_.clear();
 }
 

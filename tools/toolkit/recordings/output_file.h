@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tool {
@@ -20,11 +21,15 @@ class Descriptor {
 
   void reset(int number);
   int get() const { return number_; }
+  void swap(Descriptor& other) { std::swap(number_, other.number_); }
   bool close();
 
  private:
   int number_;
 };
+
+/** A new file without a name, which ends with its descriptor. */
+int open_temporary_file();
 
 /** Takes the numbers of standard streams that the caller has closed, so that no file gets them;
  * to use them remains an error. */
@@ -53,6 +58,7 @@ class OutputFile {
   std::string target_;
   std::string temporary_;
   bool standard_output_ = false;
+  bool keep_others_ = false;  // even those that come while this one is written
   Descriptor descriptor_;
 };
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "errors.h"
 #include "recordings/signals.h"
 
 namespace tool {
@@ -51,6 +52,25 @@ SNDFILE* PipeReader::open(SF_INFO* info) {
   };
   io.tell = [](void* user) { return static_cast<PipeReader*>(user)->position_; };
   return sf_open_virtual(&io, SFM_READ, info, this);
+}
+
+bool PipeReader::reads_in_one_pass() {
+  if (!fill_head(4)) return true;
+  const std::string magic = head_.substr(0, 4);
+  return magic == "RIFF" || magic == "RF64" || magic == ".snd" || magic == "fLaC";
+}
+
+void PipeReader::copy_to(int file) {
+  PipeWriter copy(file);
+  char buffer[65536];
+  sf_count_t got;
+  while ((got = read(buffer, sizeof buffer)) > 0)
+    if (!copy.send(buffer, got)) {
+      check_interrupted();
+      throw Error(kInputError, std::string("a temporary file cannot be written (") +
+                                   std::strerror(copy.error()) + ")");
+    }
+  lseek(file, 0, SEEK_SET);
 }
 
 /** Returns 0 at the end, after an error, and when a signal has come. */

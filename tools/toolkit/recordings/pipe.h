@@ -16,6 +16,11 @@ class PipeReader {
    * have no header. */
   PipeReader(int descriptor, bool raw);
 
+  /** Whether libsndfile reads this kind of file from front to back. Others have to be files. */
+  bool reads_in_one_pass();
+  /** Copies the whole stream to a file. */
+  void copy_to(int file);
+
   SNDFILE* open(SF_INFO* info);
 
   /** The errno of a failed read, or 0. */

@@ -3,7 +3,8 @@
 
 namespace tool {
 
-/** From then on SIGINT, SIGTERM and SIGHUP make check_interrupted throw, and a closed pipe or a
+/** From then on SIGINT, SIGTERM and SIGHUP make check_interrupted throw, a second one ends the
+ * program where it is, and a closed pipe or a
  * file-size limit fails the write instead of killing the program. */
 void catch_signals();
 

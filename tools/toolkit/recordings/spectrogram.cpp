@@ -89,7 +89,7 @@ void Spectrogram::halve() {
   hop_ = std::min(2 * hop_, size_ / 2);
 }
 
-RecordingSpectra analyse(const std::string& path, RawFormat raw, int window) {
+RecordingSpectra analyse(const std::string& path, InputFormat raw, int window) {
   AudioReader reader(path, 2, raw);
   RecordingSpectra a{reader.rate(), 0.0, Spectrogram(reader.channels(), window)};
   std::vector<float> samples(1024 * static_cast<std::size_t>(reader.channels()));

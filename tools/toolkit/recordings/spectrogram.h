@@ -54,6 +54,6 @@ struct RecordingSpectra {
   double seconds;
   Spectrogram spectra;
 };
-RecordingSpectra analyse(const std::string& path, RawFormat raw, int window);
+RecordingSpectra analyse(const std::string& path, InputFormat raw, int window);
 
 }  // namespace tool

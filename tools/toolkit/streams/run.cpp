@@ -138,6 +138,10 @@ Summary run(const Job& job) {
     const AudioFormat format = choose_format(job, reader.samples(), chain, &summary);
     AudioWriter writer(job.output, summary.channels, summary.rate, format, job.overwrite);
     unlock(job);
+    std::int64_t added = 0;
+    for (const std::unique_ptr<Stage>& stage : chain) added += stage->added();
+    if (reader.frames()) writer.expect(reader.frames() + added);
+    writer.set_tags(reader.tags());
     if (writer.samples() == SampleFormat::kInt16 && !job.bits && summary.narrowed.empty() &&
         reader.samples() != SampleFormat::kInt16)
       summary.narrowed = "this kind of file holds 16 bits, the recording has more";

@@ -36,7 +36,7 @@ struct Progress {
 struct Job {
   std::string input;
   std::string output;
-  RawFormat raw;  // of the input
+  InputFormat raw;  // of the input
   AudioFormat format;
   std::optional<SampleFormat> bits;     // of the result; by default those of the recording
   std::optional<std::uint32_t> dither;  // the seed, where samples are rounded to 16 bits

@@ -95,39 +95,6 @@ int sample_bytes(SampleFormat format) {
   return format == SampleFormat::kInt16 ? 2 : format == SampleFormat::kInt24 ? 3 : 4;
 }
 
-/** Explains why a file cannot be read, as far as the file system knows. */
-void check_readable(const std::string& path) {
-  std::error_code error;
-  const fs::file_status status = fs::status(path, error);
-  if (!fs::exists(status)) throw Error(kInputError, path + ": no such file");
-  if (fs::is_directory(status)) throw Error(kInputError, path + ": is a directory");
-  if (access(path.c_str(), R_OK) != 0) throw Error(kInputError, path + ": " + std::strerror(errno));
-  if (fs::is_regular_file(status) && fs::file_size(path, error) == 0)
-    throw Error(kInputError, path + ": the file is empty");
-}
-
-/** What the file is by its first bytes; empty for a pipe. */
-std::string kind_of(int descriptor) {
-  char bytes[512];
-  const ssize_t got = pread(descriptor, bytes, sizeof bytes, 0);
-  return std::string(kind_of_file({bytes, static_cast<std::size_t>(std::max<ssize_t>(got, 0))}));
-}
-
-/** Throws when the header of a WAV or AIFF file counts more bytes than the file has: libsndfile
- * would read what is left of the recording and keep quiet. Some programs miscount by a header. */
-void check_complete(const std::string& path, int descriptor, std::int64_t bytes) {
-  unsigned char head[8];
-  if (pread(descriptor, head, sizeof head, 0) != sizeof head) return;
-  const bool wav = std::memcmp(head, "RIFF", 4) == 0;
-  if (!wav && std::memcmp(head, "FORM", 4) != 0) return;
-  std::uint32_t length = 0;
-  for (int i = 0; i < 4; ++i) length = length << 8 | head[wav ? 7 - i : 4 + i];
-  if (is_unknown(length) || length <= bytes + 16) return;
-  throw Error(kInputError, path + ": was cut off (its header counts " +
-                               std::to_string(std::int64_t{length} + 8) + " bytes, the file has " +
-                               std::to_string(bytes) + ")");
-}
-
 }  // namespace
 
 void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clipped,
@@ -144,86 +111,6 @@ void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clip
     out[i] = static_cast<short>(std::lrint(std::min(std::max(in[i], -32768.0f), 32767.0f)));
   }
   *clipped += beyond;
-}
-
-AudioReader::AudioReader(const std::string& path, int max_channels, RawFormat raw) : path_(path) {
-  if (path == kStandardStream) {
-    path_ = "standard input";
-    if (isatty(STDIN_FILENO))
-      throw Error(kUsageError, "standard input is a terminal; '-' takes a pipe or a file");
-    descriptor_.reset(STDIN_FILENO);
-  } else {
-    check_readable(path);
-    descriptor_.reset(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  }
-  struct stat status {};
-  if (fstat(descriptor_.get(), &status) != 0)
-    throw Error(kInputError, path_ + ": " + std::strerror(errno));
-  const std::string kind = kind_of(descriptor_.get());  // libsndfile closes what it cannot read
-  if (raw.rate) {
-    info_.samplerate = raw.rate;
-    info_.channels = raw.channels;
-    info_.format = SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE;
-  }
-  if (S_ISREG(status.st_mode)) {
-    if (!raw.rate) check_complete(path_, descriptor_.get(), status.st_size);
-    repeatable_ = path != kStandardStream;
-    file_.reset(sf_open_fd(descriptor_.get(), SFM_READ, &info_, SF_FALSE));
-  } else {
-    pipe_ = std::make_unique<PipeReader>(descriptor_.get(), raw.rate != 0);
-    file_.reset(pipe_->open(&info_));
-  }
-  check_received();
-  if (!file_) {
-    throw Error(kInputError, path_ + ": " + (kind.empty() ? "" : "is " + kind + ", ") +
-                                 "no audio file that can be read (" + sf_strerror(nullptr) +
-                                 "); samples without a header take --raw RATE,CHANNELS");
-  }
-  if (info_.channels > max_channels)
-    throw Error(kInputError, path_ + ": has " + std::to_string(info_.channels) +
-                                 " channels; at most " + std::to_string(max_channels) +
-                                 " are supported");
-}
-
-void AudioReader::check_received() const {
-  check_interrupted();
-  if (pipe_ && pipe_->error())
-    throw Error(kInputError, path_ + ": cannot be read (" + std::strerror(pipe_->error()) + ")");
-}
-
-SampleFormat AudioReader::samples() const {
-  switch (info_.format & SF_FORMAT_SUBMASK) {
-    case SF_FORMAT_PCM_24:
-    case SF_FORMAT_ALAC_20:
-    case SF_FORMAT_ALAC_24:
-      return SampleFormat::kInt24;
-    case SF_FORMAT_PCM_32:
-    case SF_FORMAT_ALAC_32:
-    case SF_FORMAT_FLOAT:
-    case SF_FORMAT_DOUBLE:
-      return SampleFormat::kFloat;
-    default:
-      return SampleFormat::kInt16;
-  }
-}
-
-std::size_t AudioReader::read(float* out, std::size_t frames) {
-  const sf_count_t got = sf_readf_float(file_.get(), out, static_cast<sf_count_t>(frames));
-  check_received();
-  if (got == 0 && frames_read_ == 0) throw Error(kInputError, path_ + ": holds no samples");
-  if (got < static_cast<sf_count_t>(frames) && sf_error(file_.get()) != SF_ERR_NO_ERROR)
-    throw Error(kInputError, path_ + ": damaged after " + std::to_string(frames_read_ + got) +
-                                 " frames (" + sf_strerror(file_.get()) + ")");
-  const std::size_t count = static_cast<std::size_t>(got) * static_cast<std::size_t>(channels());
-  for (std::size_t i = 0; i < count; ++i) {
-    out[i] *= kFullScale;
-    if (!std::isfinite(out[i])) {
-      out[i] = 0.0f;
-      ++not_finite_;
-    }
-  }
-  frames_read_ += got;
-  return static_cast<std::size_t>(got);
 }
 
 AudioWriter::AudioWriter(const std::string& path, int channels, int rate, const AudioFormat& format,
@@ -283,14 +170,22 @@ void AudioWriter::fail(const std::string& reason) const {
   fail_to_write(output_.path(), pipe_ ? pipe_->error() : 0, reason);
 }
 
+void AudioWriter::expect(std::int64_t frames) const {
+  if (frames > most_frames_)
+    throw Error(kOutputError, output_.path() +
+                                  ": is longer than the 4 GiB that this format can "
+                                  "count; use w64, rf64, caf or flac");
+}
+
+void AudioWriter::set_tags(const Tags& tags) {
+  for (const auto& [number, text] : tags) sf_set_string(file_.get(), number, text.c_str());
+}
+
 void AudioWriter::write(const float* in, std::size_t frames) {
   const std::size_t count = frames * static_cast<std::size_t>(info_.channels);
   const sf_count_t length = static_cast<sf_count_t>(frames);
   frames_ += length;
-  if (frames_ > most_frames_)
-    throw Error(kOutputError, output_.path() +
-                                  ": is longer than the 4 GiB that this format can "
-                                  "count; use w64, rf64, caf or flac");
+  expect(frames_);
   sf_count_t written = 0;
   switch (format_) {
     case SampleFormat::kInt16:

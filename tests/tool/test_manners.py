@@ -1,0 +1,170 @@
+"""How jurn-filter treats what it is given: cut recordings, pipes, links, tags, full disks."""
+
+import os
+import re
+import signal
+import struct
+import subprocess
+import time
+import unittest
+
+import numpy as np
+from scipy.io import wavfile
+
+from test_tool import MUSIC, SPEECH, TOOL, ToolTest, contents, read, write_numbers
+
+
+class MannersTest(ToolTest):
+    def setUp(self):
+        super().setUp()
+        write_numbers("taps.txt", [[0.5, 0.25, 0.125]])
+
+    def test_cut_recordings(self):
+        """Refused with a number from files and pipes; an option takes what is there."""
+        wavfile.write("in.wav", 8000, np.random.default_rng(1).integers(-9999, 9999, 8000, np.int16))
+        whole = contents("in.wav")
+        subprocess.run(["sox", "in.wav", "in.au"], check=True)
+        subprocess.run(["sox", "in.wav", "in.flac"], check=True)
+        long_data = bytearray(whole)
+        long_data[40:44] = struct.pack("<I", 20000)  # beyond the file, whose own length is right
+        cuts = {"data.wav": bytes(long_data), "cut.wav": whole[:9044], "cut.au": contents("in.au")[:9000],
+                "cut.flac": contents("in.flac")[:-2000]}
+        for name, cut in cuts.items():
+            with open(name, "wb") as file:
+                file.write(cut)
+            for source in (f"jurn average {name}", f"cat {name} | jurn average -"):
+                _, errors = self.shell(f"{source} out.wav --length 1", 3)
+                self.assertIn("--partial", errors)
+                self.assertFalse(os.path.exists("out.wav"))
+                self.shell(f"{source} out.wav --length 1 --partial --overwrite")
+                got = read("out.wav")[1]
+                self.assertGreater(len(got), 500, source)
+                np.testing.assert_array_equal(got, read("in.wav")[1][:len(got)])
+                os.remove("out.wav")
+
+    def test_lengths_of_zero(self):
+        wavfile.write("in.wav", 8000, np.arange(-4000, 4000, dtype=np.int16))
+        whole = bytearray(contents("in.wav"))
+        whole[40:44] = bytes(4)
+        for riff in (whole[4:8], bytes(4)):
+            whole[4:8] = riff
+            with open("zero.wav", "wb") as file:
+                file.write(whole)
+            self.run_tool("average", "zero.wav", "out.wav", "--length", "1")
+            np.testing.assert_array_equal(read("out.wav")[1], read("in.wav")[1])
+        # Really empty, with another chunk behind.
+        with open("empty.wav", "wb") as file:
+            file.write(b"RIFF" + struct.pack("<I", 56) + whole[8:44] + b"LIST" + struct.pack("<I", 12) +
+                       b"INFOISFT\0\0\0\0")
+        self.assert_fails(["average", "empty.wav", "out2.wav", "--length", "1"], "no samples")
+
+    def test_mp3_in_a_pipe_has_its_length_and_leaves_no_file(self):
+        self.run_tool("average", MUSIC, "in.mp3", "--length", "1")
+        os.mkdir("spool")
+        _, report = self.shell("cat in.mp3 | TMPDIR=spool jurn average - out.wav --length 1 --json"
+                               " && ls spool >&2")
+        self.assertEqual(report, "")
+        self.run_tool("average", "in.mp3", "file.wav", "--length", "1")
+        self.assertEqual(contents("out.wav"), contents("file.wav"))
+        _, errors = self.shell("cat in.mp3 | TMPDIR=none jurn average - out2.wav --length 1", 3)
+        self.assertIn("TMPDIR", errors)
+
+    def test_interruptions(self):
+        os.mkfifo("fifo.wav")
+        for arguments in (["fifo.wav", "out.wav"], [SPEECH, "fifo.wav"]):
+            with subprocess.Popen([TOOL, "average", *arguments, "--length", "3"],
+                                  stderr=subprocess.PIPE) as running:
+                time.sleep(0.3)
+                running.send_signal(signal.SIGINT)
+                self.assertEqual((running.wait(10), running.stderr.read()),
+                                 (130, b"jurn-filter: interrupted\n"))
+        # A second one ends what does not look: here the wait for a picture.
+        with open("gnuplot", "w", encoding="ascii") as file:
+            file.write("#!/bin/sh\nexec sleep 20\n")
+        os.chmod("gnuplot", 0o755)
+        with subprocess.Popen([TOOL, "response", "--average", "3"], stdin=subprocess.DEVNULL,
+                              env={**os.environ, "PATH": os.getcwd() + ":/bin:/usr/bin"}) as running:
+            time.sleep(0.5)
+            for _ in range(2):
+                self.assertIsNone(running.poll())
+                running.send_signal(signal.SIGTERM)
+                time.sleep(0.5)
+            self.assertEqual(running.wait(5), 130)
+
+    def test_links_names_and_others(self):
+        os.symlink("behind.wav", "link.wav")
+        os.symlink(os.path.abspath("link.wav"), "chain.wav")
+        self.run_tool("average", SPEECH, "chain.wav", "--length", "1")
+        self.assertTrue(os.path.islink("chain.wav") and os.path.islink("link.wav"))
+        self.assertTrue(os.path.isfile("behind.wav") and not os.path.islink("behind.wav"))
+        self.run_tool("average", SPEECH, "n" * 251 + ".wav", "--length", "1")
+        before = os.listdir()
+        both = [subprocess.Popen([TOOL, "average", "-", "new.wav", "--raw", "8000,1", "--length", str(n),
+                                  "-q"], stdin=subprocess.PIPE, stderr=subprocess.PIPE) for n in (1, 2)]
+        for _ in range(500):
+            if len(os.listdir()) == len(before) + 2:
+                break
+            time.sleep(0.01)
+        ends = [running.communicate(b"ab" * 5000, timeout=60) for running in both]
+        self.assertEqual(sorted(running.returncode for running in both), [0, 4])
+        self.assertIn(b"--overwrite", ends[0][1] + ends[1][1])
+        self.assertEqual(sorted(os.listdir()), sorted(before + ["new.wav"]))
+
+    def test_what_is_too_long_fails_at_once(self):
+        with open("long.raw", "wb") as file:
+            file.truncate(3 << 30)
+        started = time.monotonic()
+        self.assert_fails(["average", "long.raw", "out.wav", "--raw", "48000,1", "--length", "1", "--bits",
+                           "float"], "out.wav", "4 GiB", code=4)
+        self.assertLess(time.monotonic() - started, 5)
+
+    def test_full_disk_under_printed_text(self):
+        for command in ("--help", "--version", "fir --help", f"average {SPEECH} out.wav --length 1",
+                        "response --average 5", f"level {SPEECH}"):
+            _, errors = self.shell(f"jurn {command} > /dev/full", 4)
+            self.assertRegex(errors, r"\Ajurn-filter: [^\n]+\n\Z", command)
+
+    def test_tags_are_kept(self):
+        subprocess.run(["sox", MUSIC, "--comment", "", "--add-comment", "TITLE=A title", "--add-comment",
+                        "ARTIST=Somebody", "in.flac"], check=True)
+        for name in ("out.flac", "out.ogg", "out.wav", "out.aiff"):
+            self.run_tool("average", "in.flac", name, "--length", "1")
+            self.run_tool("average", name, "back.flac", "--length", "1")
+            info = subprocess.run(["soxi", "-a", "back.flac"], capture_output=True, text=True,
+                                  check=True).stdout.lower()
+            self.assertIn("title=a title", info, name)
+            self.assertIn("artist=somebody", info, name)
+
+    def test_coefficients_from_a_pipe(self):
+        self.run_tool("fir", SPEECH, "file.wav", "-c", "taps.txt")
+        self.shell(f"cat taps.txt | jurn fir {SPEECH} out.wav -c -")
+        self.assertEqual(contents("out.wav"), contents("file.wav"))
+        _, errors = self.shell("cat taps.txt | jurn fir - out2.wav -c -", 2)
+        self.assertIn("standard input", errors)
+
+    def test_pictures_hold_their_text(self):
+        self.run_tool("spectrogram", SPEECH, SPEECH, "--picture", "both.svg")
+        text = contents("both.svg").decode()
+        width, height = map(float, re.search(r'viewBox="0 0 (\S+) (\S+)"', text).groups())
+        places = re.findall(r"translate\(([-\d.]+),([-\d.]+)\)", text)
+        self.assertGreater(len(places), 20)
+        for x, y in places:
+            self.assertTrue(8 < float(x) < width - 4 and 8 < float(y) < height - 4, (x, y))
+
+    def test_no_range_takes_what_is_no_number(self):
+        """Every option with a numeric range, of every subcommand, as the help tells of them."""
+        overview = self.shell("jurn --help")[0].decode()
+        tried = 0
+        for command in re.findall(r"^  ([a-z]+) ", overview.split("Subcommands:")[1], re.M):
+            text = self.shell(f"jurn {command} --help")[0].decode()
+            for option in re.findall(r"^  (?:-\w,)?(--[a-z-]+) (?:FLOAT|INT|UINT|N\b)", text, re.M):
+                for value in ("nan", "1e30", "-1e30", "inf"):
+                    done = subprocess.run([TOOL, command, option, value], capture_output=True, text=True)
+                    self.assertEqual(done.returncode, 2, (command, option, value))
+                    self.assertRegex(done.stderr, rf"{option}|{value}", (command, option, value))
+                    tried += 1
+        self.assertGreater(tried, 80)
+
+
+if __name__ == "__main__":
+    unittest.main()
