@@ -76,3 +76,11 @@ void plain_product(float* __restrict x, const float* __restrict h, int bins, flo
     x[k + 1] = scale * im;
   }
 }
+
+void plain_products(const float* __restrict x, const float* __restrict h, int bins,
+                    float* __restrict sum) {
+  for (int k = 0; k < 2 * bins; k += 2) {
+    sum[k] += x[k] * h[k] - x[k + 1] * h[k + 1];
+    sum[k + 1] += x[k] * h[k + 1] + x[k + 1] * h[k];
+  }
+}

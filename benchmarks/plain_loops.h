@@ -17,5 +17,7 @@ void plain_mean(short* output, const short* input, int frames, short* ring, int 
 
 /** Spectra as pairs: x becomes x h scale. */
 void plain_product(float* x, const float* h, int bins, float scale);
+/** The same added to a sum: sum += x h. */
+void plain_products(const float* x, const float* h, int bins, float* sum);
 
 #endif

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Turns the figures of jurn_benchmarks into docs/performance.md and its plots.
+"""Turns the figures of jurn_benchmarks into docs/performance.md, its plots, and the table of targets
+in CONTRIBUTING.md.
 
 usage: report.py FIGURES.json DOCS_FOLDER [COMMIT_BEFORE]
 
@@ -14,11 +15,14 @@ import sys
 import tempfile
 
 MARKER = "<!-- Written by hand from here on; scripts/benchmark keeps it. -->"
+TARGETS = "<!-- Targets, written by scripts/benchmark. -->"
+END_OF_TARGETS = "<!-- End of the targets. -->"
 FFT_LENGTHS = [2**k for k in range(6, 15)]
 FIR_TAPS = [32, 128, 512, 2048, 32767]
 LONG_TAPS = [512, 2048, 8192]
 FFT_KINDS = ["-2 stereo", "-2 mono", "-7 stereo", "-5 mono", "-4 stereo"]
 CASCADE = [1, 4, 8, 16]
+ROOMS = ["8192/64", "8192/256", "96000 true stereo/256"]
 
 
 class Figures:
@@ -121,6 +125,19 @@ def targets(f, instruction_set, before):
         t.add(f"JURNiir, order {order}: stereo / mono",
               f(f"iir/{order}", "stereo") / f(f"iir/{order}", "mono"), 1.3)
 
+    t.section("Convolution without latency, stereo, int16 in and out / zita-convolver, floats")
+    for room, limit in zip(ROOMS, [0.35, 0.4, 0.4]):
+        name = "{} taps, {} frames".format(*room.split("/"))
+        t.add(name, ratio(f(f"room/{room}", "jurn"), f(f"room/{room}", "zita")), limit)
+    t.add("96000 taps true stereo / 8192 taps, 256 frames",
+          f(f"room/{ROOMS[2]}", "jurn") / f(f"room/{ROOMS[1]}", "jurn"), 3)
+    for room in ROOMS[1:]:
+        g = f"room dearest/{room}"
+        zita = f(f"{g}/zita", "dearest") if f"{g}/zita" in f.groups else None
+        name = "{} taps, {} frames".format(*room.split("/"))
+        t.add(f"{name}: dearest call / zita's", ratio(f(f"{g}/jurn", "dearest"), zita), 0.5)
+        t.add(f"{name}: dearest call / mean", f(f"{g}/jurn", "dearest") / f(f"{g}/jurn", "mean"), 2)
+
     t.section("Moving mean / plain loop with a remainder per sample")
     for count in [32, 100, 256]:
         g = f"mean/{count}"
@@ -198,6 +215,13 @@ def costs(f):
     lines += table(["Taps", "JURN", "zita-convolver"],
                    [[n] + [number(f.copies(f"long/{n}", s)) for s in ("jurn", "zita")]
                     for n in LONG_TAPS])
+    lines += ["", "### Convolution without latency, ns per sample and channel", "",
+              "The uniform convolution is a plain one of FFTW's transforms and a loop for the products.",
+              ""]
+    lines += table(["Taps", "Frames", "JURN", "zita-convolver", "uniform"],
+                   [r.split("/") + [number(f(f"room/{r}", s)) for s in ("jurn", "zita", "uniform")]
+                    for r in ROOMS + sorted((g[5:] for g in f.all("room/") if g[5:] not in ROOMS),
+                                            key=lambda r: int(r.split("/")[0]))])
     lines += ["", "### Time-domain FIR, ns per sample", "",
               "`MORVAX_Qfirf` sums in double; liquid-dsp and the loop belong to `JURNfir`'s float.", ""]
     lines += table(["Taps", "JURNfir, block 480", "block 64", "compiler's loop", "liquid-dsp",
@@ -269,6 +293,16 @@ def dearest(f):
     return table(["Kind", "Taps", "Mean, µs", "Dearest, µs", "Dearest / mean"], rows)
 
 
+def dearest_rooms(f):
+    rows = []
+    for g in f.all("room dearest/"):
+        _, room, frames, side = g.split("/")
+        most, mean = f(g, "dearest"), f(g, "mean")
+        rows.append([{"jurn": "JURN", "zita": "zita-convolver"}[side], room, number(mean / 1000),
+                     number(most / 1000), number(most / mean, 1)])
+    return table(["", "Taps", "Mean, µs", "Dearest, µs", "Dearest / mean"], rows)
+
+
 def crossover(points):
     """Taps from which the FFT kind is cheaper, between two measured counts, in logarithms."""
     for (n0, t0, f0), (n1, t1, f1) in zip(points, points[1:]):
@@ -300,6 +334,32 @@ EOD
      $cost using 1:3 with linespoints lw 2 pt 5 ps 0.5 title 'FFT, kind -2'
 """
     subprocess.run(["gnuplot"], input=script, text=True, check=True)
+
+
+def plot_rooms(f, points, path):
+    """Cost of stereo convolution against taps; `points` are of the other kinds, mono."""
+    taps = sorted({int(g[5:].split("/")[0].split()[0]) for g in f.all("room/")
+                   if g.endswith("/256")} - {96000})
+    rows = [[n] + [f(f"room/{n}/256", s) or "?" for s in ("jurn", "zita", "uniform")] for n in taps]
+    block = lambda name, data: f"${name} << EOD\n" + "\n".join(
+        " ".join(map(str, row)) for row in data) + "\nEOD\n"
+    subprocess.run(["gnuplot"], text=True, check=True, input=f"""
+set terminal svg size 640,400 font 'sans-serif,12' background 'white'
+set output '{path}'
+set logscale xy
+set xlabel 'taps'
+set ylabel 'ns per sample and channel'
+set key top left
+set grid
+set xrange [64:131072]
+set datafile missing '?'
+{block("rooms", rows)}{block("kinds", points)}
+plot $rooms using 1:2 with linespoints lw 2 pt 7 ps 0.5 title 'convolution, blocks of 256', \\
+     $rooms using 1:3 with linespoints lw 2 pt 5 ps 0.5 title 'zita-convolver, blocks of 256', \\
+     $rooms using 1:4 with linespoints lw 2 pt 9 ps 0.5 title 'uniform with FFTW', \\
+     $kinds using 1:2 with lines lw 1 dashtype 2 title 'time domain, kind -1', \\
+     $kinds using 1:3 with lines lw 1 dashtype 3 title 'FFT, kind -2, one hop late'
+""")
 
 
 def plot_cascade(f, path):
@@ -350,6 +410,7 @@ def main():
     taps = crossover(points)
     plot(points, taps, docs / "cost-against-taps.svg")
     plot_cascade(f, docs / "cost-against-sections.svg")
+    plot_rooms(f, points, docs / "cost-of-rooms.svg")
     add, multiply = f("iir/2", "add"), f("iir/2", "multiply")
     peak = 1 / f("fir/512", "peak")
 
@@ -375,22 +436,31 @@ def main():
               " before and",
               "after each tells; " + ("no group lacked them." if not disturbed else
               "of all slices the first decile where there were none: " + ", ".join(disturbed) + "."),
-              "A ratio is judged as printed.", "",
-              "## Targets", ""]
-    lines += targets(f, instruction_set, before)
-    lines += ["", "## Time domain or FFT", "",
+              "",
+              "## Time domain or FFT", "",
               "One mono channel, `MORVAX_FilterlongfirRun_API`: "
               + (f"from about {taps} taps on the FFT kind costs less." if taps
                  else "the costs do not cross."),
               "It delays its output by one hop, which the time domain does not.", "",
               "![Cost against taps](cost-against-taps.svg)", "",
+              "Impulse responses of any length without latency, `MORVAX_ConvolutionRun_API`, in stereo:",
+              "", "![Cost of long impulse responses](cost-of-rooms.svg)", "",
               "## The dearest call", "",
               "Calls of 256 frames. The FFT kinds run a transform block once enough frames have"
               " come, so a",
               "real-time user budgets for the dearest call, not for the mean.", ""]
     lines += dearest(f)
+    lines += ["", "Convolution without latency:", ""]
+    lines += dearest_rooms(f)
     lines += ["", "## Costs", ""] + costs(f)
     lines += ["", "![Cost against sections](cost-against-sections.svg)", ""]
+
+    contributing = docs.parent / "CONTRIBUTING.md"
+    head, rest = contributing.read_text().split(TARGETS)
+    contributing.write_text("\n".join(
+        [head + TARGETS, "", f"Measured on {cpu_name()} on {context['date'][:10]}; a ratio is judged as"
+         " printed.", ""] + targets(f, instruction_set, before) + [END_OF_TARGETS])
+        + rest.split(END_OF_TARGETS)[1])
 
     path = docs / "performance.md"
     old = path.read_text() if path.exists() else ""
