@@ -452,7 +452,13 @@ def main():
     lines += dearest(f)
     lines += ["", "Convolution without latency:", ""]
     lines += dearest_rooms(f)
-    lines += ["", "## Costs", ""] + costs(f)
+    lines += ["", "## Costs", "",
+              "Tables of kernels (FIR, cascade, direct-form IIR, moving mean) time the kernel alone on"
+              " floats, the",
+              "tables of short calls and of records side by side whole calls with int16 in and out,"
+              " and the table of",
+              "builds has libraries that were compiled without CMake. So one filter has several"
+              " figures.", ""] + costs(f)
     lines += ["", "![Cost against sections](cost-against-sections.svg)", ""]
 
     contributing = docs.parent / "CONTRIBUTING.md"
