@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "JURN_api.h"
+#include "JURN_self_check.h"
 #include "commands/commands.h"
 #include "errors.h"
 #include "recordings/output_file.h"
@@ -97,6 +98,11 @@ int main(int argc, char** argv) {
         "130 interrupted, 141 closed pipe");
     open_standard_streams();
     catch_signals();
+    if (const int broken = MORVAX_SelfCheck_API())
+      warn(
+          "this build, or the floating-point mode that it was started in, does not give the same "
+          "bits as others (self-check " +
+          std::to_string(broken) + ")");
     try {
       return finish_output(run_command({argv + 1, argv + argc}, &app));
     } catch (const CLI::ParseError& e) {
