@@ -142,6 +142,10 @@ class MannersTest(ToolTest):
         _, errors = self.shell("cat taps.txt | jurn fir - out2.wav -c -", 2)
         self.assertIn("standard input", errors)
 
+    def test_start_loads_what_every_command_needs(self):
+        linked = subprocess.run(["ldd", TOOL], capture_output=True, text=True, check=True).stdout
+        self.assertNotRegex(linked, "matio|hdf5|curl|ssl")
+
     def test_pictures_hold_their_text(self):
         self.run_tool("spectrogram", SPEECH, SPEECH, "--picture", "both.svg")
         text = contents("both.svg").decode()

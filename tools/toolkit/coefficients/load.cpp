@@ -1,6 +1,5 @@
-// Formats that need more than memory: .mat through libmatio, WAV through libsndfile.
+// Coefficients from files; those of recordings come through libsndfile.
 #include <fcntl.h>
-#include <matio.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,6 +9,7 @@
 #include <fstream>
 #include <memory>
 
+#include "coefficients/mat.h"
 #include "coefficients/parse.h"
 #include "recordings/audio_io.h"
 #include "recordings/signals.h"
@@ -19,7 +19,6 @@ namespace {
 
 // No coefficient file comes near; a recording or a device does.
 constexpr std::size_t kMaxBytes = std::size_t{64} << 20;
-constexpr std::size_t kMaxValues = 1000000;
 
 std::string read_file(const std::string& path) {
   std::error_code error;
@@ -45,77 +44,6 @@ const std::string& read_standard_input() {
   return bytes;
 }
 
-template <typename Value>
-void append(const matvar_t& variable, Array* array) {
-  const Value* values = static_cast<const Value*>(variable.data);
-  for (std::size_t r = 0; r < array->rows; ++r)
-    for (std::size_t c = 0; c < array->columns; ++c)
-      array->values.push_back(static_cast<double>(values[c * array->rows + r]));
-}
-
-using Append = void (*)(const matvar_t&, Array*);
-
-Append append_of(matio_classes type) {
-  switch (type) {
-    case MAT_C_DOUBLE:
-      return append<double>;
-    case MAT_C_SINGLE:
-      return append<float>;
-    case MAT_C_INT8:
-      return append<std::int8_t>;
-    case MAT_C_INT16:
-      return append<std::int16_t>;
-    case MAT_C_INT32:
-      return append<std::int32_t>;
-    case MAT_C_INT64:
-      return append<std::int64_t>;
-    case MAT_C_UINT8:
-      return append<std::uint8_t>;
-    case MAT_C_UINT16:
-      return append<std::uint16_t>;
-    case MAT_C_UINT32:
-      return append<std::uint32_t>;
-    case MAT_C_UINT64:
-      return append<std::uint64_t>;
-    default:
-      return nullptr;  // text, cells, structures, filter objects
-  }
-}
-
-/** Whether a variable holds numbers that can be coefficients; text and cells do not. */
-bool is_matrix(const matvar_t& variable) {
-  return append_of(variable.class_type) && !variable.isComplex && variable.rank == 2 &&
-         variable.dims[0] > 0 && variable.dims[1] > 0;
-}
-
-void check_size(const std::string& path, const matvar_t& variable) {
-  const std::size_t rows = variable.dims[0], columns = variable.dims[1];
-  if (rows > kMaxValues || columns > kMaxValues / rows)
-    fail(path, quote(variable.name) + " has " + std::to_string(rows) + " x " +
-                   std::to_string(columns) + " values; accepted are " + std::to_string(kMaxValues) +
-                   " at most");
-}
-
-/** Adds a variable whose values were read; of a structure, its fields by their own names. */
-void add_arrays(const std::string& path, const matvar_t& variable, std::vector<Array>* arrays) {
-  if (variable.class_type == MAT_C_STRUCT) {
-    const unsigned count = Mat_VarGetNumberOfFields(const_cast<matvar_t*>(&variable));
-    for (unsigned i = 0; i < count; ++i)
-      if (const matvar_t* field =
-              Mat_VarGetStructFieldByIndex(const_cast<matvar_t*>(&variable), i, 0))
-        if (field->name && field->data) add_arrays(path, *field, arrays);
-    return;
-  }
-  if (!is_matrix(variable)) return;
-  check_size(path, variable);
-  Array array;
-  array.name = variable.name;
-  array.rows = variable.dims[0];
-  array.columns = variable.dims[1];
-  append_of(variable.class_type)(variable, &array);
-  arrays->push_back(std::move(array));
-}
-
 std::vector<double> read_taps(const std::string& path, const CoefficientLimit& limit) {
   AudioReader reader(path, 1);
   if (reader.frames() > static_cast<std::int64_t>(limit.count))
@@ -130,46 +58,6 @@ std::vector<double> read_taps(const std::string& path, const CoefficientLimit& l
 }
 
 }  // namespace
-
-/** Whether a file of level 5 ends inside one of its elements, which libmatio does not notice: it
- * would hand out memory that nothing was read into. */
-static bool is_cut_off(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  unsigned char header[128];
-  if (!file.read(reinterpret_cast<char*>(header), sizeof header)) return false;
-  const bool little = header[126] == 'I' && header[127] == 'M';
-  if (header[little ? 125 : 124] != 1) return false;  // another version: HDF5 tells by itself
-  const std::uintmax_t size = std::filesystem::file_size(path);
-  std::uintmax_t position = sizeof header;
-  for (unsigned char tag[8]; position + sizeof tag <= size;) {
-    file.seekg(static_cast<std::streamoff>(position));
-    if (!file.read(reinterpret_cast<char*>(tag), sizeof tag)) return true;
-    std::uintmax_t bytes = 0;
-    for (int k = 0; k < 4; ++k) bytes = bytes * 256 + tag[little ? 7 - k : 4 + k];
-    position += sizeof tag + bytes;
-  }
-  return position > size;
-}
-
-std::vector<Array> read_mat(const std::string& path) {
-  if (is_cut_off(path)) fail(path, "is a MATLAB file that was cut off");
-  const std::unique_ptr<mat_t, int (*)(mat_t*)> file(Mat_Open(path.c_str(), MAT_ACC_RDONLY),
-                                                     Mat_Close);
-  if (!file) fail(path, "is no MATLAB file that can be read");
-  std::vector<Array> arrays;
-  while (matvar_t* next = Mat_VarReadNextInfo(file.get())) {
-    const std::unique_ptr<matvar_t, void (*)(matvar_t*)> variable(next, Mat_VarFree);
-    if (!variable->name) continue;
-    if (variable->class_type != MAT_C_STRUCT) {
-      if (!is_matrix(*variable)) continue;
-      check_size(path, *variable);
-    }
-    if (Mat_VarReadDataAll(file.get(), variable.get()) != 0 || !variable->data)
-      fail(path, "damaged: the values of " + quote(variable->name) + " cannot be read");
-    add_arrays(path, *variable, &arrays);
-  }
-  return arrays;
-}
 
 FilterDesign load_design(const std::string& given, const ReadOptions& options) {
   Format format = options.format;

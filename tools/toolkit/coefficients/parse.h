@@ -69,6 +69,5 @@ std::vector<double> parse_biquads(const std::string& path, std::string_view text
 FilterDesign parse_equaliser(const std::string& path, std::string_view text,
                              const ReadOptions& options);
 
-std::vector<Array> read_mat(const std::string& path);
 
 }  // namespace tool

@@ -68,6 +68,7 @@ class AudioReader {
 
  private:
   void check_received() const;
+  sf_count_t read_int16(float* out, std::size_t frames);
 
   std::string path_;
   bool partial_;
@@ -76,6 +77,7 @@ class AudioReader {
   std::unique_ptr<PipeReader> pipe_;
   SndfileHandle file_;
   bool repeatable_ = false;
+  std::vector<short> int16_;
   std::int64_t frames_read_ = 0;
   std::int64_t not_finite_ = 0;
 };

@@ -194,8 +194,23 @@ Tags AudioReader::tags() const {
   return tags;
 }
 
+/** Samples of 16 bits need no scaling and are all finite. */
+sf_count_t AudioReader::read_int16(float* out, std::size_t frames) {
+  const std::size_t channels = static_cast<std::size_t>(info_.channels);
+  int16_.resize(frames * channels);
+  const sf_count_t got =
+      sf_readf_short(file_.get(), int16_.data(), static_cast<sf_count_t>(frames));
+  const short* const in = int16_.data();
+  const std::size_t count = static_cast<std::size_t>(got) * channels;
+  for (std::size_t i = 0; i < count; ++i) out[i] = in[i];
+  return got;
+}
+
 std::size_t AudioReader::read(float* out, std::size_t frames) {
-  const sf_count_t got = sf_readf_float(file_.get(), out, static_cast<sf_count_t>(frames));
+  const bool is_int16 = (info_.format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16;
+  const sf_count_t got = is_int16
+                             ? read_int16(out, frames)
+                             : sf_readf_float(file_.get(), out, static_cast<sf_count_t>(frames));
   check_received();
   if (got == 0 && frames_read_ == 0) throw Error(kInputError, path_ + ": holds no samples");
   if (got < static_cast<sf_count_t>(frames) && !partial_) {
@@ -211,7 +226,7 @@ std::size_t AudioReader::read(float* out, std::size_t frames) {
                                    std::to_string(end) + " came); --partial takes these");
   }
   const std::size_t count = static_cast<std::size_t>(got) * static_cast<std::size_t>(channels());
-  for (std::size_t i = 0; i < count; ++i) {
+  for (std::size_t i = 0; i < count && !is_int16; ++i) {
     out[i] *= kFullScale;
     if (!std::isfinite(out[i])) {
       out[i] = 0.0f;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 #include "recordings/signals.h"
@@ -11,7 +12,23 @@
 namespace tool {
 namespace {
 
-constexpr std::size_t kReadFrames = 1024;
+// A pipe may be live: what comes soon goes on soon.
+constexpr std::size_t kPipeFrames = 1024, kFileFrames = 8192;
+
+/** The largest magnitude. Those of numbers are in the order of their bits, which the compiler
+ * compares in vectors. */
+float peak_of(const std::vector<float>& samples) {
+  std::int32_t largest = 0;
+  for (const float x : samples) {
+    std::int32_t bits;
+    std::memcpy(&bits, &x, sizeof bits);
+    bits &= 0x7FFFFFFF;
+    largest = largest < bits ? bits : largest;
+  }
+  float peak;
+  std::memcpy(&peak, &largest, sizeof peak);
+  return peak;
+}
 
 /** Makes silence of samples that are no finite numbers; whether there were any. */
 bool silence_others(std::vector<float>* samples) {
@@ -46,21 +63,20 @@ void stream(const Job& job, const std::string& what, AudioReader* reader, const 
   const std::size_t channels_out = static_cast<std::size_t>(chain.back()->channels_out);
   std::vector<float> frames, spare;
   std::int64_t frames_read = 0;
+  const std::size_t piece = reader->frames() ? kFileFrames : kPipeFrames;
   for (bool at_end = false; !at_end;) {
     check_interrupted();
-    frames.resize(kReadFrames * channels_in);
-    const std::size_t got = reader->read(frames.data(), kReadFrames);
+    frames.resize(piece * channels_in);
+    const std::size_t got = reader->read(frames.data(), piece);
     frames.resize(got * channels_in);
-    at_end = got < kReadFrames;
+    at_end = got < piece;
     frames_read += static_cast<std::int64_t>(got);
     const bool lost = push_through(chain, at_end, &frames, &spare);
     if (lost && !summary->lost_after)
       summary->lost_after =
           static_cast<double>(frames_read - static_cast<std::int64_t>(got)) / reader->rate();
 
-    float peak = 0.0f;
-    for (const float x : frames) peak = std::max(peak, std::abs(x));
-    summary->peak = std::max(summary->peak, static_cast<double>(peak));
+    summary->peak = std::max(summary->peak, static_cast<double>(peak_of(frames)));
     if (writer) writer->write(frames.data(), frames.size() / channels_out);
     summary->frames += static_cast<std::int64_t>(frames.size() / channels_out);
     if (job.on_progress) job.on_progress({what, frames_read, reader->frames(), reader->rate()});

@@ -191,14 +191,24 @@ class AverageStage : public Int16Stage {
 void Stage::push(const float* in, std::size_t frames, std::vector<float>* out) {
   const std::size_t values_in = static_cast<std::size_t>(call_frames * channels_in);
   const std::size_t values_out = static_cast<std::size_t>(call_frames * channels_out);
-  pending_.insert(pending_.end(), in, in + frames * static_cast<std::size_t>(channels_in));
+  const float* const end = in + frames * static_cast<std::size_t>(channels_in);
   const std::size_t begin = out->size();
-  std::size_t done = 0;
-  for (; done + values_in <= pending_.size(); done += values_in) {
+  const auto call_next = [&](const float* next) {
     out->resize(out->size() + values_out);
-    call(pending_.data() + done, out->data() + out->size() - values_out);
+    call(next, out->data() + out->size() - values_out);
+  };
+  const auto left = [&] { return static_cast<std::size_t>(end - in); };
+  if (!pending_.empty()) {
+    const std::size_t missing = std::min(values_in - pending_.size(), left());
+    pending_.insert(pending_.end(), in, in + missing);
+    in += missing;
+    if (pending_.size() == values_in) {
+      call_next(pending_.data());
+      pending_.clear();
+    }
   }
-  pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(done));
+  for (; left() >= values_in; in += values_in) call_next(in);
+  pending_.insert(pending_.end(), in, end);
 
   const std::int64_t produced = static_cast<std::int64_t>((out->size() - begin)) / channels_out;
   const std::int64_t drop = std::min(produced, (keep_latency ? 0 : latency) - dropped_);
@@ -226,10 +236,11 @@ Int16Stage::Int16Stage(int in, int out, int frames, bool can_clip)
 void Int16Stage::call(const float* in, float* out) {
   to_int16(in, in_.size(), in_.data(), &input_clipped, dither.get());
   run(in_.data(), out_.data());
-  std::int64_t full_scale = 0;
+  int full_scale = 0;  // as wide as a sample, for the compiler's vectors
+  const short* const result = out_.data();
   for (std::size_t i = 0; i < out_.size(); ++i) {
-    full_scale += out_[i] == 32767 || out_[i] == -32768;
-    out[i] = out_[i];
+    full_scale += static_cast<int>(result[i] == 32767) + static_cast<int>(result[i] == -32768);
+    out[i] = result[i];
   }
   if (can_clip_) clipped += full_scale;
 }
