@@ -14,6 +14,15 @@ from scipy.io import wavfile
 from test_tool import MUSIC, SPEECH, TOOL, ToolTest, contents, read, write_numbers
 
 
+def wait_for_handlers(process):
+    """Until then a signal would just end the program."""
+    for _ in range(2000):
+        with open(f"/proc/{process.pid}/status", encoding="ascii") as file:
+            if int(re.search(r"SigCgt:\s*(\w+)", file.read())[1], 16) >> (signal.SIGTERM - 1) & 1:
+                return
+        time.sleep(0.005)
+
+
 class MannersTest(ToolTest):
     def setUp(self):
         super().setUp()
@@ -74,7 +83,8 @@ class MannersTest(ToolTest):
         for arguments in (["fifo.wav", "out.wav"], [SPEECH, "fifo.wav"]):
             with subprocess.Popen([TOOL, "average", *arguments, "--length", "3"],
                                   stderr=subprocess.PIPE) as running:
-                time.sleep(0.3)
+                wait_for_handlers(running)
+                time.sleep(0.5)
                 running.send_signal(signal.SIGINT)
                 self.assertEqual((running.wait(10), running.stderr.read()),
                                  (130, b"jurn-filter: interrupted\n"))
@@ -84,6 +94,7 @@ class MannersTest(ToolTest):
         os.chmod("gnuplot", 0o755)
         with subprocess.Popen([TOOL, "response", "--average", "3"], stdin=subprocess.DEVNULL,
                               env={**os.environ, "PATH": os.getcwd() + ":/bin:/usr/bin"}) as running:
+            wait_for_handlers(running)
             time.sleep(0.5)
             for _ in range(2):
                 self.assertIsNone(running.poll())
