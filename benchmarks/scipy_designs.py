@@ -90,8 +90,8 @@ def main(docs):
     lines += [f"| {' | '.join(map(str, row))} |" for row in [heads, ["---"] * len(heads), *rows]]
     path = pathlib.Path(docs) / "designs.md"
     old = path.read_text() if path.exists() else ""
-    path.write_text("\n".join(lines) + "\n" + old[old.find("\n## "):] if "\n## " in old
-                    else "\n".join(lines) + "\n")
+    by_hand = old[old.find("\n## "):] if "\n## " in old else ""
+    path.write_text("\n".join(lines) + "\n" + by_hand)
 
 
 if __name__ == "__main__":

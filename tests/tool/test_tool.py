@@ -510,6 +510,24 @@ class ConvolveTest(ToolTest):
                 files = [SPEECH] if name == "level" else [SPEECH, "new.wav"]
                 self.assert_fails([name, *files, *rest, option, value], option, code=2)
 
+    def test_responses_as_text(self):
+        h = np.random.default_rng(7).normal(0, 0.1, (2, 50))
+        x = read(SPEECH)[1]
+        for text, expected in (
+                ("\n".join(map(repr, h[0].tolist())), h[:1]), (" ".join(map(repr, h[0].tolist())), h[:1]),
+                ("time;left;right\n" + "\n".join(
+                    f"{i / 48000:.9f};{a!r};{b!r}".replace(".", ",")
+                    for i, (a, b) in enumerate(h.T.tolist())), h)):
+            with open("h.txt", "w", encoding="ascii") as file:
+                file.write(text)
+            matrix = [(0, k, k) for k in range(len(expected))]
+            self.assert_near(self.run_filter("convolve", "--ir", "h.txt"),
+                             to_int16(convolved(x, expected, matrix)))
+            self.assert_near(self.run_filter("convolve", "--ir", "h.txt", "--truncate", 20),
+                             to_int16(convolved(x, expected[:, :20], matrix)))
+        self.assert_fails(["convolve", SPEECH, "new.wav", "--ir", write_numbers("x.txt", [[1]]),
+                           "--ir", __file__], __file__)
+
     def test_true_stereo_is_summed_before_it_is_limited(self):
         wavfile.write("loud.wav", 48000, np.full((64, 2), 30000, np.int16))
         wavfile.write("four.wav", 48000, np.array([[1.5, 0, -1, 0]], np.float32))

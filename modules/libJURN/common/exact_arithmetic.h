@@ -42,8 +42,10 @@ static_assert(sizeof(0.1) == sizeof(double),
 #pragma clang fp contract(off)
 #elif defined(__GNUC__)
 #pragma GCC optimize("fp-contract=off")
-#if defined(__OPTIMIZE__) && !defined(__OPTIMIZE_SIZE__)
-#pragma GCC optimize("O3") /* at -O2, GCC 12 leaves the set-up of short calls in scalars */
+/* At -O2, GCC 12 leaves the set-up of short calls in scalars. For PowerPC it does not inline lambdas
+ * into functions that have options of their own. */
+#if defined(__OPTIMIZE__) && !defined(__OPTIMIZE_SIZE__) && !defined(__powerpc__)
+#pragma GCC optimize("O3")
 #endif
 #elif defined(_MSC_VER)
 #pragma fp_contract(off)

@@ -149,7 +149,7 @@ bool is_index(const std::vector<Row>& rows, std::size_t column, bool* even) {
   const double first = rows[0].values[column], step = rows[1].values[column] - first;
   for (std::size_t i = 2; i < rows.size(); ++i) {
     const double wanted = first + step * static_cast<double>(i);
-    if (std::abs(rows[i].values[column] - wanted) > 1e-6 * std::abs(step)) return false;
+    if (std::abs(rows[i].values[column] - wanted) > 1e-3 * std::abs(step)) return false;
   }
   const bool counts = step == 1.0 && (first == 0.0 || first == 1.0);
   *even = step != 0.0 && !counts;
@@ -242,6 +242,24 @@ FilterDesign parse_sections(const std::string& path, std::string_view text,
 }
 
 }  // namespace
+
+std::vector<std::vector<double>> parse_channels(const std::string& path, std::string_view text,
+                                                const CoefficientLimit& limit) {
+  const std::vector<Row> rows = parse_rows(path, text, 17 * limit.count, limit);
+  const std::size_t columns = columns_of(rows);
+  if (columns < 2 || rows.size() == 1) {  // as many numbers in a line as there was room
+    std::vector<double> taps;
+    for (const Row& row : rows) taps.insert(taps.end(), row.values.begin(), row.values.end());
+    return {taps};
+  }
+  bool even = false;
+  const bool counted = rows.size() > 3 && (is_index(rows, 0, &even) || even);
+  std::vector<std::vector<double>> channels(columns - counted);
+  for (const Row& row : rows)
+    for (std::size_t c = 0; c < channels.size(); ++c)
+      channels[c].push_back(row.values[c + counted]);
+  return channels;
+}
 
 FilterDesign parse_numbers(const std::string& path, std::string_view text,
                            const ReadOptions& options) {

@@ -4,10 +4,16 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string_view>
 
+#include "coefficients/formats.h"
 #include "design/spectrum.h"
 #include "errors.h"
 #include "recordings/audio_io.h"
+#include "recordings/file_kind.h"
 
 namespace tool {
 namespace {
@@ -34,8 +40,43 @@ std::vector<double> resampled(const std::vector<double>& taps, double ratio,
   return result;
 }
 
+/** Whether a file is a text by its first bytes: it begins like a number or a comment. */
+bool is_text(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  char bytes[512];
+  if (!std::filesystem::is_regular_file(path) || !file) return false;
+  file.read(bytes, sizeof bytes);
+  const std::string_view head(bytes, static_cast<std::size_t>(file.gcount()));
+  return !head.empty() && kind_of_file(head).empty() &&
+         std::all_of(head.begin(), head.end(), [](char c) {
+           return static_cast<unsigned char>(c) >= ' ' || (c >= '\t' && c <= '\r');
+         });
+}
+
+/** Taps as text, which says nothing of a rate: that of the recording is taken. */
+void append_text(const std::string& path, const ImpulseResponseOptions& options,
+                 ImpulseResponse* response) {
+  std::ifstream file(path, std::ios::binary);
+  const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  const CoefficientLimit limit{static_cast<std::size_t>(options.max_taps),
+                               std::to_string(options.max_taps) + " taps; " + options.limit};
+  for (std::vector<double>& taps : parse_channels(path, text, limit)) {
+    if (options.part.offset >= taps.size())
+      throw Error(kInputError, path + ": has " + std::to_string(taps.size()) +
+                                   " taps, none after an offset of " +
+                                   std::to_string(options.part.offset));
+    taps.erase(taps.begin(), taps.begin() + static_cast<std::ptrdiff_t>(options.part.offset));
+    for (const std::size_t most : {options.part.length, static_cast<std::size_t>(options.truncate)})
+      if (most) taps.resize(std::min(taps.size(), most));
+    if (taps.size() > limit.count)
+      throw Error(kInputError, path + ": the response has more than " + limit.reason);
+    response->push_back(std::move(taps));
+  }
+}
+
 void append_file(const std::string& path, int rate, const ImpulseResponseOptions& options,
                  ImpulseResponse* response) {
+  if (is_text(path)) return append_text(path, options, response);
   AudioReader reader(path, kMostChannels);
   if (reader.rate() != rate && !options.resample)
     throw Error(kInputError, path + ": the response is at " + std::to_string(reader.rate()) +

@@ -1,4 +1,4 @@
-// Impulse responses from audio files.
+// Impulse responses from audio files, and from texts with the taps of a channel in each column.
 #pragma once
 
 #include <cstddef>
