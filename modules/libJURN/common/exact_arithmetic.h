@@ -42,8 +42,8 @@ static_assert(sizeof(0.1) == sizeof(double),
 #pragma clang fp contract(off)
 #elif defined(__GNUC__)
 #pragma GCC optimize("fp-contract=off")
-/* At -O2, GCC 12 leaves the set-up of short calls in scalars. For PowerPC it does not inline lambdas
- * into functions that have options of their own. */
+/* At -O2, GCC 12 leaves the set-up of short calls in scalars. For PowerPC it does not inline
+ * lambdas into functions that have options of their own. */
 #if defined(__OPTIMIZE__) && !defined(__OPTIMIZE_SIZE__) && !defined(__powerpc__)
 #pragma GCC optimize("O3")
 #endif

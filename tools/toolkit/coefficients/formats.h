@@ -51,8 +51,8 @@ FilterDesign parse_equaliser_words(const std::vector<std::string>& filters, int 
 /** Whether a text begins with the type of such a filter. */
 bool names_equaliser_type(std::string_view text);
 
-/** The columns of a text, one channel of taps each; a first column that rises in even steps, an index
- * or a time, is left out. A single line, or lines of different lengths, are one channel. */
+/** The columns of a text, one channel of taps each; a first column that rises in even steps, an
+ * index or a time, is left out. A single line, or lines of different lengths, are one channel. */
 std::vector<std::vector<double>> parse_channels(const std::string& path, std::string_view text,
                                                 const CoefficientLimit& limit);
 

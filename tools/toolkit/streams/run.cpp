@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
-#include <limits>
 
 #include "recordings/signals.h"
 #include "units.h"
@@ -30,30 +29,16 @@ float peak_of(const std::vector<float>& samples) {
   return peak;
 }
 
-/** Makes silence of samples that are no finite numbers; whether there were any. */
-bool silence_others(std::vector<float>* samples) {
-  bool any = false;
-  for (const float x : *samples) any |= !(std::abs(x) <= std::numeric_limits<float>::max());
-  if (any)
-    for (float& x : *samples)
-      if (!std::isfinite(x)) x = 0.0f;
-  return any;
-}
-
-/** Passes frames through all stages and leaves the result in `frames`. Returns whether the numbers
- * of one of them were lost. */
-bool push_through(const Chain& chain, bool at_end, std::vector<float>* frames,
+/** Passes frames through all stages and leaves the result in `frames`. */
+void push_through(const Chain& chain, bool at_end, std::vector<float>* frames,
                   std::vector<float>* spare) {
-  bool lost = false;
   for (const std::unique_ptr<Stage>& stage : chain) {
     spare->clear();
     stage->push(frames->data(), frames->size() / static_cast<std::size_t>(stage->channels_in),
                 spare);
     if (at_end) stage->finish(spare);
-    lost |= stage->is_int16 ? stage->is_lost() : silence_others(spare);
     frames->swap(*spare);
   }
-  return lost;
 }
 
 /** Streams the whole recording; `writer` may be null to measure only. */
@@ -71,10 +56,7 @@ void stream(const Job& job, const std::string& what, AudioReader* reader, const 
     frames.resize(got * channels_in);
     at_end = got < piece;
     frames_read += static_cast<std::int64_t>(got);
-    const bool lost = push_through(chain, at_end, &frames, &spare);
-    if (lost && !summary->lost_after)
-      summary->lost_after =
-          static_cast<double>(frames_read - static_cast<std::int64_t>(got)) / reader->rate();
+    push_through(chain, at_end, &frames, &spare);
 
     summary->peak = std::max(summary->peak, static_cast<double>(peak_of(frames)));
     if (writer) writer->write(frames.data(), frames.size() / channels_out);
@@ -84,6 +66,8 @@ void stream(const Job& job, const std::string& what, AudioReader* reader, const 
   for (const std::unique_ptr<Stage>& stage : chain) {
     summary->clipped += stage->clipped;
     (stage == chain[0] ? summary->input_clipped : summary->clipped) += stage->input_clipped;
+    if (stage->lost_after >= 0 && !summary->lost_after)
+      summary->lost_after = static_cast<double>(stage->lost_after) / reader->rate();
   }
   summary->not_finite = reader->not_finite();
 }

@@ -72,7 +72,7 @@ class FilterStage : public Int16Stage {
     }
   }
 
-  bool is_lost() const override {
+  bool is_lost(const float*) const override {
     const auto is_finite = [&](const Filter_ID& f, const FilterIOMEM& past) {
       if (f.filtertype == JURN_IIR)
         return std::isfinite(past.memoutput[f.alen - 2 + call_frames]);  // of the last frame
@@ -188,6 +188,11 @@ class AverageStage : public Int16Stage {
 
 }  // namespace
 
+bool Stage::is_lost(const float* block) const {
+  const std::size_t values = static_cast<std::size_t>(call_frames * channels_out);
+  return !std::all_of(block, block + values, [](float x) { return std::isfinite(x); });
+}
+
 void Stage::push(const float* in, std::size_t frames, std::vector<float>* out) {
   const std::size_t values_in = static_cast<std::size_t>(call_frames * channels_in);
   const std::size_t values_out = static_cast<std::size_t>(call_frames * channels_out);
@@ -195,7 +200,13 @@ void Stage::push(const float* in, std::size_t frames, std::vector<float>* out) {
   const std::size_t begin = out->size();
   const auto call_next = [&](const float* next) {
     out->resize(out->size() + values_out);
-    call(next, out->data() + out->size() - values_out);
+    float* const block = out->data() + out->size() - values_out;
+    call(next, block);
+    if (lost_after < 0 && is_lost(block)) lost_after = made_;
+    if (lost_after >= 0)  // what is no number becomes silence
+      std::replace_if(
+          block, block + values_out, [](float x) { return !std::isfinite(x); }, 0.0f);
+    made_ += call_frames;
   };
   const auto left = [&] { return static_cast<std::size_t>(end - in); };
   if (!pending_.empty()) {

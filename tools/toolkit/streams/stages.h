@@ -33,9 +33,6 @@ class Stage {
   /** Appends the rest of the result to `out`. */
   void finish(std::vector<float>* out);
 
-  /** Whether the filter's state has left the numbers, which it never finds back to. */
-  virtual bool is_lost() const { return false; }
-
   const int channels_in;
   const int channels_out;
   const int call_frames;
@@ -46,14 +43,18 @@ class Stage {
   bool keep_tail = false;
   std::int64_t input_clipped = 0;  // input samples beyond what the filter takes
   std::int64_t clipped = 0;        // output samples at full scale
+  std::int64_t lost_after = -1;    // frames after which its numbers were no finite ones, or -1
   std::unique_ptr<Dither> dither;  // of that rounding, if any
 
  private:
   virtual void call(const float* in, float* out) = 0;
+  /** Whether the filter's numbers became infinite or none in the call that gave this block. */
+  virtual bool is_lost(const float* block) const;
 
   std::vector<float> pending_;
   std::int64_t received_ = 0;
   std::int64_t returned_ = 0;
+  std::int64_t made_ = 0;     // the latency included
   std::int64_t dropped_ = 0;  // of the latency
 };
 
@@ -64,6 +65,7 @@ class Int16Stage : public Stage {
   Int16Stage(int in, int out, int frames, bool can_clip = true);
 
  private:
+  bool is_lost(const float*) const override { return false; }
   void call(const float* in, float* out) override;
   virtual void run(const short* in, short* out) = 0;
 
