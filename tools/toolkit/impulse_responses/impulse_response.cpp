@@ -106,7 +106,8 @@ void append_file(const std::string& path, int rate, const ImpulseResponseOptions
                                  std::to_string(options.part.offset));
   frames.erase(frames.begin(),
                frames.begin() + static_cast<std::ptrdiff_t>(options.part.offset * step));
-  const double taps = std::ceil(static_cast<double>(frames.size() / step) * ratio);
+  const std::size_t length = frames.size() / step;
+  const double taps = std::ceil(static_cast<double>(length) * ratio);
   if (!options.truncate && taps > options.max_taps) {
     const double all = std::ceil(static_cast<double>(reader.frames()) * ratio);
     throw Error(kInputError, path + ": the response has " +
