@@ -11,16 +11,6 @@ namespace {
 // Fine enough for the sharp resonances of recursive filters.
 constexpr std::size_t kGrid = 65536;
 
-/** The first half of the n-th roots of unity; kept, for the parts of a design ask for the same. */
-const std::vector<std::complex<double>>& turns_of(std::size_t n) {
-  thread_local std::vector<std::complex<double>> turns;
-  if (turns.size() == n / 2) return turns;
-  turns.resize(n / 2);
-  for (std::size_t k = 0; k < n / 2; ++k)
-    turns[k] = std::polar(1.0, -2.0 * kPi * static_cast<double>(k) / static_cast<double>(n));
-  return turns;
-}
-
 }  // namespace
 
 std::vector<std::complex<double>> spectrum(const std::vector<double>& coefficients,
@@ -36,16 +26,15 @@ std::vector<std::complex<double>> spectrum(const std::vector<double>& coefficien
     j ^= bit;
     if (i < j) std::swap(x[i], x[j]);
   }
-  const std::vector<std::complex<double>>& turns = turns_of(n);
+  const double turn = -2.0 * kPi;
   for (std::size_t half = 1; half < n; half *= 2) {
-    const std::size_t step = n / (2 * half);
-    for (std::size_t first = 0; first < n; first += 2 * half) {
-      for (std::size_t k = 0; k < half; ++k) {
-        const std::complex<double> w = turns[k * step], y = x[first + half + k];
-        const std::complex<double> odd(w.real() * y.real() - w.imag() * y.imag(),
-                                       w.real() * y.imag() + w.imag() * y.real());
-        x[first + half + k] = x[first + k] - odd;
-        x[first + k] += odd;
+    for (std::size_t k = 0; k < half; ++k) {
+      const std::complex<double> w =
+          std::polar(1.0, turn * static_cast<double>(k) / static_cast<double>(2 * half));
+      for (std::size_t i = k; i < n; i += 2 * half) {
+        const std::complex<double> odd = w * x[i + half];
+        x[i + half] = x[i] - odd;
+        x[i] += odd;
       }
     }
   }
