@@ -69,5 +69,4 @@ std::vector<double> parse_biquads(const std::string& path, std::string_view text
 FilterDesign parse_equaliser(const std::string& path, std::string_view text,
                              const ReadOptions& options);
 
-
 }  // namespace tool
