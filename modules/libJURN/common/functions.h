@@ -5,8 +5,9 @@
 #include <assert.h>
 
 /* Whatever the optimisation level, so that small arrays live in registers: JURN_UNROLL unrolls the
- * loop that follows, JURN_INLINED behind its parameters puts a lambda's body in place. */
-#if defined(__GNUC__)
+ * loop that follows, JURN_INLINED behind its parameters puts a lambda's body in place. Builds with
+ * sanitizers define JURN_PLAIN_CALLS, for checked code in many places takes minutes to compile. */
+#if defined(__GNUC__) && !defined(JURN_PLAIN_CALLS)
 #define JURN_UNROLL _Pragma("GCC unroll 16")
 #define JURN_INLINED __attribute__((always_inline))
 #else

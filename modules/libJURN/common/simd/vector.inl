@@ -5,7 +5,11 @@
 
 #if defined(__GNUC__) && !defined(JURN_PLAIN_VECTORS)
 
+#ifdef JURN_PLAIN_CALLS
+#define JURN_INLINE static inline
+#else
 #define JURN_INLINE static inline __attribute__((always_inline))
+#endif
 #define JURN_NOINLINE static __attribute__((noinline))
 
 template <class T, int lanes>
