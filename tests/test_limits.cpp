@@ -2,6 +2,8 @@
  * happens in a process of its own, so the records here stay zero. */
 #ifndef NDEBUG
 
+#include <memory>
+
 #include "ChanelConvert.h"
 #include "Convolution_control.h"
 #include "OKA_Filter.h"
@@ -48,6 +50,8 @@ TEST(LimitsDeathTest, Int16Filter) {
   for (const auto& c : cases)
     EXPECT_DEATH(run(MORVAX_FilterRun_API, f, c.chanel, c.type, c.blen, c.alen, c.ns, c.inLen),
                  c.limit);
+  EXPECT_DEATH((f->memL.memi = 2156, run(MORVAX_FilterRun_API, f, 1, 2, 4, 1, 1, 1)),
+               "memi must lie in meminput");
   EXPECT_DEATH(MORVAX_FilterCalcu_API_FromMatlabTable(f, floats, floats, 1250, 0), "at most 1249");
   EXPECT_DEATH(MORVAX_FilterCalcu_API_FromMatlabTable(f, floats, floats, 833, 1), "at most 832");
   EXPECT_DEATH((f->blen = 1251, MORVAX_Filter_abCopy_API(f, f)), "blen and alen must be at most");
@@ -144,6 +148,10 @@ TEST(LimitsDeathTest, ConvolutionAndFades) {
   EXPECT_DEATH(MORVAX_FilterFade_API(f, f, block, 4, block), "two records");
   Filterlongfir_ID* g = &long_filter;
   EXPECT_DEATH(MORVAX_FilterlongfirFade_API(g, g, block, 2113, block), "at most|2112 values");
+  const auto previous = std::make_unique<Filterlongfir_ID>();
+  g->chanel = previous->chanel = 1;
+  g->filtertype = JURN_LONG_MONO_TO_STEREO;
+  EXPECT_DEATH(MORVAX_FilterlongfirFade_API(previous.get(), g, block, 4, block), "as many outputs");
   EXPECT_DEATH(MORVAX_FilterfFade_API(&float_filter, &float_filter, floats, 2513, floats),
                "at most 2512 samples");
 }

@@ -78,7 +78,6 @@ JURN_INLINE void fir_tile(Sum* sums, const Sample* x, int count, const Sum* taps
   Sum window[Tile::outputs + Tile::taps];
   const int vectors = (count + lanes - 1) / lanes;
   const int padded = vectors * lanes;
-  if (tap_count < 1) memset(sums, 0, padded * sizeof(Sum));
   for (int first = 0; first < tap_count; first += Tile::taps) {
     const int taps_here = tap_count - first < Tile::taps ? tap_count - first : Tile::taps;
     const int past = taps_here - 1;
