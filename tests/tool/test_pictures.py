@@ -134,6 +134,23 @@ class PictureTest(unittest.TestCase):
                          "--denominator", write("a.txt", [A]))["a.txt"]
         np.testing.assert_array_equal(two["magnitude_db"], one["magnitude_db"])
 
+    def test_every_filter_has_its_own_options(self):
+        taps = np.loadtxt("taps.txt", ndmin=1)
+        write("ab.txt", [[0.5], [1, 0.25]])
+        write("a.txt", [A])
+        found = self.table("response", "--gain", 6, "--fir", "taps.txt", "--fir", "taps.txt",
+                           "--label", "own", "--gain", -6, "--denominator", "a.txt", "--label", "two",
+                           "--numerator", write("b.txt", [B]), "--iir", "ab.txt", "--negate-a",
+                           "--average", 2, "--gain", 0)
+        self.assertEqual(list(found), ["taps.txt", "own", "two", "ab.txt", "mean of 2"])
+        for name, first in (("taps.txt", taps[0] * 10 ** 0.3), ("own", taps[0] * 10 ** -0.3),
+                            ("two", B[0] * 10 ** 0.3), ("mean of 2", 0.5)):
+            self.assertAlmostEqual(found[name]["impulse"][1][0], first, 6, name)
+        turned = found["ab.txt"]["impulse"][1]
+        self.assertAlmostEqual(turned[1] / turned[0], 0.25, 6)  # -0.25 with the file's signs
+        self.assertIn("--denominator", self.run_tool("response", "--numerator", "b.txt", "--fir",
+                                                     "taps.txt", code=2))
+
     def test_pictures(self):
         for name in ("all.png", "all.svg"):
             self.run_tool("response", *self.filters, "--picture", name)

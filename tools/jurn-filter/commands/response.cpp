@@ -13,13 +13,27 @@
 namespace tool {
 namespace {
 
-struct Options {
-  std::vector<std::string> fir_files, iir_files, section_files, numerators, denominators;
-  std::vector<std::string> impulse_responses;
-  std::vector<int> averages;
+/** What the options of one filter say. */
+struct FilterOptions {
   double gain_db = 0.0;
   ReadingOptions reading;
   ImpulseResponseOptions impulse_response;
+  std::string label;
+};
+
+/** A filter of the command line: files of coefficients, an impulse response or a mean. */
+struct FilterRequest {
+  FilterDesign::Kind kind = FilterDesign::kFir;
+  CoefficientFiles files;
+  std::string impulse_response;
+  int average = 0;
+  FilterOptions options;
+};
+
+struct Options {
+  std::vector<FilterRequest> filters;
+  FilterOptions of_all;   // what stands before the first filter
+  FilterOptions current;  // of the last filter so far
   int rate = 0;
   std::vector<Panel> panels;  // of the picture; empty for the usual ones
   std::string picture;        // its file; printed as text when this and `csv` are empty
@@ -28,62 +42,81 @@ struct Options {
   std::vector<std::string> also_read;
 };
 
+/** Ends the options of the last filter. */
+void keep_options(Options* o) {
+  if (o->filters.empty())
+    o->of_all = o->current;
+  else
+    o->filters.back().options = o->current;
+  o->current = o->of_all;
+}
+
+FilterRequest* add_request(Options* o, FilterDesign::Kind kind) {
+  keep_options(o);
+  o->filters.emplace_back().kind = kind;
+  return &o->filters.back();
+}
+
+/** Half of a filter in two files; the other half may stand before it. */
+void add_half(Options* o, std::string CoefficientFiles::*half, const std::string& path) {
+  const auto& last = o->filters;
+  const bool completes = !last.empty() && (last.back().files.*half).empty() &&
+                         !(last.back().files.numerator + last.back().files.denominator).empty();
+  FilterRequest* request = completes ? &o->filters.back() : add_request(o, FilterDesign::kIir);
+  request->files.*half = path;
+}
+
 struct NamedFilter {
   std::string name;
   FilterDesign design;
 };
 
 /** The filters of a picture, in the order of the command line. */
-std::vector<NamedFilter> read_filters(const CLI::App& command, Options* o) {
-  std::vector<NamedFilter> filters;
-  if (o->rate == 0)
-    o->rate = o->impulse_responses.empty() ? 48000 : AudioReader(o->impulse_responses[0], 4).rate();
-  o->impulse_response.normalise = o->reading.normalise;
-  o->impulse_response.max_taps = JURN_CONVOLUTION_TAPS;
-  o->impulse_response.limit =
-      "at most " + std::to_string(o->impulse_response.max_taps) + " can run";
-  const double gain = from_decibels(o->gain_db);
-  const auto add = [&](const std::string& name, FilterDesign design) {
-    scale(&design, gain);
-    filters.push_back({name, std::move(design)});
-  };
-  const auto add_files = [&](const CoefficientFiles& files, FilterDesign::Kind kind,
-                             const CoefficientLimit& limit) {
-    add(short_name(files.name()), read_design(files, kind, limit, o->reading, o->rate, gain));
-    o->also_read.insert(o->also_read.end(), {files.all, files.numerator, files.denominator});
-  };
-  if (o->numerators.size() != o->denominators.size())
-    throw Error(kUsageError, "each --numerator takes a --denominator");
-  std::map<std::string, std::size_t> used;
-  for (const CLI::Option* option : command.parse_order()) {
-    const std::string name = option->get_name();
-    const std::size_t i = used[name]++;
-    if (name == "--fir") {
-      add_files({o->fir_files[i], {}, {}}, FilterDesign::kFir, fir_limit());
-    } else if (name == "--iir") {
-      add_files({o->iir_files[i], {}, {}}, FilterDesign::kIir, iir_limit());
-    } else if (name == "--sos") {
-      add_files({o->section_files[i], {}, {}}, FilterDesign::kSections, section_limit());
-    } else if (name == "--denominator") {
-      add_files({{}, o->numerators[i], o->denominators[i]}, FilterDesign::kIir, iir_limit());
-    } else if (name == "--average") {
-      const std::size_t n = static_cast<std::size_t>(o->averages[i]);
-      filters.push_back(
-          {"mean of " + std::to_string(n),
-           {FilterDesign::kFir, std::vector<double>(n, 1.0 / static_cast<double>(n)), {}}});
-    } else if (name == "--ir") {
-      const std::string& path = o->impulse_responses[i];
-      const ImpulseResponse channels = read_impulse_response({path}, o->rate, o->impulse_response);
-      for (std::size_t c = 0; c < channels.size(); ++c)
-        add(short_name(path) + (channels.size() > 1 ? ", channel " + std::to_string(c + 1) : ""),
-            {FilterDesign::kFir, channels[c], {}});
-      o->also_read.push_back(path);
-    }
-  }
-  if (filters.empty())
+std::vector<NamedFilter> read_filters(Options* o) {
+  if (o->filters.empty())
     throw Error(kUsageError,
                 "response takes filters: --fir, --iir, --sos, --average or --ir, each as often as "
                 "needed");
+  for (const FilterRequest& request : o->filters)
+    if (o->rate == 0 && !request.impulse_response.empty())
+      o->rate = AudioReader(request.impulse_response, 4).rate();
+  if (o->rate == 0) o->rate = 48000;
+  std::vector<NamedFilter> filters;
+  for (FilterRequest& request : o->filters) {
+    FilterOptions& options = request.options;
+    const double gain = from_decibels(options.gain_db);
+    const auto add = [&](const std::string& name, const std::string& part, FilterDesign design) {
+      scale(&design, gain);
+      filters.push_back({(options.label.empty() ? name : options.label) + part, std::move(design)});
+    };
+    if (request.average > 0) {
+      const std::size_t n = static_cast<std::size_t>(request.average);
+      add("mean of " + std::to_string(n), "",
+          {FilterDesign::kFir, std::vector<double>(n, 1.0 / static_cast<double>(n)), {}});
+    } else if (!request.impulse_response.empty()) {
+      const std::string& path = request.impulse_response;
+      options.impulse_response.normalise = options.reading.normalise;
+      options.impulse_response.max_taps = JURN_CONVOLUTION_TAPS;
+      options.impulse_response.limit =
+          "at most " + std::to_string(JURN_CONVOLUTION_TAPS) + " can run";
+      const ImpulseResponse channels =
+          read_impulse_response({path}, o->rate, options.impulse_response);
+      for (std::size_t c = 0; c < channels.size(); ++c)
+        add(short_name(path), channels.size() > 1 ? ", channel " + std::to_string(c + 1) : "",
+            {FilterDesign::kFir, channels[c], {}});
+      o->also_read.push_back(path);
+    } else {
+      const CoefficientFiles& files = request.files;
+      if (files.all.empty() && (files.numerator.empty() || files.denominator.empty()))
+        throw Error(kUsageError, "each --numerator takes a --denominator");
+      const CoefficientLimit limit = request.kind == FilterDesign::kFir   ? fir_limit()
+                                     : request.kind == FilterDesign::kIir ? iir_limit()
+                                                                          : section_limit();
+      add(short_name(files.name()), "",
+          read_design(files, request.kind, limit, options.reading, o->rate, gain));
+      o->also_read.insert(o->also_read.end(), {files.all, files.numerator, files.denominator});
+    }
+  }
   return filters;
 }
 
@@ -135,18 +168,40 @@ void add_response(CLI::App* app, Run* run) {
   const auto o = std::make_shared<Options>();
   CLI::App* response =
       app->add_subcommand("response", "Shows what filters do to frequencies, impulses and steps");
-  const auto several = [&](const char* name, auto* values, const char* description) {
-    return response->add_option(name, *values, description)->allow_extra_args(false);
+  // Each of these starts a filter, in the order of the command line.
+  const auto filter = [&](const char* name, std::function<void(const std::string&)> start,
+                          const char* description) {
+    return response->add_option_function<std::string>(name, start, description)
+        ->trigger_on_parse()
+        ->type_name("FILE");
   };
-  several("--fir", &o->fir_files, "File of taps, as for the subcommand fir");
-  several("--iir", &o->iir_files, "File of numerator and denominator, as for iir");
-  several("--numerator", &o->numerators, "Numerator of an IIR filter in a file of its own");
-  several("--denominator", &o->denominators, "Denominator of the same filter");
-  several("--sos", &o->section_files, "File of sections, as for sos");
-  several("--average", &o->averages, "Length of a moving average")
+  const auto whole = [=](FilterDesign::Kind kind) {
+    return [=](const std::string& path) { add_request(o.get(), kind)->files.all = path; };
+  };
+  filter("--fir", whole(FilterDesign::kFir), "File of taps, as for the subcommand fir");
+  filter("--iir", whole(FilterDesign::kIir), "File of numerator and denominator, as for iir");
+  filter(
+      "--numerator",
+      [=](const std::string& path) { add_half(o.get(), &CoefficientFiles::numerator, path); },
+      "Numerator of an IIR filter in a file of its own");
+  filter(
+      "--denominator",
+      [=](const std::string& path) { add_half(o.get(), &CoefficientFiles::denominator, path); },
+      "Denominator of the same filter");
+  filter("--sos", whole(FilterDesign::kSections), "File of sections, as for sos");
+  response
+      ->add_option_function<int>(
+          "--average",
+          [=](int length) { add_request(o.get(), FilterDesign::kFir)->average = length; },
+          "Length of a moving average")
+      ->trigger_on_parse()
       ->check(CLI::Range(1, kMaxAverage));
-  several("--ir", &o->impulse_responses,
-          "Impulse response, as for convolve; every channel is a filter");
+  filter(
+      "--ir",
+      [=](const std::string& path) {
+        add_request(o.get(), FilterDesign::kFir)->impulse_response = path;
+      },
+      "Impulse response, as for convolve; every channel is a filter");
   response
       ->add_option("--rate", o->rate,
                    "Samples per second; by default that of the first --ir, or 48000")
@@ -172,19 +227,33 @@ void add_response(CLI::App* app, Run* run) {
       ->allow_extra_args(false)
       ->type_name("NAMES");
   add_overwrite(response, &o->overwrite);
-  add_gain_option(response, &o->gain_db);
-  add_reading(response, &o->reading);
-  add_signs(response, &o->reading);
-  response->add_flag("--resample", o->impulse_response.resample,
-                     "Convert impulse responses at another rate");
+  // These hold for the filter that they follow; before the first one, for all.
+  const std::size_t common = response->get_options().size();
+  FilterOptions* current = &o->current;
+  add_gain_option(response, &current->gain_db);
+  add_reading(response, &current->reading);
+  add_signs(response, &current->reading);
+  response->add_flag("--resample", current->impulse_response.resample,
+                     "Convert an impulse response at another rate");
   response
-      ->add_option("--truncate", o->impulse_response.truncate, "Taps of impulse responses to keep")
+      ->add_option("--truncate", current->impulse_response.truncate,
+                   "Taps of an impulse response to keep")
       ->check(CLI::Range(1, JURN_CONVOLUTION_TAPS));
+  response->add_option("--label", current->label, "Name in the picture instead of the file's");
+  const std::vector<CLI::Option*> options = response->get_options();
+  for (std::size_t i = common; i < options.size(); ++i)
+    options[i]->trigger_on_parse()->group("Options of the filter before them, or of all");
+  CLI::Option *negate = response->get_option("--negate-a"),
+              *keep = response->get_option("--keep-a");
+  negate->remove_excludes(keep);  // they may stand at two filters
+  keep->remove_excludes(negate);
   response->footer(
-      "Example:\n  jurn-filter response --fir taps.txt --sos sections.txt --picture response.svg");
+      "Example:\n  jurn-filter response --fir taps.txt --sos sections.txt --gain -6 --picture "
+      "response.svg");
   response->final_callback([=] {
     picture_format(o->picture);  // a wrong name fails before any work
-    const std::vector<NamedFilter> filters = read_filters(*response, o.get());
+    keep_options(o.get());
+    const std::vector<NamedFilter> filters = read_filters(o.get());
     *run = [=] { run_response(*o, filters); };
   });
 }
