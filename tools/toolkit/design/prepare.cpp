@@ -114,25 +114,32 @@ int scale_sections(FilterDesign* sections) {
   return most;
 }
 
-/** Noise with the same power in every octave: the sum of random values, each held twice as long as
- * the one before. The generator is written out so that every system makes the same. */
-std::vector<float> pink_noise(std::size_t length) {
+/** What filters are measured with, three parts of a length at full scale: noise with the same power
+ * in every octave, the sum of random values each held twice as long as the one before; white noise,
+ * for what is broad and high; and a slow sawtooth, for what is low. The generator is written out so
+ * that every system makes the same. */
+std::vector<float> test_signal(std::size_t length) {
   constexpr int rows = 16;
-  std::vector<float> noise(length);
+  std::vector<float> signal(3 * length);
   std::int32_t held[rows] = {};
   std::uint32_t random = 1;
   std::int32_t sum = 0;
+  const auto next = [&random] {
+    random = random * 1664525u + 1013904223u;
+    return static_cast<std::int32_t>(random >> 16) - 32768;
+  };
   for (std::size_t i = 0; i < length; ++i) {
     int row = 0;
     while (row < rows - 1 && (i >> row & 1)) ++row;
-    random = random * 1664525u + 1013904223u;
     sum -= held[row];
-    held[row] = static_cast<std::int32_t>(random >> 16) - 32768;
+    held[row] = next();
     sum += held[row];
     // The sum's largest values lie around half of what it could reach.
-    noise[i] = static_cast<float>(std::min(std::max(sum / (rows / 2), -32767), 32767));
+    signal[i] = static_cast<float>(std::min(std::max(sum / (rows / 2), -32767), 32767));
+    signal[length + i] = static_cast<float>(next());
+    signal[2 * length + i] = static_cast<float>(65535 * i / length) - 32768.0f;
   }
-  return noise;
+  return signal;
 }
 
 /** The library's cascade; in double without its silencing of small outputs. */
@@ -191,12 +198,13 @@ class Meter {
  public:
   Meter(const FilterDesign& truth, double radius, Precision precision)
       : truth_(truth), precision_(precision) {
-    // Long enough for the slowest pole to ring out; a long numerator costs as much per sample.
+    // Each part is long enough for the slowest pole to ring out; a long numerator costs as much per
+    // sample.
     const double rings = 16.0 / std::max(1.0 - radius, 1e-6);
-    std::size_t length = 16384;
+    std::size_t length = 8192;
     while (static_cast<double>(length) < rings && length < 131072) length *= 2;
-    while (length > 16384 && length * truth.a.size() > (std::size_t{1} << 24)) length /= 2;
-    input_ = pink_noise(length);
+    while (length > 8192 && length * truth.a.size() > (std::size_t{1} << 23)) length /= 2;
+    input_ = test_signal(length);
     wanted_ = run<double>(truth, input_);
   }
 

@@ -50,9 +50,9 @@ struct Prepared {
   bool stable = true;
   double pole_radius = 0.0;  // of the outermost pole of what runs
   /** Largest and root mean square difference between what runs and the design in double, in LSB of
-   * 16 bits and before the conversion to int16: measured on noise at full scale with the same power
-   * in every octave; the largest also computed for tones at full scale. 0 where nothing recursive
-   * runs. Infinite for a filter that is unstable as it runs only. */
+   * 16 bits and before the conversion to int16: measured at full scale on noise, white and with the
+   * same power in every octave, and on a slow sawtooth; the largest also computed for tones at full
+   * scale. 0 where nothing recursive runs. Infinite for a filter that is unstable as it runs only. */
   double expected_error = 0.0;
   double expected_error_rms = 0.0;
   std::vector<Notice> notices;
@@ -68,7 +68,7 @@ struct Prepared {
  * unstable or more than 1 LSB off as it is. FIR: only rounded.
  *
  * A design that is unstable in itself runs as it is. Takes milliseconds: it runs the filter over
- * some ten thousand samples.
+ * tens of thousands of samples.
  */
 Prepared prepare(const FilterDesign& design, const PrepareOptions& options = {});
 
