@@ -52,7 +52,8 @@ struct Prepared {
   /** Largest and root mean square difference between what runs and the design in double, in LSB of
    * 16 bits and before the conversion to int16: measured at full scale on noise, white and with the
    * same power in every octave, and on a slow sawtooth; the largest also computed for tones at full
-   * scale. 0 where nothing recursive runs. Infinite for a filter that is unstable as it runs only. */
+   * scale. 0 where nothing recursive runs. Infinite for a filter that is unstable as it runs only.
+   */
   double expected_error = 0.0;
   double expected_error_rms = 0.0;
   std::vector<Notice> notices;
