@@ -12,6 +12,8 @@ from scipy.io import wavfile
 
 from test_tool import SPEECH, TOOL, ToolTest, read, write_numbers
 
+COMPILER = os.environ["JURN_CC"]
+
 
 class FaultTest(ToolTest):
     def setUp(self):
@@ -57,6 +59,38 @@ class FaultTest(ToolTest):
             file.write(bytes(256 * 1024))
         self.assert_one_line(["level", SPEECH, "small/level.csv"], "small/level.csv")
         self.assertEqual(os.listdir("small"), ["filler"])
+
+    @unittest.skipIf("-fsanitize" in COMPILER, "a sanitizer wants to be loaded first")
+    def test_no_failed_write_is_lost(self):
+        """One write fails, whichever, and all others succeed: encoders do not always tell."""
+        with open("fail.c", "w", encoding="ascii") as file:
+            file.write("""
+                #define _GNU_SOURCE
+                #include <errno.h>
+                #include <stdlib.h>
+                #include <sys/syscall.h>
+                #include <unistd.h>
+                static long count;
+                ssize_t pwrite64(int file, const void* from, size_t size, off_t at) {
+                  if (++count == atol(getenv("FAILED_WRITE"))) return errno = EIO, -1;
+                  return syscall(SYS_pwrite64, file, from, size, at);
+                }
+                ssize_t pwrite(int file, const void* from, size_t size, off_t at) {
+                  return pwrite64(file, from, size, at);
+                }""")
+        subprocess.run([*COMPILER.split(), "-shared", "-fPIC", "-o", "fail.so", "fail.c"], check=True)
+        for name in ("out.wav", "out.flac", "out.ogg"):
+            failures = 0
+            while failures < 1000:
+                settings = {"LD_PRELOAD": os.path.abspath("fail.so"), "FAILED_WRITE": str(failures + 1)}
+                done = subprocess.run([TOOL, "average", SPEECH, name, "--length", "2", "-q"],
+                                      capture_output=True, text=True, env={**os.environ, **settings})
+                if done.returncode == 0:
+                    break
+                failures += 1
+                self.assertEqual((done.returncode, os.path.exists(name)), (4, False), done.stderr)
+                self.assertRegex(done.stderr, rf"\Ajurn-filter: {name}: [^\n]+\n\Z")
+            self.assertGreater(failures, 1, name)
 
     def test_unreadable(self):
         arguments = ["fir", "secret.wav", "out.wav", "-c", "one.txt"]

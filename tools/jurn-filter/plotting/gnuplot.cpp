@@ -86,7 +86,7 @@ bool is_complete(int picture) {
 
 void send_file(int file, const OutputFile& output) {
   lseek(file, 0, SEEK_SET);
-  PipeWriter writer(output.descriptor());
+  ByteWriter writer(output.descriptor());
   char buffer[65536];
   ssize_t got;
   while ((got = read(file, buffer, sizeof buffer)) > 0)

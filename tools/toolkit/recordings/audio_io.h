@@ -113,7 +113,7 @@ class AudioWriter {
   SampleFormat samples() const { return format_; }
 
  private:
-  void open_stream();
+  void start_stream();
   std::string stream_header(std::int64_t frames) const;
   void complete_wav_stream();
   [[noreturn]] void fail(const std::string& reason) const;
@@ -122,7 +122,7 @@ class AudioWriter {
   SF_INFO info_{};
   SampleFormat format_;
   std::unique_ptr<Dither> dither_;
-  std::unique_ptr<PipeWriter> pipe_;
+  ByteWriter bytes_;
   SndfileHandle file_;
   std::int64_t frames_ = 0;
   std::int64_t most_frames_ = 0;  // that the format can count

@@ -125,7 +125,7 @@ void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clip
 
 AudioWriter::AudioWriter(const std::string& path, int channels, int rate, const AudioFormat& format,
                          bool overwrite)
-    : output_(path, overwrite) {
+    : output_(path, overwrite), bytes_(output_.descriptor(), output_.is_stream()) {
   if (format.dither) dither_ = std::make_unique<Dither>(*format.dither);
   info_.channels = channels;
   info_.samplerate = rate;
@@ -134,10 +134,8 @@ AudioWriter::AudioWriter(const std::string& path, int channels, int rate, const 
   const FileFormat& file = find_format(output_.path(), type, output_.is_stream());
   format_ = set_format(output_.path(), file, format, &info_);
   most_frames_ = file.huge ? kEndless : kMostBytes / (channels * sample_bytes(format_));
-  if (output_.is_stream())
-    open_stream();
-  else
-    file_.reset(sf_open_fd(output_.descriptor(), SFM_WRITE, &info_, SF_FALSE));
+  if (output_.is_stream()) start_stream();
+  file_.reset(bytes_.open(&info_));
   if (!file_) fail(sf_strerror(nullptr));
   // The chunk holds the time of day; without it the same input gives the same file.
   sf_command(file_.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
@@ -145,18 +143,16 @@ AudioWriter::AudioWriter(const std::string& path, int channels, int rate, const 
 
 /** Of the formats with lengths in their headers only WAV is common in pipes. Its header is ours and
  * says that the length is unknown, the rest is raw. */
-void AudioWriter::open_stream() {
+void AudioWriter::start_stream() {
   if (isatty(output_.descriptor()))
     throw Error(kUsageError, output_.path() + " is a terminal; '-' takes a pipe or a file");
-  pipe_ = std::make_unique<PipeWriter>(output_.descriptor());
   wav_stream_ = (info_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV;
   if (wav_stream_) {
     most_frames_ = kEndless;
     const std::string header = stream_header(kEndless);
-    if (!pipe_->send(header.data(), static_cast<sf_count_t>(header.size()))) fail("");
+    if (!bytes_.send(header.data(), static_cast<sf_count_t>(header.size()))) fail("");
     info_.format = SF_FORMAT_RAW | SF_ENDIAN_LITTLE | (info_.format & SF_FORMAT_SUBMASK);
   }
-  file_.reset(pipe_->open(&info_));
 }
 
 std::string AudioWriter::stream_header(std::int64_t frames) const {
@@ -177,7 +173,7 @@ void AudioWriter::complete_wav_stream() {
 }
 
 void AudioWriter::fail(const std::string& reason) const {
-  fail_to_write(output_.path(), pipe_ ? pipe_->error() : 0, reason);
+  fail_to_write(output_.path(), bytes_.error(), reason);
 }
 
 void AudioWriter::expect(std::int64_t frames) const {
@@ -223,7 +219,7 @@ void AudioWriter::write(const float* in, std::size_t frames) {
 
 void AudioWriter::commit() {
   const int failed = sf_close(file_.release());
-  if (failed || (pipe_ && pipe_->error())) fail(sf_error_number(failed));
+  if (failed || bytes_.error()) fail(sf_error_number(failed));
   if (wav_stream_) complete_wav_stream();
   output_.commit();
 }

@@ -135,7 +135,7 @@ void fail_to_write(const std::string& path, int error, const std::string& reason
 
 void write_file(const std::string& path, bool overwrite, std::string_view text) {
   OutputFile output(path, overwrite);
-  PipeWriter writer(output.descriptor());
+  ByteWriter writer(output.descriptor());
   if (!writer.send(text.data(), static_cast<sf_count_t>(text.size())))
     fail_to_write(output.path(), writer.error(), "");
   output.commit();

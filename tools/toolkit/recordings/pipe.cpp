@@ -61,7 +61,7 @@ bool PipeReader::reads_in_one_pass() {
 }
 
 void PipeReader::copy_to(int file) {
-  PipeWriter copy(file);
+  ByteWriter copy(file);
   char buffer[65536];
   sf_count_t got;
   while ((got = read(buffer, sizeof buffer)) > 0)
@@ -139,37 +139,48 @@ sf_count_t PipeReader::read(char* to, sf_count_t count) {
   return done;
 }
 
-SNDFILE* PipeWriter::open(SF_INFO* info) {
+SNDFILE* ByteWriter::open(SF_INFO* info) {
   SF_VIRTUAL_IO io{};
-  io.get_filelen = [](void* user) { return static_cast<PipeWriter*>(user)->sent_; };
+  io.get_filelen = [](void* user) { return static_cast<ByteWriter*>(user)->length_; };
   io.seek = [](sf_count_t offset, int whence, void* user) {
-    PipeWriter* self = static_cast<PipeWriter*>(user);
+    ByteWriter* self = static_cast<ByteWriter*>(user);
     self->position_ = offset + (whence == SEEK_SET   ? 0
                                 : whence == SEEK_CUR ? self->position_
-                                                     : self->sent_);
+                                                     : self->length_);
     return self->position_;
   };
   io.write = [](const void* from, sf_count_t count, void* user) {
-    PipeWriter* self = static_cast<PipeWriter*>(user);
-    if (self->position_ == self->sent_ && !self->send(static_cast<const char*>(from), count))
-      return sf_count_t{0};
-    self->position_ += count;
-    self->sent_ = std::max(self->sent_, self->position_);
-    return count;
+    return static_cast<ByteWriter*>(user)->write(static_cast<const char*>(from), count);
   };
   io.read = [](void*, sf_count_t, void*) { return sf_count_t{0}; };
-  io.tell = [](void* user) { return static_cast<PipeWriter*>(user)->position_; };
+  io.tell = [](void* user) { return static_cast<ByteWriter*>(user)->position_; };
   return sf_open_virtual(&io, SFM_WRITE, info, this);
 }
 
-bool PipeWriter::send(const char* from, sf_count_t count) {
+sf_count_t ByteWriter::write(const char* from, sf_count_t count) {
+  if (is_stream_ ? position_ == length_ && !send(from, count) : !write_all(from, count, position_))
+    return 0;
+  position_ += count;
+  length_ = std::max(length_, position_);
+  return count;
+}
+
+bool ByteWriter::send(const char* from, sf_count_t count) {
+  return write_all(from, count, -1);
+}
+
+/** At a place of a file, or behind what has been sent. */
+bool ByteWriter::write_all(const char* from, sf_count_t count, sf_count_t at) {
   while (count > 0 && error_ == 0) {
-    const ssize_t sent = ::write(descriptor_, from, static_cast<std::size_t>(count));
-    if (sent < 0 || is_interrupted()) {
-      error_ = sent < 0 ? errno : EINTR;
+    const std::size_t size = static_cast<std::size_t>(count);
+    const ssize_t written =
+        at < 0 ? ::write(descriptor_, from, size) : ::pwrite(descriptor_, from, size, at);
+    if (written < 0 || is_interrupted()) {
+      error_ = written < 0 ? errno : EINTR;
     } else {
-      from += sent;
-      count -= sent;
+      from += written;
+      count -= written;
+      if (at >= 0) at += written;
     }
   }
   return error_ == 0;

@@ -1,4 +1,4 @@
-// Pipes, sockets and devices behind the interface of libsndfile, which expects files.
+// Pipes, sockets, devices and results behind the interface of libsndfile, which expects files.
 #pragma once
 
 #include <sndfile.h>
@@ -39,25 +39,31 @@ class PipeReader {
   sf_count_t received_ = 0;
 };
 
-/** Writes a stream. What has been sent cannot be changed: headers that libsndfile writes again at
- * the end stay as they were. */
-class PipeWriter {
+/** Writes a file or a stream and keeps the first error, which some of libsndfile's encoders drop.
+ * What a stream has sent cannot be changed: headers that libsndfile writes again at the end stay as
+ * they were. */
+class ByteWriter {
  public:
-  explicit PipeWriter(int descriptor) : descriptor_(descriptor) {}
+  explicit ByteWriter(int descriptor, bool is_stream = true)
+      : descriptor_(descriptor), is_stream_(is_stream) {}
 
   SNDFILE* open(SF_INFO* info);
 
-  /** Sends all bytes or sets the error. */
+  /** Appends all bytes or sets the error. */
   bool send(const char* from, sf_count_t count);
 
   /** The errno of a failed write, or 0. */
   int error() const { return error_; }
 
  private:
+  sf_count_t write(const char* from, sf_count_t count);
+  bool write_all(const char* from, sf_count_t count, sf_count_t at);
+
   int descriptor_;
+  bool is_stream_;
   int error_ = 0;
   sf_count_t position_ = 0;
-  sf_count_t sent_ = 0;
+  sf_count_t length_ = 0;
 };
 
 /** Whether a program that writes to a pipe means "no idea" by this length of a header: 0, all ones,
