@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -12,8 +13,12 @@ class Crew {
  public:
   Crew(std::size_t count, std::size_t threads, const std::function<void(std::size_t, Lock*)>& work)
       : work_(work), done_(count) {
-    for (std::size_t i = 0; i < std::min(count, threads); ++i)
-      threads_.emplace_back([this] { run(); });
+    threads_.reserve(std::min(count, threads));
+    try {
+      while (threads_.size() < std::min(count, threads)) threads_.emplace_back([this] { run(); });
+    } catch (const std::system_error&) {  // those that there are do all the work
+      if (threads_.empty()) run();
+    }
   }
 
   ~Crew() {
