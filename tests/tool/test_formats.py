@@ -260,6 +260,8 @@ class FormatTest(ToolTest):
                 ("fir", "FIR filter, 31 taps, fs = 48000 Hz\ncoefficient\n" + "\n".join(lines), TAPS),
                 ("fir", "\n".join(f"{i}, {x}" for i, x in enumerate(lines, 1)), TAPS),
                 ("fir", "[" + ", ".join(lines) + "]\n", TAPS),
+                ("fir", "\n".join(f"np.float64({x})" for x in lines), TAPS),  # repr of NumPy 2
+                ("fir", "b = [" + ", ".join(f"np.float64({x})" for x in lines) + "]", TAPS),
                 ("fir", "b = [" + " ...\n".join(lines) + "];\nfs = 48000;", TAPS),
                 ("fir", "import numpy\ntaps = [\n  " + ",\n  ".join(lines) + ",\n]\n", TAPS),
                 ("fir", designer + "Numerator:\n" + "\n".join(lines), TAPS),

@@ -129,7 +129,7 @@ def _spectrum(
     # A sine's power lies in one bin with the height of the window's sum, halved for its other half.
     full_scale = (32768.0 * max(window.sum(), 1e-300) / 2.0) ** 2
     level = 10.0 * np.log10(np.maximum(power / len(starts) / full_scale, 1e-30))
-    return np.fft.rfftfreq(size, 1.0 / rate), level
+    return np.asarray(np.fft.rfftfreq(size, 1.0 / rate), np.float64), level
 
 
 def _signal() -> Any:
@@ -159,7 +159,7 @@ def _ideal_convolve(x: Any, ir: Any, *, axis: int, tail: bool) -> Any:
     taps = taps.reshape(len(taps), -1)
     routes = functions._routes(taps, samples.shape[1])
     outputs = max(route[1] for route in routes) + 1
-    y = np.zeros((len(samples) + len(taps) - 1, outputs))
+    y: NDArray[np.float64] = np.zeros((len(samples) + len(taps) - 1, outputs))
     for source, to, response in routes:
         y[:, to] += _signal().oaconvolve(samples[:, source], response)
     y = y if tail else y[: len(samples)]

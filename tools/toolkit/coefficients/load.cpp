@@ -66,7 +66,7 @@ FilterDesign load_design(const std::string& given, const ReadOptions& options) {
   std::string bytes;
   if (format != Format::kAudio && format != Format::kMatlab) {
     bytes = piped ? read_standard_input() : read_file(path);
-    if (format == Format::kByContent) format = recognise(path, from_utf16(bytes));
+    if (format == Format::kByContent) format = recognise(path, plain_text(bytes));
   }
   if (piped && (format == Format::kAudio || format == Format::kMatlab))
     fail(path, "coefficients of audio and .mat files come from files only");

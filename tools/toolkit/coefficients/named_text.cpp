@@ -94,6 +94,28 @@ bool add_bracketed(const std::string& path, int line, std::string_view text, int
   return true;
 }
 
+std::string from_utf16(std::string_view bytes) {
+  const auto mark = [&](char first, char second) {
+    return bytes.size() >= 2 && bytes[0] == first && bytes[1] == second;
+  };
+  const bool little_mark = mark('\xff', '\xfe'), big_mark = mark('\xfe', '\xff');
+  const bool marked = little_mark || big_mark;
+  const std::size_t seen = std::min<std::size_t>(bytes.size(), 64) & ~std::size_t{1};
+  bool little = !big_mark, big = !little_mark;
+  for (std::size_t i = marked ? 2 : 0; i + 1 < seen && !marked; i += 2) {
+    const auto is_text = [](char c) { return (c >= ' ' && c <= '~') || (c >= '\t' && c <= '\r'); };
+    little = little && is_text(bytes[i]) && bytes[i + 1] == '\0';
+    big = big && is_text(bytes[i + 1]) && bytes[i] == '\0';
+  }
+  if (!marked && (seen < 4 || little == big)) return std::string(bytes);
+  std::string text;
+  for (std::size_t i = marked ? 2 : 0; i + 1 < bytes.size(); i += 2) {
+    const char low = bytes[i + (little ? 0 : 1)], high = bytes[i + (little ? 1 : 0)];
+    text += high == '\0' && static_cast<unsigned char>(low) < 128 ? low : '?';
+  }
+  return text;
+}
+
 }  // namespace
 
 bool is_named_text(std::string_view text) {
@@ -158,25 +180,14 @@ std::vector<Array> parse_named_text(const std::string& path, std::string_view te
   return arrays;
 }
 
-std::string from_utf16(std::string_view bytes) {
-  const auto mark = [&](char first, char second) {
-    return bytes.size() >= 2 && bytes[0] == first && bytes[1] == second;
-  };
-  const bool little_mark = mark('\xff', '\xfe'), big_mark = mark('\xfe', '\xff');
-  const bool marked = little_mark || big_mark;
-  const std::size_t seen = std::min<std::size_t>(bytes.size(), 64) & ~std::size_t{1};
-  bool little = !big_mark, big = !little_mark;
-  for (std::size_t i = marked ? 2 : 0; i + 1 < seen && !marked; i += 2) {
-    const auto is_text = [](char c) { return (c >= ' ' && c <= '~') || (c >= '\t' && c <= '\r'); };
-    little = little && is_text(bytes[i]) && bytes[i + 1] == '\0';
-    big = big && is_text(bytes[i + 1]) && bytes[i] == '\0';
-  }
-  if (!marked && (seen < 4 || little == big)) return std::string(bytes);
-  std::string text;
-  for (std::size_t i = marked ? 2 : 0; i + 1 < bytes.size(); i += 2) {
-    const char low = bytes[i + (little ? 0 : 1)], high = bytes[i + (little ? 1 : 0)];
-    text += high == '\0' && static_cast<unsigned char>(low) < 128 ? low : '?';
-  }
+std::string plain_text(std::string_view bytes) {
+  std::string text = from_utf16(bytes);
+  for (const std::string_view type : {"np.float64(", "np.float32("})
+    for (std::size_t at = 0; (at = text.find(type, at)) != std::string::npos;) {
+      text.erase(at, type.size());
+      const std::size_t end = text.find_first_of(")\n", at);
+      if (end != std::string::npos && text[end] == ')') text.erase(end, 1);
+    }
   return text;
 }
 

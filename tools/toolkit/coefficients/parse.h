@@ -62,9 +62,9 @@ std::vector<Array> parse_header(const std::string& path, std::string_view text);
 /** Whether a text names its arrays, as Octave's saves and MATLAB's .fcf do, or assigns them. */
 bool is_named_text(std::string_view text);
 std::vector<Array> parse_named_text(const std::string& path, std::string_view text);
-/** A text in UTF-16, with a mark or without; anything else as it is. Letters that ASCII has not
- * become question marks. */
-std::string from_utf16(std::string_view bytes);
+/** A text in UTF-16, with a mark or without, in ASCII: other letters become question marks. Numbers
+ * without the types that NumPy 2 prints: np.float64(0.5). Anything else as it is. */
+std::string plain_text(std::string_view bytes);
 std::vector<double> parse_biquads(const std::string& path, std::string_view text);
 FilterDesign parse_equaliser(const std::string& path, std::string_view text,
                              const ReadOptions& options);

@@ -57,7 +57,7 @@ Format recognise(const std::string& path, std::string_view bytes) {
 
 FilterDesign parse_design(const std::string& path, std::string_view original,
                           const ReadOptions& options) {
-  const std::string bytes = from_utf16(original);
+  const std::string bytes = plain_text(original);
   const Format format =
       options.format == Format::kByContent ? recognise(path, bytes) : options.format;
   FilterDesign design{options.wanted, {}, {}};
