@@ -181,13 +181,19 @@ std::vector<Array> parse_named_text(const std::string& path, std::string_view te
 }
 
 std::string plain_text(std::string_view bytes) {
-  std::string text = from_utf16(bytes);
-  for (const std::string_view type : {"np.float64(", "np.float32("})
-    for (std::size_t at = 0; (at = text.find(type, at)) != std::string::npos;) {
-      text.erase(at, type.size());
-      const std::size_t end = text.find_first_of(")\n", at);
-      if (end != std::string::npos && text[end] == ')') text.erase(end, 1);
-    }
+  constexpr std::string_view kNumPy = "np.float";
+  const std::string all = from_utf16(bytes);
+  std::string text;
+  std::size_t begin = 0;
+  for (std::size_t at; (at = all.find(kNumPy, begin)) != std::string::npos;) {
+    const std::size_t open = at + kNumPy.size() + 2;  // behind 64 or 32
+    const std::size_t close = all.find_first_of(")\n", open);
+    const bool is_number = close != std::string::npos && all[open] == '(' && all[close] == ')';
+    text.append(all, begin, at - begin);
+    text.append(all, is_number ? open + 1 : at, is_number ? close - open - 1 : kNumPy.size());
+    begin = is_number ? close + 1 : at + kNumPy.size();
+  }
+  text.append(all, begin, std::string::npos);
   return text;
 }
 

@@ -137,8 +137,8 @@ std::vector<float> test_signal(std::size_t length) {
     // The sum's largest values lie around half of what it could reach.
     signal[i] = static_cast<float>(std::min(std::max(sum / (rows / 2), -32767), 32767));
     signal[length + i] = static_cast<float>(next());
-    const std::int32_t step = static_cast<std::int32_t>(65535 * i / length) - 32768;
-    signal[2 * length + i] = static_cast<float>(step);
+    const std::uint64_t step = std::uint64_t{65535} * i / length;  // more than 32 bits on the way
+    signal[2 * length + i] = static_cast<float>(static_cast<std::int32_t>(step) - 32768);
   }
   return signal;
 }
