@@ -50,15 +50,17 @@ JURN_INLINE void fir_group(Sum* sums, const Sum* x, const Sum* taps, int count, 
   for (int k = 0; k < group; ++k) store(sums + k * lanes, acc[k]);
 }
 
-/** Covers `vectors` vectors of outputs with groups of `group`, and the rest with smaller ones. */
+/** Covers `outputs` outputs, up to whole vectors, with groups of `group`, and the rest with smaller
+ * groups. */
 template <int group, class Sum>
 JURN_INLINE void fir_groups(Sum* sums, const Sum* x, const Sum* taps, int count, bool starts,
-                            int vectors) {
-  constexpr int step = group * (JURN_VECTOR_BYTES / sizeof(Sum));
-  for (; vectors >= group; vectors -= group, sums += step, x += step)
+                            int outputs) {
+  constexpr int lanes = JURN_VECTOR_BYTES / sizeof(Sum);
+  constexpr int step = group * lanes;
+  for (; outputs > step - lanes; outputs -= step, sums += step, x += step)
     fir_group<group>(sums, x, taps, count, starts);
   if constexpr (group > 1)
-    if (vectors > 0) fir_groups<(group > 8 ? 8 : group / 2)>(sums, x, taps, count, starts, vectors);
+    if (outputs > 0) fir_groups<(group > 8 ? 8 : group / 2)>(sums, x, taps, count, starts, outputs);
 }
 
 /** Sums of a tile of outputs and of taps: 3840 and 2048 bytes of them, in float or in double. */
@@ -76,14 +78,13 @@ JURN_INLINE void fir_tile(Sum* sums, const Sample* x, int count, const Sum* taps
   constexpr int group = 10;
   using Tile = FirTile<Sum>;
   Sum window[Tile::outputs + Tile::taps];
-  const int vectors = (count + lanes - 1) / lanes;
-  const int padded = vectors * lanes;
+  const int padded = (count + lanes - 1) / lanes * lanes;
   for (int first = 0; first < tap_count; first += Tile::taps) {
     const int taps_here = tap_count - first < Tile::taps ? tap_count - first : Tile::taps;
     const int past = taps_here - 1;
     widen(window, x - first - past, past + count);
     memset(window + past + count, 0, (padded - count) * sizeof(Sum));
-    fir_groups<group>(sums, window + past, taps + first, taps_here, first == 0, vectors);
+    fir_groups<group>(sums, window + past, taps + first, taps_here, first == 0, count);
   }
 }
 
