@@ -2,6 +2,8 @@
 #ifndef JURN_TESTS_FFT_MODEL_H
 #define JURN_TESTS_FFT_MODEL_H
 
+#include <gtest/gtest.h>
+
 #include <deque>
 #include <memory>
 

@@ -1,5 +1,7 @@
 /* The convolution objects: bits against the definition in plain loops over the whole past, error
  * against exact convolution, memory that ends where it says, and what the set-ups refuse. */
+#include <gtest/gtest.h>
+
 #include <memory>
 
 #include "Convolution_control.h"

@@ -1,4 +1,6 @@
 /* What the functions do at the edges of the contract, in debug and release builds alike. */
+#include <gtest/gtest.h>
+
 #include <memory>
 
 #include "ChanelConvert.h"

@@ -1,4 +1,6 @@
 /* The real FFT and the spectrum product. */
+#include <gtest/gtest.h>
+
 #include <memory>
 
 #include "DFTs.h"

@@ -1,4 +1,6 @@
 /* Buf16_ID. */
+#include <gtest/gtest.h>
+
 #include <memory>
 
 #include "reference.h"

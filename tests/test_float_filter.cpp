@@ -1,4 +1,6 @@
-/* MORVAX_Qfirf, MORVAX_Qiirf and Filterf_ID. */
+/* MORVAX_Qfirf and MORVAX_Qiirf. */
+#include <gtest/gtest.h>
+
 #include <memory>
 
 #include "reference.h"
@@ -6,32 +8,16 @@
 
 namespace {
 
-/** Float samples: the int16 signals, faint ones, or any bit pattern. */
-void float_signal(Random& random, float* x, int count, bool wild) {
-  random.signal(x, count);
-  const bool faint = random.one_in(3);
-  for (int i = 0; i < count; ++i)
-    x[i] = wild ? random.any_bits<float>() : faint ? random.state() : x[i];
-}
-
-void double_states(Random& random, double* y, int count) {
-  const double edge = 1e-6;
-  for (int i = 0; i < count; ++i)
-    y[i] = random.one_in(3)   ? random.one_of({-1, 1}) * std::nextafter(edge, random.in(0, 1))
-           : random.one_in(3) ? edge
-                              : random.state();
-}
-
 TEST(FloatKernels, AgreeWithReference) {
   Random random(21);
   for (int trial = 0; trial < 800; ++trial) {
     const bool wild = random.one_in(6), feedback = random.one_in(2);
     const int blen = random.count(1, 300), alen = random.count(1, 300);
     const int len = random.one_in(100) ? 32767 : random.count(0, 700);
-    const auto signal = [&](float* x, int count) { float_signal(random, x, count, wild); };
+    const auto signal = [&](float* x, int count) { random.floats(x, count, wild); };
     Twin<float> past_inputs(random, blen - 1 + len, signal);
     Twin<double> past_outputs(random, alen - 1 + len,
-                              [&](double* y, int count) { double_states(random, y, count); });
+                              [&](double* y, int count) { random.states(y, count); });
     Twin<double> b(random, blen, [&](double* x, int count) { random.taps(x, count, wild); });
     Twin<double> a(random, alen, [&](double* x, int count) { random.denominator(x, count, wild); });
     for (int call = 0; call < 2; ++call) {
@@ -55,45 +41,7 @@ TEST(FloatKernels, AgreeWithReference) {
   }
 }
 
-TEST(FloatFilter, WholeRecordAgrees) {
-  Random random(22);
-  auto filter = std::make_unique<Filterf_ID>(), expected = std::make_unique<Filterf_ID>();
-  for (int trial = 0; trial < 800; ++trial) {
-    const bool wild = random.one_in(10);
-    float_signal(random, filter->memL.meminput, 2512, wild);
-    double_states(random, filter->memL.memoutput, 2512);
-    random.taps(filter->b, 201, wild);
-    random.denominator(filter->a, 201, wild);
-    filter->blen = random.count(1, 201);
-    filter->alen = random.count(1, 201);
-    filter->filtertype = random.one_in(10) ? random.one_of({1, 2, 5, -2}) : random.in(-1, 0);
-    std::memcpy(expected.get(), filter.get(), sizeof *filter);
-    const int longest = 2513 - std::max(filter->blen, filter->filtertype ? 1 : filter->alen);
-    int len = random.count(0, longest);
-    for (int call = 0; call < 3; ++call) {
-      if (random.one_in(5)) {
-        MORVAX_FilterfReset_API(filter.get());
-        ref::reset(expected.get());
-      }
-      if (random.one_in(4)) len = random.count(0, longest);
-      const auto run = [&](bool library, const float* in, float* out) {
-        library ? MORVAX_FilterfRun_API(filter.get(), in, len, out)
-                : ref::run(expected.get(), in, len, out);
-      };
-      const auto run_short = [&](bool library, const short* in, float* out) {
-        library ? MORVAX_FilterfRun_API_shortin(filter.get(), in, len, out)
-                : ref::run(expected.get(), in, len, out);
-      };
-      const bool from_short = len <= 1056 && random.one_in(2);
-      ASSERT_TRUE(from_short ? (runs_alike<short, float>(random, len, len, run_short))
-                             : runs_alike<float>(random, len, len, run))
-          << "trial " << trial << " type " << filter->filtertype << " len " << len;
-      ASSERT_TRUE(same_record(filter.get(), expected.get())) << "trial " << trial;
-    }
-  }
-}
-
-TEST(FloatFilter, WorkedExamples) {
+TEST(FloatKernels, WorkedExamples) {
   const double half[] = {0.5, 0.5}, one[] = {1.0}, any_first[] = {2.0, -0.5};
   float history[4] = {}, block[] = {1, 1, 1};
   MORVAX_Qfirf(block, block, 3, history, half, 2);

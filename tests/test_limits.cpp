@@ -2,6 +2,8 @@
  * happens in a process of its own, so the records here stay zero. */
 #ifndef NDEBUG
 
+#include <gtest/gtest.h>
+
 #include <memory>
 
 #include "ChanelConvert.h"

@@ -1,78 +1,12 @@
 /* Filterlongfir_ID: reset, both set-ups, and every kind but the FFT ones. */
+#include <gtest/gtest.h>
+
 #include <memory>
 
 #include "reference.h"
 #include "support.h"
 
 namespace {
-
-/** Taps for b and bR of the two-filter kinds; returns the longest block in values. */
-int configure_two_filters(Random& random, Filterlongfir_ID* f, int taps) {
-  f->chanel = random.in(1, 2);
-  f->filtertype = f->chanel == 2 ? -3 : -6;
-  f->blen = random.count(1, taps);
-  f->bRlen = random.one_in(2) ? f->blen : random.count(1, taps);
-  random.taps(f->b, f->blen);
-  random.taps(f->bR, std::max(f->blen, f->bRlen));
-  return f->chanel * 1056;
-}
-
-/* Resets, fades, changed taps and lengths, other kinds in between: the state that one kind leaves
- * is what the next one finds, and the whole record shows it. */
-TEST(LongFilter, WholeRecordAgrees) {
-  Random random(41);
-  auto filter = std::make_unique<Filterlongfir_ID>(),
-       expected = std::make_unique<Filterlongfir_ID>();
-  for (float* area : {filter->hLrfft, filter->cmemhRrfft, filter->xRhR0})
-    for (int i = 0; i < 65536; ++i) area[i] = static_cast<float>(random.real(1.0));
-  for (int trial = 0; trial < 150; ++trial) {
-    const int taps = random.one_in(30) ? 32767 : random.one_of({4, 300, 2000});
-    fill_rubbish(random, filter.get());
-    random.signal(filter->mBufin.membuf, 105600);
-    random.signal(filter->cmeminputL, 33824);
-    filter->cmemblen = random.in(1, 300);
-    filter->cmemcall = random.in(0, 1);
-    filter->cmemfftN = filter->membufrear = 77;
-    int longest = random.one_in(2) ? configure(random, filter.get(), taps)
-                                   : configure_two_filters(random, filter.get(), taps);
-    std::memcpy(expected.get(), filter.get(), sizeof *filter);
-    int inLen = random.count(0, longest);
-    for (int call = 0; call < 8; ++call) {
-      const int action = random.in(0, 11);
-      if (action == 0) {
-        MORVAX_FilterlongfirReset_API(filter.get());
-        ref::reset(expected.get());
-      } else if (action <= 4) {
-        const int blen = filter->blen;
-        for (int length : {random.one_of({0, -3, -1056, -2000, blen, blen, blen}), blen}) {
-          filter->blen = expected->blen = length;
-          for (int times = random.in(1, 2); times > 0; --times) {
-            MORVAX_FilterlongfirCalcu_APItime(filter.get());
-            ref::save_for_fade(expected.get());
-          }
-        }
-        if (random.one_in(2)) random.taps(filter->b, filter->blen);
-        if (random.one_in(2)) random.taps(filter->bR, filter->blen);
-        std::memcpy(expected->b, filter->b, sizeof filter->b);
-        std::memcpy(expected->bR, filter->bR, sizeof filter->bR);
-      } else if (action == 5 && filter->filtertype < -1) {
-        longest = configure_two_filters(random, filter.get(), taps);
-        inLen = random.count(0, longest);
-        std::memcpy(expected.get(), filter.get(), sizeof *filter);
-      }
-      ASSERT_TRUE(same_record(filter.get(), expected.get())) << "trial " << trial << ' ' << action;
-      const auto run = [&](bool library, const short* in, short* out) {
-        library ? MORVAX_FilterlongfirRun_API(filter.get(), in, inLen, out)
-                : ref::run(expected.get(), in, inLen, out);
-      };
-      ASSERT_TRUE(runs_alike(random, inLen, filter->filtertype == -6 ? 2 * inLen : inLen, run) &&
-                  same_record(filter.get(), expected.get()))
-          << "trial " << trial << " chanel " << filter->chanel << " type " << filter->filtertype
-          << " blen " << filter->blen << " bRlen " << filter->bRlen << " inLen " << inLen
-          << " action " << action;
-    }
-  }
-}
 
 TEST(LongFilter, UnknownCombinationsWriteNothing) {
   Random random(42);

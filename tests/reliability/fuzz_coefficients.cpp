@@ -3,11 +3,11 @@
  * is wanted and the format. */
 #include <string>
 
+#include "../walks/walk.h"
 #include "coefficients/formats.h"
 #include "errors.h"
-#include "fuzz.h"
 
-int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
   const tool::Format formats[] = {tool::Format::kByContent, tool::Format::kNumbers,
                                   tool::Format::kNumPy,     tool::Format::kHeader,

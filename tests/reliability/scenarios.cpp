@@ -4,6 +4,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "../random.h"
 #include "Convolution_control.h"
 #include "Filter_control.h"
 
@@ -81,46 +82,19 @@ void add_record(Hash* hash, const Filterlongfir_ID& r) {
                    r.filtertype);
 }
 
-/** A linear congruential generator. */
-class Numbers {
- public:
-  explicit Numbers(uint64_t seed) : state_(seed) {}
-  /** The next number, from low to high. */
-  int in(int low, int high) {
-    state_ = state_ * 6364136223846793005u + 1442695040888963407u;
-    const uint64_t top = state_ >> 32;
-    return low + static_cast<int>(top * static_cast<uint64_t>(high - low + 1) >> 32);
-  }
-  /** A number between -1 and 1 that float holds exactly. */
-  double fraction() { return in(-8388607, 8388607) * (1.0 / 8388608.0); }
+/** Feedback whose magnitudes sum to less than one. */
+template <class Real>
+void fill_denominator(Random* random, Real* a, int count) {
+  random->denominator(a, count);
+  a[0] = 1;  // not every processor has the same NaN
+}
 
-  /** Noise with stretches of silence and full scale. */
-  template <class Sample>
-  void signal(Sample* x, int count) {
-    const int kind = in(0, 5);
-    for (int i = 0; i < count; ++i)
-      x[i] = kind == 0 ? 0 : kind == 1 ? (in(0, 1) ? 32767 : -32768) : in(-20000, 20000);
+void fill_sections(Random* random, float* b, float* a, int n, int ns) {
+  for (int k = 0; k < ns; ++k) {
+    random->uniform(b + k * (n + 1), n + 1, 0.75);
+    fill_denominator(random, a + k * (n + 1), n + 1);
   }
-  template <class Real>
-  void taps(Real* b, int count, double scale) {
-    for (int i = 0; i < count; ++i) b[i] = static_cast<Real>(fraction() * scale);
-  }
-  /** Feedback whose magnitudes sum to less than one. */
-  template <class Real>
-  void denominator(Real* a, int count) {
-    a[0] = 1;
-    for (int i = 1; i < count; ++i) a[i] = static_cast<Real>(fraction() / count);
-  }
-  void sections(float* b, float* a, int n, int ns) {
-    for (int k = 0; k < ns; ++k) {
-      taps(b + k * (n + 1), n + 1, 0.75);
-      denominator(a + k * (n + 1), n + 1);
-    }
-  }
-
- private:
-  uint64_t state_;
-};
+}
 
 /** What the exported double kernels work on. */
 struct Kernel {
@@ -135,7 +109,7 @@ void add_record(Hash* hash, const Kernel& r) {
 template <class Record>
 class Run {
  public:
-  Run(const Placement& placement, uint64_t seed) : numbers(seed), placement_(placement) {
+  Run(const Placement& placement, unsigned seed) : random(seed), placement_(placement) {
     record = static_cast<Record*>(std::calloc(1, sizeof(Record)));
     home_ = record;
   }
@@ -152,7 +126,7 @@ class Run {
     std::vector<Out> output(out_count + placement_.array_offset);
     In* in = input.data() + placement_.array_offset;
     Out* out = output.data() + placement_.array_offset;
-    numbers.signal(in, in_count);
+    random.signal(in, in_count);
     call(record, in, in_count, out);
     hash.add(out, out_count);
   }
@@ -164,7 +138,7 @@ class Run {
     return hash.value();
   }
 
-  Numbers numbers;
+  Random random;
   Hash hash;
   Record* record;
 
@@ -179,15 +153,15 @@ const int kFrames[] = {1, 7, 64, 480, 1056};
 
 /** The FIR, IIR, cascade and moving-average kinds, which two objects share. */
 template <class Record>
-void configure(Numbers* numbers, Record* r, int size, double scale) {
+void configure(Random* random, Record* r, int size, double scale) {
   r->blen = size;
   r->alen = size % 40 + 2;
-  numbers->taps(r->b, size, scale);
-  numbers->denominator(r->a, r->alen);
+  random->uniform(r->b, size, scale);
+  fill_denominator(random, r->a, r->alen);
   if (r->filtertype == 1) {
     r->n = size % 2 ? 2 : 4;
     r->ns = size % 20 + 1;
-    numbers->sections(r->b, r->a, r->n, r->ns);
+    fill_sections(random, r->b, r->a, r->n, r->ns);
   }
 }
 
@@ -201,12 +175,12 @@ uint64_t int16_filter(const Placement& placement) {
       Filter_ID* r = run.record;
       r->chanel = chanel;
       r->filtertype = type;
-      configure(&run.numbers, r, size, kScales[size % 3]);
+      configure(&run.random, r, size, kScales[size % 3]);
       MORVAX_FilterReset_API(r);
       for (int call = 0; call < 4; ++call) {
         if (call == 2 && type < 1) {  // new coefficients on the old history
           *other = *run.record;
-          run.numbers.taps(other->b, size, 0.25);
+          run.random.uniform(other->b, size, 0.25);
           MORVAX_Filter_abCopy_API(run.record, other);
         }
         run.block(count, count, MORVAX_FilterRun_API);
@@ -222,10 +196,10 @@ uint64_t from_table(const Placement& placement) {
   for (int order : {1, 2, 9, 30}) {
     float num[64], den[64];
     if (type == 1) {
-      run.numbers.sections(num, den, 2, (order + 1) / 2);
+      fill_sections(&run.random, num, den, 2, (order + 1) / 2);
     } else {
-      run.numbers.taps(num, order + 1, 1.0);
-      run.numbers.denominator(den, order + 1);
+      run.random.uniform(num, order + 1, 1.0);
+      fill_denominator(&run.random, den, order + 1);
     }
     run.record->chanel = 1;
     MORVAX_FilterCalcu_API_FromMatlabTable(run.record, num, den, order, type);
@@ -262,8 +236,8 @@ uint64_t float_filter(const Placement& placement) {
         r->filtertype = type;
         r->blen = size;
         r->alen = size % 40 + 2;
-        run.numbers.taps(r->b, size, scale);
-        run.numbers.denominator(r->a, r->alen);
+        run.random.uniform(r->b, size, scale);
+        fill_denominator(&run.random, r->a, r->alen);
         MORVAX_FilterfReset_API(r);
         for (int call = 0; call < 2; ++call) {
           run.block<float, float>(frames, frames, MORVAX_FilterfRun_API);
@@ -284,8 +258,8 @@ template <bool feedback>
 uint64_t float_kernel(const Placement& placement) {
   Run<Kernel> run(placement, 500 + feedback);
   for (int size : {1, 300, 1999}) {
-    run.numbers.taps(run.record->b, size, 0.5);
-    run.numbers.denominator(run.record->a, size);
+    run.random.uniform(run.record->b, size, 0.5);
+    fill_denominator(&run.random, run.record->a, size);
     for (int call = 0; call < 3; ++call)
       run.block<float, float>(700, 700, [size](Kernel* k, const float* in, int count, float* out) {
         if (feedback)
@@ -308,23 +282,23 @@ uint64_t long_filter(const Placement& placement) {
     Filterlongfir_ID* r = run.record;
     r->chanel = chanel;
     r->filtertype = type;
-    configure(&run.numbers, r, size, kScales[size % 3]);
+    configure(&run.random, r, size, kScales[size % 3]);
     r->bRlen = size / 2 + 1;
-    run.numbers.taps(r->bR, size, kScales[(size + 1) % 3]);
+    run.random.uniform(r->bR, size, kScales[(size + 1) % 3]);
     MORVAX_FilterlongfirReset_API(r);
     for (int call = 0; call < 6; ++call) {
       if (two && call % 3 == 0) {
         MORVAX_FilterlongfirCalcu_APItime(run.record);
-        run.numbers.taps(run.record->b, size, 0.25);
-        run.numbers.taps(run.record->bR, size, 0.25);
+        run.random.uniform(run.record->b, size, 0.25);
+        run.random.uniform(run.record->bR, size, 0.25);
       }
       run.block(count, type == -6 ? 2 * count : count, MORVAX_FilterlongfirRun_API);
     }
   }
   if (type < 0) {
     run.record->blen = run.record->bRlen = 20000;
-    run.numbers.taps(run.record->b, 20000, 0.03125);
-    run.numbers.taps(run.record->bR, 20000, 0.03125);
+    run.random.uniform(run.record->b, 20000, 0.03125);
+    run.random.uniform(run.record->bR, 20000, 0.03125);
     MORVAX_FilterlongfirReset_API(run.record);
     for (int call = 0; call < 3; ++call)
       run.block(chanel * 200, type == -6 ? 400 : chanel * 200, MORVAX_FilterlongfirRun_API);
@@ -345,11 +319,11 @@ uint64_t fft_filter(const Placement& placement) {
     MORVAX_FilterlongfirReset_API(r);
     for (int change = 0; change < 3; ++change) {
       for (float* taps : {run.record->b, run.record->bR})
-        run.numbers.taps(taps, size, kScales[(change + size) % 3]);
+        run.random.uniform(taps, size, kScales[(change + size) % 3]);
       for (int i = run.record->bRlen; i < size; ++i) run.record->bR[i] = 0.0f;
       MORVAX_FilterlongfirCalcu_API_forFFT(run.record);
       for (int queued = 0; queued < 2 * size + 600;) {
-        const int frames = run.numbers.in(0, 1200), count = chanel * frames;
+        const int frames = run.random.in(0, 1200), count = chanel * frames;
         run.block(count, type == -5 ? 2 * count : count, MORVAX_FilterlongfirRun_API);
         queued += frames;
       }
@@ -363,7 +337,7 @@ uint64_t fft_filter(const Placement& placement) {
 /** Convolution in one, two and three levels, with fades; the response moves as the stream does. */
 template <class Sample>
 uint64_t convolution(const Placement& placement) {
-  Numbers numbers(71);
+  Random random(71);
   Hash hash;
   for (const Convolution_shape shape : {Convolution_shape{1, 1, 1, 40},
                                         {2, 2, 64, 700},
@@ -383,7 +357,7 @@ uint64_t convolution(const Placement& placement) {
     std::vector<Memory> responses;
     for (int i = 0; i < 2; ++i) {
       std::vector<float> taps(shape.taps);
-      numbers.taps(taps.data(), shape.taps, kScales[i + 1]);
+      random.uniform(taps.data(), shape.taps, kScales[i + 1]);
       const Convolution_route routes[] = {{0, shape.outputs - 1, taps.data(), shape.taps},
                                           {shape.inputs - 1, 0, taps.data() + 3, shape.taps / 2}};
       responses.emplace_back(MORVAX_ConvolutionResponseSize_API(&shape, routes, i + 1));
@@ -399,7 +373,7 @@ uint64_t convolution(const Placement& placement) {
     Sample* const in = input.data() + placement.array_offset;
     Sample* const out = output.data() + placement.array_offset;
     for (int call = 0; call < 2 * shape.taps / shape.block && call < 150; ++call) {
-      numbers.signal(in, in_count);
+      random.signal(in, in_count);
       for (Memory* memory : {&stream, &responses[0], &responses[1]}) memory->move(placement);
       auto* const s = static_cast<ConvolutionStream_ID*>(stream.place);
       const auto* const now =

@@ -2,8 +2,8 @@
  * result must depend neither on how the stream is cut into calls nor on the clone of the kernels:
  * one record takes each block in one call on the best clone, its twin takes it in pieces on the
  * baseline. The queues must hold one transform length together, after every call. */
-#include "fuzz.h"
 #include "simd/clones.h"
+#include "walk.h"
 
 namespace {
 
@@ -52,9 +52,8 @@ void check_queues(const Filterlongfir_ID* r, bool balanced) {
 
 }  // namespace
 
-int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  Bytes bytes(data, size);
-  Twins<Filterlongfir_ID> twins;
+void walk_long_fft(Random& random) {
+  Twins<Filterlongfir_ID> twins(random);
   // The queues lose their balance when the length or the output's channels change and they are not
   // primed again. Then the output may run dry, earlier in pieces than in one call.
   bool balanced = true, saved_balanced = true;
@@ -62,24 +61,24 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     twins.both([&](Filterlongfir_ID* r) {
       const int primed = r->membufrear, N = r->fftN, out_channels = output_channels(r);
       if (other_taps) {
-        const Kind kind = kinds[bytes.in(0, 4)];
+        const Kind kind = kinds[random.in(0, 4)];
         r->chanel = kind.chanel;
         r->filtertype = kind.type;
-        r->blen = bytes.in(1, bytes.in(0, 3) ? 300 : 8192);
-        r->bRlen = bytes.in(0, 1) ? r->blen : bytes.in(1, 300);
+        r->blen = random.in(1, random.in(0, 3) ? 300 : 8192);
+        r->bRlen = random.one_in(2) ? r->blen : random.in(1, 300);
       }
       const int longer = std::max(r->blen, r->bRlen);
-      bytes.coefficients(r->b, longer);
-      bytes.coefficients(r->bR, longer);
+      random.taps(r->b, longer, random.one_in(10));
+      random.taps(r->bR, longer);
       MORVAX_FilterlongfirCalcu_API_forFFT(r);
       balanced = r->membufrear != primed ||
                  (balanced && r->fftN == N && output_channels(r) == out_channels);
     });
   };
-  MORVAX_FilterlongfirReset_API(twins.actual);
+  MORVAX_FilterlongfirReset_API(twins[true]);
   set_up(true);
-  for (int call = 0; call < 24 && !bytes.empty(); ++call) {
-    switch (bytes.in(0, 9)) {
+  for (int call = 0; call < 24 && !random.ended(); ++call) {
+    switch (random.in(0, 9)) {
       case 0:
       case 1:
         set_up(false);
@@ -88,9 +87,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         set_up(true);
         break;
       case 3:
-        MORVAX_FilterlongfirReset_API(twins.actual);
-        MORVAX_FilterlongfirReset_API(twins.expected);
-        set_up(bytes.in(0, 1));
+        for (bool library : {false, true}) MORVAX_FilterlongfirReset_API(twins[library]);
+        set_up(random.one_in(2));
         break;
       case 4:
         twins.save();
@@ -100,24 +98,28 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (twins.restore()) balanced = saved_balanced;
         break;
       case 6:
-        twins.move(bytes.in(0, 15));
+        twins.move();
         break;
       default: {
-        Filterlongfir_ID* const r = twins.actual;
-        const int count = r->chanel * bytes.in(0, bytes.in(0, 1) ? 200 : 3000);
-        const bool in_place = bytes.in(0, 1) && r->filtertype != -5;
-        twins.run<short>(bytes.signal<short>(count), r->filtertype == -5 ? 2 * count : count,
-                         in_place, MORVAX_FilterlongfirRun_API,
-                         balanced ? run_in_pieces : run_whole);
+        const Filterlongfir_ID* const r = twins[true];
+        const int count = r->chanel * random.in(0, random.one_in(2) ? 200 : 3000);
+        const int out_count = r->filtertype == -5 ? 2 * count : count;
+        const bool alike =
+            runs_alike(random, count, out_count, [&](bool library, const short* in, short* out) {
+              if (library)
+                MORVAX_FilterlongfirRun_API(twins[true], in, count, out);
+              else
+                (balanced ? run_in_pieces : run_whole)(twins[false], in, count, out);
+            });
+        require(alike, "the outputs are equal, and nothing but them is written");
         check_queues(r, balanced);
       }
     }
   }
-  Filterlongfir_ID *x = twins.actual, *y = twins.expected;
+  Filterlongfir_ID *x = twins[true], *y = twins[false];
   require(std::memcmp(&x->mBufin, &y->mBufin, 2 * sizeof x->mBufin) == 0, "the queues are equal");
   // The work blocks, which start where a record's address lets them, differ between the twins.
   require(same(x->hLrfft, y->hLrfft, 2 * 65536), "the spectra are equal");
   require(same(x->cmemhLrfft, y->cmemhLrfft, 2 * 65536), "the saved spectra are equal");
   require(x->cmemcall == y->cmemcall, "the fades are equally far");
-  return 0;
 }
