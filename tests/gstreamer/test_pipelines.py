@@ -1,6 +1,7 @@
 """Whole pipelines, as people write them: files in, files out, errors, leaks, JACK."""
 
 import array
+import importlib.util
 import os
 import subprocess
 import tempfile
@@ -57,6 +58,40 @@ class PipelineTest(unittest.TestCase):
                 self.assertEqual(len(result), len(expected))
                 self.assertLessEqual(max(abs(x - y) for x, y in zip(result, expected)), 1, element)
             self.assertGreaterEqual(len(result), len(samples(SPEECH)[1]) * channels)
+
+    @unittest.skipUnless(importlib.util.find_spec("gi"), "python3-gi is not installed")
+    def test_after_a_seek_a_filter_starts_anew(self):
+        import gi
+        gi.require_version("Gst", "1.0")
+        from gi.repository import Gst
+        Gst.init(None)
+
+        def play(path, element, seek_to=None):
+            pipeline = Gst.parse_launch(f"filesrc location={path} ! wavparse ! {element} ! "
+                                        "appsink name=sink sync=false")
+            sink = pipeline.get_by_name("sink")
+            pipeline.set_state(Gst.State.PLAYING)
+            if seek_to is not None:
+                for _ in range(3):
+                    self.assertIsNotNone(sink.emit("pull-sample"))
+                self.assertTrue(pipeline.seek_simple(Gst.Format.TIME, Gst.SeekFlags.FLUSH, seek_to))
+            heard = b""
+            while (sample := sink.emit("pull-sample")) is not None:
+                buffer = sample.get_buffer()
+                heard += buffer.extract_dup(0, buffer.get_size())
+            pipeline.set_state(Gst.State.NULL)
+            return heard
+
+        second = 48000
+        with wave.open(SPEECH) as file, wave.open("rest.wav", "wb") as rest:
+            file.setpos(second // 2)
+            rest.setparams(file.getparams())
+            rest.writeframes(file.readframes(file.getnframes()))
+        for element in ('jurnfilter equaliser="LS Fc 200 Hz Gain 6 dB; PK Fc 3000 Hz Gain -4 dB Q 2"',
+                        f"jurnconvolve gain=-12 location={BAND}", "jurnbinaural azimuth=30"):
+            alone = play("rest.wav", element)
+            self.assertGreater(len(alone), second // 2)
+            self.assertEqual(play(SPEECH, element, Gst.SECOND // 2), alone, element)
 
     def test_errors_stop_a_pipeline_with_a_sentence(self):
         for words, said in [
