@@ -1,0 +1,109 @@
+// From the setting to the filter that runs, its curves and what is to be said of it.
+import type { Convolution, Filter } from 'jurn-filter';
+import type { Design, Notice } from 'jurn-filter/design';
+import { bandIsDragged, placeHandles } from './bands.js';
+import type { Curve } from './chart.js';
+import { chart, designer, element, loaded, running, sayError, setting, sound } from './page.js';
+import { respond, respondLong } from './response.js';
+import { roomFilter } from './rooms.js';
+import { equaliserText } from './setting.js';
+import { showCommand } from './take_home.js';
+
+/** The exact peak takes too long while something is dragged; the drawn curve's does till then. */
+export async function update(exactPeak: boolean): Promise<void> {
+  const design = await designer;
+  const notices: (Notice & { good?: boolean })[] = [];
+  const curves: Curve[] = [];
+  let filter: Filter | null = null;
+  let runs: Design | null = null;
+  chart.rate = setting.rate;
+  chart.roots = null;
+  element('turn').hidden = true;
+  try {
+    if (setting.kind === 'eq' || setting.kind === 'file') {
+      const wanted = setting.kind === 'eq'
+        ? design.parse('equaliser', new TextEncoder().encode(equaliserText(setting)), { rate: setting.rate, wanted: 'sections' })
+        : setting.file ? ({ ...setting.file } as Design) : null;
+      if (wanted) {
+        const prepared = design.prepare(wanted, setting.precision);
+        runs = prepared.design;
+        notices.push(...prepared.notices);
+        chart.roots = runs.b.length <= 400 ? design.roots(runs) : null;
+        curves.push({ response: respond(runs, setting.rate), colour: 'curve' });
+        if (!prepared.stable) {
+          notices.push({ text: 'Not played, since it is unstable: you hear the original', warning: true });
+          element('turn').hidden = !setting.file || !design.prepare(turned(wanted), setting.precision).stable;
+        } else {
+          filter = runs;
+          const peak = exactPeak ? 20 * Math.log10(design.peakGain(runs)) : Math.max(...curves[0].response.magnitude);
+          if (peak > 0.05)
+            notices.push({ text: `Gain up to +${peak.toFixed(1)} dB: a full-scale sound can clip`, warning: peak > 12 });
+          // Beyond one step the preparation warns by itself.
+          if (setting.precision === 'int16' && runs.kind !== 'fir' && (prepared.expectedError ?? 1) < 1)
+            notices.push({ text: `At most ${prepared.expectedError!.toPrecision(2)} LSB off in float, on noise at full scale`, warning: false, good: true });
+        }
+      }
+    } else if (setting.kind === 'mean') {
+      filter = { kind: 'average', length: setting.mean };
+      curves.push({ response: respond(filter, setting.rate), colour: 'curve' });
+    } else if (setting.kind === 'room') {
+      const room = loaded.rooms[setting.room] ?? loaded.rooms.hall;
+      if (room) {
+        const convolution = roomFilter(room, setting.wet / 100, setting.rate);
+        filter = convolution;
+        pushLong(curves, convolution, [0, 1], ['left', 'right']);
+        element('room-summary').textContent =
+          `${room.name}: ${(room.channels[0].length / setting.rate).toFixed(2)} s, ` +
+          `${room.channels[0].length} taps, ${room.channels.length === 1 ? 'mono' : 'stereo'}. No latency is added.`;
+      }
+    } else if (loaded.head) {
+      const { head } = loaded;
+      const convolution = head.filter(setting.azimuth, setting.distance);
+      filter = convolution;
+      const ears = head.pair(setting.azimuth).map((ear) =>
+        respond({ kind: 'fir', b: ear.map((tap) => tap / setting.distance) }, setting.rate));
+      curves.push({ response: ears[0], colour: 'curve', name: 'left ear' }, { response: ears[1], colour: 'second', name: 'right ear' });
+    }
+  } catch (error) {
+    notices.push({ text: error instanceof Error ? error.message : String(error), warning: true });
+  }
+  Object.assign(running, { filter, design: runs });
+  chart.curves = curves;
+  if (!bandIsDragged()) chart.fit();
+  showNotices(notices);
+  showCommand();
+  placeHandles();
+  chart.draw();
+  try {
+    if (!exactPeak) await sound.filter(filter);
+  } catch (error) {
+    sayError(error, 'The filter');
+  }
+  document.body.dataset.ready = 'yes';
+}
+
+/** Of programs that add the feedback instead of subtracting it. */
+export function turned(design: Design): Design {
+  if (design.kind === 'fir') return design;
+  const group = design.kind === 'sections' ? 3 : design.a.length;
+  return { ...design, a: Array.from(design.a, (x, i) => (i % group ? -x : x)) } as Design;
+}
+
+function pushLong(curves: Curve[], { routes }: Convolution, which: number[], names: string[]): void {
+  which.forEach((route, i) =>
+    curves.push({
+      response: respondLong(routes[route].taps as Float32Array, setting.rate),
+      colour: i === 0 ? 'curve' : 'second', name: names[i],
+    }));
+}
+
+function showNotices(notices: (Notice & { good?: boolean })[]): void {
+  const items = notices.map(({ text, warning, good }) => {
+    const item = document.createElement('li');
+    item.textContent = text.charAt(0).toUpperCase() + text.slice(1) + '.';
+    item.className = warning ? 'warning' : good ? 'good' : '';
+    return item;
+  });
+  const list = element('notices');
+  if (list.textContent !== items.map((item) => item.textContent).join('')) list.replaceChildren(...items);
+}
