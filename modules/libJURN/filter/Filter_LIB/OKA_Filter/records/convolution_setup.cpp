@@ -160,6 +160,7 @@ int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* response, size_t
 
   auto* route = reinterpret_cast<ConvolutionRoute*>(memory + response->routes);
   for (int output = 0; output < shape->outputs; ++output) {
+    response->first_route[output + 1] = response->first_route[output];
     for (int r = 0; r < count; ++r) {
       if (routes[r].output != output) continue;
       route->input = routes[r].input;
@@ -173,8 +174,6 @@ int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* response, size_t
       ++route;
       ++response->first_route[output + 1];
     }
-    if (output + 1 < shape->outputs)
-      response->first_route[output + 2] = response->first_route[output + 1];
   }
   response->ready = 1;
   return JURN_CONVOLUTION_OK;
