@@ -36,6 +36,7 @@ TEST(LongFilter, WorkedFades) {
   } cases[] = {{1000, 0, 5, {1000, 750, 500, 250, 0}},
                {0, 1000, 5, {0, 250, 500, 750, 1000}},
                {0, 999, 3, {0, 499, 999}},
+               {0, 100, 2, {0, 100}},
                {-5, 77, 1, {77}}};
   for (const auto& c : cases) {
     auto filter = std::make_unique<Filterlongfir_ID>();
