@@ -42,7 +42,7 @@ class Response {
  public:
   Response(Random& random, const Convolution_shape& shape, const Routes& routes)
       : size_(MORVAX_ConvolutionResponseSize_API(&shape, list(routes).data(), count(routes))),
-        memory_(random, static_cast<int>(size_)) {
+        memory_(random, static_cast<int>(size_ / sizeof(float))) {
     EXPECT_EQ(MORVAX_ConvolutionResponseCalcu_API(get(), size_, &shape, list(routes).data(),
                                                   count(routes)),
               0);
@@ -54,20 +54,21 @@ class Response {
  private:
   static int count(const Routes& routes) { return static_cast<int>(routes.size()); }
   size_t size_;
-  GuardedArray<char> memory_;
+  GuardedArray<float> memory_;
 };
 
 class Stream {
  public:
   Stream(Random& random, const Convolution_shape& shape)
-      : size(MORVAX_ConvolutionStreamSize_API(&shape)), memory_(random, static_cast<int>(size)) {
+      : size(MORVAX_ConvolutionStreamSize_API(&shape)),
+        memory_(random, static_cast<int>(size / sizeof(float))) {
     EXPECT_EQ(MORVAX_ConvolutionStreamCalcu_API(get(), size, &shape), 0);
   }
   ConvolutionStream_ID* get() { return reinterpret_cast<ConvolutionStream_ID*>(memory_.data()); }
   const size_t size;
 
  private:
-  GuardedArray<char> memory_;
+  GuardedArray<float> memory_;
 };
 
 /** The definition: every level's steps on windows cut from the whole past. */

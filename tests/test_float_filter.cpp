@@ -34,9 +34,8 @@ TEST(FloatKernels, AgreeWithReference) {
                   a.agrees())
           << "trial " << trial << " blen " << blen << " alen " << alen << " len " << len;
       // Inputs move as they are, NaNs with all their bits.
-      ASSERT_EQ(std::memcmp(past_inputs[true], past_inputs[false],
-                            past_inputs.expected.size() * sizeof(float)),
-                0);
+      const size_t bytes = past_inputs.expected.size() * sizeof(float);
+      ASSERT_TRUE(bytes == 0 || std::memcmp(past_inputs[true], past_inputs[false], bytes) == 0);
     }
   }
 }

@@ -24,11 +24,11 @@ void fade(Record* previous, Record* next, const short* input, int inLen, short* 
   memset(after, 0, values * sizeof(short));
   run(previous, input, inLen, before);
   run(next, input, inLen, after);
-  const int last = frames - 1;
-  if (last < 1) {
+  if (frames == 1) {
     memcpy(output, after, values * sizeof(short));
     return;
   }
+  const int last = frames - 1;
   for (int i = 0; i < frames; ++i)
     for (int channel = 0; channel < channels; ++channel) {
       const int at = i * channels + channel;
@@ -68,8 +68,8 @@ void MORVAX_FilterfFade_API(Filterf_ID* previous, Filterf_ID* next, const float*
   memset(after, 0, inLen * sizeof(float));
   MORVAX_FilterfRun_API(previous, input, inLen, before);
   MORVAX_FilterfRun_API(next, input, inLen, after);
-  if (inLen < 2) {
-    memcpy(output, after, inLen * sizeof(float));
+  if (inLen == 1) {
+    output[0] = after[0];
     return;
   }
   for (int i = 0; i < inLen; ++i) {
