@@ -20,9 +20,9 @@ inline const float kKept = std::nextafter(kFlushed, 1.0f);
 class Random {
  public:
   explicit Random(unsigned seed) : engine_(seed) {}
-  Random(const uint8_t* bytes, size_t count) : at_(bytes), end_(bytes + count), chosen_(true) {}
+  Random(const uint8_t* bytes, size_t count) : at_(bytes), end_(bytes + count), from_bytes_(true) {}
   /** Whether the bytes are used up; every further number is the lowest one. */
-  bool ended() const { return chosen_ && at_ == end_; }
+  bool ended() const { return from_bytes_ && at_ == end_; }
   int in(int low, int high) {
     const unsigned range = high - low + 1u;
     const int bytes = range <= 256 ? 1 : range <= 65536 ? 2 : 4;
@@ -140,21 +140,22 @@ class Random {
   /** While it lives, numbers grow from a seed among the bytes: few bytes make a long array. */
   class Grown {
    public:
-    explicit Grown(Random& random, bool wanted = true) : random_(random), chosen_(random.chosen_) {
-      if (!chosen_ || !wanted) return;
+    explicit Grown(Random& random, bool wanted = true)
+        : random_(random), from_bytes_(random.from_bytes_) {
+      if (!from_bytes_ || !wanted) return;
       random_.engine_.seed(random_.number(2));
-      random_.chosen_ = false;
+      random_.from_bytes_ = false;
     }
     Grown(const Grown&) = delete;
     Grown& operator=(const Grown&) = delete;
-    ~Grown() { random_.chosen_ = chosen_; }
+    ~Grown() { random_.from_bytes_ = from_bytes_; }
 
    private:
     Random& random_;
-    bool chosen_;
+    bool from_bytes_;
   };
   uint32_t number(int bytes) {
-    if (!chosen_) return static_cast<uint32_t>(engine_());
+    if (!from_bytes_) return static_cast<uint32_t>(engine_());
     uint32_t value = 0;
     for (; bytes > 0 && at_ != end_; --bytes) value = value << 8 | *at_++;
     return value;
@@ -162,7 +163,7 @@ class Random {
 
   std::mt19937 engine_;
   const uint8_t *at_ = nullptr, *end_ = nullptr;
-  bool chosen_ = false;
+  bool from_bytes_ = false;
 };
 
 #endif

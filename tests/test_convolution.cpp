@@ -249,7 +249,7 @@ TEST(Convolution, PlansStayAsTheyAre) {
     Convolution_shape shape = {random.in(1, 16), random.in(1, 16),
                                random.one_in(2) ? 1 << random.in(0, 12) : random.in(1, 4096),
                                random.in(1, 16) << random.in(0, 16)};
-    shape.taps = std::max(1, shape.taps + random.in(-1, 1));
+    shape.taps = std::clamp(shape.taps + random.in(-1, 1), 1, 1048576);
     ConvolutionPlan plan;
     JURN_plan_convolution(&plan, &shape);
     for (int k = 0; k < plan.levels; ++k) {
@@ -258,7 +258,7 @@ TEST(Convolution, PlansStayAsTheyAre) {
         hash = hash * 1000003u + static_cast<unsigned>(field);
     }
   }
-  EXPECT_EQ(hash, 2697236815u);
+  EXPECT_EQ(hash, 3138682750u);
 }
 
 /** The error is that of one transform, for blocks and taps of all sizes and a real-world block. */

@@ -10,8 +10,9 @@ void configure_two_filters(Random& random, Filterlongfir_ID* r, int taps) {
   r->filtertype = r->chanel == 2 ? -3 : -6;
   r->blen = random.count(1, taps);
   r->bRlen = random.one_in(2) ? r->blen : random.count(1, taps);
-  random.taps(r->b, r->blen);
-  random.taps(r->bR, std::max(r->blen, r->bRlen));
+  const bool wild = random.one_in(10);
+  random.taps(r->b, r->blen, wild);
+  random.taps(r->bR, std::max(r->blen, r->bRlen), wild);
 }
 
 int longest_call(const Filterlongfir_ID* r) {
