@@ -238,7 +238,7 @@ class Level {
         first += whole * slices();
       } else {
         const int end = slice + last - first < slices() ? slice + last - first : slices();
-        const auto at = [=](int i) {
+        const auto at = [this](int i) {
           return static_cast<int>(static_cast<long long>(products()) * i / slices());
         };
         JURN_sum_part(&step, chunk, at(slice), at(end));
