@@ -1,0 +1,417 @@
+/* The sections objects: the same bits however a stream is cut and laid out, error against long
+ * double, memory that ends where it says, samples that are no numbers, fades, and refusals. */
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <memory>
+
+#include "Sections_control.h"
+#include "support.h"
+
+namespace {
+
+using Sos = std::vector<double>;
+
+/** Memory that is exactly as long as the size function says. */
+class Filter {
+ public:
+  Filter(Random& random, const Sos& sos, int sections, int lists = 1)
+      : size(MORVAX_SectionsFilterSize_API(sections, lists)),
+        memory_(random, static_cast<int>(size / sizeof(double))) {
+    EXPECT_EQ(MORVAX_SectionsFilterCalcu_API(get(), size, sos.data(), sections, lists), 0);
+  }
+  Filter(Random& random, const Sos& sos) : Filter(random, sos, static_cast<int>(sos.size() / 6)) {}
+  SectionsFilter_ID* get() { return reinterpret_cast<SectionsFilter_ID*>(memory_.data()); }
+  const size_t size;
+
+ private:
+  GuardedArray<double> memory_;
+};
+
+class Stream {
+ public:
+  Stream(Random& random, int channels, int sections)
+      : size(size_of({channels, sections})),
+        memory_(random, static_cast<int>(size / sizeof(double))) {
+    const Sections_shape shape = {channels, sections};
+    EXPECT_EQ(MORVAX_SectionsStreamCalcu_API(get(), size, &shape), 0);
+  }
+  SectionsStream_ID* get() { return reinterpret_cast<SectionsStream_ID*>(memory_.data()); }
+  const size_t size;
+
+ private:
+  static size_t size_of(const Sections_shape& shape) {
+    return MORVAX_SectionsStreamSize_API(&shape);
+  }
+  GuardedArray<double> memory_;
+};
+
+/** Poles at `radius` and an angle, zeros anywhere. */
+void add_section(Sos& sos, Random& random, double radius, double angle) {
+  const double a0 = random.one_in(2) ? 1.0 : 1.0 + random.real(0.5);
+  for (const double x : {1.0 + random.real(0.3), random.real(1.0), random.real(1.0), 1.0,
+                         -2 * radius * std::cos(angle), radius * radius})
+    sos.push_back(x * a0);
+}
+
+Sos random_sos(Random& random, int sections) {
+  Sos sos;
+  for (int k = 0; k < sections; ++k)
+    add_section(sos, random, std::fabs(random.real(0.97)), random.real(3.2));
+  return sos;
+}
+
+/** A peak of `gain` decibels by the usual formulas. */
+Sos peak(double gain, double hertz, double q, double rate) {
+  const double a = std::pow(10.0, gain / 40), w = 2 * M_PI * hertz / rate;
+  const double alpha = std::sin(w) / (2 * q), c = -2 * std::cos(w);
+  return {1 + alpha * a, c, 1 - alpha * a, 1 + alpha / a, c, 1 - alpha / a};
+}
+
+/** A Butterworth high-pass of second order. */
+Sos high_pass(double hertz, double rate) {
+  const double w = 2 * M_PI * hertz / rate, alpha = std::sin(w) / std::sqrt(2.0);
+  const double c = std::cos(w);
+  return {(1 + c) / 2, -(1 + c), (1 + c) / 2, 1 + alpha, -2 * c, 1 - alpha};
+}
+
+Sos joined(Sos a, const Sos& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+/** The transposed direct form II. */
+template <class Real>
+std::vector<Real> transposed(const Sos& sos, const std::vector<double>& x) {
+  std::vector<Real> y(x.begin(), x.end());
+  for (size_t k = 0; k < sos.size(); k += 6) {
+    Real h[6], z1 = 0, z2 = 0;
+    for (int i = 0; i < 6; ++i)
+      h[i] = static_cast<Real>(sos[k + i]) / static_cast<Real>(sos[k + 3]);
+    for (Real& sample : y) {
+      const Real in = sample, out = h[0] * in + z1;
+      z1 = h[1] * in - h[4] * out + z2;
+      z2 = h[2] * in - h[5] * out;
+      sample = out;
+    }
+  }
+  return y;
+}
+
+template <class Sample>
+struct Runs;
+template <>
+struct Runs<short> {
+  static constexpr auto run = MORVAX_SectionsRun_API;
+  static constexpr auto planar = MORVAX_SectionsRun_API_planar_short;
+  static constexpr auto fade = MORVAX_SectionsFade_API;
+  static constexpr auto fade_planar = MORVAX_SectionsFade_API_planar_short;
+};
+template <>
+struct Runs<float> {
+  static constexpr auto run = MORVAX_SectionsRun_API_float;
+  static constexpr auto planar = MORVAX_SectionsRun_API_planar;
+  static constexpr auto fade = MORVAX_SectionsFade_API_float;
+  static constexpr auto fade_planar = MORVAX_SectionsFade_API_planar;
+};
+template <>
+struct Runs<double> {
+  static constexpr auto run = MORVAX_SectionsRun_API_double;
+  static constexpr auto planar = MORVAX_SectionsRun_API_planar_double;
+  static constexpr auto fade = MORVAX_SectionsFade_API_double;
+  static constexpr auto fade_planar = MORVAX_SectionsFade_API_planar_double;
+};
+
+/** One call, interleaved or planar, in place or not, on arrays of the exact length. `call` and
+ * `call_planar` get input, frames and output. */
+template <class Sample, class Call, class CallPlanar>
+void one_call(Random& random, int channels, const Sample* x, int frames, Sample* y, Call call,
+              CallPlanar call_planar) {
+  const bool in_place = random.one_in(2);
+  const int count = frames * channels;
+  if (random.one_in(2)) {
+    GuardedArray<Sample> in(random, count), out(random, in_place ? 0 : count);
+    std::copy_n(x, count, in.data());
+    Sample* const to = in_place ? in.data() : out.data();
+    call(in.data(), frames, to);
+    std::copy_n(to, count, y);
+  } else {
+    std::vector<std::unique_ptr<GuardedArray<Sample>>> in, out;
+    std::vector<const Sample*> from;
+    std::vector<Sample*> to;
+    for (int c = 0; c < channels; ++c) {
+      in.push_back(std::make_unique<GuardedArray<Sample>>(random, frames));
+      out.push_back(std::make_unique<GuardedArray<Sample>>(random, in_place ? 0 : frames));
+      for (int i = 0; i < frames; ++i) in[c]->data()[i] = x[i * channels + c];
+      from.push_back(in[c]->data());
+      to.push_back(in_place ? in[c]->data() : out[c]->data());
+    }
+    call_planar(from.data(), frames, to.data());
+    for (int c = 0; c < channels; ++c)
+      for (int i = 0; i < frames; ++i) y[i * channels + c] = to[c][i];
+  }
+}
+
+template <class Sample>
+void expect_equal_cuts(Random& random) {
+  for (int trial = 0; trial < 60; ++trial) {
+    const int channels = random.one_in(4) ? random.in(1, 64) : random.in(1, 3);
+    const int sections = random.one_in(4) ? random.in(0, 40) : random.in(0, 5);
+    const int lists = random.one_in(3) ? channels : 1;
+    Filter filter(random, random_sos(random, sections * lists), sections, lists);
+    const int frames = random.in(1, 1500);
+    std::vector<Sample> x(frames * channels), y(x.size()), z(x.size());
+    random.signal(x.data(), static_cast<int>(x.size()));
+    Stream whole(random, channels, sections), cut(random, channels, sections);
+    Runs<Sample>::run(whole.get(), filter.get(), x.data(), frames, y.data());
+    const int longest = channels <= 3 && random.one_in(3) ? 5 : 400;
+    for (int done = 0; done < frames;) {
+      const int count = std::min(frames - done, random.in(0, longest));
+      const auto run = [&](auto input, int n, auto output) {
+        Runs<Sample>::run(cut.get(), filter.get(), input, n, output);
+      };
+      const auto planar = [&](auto input, int n, auto output) {
+        Runs<Sample>::planar(cut.get(), filter.get(), input, n, output);
+      };
+      one_call(random, channels, &x[done * channels], count, &z[done * channels], run, planar);
+      done += count;
+    }
+    ASSERT_EQ(std::memcmp(y.data(), z.data(), y.size() * sizeof(Sample)), 0) << trial;
+    ASSERT_EQ(std::memcmp(whole.get(), cut.get(), whole.size), 0) << trial;
+  }
+}
+
+TEST(Sections, BitsDoNotDependOnTheCutNorOnTheLayout) {
+  Random random(1);
+  expect_equal_cuts<short>(random);
+  expect_equal_cuts<float>(random);
+  expect_equal_cuts<double>(random);
+}
+
+/** The largest error of a run and of the transposed form in double, as shares of the peak. */
+struct Errors {
+  long double run = 0, transposed_form = 0, peak = 0;
+};
+Errors errors_of(Random& random, const Sos& sos, int frames) {
+  std::vector<double> x(frames), y(frames);
+  for (double& sample : x) sample = random.real(1.0);
+  Filter filter(random, sos);
+  Stream stream(random, 1, static_cast<int>(sos.size() / 6));
+  MORVAX_SectionsRun_API_double(stream.get(), filter.get(), x.data(), frames, y.data());
+  const std::vector<long double> exact = transposed<long double>(sos, x);
+  const std::vector<double> plain = transposed<double>(sos, x);
+  Errors errors;
+  for (int i = 0; i < frames; ++i) {
+    errors.peak = std::max(errors.peak, std::fabs(exact[i]));
+    errors.run = std::max(errors.run, std::fabs(exact[i] - y[i]));
+    errors.transposed_form = std::max(errors.transposed_form, std::fabs(exact[i] - plain[i]));
+  }
+  return errors;
+}
+
+TEST(Sections, ErrorIsAtMostThatOfTheTransposedForm) {
+  if (std::numeric_limits<long double>::digits < 64) GTEST_SKIP() << "no longer type than double";
+  Random random(2);
+  const Sos designs[] = {peak(6, 1000, 1, 48000), peak(12, 20, 30, 192000), high_pass(5, 48000),
+                         joined(high_pass(20, 48000), peak(-9, 3000, 4, 48000))};
+  for (const Sos& sos : designs) {
+    const Errors errors = errors_of(random, sos, 200000);
+    EXPECT_LE(errors.run, errors.transposed_form) << &sos - designs;
+  }
+  // Random sections, all together: a single one may be lucky.
+  long double run = 0, transposed_form = 0;
+  for (int trial = 0; trial < 300; ++trial) {
+    Sos sos;
+    add_section(sos, random, 1 - std::pow(10.0, -std::fabs(random.real(4.0))), random.real(3.14));
+    const Errors errors = errors_of(random, sos, 3000);
+    run += errors.run / errors.peak;
+    transposed_form += errors.transposed_form / errors.peak;
+  }
+  EXPECT_LE(run, transposed_form);
+}
+
+TEST(Sections, Int16IsRoundedToNearestAndLimited) {
+  Random random(3);
+  for (const double gain : {0.5, 0.75, 2.0, 1.0}) {
+    Filter filter(random, {gain, 0, 0, 1, 0, 0});
+    Stream stream(random, 1, 1);
+    std::vector<short> x(65536), y(x.size());
+    for (int i = 0; i < 65536; ++i) x[i] = static_cast<short>(i - 32768);
+    MORVAX_SectionsRun_API(stream.get(), filter.get(), x.data(), 65536, y.data());
+    for (int i = 0; i < 65536; ++i)
+      ASSERT_EQ(y[i], std::min(32767.0, std::max(-32768.0, std::nearbyint(gain * x[i])))) << x[i];
+  }
+}
+
+TEST(Sections, SamplesThatAreNoNumbersCountAsZero) {
+  Random random(4);
+  const float bad[] = {kNaN, INFINITY, -INFINITY};
+  for (int sections = 0; sections < 3; ++sections) {
+    Filter filter(random, random_sos(random, sections));
+    Stream stream(random, 2, sections), clean(random, 2, sections);
+    std::vector<float> x(2 * 1000), zeros, y(x.size()), z(x.size());
+    for (float& sample : x) sample = static_cast<float>(random.real(1.0));
+    zeros = x;
+    unsigned long long count = 0;
+    for (size_t i = 0; i < x.size(); ++i)
+      if (random.one_in(20)) {
+        x[i] = bad[count++ % 3];
+        zeros[i] = 0.0f;
+      }
+    MORVAX_SectionsRun_API_float(stream.get(), filter.get(), x.data(), 1000, y.data());
+    MORVAX_SectionsRun_API_float(clean.get(), filter.get(), zeros.data(), 1000, z.data());
+    EXPECT_EQ(y, z);
+    EXPECT_EQ(MORVAX_SectionsBadSamples_API(stream.get()), count);
+    EXPECT_EQ(MORVAX_SectionsBadSamples_API(clean.get()), 0u);
+    MORVAX_SectionsReset_API(stream.get());
+    EXPECT_EQ(MORVAX_SectionsBadSamples_API(stream.get()), 0u);
+  }
+}
+
+/** A design with all its gain in the first section, as SciPy has them: what lies between the
+ * sections is far below 1e-30, and is there still. */
+TEST(Sections, GainOfADesignInItsFirstSection) {
+  Random random(5);
+  Sos sos;
+  for (int k = 0; k < 10; ++k) {
+    const double angle = M_PI * (2 * k + 1) / 40, w = 0.0026;
+    const double a1 = -2 * (1 - w * std::cos(angle)), a2 = 1 - 2 * w * std::cos(angle) + w * w;
+    sos.insert(sos.end(), {1, 2, 1, 1, a1, a2});
+  }
+  double gain = 1;
+  for (int k = 0; k < 10; ++k) gain *= (1 + sos[6 * k + 4] + sos[6 * k + 5]) / 4;
+  for (int i = 0; i < 3; ++i) sos[i] *= gain;
+  ASSERT_LT(gain, 1e-50);
+  std::vector<double> x(30000), y(x.size());
+  for (double& sample : x) sample = random.real(1.0) + 0.5;
+  const std::vector<long double> exact = transposed<long double>(sos, x);
+  Filter filter(random, sos);
+  Stream stream(random, 1, 10);
+  MORVAX_SectionsRun_API_double(stream.get(), filter.get(), x.data(), 30000, y.data());
+  for (size_t i = 0; i < x.size(); ++i) ASSERT_NEAR(y[i], static_cast<double>(exact[i]), 1e-9);
+  EXPECT_NEAR(y.back(), 0.5, 0.1);
+}
+
+TEST(Sections, SilenceBecomesExactAndAFilterRingsAsLongAsItSays) {
+  Random random(6);
+  for (const Sos& sos : {peak(12, 100, 5, 48000), high_pass(20, 48000), random_sos(random, 6)}) {
+    Filter filter(random, sos);
+    Stream stream(random, 1, static_cast<int>(sos.size() / 6));
+    std::vector<double> x(480000), y(x.size());
+    x[0] = 1.0;
+    MORVAX_SectionsRun_API_double(stream.get(), filter.get(), x.data(), 480000, y.data());
+    EXPECT_EQ(y.back(), 0.0);
+    double largest = 0;
+    for (const double sample : y) largest = std::max(largest, std::fabs(sample));
+    for (const double level : {1e-3, 1e-6}) {
+      int last = static_cast<int>(y.size());
+      while (std::fabs(y[last - 1]) < level * largest) --last;
+      EXPECT_EQ(MORVAX_SectionsRing_API(filter.get(), level), last);
+    }
+  }
+  Filter oscillator(random, {1, 0, 0, 1, -1, 1}), unstable(random, {1, 0, 0, 1, -3, 1});
+  EXPECT_EQ(MORVAX_SectionsRing_API(oscillator.get(), 1e-6), JURN_SECTIONS_RING);
+  EXPECT_EQ(MORVAX_SectionsRing_API(unstable.get(), 1e-6), JURN_SECTIONS_RING);
+  Filter wire(random, {}), silent(random, {0, 0, 0, 1, -0.5, 0});
+  EXPECT_EQ(MORVAX_SectionsRing_API(wire.get(), 1e-6), 1);
+  EXPECT_EQ(MORVAX_SectionsRing_API(silent.get(), 1e-6), 0);
+}
+
+/** A fade of three against its definition, cut anywhere. */
+TEST(Sections, FadesMixAlongTheirRamps) {
+  Random random(7);
+  for (int trial = 0; trial < 40; ++trial) {
+    const int channels = random.in(1, 3), frames = random.in(1, 900), count = random.in(1, 3);
+    std::vector<std::unique_ptr<Filter>> filters;
+    std::vector<std::unique_ptr<Stream>> streams, plain;
+    std::vector<Sections_voice> voices;
+    std::vector<double> x(frames * channels), y(x.size()), wanted(x.size()), v(x.size());
+    for (double& sample : x) sample = random.real(1.0);
+    for (int k = 0; k < count; ++k) {
+      const int sections = random.in(0, 6);
+      filters.push_back(std::make_unique<Filter>(random, random_sos(random, sections)));
+      streams.push_back(std::make_unique<Stream>(random, channels, sections));
+      plain.push_back(std::make_unique<Stream>(random, channels, sections));
+      const int lead = random.in(0, 9);  // streams need not be at the same frame
+      for (auto* s : {streams[k].get(), plain[k].get()})
+        MORVAX_SectionsRun_API_double(s->get(), filters[k]->get(), v.data(), std::min(frames, lead),
+                                      v.data());
+      std::fill(v.begin(), v.end(), 0.0);
+      voices.push_back({streams[k]->get(), filters[k]->get(), random.in(1, 600), 0});
+      voices[k].done = random.one_in(2) ? 0 : random.in(0, 700);
+    }
+    for (int k = 0; k < count; ++k) {
+      MORVAX_SectionsRun_API_double(plain[k]->get(), filters[k]->get(), x.data(), frames, v.data());
+      for (int i = 0; i < frames; ++i)
+        for (int c = 0; c < channels; ++c) {
+          const int at = voices[k].done + i, last = voices[k].ramp - 1, j = i * channels + c;
+          if (k == 0 || at >= last)
+            wanted[j] = v[j];
+          else
+            wanted[j] += static_cast<double>(at) / last * (v[j] - wanted[j]);
+        }
+    }
+    const std::vector<Sections_voice> before = voices;
+    for (int done = 0; done < frames;) {
+      const int n = std::min(frames - done, random.in(0, 300));
+      const auto fade = [&](auto input, int m, auto output) {
+        MORVAX_SectionsFade_API_double(voices.data(), count, input, m, output);
+      };
+      const auto planar = [&](auto input, int m, auto output) {
+        MORVAX_SectionsFade_API_planar_double(voices.data(), count, input, m, output);
+      };
+      one_call(random, channels, &x[done * channels], n, &y[done * channels], fade, planar);
+      done += n;
+    }
+    ASSERT_EQ(std::memcmp(y.data(), wanted.data(), y.size() * sizeof(double)), 0) << trial;
+    for (int k = 0; k < count; ++k) {
+      EXPECT_EQ(std::memcmp(streams[k]->get(), plain[k]->get(), plain[k]->size), 0);
+      if (k > 0) {
+        EXPECT_EQ(voices[k].done, std::min(before[k].ramp, before[k].done + frames));
+      }
+    }
+  }
+}
+
+TEST(Sections, SetUpsNameWhatDoesNotFit) {
+  std::vector<double> memory(4000, 0.0);
+  const size_t bytes = memory.size() * sizeof(double);
+  auto* const filter = reinterpret_cast<SectionsFilter_ID*>(memory.data());
+  auto* const stream = reinterpret_cast<SectionsStream_ID*>(memory.data());
+  Sos sos = {1, 0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0};
+  const struct {
+    int error, sections, lists;
+  } shapes[] = {{JURN_SECTIONS_BAD_CHANNELS, 1, 0},
+                {JURN_SECTIONS_BAD_CHANNELS, 1, 65},
+                {JURN_SECTIONS_BAD_SECTIONS, -1, 1},
+                {JURN_SECTIONS_BAD_SECTIONS, 1025, 1}};
+  for (const auto& c : shapes) {
+    const Sections_shape shape = {c.lists, c.sections};
+    EXPECT_EQ(MORVAX_SectionsFilterSize_API(c.sections, c.lists), 0u);
+    EXPECT_EQ(MORVAX_SectionsStreamSize_API(&shape), 0u);
+    EXPECT_EQ(MORVAX_SectionsFilterCalcu_API(filter, bytes, sos.data(), c.sections, c.lists),
+              c.error);
+    EXPECT_EQ(MORVAX_SectionsStreamCalcu_API(stream, bytes, &shape), c.error);
+  }
+  const Sections_shape shape = {2, 3};
+  EXPECT_EQ(MORVAX_SectionsFilterCalcu_API(filter, MORVAX_SectionsFilterSize_API(2, 1) - 1,
+                                           sos.data(), 2, 1),
+            JURN_SECTIONS_TOO_SMALL);
+  EXPECT_EQ(
+      MORVAX_SectionsStreamCalcu_API(stream, MORVAX_SectionsStreamSize_API(&shape) - 1, &shape),
+      JURN_SECTIONS_TOO_SMALL);
+  for (int i = 6; i < 12; ++i)
+    for (const double bad : {static_cast<double>(kNaN), HUGE_VAL, -HUGE_VAL}) {
+      Sos wrong = sos;
+      wrong[i] = bad;
+      EXPECT_EQ(MORVAX_SectionsFilterCalcu_API(filter, bytes, wrong.data(), 2, 1),
+                JURN_SECTIONS_BAD_VALUE);
+    }
+  sos[9] = 0;
+  EXPECT_EQ(MORVAX_SectionsFilterCalcu_API(filter, bytes, sos.data(), 2, 1), JURN_SECTIONS_BAD_A0);
+  sos[9] = 1e-300, sos[10] = 1e300;
+  EXPECT_EQ(MORVAX_SectionsFilterCalcu_API(filter, bytes, sos.data(), 2, 1),
+            JURN_SECTIONS_BAD_VALUE);
+}
+
+}  // namespace
