@@ -43,14 +43,6 @@ struct PreparedSet {
 
 using SetHandover = jurn::Handover<PreparedSet>;
 
-std::unique_ptr<PreparedSet> prepare(const std::string& path, int rate) {
-  auto prepared = std::make_unique<PreparedSet>(path, rate);
-  if (prepared->set.taps() > JURN_LONG_TAPS)
-    throw std::runtime_error(path + ": has responses of " + std::to_string(prepared->set.taps()) +
-                             " taps; the limit is " + std::to_string(JURN_LONG_TAPS));
-  return prepared;
-}
-
 /** The long filter in the time domain, which fades within exactly one block. */
 class BinauralBlocks final : public jurn::Blocks {
  public:
@@ -141,7 +133,7 @@ static std::unique_ptr<jurn::Blocks> make(GstJurnBlocks* base, const Caps& caps,
   if (state->sofa.empty())
     throw std::runtime_error("no set of responses is installed; name one by the property sofa");
   return std::make_unique<BinauralBlocks>(GST_ELEMENT(base), &state->place, &state->sets,
-                                          prepare(state->sofa, caps.rate),
+                                          std::make_unique<PreparedSet>(state->sofa, caps.rate),
                                           jurn::block_for(base, frames, JURN_BLOCK));
 }
 
@@ -158,7 +150,7 @@ static void set_sofa(GstJurnBinaural* self, const char* path) {
     const std::lock_guard<std::mutex> lock(self->state->mutex);
     const std::string next = path ? path : "";
     try {
-      if (rate) self->state->sets.offer(prepare(next, rate));
+      if (rate) self->state->sets.offer(std::make_unique<PreparedSet>(next, rate));
       self->state->sofa = next;
     } catch (const std::exception& error) {
       warnings = {error.what()};

@@ -3,6 +3,7 @@
 import array
 import importlib.util
 import os
+import shutil
 import subprocess
 import tempfile
 import unittest
@@ -94,7 +95,16 @@ class PipelineTest(unittest.TestCase):
             self.assertEqual(play(SPEECH, element, Gst.SECOND // 2), alone, element)
 
     def test_errors_stop_a_pipeline_with_a_sentence(self):
-        for words, said in [
+        # Longer than the filter runs, and no length at all.
+        delayed = []
+        if importlib.util.find_spec("h5py"):
+            import h5py
+            for delay in (32767, 65100, -5, 1e30):
+                shutil.copy("/usr/share/libmysofa/default.sofa", f"{delay}.sofa")
+                with h5py.File(f"{delay}.sofa", "r+") as file:
+                    file["Data.Delay"][...] = delay
+                delayed.append((["jurnbinaural", f"sofa={delay}.sofa"], "delay"))
+        for words, said in delayed + [
             (["jurnfilter"], "no filter"),
             (["jurnfilter", "location=/nowhere.txt"], "/nowhere.txt"),
             (["jurnfilter", "equaliser=PK Fc 3000 Hz Gain -4 dB Q 2; XX Fc 5 Hz"], "XX"),

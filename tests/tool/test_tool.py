@@ -1,8 +1,10 @@
 """End-to-end tests of jurn-filter: real recordings in, results compared with SciPy, bad input."""
 
+import importlib.util
 import os
 import re
 import shlex
+import shutil
 import subprocess
 import tempfile
 import time
@@ -583,7 +585,14 @@ class ConvolveTest(ToolTest):
                 (["--ir", BAND, "--fade-to", BAND, "--at", 9], 2, "9", "1.428")):
             self.assert_fails(["convolve", SPEECH, "out.wav", *arguments], *words, code=code)
         self.assert_fails(["convolve", SPEECH, "two.wav", "--ir", "two.wav"], "two.wav", code=2)
-        for arguments, *words in ((["--sofa", "two.wav"], "two.wav", "SOFA"),
+        delayed = []
+        if importlib.util.find_spec("h5py"):
+            import h5py
+            shutil.copy("/usr/share/libmysofa/default.sofa", "delayed.sofa")
+            with h5py.File("delayed.sofa", "r+") as file:
+                file["Data.Delay"][...] = 40000
+            delayed.append((["--sofa", "delayed.sofa"], "delayed.sofa", "40000", "32767"))
+        for arguments, *words in (*delayed, (["--sofa", "two.wav"], "two.wav", "SOFA"),
                                   (["--sofa", "missing.sofa"], "missing.sofa", "no such file")):
             self.assert_fails(["binaural", SPEECH, "out.wav", *arguments], *words)
         self.assert_fails(["binaural", MUSIC, "out.wav"], MUSIC, "mono")

@@ -26,9 +26,6 @@ Chain binaural_chain(const BinauralOptions& o, int block, const Recording& recor
   };
   LongFilter c;
   c.response = at(o.azimuth);
-  if (c.response[0].size() > kMaxTimeDomainTaps)
-    throw Error(kInputError, o.sofa + ": has responses of " + std::to_string(c.response[0].size()) +
-                                 " taps; the limit is " + std::to_string(kMaxTimeDomainTaps));
   c.time_domain = true;  // these kinds fade within exactly one call, so the source moves steadily
   if (o.orbit != 0.0)
     c.change = [=, start = o.azimuth, rate = recording.rate, seconds = o.orbit,

@@ -5,16 +5,19 @@
 #include <filesystem>
 
 #include "errors.h"
+#include "streams/long_filter.h"
 
 namespace tool {
 namespace {
 
+[[noreturn]] void refuse(const std::string& path, const std::string& message) {
+  throw Error(kInputError, path + ": " + message);
+}
+
 [[noreturn]] void fail(const std::string& path, int reason) {
-  const bool missing = !std::filesystem::exists(path);
-  throw Error(kInputError, path + (missing ? ": no such file"
-                                           : ": no SOFA file of head-related impulse responses "
-                                             "(libmysofa's error " +
-                                                 std::to_string(reason) + ")"));
+  if (!std::filesystem::exists(path)) refuse(path, "no such file");
+  refuse(path, "no SOFA file of head-related impulse responses (libmysofa's error " +
+                   std::to_string(reason) + ")");
 }
 
 }  // namespace
@@ -30,8 +33,18 @@ HrtfSet::HrtfSet(const std::string& path, int rate) {
   set_.reset(mysofa_open_no_norm(path.c_str(), static_cast<float>(rate), &measured_, &error));
   if (!set_) fail(path, error);
   const MYSOFA_ARRAY& delays = set_->hrtf->DataDelay;
-  for (unsigned i = 0; i < delays.elements; ++i)
-    longest_delay_ = std::max(longest_delay_, static_cast<int>(std::ceil(delays.values[i])));
+  double longest = 0.0;
+  for (unsigned i = 0; i < delays.elements; ++i) {
+    const double delay = static_cast<double>(delays.values[i]);
+    if (!(delay >= 0.0)) refuse(path, "has a delay of " + std::to_string(delay) + " samples");
+    longest = std::max(longest, std::ceil(delay));
+  }
+  // Before it becomes an int: the file can hold any number.
+  if (!(measured_ + longest <= kMaxTimeDomainTaps))
+    refuse(path, "has responses of " + std::to_string(measured_) + " taps and delays of up to " +
+                     std::to_string(longest) + "; the limit of both together is " +
+                     std::to_string(kMaxTimeDomainTaps) + " taps");
+  longest_delay_ = static_cast<int>(longest);
   for (std::vector<float>& ear : ears_) ear.resize(static_cast<std::size_t>(measured_));
 }
 

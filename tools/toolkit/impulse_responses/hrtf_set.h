@@ -15,14 +15,15 @@ namespace tool {
 class HrtfSet {
  public:
   /** Opens a set for recordings at `rate`. A set at another rate is resampled; its loudness, equal
-   * for all sets, is the same at every rate. */
+   * for all sets, is the same at every rate. Refuses responses, with their delays, that are longer
+   * than the time domain runs. */
   HrtfSet(const std::string& path, int rate);
 
   /** Left and right taps for a source at `azimuth` degrees (0 in front, 90 to the left) and
    * `elevation` degrees (90 above), interpolated between the nearest measurements. */
   ImpulseResponse at(double azimuth, double elevation);
 
-  /** Taps of each ear. */
+  /** Taps of each ear, at most kMaxTimeDomainTaps. */
   int taps() const { return measured_ + longest_delay_; }
   /** The same as `at`, times `gain`, into arrays of taps() values; allocates nothing. */
   void taps_at(double azimuth, double elevation, double gain, float* left, float* right);
