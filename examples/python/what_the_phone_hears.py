@@ -45,9 +45,9 @@ for notice in (*ready.notices, *ready.warnings):
 print(f"expected error: {ready.expected_error:.2f} LSB at most, {ready.expected_error_rms:.2f} rms")
 
 # %% The exact output beside the ideal one, and the ideal one only truncated to 16 bits
-report = jurn.compare(jurn.sosfilt, equaliser, music, rate=rate)
+report = jurn.compare(jurn.sosfilt, equaliser, music, axis=0, rate=rate)
 print(f"at most {report.largest:.2f} LSB off, {report.rms:.2f} rms, {report.clipped} samples clipped")
-sixteen_bits = jurn.compare(jurn.fir, [0.5], music, rate=rate)  # halves, so that there is a fraction
+sixteen_bits = jurn.compare(jurn.fir, [0.5], music, axis=0, rate=rate)  # halves, for fractions
 soundfile.write(folder / "phone.wav", report.exact, rate)
 
 # %% The same in blocks, as the phone's audio thread has them

@@ -28,7 +28,7 @@ def folder(tmp_path):
 
 
 def half(x, rate):
-    return jurn.fir(TAPS, x)
+    return jurn.fir(TAPS, x, axis=0)
 
 
 def test_results_and_manifest_say_what_was_filtered(folder, capsys):
@@ -40,7 +40,7 @@ def test_results_and_manifest_say_what_was_filtered(folder, capsys):
     for entry in entries[:2]:
         x = soundfile.read(folder / "in" / entry.name, dtype="int16")[0]
         y = soundfile.read(folder / "out" / entry.name, dtype="int16")[0]
-        np.testing.assert_array_equal(y, jurn.fir(TAPS, x))
+        np.testing.assert_array_equal(y, jurn.fir(TAPS, x, axis=0))
         assert entry.sha256 == hashlib.sha256(y.tobytes()).hexdigest()
         assert (entry.frames, entry.peak) == (len(y), str(np.abs(y.astype(int)).max()))
 
@@ -92,7 +92,7 @@ def test_a_lost_worker_changes_nothing(folder):
             started.write_text(str(os.getpid()))
             while not go_on.exists():
                 time.sleep(0.01)
-        return jurn.fir(TAPS, x)
+        return jurn.fir(TAPS, x, axis=0)
 
     def kill(entry):
         if not go_on.exists():

@@ -47,13 +47,13 @@ def test_bits_equal_the_tools_on_recordings(path, tmp_path):
     long_filter = jurn.LongFilter.fir(room, channels=x.ndim)
     late = np.concatenate([x, np.zeros((long_filter.latency + len(room) - 1, *x.shape[1:]), np.int16)])
     pairs = [
-        (jurn.fir(TAPS, x), ["fir", "-c", tmp_path / "taps"]),
-        (jurn.lfilter(*BA, x), ["iir", "-c", tmp_path / "ba"]),
-        (jurn.sosfilt(SOS, x), ["sos", "-c", tmp_path / "sos.npy"]),
-        (jurn.sosfilt(STEEP, x), ["sos", "-c", tmp_path / "steep.npy"]),
-        (jurn.moving_mean(31, x), ["average", "--length", 31]),
-        (jurn.moving_mean(500, x), ["average", "--length", 500]),
-        (jurn.convolve(x, room), ["convolve", "--ir", ROOM, "--resample", "--truncate", 3000]),
+        (jurn.fir(TAPS, x, 0), ["fir", "-c", tmp_path / "taps"]),
+        (jurn.lfilter(*BA, x, 0), ["iir", "-c", tmp_path / "ba"]),
+        (jurn.sosfilt(SOS, x, 0), ["sos", "-c", tmp_path / "sos.npy"]),
+        (jurn.sosfilt(STEEP, x, 0), ["sos", "-c", tmp_path / "steep.npy"]),
+        (jurn.moving_mean(31, x, 0), ["average", "--length", 31]),
+        (jurn.moving_mean(500, x, 0), ["average", "--length", 500]),
+        (jurn.convolve(x, room, axis=0), ["convolve", "--ir", ROOM, "--resample", "--truncate", 3000]),
         (long_filter.run(late)[long_filter.latency :],
          ["convolve", "--ir", ROOM, "--resample", "--truncate", 3000, "--fft"]),
     ]
@@ -63,10 +63,10 @@ def test_bits_equal_the_tools_on_recordings(path, tmp_path):
 
 
 FILTERS = {
-    "fir": (lambda x, **o: jurn.fir(TAPS, x, **o), lambda x: signal.lfilter(TAPS, 1, x, axis=0)),
-    "lfilter": (lambda x, **o: jurn.lfilter(*BA, x, **o), lambda x: signal.lfilter(*BA, x, axis=0)),
-    "sosfilt": (lambda x, **o: jurn.sosfilt(SOS, x, **o), lambda x: signal.sosfilt(SOS, x, axis=0)),
-    "moving_mean": (lambda x, **o: jurn.moving_mean(9, x, **o),
+    "fir": (lambda x, axis=0, **o: jurn.fir(TAPS, x, axis, **o), lambda x: signal.lfilter(TAPS, 1, x, axis=0)),
+    "lfilter": (lambda x, axis=0, **o: jurn.lfilter(*BA, x, axis, **o), lambda x: signal.lfilter(*BA, x, axis=0)),
+    "sosfilt": (lambda x, axis=0, **o: jurn.sosfilt(SOS, x, axis, **o), lambda x: signal.sosfilt(SOS, x, axis=0)),
+    "moving_mean": (lambda x, axis=0, **o: jurn.moving_mean(9, x, axis, **o),
                     lambda x: signal.lfilter(np.ones(9) / 9, 1, x, axis=0)),
 }
 
@@ -108,15 +108,15 @@ def test_convolution_sends_channels_where_they_belong():
     cases = [
         (jurn.convolve(x[:, 0], taps[:, 0]), [ideal[0][0]]),
         (jurn.convolve(x[:, 0], taps[:, :3]), ideal[0][:3]),
-        (jurn.convolve(x, taps[:, 0]), [ideal[0][0], ideal[1][0]]),
-        (jurn.convolve(x, taps[:, :2]), [ideal[0][0], ideal[1][1]]),
-        (jurn.convolve(x, taps), [ideal[0][0] + ideal[1][2], ideal[0][1] + ideal[1][3]]),
+        (jurn.convolve(x, taps[:, 0], axis=0), [ideal[0][0], ideal[1][0]]),
+        (jurn.convolve(x, taps[:, :2], axis=0), [ideal[0][0], ideal[1][1]]),
+        (jurn.convolve(x, taps, axis=0), [ideal[0][0] + ideal[1][2], ideal[0][1] + ideal[1][3]]),
     ]
     for y, expected in cases:
         expected = np.clip(np.stack(expected, axis=1), -32768, 32767)
         assert y.shape == (expected.shape if len(expected[0]) > 1 else expected.shape[:1])
         assert np.abs(y.reshape(expected.shape) - expected).max() <= 1.1
-    short = jurn.convolve(x.astype(np.float64).T, taps[:, 0], axis=1, tail=False)
+    short = jurn.convolve(x.astype(np.float64).T, taps[:, 0], tail=False)
     assert short.shape == x.T.shape and short.dtype == np.float64
 
 
@@ -144,9 +144,6 @@ def test_designs_are_prepared_as_the_tool_does_it():
 
 X = np.zeros(10, np.int16)
 WRONG = [
-    (TypeError, "list; takes an array", lambda: jurn.fir([1.0], [1, 2])),
-    (TypeError, "int64 of shape", lambda: jurn.fir([1.0], X.astype(np.int64))),
-    (ValueError, r"\(1, 10, 1\); takes \(frames,\)", lambda: jurn.fir([1.0], X.reshape(1, 10, 1))),
     (ValueError, "axis", lambda: jurn.fir([1.0], X, axis=1)),
     (ValueError, "1 to 1250", lambda: jurn.fir(np.ones(1251) / 1251, X)),
     (ValueError, "1 to 201", lambda: jurn.fir(np.ones(202) / 202, X.astype(np.float32))),
@@ -159,7 +156,7 @@ WRONG = [
     (ValueError, "a0 is 2.0", lambda: jurn.lfilter([1.0], [2.0], X, prepare=False)),
     (ValueError, "run as sections|runs as sections", lambda: jurn.lfilter(*signal.butter(8, 0.05), X, zi=0)),
     (ValueError, r"takes \(sections, 6\)", lambda: jurn.sosfilt([1.0, 2.0], X)),
-    (ValueError, "takes 1 or 2, or 4", lambda: jurn.convolve(np.zeros((9, 2), np.int16), np.ones((5, 3)))),
+    (ValueError, "takes 1 or 2, or 4", lambda: jurn.convolve(np.zeros((2, 9), np.int16), np.ones((5, 3)))),
     (ValueError, "takes one of", lambda: jurn.compare(len, X)),
 ]
 
@@ -201,13 +198,13 @@ def test_files_are_read_checked_and_reported(tmp_path):
 
 def test_compare_measures_what_the_truncation_adds():
     x = np.random.default_rng(3).integers(-32768, 32768, (30000, 2)).astype(np.int16)
-    same = jurn.compare(jurn.fir, [1.0], x, rate=44100)
+    same = jurn.compare(jurn.fir, [1.0], x, axis=0, rate=44100)
     assert same.largest == same.rms == 0 and same.clipped == np.sum(np.abs(x + 0.5) > 32767)
-    half = jurn.compare(jurn.fir, [0.5], x, rate=44100)
+    half = jurn.compare(jurn.fir, [0.5], x, axis=0, rate=44100)
     assert half.largest == 0.5 and abs(half.rms - 0.5 * np.sqrt(np.mean(x % 2))) < 1e-12
     # White noise of variance 1/16 LSB^2 beside its constant part, in bins with a Hann window.
     level = 10 * np.log10(np.mean(10 ** (half.noise[10:] / 10)))
     expected = 10 * np.log10(np.var(half.difference) * 1.5 / 4096 * 4 / 32768**2)
     assert abs(level - expected) < 0.5 and half.frequencies[-1] == 22050
-    mean = jurn.compare(jurn.convolve, x // 4, TAPS[:, None] * [1, 1], rate=44100)
+    mean = jurn.compare(jurn.convolve, x // 4, TAPS[:, None] * [1, 1], axis=0, rate=44100)
     assert mean.largest < 1.1

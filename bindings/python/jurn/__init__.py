@@ -5,11 +5,13 @@ Functions for whole arrays, which read like SciPy's: `fir`, `lfilter`, `sosfilt`
 `Convolution`. Files: `read_coefficients`, `read_response`. What the exact output differs by from
 the ideal one: `compare`. Many recordings: the module `jurn.batch`.
 
-Samples are arrays of shape (frames,) or (frames, channels), as python-soundfile has them.
+The frames of an array lie along its last axis, as SciPy and librosa have them; ``axis=0`` takes
+arrays of shape (frames, channels), as python-soundfile has them.
 """
 
 from enum import IntEnum
 
+from ._arrays import JurnWarning
 from ._core import (
     Convolution,
     Filter,
@@ -19,8 +21,10 @@ from ._core import (
     __version__,
 )
 from .comparison import Comparison, compare
-from .designs import Design, JurnWarning, prepare, read_coefficients, read_response
-from .functions import convolve, fir, lfilter, moving_mean, sosfilt
+from .convolution import convolve
+from .designs import Design, prepare
+from .files import read_coefficients, read_response
+from .functions import fir, lfilter, moving_mean, sosfilt
 
 
 class Kind(IntEnum):

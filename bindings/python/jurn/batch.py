@@ -26,8 +26,8 @@ from typing import Any, Callable, Iterable, Iterator
 import numpy as np
 from numpy.typing import NDArray
 
-from . import _core, functions
-from .designs import read_coefficients, read_response
+from . import _core, convolution, functions
+from .files import read_coefficients, read_response
 
 Filter = Callable[[NDArray[Any], int], NDArray[Any]]
 
@@ -124,7 +124,7 @@ def filter_folder(
     --------
     >>> import tempfile
     >>> import jurn.batch
-    >>> half = lambda x, rate: jurn.fir([0.5], x)
+    >>> half = lambda x, rate: jurn.fir([0.5], x, axis=0)
     >>> folder = tempfile.mkdtemp()
     >>> entries = jurn.batch.filter_folder("/usr/share/sounds/alsa", folder, half)
     >>> entries[0].name
@@ -256,7 +256,7 @@ class _Coefficients:
     kind: str | None
 
     def __call__(self, x: NDArray[Any], rate: int) -> Any:
-        return read_coefficients(self.path, rate, kind=self.kind).filter(x)
+        return read_coefficients(self.path, rate, kind=self.kind).filter(x, axis=0)
 
 
 @dataclass(frozen=True)
@@ -264,7 +264,7 @@ class _Response:
     path: str
 
     def __call__(self, x: NDArray[Any], rate: int) -> Any:
-        return functions.convolve(x, read_response(self.path, rate))
+        return convolution.convolve(x, read_response(self.path, rate), axis=0)
 
 
 @dataclass(frozen=True)
@@ -272,7 +272,7 @@ class _Average:
     length: int
 
     def __call__(self, x: NDArray[Any], rate: int) -> Any:
-        return functions.moving_mean(self.length, x)
+        return functions.moving_mean(self.length, x, axis=0)
 
 
 def main(arguments: list[str] | None = None) -> int:

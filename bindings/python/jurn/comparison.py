@@ -9,7 +9,7 @@ from typing import Any, Callable
 import numpy as np
 from numpy.typing import NDArray
 
-from . import functions
+from . import convolution, functions
 
 
 @dataclass(frozen=True)
@@ -96,7 +96,7 @@ def compare(
     if "zi" in options:
         raise ValueError("zi: compares whole outputs only")
     exact = function(*arguments, **options)
-    axis = options.get("axis", 0)
+    axis = options.get("axis", -1)
     ideal = _IDEAL[function](*arguments, axis=axis, tail=options.get("tail", True))
     difference = exact.astype(np.float64) - ideal
     by_channel = np.moveaxis(difference, axis, 0).reshape(difference.shape[axis], -1)
@@ -157,7 +157,7 @@ def _ideal_convolve(x: Any, ir: Any, *, axis: int, tail: bool) -> Any:
     samples = np.moveaxis(np.asarray(x, float), axis, 0).reshape(np.shape(x)[axis], -1)
     taps = np.asarray(ir, float)
     taps = taps.reshape(len(taps), -1)
-    routes = functions._routes(taps, samples.shape[1])
+    routes = convolution.routes_of(taps, samples.shape[1])
     outputs = max(route[1] for route in routes) + 1
     y: NDArray[np.float64] = np.zeros((len(samples) + len(taps) - 1, outputs))
     for source, to, response in routes:
@@ -173,5 +173,5 @@ _IDEAL: dict[Callable[..., Any], Callable[..., Any]] = {
     functions.lfilter: _ideal_lfilter,
     functions.sosfilt: _ideal_sosfilt,
     functions.moving_mean: _ideal_mean,
-    functions.convolve: _ideal_convolve,
+    convolution.convolve: _ideal_convolve,
 }

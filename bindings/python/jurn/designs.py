@@ -1,55 +1,33 @@
-"""Designs: coefficients from arrays and files, checked and prepared to run as the command line does."""
+"""Designs: coefficients, checked and prepared to run as the command line does."""
 
 from __future__ import annotations
 
-import os
 import warnings as python_warnings
 from dataclasses import dataclass, field
-from typing import Any, Sequence, Union
+from functools import lru_cache
+from typing import Any, Sequence
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core
+from . import _core, _running
+from ._arrays import Channels, Coefficients, JurnWarning, numbers, real
 
-Coefficients = NDArray[np.float64]
-Path = Union[str, "os.PathLike[str]"]
+KINDS = ("fir", "iir", "sos")  # in the order of the library's toolkit
 
-_KINDS = ("fir", "iir", "sos")  # in the order of the library's toolkit
-
-
-class JurnWarning(UserWarning):
-    """What comes out is not quite what the design promises.
-
-    Examples
-    --------
-    >>> import warnings
-    >>> warnings.simplefilter("error", JurnWarning)  # makes an error of it
-    >>> warnings.simplefilter("default", JurnWarning)
-    """
+# What the filters for int16 take. A longer recursive filter would be analysed for minutes.
+_COEFFICIENTS = 1250
+_SECTIONS = 416
 
 
-def warn_of(messages: Sequence[str], stacklevel: int) -> None:
+def warn_of(messages: Sequence[str], level: int) -> None:
     for message in messages:
-        python_warnings.warn(message, JurnWarning, stacklevel=stacklevel)
+        python_warnings.warn(message, JurnWarning, stacklevel=level + 1)
 
 
-def _numbers(values: ArrayLike, name: str, dimensions: int) -> Coefficients:
-    array = np.asarray(values)
-    if array.dtype.kind not in "fiub":
-        raise TypeError(f"{name}: {array.dtype} of shape {array.shape}; takes real numbers")
-    array = array.astype(np.float64)
-    if array.ndim != dimensions or array.size == 0:
-        takes = "(count,)" if dimensions == 1 else "(sections, 6)"
-        raise ValueError(f"{name}: has the shape {array.shape}; takes {takes}")
-    if not np.all(np.isfinite(array)):
-        raise ValueError(f"{name}: number {int(np.argmin(np.isfinite(array)))} is not finite")
-    return array
-
-
-@dataclass(frozen=True)
+@dataclass(frozen=True, eq=False)
 class Design:
-    """A filter's coefficients in double precision.
+    """A filter's coefficients in double precision, a value: it compares, hashes and never changes.
 
     Attributes
     ----------
@@ -60,6 +38,14 @@ class Design:
     a : ndarray
         Denominator, empty for taps; of sections their denominators, (sections, 3).
 
+    Raises
+    ------
+    TypeError
+        For coefficients that are not real numbers.
+    ValueError
+        For another kind, coefficients that are not finite or do not fit the kind, or a denominator
+        that begins with 0.
+
     Examples
     --------
     >>> import numpy as np
@@ -67,17 +53,54 @@ class Design:
     >>> design = jurn.Design("iir", np.array([1.0]), np.array([1.0, -0.5]))
     >>> design.filter(np.array([1000, 0, 0], dtype=np.int16))
     array([1000,  500,  250], dtype=int16)
+    >>> design == jurn.Design("iir", [1.0], [1.0, -0.5])
+    True
     """
 
     kind: str
     b: Coefficients
     a: Coefficients = field(default_factory=lambda: np.empty(0))
 
+    def __post_init__(self) -> None:
+        if self.kind not in KINDS:
+            raise ValueError(f"kind: {self.kind!r}; takes one of {', '.join(KINDS)}")
+        b = numbers(self.b, "taps" if self.kind == "fir" else "b")
+        if self.kind == "fir":
+            if np.size(self.a):
+                raise ValueError("a: a design of taps has none")
+            a = np.empty(0)
+            a.flags.writeable = False
+        else:
+            a = numbers(self.a, "a")
+        if self.kind == "sos":
+            if b.ndim != 2 or b.shape[1] != 3 or a.shape != b.shape:
+                raise ValueError(
+                    f"b, a: have the shapes {b.shape} and {a.shape}; take (sections, 3) each"
+                )
+        else:
+            for name, array in (("taps" if self.kind == "fir" else "b", b), ("a", a)):
+                if array.ndim != 1:
+                    raise ValueError(f"{name}: has the shape {array.shape}; takes (count,)")
+        if not a[..., :1].all():
+            raise ValueError("a: begins with 0, by which nothing can be divided")
+        object.__setattr__(self, "b", b)
+        object.__setattr__(self, "a", a)
+        # Adding 0 makes 0 of -0, which equals it.
+        object.__setattr__(
+            self, "_key", (self.kind, b.shape, (b + 0.0).tobytes(), (a + 0.0).tobytes())
+        )
+
+    def __eq__(self, other: object) -> bool:
+        return isinstance(other, Design) and bool(self._key == other._key)  # type: ignore[attr-defined]
+
+    def __hash__(self) -> int:
+        return hash(self._key)  # type: ignore[attr-defined]
+
     @staticmethod
     def of_sos(sos: ArrayLike) -> Design:
         """The design of SciPy's sections, of shape (sections, 6)."""
-        table = _numbers(sos, "sos", 2)
-        if table.shape[1] != 6:
+        table = real(sos, "sos")
+        if table.ndim != 2 or table.shape[1] != 6:
             raise ValueError(f"sos: has the shape {table.shape}; takes (sections, 6)")
         return Design("sos", table[:, :3], table[:, 3:])
 
@@ -88,23 +111,67 @@ class Design:
             raise ValueError(f"the design is no cascade of sections: its kind is {self.kind}")
         return np.hstack([self.b, self.a])
 
-    def filter(self, x: NDArray[Any], **options: Any) -> Any:
-        """Filter samples by `fir`, `lfilter` or `sosfilt`, whose options it takes."""
-        from . import functions
+    def filter(
+        self,
+        x: ArrayLike,
+        axis: int | None = None,
+        zi: ArrayLike | None = None,
+        *,
+        block: int | None = None,
+        prepare: bool = True,
+    ) -> Any:
+        """Filter samples, with the parameters of `fir`, `lfilter` or `sosfilt`."""
+        return self._filter(x, axis, zi, block, prepare, level=2)
 
-        if self.kind == "fir":
-            return functions.fir(self.b, x, **options)
-        if self.kind == "iir":
-            return functions.lfilter(self.b, self.a, x, **options)
-        return functions.sosfilt(self.sos, x, **options)
+    def _filter(
+        self,
+        x: ArrayLike,
+        axis: int | None,
+        zi: ArrayLike | None,
+        block: int | None,
+        prepare: bool,
+        level: int,
+    ) -> Any:
+        """As filter; warnings name the caller `level` calls above."""
+        channels = Channels(x, axis, level + 1)
+        if block is not None:
+            most = _running.LONGEST_BLOCK[self.kind]
+            if not 1 <= block <= most:
+                raise ValueError(f"block: {block} frames; takes 1 to {most}")
+        design = self
+        if prepare:
+            prepared = _prepared(self, channels.precision, False, False)
+            warn_of(prepared.warnings, level + 1)
+            design = prepared.design
+        if design.kind == "fir":
+            return _running.run_taps(design.b, channels, zi, block or _running.BLOCK)
+        if design.kind == "iir":
+            return _running.run_direct_form(
+                design.b, design.a, channels, zi, block or _running.IIR_BLOCK
+            )
+        if self.kind == "iir" and zi is not None:
+            raise ValueError(
+                "zi: this design runs as sections, which have another state; use sosfilt, or "
+                "prepare=False for the direct form"
+            )
+        return _running.run_sections(design.sos, channels, zi, block or _running.BLOCK)
+
+    def _leads_with_1(self) -> bool:
+        return bool((self.a[..., :1] == 1.0).all())
+
+    def _divided(self) -> Design:
+        """The same filter with denominators that begin with 1."""
+        if self.kind == "fir" or self._leads_with_1():
+            return self
+        return Design(self.kind, self.b / self.a[..., :1], self.a / self.a[..., :1])
 
     def _flat(self) -> tuple[int, list[float], list[float]]:
-        return _KINDS.index(self.kind), list(self.b.ravel()), list(self.a.ravel())
+        return KINDS.index(self.kind), self.b.ravel().tolist(), self.a.ravel().tolist()
 
 
-def _of_flat(kind: int, b: list[float], a: list[float]) -> Design:
-    rows = (-1, 3) if _KINDS[kind] == "sos" else (-1,)
-    return Design(_KINDS[kind], np.array(b).reshape(rows), np.array(a).reshape(rows))
+def of_flat(kind: int, b: list[float], a: list[float]) -> Design:
+    rows = (-1, 3) if KINDS[kind] == "sos" else (-1,)
+    return Design(KINDS[kind], np.array(b).reshape(rows), np.array(a).reshape(rows))
 
 
 @dataclass(frozen=True)
@@ -151,7 +218,8 @@ def prepare(
     Parameters
     ----------
     design : Design
-        Coefficients; `Design.of_sos` makes one of SciPy's sections.
+        Coefficients; `Design.of_sos` makes one of SciPy's sections. Denominators are divided by
+        their first coefficient.
     precision : {'int16', 'double'}, optional
         The filters for int16, or those for floats.
     as_is : bool, optional
@@ -178,141 +246,27 @@ def prepare(
     """
     if precision not in ("int16", "double"):
         raise ValueError(f"precision: {precision!r}; takes 'int16' or 'double'")
+    return _prepared(design, precision, as_is, as_sections)
+
+
+@lru_cache(maxsize=256)
+def _prepared(design: Design, precision: str, as_is: bool, as_sections: bool) -> Prepared:
+    """Takes milliseconds for a design that is new, and nothing for one that was met before."""
+    _check_length(design, precision)
     flat, stable, radius, largest, rms, notices, warnings = _core._prepare(
-        *design._flat(), precision == "double", as_is, as_sections
+        *design._divided()._flat(), precision == "double", as_is, as_sections
     )
     return Prepared(
-        _of_flat(*flat), stable, radius, largest, rms, tuple(notices), tuple(warnings)
+        of_flat(*flat), stable, radius, largest, rms, tuple(notices), tuple(warnings)
     )
 
 
-def read_coefficients(
-    path: Path | tuple[Path, Path],
-    rate: float | None = None,
-    *,
-    kind: str | None = None,
-    variables: Sequence[str] = (),
-    negate_a: bool | None = None,
-) -> Design:
-    """Read coefficients from a file in any format that the command line reads.
-
-    Parameters
-    ----------
-    path : path or pair of paths
-        Text, CSV, NumPy .npy, MATLAB .mat, C header, biquad list, equaliser, or audio file; or
-        numerator and denominator in a file each.
-    rate : float, optional
-        Sampling rate of the recordings, which an equaliser file needs.
-    kind : {'fir', 'iir', 'sos'}, optional
-        What the file holds; by default sections if it can be read as such, or else numerator and
-        denominator, or else taps.
-    variables : sequence of str, optional
-        Names of the arrays in a file with names.
-    negate_a : bool, optional
-        Whether to turn the signs of the feedback, for files of programs that add it. By default a
-        file whose signs look turned is an error.
-
-    Returns
-    -------
-    Design
-
-    Raises
-    ------
-    OSError
-        When the file cannot be read.
-    ValueError
-        When it holds no coefficients of that kind.
-
-    Warns
-    -----
-    JurnWarning
-        When the filter is unstable or would clip.
-
-    Examples
-    --------
-    >>> import pathlib, tempfile
-    >>> import jurn
-    >>> file = pathlib.Path(tempfile.mkdtemp(), "taps.txt")
-    >>> _ = file.write_text("0.5\\n0.25\\n0.25\\n")
-    >>> jurn.read_coefficients(file).b
-    array([0.5 , 0.25, 0.25])
-    """
-    paths = path if isinstance(path, tuple) else (path,)
-    names = [os.fspath(p) for p in paths]
-    for name in names:
-        open(name, "rb").close()  # for Python's own errors
-    if len(names) == 2:
-        kind = "iir"
-    if kind is not None and kind not in _KINDS:
-        raise ValueError(f"kind: {kind!r}; takes one of {', '.join(_KINDS)}")
-    found, errors = {}, []
-    for wanted in _KINDS if kind is None else (kind,):
-        try:
-            found[wanted] = _core._load_design(
-                names, _KINDS.index(wanted), list(variables), int(rate or 0), negate_a
-            )
-        except ValueError as error:
-            errors.append(error)
-    if not found:
-        raise errors[0] if len({str(e) for e in errors}) == 1 else ValueError(
-            "; or ".join(str(e) for e in errors)
-        )
-    if {"iir", "sos"} <= set(found):  # two rows of six numbers: the a0 of sections are equal, 1
-        _, numerator, denominator = found["iir"][0]
-        if numerator[3] != denominator[3]:
-            del found["sos"]
-    flat, warnings = next(found[k] for k in ("sos", "iir", "fir") if k in found)
-    warn_of(warnings, stacklevel=3)
-    return _of_flat(*flat)
-
-
-def read_response(
-    path: Path | Sequence[Path],
-    rate: float,
-    *,
-    resample: bool = False,
-    truncate: int | None = None,
-    normalise: bool = False,
-) -> NDArray[np.float64]:
-    """Read an impulse response from audio files.
-
-    Parameters
-    ----------
-    path : path or sequence of paths
-        Files whose channels follow one another.
-    rate : float
-        Sampling rate of the recordings; a file at another rate is an error.
-    resample : bool, optional
-        Whether to convert a file at another rate instead.
-    truncate : int, optional
-        Taps to keep.
-    normalise : bool, optional
-        Whether to scale the largest gain over all frequencies to 0 dB.
-
-    Returns
-    -------
-    ndarray
-        (taps,), or (taps, channels) for several channels; 1.0 is full scale.
-
-    Raises
-    ------
-    OSError
-        When a file cannot be read.
-    ValueError
-        When it is no audio file, or does not fit.
-
-    Examples
-    --------
-    >>> import jurn
-    >>> jurn.read_response("missing.wav", 48000)
-    Traceback (most recent call last):
-        ...
-    FileNotFoundError: [Errno 2] No such file or directory: 'missing.wav'
-    """
-    paths = [path] if isinstance(path, (str, os.PathLike)) else path
-    names = [os.fspath(p) for p in paths]
-    for name in names:
-        open(name, "rb").close()
-    channels = _core._read_response(names, int(rate), resample, truncate or 0, normalise)
-    response = np.array(channels).T
-    return response[:, 0] if len(channels) == 1 else response
+def _check_length(design: Design, precision: str) -> None:
+    if design.kind == "sos" and precision == "int16" and len(design.b) > _SECTIONS:
+        raise ValueError(f"sos: has {len(design.b)} sections; takes 1 to {_SECTIONS}")
+    if design.kind == "iir":
+        for name, array in (("b", design.b), ("a", design.a)):
+            if len(array) > _COEFFICIENTS:
+                raise ValueError(
+                    f"{name}: has {len(array)} coefficients; takes 1 to {_COEFFICIENTS}"
+                )

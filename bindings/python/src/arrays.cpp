@@ -1,7 +1,9 @@
 #include "arrays.h"
 
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <new>
 
 namespace jurn {
 namespace {
@@ -75,7 +77,10 @@ template <class Sample>
 Input<Sample> read_block(py::handle block, int channels) {
   const py::ssize_t frames = frames_of<Sample>("block", block, channels);
   auto array = py::reinterpret_borrow<py::object>(block);
-  if (!in_one_piece(block)) array = py::array_t<Sample, py::array::c_style>::ensure(block);
+  if (!in_one_piece(block)) {
+    array = py::array_t<Sample, py::array::c_style>::ensure(block);
+    if (!array) throw std::bad_alloc();
+  }
   const auto* proxy = array_proxy(array.ptr());
   return {reinterpret_cast<const Sample*>(proxy->data), frames, proxy->nd, std::move(array)};
 }
@@ -130,13 +135,13 @@ JURN_SAMPLES(float)
 namespace {
 
 py::array_t<double> doubles(py::handle object, const char* name) {
-  const auto array = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(object);
-  const bool complex = py::isinstance<py::array>(object) &&
-                       py::reinterpret_borrow<py::array>(object).dtype().kind() == 'c';
-  if (!array || complex) {
+  const auto given = py::array::ensure(object);
+  if (!given || std::strchr("fiub", given.dtype().kind()) == nullptr) {
     PyErr_Clear();
     throw py::type_error(std::string(name) + ": " + described(object) + "; takes real numbers");
   }
+  const auto array = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(given);
+  if (!array) throw std::bad_alloc();
   for (py::ssize_t i = 0; i < array.size(); ++i)
     if (!std::isfinite(array.data()[i]))
       throw py::value_error(std::string(name) + ": number " + std::to_string(i) + " is not finite");

@@ -4,6 +4,8 @@
 #include "Filter_control.h"
 
 PYBIND11_MODULE(_core, m) {
+  pybind11::options options;
+  options.disable_function_signatures();  // the texts have those that Python reads
   m.doc() = "The library's filters as Python objects.";
   m.attr("__version__") = MORVAX_Version_API();
   jurn::add_streams(&m);

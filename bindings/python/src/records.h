@@ -3,6 +3,9 @@
 
 #include <pybind11/pybind11.h>
 
+#include <string>
+#include <type_traits>
+
 #include "Filter_control.h"
 #include "arrays.h"
 
@@ -42,6 +45,12 @@ int channels_out(const shuzhiFilter_ID& r);
 int channels_out(const Filterf_ID& r);
 int channels_out(const Filterlongfir_ID& r);
 
+/** What Python prints of a filter. */
+std::string described(const Filter_ID& r);
+std::string described(const shuzhiFilter_ID& r);
+std::string described(const Filterf_ID& r);
+std::string described(const Filterlongfir_ID& r);
+
 /** Frames that a block may have at most. */
 int longest_block(const Filter_ID& r);
 int longest_block(const shuzhiFilter_ID& r);
@@ -64,6 +73,19 @@ void run(shuzhiFilter_ID& r, const short* in, int frames, short* out);
 void run(Filterf_ID& r, const float* in, int frames, float* out);
 void run(Filterf_ID& r, const short* in, int frames, float* out);
 void run(Filterlongfir_ID& r, const short* in, int frames, short* out);
+
+/** Filters one block through both filters, and fades from the first to the second as the library
+ * does; at most longest_fade frames. */
+void fade(Filter_ID& from, Filter_ID& to, const short* in, int frames, short* out);
+void fade(Filterf_ID& from, Filterf_ID& to, const float* in, int frames, float* out);
+void fade(Filterf_ID& from, Filterf_ID& to, const short* in, int frames, float* out);
+void fade(Filterlongfir_ID& from, Filterlongfir_ID& to, const short* in, int frames, short* out);
+
+template <class Record>
+int longest_fade(const Record& r) {
+  return std::is_same_v<Record, Filterf_ID> ? JURN_FLOAT_HISTORY
+                                            : JURN_FADE_VALUES / channels_out(r);
+}
 
 /** Moves the histories, which lie where the previous block's length has left them, to where a block
  * of `next` frames looks for them: so blocks of any lengths continue exactly. */
@@ -95,6 +117,9 @@ void set_coefficients(Filterlongfir_ID& r, py::handle b, py::handle a, py::handl
 bool fade_inside(Filter_ID& r, py::handle b, py::handle right);
 bool fade_inside(Filterf_ID& r, py::handle b, py::handle right);
 bool fade_inside(Filterlongfir_ID& r, py::handle b, py::handle right);
+
+/** Whether a long filter's kind works by FFT. */
+bool is_fft(const Filterlongfir_ID& r);
 
 /** Sets the kind; throws for a combination that the record does not know. */
 void set_kind(Filterlongfir_ID& r, int kind, int channels);

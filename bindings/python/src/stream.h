@@ -5,9 +5,11 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "arrays.h"
+#include "made.h"
 #include "records.h"
 
 namespace jurn {
@@ -24,10 +26,14 @@ class Unlocked {
   PyThreadState* thread_;
 };
 
-/** Marks an object as in use; the flag is only read and written under Python's lock. */
+/** Marks an object as in use while it lives; the flag is only read and written under Python's lock.
+ */
 class InUse {
  public:
-  explicit InUse(bool* flag) : flag_(flag) { *flag_ = true; }
+  explicit InUse(bool* flag) : flag_(flag) {
+    check(*flag);
+    *flag_ = true;
+  }
   ~InUse() { *flag_ = false; }
   InUse(const InUse&) = delete;
   InUse& operator=(const InUse&) = delete;
@@ -44,7 +50,7 @@ class InUse {
 /** The head of a stored stream. */
 struct StoredHead {
   std::uint32_t magic = 0x4e52554a;  // "JURN" on machines with the byte order of the records
-  std::uint16_t format = 1;          // of what follows
+  std::uint16_t format = 2;          // of what follows
   std::uint8_t tag = 0;              // the record
   std::uint8_t fading = 0;           // whether a second record follows
   std::int32_t last = 0;             // frames of the previous block
@@ -52,26 +58,14 @@ struct StoredHead {
   std::uint32_t size = 0;            // of one record
 };
 
-/** Mixes the old filter's block into the new one's along a ramp: wholly old at the first frame,
- * wholly new at the last. */
-inline void mix(const short* previous, short* current, int frames, int channels) {
-  if (frames < 2) return;
-  const float step = 1.0f / static_cast<float>(frames - 1);
-  for (int i = 0; i < frames; ++i)
-    for (int c = 0; c < channels; ++c, ++previous, ++current)
-      *current =
-          static_cast<short>((1.0f - step * static_cast<float>(i)) * static_cast<float>(*previous) +
-                             step * static_cast<float>(i * *current));
-}
-inline void mix(const float* previous, float* current, int frames, int channels) {
-  if (frames < 2) return;
-  const float step = 1.0f / static_cast<float>(frames - 1);
-  for (int i = 0; i < frames; ++i)
-    for (int c = 0; c < channels; ++c, ++previous, ++current) {
-      const float index = static_cast<float>(i);
-      *current = (1.0f - step * index) * *previous + step * (index * *current);
-    }
-}
+/** The head of stored data; throws for none, or one of another format. */
+StoredHead stored_head(std::string_view data);
+
+/** Ends stored data with a checksum, so that nothing altered is run. */
+py::bytes sealed(std::string data);
+
+/** The data without its checksum; throws for what was altered or cut. */
+std::string_view unsealed(std::string_view data);
 
 template <class Record>
 class Stream {
@@ -79,11 +73,11 @@ class Stream {
   using Sample = typename Traits<Record>::Sample;
 
   Stream() : record_(std::make_unique<Record>()) {}
-  Stream(const Stream& other)
-      : record_(std::make_unique<Record>(*other.record_)),
-        previous_(other.previous_ ? std::make_unique<Record>(*other.previous_) : nullptr),
-        last_(other.last_),
-        previous_last_(other.previous_last_) {}
+  Stream(const Stream& other) : last_(other.last_), previous_last_(other.previous_last_) {
+    InUse::check(other.in_use_);
+    record_ = std::make_unique<Record>(*other.record_);
+    if (other.previous_) previous_ = std::make_unique<Record>(*other.previous_);
+  }
 
   Record& record() { return *record_; }
   const Record& record() const { return *record_; }
@@ -91,32 +85,35 @@ class Stream {
   bool in_use() const { return in_use_; }
 
   void clear() {
+    InUse::check(in_use_);
     previous_.reset();
     last_ = 0;
     reset(*record_);
   }
 
-  /** Filters one block of any length up to the longest. */
+  /** Filters one block of any length up to the longest. A pending fade spans it, or as much of it
+   * as the library fades at once. */
   template <class In>
   void run_block(const In* in, int frames, Sample* out) {
     if (frames == 0) return;
-    move_histories(*record_, last_, frames);
-    std::vector<Sample> old;
+    const int now = previous_ ? std::min(frames, longest_fade(*record_)) : frames;
+    move_histories(*record_, last_, now);
     if (previous_) {
-      move_histories(*previous_, previous_last_, frames);
-      old.resize(static_cast<std::size_t>(frames * channels_out(*record_)));
-      run(*previous_, in, frames, old.data());
+      move_histories(*previous_, previous_last_, now);
+      if constexpr (!std::is_same_v<Record, shuzhiFilter_ID>)
+        fade(*previous_, *record_, in, now, out);
+      previous_.reset();
+    } else {
+      run(*record_, in, now, out);
     }
-    run(*record_, in, frames, out);
-    if (previous_) mix(old.data(), out, frames, channels_out(*record_));
-    previous_.reset();
-    last_ = frames;
+    last_ = now;
+    run_block(in + now * channels_in(*record_), frames - now, out + now * channels_out(*record_));
   }
 
   /** process(block, out) and run(samples, block, out) of Python; `block` 0 is one block. */
   template <class In>
   py::object filter(py::handle samples, py::handle out, py::ssize_t block) {
-    InUse::check(in_use_);
+    const InUse in_use(&in_use_);
     const int ins = channels_in(*record_), outs = channels_out(*record_);
     Input<In> in = read_block<In>(samples, ins);
     py::ssize_t longest = longest_block(*record_);
@@ -128,7 +125,6 @@ class Stream {
     keep_apart(&in, ins, result.data(), result.values() * static_cast<py::ssize_t>(sizeof(Sample)),
                ins == outs && std::is_same_v<In, Sample>);
     {
-      const InUse in_use(&in_use_);
       const Unlocked unlocked;
       const py::ssize_t step = block == 0 ? in.frames : block;
       for (py::ssize_t done = 0; done < in.frames; done += step)
@@ -140,7 +136,7 @@ class Stream {
 
   /** The next block fades to the filter with these coefficients. */
   void fade_to(py::handle b, py::handle a, py::handle right) {
-    InUse::check(in_use_);
+    const InUse in_use(&in_use_);
     if (fade_inside(*record_, b, right)) return;
     if (record_->filtertype == JURN_MOVING_AVERAGE)
       throw py::value_error("a moving average has no coefficients to fade to");
@@ -168,18 +164,12 @@ class Stream {
     std::string all(reinterpret_cast<const char*>(&head), sizeof head);
     all.append(reinterpret_cast<const char*>(record_.get()), sizeof(Record));
     if (previous_) all.append(reinterpret_cast<const char*>(previous_.get()), sizeof(Record));
-    return py::bytes(all);
+    return sealed(std::move(all));
   }
 
   static std::unique_ptr<Stream> restored(const py::bytes& bytes) {
-    const std::string_view data = bytes;
-    StoredHead head;
-    if (data.size() >= sizeof head) std::memcpy(&head, data.data(), sizeof head);
-    if (data.size() < sizeof head || head.magic != StoredHead().magic)
-      throw py::value_error("data: no stored filter, or one of a machine with another byte order");
-    if (head.format != StoredHead().format)
-      throw py::value_error("data: has the format " + std::to_string(head.format) +
-                            "; this version reads " + std::to_string(StoredHead().format));
+    const StoredHead head = stored_head(bytes);
+    const std::string_view data = unsealed(bytes);
     const std::size_t records = head.fading ? 2 : 1;
     if (head.tag != Traits<Record>::kTag || head.size != sizeof(Record) ||
         data.size() != sizeof head + records * sizeof(Record))
@@ -213,3 +203,8 @@ class Stream {
 };
 
 }  // namespace jurn
+
+namespace pybind11::detail {
+template <class Record>
+class type_caster<jurn::Stream<Record>> : public jurn::MadeCaster<jurn::Stream<Record>> {};
+}  // namespace pybind11::detail

@@ -1,228 +1,10 @@
-// The classes of Python over the records of the library.
+// The classes of Python for int16 streams of one or two channels: Filter and LongFilter.
 #include <pybind11/stl.h>
 
-#include "bindings.h"
-#include "stream.h"
+#include "stream_class.h"
 
 namespace jurn {
 namespace {
-
-using py::arg;
-
-template <class Record>
-using Holder = std::unique_ptr<Stream<Record>>;
-
-constexpr char kState[] = R"(The state as views, by name; writing to them changes the filter.
-
-``inputs`` and ``outputs`` are the past samples, oldest first: arrays of shape (channels, count), of
-a `FloatFilter` (count,). Those of sections have the shape (channels, sections, order), newest
-first. ``ring`` is the ring of an average. A view is good until the next block: take it anew then.)";
-
-constexpr char kRecord[] = R"(The whole record of the library, as a read-only structured array.
-
-Its fields have the names of the header Filter_control.h.)";
-
-constexpr char kProcess[] = R"(Filter one block.
-
-Blocks may have any lengths up to `longest_block`, and each continues exactly where the one before
-has ended. Other threads run meanwhile.
-
-Parameters
-----------
-block : ndarray
-    Samples of shape (frames,) or (frames, channels).
-out : ndarray, optional
-    Array for the result; may be `block` itself. By default a new one.
-
-Returns
--------
-ndarray
-    `out`, or the new array.
-
-Raises
-------
-TypeError
-    For another type of samples.
-ValueError
-    For another shape, or a block that is too long.
-RuntimeError
-    When the object runs on another thread at the same time.)";
-
-constexpr char kRun[] = R"(Filter any number of frames, in blocks.
-
-The same as `process` for one block after the other, in one call.
-
-Parameters
-----------
-samples : ndarray
-    Samples of shape (frames,) or (frames, channels).
-block : int, optional
-    Frames of a block, up to `longest_block`; the last one may be shorter.
-out : ndarray, optional
-    Array for the result; may be `samples` itself.
-
-Returns
--------
-ndarray
-    `out`, or a new array.)";
-
-constexpr char kFadeTo[] = R"(Fade to other coefficients during the next block.
-
-The next block begins wholly with the old filter and ends wholly with the new one, which goes on
-with the same past. Sections start in silence when their count or order changes.
-
-Parameters
-----------
-b : array_like
-    Taps, numerator, or sections, as they were given when the filter was made.
-a : array_like, optional
-    Denominator of a direct-form IIR.
-right : array_like, optional
-    Taps of the right channel, for the kinds of a `LongFilter` with two filters.
-
-Raises
-------
-ValueError
-    For coefficients that the filter cannot take, or a kind that does not fade.)";
-
-constexpr char kFromBytes[] = R"(Restore a filter from what ``bytes(filter)`` has stored.
-
-The stream continues exactly, in another process or on another machine. `pickle` and `copy` use the
-same form. It carries the number of its format and is checked.
-
-Parameters
-----------
-data : bytes
-    What `bytes` gave for a filter of the same class.
-
-Raises
-------
-ValueError
-    For anything else, or another format.)";
-
-template <class Record>
-void add_common(py::class_<Stream<Record>>* c) {
-  using Self = Stream<Record>;
-  c->def(
-      "reset",
-      [](Self& s) {
-        InUse::check(s.in_use());
-        s.clear();
-      },
-      "Return to silence; configuration and coefficients stay.");
-  c->def(
-      "copy",
-      [](const Self& s) {
-        InUse::check(s.in_use());
-        return std::make_unique<Self>(s);
-      },
-      "A second filter that continues from the same state.");
-  c->def("__copy__", [](const Self& s) { return std::make_unique<Self>(s); });
-  c->def(
-      "__deepcopy__", [](const Self& s, const py::dict&) { return std::make_unique<Self>(s); },
-      arg("memo"));
-  c->def("__bytes__", &Self::stored);
-  c->def_static("from_bytes", &Self::restored, arg("data"), kFromBytes);
-  c->def(py::pickle([](const Self& s) { return s.stored(); }, &Self::restored));
-  c->def_property_readonly(
-      "record",
-      [](py::object self) {
-        auto& s = self.cast<Self&>();
-        return view(self, &s.record(), {}, {}, false);
-      },
-      kRecord);
-  c->def_property_readonly(
-      "state",
-      [](py::object self) {
-        auto& s = self.cast<Self&>();
-        InUse::check(s.in_use());
-        return state(self, s.record(), s.last());
-      },
-      kState);
-  c->def_property_readonly(
-      "longest_block", [](const Self& s) { return longest_block(s.record()); },
-      "Frames that a block may have at most.");
-  c->def_property_readonly(
-      "channels", [](const Self& s) { return channels_in(s.record()); }, "Channels of the input.");
-  c->def_property_readonly(
-      "output_channels", [](const Self& s) { return channels_out(s.record()); },
-      "Channels of the output.");
-}
-
-template <class Record, class In = typename Stream<Record>::Sample>
-py::object process(Stream<Record>& s, py::handle block, py::handle out) {
-  return s.template filter<In>(block, out, 0);
-}
-
-template <class Record, class In = typename Stream<Record>::Sample>
-py::object run(Stream<Record>& s, py::handle samples, py::ssize_t block, py::handle out) {
-  if (block < 1) throw py::value_error("block: takes 1 frame or more");
-  return s.template filter<In>(samples, out, block);
-}
-
-bool is_int16(py::handle samples) {
-  return py::isinstance<py::array>(samples) &&
-         py::reinterpret_borrow<py::array>(samples).dtype().is(py::dtype::of<short>());
-}
-
-template <class Record>
-void add_runs(py::class_<Stream<Record>>* c) {
-  c->def("process", &process<Record>, arg("block"), arg("out") = py::none(), kProcess);
-  c->def("run", &run<Record>, arg("samples"), arg("block") = 512, arg("out") = py::none(), kRun);
-}
-
-/** A view of a record's coefficients. */
-template <class Record, class T>
-py::array coefficients(py::handle self, const T* values, const Record& r, int count) {
-  if (r.filtertype == JURN_MOVING_AVERAGE) count = 0;
-  if (r.filtertype != JURN_CASCADE) return view(self, values, {count}, {sizeof(T)}, false);
-  if constexpr (std::is_same_v<T, double>)
-    return {};
-  else
-    return view(self, values, {r.ns, r.n + 1},
-                {static_cast<py::ssize_t>(sizeof(T)) * (r.n + 1), sizeof(T)}, false);
-}
-
-/** What the filters with a kind and coefficients have. */
-template <class Record>
-void add_coefficients(py::class_<Stream<Record>>* c) {
-  using Self = Stream<Record>;
-  c->def("fade_to", &Self::fade_to, arg("b"), arg("a") = py::none(), arg("right") = py::none(),
-         kFadeTo);
-  c->def_property_readonly(
-      "kind", [](const Self& s) { return s.record().filtertype; },
-      "The library's number of the kind, ``filtertype``.");
-  c->def_property_readonly(
-      "b",
-      [](py::object self) {
-        auto& r = self.cast<Self&>().record();
-        return coefficients(self, r.b, r, r.blen);
-      },
-      "Taps, numerator or the sections' numerators, as they run.");
-  c->def_property_readonly(
-      "a",
-      [](py::object self) {
-        auto& r = self.cast<Self&>().record();
-        return coefficients(self, r.a, r, r.filtertype == JURN_FIR ? 0 : r.alen);
-      },
-      "Denominator or the sections' denominators, as they run.");
-}
-
-/** A new filter of one of the kinds -1, 0 and 1. */
-template <class Record>
-Holder<Record> make(int kind, int channels, py::handle b, py::handle a) {
-  auto stream = std::make_unique<Stream<Record>>();
-  Record& r = stream->record();
-  if constexpr (!std::is_same_v<Record, Filterf_ID>) {
-    if (channels != 1 && channels != 2)
-      throw py::value_error("channels: " + std::to_string(channels) + "; takes 1 or 2");
-    r.chanel = channels;
-  }
-  r.filtertype = kind;
-  set_coefficients(r, b, a, py::none());
-  stream->clear();
-  return stream;
-}
 
 template <class Record>
 Holder<Record> make_average(int length, int most) {
@@ -244,7 +26,10 @@ void add_makers(py::class_<Stream<Record>>* c, int most_average) {
       [](py::handle b, py::handle a, int channels) {
         return make<Record>(JURN_IIR, channels, b, a);
       },
-      arg("b"), arg("a"), arg("channels") = 1, R"(Make a direct-form IIR.
+      arg("b"), arg("a"), arg("channels") = 1, R"(iir(b, a, channels=1)
+--
+
+Make a direct-form IIR.
 
 Parameters
 ----------
@@ -257,7 +42,10 @@ channels : int, optional
       [](py::handle sos, int channels) {
         return make<Record>(JURN_CASCADE, channels, sos, py::none());
       },
-      arg("sos"), arg("channels") = 1, R"(Make a cascade of sections.
+      arg("sos"), arg("channels") = 1, R"(sos(sos, channels=1)
+--
+
+Make a cascade of sections.
 
 Parameters
 ----------
@@ -268,7 +56,10 @@ channels : int, optional
     1, or 2 for stereo.)");
   c->def_static(
       "average", [most_average](int length) { return make_average<Record>(length, most_average); },
-      arg("length"), R"(Make a moving average, of one channel.
+      arg("length"), R"(average(length)
+--
+
+Make a moving average, of one channel.
 
 Parameters
 ----------
@@ -297,7 +88,10 @@ array([-500,    7], dtype=int16)
       [](py::handle taps, int channels) {
         return make<Filter_ID>(JURN_FIR, channels, taps, py::none());
       },
-      arg("taps"), arg("channels") = 1, R"(Make an FIR.
+      arg("taps"), arg("channels") = 1, R"(fir(taps, channels=1)
+--
+
+Make an FIR.
 
 Parameters
 ----------
@@ -312,112 +106,6 @@ channels : int, optional
   c.def_property_readonly(
       "latency", [](const Stream<Filter_ID>&) { return 0; },
       "Frames by which the output is late: none.");
-}
-
-void add_moving_sum(py::module_* m) {
-  using Self = Stream<shuzhiFilter_ID>;
-  py::class_<Self> c(*m, "MovingSum", R"(The moving mean, or sum, of a mono int16 stream.
-
-Parameters
-----------
-length : int
-    Samples that are averaged, 1 to 256.
-
-Examples
---------
->>> import numpy as np
->>> import jurn
->>> mean = jurn.MovingSum(2)
->>> mean.process(np.array([10, 20, 30], dtype=np.int16))
-array([ 5, 15, 25], dtype=int16)
->>> mean.push(5)
-35
-)");
-  c.def(py::init([](int length) {
-          if (length < 1 || length > JURN_MOVING_SUM_MAX)
-            throw py::value_error("length: " + std::to_string(length) + "; takes 1 to 256");
-          auto stream = std::make_unique<Self>();
-          stream->record().blen = length;
-          MORVAX_shuzhiFilterCalcu_API(&stream->record());
-          stream->clear();
-          return stream;
-        }),
-        arg("length"));
-  add_common(&c);
-  add_runs(&c);
-  c.def(
-      "push",
-      [](Self& s, short sample) {
-        InUse::check(s.in_use());
-        return MORVAX_shuzhiFilterRun_API_inonesampleoutsum(&s.record(), sample);
-      },
-      arg("sample"), R"(Push one sample.
-
-Parameters
-----------
-sample : int
-    The sample, of int16's range.
-
-Returns
--------
-int
-    The sum of the last `length` samples.)");
-  c.def_property_readonly(
-      "length", [](const Self& s) { return s.record().blen; }, "Samples that are averaged.");
-  c.def_property_readonly(
-      "latency", [](const Self&) { return 0; }, "Frames by which the output is late: none.");
-}
-
-void add_float_filter(py::module_* m) {
-  using Self = Stream<Filterf_ID>;
-  py::class_<Self> c(*m, "FloatFilter",
-                     R"(A filter for one float32 channel, double precision inside.
-
-`fir` or `iir` makes it. It takes float32 of any scale, and int16 without scaling, and gives float32.
-Outputs below 1e-6 that an IIR carries from block to block become 0.
-
-Examples
---------
->>> import numpy as np
->>> import jurn
->>> decay = jurn.FloatFilter.iir([1.0], [1.0, -0.5])
->>> decay.process(np.array([1, 0, 0], dtype=np.float32))
-array([1.  , 0.5 , 0.25], dtype=float32)
-)");
-  c.def_static(
-      "fir", [](py::handle taps) { return make<Filterf_ID>(JURN_FIR, 1, taps, py::none()); },
-      arg("taps"), R"(Make an FIR.
-
-Parameters
-----------
-taps : array_like
-    1 to 201 taps.)");
-  c.def_static(
-      "iir", [](py::handle b, py::handle a) { return make<Filterf_ID>(JURN_IIR, 1, b, a); },
-      arg("b"), arg("a"), R"(Make a direct-form IIR.
-
-Parameters
-----------
-b, a : array_like
-    Numerator and denominator, 1 to 201 numbers each, with ``a[0] == 1``.)");
-  c.def(
-      "process",
-      [](Self& s, py::handle block, py::handle out) {
-        return is_int16(block) ? process<Filterf_ID, short>(s, block, out)
-                               : process<Filterf_ID>(s, block, out);
-      },
-      arg("block"), arg("out") = py::none(), kProcess);
-  c.def(
-      "run",
-      [](Self& s, py::handle samples, py::ssize_t block, py::handle out) {
-        return is_int16(samples) ? run<Filterf_ID, short>(s, samples, block, out)
-                                 : run<Filterf_ID>(s, samples, block, out);
-      },
-      arg("samples"), arg("block") = 512, arg("out") = py::none(), kRun);
-  add_common(&c);
-  add_coefficients(&c);
-  c.def_property_readonly(
-      "latency", [](const Self&) { return 0; }, "Frames by which the output is late: none.");
 }
 
 void add_long_filter(py::module_* m) {
@@ -449,7 +137,11 @@ array([  0,   0,   0, 200, 100], dtype=int16)
         return stream;
       },
       arg("taps"), arg("right") = py::none(), py::kw_only(), arg("channels") = 1,
-      arg("kind") = static_cast<int>(JURN_LONG_FFT), R"(Make an FIR.
+      arg("kind") = static_cast<int>(JURN_LONG_FFT),
+      R"(fir(taps, right=None, *, channels=1, kind=-2)
+--
+
+Make an FIR.
 
 Parameters
 ----------

@@ -27,6 +27,11 @@ Flat flat(const tool::FilterDesign& design) {
 
 py::tuple prepare(int kind, std::vector<double> b, std::vector<double> a, bool in_double,
                   bool as_is, bool as_sections) {
+  const std::size_t group = kind == tool::FilterDesign::kSections ? 3 : 1;
+  const bool recursive = kind != tool::FilterDesign::kFir;
+  if (kind < 0 || kind > tool::FilterDesign::kSections || b.empty() || a.empty() == recursive ||
+      b.size() % group || (group == 3 && a.size() != b.size()))
+    throw py::value_error("no design");  // Design of Python says what is wrong
   const tool::FilterDesign design{static_cast<tool::FilterDesign::Kind>(kind), std::move(b),
                                   std::move(a)};
   tool::PrepareOptions options;

@@ -1,0 +1,126 @@
+"""Convolution over whole arrays."""
+
+from __future__ import annotations
+
+from typing import Any
+
+import numpy as np
+from numpy.typing import ArrayLike, NDArray
+
+from ._arrays import Channels, Samples, numbers
+from ._core import Convolution
+
+
+def convolve(
+    x: ArrayLike,
+    ir: ArrayLike,
+    mode: str = "full",
+    *,
+    axis: int | None = None,
+    block: int = 1024,
+    tail: bool = True,
+) -> NDArray[Any]:
+    """Convolve samples with an impulse response of any length, without latency.
+
+    Parameters
+    ----------
+    x : array_like
+        Samples, as for `fir`, of one or two dimensions and up to 16 channels. A sample that is not
+        finite spoils the frames that hear it, and no others.
+    ir : array_like
+        (taps,) for every channel, or (taps, outputs): as many outputs as `x` has channels give each
+        channel taps of its own, and a mono `x` goes to all outputs. Four outputs are true stereo: left
+        to left, left to right, right to left, right to right. Up to 1048576 taps.
+    mode : {'full', 'same', 'valid'}, optional
+        As SciPy has it: the whole result, its middle of the length of `x`, or what no edge touches.
+    axis : int, optional
+        Axis of the frames of `x`; by default the last.
+    block : int, optional
+        Frames of a block, 1 to 4096; changes rounding within the transform.
+    tail : bool, optional
+        Whether the full result goes on until the response has rung out, ``taps - 1`` frames longer
+        than `x`.
+
+    Returns
+    -------
+    ndarray
+        Of the type of `x`.
+
+    Raises
+    ------
+    TypeError
+        For samples or coefficients that are not real numbers.
+    ValueError
+        For other shapes, or a response too long.
+
+    Examples
+    --------
+    >>> import numpy as np
+    >>> import jurn
+    >>> jurn.convolve(np.array([401, 1], dtype=np.int16), [0.5, 0.25])
+    array([200, 100,   0], dtype=int16)
+    """
+    if mode not in ("full", "same", "valid"):
+        raise ValueError(f"mode: {mode!r}; takes 'full', 'same' or 'valid'")
+    channels = Channels(x, axis, level=2)
+    if len(channels.rest) > 1:
+        raise ValueError(f"x: has {len(channels.rest) + 1} dimensions; takes 1 or 2")
+    taps = numbers(ir, "ir")
+    if taps.ndim not in (1, 2):
+        raise ValueError(f"ir: has the shape {taps.shape}; takes (taps,) or (taps, outputs)")
+    routes = routes_of(taps.reshape(len(taps), -1), channels.count)
+    outputs = max((route[1] for route in routes), default=-1) + 1
+    start, stop = _kept(mode, len(channels.x), len(taps), tail)
+    y = _run(channels, routes, outputs, stop, block)[start:]
+    if channels.flat:
+        return y[:, 0] if outputs == 1 else y
+    return np.moveaxis(y, 0, channels.axis)
+
+
+def _kept(mode: str, frames: int, taps: int, tail: bool) -> tuple[int, int]:
+    """The first frame of the result and the one after its last."""
+    if frames == 0:
+        return 0, 0
+    if mode == "same":
+        return (taps - 1) // 2, (taps - 1) // 2 + frames
+    if mode == "valid":
+        return min(frames, taps) - 1, max(frames, taps)
+    return 0, frames + (taps - 1 if tail else 0)
+
+
+def _run(
+    x: Channels, routes: list[tuple[int, int, Samples]], outputs: int, frames: int, block: int
+) -> Samples:
+    """The first frames of the result."""
+    if frames == 0 or outputs == 0:
+        return np.empty((frames, outputs), x.dtype)
+    stream = Convolution(routes, inputs=x.count, outputs=outputs, block=block)
+    padded = np.zeros((-(-frames // block) * block, x.count), x.samples.dtype)
+    count = min(frames, len(x.samples))
+    padded[:count] = x.samples[:count]
+    bad = np.empty(0) if x.is_int16 else ~np.isfinite(padded)
+    if not bad.any():
+        return stream.run(padded)[:frames].astype(x.dtype, copy=False).reshape(frames, outputs)
+    # A transform would spread what is not finite over its whole block.
+    padded[bad] = 0.0
+    y = stream.run(padded)[:frames].astype(x.dtype, copy=False).reshape(frames, outputs)
+    for source, to, taps in routes:
+        heard = np.cumsum(bad[:, source])
+        heard[len(taps) :] -= heard[: -len(taps)].copy()
+        y[heard[:frames] > 0, to] = np.nan
+    return y
+
+
+def routes_of(taps: Samples, inputs: int) -> list[tuple[int, int, Samples]]:
+    """What goes through which taps to where."""
+    responses = taps.shape[1]
+    if responses == 4 and inputs == 2:
+        return [(i // 2, i % 2, taps[:, i]) for i in range(4)]
+    if inputs == 1:
+        return [(0, c, taps[:, c]) for c in range(responses)]
+    if responses not in (1, inputs):
+        raise ValueError(
+            f"ir: has {responses} columns; for {inputs} channels it takes 1 or {inputs}"
+            + (", or 4 for true stereo" if inputs == 2 else "")
+        )
+    return [(c, c, taps[:, c % responses]) for c in range(inputs)]

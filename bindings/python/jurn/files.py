@@ -1,0 +1,146 @@
+"""Coefficients and impulse responses from files."""
+
+from __future__ import annotations
+
+import os
+from typing import Sequence, Union
+
+import numpy as np
+from numpy.typing import NDArray
+
+from . import _core
+from .designs import KINDS, Design, of_flat, warn_of
+
+Path = Union[str, "os.PathLike[str]"]
+
+
+def read_coefficients(
+    path: Path | tuple[Path, Path],
+    rate: float | None = None,
+    *,
+    kind: str | None = None,
+    variables: Sequence[str] = (),
+    negate_a: bool | None = None,
+) -> Design:
+    """Read coefficients from a file in any format that the command line reads.
+
+    Parameters
+    ----------
+    path : path or pair of paths
+        Text, CSV, NumPy .npy, MATLAB .mat, C header, biquad list, equaliser, or audio file; or
+        numerator and denominator in a file each.
+    rate : float, optional
+        Sampling rate of the recordings, which an equaliser file needs.
+    kind : {'fir', 'iir', 'sos'}, optional
+        What the file holds; by default sections if it can be read as such, or else numerator and
+        denominator, or else taps.
+    variables : sequence of str, optional
+        Names of the arrays in a file with names.
+    negate_a : bool, optional
+        Whether to turn the signs of the feedback, for files of programs that add it. By default a
+        file whose signs look turned is an error.
+
+    Returns
+    -------
+    Design
+
+    Raises
+    ------
+    OSError
+        When the file cannot be read.
+    ValueError
+        When it holds no coefficients of that kind.
+
+    Warns
+    -----
+    JurnWarning
+        When the filter is unstable or would clip.
+
+    Examples
+    --------
+    >>> import pathlib, tempfile
+    >>> import jurn
+    >>> file = pathlib.Path(tempfile.mkdtemp(), "taps.txt")
+    >>> _ = file.write_text("0.5\\n0.25\\n0.25\\n")
+    >>> jurn.read_coefficients(file).b
+    array([0.5 , 0.25, 0.25])
+    """
+    paths = path if isinstance(path, tuple) else (path,)
+    names = [os.fspath(p) for p in paths]
+    for name in names:
+        open(name, "rb").close()  # for Python's own errors
+    if len(names) == 2:
+        kind = "iir"
+    if kind is not None and kind not in KINDS:
+        raise ValueError(f"kind: {kind!r}; takes one of {', '.join(KINDS)}")
+    found, errors = {}, []
+    for wanted in KINDS if kind is None else (kind,):
+        try:
+            found[wanted] = _core._load_design(
+                names, KINDS.index(wanted), list(variables), int(rate or 0), negate_a
+            )
+        except ValueError as error:
+            errors.append(error)
+    if not found:
+        raise errors[0] if len({str(e) for e in errors}) == 1 else ValueError(
+            "; or ".join(str(e) for e in errors)
+        )
+    if {"iir", "sos"} <= set(found):  # two rows of six numbers: the a0 of sections are equal, 1
+        _, numerator, denominator = found["iir"][0]
+        if numerator[3] != denominator[3]:
+            del found["sos"]
+    flat, warnings = next(found[k] for k in ("sos", "iir", "fir") if k in found)
+    warn_of(warnings, level=2)
+    return of_flat(*flat)
+
+
+def read_response(
+    path: Path | Sequence[Path],
+    rate: float,
+    *,
+    resample: bool = False,
+    truncate: int | None = None,
+    normalise: bool = False,
+) -> NDArray[np.float64]:
+    """Read an impulse response from audio files.
+
+    Parameters
+    ----------
+    path : path or sequence of paths
+        Files whose channels follow one another.
+    rate : float
+        Sampling rate of the recordings; a file at another rate is an error.
+    resample : bool, optional
+        Whether to convert a file at another rate instead.
+    truncate : int, optional
+        Taps to keep.
+    normalise : bool, optional
+        Whether to scale the largest gain over all frequencies to 0 dB.
+
+    Returns
+    -------
+    ndarray
+        (taps,), or (taps, channels) for several channels; 1.0 is full scale.
+
+    Raises
+    ------
+    OSError
+        When a file cannot be read.
+    ValueError
+        When it is no audio file, or does not fit.
+
+    Examples
+    --------
+    >>> import jurn
+    >>> jurn.read_response("missing.wav", 48000)
+    Traceback (most recent call last):
+        ...
+    FileNotFoundError: [Errno 2] No such file or directory: 'missing.wav'
+    """
+    paths = [path] if isinstance(path, (str, os.PathLike)) else path
+    names = [os.fspath(p) for p in paths]
+    for name in names:
+        open(name, "rb").close()
+    channels = _core._read_response(names, int(rate), resample, truncate or 0, normalise)
+    response = np.array(channels).T
+    return response[:, 0] if len(channels) == 1 else response

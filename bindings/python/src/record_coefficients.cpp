@@ -1,0 +1,134 @@
+// Coefficients of Python in the records of the library, and a change of them.
+#include <algorithm>
+#include <iterator>
+#include <memory>
+#include <string>
+
+#include "records.h"
+
+namespace jurn {
+namespace {
+
+[[noreturn]] void fail_parameter(const std::string& message) {
+  throw py::type_error(message);
+}
+
+/** Writes the coefficients of the kinds -1, 0 and 1. */
+template <class Record>
+void plain_coefficients(Record& r, py::handle b, py::handle a, int most_b, int most_a) {
+  if (a.is_none() != (r.filtertype != JURN_IIR))
+    fail_parameter(a.is_none() ? "a direct-form IIR takes b and a" : "this kind takes no a");
+  if constexpr (sizeof r.b[0] == sizeof(float)) {
+    if (r.filtertype == JURN_CASCADE) {
+      const Sections s = sections(b, JURN_COEFFICIENTS);
+      store(s.b, r.b, "sos");
+      store(s.a, r.a, "sos");
+      r.n = s.order;
+      r.blen = r.alen = static_cast<int>(s.b.size());
+      r.ns = r.blen / (r.n + 1);
+      r.Order = r.ns * r.n;
+      return;
+    }
+  }
+  const std::vector<double> numerator =
+      numbers(b, r.filtertype == JURN_IIR ? "b" : "taps", 1, static_cast<std::size_t>(most_b));
+  std::vector<double> denominator;
+  if (r.filtertype == JURN_IIR) {
+    denominator = numbers(a, "a", 1, static_cast<std::size_t>(most_a));
+    check_leading(denominator[0], "a");
+  }
+  store(numerator, r.b, r.filtertype == JURN_IIR ? "b" : "taps");
+  store(denominator, r.a, "a");
+  r.blen = static_cast<int>(numerator.size());
+  r.alen = static_cast<int>(denominator.size());
+}
+
+bool has_two_filters(const Filterlongfir_ID& r) {
+  return r.filtertype <= JURN_LONG_TWO_FILTERS || (r.filtertype == JURN_LONG_FFT && r.chanel == 2);
+}
+
+/** Writes the taps of the kinds that only the long filter has; both sets become equally long. */
+void set_taps(Filterlongfir_ID& r, py::handle taps, py::handle right) {
+  if (!right.is_none() && !has_two_filters(r))
+    fail_parameter("right: this kind has one set of taps");
+  const std::size_t most = is_fft(r) ? JURN_FFT_MAX / 2 : 32767;
+  std::vector<double> left_taps = numbers(taps, "taps", 1, most);
+  std::vector<double> right_taps = right.is_none() ? left_taps : numbers(right, "right", 1, most);
+  const std::size_t length = std::max(left_taps.size(), right_taps.size());
+  left_taps.resize(length);
+  right_taps.resize(length);
+  store(left_taps, r.b, "taps");
+  store(right_taps, r.bR, "right");
+  r.blen = r.bRlen = static_cast<int>(length);
+}
+
+}  // namespace
+
+void set_coefficients(Filter_ID& r, py::handle b, py::handle a, py::handle right) {
+  if (!right.is_none()) fail_parameter("right: this filter has one set of coefficients");
+  plain_coefficients(r, b, a, JURN_COEFFICIENTS, JURN_COEFFICIENTS);
+}
+void set_coefficients(Filterf_ID& r, py::handle b, py::handle a, py::handle right) {
+  if (!right.is_none()) fail_parameter("right: this filter has one set of coefficients");
+  plain_coefficients(r, b, a, JURN_FLOAT_COEFFICIENTS, JURN_FLOAT_COEFFICIENTS);
+}
+void set_coefficients(Filterlongfir_ID& r, py::handle b, py::handle a, py::handle right) {
+  if (r.filtertype < JURN_FIR) {
+    if (!a.is_none()) fail_parameter("this kind takes no a");
+    return set_taps(r, b, right);
+  }
+  if (!right.is_none()) fail_parameter("right: this kind has one set of coefficients");
+  plain_coefficients(r, b, a, r.filtertype == JURN_FIR ? 32767 : JURN_COEFFICIENTS,
+                     JURN_COEFFICIENTS);
+}
+
+bool fade_inside(Filter_ID&, py::handle, py::handle) {
+  return false;
+}
+bool fade_inside(Filterf_ID&, py::handle, py::handle) {
+  return false;
+}
+bool fade_inside(Filterlongfir_ID& r, py::handle taps, py::handle right) {
+  if (r.filtertype >= JURN_FIR) return false;
+  const bool in_time = !is_fft(r);
+  if (!in_time && r.filtertype != JURN_LONG_FFT_MONO_TO_STEREO &&
+      !(r.filtertype == JURN_LONG_FFT && r.chanel == 2))
+    throw py::value_error(
+        "this kind switches at once and does not fade; the kinds that do are -5, "
+        "-3 and -6, and -2 in stereo");
+  const auto next = std::make_unique<Filterlongfir_ID>(r);
+  set_taps(*next, taps, right);
+  if (next->blen != r.blen)
+    throw py::value_error("taps: has " + std::to_string(next->blen) +
+                          " numbers; a fade of this kind keeps the count, " +
+                          std::to_string(r.blen));
+  // A fade that no block has run yet goes on from where it began.
+  const bool pending = r.cmemcall == 1;
+  if (in_time && !pending) MORVAX_FilterlongfirCalcu_APItime(&r);
+  std::copy_n(next->b, next->blen, r.b);
+  std::copy_n(next->bR, next->blen, r.bR);
+  if (in_time) return true;
+  MORVAX_FilterlongfirCalcu_API_forFFT(&r);
+  if (pending) {
+    std::copy(std::begin(next->cmemhLrfft), std::end(next->cmemhLrfft), r.cmemhLrfft);
+    std::copy(std::begin(next->cmemhRrfft), std::end(next->cmemhRrfft), r.cmemhRrfft);
+  }
+  return true;
+}
+
+void set_kind(Filterlongfir_ID& r, int kind, int channels) {
+  if (channels != 1 && channels != 2)
+    throw py::value_error("channels: " + std::to_string(channels) + "; takes 1 or 2");
+  const bool mono_to_stereo =
+      kind == JURN_LONG_FFT_MONO_TO_STEREO || kind == JURN_LONG_MONO_TO_STEREO;
+  const bool stereo_only = kind == JURN_LONG_TWO_FILTERS || kind == JURN_LONG_FFT_LEFT_ONLY ||
+                           kind == JURN_LONG_FFT_CROSSED;
+  if (kind < JURN_LONG_FFT_CROSSED || kind >= JURN_IIR || (mono_to_stereo && channels == 2) ||
+      (stereo_only && channels == 1))
+    throw py::value_error("kind: " + std::to_string(kind) + " does not exist for " +
+                          std::to_string(channels) + (channels == 1 ? " channel" : " channels"));
+  r.filtertype = kind;
+  r.chanel = channels;
+}
+
+}  // namespace jurn
