@@ -591,7 +591,7 @@ class ConvolveTest(ToolTest):
             shutil.copy("/usr/share/libmysofa/default.sofa", "delayed.sofa")
             with h5py.File("delayed.sofa", "r+") as file:
                 file["Data.Delay"][...] = 40000
-            delayed.append((["--sofa", "delayed.sofa"], "delayed.sofa", "40000", "32767"))
+            delayed.append((["--sofa", "delayed.sofa"], "delayed.sofa", "43538;", "32767"))  # at 48 kHz
         for arguments, *words in (*delayed, (["--sofa", "two.wav"], "two.wav", "SOFA"),
                                   (["--sofa", "missing.sofa"], "missing.sofa", "no such file")):
             self.assert_fails(["binaural", SPEECH, "out.wav", *arguments], *words)

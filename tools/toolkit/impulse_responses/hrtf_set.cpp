@@ -4,6 +4,7 @@
 #include <cmath>
 #include <filesystem>
 
+#include "coefficients/parse.h"
 #include "errors.h"
 #include "streams/long_filter.h"
 
@@ -36,13 +37,13 @@ HrtfSet::HrtfSet(const std::string& path, int rate) {
   double longest = 0.0;
   for (unsigned i = 0; i < delays.elements; ++i) {
     const double delay = static_cast<double>(delays.values[i]);
-    if (!(delay >= 0.0)) refuse(path, "has a delay of " + std::to_string(delay) + " samples");
+    if (!(delay >= 0.0)) refuse(path, "has a delay of " + shown(delay) + " samples");
     longest = std::max(longest, std::ceil(delay));
   }
   // Before it becomes an int: the file can hold any number.
   if (!(measured_ + longest <= kMaxTimeDomainTaps))
     refuse(path, "has responses of " + std::to_string(measured_) + " taps and delays of up to " +
-                     std::to_string(longest) + "; the limit of both together is " +
+                     shown(longest) + "; the limit of both together is " +
                      std::to_string(kMaxTimeDomainTaps) + " taps");
   longest_delay_ = static_cast<int>(longest);
   for (std::vector<float>& ear : ears_) ear.resize(static_cast<std::size_t>(measured_));
