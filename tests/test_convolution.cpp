@@ -261,6 +261,17 @@ TEST(Convolution, PlansStayAsTheyAre) {
   EXPECT_EQ(hash, 3138682750u);
 }
 
+/** Of two plans with one cost the first is taken, here the one with a shorter first level. */
+TEST(Convolution, PlansThatTie) {
+  const Convolution_shape shape = {5, 11, 32, 349310};
+  ConvolutionPlan plan;
+  JURN_plan_convolution(&plan, &shape);
+  ASSERT_EQ(plan.levels, 3);
+  EXPECT_EQ(plan.level[0].N, 64);
+  EXPECT_EQ(plan.level[1].N, 512);
+  EXPECT_EQ(plan.level[2].N, 8192);
+}
+
 /** The error is that of one transform, for blocks and taps of all sizes and a real-world block. */
 TEST(Convolution, ErrorAgainstExactConvolution) {
   for (const auto& c : std::initializer_list<std::pair<int, int>>{{1, 700},
@@ -392,6 +403,42 @@ TEST(Convolution, SetUpsNameWhatDoesNotFit) {
   const Convolution_shape huge = {16, 16, 1, 1048576};
   const std::vector<Convolution_route> all(256, {0, 0, taps, 1048576});
   EXPECT_EQ(MORVAX_ConvolutionResponseSize_API(&huge, all.data(), 256) > 0, sizeof(size_t) == 8);
+}
+
+/** Whatever a set-up refuses, what the memory held before cannot be run any more; memory too small
+ * to say so is not touched. */
+TEST(Convolution, RefusedSetUpsLeaveNothingUsable) {
+  const Convolution_shape shape = {1, 1, 64, 100}, bad = {1, 1, 64, 0};
+  const float taps[1] = {1.0f}, bad_taps[1] = {kNaN};
+  const Convolution_route route = {0, 0, taps, 1}, no_route = {1, 0, taps, 1},
+                          too_long = {0, 0, taps, 101}, no_number = {0, 0, bad_taps, 1};
+  const size_t size = MORVAX_ConvolutionResponseSize_API(&shape, &route, 1);
+  const size_t stream_size = MORVAX_ConvolutionStreamSize_API(&shape);
+  std::vector<float> memory(std::max(size, stream_size) / sizeof(float));
+  auto* const response = reinterpret_cast<ConvolutionResponse_ID*>(memory.data());
+  auto* const stream = reinterpret_cast<ConvolutionStream_ID*>(memory.data());
+  const struct {
+    const Convolution_shape* shape;
+    const Convolution_route* route;
+    int count;
+    size_t size;
+  } refused[] = {{&bad, &route, 1, size},         {&shape, &no_route, 1, size},
+                 {&shape, &too_long, 1, size},    {&shape, &no_number, 1, size},
+                 {&shape, &route, 300, size},     {&shape, &route, 1, size - 1},
+                 {&shape, &route, 1, sizeof(int)}};
+  for (const auto& c : refused) {
+    ASSERT_EQ(MORVAX_ConvolutionResponseCalcu_API(response, size, &shape, &route, 1), 0);
+    EXPECT_EQ(response->ready, 1);
+    EXPECT_LT(MORVAX_ConvolutionResponseCalcu_API(response, c.size, c.shape, c.route, c.count), 0);
+    EXPECT_EQ(response->ready, 0);
+  }
+  for (const auto* refused_shape : {&bad, &shape}) {
+    ASSERT_EQ(MORVAX_ConvolutionStreamCalcu_API(stream, stream_size, &shape), 0);
+    EXPECT_LT(MORVAX_ConvolutionStreamCalcu_API(stream, stream_size - 1, refused_shape), 0);
+    EXPECT_EQ(stream->ready, 0);
+  }
+  EXPECT_LT(MORVAX_ConvolutionResponseCalcu_API(nullptr, 0, &shape, &route, 1), 0);
+  EXPECT_LT(MORVAX_ConvolutionStreamCalcu_API(nullptr, 0, &shape), 0);
 }
 
 }  // namespace

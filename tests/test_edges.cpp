@@ -1,6 +1,7 @@
 /* What the functions do at the edges of the contract, in debug and release builds alike. */
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <memory>
 
 #include "ChanelConvert.h"
@@ -32,6 +33,28 @@ TEST(Edges, FftKindWithoutItsSetUpWritesNothing) {
         MORVAX_FilterlongfirRun_API(filter.get(), input, 64, output);
         EXPECT_EQ(std::count(output, output + 128, 77), 128) << type << ' ' << chanel;
         EXPECT_EQ(std::memcmp(filter.get(), before.get(), sizeof *filter), 0);
+      }
+}
+
+/* Nor with a set-up for the other chanel, whose hop would be half or twice as long. */
+TEST(Edges, FftKindWithAnotherChanelWritesNothing) {
+  const auto filter = std::make_unique<Filterlongfir_ID>();
+  for (int type : {-7, -4, -2})
+    for (int blen : {1, 2, 100, 1024, 1025})
+      for (int set_up : {1, 2}) {
+        filter->filtertype = type;
+        filter->chanel = set_up;
+        filter->blen = filter->bRlen = blen;
+        MORVAX_FilterlongfirReset_API(filter.get());
+        MORVAX_FilterlongfirCalcu_API_forFFT(filter.get());
+        filter->chanel = 3 - set_up;
+        short output[5000], untouched[5000];
+        std::fill(output, output + 5000, short(77));
+        std::fill(untouched, untouched + 5000, short(77));
+        MORVAX_FilterlongfirRun_API(filter.get(), untouched, 5000, output);
+        EXPECT_TRUE(std::equal(output, output + 5000, untouched)) << type << ' ' << blen;
+        EXPECT_EQ(MORVAX_FilterlongfirLatency_API(filter.get()), 0);
+        EXPECT_EQ(MORVAX_FilterlongfirLongestBlock_API(filter.get()), 0);
       }
 }
 
@@ -100,6 +123,40 @@ TEST(Edges, GainsOfAnExportedHeaderAreFolded) {
   EXPECT_EQ(MORVAX_SecFoldMatlabGains(b, a, num[0], den[0], 0), 0);
 }
 
+/* Gains before, between and after sections, some of which have only poles or only zeros: every
+ * numerator is the exact product, rounded once. */
+TEST(Edges, FoldedGainsAreRoundedOnce) {
+  Random random(8);
+  for (int round = 0; round < 2000; ++round) {
+    float num[6][3] = {}, den[6][3] = {};
+    long double exact[2][3], gain = 1;
+    int rows = 0;
+    const auto add_gain = [&] {
+      den[rows][0] = 1;
+      return num[rows++][0] = static_cast<float>(random.real(1.0));
+    };
+    const int sections = random.in(1, 2);
+    for (int k = 0; k < sections; ++k) {
+      if (random.one_in(2)) gain *= add_gain();
+      const int which = random.in(1, 15);  // of the coefficients beyond the current sample's
+      for (int j = 0; j < 3; ++j) {
+        const float b = static_cast<float>(random.real(1.0));
+        const float a = static_cast<float>(random.real(1.0));
+        num[rows][j] = j == 0 || which & j ? b : 0;
+        den[rows][j] = j == 0 ? 1 : which & 4 * j ? a : 0;
+        exact[k][j] = gain * num[rows][j];
+      }
+      gain = 1;
+      ++rows;
+    }
+    if (random.one_in(2)) gain = add_gain();
+    for (auto& x : exact[sections - 1]) x *= gain;
+    ASSERT_EQ(MORVAX_SecFoldMatlabGains(num[0], den[0], num[0], den[0], rows), sections);
+    for (int k = 0; k < sections; ++k)
+      for (int j = 0; j < 3; ++j) ASSERT_EQ(num[k][j], static_cast<float>(exact[k][j])) << round;
+  }
+}
+
 /* The figures of the guide; debug builds assert the limits that the longest blocks reach. */
 TEST(Edges, LongestBlocksRunAndAreNamed) {
   const struct {
@@ -149,6 +206,59 @@ TEST(Edges, LongestBlocksRunAndAreNamed) {
   EXPECT_EQ(MORVAX_FilterfLongestBlock_API(floats.get()), 2510);
   floats->filtertype = 2;
   EXPECT_EQ(MORVAX_FilterfLongestBlock_API(floats.get()), 0);
+}
+
+/* No block fits counts that debug builds assert against; the last one that they allow runs. */
+TEST(Edges, NoBlockFitsCountsOutsideTheLimits) {
+  const auto filter = std::make_unique<Filter_ID>();
+  const auto long_filter = std::make_unique<Filterlongfir_ID>();
+  const auto floats = std::make_unique<Filterf_ID>();
+  const auto longest = [&](bool of_long, int chanel, int type, int blen, int alen, int ns, int n) {
+    const auto ask = [=](auto* f, auto longest_block) {
+      f->chanel = chanel, f->filtertype = type, f->n = n, f->ns = ns;
+      f->blen = blen, f->alen = alen;
+      return longest_block(f);
+    };
+    return of_long ? ask(long_filter.get(), MORVAX_FilterlongfirLongestBlock_API)
+                   : ask(filter.get(), MORVAX_FilterLongestBlock_API);
+  };
+  long_filter->bRlen = 1;
+  const int least = std::numeric_limits<int>::min(), most = std::numeric_limits<int>::max();
+  for (bool of_long : {false, true})
+    for (int chanel : {1, 2}) {
+      const int taps = of_long ? 32767 : 1250, averaged = of_long ? 32767 : 2156;
+      for (int blen : {least, -5, 0, taps + 1, 33000, most}) {
+        EXPECT_EQ(longest(of_long, chanel, -1, blen, 1, 1, 2), 0) << blen;
+        EXPECT_EQ(longest(of_long, chanel, 0, blen, 1, 1, 2), 0) << blen;
+      }
+      for (int alen : {least, 0, 1251, most})
+        EXPECT_EQ(longest(of_long, chanel, 0, 1, alen, 1, 2), 0) << alen;
+      for (int blen : {least, 0, averaged + 1, 33000, most})
+        EXPECT_EQ(longest(of_long, chanel, 2, blen, 1, 1, 2), 0) << blen;
+      EXPECT_EQ(longest(of_long, chanel, 1, 1, 1, 417, 2), 0);
+      EXPECT_EQ(longest(of_long, chanel, 1, 1, 1, 5000, 2), 0);
+      EXPECT_EQ(longest(of_long, chanel, 1, 1, 1, 251, 4), 0);
+      EXPECT_EQ(longest(of_long, chanel, 1, 1, 1, 416, 2), 1056);
+      EXPECT_EQ(longest(of_long, chanel, 1, 1, 1, 250, 4), 1056);
+      EXPECT_EQ(longest(of_long, chanel, 1, 0, 0, most, 3), 1056);  // passes the input on
+      EXPECT_GT(longest(of_long, chanel, -1, taps, 0, 0, 0), 0);
+      EXPECT_EQ(longest(of_long, 1, 2, averaged, 0, 0, 0), 32767);
+    }
+  for (const auto& kind : {std::pair<int, int>{2, -3}, {1, -6}})
+    for (int count : {least, 0, 32768, most}) {
+      long_filter->bRlen = 9;
+      EXPECT_EQ(longest(true, kind.first, kind.second, count, 1, 1, 2), 0) << count;
+      long_filter->bRlen = count;
+      EXPECT_EQ(longest(true, kind.first, kind.second, 9, 1, 1, 2), 0) << count;
+    }
+  for (int type : {-1, 0})
+    for (int count : {least, 0, 202, 500, most}) {
+      floats->filtertype = type;
+      floats->blen = count, floats->alen = 1;
+      EXPECT_EQ(MORVAX_FilterfLongestBlock_API(floats.get()), 0) << count;
+      floats->blen = 1, floats->alen = count;
+      EXPECT_EQ(MORVAX_FilterfLongestBlock_API(floats.get()), type == 0 ? 0 : 2512) << count;
+    }
 }
 
 }  // namespace

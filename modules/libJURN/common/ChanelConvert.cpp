@@ -26,35 +26,36 @@ void MORVAX_SecOrSecMatlab(float* b, float* a, const float* num, const float* de
 
 namespace {
 
-template <class Real>
-void scale(Real* row, double gain) {
-  for (int j = 0; j < 3; ++j) row[j] = static_cast<Real>(gain * row[j]);
-}
-
-/** A gain waits for the section after it; the last ones go to the last section. */
+/** A gain waits for the section after it; the last ones go to the last section. A section's row is
+ * scaled once, when all of its gains are known. */
 template <class Real>
 int fold_gains(Real* b, Real* a, const Real* num, const Real* den, int rows) {
+  Real numerator[3] = {1, 0, 0}; /* of the newest section, or of gains alone */
+  double gain = 1.0;             /* of that section, and */
+  double next_gain = 1.0;        /* those after it, which are the next one's if there is one */
   int sections = 0;
-  double gain = 1.0;
+  const auto finish = [&](double factor) {
+    for (int j = 0; j < 3; ++j)
+      b[3 * (sections - 1) + j] = static_cast<Real>(factor * numerator[j]);
+  };
   for (const Real* end = num + 3 * static_cast<ptrdiff_t>(rows > 0 ? rows : 0); num != end;
        num += 3, den += 3) {
     if (num[1] == 0 && num[2] == 0 && den[1] == 0 && den[2] == 0) {
-      gain *= num[0];
+      next_gain *= num[0];
       continue;
     }
-    memmove(b + 3 * sections, num, 3 * sizeof(Real));
-    memmove(a + 3 * sections, den, 3 * sizeof(Real));
-    scale(b + 3 * sections, gain);
-    gain = 1.0;
+    if (sections > 0) finish(gain);
+    memcpy(numerator, num, sizeof numerator);
+    memmove(a + 3 * sections, den, sizeof numerator);
+    gain = next_gain;
+    next_gain = 1.0;
     ++sections;
   }
   if (sections == 0 && rows > 0) {
-    const Real through[3] = {1, 0, 0};
-    memcpy(b, through, sizeof through);
-    memcpy(a, through, sizeof through);
+    memcpy(a, numerator, sizeof numerator);
     sections = 1;
   }
-  if (sections > 0) scale(b + 3 * (sections - 1), gain);
+  if (sections > 0) finish(gain * next_gain);
   return sections;
 }
 

@@ -141,12 +141,12 @@ size_t MORVAX_ConvolutionResponseSize_API(const Convolution_shape* shape,
 int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* response, size_t size,
                                         const Convolution_shape* shape,
                                         const Convolution_route* routes, int count) {
+  if (size >= sizeof response->ready) response->ready = 0;
   const int error = check_routes(shape, routes, count);
   if (error) return error;
   const size_t needed = MORVAX_ConvolutionResponseSize_API(shape, routes, count);
   if (needed == 0) return JURN_CONVOLUTION_TOO_LARGE;
   if (size < needed) return JURN_CONVOLUTION_TOO_SMALL;
-  response->ready = 0;
   for (int r = 0; r < count; ++r)
     for (int j = 0; j < routes[r].blen; ++j)
       if (!(routes[r].b[j] - routes[r].b[j] == 0)) return JURN_CONVOLUTION_BAD_VALUE;
@@ -189,6 +189,7 @@ size_t MORVAX_ConvolutionStreamSize_API(const Convolution_shape* shape) {
 
 int MORVAX_ConvolutionStreamCalcu_API(ConvolutionStream_ID* mFilter, size_t size,
                                       const Convolution_shape* shape) {
+  if (size >= sizeof mFilter->ready) mFilter->ready = 0;
   const int error = check_shape(shape);
   if (error) return error;
   const size_t needed = MORVAX_ConvolutionStreamSize_API(shape);

@@ -40,16 +40,31 @@ static inline bool is_plain_kind(const Record* mFilter) {
          (mFilter->chanel == JURN_MONO && kind >= JURN_FIR && kind <= JURN_MOVING_AVERAGE);
 }
 
+static inline bool in_range(int x, int least, int most) {
+  return x >= least && x <= most;
+}
+
+/** Whether the record's arrays, and 16 bits, hold the counts of the kind that it runs. */
+template <class Record>
+static inline bool counts_fit(const Record* mFilter) {
+  const int kind = mFilter->filtertype, n = mFilter->n;
+  if (kind == JURN_CASCADE) return (n != 2 && n != 4) || mFilter->ns <= JURN_COEFFICIENTS / (n + 1);
+  const int room =
+      kind == JURN_MOVING_AVERAGE ? count_of(mFilter->memL.meminput) : count_of(mFilter->b);
+  return in_range(mFilter->blen, 1, smaller_of(room, 32767)) &&
+         (kind != JURN_IIR || in_range(mFilter->alen, 1, count_of(mFilter->a)));
+}
+
 /** The longest block of such a record, in frames; 0 when none fits. */
 template <class Record>
 static inline int longest_block(const Record* mFilter) {
   const int kind = mFilter->filtertype;
-  if (!is_plain_kind(mFilter)) return 0;
+  if (!is_plain_kind(mFilter) || !counts_fit(mFilter)) return 0;
   int frames = kind == JURN_CASCADE || mFilter->chanel == JURN_STEREO ? JURN_BLOCK : 32767;
   if (kind == JURN_FIR || kind == JURN_IIR)
     frames = smaller_of(frames, count_of(mFilter->memL.meminput) - mFilter->blen + 1);
   if (kind == JURN_IIR) frames = smaller_of(frames, JURN_HISTORY - mFilter->alen + 1);
-  return frames > 0 ? frames : 0;
+  return frames;
 }
 
 /** Asserts in debug builds that a block of frames fits the record and the kind that it runs. */

@@ -53,8 +53,8 @@ void MORVAX_FilterfRun_API_shortin(Filterf_ID* mFilter, const short* input, int 
 
 int MORVAX_FilterfLongestBlock_API(const Filterf_ID* mFilter) {
   const int type = mFilter->filtertype;
-  if (type != JURN_FIR && type != JURN_IIR) return 0;
-  const bool feedback = type == JURN_IIR && mFilter->alen > mFilter->blen;
-  const int frames = JURN_FLOAT_HISTORY - (feedback ? mFilter->alen : mFilter->blen) + 1;
-  return frames > 0 ? frames : 0;
+  const int blen = mFilter->blen, alen = type == JURN_IIR ? mFilter->alen : 1;
+  const auto fits = [](int count) { return count >= 1 && count <= JURN_FLOAT_COEFFICIENTS; };
+  if ((type != JURN_FIR && type != JURN_IIR) || !fits(blen) || !fits(alen)) return 0;
+  return JURN_FLOAT_HISTORY - (alen > blen ? alen : blen) + 1;
 }

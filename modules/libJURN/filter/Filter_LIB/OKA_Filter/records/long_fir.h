@@ -4,12 +4,14 @@
 
 #include "../../Filter_control.h"
 
-/** Frames by which a transform of an FFT kind moves on; 0 before the set-up for its chanel. */
+/** Frames by which a transform of an FFT kind moves on; 0 before the set-up for its chanel. A
+ * set-up gives more than half of fftN and at most all of it, which the offset of another chanel
+ * misses. */
 static inline int hop_of(const Filterlongfir_ID* mFilter) {
   const int N = mFilter->fftN;
   const int chanel = mFilter->chanel;
   const int hop = chanel == JURN_MONO || chanel == JURN_STEREO ? mFilter->offset / chanel : 0;
-  return N >= 2 && N <= JURN_FFT_MAX && hop >= 1 && hop <= N ? hop : 0;
+  return N >= 2 && N <= JURN_FFT_MAX && hop > N / 2 && hop <= N ? hop : 0;
 }
 
 /** Runs one call of an FFT kind; chanel and filtertype name one. */

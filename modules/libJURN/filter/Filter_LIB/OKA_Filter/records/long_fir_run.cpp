@@ -126,6 +126,7 @@ int MORVAX_FilterlongfirLongestBlock_API(const Filterlongfir_ID* mFilter) {
     case Path::plain:
       return longest_block(mFilter);
     case Path::two_filters: {
+      if (!in_range(mFilter->blen, 1, 32767) || !in_range(mFilter->bRlen, 1, 32767)) return 0;
       const int taps = mFilter->blen > mFilter->bRlen ? mFilter->blen : mFilter->bRlen;
       frames = smaller_of(JURN_BLOCK, JURN_LONG_HISTORY - taps + 1);
       break;
