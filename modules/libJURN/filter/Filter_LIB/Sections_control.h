@@ -226,9 +226,19 @@ JURN_API void MORVAX_SectionsRun_API_planar_double(SectionsStream_ID* stream,
                                                    double* const* output);
 
 /**
- * Starts a stream from the past of another, for a fade from one filter to another: it takes over
- * the frame number, the samples of an unfinished step, and the states. A fade to an equal filter
- * gives the same bits as none.
+ * Starts a stream from the past of another, for a fade from one filter to another.
+ *
+ * It takes over the frame number and the samples of an unfinished step. The states s of a section
+ * become M s of the section with the same number, with the matrix M that gives the next filter's
+ * states with the smallest mean square error when all that is known are those of the previous one
+ * and that the input was noise:
+ *
+ *   M = P Q^-1,   P = A' P A^T + B B^T,   Q = A Q A^T + B B^T
+ *
+ * with A' and A the next and the previous matrix of the step of one sample and B = (0, 1). With
+ * equal denominators M is 1, so a change of the numerators has no transient at all, and a fade to an
+ * equal filter gives the same bits as none. Sections that the previous filter does not have, and
+ * those where one of the two is not stable, start from 0.
  *
  * @param next a stream that was set up, with as many channels; its past is lost
  * @param next_filter the filter that next will run with

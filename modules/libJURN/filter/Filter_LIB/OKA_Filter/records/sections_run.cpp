@@ -17,47 +17,38 @@ using Voice = Sections_voice;
 template <class Sample>
 struct Interleaved {
   Sample* samples;
-  int channels;
-  Sample& at(int channel, int frame) const {
-    return samples[static_cast<size_t>(frame) * channels + channel];
+  int stride;
+  Sample* at(int channel, int frame) const {
+    return samples + static_cast<size_t>(frame) * stride + channel;
   }
 };
 template <class Sample>
 struct Planar {
   Sample* const* arrays;
-  Sample& at(int channel, int frame) const { return arrays[channel][frame]; }
+  static constexpr int stride = 1;
+  Sample* at(int channel, int frame) const { return arrays[channel] + frame; }
 };
 
-/** Samples of one channel as doubles; returns how many were not finite. */
-template <class Input>
-int take(double* x, const Input& input, int channel, int first, int frames) {
-  int bad = 0;
-  for (int i = 0; i < frames; ++i) {
-    x[i] = static_cast<double>(input.at(channel, first + i));
-    if (x[i] - x[i] != 0.0) {
-      x[i] = 0.0;
-      ++bad;
-    }
-  }
-  return bad;
+int take(double* x, const short* in, int stride, int count) {
+  return JURN_take_short(x, in, stride, count);
+}
+int take(double* x, const float* in, int stride, int count) {
+  return JURN_take_float(x, in, stride, count);
+}
+int take(double* x, const double* in, int stride, int count) {
+  return JURN_take_double(x, in, stride, count);
+}
+void give(short* out, int stride, double* x, int count) {
+  JURN_give_short(out, stride, x, count);
+}
+void give(float* out, int stride, double* x, int count) {
+  JURN_give_float(out, stride, x, count);
+}
+void give(double* out, int stride, double* x, int count) {
+  JURN_give_double(out, stride, x, count);
 }
 
-short rounded(double x, short) {
-  const double limited = x > 32767.0 ? 32767.0 : x >= -32768.0 ? x : x < -32768.0 ? -32768.0 : 0.0;
-  const double whole = 6755399441055744.0;  // 1.5 * 2^52: what is added to it becomes an integer
-  return static_cast<short>((limited + whole) - whole);
-}
-float rounded(double x, float) {
-  return static_cast<float>(x);
-}
-double rounded(double x, double) {
-  return x;
-}
-
-template <class Sample, template <class> class Layout>
-void give(const Layout<Sample>& output, int channel, int first, const double* x, int frames) {
-  for (int i = 0; i < frames; ++i) output.at(channel, first + i) = rounded(x[i], Sample());
-}
+constexpr int pair = 2;  // channels that are filtered side by side
 
 /** Samples of one channel between the room for an unfinished step on both sides. */
 struct Chunk {
@@ -65,37 +56,39 @@ struct Chunk {
   double* samples() { return memory + section_step; }
 };
 
-/** Filters frames of one channel in place, from a frame of the stream on. */
-void filter_channel(Stream* stream, const Filter* filter, int channel, unsigned position,
-                    Chunk* chunk, int frames) {
-  double* x = chunk->samples();
+/** Filters frames of one channel, or of two side by side, in place, from a frame of the stream on.
+ */
+void filter_channels(Stream* stream, const Filter* filter, int first, int channels,
+                     unsigned position, Chunk* chunks, int frames) {
   const int sections = filter->sections;
-  for (int i = 0; sections == 0 && i < frames; ++i) x[i] += 0.0;  // as sums do to a -0.0
-  const double* const coefficients =
-      JURN_section_coefficients(filter, filter->lists > 1 ? channel : 0);
-  double* const states = JURN_section_states(stream, channel);
-  double* const inputs = JURN_section_inputs(stream, channel);
-  while (frames > 0) {
+  for (int done = 0; done < frames;) {
     const int known = static_cast<int>(position % section_step);
     const int room = section_chunk - static_cast<int>(position);
-    const int count = frames < room ? frames : room;
+    const int count = frames - done < room ? frames - done : room;
     const int steps = (known + count) / section_step, rest = (known + count) % section_step;
-    double* const start = x - known;
-    double* const unfinished = start + steps * section_step;
-    memcpy(start, inputs, known * sizeof(double));
-    memset(inputs, 0, section_step * sizeof(double));
-    memcpy(inputs, unfinished, rest * sizeof(double));
+    SectionsChannel parts[2], unfinished[2];
+    for (int c = 0; c < channels; ++c) {
+      const int channel = first + c;
+      double* const inputs = JURN_section_inputs(stream, channel);
+      double* const x = chunks[c].samples() + done;
+      for (int i = 0; sections == 0 && i < count; ++i) x[i] += 0.0;  // as sums do to a -0.0
+      parts[c] = {JURN_section_coefficients(filter, filter->lists > 1 ? channel : 0),
+                  JURN_section_states(stream, channel), x - known};
+      unfinished[c] = parts[c];
+      unfinished[c].x += steps * section_step;
+      memcpy(parts[c].x, inputs, known * sizeof(double));
+      memset(inputs, 0, section_step * sizeof(double));
+      memcpy(inputs, unfinished[c].x, rest * sizeof(double));
+      for (int i = rest; rest > 0 && i < section_step; ++i) unfinished[c].x[i] = 0.0;
+    }
     if (sections > 0) {
-      JURN_run_sections(coefficients, states, sections, start, steps, 1);
-      if (rest > 0) {
-        for (int i = rest; i < section_step; ++i) unfinished[i] = 0.0;
-        JURN_run_sections(coefficients, states, sections, unfinished, 1, 0);
-      }
-      if (count == room) JURN_clean_sections(states, sections);
+      if (steps > 0) JURN_run_sections(parts, channels, sections, steps, 1);
+      if (rest > 0) JURN_run_sections(unfinished, channels, sections, 1, 0);
+      for (int c = 0; c < channels && count == room; ++c)
+        JURN_clean_sections(parts[c].states, filter->groups);
     }
     position = (position + count) % section_chunk;
-    x += count;
-    frames -= count;
+    done += count;
   }
 }
 
@@ -132,24 +125,30 @@ void run(Voice* voices, int count, const Input& input, int frames, const Output&
   }
   Stream* const stream = voices[0].stream;
   unsigned long long bad = 0;
-  Chunk x, y, v;
-  for (int channel = 0; channel < stream->channels; ++channel)
+  Chunk x[pair], y[pair], v[pair];
+  for (int first = 0; first < stream->channels; first += pair) {
+    const int channels = stream->channels - first < pair ? stream->channels - first : pair;
     for (int done = 0; done < frames;) {
       const int room = section_chunk - static_cast<int>((stream->position + done) % section_chunk);
       const int n = frames - done < room ? frames - done : room;
-      bad += take(y.samples(), input, channel, done, n);
-      if (count > 1) memcpy(x.samples(), y.samples(), n * sizeof(double));
+      for (int c = 0; c < channels; ++c) {
+        bad += take(y[c].samples(), input.at(first + c, done), input.stride, n);
+        if (count > 1) memcpy(x[c].samples(), y[c].samples(), n * sizeof(double));
+      }
       for (int k = 0; k < count; ++k) {
         const Voice& voice = voices[k];
-        Chunk* const chunk = k == 0 ? &y : &v;
-        if (k > 0) memcpy(v.samples(), x.samples(), n * sizeof(double));
-        filter_channel(voice.stream, voice.filter, channel,
-                       (voice.stream->position + done) % section_chunk, chunk, n);
-        if (k > 0) mix(y.samples(), v.samples(), n, voice, done);
+        for (int c = 0; k > 0 && c < channels; ++c)
+          memcpy(v[c].samples(), x[c].samples(), n * sizeof(double));
+        filter_channels(voice.stream, voice.filter, first, channels,
+                        (voice.stream->position + done) % section_chunk, k == 0 ? y : v, n);
+        for (int c = 0; k > 0 && c < channels; ++c)
+          mix(y[c].samples(), v[c].samples(), n, voice, done);
       }
-      give(output, channel, done, y.samples(), n);
+      for (int c = 0; c < channels; ++c)
+        give(output.at(first + c, done), output.stride, y[c].samples(), n);
       done += n;
     }
+  }
   for (int k = 0; k < count; ++k) {
     Voice& voice = voices[k];
     voice.stream->position = (voice.stream->position + frames) % section_chunk;
@@ -182,15 +181,16 @@ int ring(const Filter* filter, int list, double level) {
   for (int start = 0; start < JURN_SECTIONS_RING; start += section_chunk) {
     memset(x, 0, sizeof x);
     if (start == 0) x[0] = 1.0;
+    const SectionsChannel channel = {coefficients, states, x};
     if (filter->sections > 0)
-      JURN_run_sections(coefficients, states, filter->sections, x, section_chunk / section_step, 1);
+      JURN_run_sections(&channel, 1, filter->sections, section_chunk / section_step, 1);
     for (int i = 0; i < section_chunk; ++i) {
       const double a = x[i] < 0 ? -x[i] : x[i];
       if (a - a != 0.0) return JURN_SECTIONS_RING;
       if (a > peak) peak = a;
       if (a > 0 && a >= level * peak) length = start + i + 1;
     }
-    JURN_clean_sections(states, filter->sections);
+    JURN_clean_sections(states, filter->groups);
     bool silent = true;
     for (int i = 0; i < values; ++i) silent = silent && states[i] == 0.0;
     if (silent) return length;

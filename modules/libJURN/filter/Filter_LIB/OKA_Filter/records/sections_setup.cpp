@@ -20,10 +20,6 @@ namespace {
 
 constexpr int row = 6;
 
-int groups_of(int sections) {
-  return (sections + section_group - 1) / section_group;
-}
-
 int check(int channels, int sections) {
   if (channels < 1 || channels > JURN_SECTIONS_CHANNELS) return JURN_SECTIONS_BAD_CHANNELS;
   if (sections < 0 || sections > JURN_SECTIONS_SECTIONS) return JURN_SECTIONS_BAD_SECTIONS;
@@ -96,9 +92,10 @@ class Levels {
   int level_[JURN_SECTIONS_SECTIONS];
 };
 
-/** Writes the coefficients of one section, each 4 doubles after the one before; its outputs are
- * scaled by 2^scale. Says whether all are finite. */
-bool write_section(double* out, const Section& s, int scale) {
+/** Writes the coefficients of one section, each 4 doubles after the one before, between signals
+ * that are divided by 2^before and 2^behind. Says whether all are finite. */
+bool write_section(double* out, const Section& s, int before, int behind) {
+  const int scale = before - behind;
   const Pair half = pair_of(0.5), one = pair_of(1.0);
   const Pair m = -(s.a1 * half), D = m * m - s.a2;
   double k = sqrt(fabs(D.high));
@@ -131,6 +128,8 @@ bool write_section(double* out, const Section& s, int scale) {
     write(section_f + j, q[3 - j] * K, 0);
     write(section_g + j, p[3 - j], 0);
   }
+  write(section_h, h, 0);
+  write(section_level, one, -before);
   return all_finite;
 }
 
@@ -140,7 +139,7 @@ size_t filter_doubles(int groups, int lists) {
 
 size_t stream_doubles(const Sections_shape* shape) {
   const size_t states =
-      static_cast<size_t>(groups_of(shape->sections)) * section_states * section_group;
+      static_cast<size_t>(JURN_section_groups(shape->sections)) * section_states * section_group;
   return shape->channels * (section_step + states);
 }
 
@@ -148,15 +147,17 @@ size_t stream_doubles(const Sections_shape* shape) {
 
 size_t MORVAX_SectionsFilterSize_API(int sections, int lists) {
   if (check(lists, sections) != JURN_SECTIONS_OK) return 0;
-  return sizeof(Sections_filter_st) + filter_doubles(groups_of(sections), lists) * sizeof(double);
+  return sizeof(Sections_filter_st) +
+         filter_doubles(JURN_section_groups(sections), lists) * sizeof(double);
 }
 
 int MORVAX_SectionsFilterCalcu_API(SectionsFilter_ID* filter, size_t size, const double* sos,
                                    int sections, int lists) {
+  if (size >= sizeof *filter) filter->ready = 0;
   const int error = check(lists, sections);
   if (error) return error;
   if (size < MORVAX_SectionsFilterSize_API(sections, lists)) return JURN_SECTIONS_TOO_SMALL;
-  const int groups = groups_of(sections);
+  const int groups = JURN_section_groups(sections);
   *filter = {0, sections, lists, groups};
   auto* const coefficients = reinterpret_cast<double*>(filter + 1);
   for (int i = 0; i < lists * sections * row; ++i)
@@ -168,9 +169,8 @@ int MORVAX_SectionsFilterCalcu_API(SectionsFilter_ID* filter, size_t size, const
     const Levels levels(sos, sections);
     double* const out = coefficients + filter_doubles(groups, 1) * list;
     for (int k = 0; k < sections; ++k)
-      if (!write_section(
-              out + k / section_group * (section_coefficients * section_group) + k % section_group,
-              normalised(sos + k * row), levels.before(k) - levels.behind(k)))
+      if (!write_section(out + JURN_section_at(sections, k, section_coefficients),
+                         normalised(sos + k * row), levels.before(k), levels.behind(k)))
         return JURN_SECTIONS_BAD_VALUE;
   }
   filter->ready = section_ready;
@@ -184,10 +184,17 @@ size_t MORVAX_SectionsStreamSize_API(const Sections_shape* shape) {
 
 int MORVAX_SectionsStreamCalcu_API(SectionsStream_ID* stream, size_t size,
                                    const Sections_shape* shape) {
+  if (size >= sizeof *stream) stream->ready = 0;
   const int error = check(shape->channels, shape->sections);
   if (error) return error;
   if (size < MORVAX_SectionsStreamSize_API(shape)) return JURN_SECTIONS_TOO_SMALL;
-  *stream = {section_ready, shape->channels, shape->sections, groups_of(shape->sections), 0, 0, 0};
+  *stream = {section_ready,
+             shape->channels,
+             shape->sections,
+             JURN_section_groups(shape->sections),
+             0,
+             0,
+             0};
   memset(stream + 1, 0, stream_doubles(shape) * sizeof(double));
   return JURN_SECTIONS_OK;
 }
