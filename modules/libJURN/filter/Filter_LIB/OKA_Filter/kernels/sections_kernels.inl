@@ -14,11 +14,11 @@ constexpr int native_lanes = JURN_VECTOR_BYTES / 8;
 constexpr int wide = native_lanes > 4 ? 4 : native_lanes;
 constexpr int parts = 4 / wide;
 using Wide = Vec<double, wide>;
-using Two = Vec<double, 2>;
 
+/** The states are in every lane, so that none has to be moved on the way to the next ones. */
 struct Single {
   Wide c[parts], e[parts], d[4][parts];
-  Two p, qr, f[4], s;
+  Wide p, q, r, f[3], g[3], s0, s1;
 
   Single(const double* coefficients, const double* states) {
     const auto at = [&](int i) { return coefficients[i * section_group]; };
@@ -34,34 +34,34 @@ struct Single {
       c[v] = load<Wide>(columns[4] + v * wide);
       e[v] = load<Wide>(columns[5] + v * wide);
     }
-    p = broadcast<Two>(at(section_p));
-    qr = Two{at(section_q), at(section_r)};
-    for (int j = 0; j < 3; ++j) f[j] = Two{at(section_f + j), at(section_g + j)};
-    f[3] = Two{0.0, 1.0};
-    s = Two{states[0], states[section_group]};
+    p = broadcast<Wide>(at(section_p));
+    q = broadcast<Wide>(at(section_q));
+    r = broadcast<Wide>(at(section_r));
+    for (int j = 0; j < 3; ++j) {
+      f[j] = broadcast<Wide>(at(section_f + j));
+      g[j] = broadcast<Wide>(at(section_g + j));
+    }
+    s0 = broadcast<Wide>(states[0]);
+    s1 = broadcast<Wide>(states[section_group]);
   }
 
   void keep(double* states) const {
-    states[0] = s[0];
-    states[section_group] = s[1];
+    states[0] = s0[0];
+    states[section_group] = s1[0];
   }
 };
 
 JURN_INLINE void run_step(Single& h, double* x) {
-  const Two zero2 = {};
   const Wide zero = {};
   const Wide x0 = broadcast<Wide>(x[0]), x1 = broadcast<Wide>(x[1]);
   const Wide x2 = broadcast<Wide>(x[2]), x3 = broadcast<Wide>(x[3]);
-  const Two u = (((zero2 + h.f[0] * broadcast<Two>(x[0])) + h.f[1] * broadcast<Two>(x[1])) +
-                 h.f[2] * broadcast<Two>(x[2])) +
-                h.f[3] * broadcast<Two>(x[3]);
-  const Two s = h.s, swapped = JURN_SHUFFLE(s, s, 1, 0);
-  const Wide s0 = broadcast<Wide>(s[0]), s1 = broadcast<Wide>(s[1]);
+  const Wide s0 = h.s0, s1 = h.s1;
   for (int v = 0; v < parts; ++v)
     store(x + v * wide,
           (h.c[v] * s0 + h.e[v] * s1) +
               ((((zero + h.d[0][v] * x0) + h.d[1][v] * x1) + h.d[2][v] * x2) + h.d[3][v] * x3));
-  h.s = (h.p * s + h.qr * swapped) + u;
+  h.s0 = (h.p * s0 + h.q * s1) + (((zero + h.f[0] * x0) + h.f[1] * x1) + h.f[2] * x2);
+  h.s1 = (h.p * s1 + h.r * s0) + ((((zero + h.g[0] * x0) + h.g[1] * x1) + h.g[2] * x2) + x3);
 }
 
 template <int channels>
