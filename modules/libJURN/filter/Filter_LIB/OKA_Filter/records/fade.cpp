@@ -36,6 +36,14 @@ void fade(Record* previous, Record* next, const short* input, int inLen, short* 
     }
 }
 
+/** Runs a filter; one that would write nothing is silent. */
+void run_or_clear(Filterf_ID* filter, const float* input, int inLen, float* output) {
+  if (filter->filtertype == JURN_FIR || filter->filtertype == JURN_IIR)
+    MORVAX_FilterfRun_API(filter, input, inLen, output);
+  else
+    memset(output, 0, inLen * sizeof(float));
+}
+
 }  // namespace
 
 void MORVAX_FilterFade_API(Filter_ID* previous, Filter_ID* next, const short* input, int inLen,
@@ -63,17 +71,12 @@ void MORVAX_FilterfFade_API(Filterf_ID* previous, Filterf_ID* next, const float*
              "Filterf_ID: the block of a fade must have at most 2512 samples");
   JURN_LIMIT(previous != next, "Filterf_ID: the filters of a fade must be two records");
   float before[JURN_FLOAT_HISTORY];
-  float after[JURN_FLOAT_HISTORY];
-  memset(before, 0, inLen * sizeof(float));
-  memset(after, 0, inLen * sizeof(float));
-  MORVAX_FilterfRun_API(previous, input, inLen, before);
-  MORVAX_FilterfRun_API(next, input, inLen, after);
-  if (inLen == 1) {
-    output[0] = after[0];
-    return;
-  }
+  // The previous filter comes first, since output may be input.
+  run_or_clear(previous, input, inLen, before);
+  run_or_clear(next, input, inLen, output);
+  if (inLen == 1) return;
   for (int i = 0; i < inLen; ++i) {
     const double w = static_cast<double>(i) / (inLen - 1);
-    output[i] = static_cast<float>((1.0 - w) * before[i] + w * after[i]);
+    output[i] = static_cast<float>((1.0 - w) * before[i] + w * output[i]);
   }
 }
