@@ -1,6 +1,7 @@
 /* The convolution objects. One stream runs every block on the best clone and moves about, its twin
- * on the baseline clone; both must put out the same and keep the same memory. Set-ups get shapes
- * and routes from the input, most of them valid, and must refuse the others by name. */
+ * on the baseline clone; both must put out the same and keep the same memory. A third one fades
+ * without the preparations of these two, and must put out the same too. Set-ups get shapes and
+ * routes from the input, most of them valid, and must refuse the others by name. */
 #include "Convolution_control.h"
 #include "simd/clones.h"
 #include "walk.h"
@@ -51,8 +52,8 @@ void walk_convolution(Random& random) {
                                    size(random.one_in(2) ? 300 : 9000, -1, 2)};
   const size_t stream_size = MORVAX_ConvolutionStreamSize_API(&shape);
   const bool valid = stream_size > 0;
-  Memory stream(random, stream_size), twin(random, stream_size);
-  for (Memory* m : {&stream, &twin})
+  Memory stream(random, stream_size), twin(random, stream_size), plain(random, stream_size);
+  for (Memory* m : {&stream, &twin, &plain})
     require((MORVAX_ConvolutionStreamCalcu_API(m->as<ConvolutionStream_ID>(), stream_size,
                                                &shape) == 0) == valid,
             "a shape without a size is refused");
@@ -60,35 +61,45 @@ void walk_convolution(Random& random) {
   require(shape.inputs >= 1 && shape.inputs <= 16 && shape.outputs >= 1 && shape.outputs <= 16 &&
               shape.block >= 1 && shape.block <= 4096 && shape.taps >= 1,
           "a shape that does not fit is refused");
-  std::unique_ptr<Memory> response, previous;
-  const auto prepare = [&] {
+  std::unique_ptr<Memory> response, next;
+  const auto set_up = [&] {
     const Routes routes = routes_from(random, shape);
     const int count = static_cast<int>(routes.list.size());
     const size_t bytes = MORVAX_ConvolutionResponseSize_API(&shape, routes.list.data(), count);
-    auto next = std::make_unique<Memory>(random, bytes);
+    auto made = std::make_unique<Memory>(random, bytes);
     const int error =
         bytes == 0 ? -1
-                   : MORVAX_ConvolutionResponseCalcu_API(next->as<ConvolutionResponse_ID>(), bytes,
+                   : MORVAX_ConvolutionResponseCalcu_API(made->as<ConvolutionResponse_ID>(), bytes,
                                                          &shape, routes.list.data(), count);
     for (const Convolution_route& r : routes.list) {
       const bool fits = r.input >= 0 && r.input < shape.inputs && r.output >= 0 &&
                         r.output < shape.outputs && r.blen >= 1 && r.blen <= shape.taps;
       require(fits || error != 0, "a route that does not fit is refused");
     }
-    if (error != 0) return false;
-    previous = std::move(response);
-    response = std::move(next);
-    return true;
+    return error == 0 ? std::move(made) : nullptr;
   };
-  for (int tries = 0; !response && tries < 9; ++tries) prepare();
+  for (int tries = 0; !response && tries < 9; ++tries) response = set_up();
   if (!response) return;
+  int needed = -1;  // calls until the fade is prepared, once that has begun
   for (int call = 0; call < 200 && !random.ended(); ++call) {
     const int action = random.in(0, 15);
-    if (action == 0)
-      for (Memory* m : {&stream, &twin}) MORVAX_ConvolutionReset_API(m->as<ConvolutionStream_ID>());
+    if (action == 0) {
+      for (Memory* m : {&stream, &twin, &plain})
+        MORVAX_ConvolutionReset_API(m->as<ConvolutionStream_ID>());
+      needed = -1;
+    }
     if (action == 1) stream.move();
-    if (action == 2) response->move();
-    const bool fades = action >= 13 && prepare() && previous;
+    if (action == 2) (next && random.one_in(2) ? next : response)->move();
+    if (action == 3 || action == 4) {
+      if (auto made = set_up()) next = std::move(made), needed = -1;
+    }
+    const bool fades = next && (action >= 14 || (needed == 0 && action >= 8));
+    std::unique_ptr<Memory> previous;
+    if (fades) {
+      previous = std::move(response);
+      response = std::move(next);
+      needed = -1;
+    }
     const int in_count = shape.inputs * shape.block, out_count = shape.outputs * shape.block;
     const auto run = [&](auto zero, auto run_plain, auto run_fade) {
       using Sample = decltype(zero);
@@ -103,17 +114,36 @@ void walk_convolution(Random& random) {
         else
           run_plain(s, r, in, out);
       };
+      std::vector<Sample> of_plain(out_count);
+      filter(plain, block[true], of_plain.data());
       filter(stream, block[true], block[true]);
       const JURN_Clone best = JURN_clone_hook;
       JURN_clone_hook = JURN_CLONE_BASELINE;
       filter(twin, block[false], wanted.data());
       JURN_clone_hook = best;
       require(same(block[true], wanted.data(), out_count), "the outputs are equal");
+      require(same(of_plain.data(), wanted.data(), out_count), "a fade has one output");
     };
     if (random.one_in(2))
       run(float{}, MORVAX_ConvolutionRun_API_float, MORVAX_ConvolutionFade_API_float);
     else
       run(short{}, MORVAX_ConvolutionRun_API, MORVAX_ConvolutionFade_API);
+    if (!next) continue;
+    if (random.one_in(16)) {  // a gap
+      needed = -1;
+      continue;
+    }
+    const auto prepare = [&](Memory& memory) {
+      return MORVAX_ConvolutionPrepareFade_API(memory.as<ConvolutionStream_ID>(),
+                                               next->as<ConvolutionResponse_ID>());
+    };
+    const int before = needed;
+    needed = prepare(stream);
+    const JURN_Clone best = JURN_clone_hook;
+    JURN_clone_hook = JURN_CLONE_BASELINE;
+    require(prepare(twin) == needed, "both need as many calls");
+    JURN_clone_hook = best;
+    require(before < 0 || needed == std::max(0, before - 1), "every call brings the fade nearer");
   }
   require(same(stream.get(), twin.get(), stream_size / sizeof(float)), "the streams are equal");
 }

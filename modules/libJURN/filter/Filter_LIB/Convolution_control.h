@@ -153,9 +153,9 @@ JURN_API int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* respons
                                                  const Convolution_route* routes, int count);
 
 /**
- * The bytes that a stream takes, with as many outputs as inputs, per tap and input: 8 to 14 where
+ * The bytes that a stream takes, with as many outputs as inputs, per tap and input: 8 to 16 where
  * the block is a power of two to 1024 and the taps are 48,000 or more; up to 33 for any block, most
- * where it lies just above a power of two; up to 60 from 1000 taps and four blocks on.
+ * where it lies just above a power of two; up to 61 from 1000 taps and four blocks on.
  *
  * @param shape the shape
  * @return the size, or 0 for a shape that the set-up would refuse
@@ -229,6 +229,37 @@ JURN_API void MORVAX_ConvolutionRun_API_planar(ConvolutionStream_ID* mFilter,
                                                const float* const* input, float* const* output);
 
 /**
+ * Prepares a fade to another response, a share with every call, while the present one goes on.
+ *
+ * Call it once after each run until it returns 0; the next block can then be the fade. To let more
+ * blocks pass first, go on calling it. It returns 0 after at most two hops of the longest
+ * partitions, 16384 frames or fewer, and at once where there is one level.
+ * @code
+ *   if (next && ready) {
+ *     MORVAX_ConvolutionFade_API(stream, playing, next, block, block);
+ *     playing = next, next = NULL, ready = 0;
+ *   } else {
+ *     MORVAX_ConvolutionRun_API(stream, playing, block, block);
+ *     if (next) ready = MORVAX_ConvolutionPrepareFade_API(stream, next) == 0;
+ *   }
+ * @endcode
+ *
+ * @param mFilter a stream that was set up
+ * @param next the response to fade to, of the same shape; nothing needs it between the calls, so
+ *   another one may take its place at any time
+ * @return how many calls are still needed, each after a run of its own; 0 when the fade is prepared
+ *
+ * A response is known by its routes and taps, wherever it lies. Another one than in the call before
+ * starts anew, and so does a run without this call after it. A second call after the same run does
+ * nothing. A preparation that nothing follows costs nothing.
+ *
+ * State touched: the stream, nothing of it that the present response needs. Wrong input: debug
+ * builds assert the shapes. Real-time safe. A call costs less than one run with `next`.
+ */
+JURN_API int MORVAX_ConvolutionPrepareFade_API(ConvolutionStream_ID* mFilter,
+                                               const ConvolutionResponse_ID* next);
+
+/**
  * Filters one block of int16 samples through two responses, and fades from the first to the second.
  *
  *   y[i] = (1 - w) previous[i] + w next[i],   w = i / (block - 1)
@@ -243,8 +274,11 @@ JURN_API void MORVAX_ConvolutionRun_API_planar(ConvolutionStream_ID* mFilter,
  * @param input, output as for MORVAX_ConvolutionRun_API
  *
  * State touched: the stream. After the call nothing needs the previous response. Wrong input: debug
- * builds assert the shapes. Real-time safe. One call takes the place of a run; it costs two of them
- * and, where there are longer partitions, what these compute in up to two of their hops.
+ * builds assert the shapes. Real-time safe. One call takes the place of a run. Where
+ * MORVAX_ConvolutionPrepareFade_API has returned 0 for `next` since the last run, it costs at most
+ * two runs. Otherwise it gives the same bits and ends what was being prepared, but computes here
+ * what the longer partitions give in up to two of their hops: for long responses and short blocks
+ * up to a hundred runs.
  */
 JURN_API void MORVAX_ConvolutionFade_API(ConvolutionStream_ID* mFilter,
                                          const ConvolutionResponse_ID* previous,

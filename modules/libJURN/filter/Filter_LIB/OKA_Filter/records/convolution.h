@@ -49,6 +49,12 @@ int JURN_partitions(const struct ConvolutionPlan* plan, int level, int blen);
 /** The cost of one transform, in sums over one chunk of one partition. */
 int JURN_transform_cost(int N);
 
+#ifdef JURN_CLONE_HOOK
+/* What the runs of a thread have cost so far, in the same unit; only tests and benchmarks have it.
+ */
+extern thread_local long long JURN_convolution_work;
+#endif
+
 struct ConvolutionRoute {
   int input;
   int partitions[most_levels];
@@ -64,6 +70,7 @@ struct Convolution_response_st {
   int count;
   int first_route[JURN_CONVOLUTION_CHANNELS + 1]; /* routes are sorted by output */
   int products[most_levels];                      /* in one chunk: partitions of all routes */
+  unsigned fingerprint[2];                        /* of the routes and their taps */
   unsigned routes, work;
   unsigned fft[most_levels];
 };
@@ -83,10 +90,15 @@ struct Convolution_stream_st {
   int past_frames; /* frames of the past that are kept: a multiple of the block */
   int now;         /* where the next block goes */
   struct ConvolutionState state[most_levels];
+  int set;                       /* of sums and outputs: the current one */
+  int preparing;                 /* the other set is a fade's that is being prepared */
+  unsigned prepared_for[2];      /* the next response's fingerprint */
+  int prepared[most_levels];     /* how far, see convolution_fade.cpp */
+  int unprepared;                /* calls since the last one that was prepared, at most 2 */
   unsigned past;                 /* inputs x past_frames */
   unsigned windows[most_levels]; /* inputs x chunks x phases x slots */
-  unsigned sums[most_levels];    /* outputs x N */
-  unsigned outputs[most_levels]; /* 2 x outputs x hop, levels above 0 */
+  unsigned sums[most_levels];    /* sets x outputs x N; one set in level 0, two above */
+  unsigned outputs[most_levels]; /* sets x 2 x outputs x hop, levels above 0 */
   unsigned previous;             /* outputs x block: the previous response's in a fade */
   unsigned floats;
 };

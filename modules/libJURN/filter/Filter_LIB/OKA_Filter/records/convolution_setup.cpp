@@ -99,12 +99,38 @@ void lay_out(Convolution_stream_st* stream, const Convolution_shape* shape, Layo
     const ConvolutionLevel* const level = &stream->plan.level[k];
     stream->windows[k] =
         layout->add(static_cast<uint64_t>(shape->inputs) * level->N * level->phases * level->slots);
-    stream->sums[k] = layout->add(static_cast<uint64_t>(shape->outputs) * level->N);
-    stream->outputs[k] = k > 0 ? layout->add(2ull * shape->outputs * level->hop) : 0;
+    stream->sums[k] = layout->add((k > 0 ? 2ull : 1ull) * shape->outputs * level->N);
+    stream->outputs[k] = k > 0 ? layout->add(4ull * shape->outputs * level->hop) : 0;
   }
   stream->previous = layout->add(static_cast<uint64_t>(shape->outputs) * shape->block);
   stream->floats = static_cast<unsigned>(layout->bytes() / sizeof(float));
 }
+
+/** Tells responses apart by what is in them, wherever they lie: a hash of all routes and taps. */
+class Fingerprint {
+ public:
+  void add(uint32_t word) {
+    bits_ = (bits_ ^ word) * 0xff51afd7ed558ccdull;
+    bits_ ^= bits_ >> 32;
+  }
+  void add(const Convolution_route& route) {
+    add(static_cast<uint32_t>(route.input));
+    add(static_cast<uint32_t>(route.output));
+    add(static_cast<uint32_t>(route.blen));
+    for (int j = 0; j < route.blen; ++j) {
+      uint32_t word;
+      memcpy(&word, &route.b[j], sizeof word);
+      add(word);
+    }
+  }
+  void store(unsigned* words) const {
+    words[0] = static_cast<unsigned>(bits_);
+    words[1] = static_cast<unsigned>(bits_ >> 32);
+  }
+
+ private:
+  uint64_t bits_ = 1;
+};
 
 /** Puts one partition's spectrum in its place among those of its route. */
 void transform_partition(const Convolution_response_st* response, float* memory,
@@ -153,6 +179,9 @@ int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* response, size_t
 
   memset(response, 0, sizeof *response);
   Layout layout = lay_out(response, shape, count);
+  Fingerprint fingerprint;
+  for (int r = 0; r < count; ++r) fingerprint.add(routes[r]);
+  fingerprint.store(response->fingerprint);
   float* const memory = reinterpret_cast<float*>(response);
   for (int k = 0; k < response->plan.levels; ++k)
     MORVAX_KLOV_RealFFT_Init(reinterpret_cast<RealFFT_ID*>(memory + response->fft[k]),
