@@ -3,7 +3,7 @@
 import { readFileSync, writeFileSync } from 'node:fs';
 import { cpus } from 'node:os';
 import { fileURLToPath } from 'node:url';
-import { loadLibrary } from '../../bindings/web/dist/index.js';
+import { loadLibrary } from '../../bindings/web/dist/index.node.js';
 import { launch, serve } from '../../tests/web/browser.mjs';
 
 const document_ = fileURLToPath(new URL('../../docs/web.md', import.meta.url));

@@ -1,7 +1,7 @@
 // What the page draws is what the library does: magnitude, phase and delay against filtered tones.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
-import { loadLibrary } from '../../bindings/web/dist/index.js';
+import { loadLibrary } from '../../bindings/web/dist/index.node.js';
 import { examples } from '../../bindings/web/tests/native.mjs';
 import { respond, respondLong } from '../../build/web/response.js';
 

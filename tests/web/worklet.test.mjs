@@ -87,3 +87,35 @@ test('a filter that cannot run is refused, and the sound goes on', async () => {
   });
   assert.equal(message, 'RangeError: a starts with 3, not with 1');
 });
+
+test('what cannot work is refused with a sentence: shapes, filters, a closed context, a lost file', async () => {
+  const sentences = await page.evaluate(async () => {
+    const { createFilterNode } = await import('/jurn/web-audio.js');
+    const said = (promise) => promise.then(() => 'nothing', (error) => `${error.name}: ${error.message}`);
+    const offline = () => new OfflineAudioContext(2, 128, 48000);
+    const closing = new AudioContext(), closed = new AudioContext();
+    const [one, other] = await Promise.all([createFilterNode(closing), createFilterNode(closed)]);
+    await closed.close();
+    const late = closing.close().then(() => said(one.change({ kind: 'fir', b: [1] })));
+    const lost = offline();
+    return [
+      await said(createFilterNode(offline(), { inputs: 3 })),
+      await said(createFilterNode(offline(), { filter: { kind: 'fir' } })),
+      await said(createFilterNode(offline(), { filter: { kind: 'fir', b: [1] }, outputs: 1 })),
+      await said(other.change({ kind: 'fir', b: [1] })),
+      await late,
+      await said(createFilterNode(closed)),
+      await said(createFilterNode(lost, { worklet: '/nothing.js' })),
+      await said(createFilterNode(lost)), // the next attempt finds it
+      await said(createFilterNode(offline(), { wasm: '/nothing.wasm' })),
+      await said(createFilterNode(offline(), { wasm: '/empty.html' })),
+    ];
+  });
+  const expected = [
+    /^RangeError: a stream of 3 inputs/, /^RangeError: b is missing/, /another number of outputs/,
+    /audio context is closed/, /audio context is closed/, /audio context is closed/,
+    /nothing.js: cannot be loaded as the processor .*option 'worklet'/, /^nothing$/,
+    /nothing.wasm: cannot be loaded \(404\)/, /empty.html: is no WebAssembly module .*option 'wasm'/,
+  ];
+  expected.forEach((sentence, i) => assert.match(sentences[i], sentence));
+});

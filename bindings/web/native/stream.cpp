@@ -193,6 +193,13 @@ EXPORT const char* jurn_version() {
   return MORVAX_Version_API();
 }
 
+#ifdef __wasm_simd128__
+/** Only the build with vectors exports it: so whoever loads a module knows which one it is. */
+EXPORT int jurn_vectors() {
+  return 128;
+}
+#endif
+
 EXPORT int jurn_most_coefficients(int kind, int int16) {
   return web::most_coefficients(static_cast<web::Kind>(kind), int16 != 0);
 }

@@ -1,6 +1,9 @@
 // Coefficient files and designs: the command-line tool's own code, compiled along.
 import type { Fir, Iir, Numbers, Precision, Sections } from './filters.js';
-import { read } from './module.js';
+import { checkDesign } from './check.js';
+import { compile, type Source } from './read.js';
+
+export type { Source } from './read.js';
 
 export type Design = (Fir | Iir | Sections) & { b: number[]; a?: number[] };
 
@@ -57,20 +60,24 @@ const KINDS = { fir: 0, iir: 1, sections: 2 } as const;
 /** Coefficients, or sections, that a filter takes. */
 const MOST = { fir: 1250, iir: 1250, sections: 416 } as const;
 
-export class Designer {
-  private wasm: Exports;
+/** Reads, prepares and writes designs; `loadDesigner` makes it. */
+class Designer {
+  readonly #module: WebAssembly.Module;
+  #wasm: Exports;
 
-  constructor(private readonly module: WebAssembly.Module) {
-    this.wasm = this.instance();
+  /** @internal */
+  constructor(module: WebAssembly.Module) {
+    this.#module = module;
+    this.#wasm = this.#instance();
   }
 
   /** Reads a coefficient file; throws a DesignError that names the file, the line and the value. */
   parse(name: string, bytes: Uint8Array, options: ParseOptions): Design {
-    if (options.wanted !== undefined) return this.parseAs(name, bytes, options.wanted, options);
+    if (options.wanted !== undefined) return this.#parseAs(name, bytes, options.wanted, options);
     let first: unknown;
     for (const wanted of ['sections', 'iir', 'fir'] as const) {
       try {
-        return this.parseAs(name, bytes, wanted, options);
+        return this.#parseAs(name, bytes, wanted, options);
       } catch (error) {
         if (!(error instanceof DesignError)) throw error;
         first ??= error;
@@ -82,19 +89,19 @@ export class Designer {
 
   /** Prepares a design to run, as the command-line tool does. */
   prepare(design: Fir | Iir | Sections, precision: Precision = 'double'): Prepared {
-    const prepared = this.withDesign(design, (...coefficients) =>
-      this.wasm.jurn_prepare(...coefficients, precision === 'int16' ? 1 : 0)) as Prepared;
+    const prepared = this.#withDesign(design, (...coefficients) =>
+      this.#wasm.jurn_prepare(...coefficients, precision === 'int16' ? 1 : 0)) as Prepared;
     prepared.design.precision = precision;
     return prepared;
   }
 
   roots(design: Fir | Iir | Sections): Roots {
-    return this.withDesign(design, (...coefficients) => this.wasm.jurn_roots(...coefficients)) as Roots;
+    return this.#withDesign(design, (...coefficients) => this.#wasm.jurn_roots(...coefficients)) as Roots;
   }
 
   /** The largest gain over all frequencies, on a fine grid: some tens of milliseconds per section. */
   peakGain(design: Fir | Iir | Sections): number {
-    return this.withDesign(design, (...coefficients) => this.wasm.jurn_peak_gain(...coefficients)) as number;
+    return this.#withDesign(design, (...coefficients) => this.#wasm.jurn_peak_gain(...coefficients)) as number;
   }
 
   /**
@@ -103,79 +110,81 @@ export class Designer {
    */
   export(design: Fir | Iir | Sections, format: 'text' | 'header', name = 'filter'): string {
     const path = new TextEncoder().encode(name);
-    return this.withDesign(design, (...coefficients) => {
-      const at = this.copy(path);
-      return this.wasm.jurn_export(...coefficients, design.precision === 'int16' ? 1 : 0,
+    return this.#withDesign(design, (...coefficients) => {
+      const at = this.#copy(path);
+      return this.#wasm.jurn_export(...coefficients, design.precision === 'int16' ? 1 : 0,
                                    format === 'header' ? 1 : 0, at, path.length);
     }, (file) => file) as string;
   }
 
-  private parseAs(name: string, bytes: Uint8Array, wanted: keyof typeof KINDS,
+  #parseAs(name: string, bytes: Uint8Array, wanted: keyof typeof KINDS,
                   { rate, precision }: ParseOptions): Design {
     const path = new TextEncoder().encode(name);
     const most = wanted === 'fir' && precision !== 'int16' ? 32767 : MOST[wanted];
-    const design = this.call([path, bytes], ([nameAt, bytesAt]) =>
-      this.wasm.jurn_parse(nameAt, path.length, bytesAt, bytes.length, KINDS[wanted], most, rate));
+    const design = this.#call([path, bytes], ([nameAt, bytesAt]) =>
+      this.#wasm.jurn_parse(nameAt, path.length, bytesAt, bytes.length, KINDS[wanted], most, rate));
     return { ...(design as Design), precision };
   }
 
-  private withDesign(
+  #withDesign(
     design: Fir | Iir | Sections,
     run: (kind: number, b: number, bCount: number, a: number, aCount: number) => number,
     read: (text: string) => unknown = JSON.parse,
   ): unknown {
+    checkDesign(design);
     const a: Numbers = design.kind === 'fir' ? [] : design.a;
-    return this.call([Float64Array.from(design.b), Float64Array.from(a)], ([bAt, aAt]) =>
+    return this.#call([Float64Array.from(design.b), Float64Array.from(a)], ([bAt, aAt]) =>
       run(KINDS[design.kind], bAt, design.b.length, aAt, a.length), read);
   }
 
-  private copy(array: Uint8Array | Float64Array): number {
-    const address = this.wasm.jurn_allocate(Math.max(array.byteLength, 8));
+  #copy(array: Uint8Array | Float64Array): number {
+    const address = this.#wasm.jurn_allocate(Math.max(array.byteLength, 8)) >>> 0;
     if (address === 0) throw new DesignError('no memory is left');
-    new Uint8Array(this.wasm.memory.buffer).set(
+    new Uint8Array(this.#wasm.memory.buffer).set(
       new Uint8Array(array.buffer, array.byteOffset, array.byteLength), address);
     return address;
   }
 
   /** Runs with copies of the arrays in the instance's memory, and reads the text it returns. */
-  private call(arrays: (Uint8Array | Float64Array)[], run: (at: number[]) => number,
+  #call(arrays: (Uint8Array | Float64Array)[], run: (at: number[]) => number,
                read: (text: string) => unknown = JSON.parse): unknown {
     try {
-      const addresses = arrays.map((array) => this.copy(array));
-      const result = text(this.wasm, run(addresses));
-      for (const address of addresses) this.wasm.jurn_free(address);
+      const addresses = arrays.map((array) => this.#copy(array));
+      const result = text(this.#wasm, run(addresses));
+      for (const address of addresses) this.#wasm.jurn_free(address);
       return read(result);
     } catch (error) {
       // Nothing was unwound inside.
-      this.wasm = this.instance();
+      this.#wasm = this.#instance();
       if (error instanceof WebAssembly.RuntimeError)
         throw new DesignError('it is beyond what fits into memory');
       throw error;
     }
   }
 
-  private instance(): Exports {
+  #instance(): Exports {
     const imports: Record<string, Record<string, (message: number) => number>> = {};
-    for (const { module, name } of WebAssembly.Module.imports(this.module))
+    for (const { module, name } of WebAssembly.Module.imports(this.#module))
       (imports[module] ??= {})[name] = () => 52;
     let wasm: Exports;
     (imports.env ??= {}).jurn_refuse = (message) => {
       throw new DesignError(text(wasm, message));
     };
-    wasm = new WebAssembly.Instance(this.module, imports).exports as unknown as Exports;
+    wasm = new WebAssembly.Instance(this.#module, imports).exports as unknown as Exports;
     wasm._initialize();
     return wasm;
   }
 }
 
-function text(wasm: Exports, address: number): string {
+function text(wasm: Exports, signed: number): string {
+  const address = signed >>> 0;
   const bytes = new Uint8Array(wasm.memory.buffer);
   return new TextDecoder().decode(bytes.subarray(address, bytes.indexOf(0, address)));
 }
 
-export async function loadDesigner(
-  source: URL | BufferSource = new URL('./design.wasm', import.meta.url),
-): Promise<Designer> {
-  const bytes = source instanceof URL ? await read(source) : source;
-  return new Designer(await WebAssembly.compile(bytes));
+export type { Designer };
+
+/** `wasm` says where design.wasm is, for bundlers that move it; by default beside this file. */
+export async function loadDesigner({ wasm }: { wasm?: Source } = {}): Promise<Designer> {
+  return new Designer(await compile(wasm ?? new URL('./design.wasm', import.meta.url)));
 }

@@ -64,7 +64,7 @@ export interface PreparedConvolution {
   block: number;
   taps: number;
   simd: boolean;
-  bytes: Uint8Array<ArrayBuffer>;
+  bytes: Uint8Array;
 }
 
 export type Filter = Fir | Iir | Sections | Average | Convolution | PreparedConvolution;

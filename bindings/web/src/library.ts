@@ -1,7 +1,8 @@
 // One instance of the library and the streams that run in it. Used on the main thread, in Node and
 // inside the worklet, hence without anything that only one of them has.
-import type { Filter, Numbers, PreparedConvolution, Route, Shape } from './filters.js';
+import type { Filter, PreparedConvolution, Route, Shape } from './filters.js';
 import type { CompiledLibrary } from './module.js';
+import { check, checkConvolution, checkDesign, checkObject, checkShape } from './check.js';
 
 interface Exports {
   memory: WebAssembly.Memory;
@@ -37,51 +38,44 @@ interface Exports {
 }
 
 const KINDS = { fir: 0, iir: 1, sections: 2, average: 3 } as const;
-const MOST_BLOCK = 1024;
-const MOST_TAPS = 1048576;
-
-function check(holds: boolean, message: string): asserts holds {
-  if (!holds) throw new RangeError(message);
-}
-
-function checkFinite(name: string, values: Numbers): void {
-  for (let i = 0; i < values.length; ++i)
-    if (!Number.isFinite(values[i]))
-      throw new RangeError(`${name}[${i}] is ${values[i]}; a finite number is needed`);
-}
-
-function checkShape({ inputs, outputs, block }: Shape): void {
-  const isCount = (n: number, most: number) => Number.isInteger(n) && n >= 1 && n <= most;
-  check(isCount(inputs, 2), `a stream of ${inputs} inputs; 1 or 2 are accepted`);
-  check(isCount(outputs, 2), `a stream of ${outputs} outputs; 1 or 2 are accepted`);
-  check(isCount(block, MOST_BLOCK), `blocks of ${block} frames; 1 to ${MOST_BLOCK} are accepted`);
-}
+/**
+ * Streams that nobody holds any more: their memory is given back. What holds a stream's instance
+ * does not hold the stream.
+ */
+const forgotten = new FinalizationRegistry<{ wasm: Exports; address: number }>(({ wasm, address }) =>
+  wasm.jurn_free_stream(address));
 
 /** An instance of the compiled library, with memory of its own. */
 export class Library {
   readonly simd: boolean;
-  private readonly wasm: Exports;
+  readonly #wasm: Exports;
 
   constructor(compiled: CompiledLibrary) {
     this.simd = compiled.simd;
+    const module = compiled.module as WebAssembly.Module;
     // The C library asks for output, which only a failed assertion would use.
     const none = () => 52;
     const imports: Record<string, Record<string, () => number>> = {};
-    for (const { module, name } of WebAssembly.Module.imports(compiled.module))
-      (imports[module] ??= {})[name] = none;
-    this.wasm = new WebAssembly.Instance(compiled.module, imports).exports as unknown as Exports;
-    this.wasm._initialize();
+    for (const { module: from, name } of WebAssembly.Module.imports(module))
+      (imports[from] ??= {})[name] = none;
+    this.#wasm = new WebAssembly.Instance(module, imports).exports as unknown as Exports;
+    this.#wasm._initialize();
   }
 
   get version(): string {
-    const bytes = new Uint8Array(this.wasm.memory.buffer, this.wasm.jurn_version(), 32);
+    const bytes = new Uint8Array(this.#wasm.memory.buffer, this.#wasm.jurn_version() >>> 0, 32);
     return String.fromCharCode(...bytes.subarray(0, bytes.indexOf(0)));
+  }
+
+  /** Bytes of memory that the instance holds: they grow as needed, and are used again. */
+  get memory(): number {
+    return this.#wasm.memory.buffer.byteLength;
   }
 
   /** A stream of blocks; `shape` is mono in blocks of 128 frames unless it says otherwise. */
   stream(shape: Partial<Shape> & { channels?: number } = {}): Stream {
     const inputs = shape.inputs ?? shape.channels ?? 1;
-    return new Stream(this, this.wasm, {
+    return new Stream(this, this.#wasm, {
       inputs,
       outputs: shape.outputs ?? shape.channels ?? inputs,
       block: shape.block ?? 128,
@@ -94,54 +88,25 @@ export class Library {
    */
   check(filter: Filter, shape: Shape): void {
     checkShape(shape);
+    checkObject(filter);
     if (filter.kind === 'prepared') {
-      check(filter.inputs === shape.inputs && filter.outputs === shape.outputs &&
+      check(filter.bytes instanceof Uint8Array && filter.inputs === shape.inputs && filter.outputs === shape.outputs &&
               filter.block === shape.block && filter.simd === this.simd,
             'the convolution was prepared for another shape or another build');
       return;
     }
-    if (filter.kind === 'convolution') {
-      const longest = filter.routes.reduce((most, r) => Math.max(most, r.taps.length), 1);
-      const taps = filter.taps ?? longest;
-      check(Number.isInteger(taps) && taps >= longest && taps <= MOST_TAPS,
-            `a convolution of ${Math.max(taps, longest)} taps; ` +
-              `the longest route up to ${MOST_TAPS} are accepted`);
-      filter.routes.forEach(({ input, output, taps: b }, i) => {
-        check(Number.isInteger(input) && input >= 0 && input < shape.inputs &&
-                Number.isInteger(output) && output >= 0 && output < shape.outputs,
-              `route ${i} leads from input ${input} to output ${output}, ` +
-                `the stream has ${shape.inputs} and ${shape.outputs}`);
-        check(b.length > 0, `route ${i} has no taps`);
-        checkFinite(`routes[${i}].taps`, b);
-      });
-      return;
-    }
+    if (filter.kind === 'convolution') return checkConvolution(filter, shape);
     check(filter.kind in KINDS, `'${filter.kind}' is no kind of filter`);
     check(shape.inputs === shape.outputs,
           'only a convolution has another number of outputs than inputs');
     if (filter.kind === 'average') {
-      const most = this.wasm.jurn_most_coefficients(KINDS.average, 1);
+      const most = this.#wasm.jurn_most_coefficients(KINDS.average, 1);
       check(Number.isInteger(filter.length) && filter.length >= 1 && filter.length <= most,
             `the mean of ${filter.length} samples; 1 to ${most} are accepted`);
       return;
     }
-    const most = this.wasm.jurn_most_coefficients(KINDS[filter.kind],
-                                                  filter.precision === 'int16' ? 1 : 0);
-    const arrays = filter.kind === 'fir' ? { b: filter.b } : { b: filter.b, a: filter.a };
-    for (const [name, values] of Object.entries(arrays)) {
-      check(values.length >= 1 && values.length <= most,
-            `${name} has ${values.length} coefficients; 1 to ${most} are accepted`);
-      checkFinite(name, values);
-    }
-    if (filter.kind === 'sections') {
-      check(filter.b.length % 3 === 0 && filter.a.length === filter.b.length,
-            `b has ${filter.b.length} and a ${filter.a.length} coefficients; ` +
-              'each takes three per section');
-      for (let i = 0; i < filter.a.length; i += 3)
-        check(filter.a[i] === 1, `section ${i / 3}: a starts with ${filter.a[i]}, not with 1`);
-    } else if (filter.kind === 'iir') {
-      check(filter.a[0] === 1, `a starts with ${filter.a[0]}, not with 1`);
-    }
+    checkDesign(filter, this.#wasm.jurn_most_coefficients(KINDS[filter.kind],
+                                                          filter.precision === 'int16' ? 1 : 0));
   }
 
   /**
@@ -149,44 +114,46 @@ export class Library {
    * build. It takes some milliseconds per second of response: keep it off the audio thread.
    */
   prepare(filter: { routes: readonly Route[]; taps?: number }, shape: Shape): PreparedConvolution {
-    this.check({ kind: 'convolution', ...filter }, shape);
+    checkShape(shape);
+    checkConvolution(filter, shape);
     const { inputs, outputs, block } = shape;
     const count = filter.routes.length;
     const taps = filter.taps ?? filter.routes.reduce((n, r) => Math.max(n, r.taps.length), 1);
     const total = filter.routes.reduce((n, r) => n + r.taps.length, 0);
     const held: number[] = [];
     try {
-      const list = this.allocate(12 * count, held);
-      const b = this.allocate(4 * total, held);
-      const integers = new Int32Array(this.wasm.memory.buffer, list, 3 * count);
-      const floats = new Float32Array(this.wasm.memory.buffer, b, total);
+      const list = this.#allocate(12 * count, held);
+      const b = this.#allocate(4 * total, held);
+      const integers = new Int32Array(this.#wasm.memory.buffer, list, 3 * count);
+      const floats = new Float32Array(this.#wasm.memory.buffer, b, total);
       let at = 0;
       filter.routes.forEach((route, i) => {
         integers.set([route.input, route.output, route.taps.length], 3 * i);
         floats.set(route.taps, at);
         at += route.taps.length;
       });
-      const size = this.wasm.jurn_response_size(inputs, outputs, block, taps, list, count);
+      const size = this.#wasm.jurn_response_size(inputs, outputs, block, taps, list, count) >>> 0;
       check(size > 0, 'the convolution is beyond what the library takes');
-      const response = this.allocate(size, held);
-      const error = this.wasm.jurn_prepare_response(
+      const response = this.#allocate(size, held);
+      const error = this.#wasm.jurn_prepare_response(
         response, size, inputs, outputs, block, taps, list, count, b);
       check(error === 0, `the convolution cannot be prepared (${error})`);
-      const bytes = new Uint8Array(this.wasm.memory.buffer, response, size).slice();
+      const bytes = new Uint8Array(this.#wasm.memory.buffer, response, size).slice();
       return { kind: 'prepared', inputs, outputs, block, taps, simd: this.simd, bytes };
     } finally {
-      for (const address of held) this.wasm.jurn_free(address);
+      for (const address of held) this.#wasm.jurn_free(address);
     }
   }
 
   /** @internal The address of a filter, which the stream that it is handed to owns. */
   make(filter: Filter, shape: Shape): number {
+    checkObject(filter);
     if (filter.kind === 'convolution') filter = this.prepare(filter, shape);
     else this.check(filter, shape);
     if (filter.kind === 'prepared') {
-      const response = this.allocate(filter.bytes.length);
-      new Uint8Array(this.wasm.memory.buffer).set(filter.bytes, response);
-      return this.made(this.wasm.jurn_make_convolution(
+      const response = this.#allocate(filter.bytes.length);
+      new Uint8Array(this.#wasm.memory.buffer).set(filter.bytes, response);
+      return this.#made(this.#wasm.jurn_make_convolution(
         filter.inputs, filter.outputs, filter.block, filter.taps, response));
     }
     const held: number[] = [];
@@ -194,27 +161,28 @@ export class Library {
       const bValues = filter.kind === 'average' ? [filter.length] : filter.b;
       const aValues = filter.kind === 'iir' || filter.kind === 'sections' ? filter.a : [];
       const int16 = filter.kind === 'average' || filter.precision === 'int16' ? 1 : 0;
-      const b = this.allocate(8 * bValues.length, held);
-      const a = this.allocate(8 * aValues.length, held);
-      new Float64Array(this.wasm.memory.buffer, b, bValues.length).set(bValues);
-      new Float64Array(this.wasm.memory.buffer, a, aValues.length).set(aValues);
-      return this.made(this.wasm.jurn_make_filter(
+      const b = this.#allocate(8 * bValues.length, held);
+      const a = this.#allocate(8 * aValues.length, held);
+      new Float64Array(this.#wasm.memory.buffer, b, bValues.length).set(bValues);
+      new Float64Array(this.#wasm.memory.buffer, a, aValues.length).set(aValues);
+      return this.#made(this.#wasm.jurn_make_filter(
         KINDS[filter.kind], int16, shape.inputs, shape.block, b, bValues.length, a,
         aValues.length));
     } finally {
-      for (const address of held) this.wasm.jurn_free(address);
+      for (const address of held) this.#wasm.jurn_free(address);
     }
   }
 
-  private allocate(bytes: number, held?: number[]): number {
-    const address = this.made(this.wasm.jurn_allocate(Math.max(bytes, 8)));
+  #allocate(bytes: number, held?: number[]): number {
+    const address = this.#made(this.#wasm.jurn_allocate(Math.max(bytes, 8)));
     held?.push(address);
     return address;
   }
 
-  private made(address: number): number {
+  /** Addresses come signed, which those above 2 GiB are not. */
+  #made(address: number): number {
     if (address === 0) throw new Error('no memory is left for the filter');
-    return address;
+    return address >>> 0;
   }
 }
 
@@ -234,22 +202,23 @@ function part(array: Float32Array, from: number, count: number): Float32Array {
  */
 export class Stream {
   readonly shape: Readonly<Shape>;
-  private address: number;
-  private ended = false;
-  private measuring = false;
-  private buffer: ArrayBufferLike | undefined;
-  private floats: Float32Array[] = [];
-  private samples: Int16Array[] = [];
+  readonly #library: Library;
+  readonly #wasm: Exports;
+  #address: number;
+  #ended = false;
+  #measuring = false;
+  #buffer: ArrayBufferLike | undefined;
+  #floats: Float32Array[] = [];
+  #samples: Int16Array[] = [];
 
   /** @internal */
-  constructor(
-    private readonly library: Library,
-    private readonly wasm: Exports,
-    shape: Shape,
-  ) {
+  constructor(library: Library, wasm: Exports, shape: Shape) {
     checkShape(shape);
     this.shape = shape;
-    this.address = wasm.jurn_make_stream(shape.inputs, shape.outputs, shape.block);
+    this.#library = library;
+    this.#wasm = wasm;
+    this.#address = wasm.jurn_make_stream(shape.inputs, shape.outputs, shape.block) >>> 0;
+    forgotten.register(this, { wasm, address: this.#address }, this);
   }
 
   /**
@@ -261,13 +230,13 @@ export class Stream {
   change(filter: Filter | null, fade = 1024): void {
     if (!Number.isInteger(fade) || fade < 1 || fade > 1 << 24)
       throw new RangeError(`a fade of ${fade} frames; 1 to ${1 << 24} are accepted`);
-    const address = filter === null ? 0 : this.library.make(filter, this.shape);
-    this.wasm.jurn_change(this.live(), address, fade);
+    const address = filter === null ? 0 : this.#library.make(filter, this.shape);
+    this.#wasm.jurn_change(this.#live(), address, fade);
   }
 
   /** Whether a change is under way. */
   get changing(): boolean {
-    return this.wasm.jurn_changing(this.live()) !== 0;
+    return this.#wasm.jurn_changing(this.#live()) !== 0;
   }
 
   /**
@@ -285,18 +254,18 @@ export class Stream {
     if (!areAll(output, outputs, frames))
       throw new RangeError(
         `${output.length} arrays for the output; ${outputs} of the input's length are needed`);
-    this.begin(frames);
+    this.#begin(frames);
     for (let at = 0; at < frames; at += block) {
       const count = Math.min(block, frames - at);
-      this.views();
+      this.#views();
       for (let c = 0; c < inputs; ++c) {
-        if (count < block) this.floats[c].fill(0, count);
-        this.floats[c].set(part(input[c], at, count));
+        if (count < block) this.#floats[c].fill(0, count);
+        this.#floats[c].set(part(input[c], at, count));
       }
-      this.wasm.jurn_run_floats(this.address);
-      if (this.measuring) this.wasm.jurn_measure(this.address);
+      this.#wasm.jurn_run_floats(this.#address);
+      if (this.#measuring) this.#wasm.jurn_measure(this.#address);
       for (let c = 0; c < outputs; ++c) {
-        output[c].set(part(this.floats[inputs + c], 0, count), at);
+        output[c].set(part(this.#floats[inputs + c], 0, count), at);
       }
     }
     return output;
@@ -311,14 +280,14 @@ export class Stream {
     check(output.length === frames * outputs,
           `room for ${output.length} samples; ${frames * outputs} are needed`);
     if (output === input && outputs > inputs) input = input.slice();
-    this.begin(frames);
+    this.#begin(frames);
     for (let at = 0; at < frames; at += block) {
       const count = Math.min(block, frames - at);
-      this.views();
-      const [samplesIn, samplesOut] = this.samples;
+      this.#views();
+      const [samplesIn, samplesOut] = this.#samples;
       if (count < block) samplesIn.fill(0);
       samplesIn.set(input.subarray(at * inputs, (at + count) * inputs));
-      this.wasm.jurn_run_samples(this.address);
+      this.#wasm.jurn_run_samples(this.#address);
       output.set(samplesOut.subarray(0, count * outputs), at * outputs);
     }
     return output;
@@ -329,42 +298,47 @@ export class Stream {
    * output at a full scale of 1, and the clipped samples of all inputs and of all outputs.
    */
   levels(): { peaks: number[]; inputClipped: number; outputClipped: number } {
-    this.measuring = true;
-    const values = new Float32Array(this.wasm.memory.buffer, this.wasm.jurn_levels(this.live()), 6);
+    this.#measuring = true;
+    const values = new Float32Array(this.#wasm.memory.buffer, this.#wasm.jurn_levels(this.#live()) >>> 0, 6);
     const peaks = Array.from(values.subarray(0, this.shape.inputs + this.shape.outputs));
     const [inputClipped, outputClipped] = values.subarray(4);
     values.fill(0);
     return { peaks, inputClipped, outputClipped };
   }
 
-  /** Gives the memory back. The stream cannot be used after it. */
+  /**
+   * Gives the memory back at once; that of a dropped stream comes back when it is collected. The
+   * stream cannot be used after it.
+   */
   free(): void {
-    if (this.address !== 0) this.wasm.jurn_free_stream(this.address);
-    this.address = 0;
+    if (this.#address === 0) return;
+    forgotten.unregister(this);
+    this.#wasm.jurn_free_stream(this.#address);
+    this.#address = 0;
   }
 
-  private live(): number {
-    if (this.address === 0) throw new Error('the stream was freed');
-    return this.address;
+  #live(): number {
+    if (this.#address === 0) throw new Error('the stream was freed');
+    return this.#address;
   }
 
-  private begin(frames: number): void {
-    this.live();
-    if (this.ended) throw new Error('the stream ended with a rest of a block; make a new one');
-    this.ended = frames % this.shape.block !== 0;
+  #begin(frames: number): void {
+    this.#live();
+    if (this.#ended) throw new Error('the stream ended with a rest of a block; make a new one');
+    this.#ended = frames % this.shape.block !== 0;
   }
 
   /** Memory that grows moves to another buffer. */
-  private views(): void {
-    const buffer = this.wasm.memory.buffer;
-    if (buffer === this.buffer) return;
-    this.buffer = buffer;
+  #views(): void {
+    const buffer = this.#wasm.memory.buffer;
+    if (buffer === this.#buffer) return;
+    this.#buffer = buffer;
     const { inputs, outputs, block } = this.shape;
-    const floats = this.wasm.jurn_floats(this.address);
-    const samples = this.wasm.jurn_samples(this.address);
-    this.floats = Array.from({ length: inputs + outputs },
+    const floats = this.#wasm.jurn_floats(this.#address) >>> 0;
+    const samples = this.#wasm.jurn_samples(this.#address) >>> 0;
+    this.#floats = Array.from({ length: inputs + outputs },
                              (_, c) => new Float32Array(buffer, floats + 4 * c * block, block));
-    this.samples = [
+    this.#samples = [
       new Int16Array(buffer, samples, inputs * block),
       new Int16Array(buffer, samples + 2 * inputs * block, outputs * block),
     ];

@@ -2,8 +2,10 @@
 import type { Filter } from './filters.js';
 import type { CompiledLibrary } from './module.js';
 
+/** @internal */
 export const PROCESSOR = 'jurn-filter';
 
+/** @internal */
 export interface ProcessorOptions {
   library: CompiledLibrary;
   inputs: number;
@@ -12,6 +14,7 @@ export interface ProcessorOptions {
   levels: boolean;
 }
 
+/** @internal */
 export interface Change {
   number: number;
   filter: Filter | null;
@@ -28,6 +31,7 @@ export interface Levels {
   outputClipped: number;
 }
 
+/** @internal */
 export type Reply =
   | { type: 'changed'; number: number; error?: string }
   | { type: 'levels'; levels: Levels };

@@ -1,4 +1,5 @@
 // Loading: the build with vectors where the engine has them, the other elsewhere.
+import { compile, type Source } from './read.js';
 
 /** A function of one instruction of 128-bit vectors. */
 const PROBE = new Uint8Array([
@@ -13,33 +14,32 @@ export function hasSimd(): boolean {
 
 /** The compiled library, as it can be sent to a worklet or a worker. */
 export interface CompiledLibrary {
-  module: WebAssembly.Module;
-  simd: boolean;
+  /** A WebAssembly.Module. */
+  readonly module: object;
+  readonly simd: boolean;
 }
 
 export interface CompileOptions {
   /** false runs the build without vectors, which gives the same bits; true insists on vectors. */
   simd?: boolean;
-  /** Where the .wasm is, or its bytes; by default it lies beside this file. */
-  source?: URL | BufferSource;
+  /**
+   * Where the .wasm is, or its bytes: for bundlers that move it. By default it lies beside this
+   * file.
+   */
+  wasm?: Source;
 }
 
-/** @internal */
-export async function read(url: URL): Promise<BufferSource> {
-  if (url.protocol === 'file:' && typeof process !== 'undefined' && process.versions?.node) {
-    const { readFile } = await import('node:fs/promises');
-    return readFile(url);
-  }
-  const response = await fetch(url);
-  if (!response.ok) throw new Error(`${url.href}: cannot be loaded (${response.status})`);
-  return response.arrayBuffer();
-}
-
-export async function compileLibrary(options: CompileOptions = {}): Promise<CompiledLibrary> {
-  const simd = options.simd ?? hasSimd();
-  if (simd && !hasSimd()) throw new Error('this WebAssembly engine has no 128-bit vectors');
-  const source =
-    options.source ?? new URL(simd ? './jurn-simd.wasm' : './jurn.wasm', import.meta.url);
-  const bytes = source instanceof URL ? await read(source) : source;
-  return { module: await WebAssembly.compile(bytes), simd };
+export async function compileLibrary({ simd, wasm }: CompileOptions = {}): Promise<CompiledLibrary> {
+  if (simd === true && !hasSimd()) throw new Error('this WebAssembly engine has no 128-bit vectors');
+  // Bundlers find the files by these literals. A classic script has no address of its own, hence
+  // no look at them where the caller names the file.
+  const beside = () => simd ?? hasSimd()
+    ? new URL('./jurn-simd.wasm', import.meta.url) : new URL('./jurn.wasm', import.meta.url);
+  const module = await compile(wasm ?? beside());
+  const names = WebAssembly.Module.exports(module).map(({ name }) => name);
+  if (!names.includes('jurn_make_stream')) throw new Error('the WebAssembly given is not the library of this package');
+  const vectors = names.includes('jurn_vectors');
+  if (simd !== undefined && simd !== vectors)
+    throw new Error(`the WebAssembly given has ${vectors ? '' : 'no '}vectors, and simd is ${simd}`);
+  return { module, simd: vectors };
 }

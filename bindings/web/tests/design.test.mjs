@@ -1,7 +1,7 @@
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { test } from 'node:test';
-import { DesignError, loadDesigner } from '../dist/design.js';
+import { DesignError, loadDesigner } from '../dist/design.node.js';
 
 const designer = await loadDesigner();
 const bytes = (text) => new TextEncoder().encode(text);
@@ -54,6 +54,24 @@ test('designs are prepared: scaled, factored, measured', () => {
   const unstable = designer.prepare({ kind: 'iir', b: [1], a: [1, -2.5, 1] });
   assert.equal(unstable.stable, false);
   assert.ok(unstable.notices.some((notice) => notice.warning));
+});
+
+test('designs that do not hold together are refused, by every function, and none reads beyond them', () => {
+  const broken = [
+    [{ kind: 'sections', b: [1, 0, 0, 1, 0, 0], a: [1, 0, 0] }, /b has 6 and a 3 coefficients/],
+    [{ kind: 'sections', b: [1, 0], a: [1, 0] }, /three per section/],
+    [{ kind: 'iir', b: [1], a: [1, NaN] }, /a\[1\] is NaN/],
+    [{ kind: 'iir', b: [1], a: [0, 1] }, /a starts with 0/],
+    [{ kind: 'fir', b: [] }, /b has 0 coefficients/],
+    [{ kind: 'fir', b: [1, Infinity] }, /b\[1\] is Infinity/],
+    [{ kind: 'iir', b: [1] }, /a is missing/],
+    [{ kind: 'average', length: 3 }, /'average' is no kind of design/],
+    [null, /null is no filter/],
+  ];
+  for (const [design, message] of broken)
+    for (const run of [() => designer.prepare(design), () => designer.roots(design), () => designer.peakGain(design),
+                       () => designer.export(design, 'text'), () => designer.export(design, 'header')])
+      assert.throws(run, (error) => error instanceof RangeError && message.test(error.message));
 });
 
 test('what is exported is read again as the same filter', () => {

@@ -1,6 +1,9 @@
 import assert from 'node:assert/strict';
+import { readFileSync } from 'node:fs';
 import { test } from 'node:test';
-import { compileLibrary, hasSimd, loadLibrary } from '../dist/index.js';
+import { fileURLToPath } from 'node:url';
+import { loadDesigner } from '../dist/design.node.js';
+import { compileLibrary, hasSimd, loadLibrary } from '../dist/index.node.js';
 import { examples, native, signal } from './native.mjs';
 
 const libraries = {
@@ -116,6 +119,13 @@ test('what cannot run is refused with a sentence', () => {
     [{ kind: 'convolution', routes: [{ input: 0, output: 1, taps: [1] }] }, /output 1/],
     [{ kind: 'convolution', routes: [{ input: 0, output: 0, taps: [] }] }, /no taps/],
     [{ kind: 'echo' }, /no kind/],
+    [{ kind: 'fir' }, /b is missing/],
+    [{ kind: 'iir', b: [1] }, /a is missing/],
+    [{ kind: 'fir', b: '1 2' }, /b is no array/],
+    [{ kind: 'fir', b: [1], precision: 'int8' }, /precision 'int8'/],
+    [{ kind: 'convolution' }, /routes are missing/],
+    [{ kind: 'convolution', routes: [{ input: 0, output: 0 }] }, /routes\[0\].taps is missing/],
+    [undefined, /undefined is no filter/],
   ];
   for (const [filter, message] of refused)
     assert.throws(() => stream.change(filter), (e) => e instanceof RangeError && message.test(e.message));
@@ -139,7 +149,7 @@ test('levels: peaks and clipped samples since the last call', () => {
 
 test('memory is given back', () => {
   const library = libraries.vectors;
-  const size = () => library.wasm.memory.buffer.byteLength;
+  const size = () => library.memory;
   const block = [new Float32Array(128), new Float32Array(128)];
   let before;
   for (let i = 0; i < 300; ++i) {
@@ -153,10 +163,59 @@ test('memory is given back', () => {
   assert.equal(size(), before);
 });
 
+test('streams that nobody holds are freed', { skip: !globalThis.gc && 'needs --expose-gc' }, async () => {
+  const library = await loadLibrary();
+  const wide = { kind: 'convolution', routes: [{ input: 0, output: 0, taps: new Float32Array(1 << 18).fill(0.1) }] };
+  const round = async () => {
+    for (let i = 0; i < 20; ++i) library.stream().change(wide);
+    globalThis.gc();
+    await new Promise((done) => setTimeout(done, 20));
+  };
+  await round();
+  const before = library.memory;
+  for (let i = 0; i < 5; ++i) await round();
+  assert.equal(library.memory, before);
+});
+
+test('addresses above 2 GiB', async () => {
+  const { Instance } = WebAssembly;
+  let wasm;
+  WebAssembly.Instance = function (...args) {
+    const instance = new Instance(...args);
+    wasm = instance.exports;
+    return instance;
+  };
+  try {
+    const library = await loadLibrary();
+    for (let i = 0; i < 2; ++i) assert.notEqual(wasm.jurn_allocate(1.1 * 2 ** 30), 0);
+    for (const filter of [examples['sections, double'], examples.convolution]) {
+      const [high, low] = [library, libraries.vectors].map((of) => {
+        const stream = of.stream({ channels: 2 });
+        stream.change(filter);
+        return stream.process(signal(2, 2560));
+      });
+      assert.deepEqual(high, low);
+    }
+    assert.ok(library.memory > 2 ** 31);
+    // The designer's as well.
+    const designer = await loadDesigner();
+    for (let i = 0; i < 2; ++i) assert.notEqual(wasm.jurn_allocate(1.1 * 2 ** 30), 0);
+    const design = { kind: 'fir', b: [1, 2, 3] };
+    assert.deepEqual(designer.prepare(design).design.b, [1, 2, 3]);
+  } finally {
+    WebAssembly.Instance = Instance;
+  }
+});
+
 test('versions and builds', async () => {
-  const { version } = JSON.parse(
-    (await import('node:fs')).readFileSync(new URL('../package.json', import.meta.url)));
+  const { version } = JSON.parse(readFileSync(new URL('../package.json', import.meta.url)));
   assert.equal(libraries.scalar.version, version);
   assert.equal(hasSimd(), true);
-  await assert.rejects(compileLibrary({ source: new Uint8Array([1, 2, 3]) }));
+  // Whatever names it: a URL, a path, bytes; and what it is, is read from it.
+  const file = new URL('../dist/jurn.wasm', import.meta.url);
+  for (const wasm of [file, fileURLToPath(file), file.href, readFileSync(file)])
+    assert.equal((await compileLibrary({ wasm })).simd, false);
+  await assert.rejects(compileLibrary({ wasm: file, simd: true }), /no vectors/);
+  await assert.rejects(compileLibrary({ wasm: new URL('../dist/design.wasm', import.meta.url) }), /not the library/);
+  await assert.rejects(compileLibrary({ wasm: new Uint8Array([1, 2, 3]) }), /the bytes given: is no WebAssembly/);
 });

@@ -1,0 +1,2 @@
+import './node.js';
+export * from './index.js';
