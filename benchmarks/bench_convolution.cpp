@@ -2,8 +2,10 @@
  * peers take and give floats. */
 #include <algorithm>
 #include <memory>
+#include <numeric>
 
 #include "Convolution_control.h"
+#include "OKA_Filter/records/convolution.h"
 #include "groups.h"
 #include "plain_loops.h"
 
@@ -28,36 +30,58 @@ struct Shape {
 
 class Jurn {
  public:
-  explicit Jurn(const Shape& s)
-      : taps_(noise<float>(s.taps, 1.0 / s.taps)), block_(noise<short>(2 * s.frames, 20000.0)) {
-    const Convolution_shape shape = {2, 2, s.frames, s.taps};
-    const Convolution_route routes[] = {{0, 0, taps_.data(), s.taps},
-                                        {1, 1, taps_.data(), s.taps},
-                                        {0, 1, taps_.data(), s.taps},
-                                        {1, 0, taps_.data(), s.taps}};
-    size_t size = MORVAX_ConvolutionResponseSize_API(&shape, routes, s.routes);
-    response_ = memory(size);
-    MORVAX_ConvolutionResponseCalcu_API(response(), size, &shape, routes, s.routes);
+  /** With a second response to fade to, if `fades`. */
+  explicit Jurn(const Shape& s, bool fades = false)
+      : shape_{2, 2, s.frames, s.taps},
+        taps_(noise<float>(s.taps, 1.0 / s.taps)),
+        block_(noise<short>(2 * s.frames, 20000.0)) {
+    const Convolution_shape& shape = shape_;
+    size_t size = 0;
+    for (int i = 0; i < (fades ? 2 : 1); ++i, taps_[0] += 1.0f) {
+      const Convolution_route routes[] = {{0, 0, taps_.data(), s.taps},
+                                          {1, 1, taps_.data(), s.taps},
+                                          {0, 1, taps_.data(), s.taps},
+                                          {1, 0, taps_.data(), s.taps}};
+      size = MORVAX_ConvolutionResponseSize_API(&shape, routes, s.routes);
+      responses_[i] = memory(size);
+      MORVAX_ConvolutionResponseCalcu_API(response(i), size, &shape, routes, s.routes);
+    }
     size = MORVAX_ConvolutionStreamSize_API(&shape);
     stream_ = memory(size);
     MORVAX_ConvolutionStreamCalcu_API(stream(), size, &shape);
     output_.resize(block_.size());
   }
-  void run() { MORVAX_ConvolutionRun_API(stream(), response(), block_.data(), output_.data()); }
+  void run() {
+    MORVAX_ConvolutionRun_API(stream(), response(playing_), block_.data(), output_.data());
+  }
+  void prepare() { MORVAX_ConvolutionPrepareFade_API(stream(), response(1 - playing_)); }
+  void fade() {
+    MORVAX_ConvolutionFade_API(stream(), response(playing_), response(1 - playing_), block_.data(),
+                               output_.data());
+    playing_ = 1 - playing_;
+  }
+  /** Calls of a step of the longest level. */
+  int step() const {
+    ConvolutionPlan plan;
+    JURN_plan_convolution(&plan, &shape_);
+    return plan.level[plan.levels - 1].calls;
+  }
 
  private:
   using Memory = std::shared_ptr<void>;
   static Memory memory(size_t bytes) {
     return Memory(std::aligned_alloc(64, (bytes + 63) / 64 * 64), std::free);
   }
-  ConvolutionResponse_ID* response() {
-    return static_cast<ConvolutionResponse_ID*>(response_.get());
+  ConvolutionResponse_ID* response(int i) {
+    return static_cast<ConvolutionResponse_ID*>(responses_[i].get());
   }
   ConvolutionStream_ID* stream() { return static_cast<ConvolutionStream_ID*>(stream_.get()); }
 
+  Convolution_shape shape_;
   std::vector<float> taps_;
   std::vector<short> block_, output_;
-  Memory response_, stream_;
+  Memory responses_[2], stream_;
+  int playing_ = 0;
 };
 
 Side jurn(const Shape& shape) {
@@ -180,6 +204,31 @@ void dearest_call(benchmark::State& state, const Shape& shape) {
   state.counters["mean"] = quantile(mean, 0.1);
 }
 
+/** Times every call of five steps: runs alone, a fade in one call at the end of the second, and one
+ * at the end of the fifth that is prepared from within the third on. All rounds meet the same
+ * moments, so a call's time is the least of its rounds. */
+void fade_calls(benchmark::State& state, const Shape& shape) {
+  Jurn filter(shape, true);
+  const int step = filter.step();
+  std::vector<double> times(5 * step, 1e12);
+  while (state.KeepRunning())
+    for (int i = 0; i < 5 * step; ++i) {
+      const bool fades = i == 2 * step - 1 || i == 5 * step - 1;
+      const double start = now_ns();
+      if (fades)
+        filter.fade();
+      else
+        filter.run();
+      if (i > 2 * step && !fades) filter.prepare();
+      times[i] = std::min(times[i], now_ns() - start);
+    }
+  const auto at = [&](int i) { return times.begin() + i; };
+  state.counters["mean"] = std::accumulate(at(0), at(step), 0.0) / step;
+  state.counters["dearest"] = *std::max_element(at(0), at(step));
+  state.counters["one call"] = times[2 * step - 1];
+  state.counters["prepared"] = *std::max_element(at(2 * step), times.end());
+}
+
 template <class Peer>
 void add_dearest(const std::string& name, const Shape& shape) {
   benchmark::RegisterBenchmark(("room dearest/" + shape.name() + "/" + name).c_str(),
@@ -208,6 +257,12 @@ const bool registered = [] {
     add_dearest<Zita>("zita", shape);
 #endif
   }
+  for (const Shape& shape : {Shape{8192, 256, 2}, Shape{48000, 256, 2}, Shape{96000, 256, 4},
+                             Shape{96000, 64, 2}, Shape{480000, 64, 2}, Shape{480000, 256, 2}})
+    benchmark::RegisterBenchmark(("room fades/" + shape.name()).c_str(), [shape](
+                                                                             benchmark::State& s) {
+      fade_calls(s, shape);
+    })->Iterations(101);
   return true;
 }();
 

@@ -303,6 +303,22 @@ def dearest_rooms(f):
     return table(["", "Taps", "Mean, µs", "Dearest, µs", "Dearest / mean"], rows)
 
 
+def room_fades(f):
+    rows = []
+    for g in f.all("room fades/"):
+        _, room, frames = g.split("/")
+        mean = f(g, "mean")
+        rows.append([room, frames, number(mean / 1000)] + [
+            f"{number(f(g, call) / 1000)} ({number(f(g, call) / mean, 1)})"
+            for call in ("dearest", "one call", "prepared")])
+    return ["### Fades of long responses", "",
+            "Calls of `MORVAX_ConvolutionRun_API` in stereo, µs and in brackets runs: an ordinary one,"
+            " the dearest of", "them, a fade in one call, and the dearest call of a fade that"
+            " `MORVAX_ConvolutionPrepareFade_API`", "prepares, each at its worst moment and the least"
+            " of 101 rounds.", ""] + table(
+                ["Taps", "Frames", "Run", "Dearest run", "Fade in one call", "Prepared fade"], rows)
+
+
 def crossover(points):
     """Taps from which the FFT kind is cheaper, between two measured counts, in logarithms."""
     for (n0, t0, f0), (n1, t1, f1) in zip(points, points[1:]):
@@ -452,6 +468,7 @@ def main():
     lines += dearest(f)
     lines += ["", "Convolution without latency:", ""]
     lines += dearest_rooms(f)
+    lines += [""] + room_fades(f)
     lines += ["", "## Costs", "",
               "Tables of kernels (FIR, cascade, direct-form IIR, moving mean) time the kernel alone on"
               " floats, the",

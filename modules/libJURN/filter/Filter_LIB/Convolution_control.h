@@ -278,7 +278,7 @@ JURN_API int MORVAX_ConvolutionPrepareFade_API(ConvolutionStream_ID* mFilter,
  * MORVAX_ConvolutionPrepareFade_API has returned 0 for `next` since the last run, it costs at most
  * two runs. Otherwise it gives the same bits and ends what was being prepared, but computes here
  * what the longer partitions give in up to two of their hops: for long responses and short blocks
- * up to a hundred runs.
+ * more than a hundred runs.
  */
 JURN_API void MORVAX_ConvolutionFade_API(ConvolutionStream_ID* mFilter,
                                          const ConvolutionResponse_ID* previous,
