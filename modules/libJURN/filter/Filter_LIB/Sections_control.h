@@ -61,11 +61,12 @@
  * frames; samples that are not known yet count as 0 until they are. The coefficients belong to the
  * states of the filter in a form whose rounding errors stay small for poles near 1, for double
  * poles and for real ones: the matrix of the step of one sample is {{m, k}, {D/k, m}} with
- * m = -a1/2, D = m^2 - a2 and k = max(sqrt |D|, |1 - |m||), or 1 where that is 0. They are computed
- * from the caller's in pairs of doubles and rounded once. Between sections a signal is scaled by a
- * power of two, which keeps it near the input's level where the gains of a design all lie in its
- * first section. So the bits follow from the sections and the input, and are the same on every CPU
- * and compiler. The error is at most that of the transposed direct form II in double.
+ * m = -a1/2, D = m^2 - a2 and k = max(sqrt |D|, |1 - |m||), or 1 where that is 0, the root by six
+ * steps of Newton's. They are computed from the caller's in pairs of doubles and rounded once.
+ * Between sections a signal is scaled by a power of two, which keeps it near the input's level
+ * where the gains of a design all lie in its first section. So the bits follow from the sections
+ * and the input, and are the same on every CPU and compiler. The error is at most that of the
+ * transposed direct form II in double.
  *
  * Both memories hold no pointers. They may have any alignment of a double, be copied or moved by
  * memcpy between two calls, and be written to a file for the same build; multiples of 64 bytes are
@@ -236,8 +237,8 @@ JURN_API void MORVAX_SectionsRun_API_planar_double(SectionsStream_ID* stream,
  *   M = P Q^-1,   P = A' P A^T + B B^T,   Q = A Q A^T + B B^T
  *
  * with A' and A the next and the previous matrix of the step of one sample and B = (0, 1). With
- * equal denominators M is 1, so a change of the numerators has no transient at all, and a fade to an
- * equal filter gives the same bits as none. Sections that the previous filter does not have, and
+ * equal denominators M is 1, so a change of the numerators has no transient at all, and a fade to
+ * an equal filter gives the same bits as none. Sections that the previous filter does not have, and
  * those where one of the two is not stable, start from 0.
  *
  * @param next a stream that was set up, with as many channels; its past is lost

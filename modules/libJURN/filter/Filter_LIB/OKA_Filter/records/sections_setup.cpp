@@ -3,7 +3,7 @@
 
 #include "sections.h"
 
-#include <math.h>
+#include <stdint.h>
 #include <string.h>
 
 #include "../../../../common/functions.h"
@@ -30,6 +30,34 @@ bool is_finite(double x) {
   return x - x == 0.0;
 }
 
+/* Without the C library, whose sqrt and frexp are its own. */
+
+double magnitude(double x) {
+  return x < 0 ? -x : x;
+}
+
+double power_of_two(int exponent) {
+  const uint64_t bits = static_cast<uint64_t>(exponent + 1023) << 52;
+  double x;
+  memcpy(&x, &bits, sizeof x);
+  return x;
+}
+
+/** The exponent of a positive x that is no denormal: x = 2^exponent times something in [1, 2). */
+int exponent_of(double x) {
+  uint64_t bits;
+  memcpy(&bits, &x, sizeof bits);
+  return static_cast<int>(bits >> 52) - 1023;
+}
+
+/** The square root of x >= 0 within a rounding or two; 0 below 1e-300. */
+double root(double x) {
+  if (x < 1e-300) return 0;
+  double y = power_of_two(exponent_of(x) / 2);
+  for (int i = 0; i < 6; ++i) y = 0.5 * (y + x / y);
+  return y;
+}
+
 struct Section {
   Pair b0, b1, b2, a1, a2;
 };
@@ -49,7 +77,7 @@ class Levels {
     for (int k = 0; k < sections; ++k) {
       const double* const s = sos + k * row;
       const double a1 = s[4] / s[3], a2 = s[5] / s[3];
-      if (a2 > 0 && a1 * a1 < 4 * a2) add_frequency(-a1 / (2 * sqrt(a2)));
+      if (a2 > 0 && a1 * a1 < 4 * a2) add_frequency(-a1 / (2 * root(a2)));
     }
     int before = 0;
     for (int k = 0; k < sections; ++k) {
@@ -79,9 +107,9 @@ class Levels {
       const double* const s = sos_ + k * row;
       gain *= power(s[0] / s[3], s[1] / s[3], s[2] / s[3], cosine) /
               power(1.0, s[4] / s[3], s[5] / s[3], cosine);
-      if (!(gain > 0) || !is_finite(gain)) return;
-      int by;
-      gain = frexp(gain, &by);
+      if (!(gain > 1e-300 && gain < 1e300)) return;
+      const int by = exponent_of(gain);
+      gain *= power_of_two(-by);
       exponent += by;
       if (exponent / 2 > level_[k]) level_[k] = exponent / 2;
     }
@@ -98,8 +126,8 @@ bool write_section(double* out, const Section& s, int before, int behind) {
   const int scale = before - behind;
   const Pair half = pair_of(0.5), one = pair_of(1.0);
   const Pair m = -(s.a1 * half), D = m * m - s.a2;
-  double k = sqrt(fabs(D.high));
-  const double room = fabs(1 - fabs(m.high));
+  double k = root(magnitude(D.high));
+  const double room = magnitude(1 - magnitude(m.high));
   if (k < room) k = room;
   if (k == 0) k = 1;
   const Pair K = pair_of(k), h = D / k;
@@ -112,7 +140,7 @@ bool write_section(double* out, const Section& s, int before, int behind) {
   const Pair e = s.b1 - s.a1 * s.b0, c = (s.b2 - s.a2 * s.b0 + m * e) / k;
   bool all_finite = true;
   const auto write = [&](int index, Pair value, int by) {
-    const double x = ldexp(value.high, by);
+    const double x = value.high * power_of_two(by / 2) * power_of_two(by - by / 2);
     out[index * section_group] = x;
     all_finite = all_finite && is_finite(x);
   };
