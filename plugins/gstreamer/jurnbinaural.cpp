@@ -54,8 +54,8 @@ class BinauralBlocks final : public jurn::Blocks {
         sets_(sets),
         set_(first.release()),
         filter_(std::make_unique<Filterlongfir_ID>()) {
-    filter_->chanel = 1;
-    filter_->filtertype = -6;  // mono to stereo in the time domain
+    filter_->chanel = JURN_MONO;
+    filter_->filtertype = JURN_LONG_MONO_TO_STEREO;
     filter_->blen = filter_->bRlen = set_->set.taps();
     reset();
   }

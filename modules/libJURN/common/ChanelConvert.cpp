@@ -5,7 +5,7 @@
 #include <stddef.h>
 #include <string.h>
 
-#include "functions.h"
+#include "internal.h"
 #include "samples.h"
 
 void MORVAX_ChanelConvert(int innum, int outnum, int len, const short* in1, const short* in2,

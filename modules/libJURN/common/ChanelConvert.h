@@ -66,7 +66,7 @@ JURN_API void MORVAX_SecOrSecMatlab(float* b, float* a, const float* num, const 
  * @code
  *   float b[MWSPT_NSEC * 3], a[MWSPT_NSEC * 3];
  *   const int ns = MORVAX_SecFoldMatlabGains(b, a, NUM[0], DEN[0], MWSPT_NSEC);
- *   MORVAX_FilterCalcu_API_FromMatlabTable(&filter, b, a, 2 * ns, 1);
+ *   MORVAX_FilterCalcu_API_FromMatlabTable(&filter, b, a, 2 * ns, JURN_CASCADE);
  * @endcode
  */
 JURN_API int MORVAX_SecFoldMatlabGains(float* b, float* a, const float* num, const float* den,

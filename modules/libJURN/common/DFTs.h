@@ -1,4 +1,20 @@
-/* Real FFT of power-of-two length, in place, with the spectrum product of fast convolution. */
+/* RealFFT_ID, a real FFT of power-of-two length, in place, with the spectrum product of fast
+ * convolution. A whole program, the circular convolution of two blocks:
+ * @code
+ *   #include <JURN/DFTs.h>
+ *
+ *   static RealFFT_ID fft;  // 160 KiB
+ *
+ *   int main(void) {
+ *     float x[1024] = {0, 1000}, h[1024] = {0, 0, 0.5f}, y[1024];
+ *     if (MORVAX_KLOV_RealFFT_Init(&fft, 1024) != 0) return 1;
+ *     MORVAX_KLOV_RealFFT_Run2(&fft, x, 1024);
+ *     MORVAX_KLOV_RealFFT_Run2(&fft, h, 1024);
+ *     MORVAX_rfftmut2(y, x, h, 1024);
+ *     MORVAX_KLOV_InverseRealFFT_Run2(&fft, y, 1024);
+ *     return !(y[3] > 499.99f && y[3] < 500.01f);  // at unit gain
+ *   }
+ * @endcode */
 #ifndef JURN_DFTS_H
 #define JURN_DFTS_H
 

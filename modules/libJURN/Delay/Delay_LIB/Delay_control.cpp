@@ -5,7 +5,7 @@
 #include <stddef.h>
 #include <string.h>
 
-#include "../../common/functions.h"
+#include "../../common/internal.h"
 
 static_assert(offsetof(Buf16_ID, id) == 211200 && offsetof(Buf16_ID, front) == 211204 &&
                   offsetof(Buf16_ID, rear) == 211208 && sizeof(Buf16_ID) == 211212,

@@ -1,4 +1,19 @@
-/* Int16 FIFO: a fixed ring of samples in one plain record. */
+/* Buf16_ID, an int16 FIFO: a fixed ring of samples in one plain record, for blocks of one length in
+ * and of another out. A whole program:
+ * @code
+ *   #include <JURN/Delay_control.h>
+ *
+ *   static Buf16_ID queue;  // 206 KiB
+ *
+ *   int main(void) {
+ *     short in[480] = {7}, out[256];
+ *     MORVAX_BufresetAPI(&queue);
+ *     MORVAX_putinAPI_loop(&queue, in, 480);
+ *     while (MORVAX_queuehave_API(&queue) >= 256)
+ *       MORVAX_putoutAPI_ForReframe_0_loop(&queue, out, 256);
+ *     return !(out[0] == 7 && MORVAX_queuehave_API(&queue) == 480 - 256);
+ *   }
+ * @endcode */
 #ifndef JURN_DELAY_CONTROL_H
 #define JURN_DELAY_CONTROL_H
 

@@ -1,6 +1,7 @@
 /* Compiles the file that JURN_CLONE_BODY names, by its path from this folder, once per instruction
  * set, each time in a namespace of its own. */
 #include "../functions.h"
+#include "../internal.h"
 #include "clones.h"
 
 #include <string.h>

@@ -9,17 +9,30 @@
  * A stream runs with any response of its own shape, and fades from one to another.
  *
  * Order of use: fill a shape, ask for the sizes, provide the memory, set both up, then run one
- * block per call.
+ * block per call. A whole program, a stereo room of two seconds at 48 kHz:
  * @code
- *   const Convolution_shape shape = {2, 2, 256, 96000};         // stereo, 2 seconds at 48 kHz
- *   const Convolution_route routes[] = {{0, 0, left, 96000}, {1, 1, right, 90000}};
- *   size_t size = MORVAX_ConvolutionResponseSize_API(&shape, routes, 2);
- *   ConvolutionResponse_ID* hall = malloc(size);
- *   if (MORVAX_ConvolutionResponseCalcu_API(hall, size, &shape, routes, 2) != 0) ...
- *   size = MORVAX_ConvolutionStreamSize_API(&shape);
- *   ConvolutionStream_ID* stream = malloc(size);
- *   if (MORVAX_ConvolutionStreamCalcu_API(stream, size, &shape) != 0) ...
- *   for (;;) MORVAX_ConvolutionRun_API(stream, hall, block, block);   // 256 frames, in place
+ *   #include <JURN/Convolution_control.h>
+ *   #include <stdlib.h>
+ *
+ *   static float left[96000], right[90000];  // the taps
+ *
+ *   int main(void) {
+ *     const Convolution_shape shape = {2, 2, 256, 96000};  // inputs, outputs, block, most taps
+ *     const Convolution_route routes[] = {{0, 0, left, 96000}, {1, 1, right, 90000}};
+ *     left[0] = right[0] = 0.5f;
+ *     size_t size = MORVAX_ConvolutionResponseSize_API(&shape, routes, 2);
+ *     ConvolutionResponse_ID* hall = malloc(size);
+ *     if (!hall) return 1;
+ *     if (MORVAX_ConvolutionResponseCalcu_API(hall, size, &shape, routes, 2) != 0) return 1;
+ *     size = MORVAX_ConvolutionStreamSize_API(&shape);
+ *     ConvolutionStream_ID* stream = malloc(size);
+ *     if (!stream || MORVAX_ConvolutionStreamCalcu_API(stream, size, &shape) != 0) return 1;
+ *     short block[2 * 256] = {10000, -10000};
+ *     for (int i = 0; i < 10; ++i)  // in place
+ *       MORVAX_ConvolutionRun_API(stream, hall, block, block);
+ *     free(hall), free(stream);
+ *     return 0;
+ *   }
  * @endcode
  *
  * What a run computes, for every output and frame:
@@ -59,6 +72,9 @@
  *
  * A float sample that is no finite number spoils whole blocks, until it has left the past:
  * shape.taps frames later, and two partitions more.
+ *
+ * Real time: every function is real-time safe but MORVAX_ConvolutionResponseCalcu_API, which takes
+ * long.
  *
  * Both memories hold no pointers. They may have any alignment of a float, be copied or moved by
  * memcpy between two calls, and be written to a file for the same build; multiples of 64 bytes are

@@ -6,7 +6,7 @@
 #ifndef JURN_FEEDBACK_H
 #define JURN_FEEDBACK_H
 
-#include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 
 /** As subtract_feedback, for the usual low orders: all past outputs stay in registers. */
 template <int order, int channels, class Value>

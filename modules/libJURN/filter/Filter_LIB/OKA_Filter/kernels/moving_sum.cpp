@@ -2,7 +2,7 @@
 
 #include "moving_sum.h"
 
-#include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 #include "../../OKA_Filter.h"
 
 #define JURN_CLONE_BODY "../../filter/Filter_LIB/OKA_Filter/kernels/moving_sum.inl"

@@ -9,7 +9,7 @@
 
 #include <string.h>
 
-#include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 #include "convolution_work.h"
 
 namespace {

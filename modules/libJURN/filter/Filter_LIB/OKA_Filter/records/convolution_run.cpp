@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 #include "../../../../common/samples.h"
 #include "convolution_work.h"
 

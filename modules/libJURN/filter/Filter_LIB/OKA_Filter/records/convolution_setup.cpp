@@ -6,7 +6,7 @@
 #include <stdint.h>
 #include <string.h>
 
-#include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 
 static_assert(sizeof(float) == 4 && sizeof(int) == 4 &&
                   alignof(Convolution_response_st) <= alignof(float) &&

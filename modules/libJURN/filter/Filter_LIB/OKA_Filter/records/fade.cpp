@@ -5,7 +5,7 @@
 
 #include <string.h>
 
-#include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 
 namespace {
 

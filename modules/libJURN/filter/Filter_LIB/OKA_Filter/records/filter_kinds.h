@@ -6,7 +6,7 @@
 #include <string.h>
 
 #include "../../../../common/ChanelConvert.h"
-#include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 #include "../../../../common/samples.h"
 #include "../../Filter_control.h"
 #include "../../OKA_Filter.h"

@@ -6,7 +6,7 @@
 #include <stddef.h>
 #include <string.h>
 
-#include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 
 static_assert(offsetof(FilterIOMEMf, memoutput) == 2512 * 4 && sizeof(FilterIOMEMf) == 2512 * 12,
               "FilterIOMEMf has no padding");

@@ -7,7 +7,7 @@
 #include <string.h>
 
 #include "../../../../common/ChanelConvert.h"
-#include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 #include "filter_kinds.h"
 
 static_assert(sizeof(short) == 2 && sizeof(int) == 4 && sizeof(float) == 4 && sizeof(double) == 8,

@@ -7,6 +7,7 @@
 
 #include "../../../../common/fast_convolution.h"
 #include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 #include "../../../../common/samples.h"
 #include "long_fir.h"
 

@@ -4,7 +4,7 @@
 #include "../../Filter_control.h"
 
 #include "../../../../common/ChanelConvert.h"
-#include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 #include "../../OKA_Filter.h"
 #include "filter_kinds.h"
 #include "long_fir.h"

@@ -6,7 +6,7 @@
 #include <stddef.h>
 #include <string.h>
 
-#include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 #include "filter_kinds.h"
 #include "long_fir.h"
 

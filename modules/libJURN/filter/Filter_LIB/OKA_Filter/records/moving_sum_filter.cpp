@@ -6,7 +6,7 @@
 #include <stddef.h>
 #include <string.h>
 
-#include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 #include "../kernels/moving_sum.h"
 
 static_assert(offsetof(shuzhiFilter_ID, memi) == 512 &&

@@ -53,7 +53,7 @@ struct Sections_stream_st {
 static inline const double* JURN_section_coefficients(const struct Sections_filter_st* filter,
                                                       int list) {
   return (const double*)(filter + 1) +
-         (size_t)list * filter->groups * (section_coefficients * section_group);
+         (size_t)list * filter->groups * ((size_t)section_coefficients * section_group);
 }
 
 static inline int JURN_section_groups(int sections) {

@@ -6,7 +6,7 @@
 #include <stdint.h>
 #include <string.h>
 
-#include "../../../../common/functions.h"
+#include "../../../../common/internal.h"
 #include "pair_arithmetic.h"
 
 static_assert(sizeof(double) == 8 && sizeof(int) == 4 &&
