@@ -7,10 +7,10 @@
 
 #include "Convolution_control.h"
 
-using jurn::Blocks;
-using jurn::BlocksState;
+using jurn::gst::Blocks;
+using jurn::gst::BlocksState;
 
-namespace jurn {
+namespace jurn::gst {
 
 struct BlocksState {
   std::mutex mutex;  // of caps and block, which other threads read
@@ -153,7 +153,7 @@ bool get_blocks_property(GObject* object, guint id, GValue* value) {
   }
 }
 
-}  // namespace jurn
+}  // namespace jurn::gst
 
 G_DEFINE_ABSTRACT_TYPE(GstJurnBlocks, gst_jurn_blocks, GST_TYPE_BASE_TRANSFORM)
 
@@ -312,8 +312,8 @@ static void drain(GstJurnBlocks* self, bool with_tail) {
     }
     count(self, bytes, static_cast<std::size_t>(frames));
   };
-  jurn::push_tail(GST_BASE_TRANSFORM(self), rest, state->out_bytes(), state->caps.rate,
-                  &state->next_time, fill);
+  jurn::gst::push_tail(GST_BASE_TRANSFORM(self), rest, state->out_bytes(), state->caps.rate,
+                       &state->next_time, fill);
   forget(state);
 }
 
@@ -367,7 +367,7 @@ static gboolean sink_event(GstBaseTransform* transform, GstEvent* event) {
       drain(self, true);
       break;
     case GST_EVENT_CAPS:
-      if (jurn::changes_caps(transform, event)) drain(self, true);
+      if (jurn::gst::changes_caps(transform, event)) drain(self, true);
       break;
     case GST_EVENT_FLUSH_STOP:
       forget(self->state);
@@ -388,9 +388,9 @@ static gboolean query(GstBaseTransform* transform, GstPadDirection direction, Gs
   GstClockTime least, most;
   gst_query_parse_latency(asked, &live, &least, &most);
   if (self->state->regroups) {
-    const jurn::Caps caps = jurn::current_caps(self);
+    const jurn::gst::Caps caps = jurn::gst::current_caps(self);
     const GstClockTime added =
-        gst_util_uint64_scale_ceil(static_cast<guint64>(jurn::current_block(self)), GST_SECOND,
+        gst_util_uint64_scale_ceil(static_cast<guint64>(jurn::gst::current_block(self)), GST_SECOND,
                                    static_cast<guint64>(std::max(caps.rate, 1)));
     least += added;
     if (GST_CLOCK_TIME_IS_VALID(most)) most += added;
@@ -406,7 +406,7 @@ static gboolean start(GstBaseTransform* transform) {
 
 static gboolean stop(GstBaseTransform* transform) {
   BlocksState* const state = GST_JURN_BLOCKS(transform)->state;
-  jurn::end_stream(GST_JURN_BLOCKS(transform));
+  jurn::gst::end_stream(GST_JURN_BLOCKS(transform));
   state->regroups = false;
   forget(state);
   free_pool(state);

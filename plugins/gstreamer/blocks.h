@@ -12,7 +12,7 @@
 
 #include "element.h"
 
-namespace jurn {
+namespace jurn::gst {
 
 /** A stream of blocks. Its owner is the streaming thread. */
 class Blocks {
@@ -39,7 +39,7 @@ struct Caps {
 
 struct BlocksState;
 
-}  // namespace jurn
+}  // namespace jurn::gst
 
 G_BEGIN_DECLS
 
@@ -58,7 +58,7 @@ G_BEGIN_DECLS
  */
 struct GstJurnBlocks {
   GstBaseTransform parent;
-  jurn::BlocksState* state;
+  jurn::gst::BlocksState* state;
 };
 
 struct GstJurnBlocksClass {
@@ -66,14 +66,15 @@ struct GstJurnBlocksClass {
 
   /** Makes the stream for caps and the length of the first buffer. Throws a sentence for the user.
    */
-  std::unique_ptr<jurn::Blocks> (*make)(GstJurnBlocks* self, const jurn::Caps& caps, int frames);
+  std::unique_ptr<jurn::gst::Blocks> (*make)(GstJurnBlocks* self, const jurn::gst::Caps& caps,
+                                             int frames);
 };
 
 GType gst_jurn_blocks_get_type(void);
 
 G_END_DECLS
 
-namespace jurn {
+namespace jurn::gst {
 
 /** The caps of the running stream; a rate of 0 when there is none. Any thread. */
 Caps current_caps(GstJurnBlocks* self);
@@ -97,4 +98,4 @@ void install_blocks_properties(GObjectClass* object_class);
 bool set_blocks_property(GObject* object, guint id, const GValue* value);
 bool get_blocks_property(GObject* object, guint id, GValue* value);
 
-}  // namespace jurn
+}  // namespace jurn::gst

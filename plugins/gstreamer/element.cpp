@@ -1,6 +1,6 @@
 #include "element.h"
 
-namespace jurn {
+namespace jurn::gst {
 
 void install_statistics(GObjectClass* gobject_class, guint statistics, guint interval) {
   constexpr auto flags = static_cast<GParamFlags>(G_PARAM_READABLE | G_PARAM_STATIC_STRINGS);
@@ -34,4 +34,4 @@ bool changes_caps(GstBaseTransform* transform, GstEvent* event) {
   return changes;
 }
 
-}  // namespace jurn
+}  // namespace jurn::gst

@@ -9,7 +9,7 @@
 
 #include "meter.h"
 
-namespace jurn {
+namespace jurn::gst {
 
 /** Installs the properties `statistics` and `statistics-interval`, with these two numbers. */
 void install_statistics(GObjectClass* gobject_class, guint statistics, guint interval);
@@ -74,4 +74,4 @@ GstFlowReturn push_tail(GstBaseTransform* transform, std::int64_t frames, std::s
   return result;
 }
 
-}  // namespace jurn
+}  // namespace jurn::gst

@@ -12,7 +12,7 @@
 #include "handover.h"
 #include "streams/live_filter.h"
 
-namespace jurn {
+namespace jurn::gst {
 
 /** What is passed to the streaming thread: a filter, and how long it rings on. */
 struct PreparedFilter {
@@ -20,7 +20,7 @@ struct PreparedFilter {
   explicit PreparedFilter(int frames, Arguments&&... arguments)
       : filter(std::forward<Arguments>(arguments)...), tail(frames) {}
 
-  tool::LiveFilter filter;
+  jurn::LiveFilter filter;
   int tail;  // frames
   PreparedFilter* next = nullptr;
 };
@@ -71,7 +71,7 @@ class FadingFilter {
 
  private:
   // No FIR and no mean looks back farther.
-  static constexpr int kPastFrames = tool::kMaxAverage;
+  static constexpr int kPastFrames = jurn::kMaxAverage;
 
   void take_next() {
     if (incoming_) return;
@@ -129,4 +129,4 @@ class FadingFilter {
   std::vector<Sample> faded_;
 };
 
-}  // namespace jurn
+}  // namespace jurn::gst

@@ -12,10 +12,10 @@
 #include "design/roots.h"
 #include "design/stability.h"
 
-namespace jurn {
+namespace jurn::gst {
 namespace {
 
-using tool::FilterDesign;
+using jurn::FilterDesign;
 
 // Frames that a recursive filter rings on: until a full-scale sound is below one LSB, and no longer
 // than this.
@@ -24,7 +24,7 @@ constexpr double kLongestTail = 10.0;  // seconds
 int tail_of(const FilterDesign& design, int rate) {
   if (design.kind == FilterDesign::kFir) return static_cast<int>(design.b.size()) - 1;
   double radius = 0.0;
-  for (const auto& pole : tool::roots_of(design, design.a))
+  for (const auto& pole : jurn::roots_of(design, design.a))
     radius = std::max(radius, std::abs(pole));
   const double longest = kLongestTail * rate;
   if (radius >= 1.0) return static_cast<int>(longest);
@@ -38,12 +38,12 @@ FilterDesign::Kind kind_of(Kind kind) {
                               : FilterDesign::kSections;
 }
 
-tool::ReadOptions options_for(FilterDesign::Kind kind, const Stream& stream) {
-  tool::ReadOptions options{kind, {}, tool::Format::kByContent, {}, stream.rate};
-  options.limit = kind == FilterDesign::kFir   ? tool::fir_limit()
-                  : kind == FilterDesign::kIir ? tool::iir_limit()
-                                               : tool::section_limit();
-  if (kind != FilterDesign::kSections && stream.precision == tool::Precision::kDouble)
+jurn::ReadOptions options_for(FilterDesign::Kind kind, const Stream& stream) {
+  jurn::ReadOptions options{kind, {}, jurn::Format::kByContent, {}, stream.rate};
+  options.limit = kind == FilterDesign::kFir   ? jurn::fir_limit()
+                  : kind == FilterDesign::kIir ? jurn::iir_limit()
+                                               : jurn::section_limit();
+  if (kind != FilterDesign::kSections && stream.precision == jurn::Precision::kDouble)
     options.limit = {JURN_FLOAT_COEFFICIENTS,
                      std::to_string(JURN_FLOAT_COEFFICIENTS) +
                          " coefficients, the limit for float samples; 16-bit samples take " +
@@ -139,7 +139,7 @@ void FilterSource::get_coefficients(GValue* result) const {
 FilterDesign FilterSource::read(const Stream& stream) const {
   if (source_ == Source::kCoefficients) {
     FilterDesign design = design_of_arrays(arrays_, kind);
-    tool::check_limit("coefficients", design, options_for(design.kind, stream).limit);
+    jurn::check_limit("coefficients", design, options_for(design.kind, stream).limit);
     return design;
   }
   if (source_ == Source::kEqualiser) {
@@ -151,17 +151,17 @@ FilterDesign FilterSource::read(const Stream& stream) const {
         filters.back() += c;
     const auto is_empty = [](const std::string& f) { return f.find_first_not_of(" \t") == f.npos; };
     filters.erase(std::remove_if(filters.begin(), filters.end(), is_empty), filters.end());
-    const FilterDesign design = tool::parse_equaliser_words(filters, stream.rate);
-    tool::check_limit("equaliser", design, options_for(design.kind, stream).limit);
+    const FilterDesign design = jurn::parse_equaliser_words(filters, stream.rate);
+    jurn::check_limit("equaliser", design, options_for(design.kind, stream).limit);
     return design;
   }
-  if (kind != Kind::kAutomatic) return tool::load_design(path_, options_for(kind_of(kind), stream));
+  if (kind != Kind::kAutomatic) return jurn::load_design(path_, options_for(kind_of(kind), stream));
   // What the file holds shows in what it can be read as; the first reading's error is the one to
   // tell when nothing fits.
   std::string problem;
   for (const auto tried : {FilterDesign::kSections, FilterDesign::kIir, FilterDesign::kFir}) {
     try {
-      return tool::load_design(path_, options_for(tried, stream));
+      return jurn::load_design(path_, options_for(tried, stream));
     } catch (const std::exception& error) {
       problem = error.what();
     }
@@ -172,7 +172,7 @@ FilterDesign FilterSource::read(const Stream& stream) const {
 std::unique_ptr<PreparedFilter> FilterSource::prepare(const Stream& stream,
                                                       std::vector<std::string>* warnings) const {
   if (kind == Kind::kAverage) {
-    if (stream.precision == tool::Precision::kDouble)
+    if (stream.precision == jurn::Precision::kDouble)
       throw std::runtime_error("kind=average takes 16-bit samples: audio/x-raw,format=S16LE");
     return std::make_unique<PreparedFilter>(length - 1, length, stream.channels);
   }
@@ -181,17 +181,17 @@ std::unique_ptr<PreparedFilter> FilterSource::prepare(const Stream& stream,
   const auto warn = [&](const std::string& text) {
     if (!text.empty()) warnings->push_back(text);
   };
-  warn(tool::check_stability(name, std::nullopt, &design));
+  warn(jurn::check_stability(name, std::nullopt, &design));
   const double gain = std::pow(10.0, gain_db / 20.0);
-  warn(tool::check_peak(name, design, gain));
-  tool::scale(&design, gain);
-  tool::PrepareOptions options;
+  warn(jurn::check_peak(name, design, gain));
+  jurn::scale(&design, gain);
+  jurn::PrepareOptions options;
   options.precision = stream.precision;
-  const tool::Prepared prepared = tool::prepare(design, options);
-  for (const tool::Notice& notice : prepared.notices)
+  const jurn::Prepared prepared = jurn::prepare(design, options);
+  for (const jurn::Notice& notice : prepared.notices)
     if (notice.is_warning()) warn(name + ": " + notice.text);
   return std::make_unique<PreparedFilter>(tail_of(prepared.design, stream.rate), prepared.design,
                                           stream.precision, stream.channels);
 }
 
-}  // namespace jurn
+}  // namespace jurn::gst

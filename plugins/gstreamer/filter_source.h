@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "coefficients/filter_design.h"
+#include "design/filter_design.h"
 #include "fading_filter.h"
 
-namespace jurn {
+namespace jurn::gst {
 
 enum class Kind { kAutomatic, kFir, kIir, kSections, kAverage };
 
@@ -18,7 +18,7 @@ enum class Kind { kAutomatic, kFir, kIir, kSections, kAverage };
 struct Stream {
   int rate = 0;
   int channels = 0;
-  tool::Precision precision = tool::Precision::kInt16;
+  jurn::Precision precision = jurn::Precision::kInt16;
 };
 
 /**
@@ -53,11 +53,11 @@ class FilterSource {
 
   FilterSource(Kind k, double gain, int samples) : kind(k), gain_db(gain), length(samples) {}
 
-  tool::FilterDesign read(const Stream& stream) const;
+  jurn::FilterDesign read(const Stream& stream) const;
 
   Source source_ = Source::kNone;
   std::string path_, lines_;
   std::vector<std::vector<double>> arrays_;
 };
 
-}  // namespace jurn
+}  // namespace jurn::gst

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <memory>
 
-namespace jurn {
+namespace jurn::gst {
 
 /**
  * Passes objects to the streaming thread. It frees none: what it no longer needs it gives back, and
@@ -53,4 +53,4 @@ class Handover {
   std::atomic<T*> returned_{nullptr};  // a stack, linked by `next`
 };
 
-}  // namespace jurn
+}  // namespace jurn::gst

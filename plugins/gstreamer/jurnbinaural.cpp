@@ -18,7 +18,7 @@
 #include "handover.h"
 #include "impulse_responses/hrtf_set.h"
 
-using jurn::Caps;
+using jurn::gst::Caps;
 
 namespace {
 
@@ -37,14 +37,14 @@ struct Place {
 /** A set of responses that is passed to the streaming thread. */
 struct PreparedSet {
   PreparedSet(const std::string& path, int rate) : set(path, rate) {}
-  tool::HrtfSet set;
+  jurn::HrtfSet set;
   PreparedSet* next = nullptr;
 };
 
-using SetHandover = jurn::Handover<PreparedSet>;
+using SetHandover = jurn::gst::Handover<PreparedSet>;
 
 /** The long filter in the time domain, which fades within exactly one block. */
-class BinauralBlocks final : public jurn::Blocks {
+class BinauralBlocks final : public jurn::gst::Blocks {
  public:
   BinauralBlocks(GstElement* element, const Place* place, SetHandover* sets,
                  std::unique_ptr<PreparedSet> first, int frames)
@@ -127,25 +127,25 @@ struct GstJurnBinauralClass {
 G_DEFINE_TYPE(GstJurnBinaural, gst_jurn_binaural, GST_TYPE_JURN_BLOCKS)
 GST_ELEMENT_REGISTER_DEFINE(jurnbinaural, "jurnbinaural", GST_RANK_NONE, GST_TYPE_JURN_BINAURAL)
 
-static std::unique_ptr<jurn::Blocks> make(GstJurnBlocks* base, const Caps& caps, int frames) {
+static std::unique_ptr<jurn::gst::Blocks> make(GstJurnBlocks* base, const Caps& caps, int frames) {
   State* const state = reinterpret_cast<GstJurnBinaural*>(base)->state;
   const std::lock_guard<std::mutex> lock(state->mutex);
   if (state->sofa.empty())
     throw std::runtime_error("no set of responses is installed; name one by the property sofa");
   return std::make_unique<BinauralBlocks>(GST_ELEMENT(base), &state->place, &state->sets,
                                           std::make_unique<PreparedSet>(state->sofa, caps.rate),
-                                          jurn::block_for(base, frames, JURN_BLOCK));
+                                          jurn::gst::block_for(base, frames, JURN_BLOCK));
 }
 
 static GstCaps* transform_caps(GstBaseTransform*, GstPadDirection direction, GstCaps* caps,
                                GstCaps* filter) {
-  return direction == GST_PAD_SINK ? jurn::with_channels(caps, filter, 2, GST_PAD_SRC)
-                                   : jurn::with_channels(caps, filter, 1, GST_PAD_SINK);
+  return direction == GST_PAD_SINK ? jurn::gst::with_channels(caps, filter, 2, GST_PAD_SRC)
+                                   : jurn::gst::with_channels(caps, filter, 1, GST_PAD_SINK);
 }
 
 static void set_sofa(GstJurnBinaural* self, const char* path) {
   std::vector<std::string> warnings;
-  const int rate = jurn::current_caps(&self->parent).rate;
+  const int rate = jurn::gst::current_caps(&self->parent).rate;
   {
     const std::lock_guard<std::mutex> lock(self->state->mutex);
     const std::string next = path ? path : "";
@@ -156,7 +156,7 @@ static void set_sofa(GstJurnBinaural* self, const char* path) {
       warnings = {error.what()};
     }
   }
-  jurn::post_warnings(GST_ELEMENT(self), warnings);
+  jurn::gst::post_warnings(GST_ELEMENT(self), warnings);
 }
 
 static void set_property(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
@@ -175,7 +175,7 @@ static void set_property(GObject* object, guint id, const GValue* value, GParamS
       place->gain_db = g_value_get_double(value);
       return;
     default:
-      if (!jurn::set_blocks_property(object, id, value))
+      if (!jurn::gst::set_blocks_property(object, id, value))
         G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
   }
 }
@@ -194,14 +194,14 @@ static void get_property(GObject* object, guint id, GValue* value, GParamSpec* s
     case kGain:
       return g_value_set_double(value, state->place.gain_db);
     default:
-      if (!jurn::get_blocks_property(object, id, value))
+      if (!jurn::gst::get_blocks_property(object, id, value))
         G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
   }
 }
 
 static void finalize(GObject* object) {
   // The stream gives its set back to the state.
-  jurn::end_stream(GST_JURN_BLOCKS(object));
+  jurn::gst::end_stream(GST_JURN_BLOCKS(object));
   delete reinterpret_cast<GstJurnBinaural*>(object)->state;
   G_OBJECT_CLASS(gst_jurn_binaural_parent_class)->finalize(object);
 }
@@ -230,13 +230,13 @@ static void gst_jurn_binaural_class_init(GstJurnBinauralClass* klass) {
                                           -90.0, 90.0, 0.0, controllable));
   install(kGain,
           g_param_spec_double("gain", "Gain", "Gain in dB", -200.0, 200.0, 0.0, controllable));
-  jurn::install_blocks_properties(object_class);
+  jurn::gst::install_blocks_properties(object_class);
 
   GstElementClass* const element_class = GST_ELEMENT_CLASS(klass);
   gst_element_class_set_static_metadata(element_class, "JURN binaural", "Filter/Effect/Audio",
                                         "Places a mono source around a listener with headphones",
                                         "the JURN authors");
-  jurn::add_pad_templates(element_class, kSinkCaps, kSourceCaps);
+  jurn::gst::add_pad_templates(element_class, kSinkCaps, kSourceCaps);
   GST_BASE_TRANSFORM_CLASS(klass)->transform_caps = transform_caps;
   GST_JURN_BLOCKS_CLASS(klass)->make = make;
 }

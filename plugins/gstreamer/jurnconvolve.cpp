@@ -16,9 +16,10 @@
 #include <utility>
 
 #include "handover.h"
+#include "impulse_responses/routes.h"
 #include "streams/convolve.h"
 
-using jurn::Caps;
+using jurn::gst::Caps;
 
 namespace {
 
@@ -39,20 +40,20 @@ using Pairs = std::vector<std::pair<int, int>>;
 
 /** A response and a silent stream for it. */
 struct PreparedConvolution {
-  PreparedConvolution(const Convolution_shape& s, const tool::Routing& routing)
+  PreparedConvolution(const Convolution_shape& s, const jurn::Routing& routing)
       : shape(s),
         response(s, routing),
-        stream(std::make_unique<tool::ConvolutionStream>(s)),
+        stream(std::make_unique<jurn::ConvolutionStream>(s)),
         taps(routing.longest()) {}
 
   Convolution_shape shape;
-  tool::ConvolutionResponse response;
-  std::unique_ptr<tool::ConvolutionStream> stream;
+  jurn::ConvolutionResponse response;
+  std::unique_ptr<jurn::ConvolutionStream> stream;
   int taps;
   PreparedConvolution* next = nullptr;
 };
 
-using ConvolutionHandover = jurn::Handover<PreparedConvolution>;
+using ConvolutionHandover = jurn::gst::Handover<PreparedConvolution>;
 
 /** Taps that a stream has room for, so that most other responses need no other stream. */
 int capacity(int taps) {
@@ -78,7 +79,7 @@ void fade(const PreparedConvolution& from, const PreparedConvolution& to, const 
 }
 
 template <typename Sample>
-class ConvolveBlocks final : public jurn::Blocks {
+class ConvolveBlocks final : public jurn::gst::Blocks {
  public:
   ConvolveBlocks(ConvolutionHandover* handover, std::unique_ptr<PreparedConvolution> first)
       : Blocks(first->shape.inputs, first->shape.outputs, first->shape.block),
@@ -162,30 +163,30 @@ static std::unique_ptr<PreparedConvolution> prepare(const Settings& settings, co
   const bool by_routes = !settings.routes.empty();
   const std::string& name = by_routes ? settings.routes : settings.location;
   if (name.empty()) throw std::runtime_error("no impulse response: set location or routes");
-  tool::ImpulseResponseOptions options;
+  jurn::ImpulseResponseOptions options;
   options.resample = settings.resample;
   options.max_taps = JURN_CONVOLUTION_TAPS;
   options.limit = "at most " + std::to_string(JURN_CONVOLUTION_TAPS) + " are supported";
-  tool::Routing routing =
-      by_routes ? tool::read_routes(name, caps.rate, options)
-                : tool::connect(tool::read_impulse_response({name}, caps.rate, options),
-                                tool::Wiring::kAutomatic, caps.inputs, name);
+  jurn::Routing routing =
+      by_routes ? jurn::read_routes(name, caps.rate, options)
+                : jurn::connect(jurn::read_impulse_response({name}, caps.rate, options),
+                                jurn::Wiring::kAutomatic, caps.inputs, name);
   if (routing.inputs != caps.inputs || routing.outputs != caps.outputs)
     throw std::runtime_error(name + ": connects " + std::to_string(routing.inputs) + " to " +
                              std::to_string(routing.outputs) + " channels, and the stream has " +
                              std::to_string(caps.inputs) + " and " + std::to_string(caps.outputs));
-  if (settings.normalise) tool::normalise(&routing, name);
-  tool::scale(&routing, std::pow(10.0, settings.gain_db / 20.0));
+  if (settings.normalise) jurn::normalise(&routing, name);
+  jurn::scale(&routing, std::pow(10.0, settings.gain_db / 20.0));
   const Convolution_shape shape{caps.inputs, caps.outputs, block, capacity(routing.longest())};
   return std::make_unique<PreparedConvolution>(shape, routing);
 }
 
-static std::unique_ptr<jurn::Blocks> make(GstJurnBlocks* base, const Caps& caps, int frames) {
+static std::unique_ptr<jurn::gst::Blocks> make(GstJurnBlocks* base, const Caps& caps, int frames) {
   State* const state = reinterpret_cast<GstJurnConvolve*>(base)->state;
   const std::lock_guard<std::mutex> lock(state->mutex);
   if (!state->problem.empty()) throw std::runtime_error(state->problem);
   auto first =
-      prepare(state->settings, caps, jurn::block_for(base, frames, JURN_CONVOLUTION_BLOCK));
+      prepare(state->settings, caps, jurn::gst::block_for(base, frames, JURN_CONVOLUTION_BLOCK));
   if (caps.is_float)
     return std::make_unique<ConvolveBlocks<float>>(&state->handover, std::move(first));
   return std::make_unique<ConvolveBlocks<short>>(&state->handover, std::move(first));
@@ -197,8 +198,8 @@ template <typename Change>
 static void change_settings(GstJurnConvolve* self, Change change) {
   State* const state = self->state;
   std::vector<std::string> warnings;
-  const Caps caps = jurn::current_caps(&self->parent);
-  const int block = jurn::current_block(&self->parent);
+  const Caps caps = jurn::gst::current_caps(&self->parent);
+  const int block = jurn::gst::current_block(&self->parent);
   {
     const std::lock_guard<std::mutex> lock(state->mutex);
     Settings changed = state->settings;
@@ -206,9 +207,9 @@ static void change_settings(GstJurnConvolve* self, Change change) {
       change(&changed);
       Pairs pairs;
       if (!changed.routes.empty())
-        pairs = {tool::count_routes(changed.routes)};
+        pairs = {jurn::count_routes(changed.routes)};
       else if (!changed.location.empty())
-        pairs = pairs_of(tool::count_channels(changed.location));
+        pairs = pairs_of(jurn::count_channels(changed.location));
       if (block) state->handover.offer(prepare(changed, caps, block));
       state->settings = std::move(changed);
       state->pairs = std::move(pairs);
@@ -218,7 +219,7 @@ static void change_settings(GstJurnConvolve* self, Change change) {
       warnings = {error.what()};
     }
   }
-  jurn::post_warnings(GST_ELEMENT(self), warnings);
+  jurn::gst::post_warnings(GST_ELEMENT(self), warnings);
 }
 
 static GstCaps* transform_caps(GstBaseTransform* transform, GstPadDirection direction,
@@ -244,9 +245,9 @@ static GstCaps* transform_caps(GstBaseTransform* transform, GstPadDirection dire
                       filter ? gst_caps_intersect_full(filter, possible, GST_CAPS_INTERSECT_FIRST)
                              : gst_caps_ref(possible));
     else
-      gst_caps_append(result,
-                      jurn::with_channels(possible, filter, to,
-                                          direction == GST_PAD_SINK ? GST_PAD_SRC : GST_PAD_SINK));
+      gst_caps_append(
+          result, jurn::gst::with_channels(possible, filter, to,
+                                           direction == GST_PAD_SINK ? GST_PAD_SRC : GST_PAD_SINK));
     gst_caps_unref(possible);
     gst_caps_unref(wanted);
   }
@@ -271,14 +272,14 @@ static void set_property(GObject* object, guint id, const GValue* value, GParamS
     case kResample:
       return change_settings(self, [&](Settings* s) { s->resample = g_value_get_boolean(value); });
     default:
-      if (!jurn::set_blocks_property(object, id, value))
+      if (!jurn::gst::set_blocks_property(object, id, value))
         G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
   }
 }
 
 static void get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
   State* const state = reinterpret_cast<GstJurnConvolve*>(object)->state;
-  if (jurn::get_blocks_property(object, id, value)) return;
+  if (jurn::gst::get_blocks_property(object, id, value)) return;
   const std::lock_guard<std::mutex> lock(state->mutex);
   switch (id) {
     case kLocation:
@@ -298,7 +299,7 @@ static void get_property(GObject* object, guint id, GValue* value, GParamSpec* s
 
 static void finalize(GObject* object) {
   // The stream gives its response back to the state.
-  jurn::end_stream(GST_JURN_BLOCKS(object));
+  jurn::gst::end_stream(GST_JURN_BLOCKS(object));
   delete reinterpret_cast<GstJurnConvolve*>(object)->state;
   G_OBJECT_CLASS(gst_jurn_convolve_parent_class)->finalize(object);
 }
@@ -336,13 +337,13 @@ static void gst_jurn_convolve_class_init(GstJurnConvolveClass* klass) {
           g_param_spec_boolean("resample", "Resample",
                                "Convert an impulse response at another rate than the stream's",
                                FALSE, flags));
-  jurn::install_blocks_properties(object_class);
+  jurn::gst::install_blocks_properties(object_class);
 
   GstElementClass* const element_class = GST_ELEMENT_CLASS(klass);
   gst_element_class_set_static_metadata(
       element_class, "JURN convolution", "Filter/Effect/Audio",
       "Convolves with impulse responses of any length without latency", "the JURN authors");
-  jurn::add_pad_templates(element_class, kCaps, kCaps);
+  jurn::gst::add_pad_templates(element_class, kCaps, kCaps);
   GST_BASE_TRANSFORM_CLASS(klass)->transform_caps = transform_caps;
   GST_JURN_BLOCKS_CLASS(klass)->make = make;
 }

@@ -21,11 +21,11 @@
 #include "element.h"
 #include "filter_source.h"
 
-using jurn::FadingFilter;
-using jurn::FilterSource;
-using jurn::Handover;
-using jurn::Kind;
-using jurn::PreparedFilter;
+using jurn::gst::FadingFilter;
+using jurn::gst::FilterSource;
+using jurn::gst::Handover;
+using jurn::gst::Kind;
+using jurn::gst::PreparedFilter;
 
 namespace {
 
@@ -61,10 +61,10 @@ GType kind_type() {
 
 /** Everything that the streaming thread owns. */
 struct Running {
-  explicit Running(Handover<PreparedFilter>* handover, const jurn::Stream& s)
+  explicit Running(Handover<PreparedFilter>* handover, const jurn::gst::Stream& s)
       : stream(s), int16(handover, s.channels), floats(handover, s.channels) {}
 
-  jurn::Stream stream;
+  jurn::gst::Stream stream;
   FadingFilter<short> int16;
   FadingFilter<float> floats;
 
@@ -76,7 +76,7 @@ struct Running {
     floats.process(samples, frames);
     for (std::size_t i = 0; i < values; ++i) samples[i] *= 1.0f / 32768.0f;
   }
-  bool is_float() const { return stream.precision == tool::Precision::kDouble; }
+  bool is_float() const { return stream.precision == jurn::Precision::kDouble; }
   int tail() const { return is_float() ? floats.tail() : int16.tail(); }
   void reset() {
     int16.reset();
@@ -93,12 +93,12 @@ struct State {
   // Between the threads that set properties and the one that negotiates.
   std::mutex mutex;
   FilterSource source;
-  jurn::Stream stream;  // a rate of 0 before the caps are known
-  std::string problem;  // of a property that was set before there was a stream
+  jurn::gst::Stream stream;  // a rate of 0 before the caps are known
+  std::string problem;       // of a property that was set before there was a stream
 
   Handover<PreparedFilter> handover;
   std::atomic<bool> keeps_tail{true};
-  jurn::Statistics statistics;
+  jurn::gst::Statistics statistics;
 
   // The streaming thread's own.
   std::unique_ptr<Running> running;
@@ -135,7 +135,7 @@ static void change_source(GstJurnFilter* self, Change change) {
       warnings = {error.what()};
     }
   }
-  jurn::post_warnings(GST_ELEMENT(self), warnings);
+  jurn::gst::post_warnings(GST_ELEMENT(self), warnings);
 }
 
 static void set_property(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
@@ -203,7 +203,7 @@ static gboolean setup(GstAudioFilter* filter, const GstAudioInfo* info) {
     const std::lock_guard<std::mutex> lock(self->state->mutex);
     const bool is_float = GST_AUDIO_INFO_FORMAT(info) == GST_AUDIO_FORMAT_F32;
     self->state->stream = {GST_AUDIO_INFO_RATE(info), GST_AUDIO_INFO_CHANNELS(info),
-                           is_float ? tool::Precision::kDouble : tool::Precision::kInt16};
+                           is_float ? jurn::Precision::kDouble : jurn::Precision::kInt16};
     problem = self->state->problem;
     if (problem.empty() && self->state->source.is_empty())
       problem = "no filter: set location, coefficients, equaliser, or kind=average and length";
@@ -215,7 +215,7 @@ static gboolean setup(GstAudioFilter* filter, const GstAudioInfo* info) {
       problem = error.what();
     }
   }
-  jurn::post_warnings(GST_ELEMENT(self), warnings);
+  jurn::gst::post_warnings(GST_ELEMENT(self), warnings);
   if (problem.empty()) return TRUE;
   GST_ELEMENT_ERROR(self, LIBRARY, SETTINGS, ("%s", problem.c_str()), (nullptr));
   return FALSE;
@@ -277,7 +277,7 @@ static void forget(GstJurnFilter* self) {
 static void drain(GstJurnFilter* self) {
   State* const state = self->state;
   if (!state->running || !state->started) return;
-  const jurn::Stream& stream = state->running->stream;
+  const jurn::gst::Stream& stream = state->running->stream;
   const std::size_t frame_bytes = static_cast<std::size_t>(stream.channels) *
                                   (state->running->is_float() ? sizeof(float) : sizeof(short));
   const auto fill = [&](guint8* bytes, int frames) {
@@ -285,8 +285,8 @@ static void drain(GstJurnFilter* self) {
     process_bytes(self, bytes, static_cast<std::size_t>(frames) * frame_bytes);
   };
   if (state->keeps_tail)
-    jurn::push_tail(GST_BASE_TRANSFORM(self), state->running->tail(), frame_bytes, stream.rate,
-                    &state->next_time, fill);
+    jurn::gst::push_tail(GST_BASE_TRANSFORM(self), state->running->tail(), frame_bytes, stream.rate,
+                         &state->next_time, fill);
   forget(self);
 }
 
@@ -297,7 +297,7 @@ static gboolean sink_event(GstBaseTransform* transform, GstEvent* event) {
       drain(self);
       break;
     case GST_EVENT_CAPS:
-      if (jurn::changes_caps(transform, event)) drain(self);
+      if (jurn::gst::changes_caps(transform, event)) drain(self);
       break;
     case GST_EVENT_FLUSH_STOP:
       forget(self);
@@ -354,12 +354,12 @@ static void gst_jurn_filter_class_init(GstJurnFilterClass* klass) {
   install(kGain, g_param_spec_double("gain", "Gain", "Gain of the filter in dB", -200.0, 200.0, 0.0,
                                      flags));
   install(kLength, g_param_spec_int("length", "Length", "Samples of the mean, with kind=average", 1,
-                                    tool::kMaxAverage, 1, flags));
+                                    jurn::kMaxAverage, 1, flags));
   install(kTail, g_param_spec_boolean("tail", "Tail",
                                       "Whether the stream ends when the filter has rung out, not "
                                       "with its input",
                                       TRUE, flags));
-  jurn::install_statistics(object_class, kStatistics, kStatisticsInterval);
+  jurn::gst::install_statistics(object_class, kStatistics, kStatisticsInterval);
 
   GstElementClass* const element_class = GST_ELEMENT_CLASS(klass);
   gst_element_class_set_static_metadata(

@@ -8,7 +8,7 @@
 #include <cmath>
 #include <cstddef>
 
-namespace jurn {
+namespace jurn::gst {
 
 /** Counts on the streaming thread, read by any. */
 class Meter {
@@ -60,4 +60,4 @@ class Meter {
   std::atomic<guint64> frames_{0};
 };
 
-}  // namespace jurn
+}  // namespace jurn::gst

@@ -9,29 +9,29 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
-  const tool::Format formats[] = {tool::Format::kByContent, tool::Format::kNumbers,
-                                  tool::Format::kNumPy,     tool::Format::kHeader,
-                                  tool::Format::kBiquads,   tool::Format::kEqualiser};
-  tool::ReadOptions options;
-  options.wanted = static_cast<tool::FilterDesign::Kind>(data[0] % 3);
+  const jurn::Format formats[] = {jurn::Format::kByContent, jurn::Format::kNumbers,
+                                  jurn::Format::kNumPy,     jurn::Format::kHeader,
+                                  jurn::Format::kBiquads,   jurn::Format::kEqualiser};
+  jurn::ReadOptions options;
+  options.wanted = static_cast<jurn::FilterDesign::Kind>(data[0] % 3);
   options.limit = {20, "20, the limit of this test"};
   options.format = formats[data[1] % std::size(formats)];
   options.rate = data[0] & 128 ? 48000 : 0;
   if (data[0] & 64) options.variables = {"b", "a"};
   const std::string path = "name";
   try {
-    const tool::FilterDesign design =
-        tool::parse_design(path, {reinterpret_cast<const char*>(data) + 2, size - 2}, options);
+    const jurn::FilterDesign design =
+        jurn::parse_design(path, {reinterpret_cast<const char*>(data) + 2, size - 2}, options);
     const size_t most =
-        (design.kind == tool::FilterDesign::kSections ? 3 : 1) * options.limit.count;
+        (design.kind == jurn::FilterDesign::kSections ? 3 : 1) * options.limit.count;
     require(!design.b.empty() && design.b.size() <= most && design.a.size() <= most,
             "the design keeps the limit");
     for (const auto* values : {&design.b, &design.a})
       for (double x : *values)
         require(std::fabs(x) <= std::numeric_limits<float>::max(), "a float holds every value");
-    require(design.a.empty() == (design.kind == tool::FilterDesign::kFir), "only FIRs lack an a");
+    require(design.a.empty() == (design.kind == jurn::FilterDesign::kFir), "only FIRs lack an a");
     if (!design.a.empty()) require(design.a[0] == 1.0, "the denominator starts with 1");
-  } catch (const tool::Error& error) {
+  } catch (const jurn::Error& error) {
     const std::string message = error.what();
     require(message.compare(0, path.size(), path) == 0, "the message starts with the file's name");
     for (char c : message) require(c >= ' ' && c <= '~', "the message is one printable line");

@@ -18,7 +18,7 @@
 
 namespace {
 
-using namespace tool;
+using namespace jurn;
 
 /** What the command line asks for: filters in series, or something else to run. */
 struct Request {

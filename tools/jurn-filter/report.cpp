@@ -9,7 +9,7 @@
 
 #include "units.h"
 
-namespace tool {
+namespace jurn {
 namespace {
 
 thread_local std::vector<std::string>* kept_lines = nullptr;
@@ -166,4 +166,4 @@ void print(const Summary& summary, bool as_json) {
   as_json ? print_json(summary, out) : print_text(summary, out);
 }
 
-}  // namespace tool
+}  // namespace jurn

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "errors.h"
-#include "streams/run.h"
+#include "recordings/run.h"
 
-namespace tool {
+namespace jurn {
 
 int exit_code(ErrorKind kind);
 
@@ -58,4 +58,4 @@ struct LevelSummary {
 void print(const Summary& summary, bool as_json);
 void print(const LevelSummary& summary, bool as_json);
 
-}  // namespace tool
+}  // namespace jurn

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 
-namespace tool {
+namespace jurn {
 namespace {
 
 constexpr std::size_t kLongestName = 36;
@@ -44,4 +44,4 @@ std::string csv_field(const std::string& text) {
   return quoted + "\"";
 }
 
-}  // namespace tool
+}  // namespace jurn

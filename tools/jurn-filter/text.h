@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace tool {
+namespace jurn {
 
 /** Appends formatted text. */
 [[gnu::format(printf, 2, 3)]] void append(std::string* text, const char* format, ...);
@@ -14,4 +14,4 @@ std::string short_name(const std::string& path);
 /** A text as a field of a CSV file. */
 std::string csv_field(const std::string& text);
 
-}  // namespace tool
+}  // namespace jurn

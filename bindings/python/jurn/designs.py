@@ -13,7 +13,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core, _running
 from ._arrays import Channels, Coefficients, JurnWarning, numbers, real
 
-KINDS = ("fir", "iir", "sos")  # in the order of the library's toolkit
+KINDS = ("fir", "iir", "sos")  # in the order of the engine's kinds
 
 # What the filters for int16 take. A longer recursive filter would be analysed for minutes.
 _COEFFICIENTS = 1250

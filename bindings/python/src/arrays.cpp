@@ -5,7 +5,7 @@
 #include <limits>
 #include <new>
 
-namespace jurn {
+namespace jurn::python {
 namespace {
 
 using py::detail::array_proxy;
@@ -200,4 +200,4 @@ void store(const std::vector<double>& from, float* to, const char* name) {
   }
 }
 
-}  // namespace jurn
+}  // namespace jurn::python

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace jurn {
+namespace jurn::python {
 
 namespace py = pybind11;
 
@@ -85,4 +85,4 @@ py::array view(py::handle owner, const T* data, std::vector<py::ssize_t> shape,
   return array;
 }
 
-}  // namespace jurn
+}  // namespace jurn::python

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-namespace jurn {
+namespace jurn::python {
 
 /** The text of a function with its signature before it, where Python's inspect looks for one. */
 inline std::string signed_doc(const char* signature, const char* text) {
@@ -31,6 +31,6 @@ void add_streams(pybind11::module_* m);
 void add_moving_sum(pybind11::module_* m);
 void add_float_filter(pybind11::module_* m);
 void add_convolution(pybind11::module_* m);
-void add_toolkit(pybind11::module_* m);
+void add_files(pybind11::module_* m);
 
-}  // namespace jurn
+}  // namespace jurn::python

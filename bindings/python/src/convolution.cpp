@@ -6,7 +6,7 @@
 #include "bindings.h"
 #include "convolution_stream.h"
 
-namespace jurn {
+namespace jurn::python {
 
 using py::arg;
 
@@ -135,4 +135,4 @@ data : bytes
       "latency", [](const Convolution&) { return 0; }, "Frames by which the output is late: none.");
 }
 
-}  // namespace jurn
+}  // namespace jurn::python

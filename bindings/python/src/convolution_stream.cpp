@@ -5,7 +5,7 @@
 #include <new>
 #include <string>
 
-namespace jurn {
+namespace jurn::python {
 namespace {
 
 template <class T>
@@ -259,4 +259,4 @@ std::unique_ptr<Convolution> Convolution::restored(const py::bytes& bytes) {
   return result;
 }
 
-}  // namespace jurn
+}  // namespace jurn::python

@@ -8,7 +8,7 @@
 #include "made.h"
 #include "stream.h"
 
-namespace jurn {
+namespace jurn::python {
 
 struct Release {
   void operator()(void* memory) const { ::operator delete (memory, std::align_val_t{64}); }
@@ -66,9 +66,10 @@ class Convolution {
   bool in_use_ = false;
 };
 
-}  // namespace jurn
+}  // namespace jurn::python
 
 namespace pybind11::detail {
 template <>
-class type_caster<jurn::Convolution> : public jurn::MadeCaster<jurn::Convolution> {};
+class type_caster<jurn::python::Convolution>
+    : public jurn::python::MadeCaster<jurn::python::Convolution> {};
 }  // namespace pybind11::detail

@@ -3,7 +3,7 @@
 
 #include <pybind11/pybind11.h>
 
-namespace jurn {
+namespace jurn::python {
 
 /** Refuses them as arguments, where pybind11 would hand on memory that nothing has filled. */
 template <class T>
@@ -19,4 +19,4 @@ class MadeCaster : public pybind11::detail::type_caster_base<T> {
   }
 };
 
-}  // namespace jurn
+}  // namespace jurn::python

@@ -8,7 +8,7 @@ PYBIND11_MODULE(_core, m) {
   options.disable_function_signatures();  // the texts have those that Python reads
   m.doc() = "The library's filters as Python objects.";
   m.attr("__version__") = MORVAX_Version_API();
-  jurn::add_streams(&m);
-  jurn::add_convolution(&m);
-  jurn::add_toolkit(&m);
+  jurn::python::add_streams(&m);
+  jurn::python::add_convolution(&m);
+  jurn::python::add_files(&m);
 }

@@ -1,7 +1,7 @@
 // The classes of Python for streams of one channel: MovingSum and FloatFilter.
 #include "stream_class.h"
 
-namespace jurn {
+namespace jurn::python {
 namespace {
 
 bool is_int16(py::handle samples) {
@@ -128,4 +128,4 @@ b, a : array_like
       "latency", [](const Self&) { return 0; }, "Frames by which the output is late: none.");
 }
 
-}  // namespace jurn
+}  // namespace jurn::python

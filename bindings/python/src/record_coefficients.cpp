@@ -6,7 +6,7 @@
 
 #include "records.h"
 
-namespace jurn {
+namespace jurn::python {
 namespace {
 
 [[noreturn]] void fail_parameter(const std::string& message) {
@@ -131,4 +131,4 @@ void set_kind(Filterlongfir_ID& r, int kind, int channels) {
   r.chanel = channels;
 }
 
-}  // namespace jurn
+}  // namespace jurn::python

@@ -5,7 +5,7 @@
 
 #include "records.h"
 
-namespace jurn {
+namespace jurn::python {
 namespace {
 
 /** Calls f(array, past) for the straight histories of the kinds -1 and 0 of both int16 records. */
@@ -166,4 +166,4 @@ py::dict state(py::handle owner, Filterlongfir_ID& r, int previous) {
   return result;
 }
 
-}  // namespace jurn
+}  // namespace jurn::python

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <iterator>
 
-namespace jurn {
+namespace jurn::python {
 namespace {
 
 template <class Record>
@@ -201,4 +201,4 @@ void fade(Filterlongfir_ID& from, Filterlongfir_ID& to, const short* in, int fra
   MORVAX_FilterlongfirFade_API(&from, &to, in, frames * to.chanel, out);
 }
 
-}  // namespace jurn
+}  // namespace jurn::python

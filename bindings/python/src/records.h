@@ -9,7 +9,7 @@
 #include "Filter_control.h"
 #include "arrays.h"
 
-namespace jurn {
+namespace jurn::python {
 
 /** What differs between the records. */
 template <class Record>
@@ -124,4 +124,4 @@ bool is_fft(const Filterlongfir_ID& r);
 /** Sets the kind; throws for a combination that the record does not know. */
 void set_kind(Filterlongfir_ID& r, int kind, int channels);
 
-}  // namespace jurn
+}  // namespace jurn::python

@@ -3,7 +3,7 @@
 
 #include "stream.h"
 
-namespace jurn {
+namespace jurn::python {
 namespace {
 
 std::uint32_t checksum(std::string_view data) {
@@ -40,4 +40,4 @@ std::string_view unsealed(std::string_view data) {
   return rest;
 }
 
-}  // namespace jurn
+}  // namespace jurn::python

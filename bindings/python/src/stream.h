@@ -12,7 +12,7 @@
 #include "made.h"
 #include "records.h"
 
-namespace jurn {
+namespace jurn::python {
 
 /** Lets other Python threads run meanwhile. */
 class Unlocked {
@@ -202,9 +202,10 @@ class Stream {
   bool in_use_ = false;
 };
 
-}  // namespace jurn
+}  // namespace jurn::python
 
 namespace pybind11::detail {
 template <class Record>
-class type_caster<jurn::Stream<Record>> : public jurn::MadeCaster<jurn::Stream<Record>> {};
+class type_caster<jurn::python::Stream<Record>>
+    : public jurn::python::MadeCaster<jurn::python::Stream<Record>> {};
 }  // namespace pybind11::detail

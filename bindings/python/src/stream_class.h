@@ -7,7 +7,7 @@
 #include "bindings.h"
 #include "stream.h"
 
-namespace jurn {
+namespace jurn::python {
 
 using py::arg;
 
@@ -215,4 +215,4 @@ Holder<Record> make(int kind, int channels, py::handle b, py::handle a) {
   return stream;
 }
 
-}  // namespace jurn
+}  // namespace jurn::python

@@ -3,7 +3,7 @@
 
 #include "stream_class.h"
 
-namespace jurn {
+namespace jurn::python {
 namespace {
 
 template <class Record>
@@ -193,4 +193,4 @@ void add_streams(py::module_* m) {
   add_long_filter(m);
 }
 
-}  // namespace jurn
+}  // namespace jurn::python

@@ -38,7 +38,7 @@ extern "C" [[noreturn]] void __cxa_throw(void* thrown, void*, void (*)(void*)) {
 
 namespace {
 
-using tool::FilterDesign;
+using jurn::FilterDesign;
 
 std::string text;  // of the last result, until the next
 
@@ -105,27 +105,27 @@ EXPORT void jurn_free(void* memory) {
 /** Reads a coefficient file. `name` and the bytes are not ended by a zero. */
 EXPORT const char* jurn_parse(const char* name, int name_length, const char* bytes, int length,
                               int wanted, int most, int rate) {
-  tool::ReadOptions options{
+  jurn::ReadOptions options{
       static_cast<FilterDesign::Kind>(wanted),
       {static_cast<std::size_t>(most),
        std::to_string(most) + (wanted == FilterDesign::kSections
                                    ? " sections, the limit of this filter"
                                    : " coefficients, the limit of this filter")},
-      tool::Format::kByContent,
+      jurn::Format::kByContent,
       {},
       rate};
   const std::string path(name, static_cast<std::size_t>(name_length));
   const std::string_view content(bytes, static_cast<std::size_t>(length));
   text.clear();
-  append_design(tool::parse_design(path, content, options));
+  append_design(jurn::parse_design(path, content, options));
   return text.c_str();
 }
 
 EXPORT const char* jurn_prepare(int kind, const double* b, int b_count, const double* a,
                                 int a_count, int int16) {
-  tool::PrepareOptions options;
-  options.precision = int16 ? tool::Precision::kInt16 : tool::Precision::kDouble;
-  const tool::Prepared prepared = tool::prepare(design_of(kind, b, b_count, a, a_count), options);
+  jurn::PrepareOptions options;
+  options.precision = int16 ? jurn::Precision::kInt16 : jurn::Precision::kDouble;
+  const jurn::Prepared prepared = jurn::prepare(design_of(kind, b, b_count, a, a_count), options);
   text = "{\"design\":";
   append_design(prepared.design);
   text += ",\"stable\":";
@@ -148,10 +148,10 @@ EXPORT const char* jurn_roots(int kind, const double* b, int b_count, const doub
                               int a_count) {
   const FilterDesign design = design_of(kind, b, b_count, a, a_count);
   text = "{";
-  append_roots("zeros", tool::roots_of(design, design.b));
+  append_roots("zeros", jurn::roots_of(design, design.b));
   text += ',';
   append_roots("poles", design.a.empty() ? std::vector<std::complex<double>>()
-                                         : tool::roots_of(design, design.a));
+                                         : jurn::roots_of(design, design.a));
   text += '}';
   return text.c_str();
 }
@@ -159,18 +159,18 @@ EXPORT const char* jurn_roots(int kind, const double* b, int b_count, const doub
 EXPORT const char* jurn_peak_gain(int kind, const double* b, int b_count, const double* a,
                                   int a_count) {
   text.clear();
-  append_number(tool::peak_gain(design_of(kind, b, b_count, a, a_count)));
+  append_number(jurn::peak_gain(design_of(kind, b, b_count, a, a_count)));
   return text.c_str();
 }
 
 /** A file of the design as it runs: for the tool, or C code. `name` is made an identifier. */
 EXPORT const char* jurn_export(int kind, const double* b, int b_count, const double* a, int a_count,
                                int int16, int as_header, const char* name, int name_length) {
-  tool::ExportOptions options;
-  options.precision = int16 ? tool::Precision::kInt16 : tool::Precision::kDouble;
-  options.name = tool::identifier_of(std::string(name, static_cast<std::size_t>(name_length)));
-  text = tool::export_design(design_of(kind, b, b_count, a, a_count),
-                             as_header ? tool::ExportFormat::kHeader : tool::ExportFormat::kText,
+  jurn::ExportOptions options;
+  options.precision = int16 ? jurn::Precision::kInt16 : jurn::Precision::kDouble;
+  options.name = jurn::identifier_of(std::string(name, static_cast<std::size_t>(name_length)));
+  text = jurn::export_design(design_of(kind, b, b_count, a, a_count),
+                             as_header ? jurn::ExportFormat::kHeader : jurn::ExportFormat::kText,
                              options);
   return text.c_str();
 }

@@ -1,6 +1,6 @@
 #include "commands/commands.h"
 
-namespace tool {
+namespace jurn {
 
 void add_average(CLI::App* app, Filter* filter, Files* files) {
   const auto length = std::make_shared<int>(0);
@@ -17,4 +17,4 @@ void add_average(CLI::App* app, Filter* filter, Files* files) {
   });
 }
 
-}  // namespace tool
+}  // namespace jurn

@@ -5,7 +5,7 @@
 #include "impulse_responses/hrtf_set.h"
 #include "streams/long_filter.h"
 
-namespace tool {
+namespace jurn {
 namespace {
 
 struct BinauralOptions {
@@ -70,4 +70,4 @@ void add_binaural(CLI::App* app, Filter* filter, Files* files) {
   binaural->final_callback([=] { set_binaural(filter, o); });
 }
 
-}  // namespace tool
+}  // namespace jurn

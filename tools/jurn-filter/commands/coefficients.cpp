@@ -8,7 +8,7 @@
 #include "report.h"
 #include "units.h"
 
-namespace tool {
+namespace jurn {
 
 void add_reading(CLI::App* command, ReadingOptions* o) {
   command->add_flag("--normalise", o->normalise,
@@ -156,4 +156,4 @@ void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
   });
 }
 
-}  // namespace tool
+}  // namespace jurn

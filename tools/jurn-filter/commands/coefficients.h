@@ -12,7 +12,7 @@
 #include "commands/filter.h"
 #include "design/prepare.h"
 
-namespace tool {
+namespace jurn {
 
 /** How files of coefficients are read. */
 struct ReadingOptions {
@@ -63,4 +63,4 @@ void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
 void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
                 const std::string& name, std::function<FilterDesign(int rate)> design);
 
-}  // namespace tool
+}  // namespace jurn

@@ -7,7 +7,7 @@
 
 #include "commands/filter.h"
 
-namespace tool {
+namespace jurn {
 
 void add_fir(CLI::App* app, Filter* filter, Files* files);
 void add_iir(CLI::App* app, Filter* filter, Files* files);
@@ -23,4 +23,4 @@ void add_response(CLI::App* app, Run* run);
 void add_spectrogram(CLI::App* app, Run* run);
 void add_export(CLI::App* app, Run* run);
 
-}  // namespace tool
+}  // namespace jurn

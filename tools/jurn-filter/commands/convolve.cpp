@@ -4,9 +4,10 @@
 
 #include "commands/commands.h"
 #include "errors.h"
+#include "impulse_responses/routes.h"
 #include "streams/long_filter.h"
 
-namespace tool {
+namespace jurn {
 namespace {
 
 struct ConvolveOptions {
@@ -221,4 +222,4 @@ void add_convolve(CLI::App* app, Filter* filter, Files* files) {
   convolve->final_callback([=] { set_convolve(filter, o); });
 }
 
-}  // namespace tool
+}  // namespace jurn

@@ -3,7 +3,7 @@
 #include "errors.h"
 #include "units.h"
 
-namespace tool {
+namespace jurn {
 namespace {
 
 constexpr char kName[] = "the equaliser";
@@ -55,4 +55,4 @@ void add_eq(CLI::App* app, Filter* filter, Files* files) {
   });
 }
 
-}  // namespace tool
+}  // namespace jurn

@@ -10,7 +10,7 @@
 #include "report.h"
 #include "units.h"
 
-namespace tool {
+namespace jurn {
 namespace {
 
 struct ExportCommand {
@@ -121,4 +121,4 @@ void add_export(CLI::App* app, Run* run) {
   command->final_callback([=] { *run = [o] { run_export(*o); }; });
 }
 
-}  // namespace tool
+}  // namespace jurn

@@ -9,12 +9,12 @@
 #include <thread>
 
 #include "errors.h"
+#include "recordings/in_order.h"
 #include "recordings/signals.h"
 #include "report.h"
-#include "streams/in_order.h"
 #include "units.h"
 
-namespace tool {
+namespace jurn {
 namespace {
 
 using Filters = std::vector<std::unique_ptr<Filter>>;
@@ -233,4 +233,4 @@ int run_filters(const Files& files, const Filters& filters) {
   return 0;
 }
 
-}  // namespace tool
+}  // namespace jurn

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "commands/options.h"
-#include "streams/run.h"
+#include "recordings/run.h"
 
-namespace tool {
+namespace jurn {
 
 /** The recordings of a job and what becomes of them. */
 struct Files {
@@ -49,4 +49,4 @@ Chain chain_of(std::unique_ptr<Stage> stage);
 /** Filters every recording through all filters. Returns the exit code. */
 int run_filters(const Files& files, const std::vector<std::unique_ptr<Filter>>& filters);
 
-}  // namespace tool
+}  // namespace jurn

@@ -1,7 +1,7 @@
 #include "commands/coefficients.h"
 #include "commands/commands.h"
 
-namespace tool {
+namespace jurn {
 
 void add_fir(CLI::App* app, Filter* filter, Files* files) {
   const auto o = std::make_shared<DesignOptions>();
@@ -14,4 +14,4 @@ void add_fir(CLI::App* app, Filter* filter, Files* files) {
   fir->final_callback([=] { set_design(filter, o, FilterDesign::kFir, fir_limit()); });
 }
 
-}  // namespace tool
+}  // namespace jurn

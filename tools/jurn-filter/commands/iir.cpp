@@ -2,7 +2,7 @@
 #include "commands/commands.h"
 #include "errors.h"
 
-namespace tool {
+namespace jurn {
 
 void add_iir(CLI::App* app, Filter* filter, Files* files) {
   const auto o = std::make_shared<DesignOptions>();
@@ -24,4 +24,4 @@ void add_iir(CLI::App* app, Filter* filter, Files* files) {
   });
 }
 
-}  // namespace tool
+}  // namespace jurn

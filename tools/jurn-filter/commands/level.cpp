@@ -12,7 +12,7 @@
 #include "report.h"
 #include "units.h"
 
-namespace tool {
+namespace jurn {
 namespace {
 
 struct Options {
@@ -90,4 +90,4 @@ void add_level(CLI::App* app, Run* run) {
   level->footer("Example:\n  jurn-filter level speech.wav level.csv --of square --every 0.02");
 }
 
-}  // namespace tool
+}  // namespace jurn

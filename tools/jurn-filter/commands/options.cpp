@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-namespace tool {
+namespace jurn {
 namespace {
 
 InputFormat parse_raw(const std::string& text) {
@@ -56,4 +56,4 @@ void add_gain_option(CLI::App* command, double* gain_db) {
       ->check(between(-200.0, 200.0));
 }
 
-}  // namespace tool
+}  // namespace jurn

@@ -8,7 +8,7 @@
 #include "errors.h"
 #include "recordings/audio_io.h"
 
-namespace tool {
+namespace jurn {
 
 /** How a subcommand reports and what it may replace. */
 struct Manners {
@@ -40,4 +40,4 @@ CLI::Option* add_choice(CLI::App* command, const char* name, Target* value, cons
       ->default_str(standard);
 }
 
-}  // namespace tool
+}  // namespace jurn

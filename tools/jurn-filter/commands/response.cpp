@@ -10,7 +10,7 @@
 #include "text.h"
 #include "units.h"
 
-namespace tool {
+namespace jurn {
 namespace {
 
 /** What the options of one filter say. */
@@ -258,4 +258,4 @@ void add_response(CLI::App* app, Run* run) {
   });
 }
 
-}  // namespace tool
+}  // namespace jurn

@@ -1,7 +1,7 @@
 #include "commands/coefficients.h"
 #include "commands/commands.h"
 
-namespace tool {
+namespace jurn {
 
 void add_sos(CLI::App* app, Filter* filter, Files* files) {
   const auto o = std::make_shared<DesignOptions>();
@@ -17,4 +17,4 @@ void add_sos(CLI::App* app, Filter* filter, Files* files) {
   sos->final_callback([=] { set_design(filter, o, FilterDesign::kSections, section_limit()); });
 }
 
-}  // namespace tool
+}  // namespace jurn

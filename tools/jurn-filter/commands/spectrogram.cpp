@@ -6,7 +6,7 @@
 #include "recordings/output_file.h"
 #include "text.h"
 
-namespace tool {
+namespace jurn {
 namespace {
 
 struct Options {
@@ -66,4 +66,4 @@ void add_spectrogram(CLI::App* app, Run* run) {
   });
 }
 
-}  // namespace tool
+}  // namespace jurn

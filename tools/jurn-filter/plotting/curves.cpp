@@ -5,7 +5,7 @@
 #include "plotting/gnuplot.h"
 #include "text.h"
 
-namespace tool {
+namespace jurn {
 namespace {
 
 constexpr double kVisible = 5e-4;  // of a panel's width or height
@@ -81,4 +81,4 @@ std::string draw_curves(const char* name, const std::vector<std::string>& filter
   return script + plot + "\n";
 }
 
-}  // namespace tool
+}  // namespace jurn

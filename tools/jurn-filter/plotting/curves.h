@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace tool {
+namespace jurn {
 
 struct Point {
   double x, y;
@@ -32,4 +32,4 @@ std::string draw_curves(const char* name, const std::vector<std::string>& filter
                         const std::vector<Curve>& curves, const Range& x, const Range& y,
                         bool titles);
 
-}  // namespace tool
+}  // namespace jurn

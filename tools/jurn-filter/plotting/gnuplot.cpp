@@ -19,7 +19,7 @@
 #include "recordings/signals.h"
 #include "text.h"
 
-namespace tool {
+namespace jurn {
 namespace {
 
 struct CloseFile {
@@ -150,4 +150,4 @@ void draw(const std::string& path, bool overwrite, const std::string& script) {
   output.commit();
 }
 
-}  // namespace tool
+}  // namespace jurn

@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace tool {
+namespace jurn {
 
 enum class Picture { kTerminal, kPng, kSvg };
 
@@ -21,4 +21,4 @@ std::string set_terminal(Picture format, int width, int height);
  * error leaves nothing behind. */
 void draw(const std::string& path, bool overwrite, const std::string& script);
 
-}  // namespace tool
+}  // namespace jurn

@@ -7,7 +7,7 @@
 #include "plotting/curves.h"
 #include "text.h"
 
-namespace tool {
+namespace jurn {
 namespace {
 
 using Complex = std::complex<double>;
@@ -293,4 +293,4 @@ std::string plot_responses(Picture format, const std::vector<Panel>& panels, int
   return script;
 }
 
-}  // namespace tool
+}  // namespace jurn

@@ -7,7 +7,7 @@
 #include "design/frequency_response.h"
 #include "plotting/gnuplot.h"
 
-namespace tool {
+namespace jurn {
 
 enum class Panel { kMagnitude, kPhase, kGroupDelay, kImpulse, kStep, kPoles };
 
@@ -19,4 +19,4 @@ struct NamedResponse : Response {
 std::string plot_responses(Picture format, const std::vector<Panel>& panels, int rate,
                            const std::vector<NamedResponse>& all);
 
-}  // namespace tool
+}  // namespace jurn

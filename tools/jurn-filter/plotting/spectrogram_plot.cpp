@@ -6,7 +6,7 @@
 
 #include "text.h"
 
-namespace tool {
+namespace jurn {
 namespace {
 
 constexpr std::size_t kMaxRows = 512;
@@ -88,4 +88,4 @@ std::string tabulate(const SpectrogramView& view, const std::vector<NamedSpectra
   return text;
 }
 
-}  // namespace tool
+}  // namespace jurn

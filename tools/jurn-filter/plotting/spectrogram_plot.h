@@ -7,7 +7,7 @@
 #include "plotting/gnuplot.h"
 #include "recordings/spectrogram.h"
 
-namespace tool {
+namespace jurn {
 
 /** What is shown. */
 struct SpectrogramView {
@@ -27,4 +27,4 @@ std::string plot_spectrograms(Picture format, const SpectrogramView& view,
 /** All values as CSV. */
 std::string tabulate(const SpectrogramView& view, const std::vector<NamedSpectra>& analyses);
 
-}  // namespace tool
+}  // namespace jurn

@@ -1,0 +1,153 @@
+// Designs and files, for the functions in Python.
+#include <pybind11/numpy.h>
+#include <pybind11/stl.h>
+#include <sndfile.h>
+
+#include "bindings.h"
+#include "coefficients/formats.h"
+#include "design/filter_design.h"
+#include "design/prepare.h"
+#include "design/stability.h"
+#include "errors.h"
+#include "impulse_responses/impulse_response.h"
+#include "recordings/audio_io.h"
+#include "streams/stages.h"
+
+namespace jurn::python {
+namespace {
+
+namespace py = pybind11;
+
+/** Kind, b and a, as the functions in Python take a design apart. */
+using Flat = std::tuple<int, std::vector<double>, std::vector<double>>;
+
+Flat flat(const jurn::FilterDesign& design) {
+  return {design.kind, design.b, design.a};
+}
+
+py::tuple prepare(int kind, std::vector<double> b, std::vector<double> a, bool in_double,
+                  bool as_is, bool as_sections) {
+  const std::size_t group = kind == jurn::FilterDesign::kSections ? 3 : 1;
+  const bool recursive = kind != jurn::FilterDesign::kFir;
+  if (kind < 0 || kind > jurn::FilterDesign::kSections || b.empty() || a.empty() == recursive ||
+      b.size() % group || (group == 3 && a.size() != b.size()))
+    throw py::value_error("no design");  // Design of Python says what is wrong
+  const jurn::FilterDesign design{static_cast<jurn::FilterDesign::Kind>(kind), std::move(b),
+                                  std::move(a)};
+  jurn::PrepareOptions options;
+  options.precision = in_double ? jurn::Precision::kDouble : jurn::Precision::kInt16;
+  options.as_is = as_is;
+  options.as_sections = as_sections;
+  jurn::Prepared prepared;
+  std::string peak;
+  {
+    const py::gil_scoped_release unlocked;
+    prepared = jurn::prepare(design, options);
+    if (!in_double) peak = jurn::check_peak({}, prepared.design, 1.0);
+  }
+  std::vector<std::string> notices, warnings;
+  for (const jurn::Notice& notice : prepared.notices)
+    (notice.is_warning() ? warnings : notices).push_back(notice.text);
+  if (!peak.empty()) warnings.push_back(peak.substr(2));  // ": " names no file
+  return py::make_tuple(flat(prepared.design), prepared.stable, prepared.pole_radius,
+                        prepared.expected_error, prepared.expected_error_rms, notices, warnings);
+}
+
+std::pair<Flat, std::vector<std::string>> load_design(const std::vector<std::string>& paths,
+                                                      int kind,
+                                                      const std::vector<std::string>& variables,
+                                                      int rate, std::optional<bool> negate) {
+  jurn::ReadOptions options;
+  options.wanted = static_cast<jurn::FilterDesign::Kind>(kind);
+  options.limit = kind == jurn::FilterDesign::kFir   ? jurn::fir_limit()
+                  : kind == jurn::FilterDesign::kIir ? jurn::iir_limit()
+                                                     : jurn::section_limit();
+  options.variables = variables;
+  options.rate = rate;
+  jurn::FilterDesign design = paths.size() == 2 ? jurn::load_design(paths[0], paths[1], options)
+                                                : jurn::load_design(paths[0], options);
+  std::vector<std::string> warnings;
+  for (const std::string& warning : {jurn::check_stability(paths.back(), negate, &design),
+                                     jurn::check_peak(paths.back(), design, 1.0)})
+    if (!warning.empty()) warnings.push_back(warning);
+  return {flat(design), warnings};
+}
+
+jurn::ImpulseResponse read_response(const std::vector<std::string>& paths, int rate, bool resample,
+                                    int truncate, bool normalise) {
+  jurn::ImpulseResponseOptions options;
+  options.resample = resample;
+  options.truncate = truncate;
+  options.normalise = normalise;
+  options.max_taps = 1 << 20;
+  options.limit = "the convolution takes " + std::to_string(options.max_taps);
+  return jurn::read_impulse_response(paths, rate, options);
+}
+
+/** The samples of a recording, its rate and the bits of its samples, 0 for floats: int16 up to 16
+ * bits, or else float32 on the same scale. */
+py::tuple read_audio(const std::string& path) {
+  SF_INFO info{};
+  const jurn::SndfileHandle opened(sf_open(path.c_str(), SFM_READ, &info));
+  const int type = info.format & SF_FORMAT_SUBMASK;
+  const int bits = type == SF_FORMAT_FLOAT || type == SF_FORMAT_DOUBLE    ? 0
+                   : type == SF_FORMAT_PCM_24 || type == SF_FORMAT_PCM_32 ? 24
+                                                                          : 16;
+  jurn::AudioReader reader(path, 2);
+  const auto channels = static_cast<std::size_t>(reader.channels());
+  std::vector<float> samples;
+  {
+    const py::gil_scoped_release unlocked;
+    constexpr std::size_t kFrames = 65536;
+    for (std::size_t got = kFrames; got == kFrames;) {
+      const std::size_t filled = samples.size();
+      samples.resize(filled + kFrames * channels);
+      got = reader.read(samples.data() + filled, kFrames);
+      samples.resize(filled + got * channels);
+    }
+  }
+  const std::vector<std::size_t> shape{samples.size() / channels, channels};
+  if (bits != 16)
+    return py::make_tuple(py::array_t<float>(shape, samples.data()), reader.rate(), bits);
+  py::array_t<short> result(shape);
+  std::int64_t clipped = 0;
+  jurn::to_int16(samples.data(), samples.size(), result.mutable_data(), &clipped);
+  return py::make_tuple(result, reader.rate(), bits);
+}
+
+/** Writes samples of int16 or float32 on the scale of int16; replaces a file that exists. */
+void write_audio(const std::string& path,
+                 const py::array_t<float, py::array::c_style | py::array::forcecast>& samples,
+                 int rate, int bits) {
+  jurn::AudioFormat format;
+  format.samples = bits == 16   ? jurn::SampleFormat::kInt16
+                   : bits == 24 ? jurn::SampleFormat::kInt24
+                                : jurn::SampleFormat::kFloat;
+  const float* const data = samples.data();
+  const auto frames = static_cast<std::size_t>(samples.shape(0));
+  const int channels = static_cast<int>(samples.shape(1));
+  const py::gil_scoped_release unlocked;
+  jurn::AudioWriter writer(path, channels, rate, format, true);
+  writer.write(data, frames);
+  writer.commit();
+}
+
+}  // namespace
+
+void add_files(py::module_* m) {
+  py::register_exception_translator([](std::exception_ptr error) {
+    try {
+      if (error) std::rethrow_exception(error);
+    } catch (const jurn::Error& e) {
+      PyErr_SetString(PyExc_ValueError, e.what());
+    }
+  });
+  m->def("_prepare", &prepare);
+  m->def("_load_design", &load_design);
+  m->def("_read_response", &read_response);
+  m->def("_read_audio", &read_audio);
+  m->def("_write_audio", &write_audio);
+  m->def("_audio_types", &jurn::audio_types);
+}
+
+}  // namespace jurn::python

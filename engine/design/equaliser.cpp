@@ -1,0 +1,84 @@
+#include "design/equaliser.h"
+#include "units.h"
+
+#include <cmath>
+
+namespace jurn {
+namespace {
+
+void set(double* x, double x0, double x1, double x2) {
+  x[0] = x0;
+  x[1] = x1;
+  x[2] = x2;
+}
+
+void append_section(const EqualiserFilter& f, int rate, std::vector<double>* out) {
+  const double amp = from_decibels(f.gain / 2.0);
+  const double w = 2.0 * kPi * f.frequency / rate;
+  const double c = std::cos(w), s = std::sin(w);
+  // (1 - c) / 2 and (1 + c) / 2; at low frequencies the difference would have few digits.
+  const double low = std::pow(std::sin(w / 2.0), 2.0), high = std::pow(std::cos(w / 2.0), 2.0);
+  const double q = f.q > 0.0 ? f.q : std::sqrt(0.5);
+  const double alpha =
+      f.octaves > 0.0 ? s * std::sinh(std::log(2.0) / 2.0 * f.octaves * w / s) : s / (2.0 * q);
+  const double root = 2.0 * std::sqrt(amp) * alpha;
+  double b[3] = {1.0 - alpha, -2.0 * c, 1.0 + alpha};  // all-pass
+  double a[3] = {1.0 + alpha, -2.0 * c, 1.0 - alpha};
+  switch (f.type) {
+    case EqualiserType::kPeak:
+      set(b, 1.0 + alpha * amp, -2.0 * c, 1.0 - alpha * amp);
+      set(a, 1.0 + alpha / amp, -2.0 * c, 1.0 - alpha / amp);
+      break;
+    case EqualiserType::kLowShelf:
+    case EqualiserType::kHighShelf: {
+      const double sum = amp + 1.0;
+      const double less = f.type == EqualiserType::kLowShelf ? amp - 1.0 : 1.0 - amp;
+      set(b, amp * (sum - less * c + root), 2.0 * amp * (less - sum * c),
+          amp * (sum - less * c - root));
+      set(a, sum + less * c + root, -2.0 * (less + sum * c), sum + less * c - root);
+      break;
+    }
+    case EqualiserType::kLowPass:
+      set(b, low, 2.0 * low, low);
+      break;
+    case EqualiserType::kHighPass:
+      set(b, high, -2.0 * high, high);
+      break;
+    case EqualiserType::kBandPass:
+      set(b, alpha, 0.0, -alpha);
+      break;
+    case EqualiserType::kNotch:
+      set(b, 1.0, -2.0 * c, 1.0);
+      break;
+    case EqualiserType::kAllPass:
+      break;
+  }
+  for (const double x : b) out->push_back(x / a[0]);
+  for (const double x : a) out->push_back(x / a[0]);
+}
+
+void append_first_order(const EqualiserFilter& f, int rate, std::vector<double>* out) {
+  const double t = std::tan(kPi * f.frequency / rate);
+  const bool low = f.type == EqualiserType::kLowPass;
+  const double gain = (low ? t : 1.0) / (1.0 + t);
+  for (const double x : {gain, low ? gain : -gain, 0.0, 1.0, (t - 1.0) / (t + 1.0), 0.0})
+    out->push_back(x);
+}
+
+void append_butterworth(EqualiserFilter f, int order, int rate, std::vector<double>* out) {
+  if (order % 2) append_first_order(f, rate, out);
+  for (int k = order / 2 - 1; k >= 0; --k) {
+    f.q = 0.5 / std::sin(kPi * (2 * k + 1) / (2.0 * order));
+    append_section(f, rate, out);
+  }
+}
+
+}  // namespace
+
+void append_sections(const EqualiserFilter& filter, int rate, std::vector<double>* out) {
+  if (!filter.order) return append_section(filter, rate, out);
+  const int times = filter.linkwitz_riley ? 2 : 1;
+  for (int i = 0; i < times; ++i) append_butterworth(filter, filter.order / times, rate, out);
+}
+
+}  // namespace jurn

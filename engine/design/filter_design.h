@@ -1,0 +1,27 @@
+// Filter designs.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace jurn {
+
+/** A filter's coefficients, at the precision of their file. */
+struct FilterDesign {
+  enum Kind { kFir, kIir, kSections };
+  Kind kind;
+  std::vector<double> b;  // taps, numerator, or three per section
+  std::vector<double> a;  // IIR: denominator from a0 = 1; sections: three per section, a0 = 1
+};
+
+/** What a filter may have at most, and how an error names it. */
+struct CoefficientLimit {
+  std::size_t count;
+  std::string reason;
+};
+
+/** Multiplies the filter's gain. */
+void scale(FilterDesign* design, double gain);
+
+}  // namespace jurn

@@ -1,0 +1,23 @@
+// Graphic equalisers as filters of linear phase.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+namespace jurn {
+
+struct GraphicPoint {
+  double frequency;  // Hz
+  double gain;       // dB
+};
+
+/**
+ * `count` taps, an odd number, whose gain goes through the points: straight lines in dB over the
+ * logarithm of the frequency, level beyond the first and the last. The inverse transform of that,
+ * shortened by a Hann window, which smooths details narrower than about 4 rate / count Hz. The
+ * result is late by (count - 1) / 2 frames.
+ */
+std::vector<double> linear_phase_taps(const std::vector<GraphicPoint>& points, int rate,
+                                      std::size_t count);
+
+}  // namespace jurn

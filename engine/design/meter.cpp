@@ -1,0 +1,177 @@
+#include "design/meter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+#include "design/roots.h"
+#include "units.h"
+
+namespace jurn {
+namespace {
+
+/** The angles at which gains are compared: all octaves, and the peaks of the resonances. */
+std::vector<double> angles_of(const FilterDesign& sections) {
+  std::vector<double> angles{0.0, kPi};
+  for (double angle = kPi; angle > 1e-5; angle *= 0.97) angles.push_back(angle);
+  for (const std::complex<double>& pole : roots_of(sections, sections.a)) {
+    const double angle = std::abs(std::arg(pole));
+    for (const double aside : {-1.0, -0.5, 0.0, 0.5, 1.0})
+      angles.push_back(std::min(std::max(angle + aside * (1.0 - std::abs(pole)), 0.0), kPi));
+  }
+  return angles;
+}
+
+/** One group of coefficients of a design, a section or all, at exp(-i angle). */
+std::complex<double> value_of(const std::vector<double>& c, std::size_t begin, std::size_t end,
+                              std::complex<double> back) {
+  std::complex<double> value = 0.0;
+  while (end > begin) value = value * back + c[--end];
+  return value;
+}
+
+std::complex<double> response(const FilterDesign& design, double angle) {
+  const std::complex<double> back = std::polar(1.0, -angle);
+  if (design.kind != FilterDesign::kSections)
+    return value_of(design.b, 0, design.b.size(), back) /
+           value_of(design.a, 0, design.a.size(), back);
+  std::complex<double> result = 1.0;
+  for (std::size_t k = 0; k < design.b.size(); k += 3)
+    result *= value_of(design.b, k, k + 3, back) / value_of(design.a, k, k + 3, back);
+  return result;
+}
+
+/** What filters are measured with, three parts of a length at full scale: noise with the same power
+ * in every octave, the sum of random values each held twice as long as the one before; white noise,
+ * for what is broad and high; and a slow sawtooth, for what is low. The generator is written out so
+ * that every system makes the same. */
+std::vector<float> test_signal(std::size_t length) {
+  constexpr int rows = 16;
+  std::vector<float> signal(3 * length);
+  std::int32_t held[rows] = {};
+  std::uint32_t random = 1;
+  std::int32_t sum = 0;
+  const auto next = [&random] {
+    random = random * 1664525u + 1013904223u;
+    return static_cast<std::int32_t>(random >> 16) - 32768;
+  };
+  for (std::size_t i = 0; i < length; ++i) {
+    int row = 0;
+    while (row < rows - 1 && (i >> row & 1)) ++row;
+    sum -= held[row];
+    held[row] = next();
+    sum += held[row];
+    // The sum's largest values lie around half of what it could reach.
+    signal[i] = static_cast<float>(std::min(std::max(sum / (rows / 2), -32767), 32767));
+    signal[length + i] = static_cast<float>(next());
+    const std::uint64_t step = std::uint64_t{65535} * i / length;  // more than 32 bits on the way
+    signal[2 * length + i] = static_cast<float>(static_cast<std::int32_t>(step) - 32768);
+  }
+  return signal;
+}
+
+/** The library's cascade; in double without its silencing of small outputs. */
+template <typename Real>
+std::vector<Real> run_sections(const FilterDesign& sections, const std::vector<float>& input) {
+  std::vector<Real> y(input.begin(), input.end());
+  for (std::size_t k = 0; k < sections.a.size(); k += 3) {
+    const Real b0 = static_cast<Real>(sections.b[k]), b1 = static_cast<Real>(sections.b[k + 1]),
+               b2 = static_cast<Real>(sections.b[k + 2]), a1 = static_cast<Real>(sections.a[k + 1]),
+               a2 = static_cast<Real>(sections.a[k + 2]);
+    Real x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+    for (Real& sample : y) {
+      const Real x0 = sample;
+      Real y0 = b0 * x0;
+      y0 += b1 * x1 - a1 * y1;
+      y0 += b2 * x2 - a2 * y2;
+      if (sizeof(Real) == sizeof(float) && std::abs(static_cast<double>(y0)) < 1e-6) y0 = 0;
+      x2 = x1;
+      x1 = x0;
+      y2 = y1;
+      y1 = y0;
+      sample = y0;
+    }
+  }
+  return y;
+}
+
+/** The library's direct form. */
+template <typename Real>
+std::vector<Real> run_direct(const FilterDesign& design, const std::vector<float>& x) {
+  std::vector<Real> b, a, y(x.size());
+  for (const double c : design.b) b.push_back(static_cast<Real>(c));
+  for (const double c : design.a) a.push_back(static_cast<Real>(c));
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    Real forward = 0, backward = 0;
+    for (std::size_t j = 0; j < b.size() && j <= i; ++j)
+      forward += b[j] * static_cast<Real>(x[i - j]);
+    for (std::size_t j = 1; j < a.size() && j <= i; ++j) backward += a[j] * y[i - j];
+    y[i] = forward - backward;
+  }
+  return y;
+}
+
+template <typename Real>
+std::vector<Real> run(const FilterDesign& design, const std::vector<float>& input) {
+  return design.kind == FilterDesign::kSections ? run_sections<Real>(design, input)
+                                                : run_direct<Real>(design, input);
+}
+
+}  // namespace
+
+std::vector<double> section_peaks(const FilterDesign& sections) {
+  std::vector<double> result(sections.a.size() / 3);
+  for (const double angle : angles_of(sections)) {
+    const std::complex<double> back = std::polar(1.0, -angle);
+    double gain = 1.0;
+    for (std::size_t k = 0; k < result.size(); ++k) {
+      gain *= std::abs(value_of(sections.b, 3 * k, 3 * k + 3, back) /
+                       value_of(sections.a, 3 * k, 3 * k + 3, back));
+      // On a pole the gain tells nothing; between sections it may be a number again.
+      if (std::isfinite(gain)) result[k] = std::max(result[k], gain);
+    }
+  }
+  return result;
+}
+
+Meter::Meter(const FilterDesign& truth, double radius, Precision precision)
+    : truth_(truth), precision_(precision) {
+  // Each part is long enough for the slowest pole to ring out; a long numerator costs as much per
+  // sample.
+  const double rings = 16.0 / std::max(1.0 - radius, 1e-6);
+  std::size_t length = 8192;
+  while (static_cast<double>(length) < rings && length < 131072) length *= 2;
+  while (length > 8192 && length * truth.a.size() > (std::size_t{1} << 23)) length /= 2;
+  input_ = test_signal(length);
+  wanted_ = run<double>(truth, input_);
+}
+
+template <typename Real>
+Difference Meter::compare(const std::vector<Real>& got) const {
+  Difference d;
+  double sum = 0.0;
+  for (std::size_t i = 0; i < got.size(); ++i) {
+    const double e = std::abs(static_cast<double>(got[i]) - wanted_[i]);
+    if (!(e <= d.peak)) d.peak = e;
+    sum += e * e;
+  }
+  d.rms = std::sqrt(sum / static_cast<double>(got.size()));
+  if (std::isfinite(d.rms)) return d;
+  return {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity()};
+}
+
+Difference Meter::of(const FilterDesign& design) const {
+  if (precision_ == Precision::kDouble) return compare(run<double>(design, input_));
+  Difference d = compare(run<float>(design, input_));
+  // A tone where the rounded coefficients tell most can be further off than noise is.
+  for (const double angle : angles_of(truth_)) {
+    const double e = 32767.0 * std::abs(response(design, angle) - response(truth_, angle));
+    if (std::isfinite(e)) d.peak = std::max(d.peak, e);
+  }
+  return d;
+}
+
+}  // namespace jurn

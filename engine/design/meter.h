@@ -1,0 +1,36 @@
+// How far a filter that is about to run lies from its design.
+#pragma once
+
+#include <vector>
+
+#include "design/filter_design.h"
+#include "design/prepare.h"
+
+namespace jurn {
+
+/** Largest gain from the input to each section's output. */
+std::vector<double> section_peaks(const FilterDesign& sections);
+
+/** In LSB, at full scale. */
+struct Difference {
+  double peak = 0.0, rms = 0.0;
+};
+
+/** Measures what runs against the design in double. */
+class Meter {
+ public:
+  /** The radius is that of the design's outermost pole. */
+  Meter(const FilterDesign& truth, double radius, Precision precision);
+  Difference of(const FilterDesign& design) const;
+
+ private:
+  template <typename Real>
+  Difference compare(const std::vector<Real>& got) const;
+
+  FilterDesign truth_;
+  Precision precision_;
+  std::vector<float> input_;
+  std::vector<double> wanted_;
+};
+
+}  // namespace jurn

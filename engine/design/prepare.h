@@ -1,0 +1,76 @@
+// From a design to the coefficients that run.
+//
+// The filters for 16-bit streams store and add in float. A design that is right in double can be
+// spoilt there: a section whose output stays below 1e-6 is silenced, a direct form of high order
+// becomes unstable by the rounding of its coefficients, poles near the unit circle amplify the
+// rounding of every step. Preparing a design mends what can be mended and measures the rest.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "design/filter_design.h"
+
+namespace jurn {
+
+/** Int16 is the library's filter for 16-bit streams, in float; double its filter for float streams,
+ * in double, sections as a chain of filters of second order. */
+enum class Precision { kInt16, kDouble };
+
+struct PrepareOptions {
+  Precision precision = Precision::kInt16;
+  /** Runs the coefficients as they are, only rounded to the precision; measures them all the same.
+   */
+  bool as_is = false;
+  /** Makes sections of a direct form also where it would do as it is. */
+  bool as_sections = false;
+};
+
+/** What preparing found or did. Texts are clauses without a file's name and without a full stop, so
+ * that a front end can put the name before and the name of its option behind. */
+struct Notice {
+  enum Kind {
+    kScaled,     // gains moved between the sections, or sections paired and ordered anew
+    kFactored,   // a direct form became sections
+    kUnstable,   // what runs has poles outside the unit circle
+    kInexact,    // what runs is more than one LSB away from the design
+    kUnfactored  // sections were asked for or needed, and the design has too high an order
+  };
+  Kind kind;
+  std::string text;
+
+  /** Whether the result differs from the design: kUnstable, kInexact and kUnfactored. */
+  bool is_warning() const { return kind >= kUnstable; }
+};
+
+struct Prepared {
+  /** Exactly what runs: with kInt16 every value is a float's. A direct form may have become
+   * sections. */
+  FilterDesign design;
+  bool stable = true;
+  double pole_radius = 0.0;  // of the outermost pole of what runs
+  /** Largest and root mean square difference between what runs and the design in double, in LSB of
+   * 16 bits and before the conversion to int16: measured at full scale on noise, white and with the
+   * same power in every octave, and on a slow sawtooth; the largest also computed for tones at full
+   * scale. 0 where nothing recursive runs. Infinite for a filter that is unstable as it runs only.
+   */
+  double expected_error = 0.0;
+  double expected_error_rms = 0.0;
+  std::vector<Notice> notices;
+};
+
+/**
+ * Prepares a design to run.
+ *
+ * Sections: where the gain from the input to some section's output peaks further than 12 dB from
+ * 0 dB, powers of two move between the sections until all peak within 3 dB; the product stays, and
+ * powers of two round nothing. Where it lowers the error, zeros are paired with the nearest poles
+ * and the sections ordered by rising pole radius. Direct form: becomes sections where it would be
+ * unstable or more than 1 LSB off as it is. FIR: only rounded.
+ *
+ * A design that is unstable in itself runs as it is. Takes milliseconds: it runs the filter over
+ * tens of thousands of samples.
+ */
+Prepared prepare(const FilterDesign& design, const PrepareOptions& options = {});
+
+}  // namespace jurn

@@ -1,0 +1,70 @@
+#include "design/stability.h"
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <cstdio>
+
+#include "design/roots.h"
+#include "design/spectrum.h"
+#include "errors.h"
+#include "units.h"
+
+namespace jurn {
+namespace {
+
+// Of a double pole on the circle, rounding moves the computed radius by less.
+constexpr double kRadiusTolerance = 1e-7;
+
+// A gain that rounds to 0.0 dB is no news.
+constexpr double kClipTolerance = 0.05;
+
+std::string decibels(double gain) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f dB", to_decibels(gain));
+  return text;
+}
+
+FilterDesign negated(FilterDesign design) {
+  const std::size_t group = design.kind == FilterDesign::kSections ? 3 : design.a.size();
+  for (std::size_t i = 0; i < design.a.size(); ++i)
+    if (i % group) design.a[i] = -design.a[i];
+  return design;
+}
+
+double largest_pole_radius(const FilterDesign& design) {
+  double radius = 0.0;
+  for (const std::complex<double>& pole : roots_of(design, design.a))
+    radius = std::max(radius, std::abs(pole));
+  return radius;
+}
+
+}  // namespace
+
+std::string check_stability(const std::string& path, std::optional<bool> negate,
+                            FilterDesign* design) {
+  if (negate.value_or(false)) *design = negated(std::move(*design));
+  const double radius = largest_pole_radius(*design);
+  if (radius <= 1.0 + kRadiusTolerance) return {};
+  char value[32];
+  std::snprintf(value, sizeof value, "%.9g", radius);
+  const std::string unstable =
+      path + ": the filter is unstable, its outermost pole has the radius " + value;
+  if (!negate && largest_pole_radius(negated(*design)) < 1.0)
+    throw Error(kInputError,
+                unstable +
+                    "; with the signs of a turned it is stable, so they look negated: --negate-a "
+                    "turns them, --keep-a runs it as it is");
+  return unstable;
+}
+
+std::string check_peak(const std::string& path, const FilterDesign& design, double gain) {
+  if (largest_pole_radius(design) > 1.0 + kRadiusTolerance) return {};
+  const double peak = gain * peak_gain(design);
+  if (std::isinf(peak)) return path + ": the filter's gain is infinite at some frequency";
+  if (!(to_decibels(peak) >= kClipTolerance)) return {};
+  return path + ": the filter's largest gain is " + decibels(peak) +
+         ", by which a full-scale signal would clip";
+}
+
+}  // namespace jurn

@@ -1,0 +1,117 @@
+#include "streams/convolve.h"
+
+#include <new>
+#include <vector>
+
+#include "errors.h"
+
+namespace jurn {
+namespace {
+
+AlignedMemory allocate(std::size_t bytes) {
+  constexpr std::size_t kAlignment = 64;
+  AlignedMemory memory(
+      std::aligned_alloc(kAlignment, (bytes + kAlignment - 1) / kAlignment * kAlignment));
+  if (!memory || bytes == 0) throw std::bad_alloc();
+  return memory;
+}
+
+void run(ConvolutionStream_ID* stream, const ConvolutionResponse_ID* response, const short* in,
+         short* out) {
+  MORVAX_ConvolutionRun_API(stream, response, in, out);
+}
+void run(ConvolutionStream_ID* stream, const ConvolutionResponse_ID* response, const float* in,
+         float* out) {
+  MORVAX_ConvolutionRun_API_float(stream, response, in, out);
+}
+void fade(ConvolutionStream_ID* stream, const ConvolutionResponse_ID* from,
+          const ConvolutionResponse_ID* to, const short* in, short* out) {
+  MORVAX_ConvolutionFade_API(stream, from, to, in, out);
+}
+void fade(ConvolutionStream_ID* stream, const ConvolutionResponse_ID* from,
+          const ConvolutionResponse_ID* to, const float* in, float* out) {
+  MORVAX_ConvolutionFade_API_float(stream, from, to, in, out);
+}
+
+/** A stream of blocks and the response that it runs with. */
+class Convolver {
+ public:
+  Convolver(const Convolution& c, int block)
+      : shape_{c.routing.inputs, c.routing.outputs, block, c.longest},
+        change_(c.change),
+        response_(std::make_unique<ConvolutionResponse>(shape_, c.routing)),
+        stream_(shape_) {}
+
+  template <typename Sample>
+  void process(const Sample* in, Sample* out) {
+    const Routing* const next = change_ ? change_(first_, shape_.block) : nullptr;
+    first_ += shape_.block;
+    if (!next) return run(stream_.get(), response_->get(), in, out);
+    auto prepared = std::make_unique<ConvolutionResponse>(shape_, *next);
+    fade(stream_.get(), response_->get(), prepared->get(), in, out);
+    response_ = std::move(prepared);
+  }
+
+ private:
+  Convolution_shape shape_;
+  decltype(Convolution::change) change_;
+  std::int64_t first_ = 0;  // frame of the next block
+  std::unique_ptr<ConvolutionResponse> response_;
+  ConvolutionStream stream_;
+};
+
+class Int16Convolve : public Int16Stage {
+ public:
+  Int16Convolve(const Convolution& c, int block)
+      : Int16Stage(c.routing.inputs, c.routing.outputs, block), convolver_(c, block) {
+    tail = c.longest - 1;
+  }
+
+ private:
+  void run(const short* in, short* out) override { convolver_.process(in, out); }
+  Convolver convolver_;
+};
+
+class FloatConvolve : public Stage {
+ public:
+  FloatConvolve(const Convolution& c, int block)
+      : Stage(c.routing.inputs, c.routing.outputs, block), convolver_(c, block) {
+    tail = c.longest - 1;
+  }
+
+ private:
+  void call(const float* in, float* out) override { convolver_.process(in, out); }
+  Convolver convolver_;
+};
+
+}  // namespace
+
+ConvolutionResponse::ConvolutionResponse(const Convolution_shape& shape, const Routing& routing) {
+  std::vector<std::vector<float>> taps;
+  std::vector<Convolution_route> routes;
+  for (const Route& route : routing.routes) {
+    taps.emplace_back(route.taps.begin(), route.taps.end());
+    routes.push_back(
+        {route.input, route.output, taps.back().data(), static_cast<int>(taps.back().size())});
+  }
+  const int count = static_cast<int>(routes.size());
+  const std::size_t size = MORVAX_ConvolutionResponseSize_API(&shape, routes.data(), count);
+  memory_ = allocate(size);
+  if (MORVAX_ConvolutionResponseCalcu_API(static_cast<ConvolutionResponse_ID*>(memory_.get()), size,
+                                          &shape, routes.data(), count))
+    throw Error(kInputError, "the impulse response has taps beyond the numbers of float");
+}
+
+ConvolutionStream::ConvolutionStream(const Convolution_shape& shape) {
+  const std::size_t size = MORVAX_ConvolutionStreamSize_API(&shape);
+  memory_ = allocate(size);
+  MORVAX_ConvolutionStreamCalcu_API(get(), size, &shape);
+}
+
+std::unique_ptr<Stage> make_convolver(const Convolution& convolution, Precision precision,
+                                      int block) {
+  if (precision == Precision::kDouble) return std::make_unique<FloatConvolve>(convolution, block);
+  return std::make_unique<Int16Convolve>(convolution, block);
+}
+
+}  // namespace jurn

@@ -1,0 +1,57 @@
+// Convolution without latency, with impulse responses of any length between any channels.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+
+#include "Convolution_control.h"
+#include "streams/routing.h"
+#include "streams/stages.h"
+
+namespace jurn {
+
+struct FreeMemory {
+  void operator()(void* memory) const { std::free(memory); }
+};
+/** Memory of the library's, aligned for its fastest loads. */
+using AlignedMemory = std::unique_ptr<void, FreeMemory>;
+
+/** A response of the library's, ready for streams of its shape. */
+class ConvolutionResponse {
+ public:
+  /** Throws when a tap is no finite float. */
+  ConvolutionResponse(const Convolution_shape& shape, const Routing& routing);
+  const ConvolutionResponse_ID* get() const {
+    return static_cast<const ConvolutionResponse_ID*>(memory_.get());
+  }
+
+ private:
+  AlignedMemory memory_;
+};
+
+/** A stream of the library's, silent at first. */
+class ConvolutionStream {
+ public:
+  explicit ConvolutionStream(const Convolution_shape& shape);
+  ConvolutionStream_ID* get() const { return static_cast<ConvolutionStream_ID*>(memory_.get()); }
+
+ private:
+  AlignedMemory memory_;
+};
+
+struct Convolution {
+  Routing routing;
+  int longest = 0;  // taps of any response that will follow
+  /** Asked before each block: what to fade to during the `frames` from `first`, or null. Empty for
+   * a fixed response. */
+  std::function<const Routing*(std::int64_t first, int frames)> change;
+};
+
+/** The partitions follow from the block, so that the bits of the result do, too. With kDouble the
+ * samples are floats without a limit; the sums are of floats all the same. */
+std::unique_ptr<Stage> make_convolver(const Convolution& convolution, Precision precision,
+                                      int block);
+
+}  // namespace jurn

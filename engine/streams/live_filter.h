@@ -1,0 +1,49 @@
+// A filter of the library for live streams: calls of any length, no latency, nothing allocated.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "Filter_control.h"
+#include "streams/stages.h"
+
+namespace jurn {
+
+/**
+ * Filters interleaved frames of any number of channels in calls of any length, and gives the bits
+ * of a stage, whose calls all have one length.
+ *
+ * Between two calls of different lengths, the history of an FIR is moved to where the next call
+ * looks for it. The direct-form IIR sets small outputs to 0 at the start of each of the stage's
+ * calls; a call that ends inside such a block is repeated from the block's start when the next one
+ * comes, and only the new frames are kept. Cascades and means take any length.
+ *
+ * Only the constructors allocate; a call is as safe in a real-time thread as the library.
+ */
+class LiveFilter {
+ public:
+  /** A filter with the coefficients of `design`, within the limits of `precision`. */
+  LiveFilter(const FilterDesign& design, Precision precision, int channels);
+  /** The mean of `length` samples, at most kMaxAverage. */
+  LiveFilter(int length, int channels);
+  ~LiveFilter();
+
+  /** Filters of 16 bits. `out` may be `in`. */
+  void process(const short* in, int frames, short* out);
+  /** Filters in double precision; samples on the int16 scale. `out` may be `in`. */
+  void process(const float* in, int frames, float* out);
+
+  /** Returns to silence. */
+  void reset();
+
+ private:
+  template <typename Record, typename Sample>
+  class Lane;
+
+  int channels_;
+  std::vector<std::unique_ptr<Lane<Filter_ID, short>>> int16_lanes_;
+  std::vector<std::unique_ptr<Lane<Filterf_ID, float>>> float_lanes_;
+};
+
+}  // namespace jurn

@@ -1,0 +1,319 @@
+// Parametric equalisers: lines of room correction programs, and the same words on a command line.
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <iterator>
+
+#include "coefficients/parse.h"
+#include "design/equaliser.h"
+#include "design/graphic_equaliser.h"
+#include "units.h"
+
+namespace jurn {
+namespace {
+
+const char* const kSpace = " \t\v\f";
+using Type = EqualiserType;
+
+const struct {
+  const char* name;
+  Type type;
+  bool at_corner;  // a shelf whose Fc is its corner, not its centre, where its slope is given
+} kTypes[] = {
+    {"pk", Type::kPeak, false},       {"peq", Type::kPeak, false},
+    {"ls", Type::kLowShelf, true},    {"lsc", Type::kLowShelf, false},
+    {"lsq", Type::kLowShelf, false},  {"hs", Type::kHighShelf, true},
+    {"hsc", Type::kHighShelf, false}, {"hsq", Type::kHighShelf, false},
+    {"lp", Type::kLowPass, false},    {"lpq", Type::kLowPass, false},
+    {"hp", Type::kHighPass, false},   {"hpq", Type::kHighPass, false},
+    {"bp", Type::kBandPass, false},   {"no", Type::kNotch, false},
+    {"ap", Type::kAllPass, false},
+};
+constexpr char kKnownTypes[] = "PK, LS, LSC, HS, HSC, LP, HP, BP, NO and AP";
+
+bool is_shelf(Type type) {
+  return type == Type::kLowShelf || type == Type::kHighShelf;
+}
+bool is_pass(Type type) {
+  return type == Type::kLowPass || type == Type::kHighPass;
+}
+bool has_gain(Type type) {
+  return type == Type::kPeak || is_shelf(type);
+}
+bool needs_width(Type type) {
+  return !is_shelf(type) && !is_pass(type);
+}
+
+/** The words of one filter, and where they stand; line 0 is a command line. */
+class Words {
+ public:
+  Words(const std::string& path, int line, std::string_view text)
+      : path_(path), line_(line), words_(split(text, kSpace)) {}
+
+  bool left() const { return at_ < words_.size(); }
+  std::string_view next() { return words_[at_++]; }
+  std::string ahead() const { return left() ? lower(words_[at_]) : std::string(); }
+  void skip() { ++at_; }
+
+  [[noreturn]] void fail(const std::string& message) const {
+    if (line_) jurn::fail(path_, line_, message);
+    jurn::fail(path_, message);
+  }
+
+  /** "-3 dB", "1k", "1,234 Hz", "63,50Hz": a number, perhaps with its unit attached or behind it.
+   */
+  double quantity(const std::string& keyword, const std::string& unit) {
+    if (!left()) fail(quote(keyword) + " ends without a number");
+    const std::string_view word = next();
+    std::string text = lower(word);
+    double factor = 1.0;
+    const auto take = [&](const std::string& end) {
+      if (text.size() <= end.size() || text.compare(text.size() - end.size(), end.size(), end) != 0)
+        return false;
+      text.resize(text.size() - end.size());
+      return true;
+    };
+    const bool hertz = unit == "hz";
+    bool has_unit = !unit.empty() && take(unit);
+    if (hertz && take("k")) {
+      factor = 1000.0;
+      has_unit = true;
+    }
+    const std::size_t comma = text.find(',');
+    if (hertz && comma != std::string::npos && text.size() >= comma + 4 &&
+        (text.size() == comma + 4 || text[comma + 4] == '.'))
+      text.erase(comma, 1);  // thousands
+    else if (comma != std::string::npos && text.find('.') == std::string::npos)
+      text[comma] = '.';
+    const double value = line_ ? parse_number(path_, line_, text) : parse_number(path_, 1, text);
+    if (!has_unit && !unit.empty()) {
+      if (hertz && ahead() == "khz") factor = 1000.0;
+      if (ahead() == unit || (hertz && ahead() == "khz")) skip();
+    }
+    return factor * value;
+  }
+
+ private:
+  const std::string& path_;
+  int line_;
+  std::vector<std::string_view> words_;
+  std::size_t at_ = 0;
+};
+
+bool starts_number(const std::string& word) {
+  return !word.empty() && (std::isdigit(static_cast<unsigned char>(word[0])) || word[0] == '-' ||
+                           word[0] == '+' || word[0] == '.');
+}
+
+/** The slope of a shelf, "12dB" or "12 dB", if one stands behind its type. */
+double slope_of(Words* words) {
+  const std::string word = words->ahead();
+  const std::size_t end = word.find_first_not_of("0123456789.,");
+  const bool attached = end != std::string::npos && end > 0 && word.substr(end) == "db";
+  if (!attached) {
+    if (!starts_number(word) || end != std::string::npos) return 0.0;
+    Words two = *words;
+    two.skip();
+    if (two.ahead() != "db") return 0.0;
+  }
+  const double slope = words->quantity("slope", "db");
+  if (!(slope > 0.0 && slope <= 12.0))
+    words->fail("a shelf's slope of " + shown(slope) + " dB: accepted is above 0 and up to 12");
+  return slope;
+}
+
+void check_filter(const Words& words, const EqualiserFilter& f, const std::string& type, int rate) {
+  if (!(f.frequency > 0.0 && f.frequency < rate / 2.0))
+    words.fail("Fc " + shown(f.frequency) + " Hz: at " + std::to_string(rate) +
+               " Hz a frequency has to lie between 0 and " + shown(rate / 2.0) + " Hz");
+  if (f.q < 0.0 || f.octaves < 0.0 || f.q > 1e6 || f.octaves > 100.0)
+    words.fail(f.octaves != 0.0 ? "BW Oct " + shown(f.octaves) + ": accepted is 0 to 100"
+                                : "Q " + shown(f.q) + ": accepted is 0 to 1000000");
+  if (std::abs(f.gain) > 200.0)
+    words.fail("Gain " + shown(f.gain) + " dB: accepted is -200 to 200");
+  if (needs_width(f.type) && f.q == 0.0 && f.octaves == 0.0)
+    words.fail("a filter of the type " + type + " needs Q, or BW Oct, above 0");
+  if (f.order && !is_pass(f.type)) words.fail("only LP and HP have an order");
+  if (f.order && (f.q != 0.0 || f.octaves != 0.0))
+    words.fail("takes an order or a width, not both");
+  if (f.linkwitz_riley && (f.order % 2 || f.order == 0))
+    words.fail("a Linkwitz-Riley filter has an even order: order 2, 4 ...");
+}
+
+int order_of(Words* words) {
+  const double value = words->quantity("order", "");
+  if (!(value >= 1.0 && value <= kMaxPassOrder) || value != std::floor(value))
+    words->fail("order " + shown(value) + ": accepted are whole numbers from 1 to " +
+                std::to_string(kMaxPassOrder));
+  return static_cast<int>(value);
+}
+
+/** A filter from its type on: "PK Fc 3000 Hz Gain -4 dB Q 2" or "PK 3k -4 Q 2". */
+void parse_words(Words words, int rate, std::vector<double>* out) {
+  const std::string type(words.left() ? words.next() : "");
+  const auto* const found = std::find_if(std::begin(kTypes), std::end(kTypes),
+                                         [&](const auto& t) { return lower(type) == t.name; });
+  if (found == std::end(kTypes))
+    words.fail(quote(type) + " is no known type; accepted are " + kKnownTypes);
+  EqualiserFilter f;
+  f.type = found->type;
+  const double slope = is_shelf(f.type) ? slope_of(&words) : 0.0;
+  bool frequency = false, gain = false;
+  while (words.left()) {
+    const std::string word = words.ahead();
+    if (starts_number(word) && !frequency) {
+      f.frequency = words.quantity("Fc", "hz");
+      frequency = true;
+      continue;
+    }
+    if (starts_number(word) && has_gain(f.type) && !gain) {
+      f.gain = words.quantity("Gain", "db");
+      gain = true;
+      continue;
+    }
+    const std::string_view shown_word = words.next();
+    if (word == "fc") {
+      f.frequency = words.quantity("Fc", "hz");
+      frequency = true;
+    } else if (word == "gain") {
+      f.gain = words.quantity("Gain", "db");
+      gain = true;
+    } else if (word == "q") {
+      f.q = words.quantity("Q", "");
+    } else if (word == "bw/60") {
+      f.octaves = words.quantity("BW/60", "") / 60.0;
+    } else if (word == "bw") {
+      if (words.ahead() == "oct") words.skip();
+      f.octaves = words.quantity("BW Oct", "");
+      if (words.ahead() == "oct") words.skip();
+    } else if (word == "order") {
+      f.order = order_of(&words);
+    } else if (word == "lr") {
+      f.linkwitz_riley = true;
+    } else {
+      words.fail(quote(shown_word) +
+                 " is not understood; accepted are Fc, Gain, Q, BW Oct and, for LP and HP, order N "
+                 "and LR");
+    }
+  }
+  if (has_gain(f.type) && !gain) words.fail("a filter of the type " + type + " needs Gain");
+  if (!has_gain(f.type)) f.gain = 0.0;
+  if (slope != 0.0) {
+    const double steepness = slope / 12.0;
+    const double amp = from_decibels(f.gain / 2.0);
+    f.q = 1.0 / std::sqrt((amp + 1.0 / amp) * (1.0 / steepness - 1.0) + 2.0);
+    // From the corner a straight line of this slope takes half the gain to the centre.
+    const double octaves = std::abs(f.gain) / 2.0 / slope;
+    if (found->at_corner) f.frequency *= std::exp2(f.type == Type::kLowShelf ? octaves : -octaves);
+  }
+  check_filter(words, f, type, rate);
+  append_sections(f, rate, out);
+}
+
+/** The part of a line behind "Filter N:". */
+void parse_filter(const std::string& path, int line, std::string_view text, int rate,
+                  std::vector<double>* out) {
+  Words words(path, line, text);
+  const std::string state = words.ahead();
+  if (state == "off") return;
+  if (state != "on")
+    words.fail(quote(words.left() ? words.next() : "") + " where a filter says ON or OFF");
+  words.skip();
+  if (words.left() && words.ahead() != "none") parse_words(words, rate, out);
+}
+
+bool is_one_of(const std::string& text, std::initializer_list<const char*> names) {
+  return std::find(names.begin(), names.end(), text) != names.end();
+}
+
+/** "25 0; 40 -1.5; 63 3": frequencies and gains. */
+std::vector<GraphicPoint> parse_points(const std::string& path, int line, std::string_view text) {
+  std::vector<GraphicPoint> points;
+  for (const std::string_view pair : split(text, ";")) {
+    Words words(path, line, pair);
+    if (!words.left()) continue;
+    const double frequency = words.quantity("GraphicEQ", "hz");
+    points.push_back({frequency, words.quantity("GraphicEQ", "db")});
+    if (words.left()) words.fail(quote(words.next()) + " where a semicolon separates the points");
+    if (frequency < 0.0 || (points.size() > 1 && frequency <= points[points.size() - 2].frequency))
+      words.fail("the frequencies have to rise; " + shown(frequency) + " does not");
+    if (std::abs(points.back().gain) > 200.0)
+      words.fail("Gain " + shown(points.back().gain) + " dB: accepted is -200 to 200");
+  }
+  if (points.empty()) fail(path, line, "GraphicEQ has no points");
+  return points;
+}
+
+}  // namespace
+
+FilterDesign parse_equaliser(const std::string& path, std::string_view text,
+                             const ReadOptions& options) {
+  const int rate = options.rate;
+  if (rate <= 0) fail(path, "an equaliser needs the sampling rate that it is designed for");
+  const std::vector<std::string_view> lines = lines_of(text);
+  std::vector<double> sections;
+  std::vector<GraphicPoint> points;
+  double preamp = 0.0;
+  bool any = false;
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    const int line = static_cast<int>(i + 1);
+    const std::string_view content = lines[i].substr(0, lines[i].find('#'));
+    const std::size_t colon = content.find(':');
+    if (colon == std::string_view::npos) continue;
+    const std::vector<std::string_view> key = split(content.substr(0, colon), kSpace);
+    const std::string name = key.empty() ? "" : lower(key[0]);
+    const std::string_view value = content.substr(colon + 1);
+    if (name == "preamp") {
+      Words words(path, line, value);
+      preamp += words.quantity("Preamp", "db");
+      if (std::abs(preamp) > 200.0)
+        fail(path, line, "Preamp " + shown(preamp) + " dB: accepted is -200 to 200");
+      any = true;
+    } else if (name.substr(0, 6) == "filter" && key.size() <= 2 &&
+               (name.size() == 6 || std::isdigit(static_cast<unsigned char>(name[6])))) {
+      parse_filter(path, line, value, rate, &sections);
+      any = true;
+    } else if (name == "graphiceq") {
+      if (!points.empty()) fail(path, line, "a second GraphicEQ is not supported");
+      points = parse_points(path, line, value);
+    } else if (is_one_of(name, {"channel", "device"})) {
+      // What is for some channels or devices only would become another filter.
+      const std::vector<std::string_view> words = split(value, kSpace);
+      if (words.size() != 1 || lower(words[0]) != "all")
+        fail(path, line, quote(key[0]) + " is not supported, but for \"all\"");
+    } else if (is_one_of(name, {"copy", "convolution", "delay", "include"})) {
+      fail(path, line,
+           quote(key[0]) + " is not supported; accepted are Preamp, Filter and GraphicEQ");
+    }
+  }
+  if (!points.empty()) {
+    if (!sections.empty()) fail(path, "has GraphicEQ and filters; only one of them can run");
+    if (options.wanted != FilterDesign::kFir)
+      fail(path, "holds GraphicEQ, which becomes an FIR: fir takes it");
+    FilterDesign design{FilterDesign::kFir, {}, {}};
+    design.b = linear_phase_taps(points, rate, options.limit.count - 1 + options.limit.count % 2);
+    scale(&design, from_decibels(preamp));
+    return design;
+  }
+  if (!any) fail(path, "holds no equaliser; accepted are lines of Preamp, Filter and GraphicEQ");
+  if (sections.empty()) sections = {1.0, 0.0, 0.0, 1.0, 0.0, 0.0};
+  for (std::size_t i = 0; i < 3; ++i) sections[i] *= from_decibels(preamp);
+  return sections_design(path, sections, options);
+}
+
+FilterDesign parse_equaliser_words(const std::vector<std::string>& filters, int rate) {
+  ReadOptions options{};
+  options.wanted = FilterDesign::kSections;
+  std::vector<double> sections;
+  for (const std::string& filter : filters)
+    parse_words(Words("'" + filter + "'", 0, filter), rate, &sections);
+  return sections_design("the filters", sections, options);
+}
+
+bool names_equaliser_type(std::string_view text) {
+  const std::vector<std::string_view> words = split(text, kSpace);
+  return words.size() > 1 && std::any_of(std::begin(kTypes), std::end(kTypes),
+                                         [&](const auto& t) { return lower(words[0]) == t.name; });
+}
+
+}  // namespace jurn

@@ -1,0 +1,63 @@
+// Coefficient files in the formats that filter design and room correction programs write.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "design/filter_design.h"
+
+namespace jurn {
+
+enum class Format {
+  kByContent,
+  kNumbers,
+  kNamed,  // text that names its arrays
+  kNumPy,
+  kMatlab,
+  kHeader,
+  kBiquads,
+  kEqualiser,
+  kAudio
+};
+
+/** What is expected of a file. */
+struct ReadOptions {
+  FilterDesign::Kind wanted;
+  CoefficientLimit limit;
+  Format format = Format::kByContent;
+  std::vector<std::string> variables;  // arrays of a file with names: taps; b, a; sections, gain
+  int rate = 0;                        // of the recording, which equalisers are designed for
+};
+
+/**
+ * Reads any format. Denominators that do not start with 1 are an error in plain numbers, where they
+ * are likely a slip; in the other formats the filter is divided by a0, as the programs that write
+ * them define it. Errors name the file, the line or variable, the value and what is accepted.
+ */
+FilterDesign load_design(const std::string& path, const ReadOptions& options);
+
+/** Reads numerator and denominator from a file each. */
+FilterDesign load_design(const std::string& numerator, const std::string& denominator,
+                         ReadOptions options);
+
+/** The same from memory, for all formats but kMatlab and kAudio. `path` is for the errors. */
+FilterDesign parse_design(const std::string& path, std::string_view bytes,
+                          const ReadOptions& options);
+
+/** Sections from the words of equaliser files, one filter each: "PK 3k -4 Q 2", "HP 80 order 4". */
+FilterDesign parse_equaliser_words(const std::vector<std::string>& filters, int rate);
+/** Whether a text begins with the type of such a filter. */
+bool names_equaliser_type(std::string_view text);
+
+/** The columns of a text, one channel of taps each; a first column that rises in even steps, an
+ * index or a time, is left out. A single line, or lines of different lengths, are one channel. */
+std::vector<std::vector<double>> parse_channels(const std::string& path, std::string_view text,
+                                                const CoefficientLimit& limit);
+
+/** The format of a file's content, which is no text in UTF-16; throws for a file of a foreign kind
+ * and says which it is. */
+Format recognise(const std::string& path, std::string_view bytes);
+
+}  // namespace jurn

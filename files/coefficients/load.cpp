@@ -1,0 +1,99 @@
+// Coefficients from files; those of recordings come through libsndfile.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "coefficients/mat.h"
+#include "coefficients/parse.h"
+#include "recordings/audio_io.h"
+#include "recordings/signals.h"
+
+namespace jurn {
+namespace {
+
+// No coefficient file comes near; a recording or a device does.
+constexpr std::size_t kMaxBytes = std::size_t{64} << 20;
+
+std::string read_file(const std::string& path) {
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error)) fail(path, "is a directory");
+  Descriptor file(path == kStandardStream ? STDIN_FILENO
+                                          : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  std::string bytes;
+  char buffer[65536];
+  ssize_t got = file.get() < 0 ? -1 : 1;
+  while (got > 0 && bytes.size() <= kMaxBytes) {
+    got = ::read(file.get(), buffer, sizeof buffer);
+    if (got > 0) bytes.append(buffer, static_cast<std::size_t>(got));
+  }
+  const int reason = errno;
+  check_interrupted();
+  if (got < 0) fail(path, std::strerror(reason));
+  return bytes;
+}
+
+/** Standard input, which can be read but once. */
+const std::string& read_standard_input() {
+  static const std::string bytes = read_file(kStandardStream);
+  return bytes;
+}
+
+std::vector<double> read_taps(const std::string& path, const CoefficientLimit& limit) {
+  AudioReader reader(path, 1);
+  if (reader.frames() > static_cast<std::int64_t>(limit.count))
+    fail(path, "holds " + std::to_string(reader.frames()) + " samples, more than " + limit.reason +
+                   "; convolve takes longer responses");
+  std::vector<float> samples(limit.count);
+  samples.resize(reader.read(samples.data(), samples.size()));
+  if (reader.not_finite()) fail(path, "holds samples that are no finite numbers");
+  std::vector<double> taps;
+  for (const float sample : samples) taps.push_back(static_cast<double>(sample) / 32768.0);
+  return taps;
+}
+
+}  // namespace
+
+FilterDesign load_design(const std::string& given, const ReadOptions& options) {
+  Format format = options.format;
+  const bool piped = given == kStandardStream;
+  const std::string path = piped ? "standard input" : given;
+  std::string bytes;
+  if (format != Format::kAudio && format != Format::kMatlab) {
+    bytes = piped ? read_standard_input() : read_file(path);
+    if (format == Format::kByContent) format = recognise(path, plain_text(bytes));
+  }
+  if (piped && (format == Format::kAudio || format == Format::kMatlab))
+    fail(path, "coefficients of audio and .mat files come from files only");
+  FilterDesign design{options.wanted, {}, {}};
+  if (format == Format::kAudio) {
+    if (options.wanted != FilterDesign::kFir) fail(path, "is audio; its samples are taps of fir");
+    design.b = read_taps(path, options.limit);
+  } else if (format == Format::kMatlab) {
+    design = design_of(path, read_mat(path), options);
+  } else {
+    if (bytes.size() > kMaxBytes) fail(path, "is larger than any file of coefficients");
+    return parse_design(path, bytes, options);
+  }
+  check_limit(path, design, options.limit);
+  return design;
+}
+
+FilterDesign load_design(const std::string& numerator, const std::string& denominator,
+                         ReadOptions options) {
+  options.wanted = FilterDesign::kFir;
+  FilterDesign design = load_design(numerator, options);
+  design.kind = FilterDesign::kIir;
+  design.a = load_design(denominator, options).b;
+  if (design.a[0] != 1.0)
+    fail(denominator, "the denominator starts with " + shown(design.a[0]) +
+                          ", not with 1; divide the filter's coefficients by it");
+  return design;
+}
+
+}  // namespace jurn

@@ -1,0 +1,169 @@
+// MATLAB files, through libmatio. It brings some thirty libraries, so it is loaded when it is
+// needed.
+#include "coefficients/mat.h"
+
+#include <dlfcn.h>
+#include <matio.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "coefficients/parse.h"
+#include "errors.h"
+
+namespace jurn {
+namespace {
+
+constexpr std::size_t kMaxValues = 1000000;
+
+/** What is used of the library. */
+struct Matio {
+  decltype(&Mat_Open) open;
+  decltype(&Mat_Close) close;
+  decltype(&Mat_VarReadNextInfo) next_info;
+  decltype(&Mat_VarReadDataAll) read_data;
+  decltype(&Mat_VarGetNumberOfFields) count_fields;
+  decltype(&Mat_VarGetStructFieldByIndex) field;
+  decltype(&Mat_VarFree) free;
+};
+
+template <typename Function>
+void find(void* library, const char* name, Function* function) {
+  *function = library ? reinterpret_cast<Function>(dlsym(library, name)) : nullptr;
+  if (*function) return;
+  const char* const reason = dlerror();
+  throw Error(kInputError, std::string("libmatio, which reads MATLAB files, cannot be loaded (") +
+                               (reason ? reason : name) + ")");
+}
+
+const Matio& matio() {
+  static const Matio loaded = [] {
+    void* const library = dlopen(JURN_MATIO_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    Matio m{};
+    find(library, "Mat_Open", &m.open);
+    find(library, "Mat_Close", &m.close);
+    find(library, "Mat_VarReadNextInfo", &m.next_info);
+    find(library, "Mat_VarReadDataAll", &m.read_data);
+    find(library, "Mat_VarGetNumberOfFields", &m.count_fields);
+    find(library, "Mat_VarGetStructFieldByIndex", &m.field);
+    find(library, "Mat_VarFree", &m.free);
+    return m;
+  }();
+  return loaded;
+}
+
+template <typename Value>
+void append(const matvar_t& variable, Array* array) {
+  const Value* values = static_cast<const Value*>(variable.data);
+  for (std::size_t r = 0; r < array->rows; ++r)
+    for (std::size_t c = 0; c < array->columns; ++c)
+      array->values.push_back(static_cast<double>(values[c * array->rows + r]));
+}
+
+using Append = void (*)(const matvar_t&, Array*);
+
+Append append_of(matio_classes type) {
+  switch (type) {
+    case MAT_C_DOUBLE:
+      return append<double>;
+    case MAT_C_SINGLE:
+      return append<float>;
+    case MAT_C_INT8:
+      return append<std::int8_t>;
+    case MAT_C_INT16:
+      return append<std::int16_t>;
+    case MAT_C_INT32:
+      return append<std::int32_t>;
+    case MAT_C_INT64:
+      return append<std::int64_t>;
+    case MAT_C_UINT8:
+      return append<std::uint8_t>;
+    case MAT_C_UINT16:
+      return append<std::uint16_t>;
+    case MAT_C_UINT32:
+      return append<std::uint32_t>;
+    case MAT_C_UINT64:
+      return append<std::uint64_t>;
+    default:
+      return nullptr;  // text, cells, structures, filter objects
+  }
+}
+
+/** Whether a variable holds numbers that can be coefficients; text and cells do not. */
+bool is_matrix(const matvar_t& variable) {
+  return append_of(variable.class_type) && !variable.isComplex && variable.rank == 2 &&
+         variable.dims[0] > 0 && variable.dims[1] > 0;
+}
+
+void check_size(const std::string& path, const matvar_t& variable) {
+  const std::size_t rows = variable.dims[0], columns = variable.dims[1];
+  if (rows > kMaxValues || columns > kMaxValues / rows)
+    fail(path, quote(variable.name) + " has " + std::to_string(rows) + " x " +
+                   std::to_string(columns) + " values; accepted are " + std::to_string(kMaxValues) +
+                   " at most");
+}
+
+/** Adds a variable whose values were read; of a structure, its fields by their own names. */
+void add_arrays(const std::string& path, const matvar_t& variable, std::vector<Array>* arrays) {
+  if (variable.class_type == MAT_C_STRUCT) {
+    const unsigned count = matio().count_fields(const_cast<matvar_t*>(&variable));
+    for (unsigned i = 0; i < count; ++i)
+      if (const matvar_t* field = matio().field(const_cast<matvar_t*>(&variable), i, 0))
+        if (field->name && field->data) add_arrays(path, *field, arrays);
+    return;
+  }
+  if (!is_matrix(variable)) return;
+  check_size(path, variable);
+  Array array;
+  array.name = variable.name;
+  array.rows = variable.dims[0];
+  array.columns = variable.dims[1];
+  append_of(variable.class_type)(variable, &array);
+  arrays->push_back(std::move(array));
+}
+
+/** Whether a file of level 5 ends inside one of its elements, which libmatio does not notice: it
+ * would hand out memory that nothing was read into. */
+bool is_cut_off(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  unsigned char header[128];
+  if (!file.read(reinterpret_cast<char*>(header), sizeof header)) return false;
+  const bool little = header[126] == 'I' && header[127] == 'M';
+  if (header[little ? 125 : 124] != 1) return false;  // another version: HDF5 tells by itself
+  const std::uintmax_t size = std::filesystem::file_size(path);
+  std::uintmax_t position = sizeof header;
+  for (unsigned char tag[8]; position + sizeof tag <= size;) {
+    file.seekg(static_cast<std::streamoff>(position));
+    if (!file.read(reinterpret_cast<char*>(tag), sizeof tag)) return true;
+    std::uintmax_t bytes = 0;
+    for (int k = 0; k < 4; ++k) bytes = bytes * 256 + tag[little ? 7 - k : 4 + k];
+    position += sizeof tag + bytes;
+  }
+  return position > size;
+}
+
+}  // namespace
+
+std::vector<Array> read_mat(const std::string& path) {
+  if (is_cut_off(path)) fail(path, "is a MATLAB file that was cut off");
+  const std::unique_ptr<mat_t, int (*)(mat_t*)> file(matio().open(path.c_str(), MAT_ACC_RDONLY),
+                                                     matio().close);
+  if (!file) fail(path, "is no MATLAB file that can be read");
+  std::vector<Array> arrays;
+  while (matvar_t* next = matio().next_info(file.get())) {
+    const std::unique_ptr<matvar_t, void (*)(matvar_t*)> variable(next, matio().free);
+    if (!variable->name) continue;
+    if (variable->class_type != MAT_C_STRUCT) {
+      if (!is_matrix(*variable)) continue;
+      check_size(path, *variable);
+    }
+    if (matio().read_data(file.get(), variable.get()) != 0 || !variable->data)
+      fail(path, "damaged: the values of " + quote(variable->name) + " cannot be read");
+    add_arrays(path, *variable, &arrays);
+  }
+  return arrays;
+}
+
+}  // namespace jurn

@@ -1,0 +1,107 @@
+// Arrays that numpy.save writes.
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+#include "coefficients/parse.h"
+
+namespace jurn {
+namespace {
+
+/** The text after a key of the header, which is a Python dictionary in one line. */
+std::string_view value_of(const std::string& path, std::string_view header, const char* key) {
+  std::size_t at = header.find("'" + std::string(key) + "'");
+  if (at != std::string_view::npos) at = header.find(':', at);
+  if (at != std::string_view::npos) at = header.find_first_not_of(' ', at + 1);
+  if (at == std::string_view::npos)
+    fail(path, std::string("damaged: the header of the array has no '") + key + "'");
+  return header.substr(at);
+}
+
+template <typename Value>
+double element(const char* at, bool big_endian) {
+  char bytes[sizeof(Value)];
+  std::memcpy(bytes, at, sizeof bytes);
+  if (big_endian) std::reverse(bytes, bytes + sizeof bytes);
+  Value value;
+  std::memcpy(&value, bytes, sizeof value);
+  return static_cast<double>(value);
+}
+
+using Element = double (*)(const char*, bool);
+
+Element element_type(const std::string& path, std::string_view type, std::size_t* size) {
+  static const struct {
+    const char* name;
+    Element element;
+    std::size_t size;
+  } types[] = {{"f8", element<double>, 8},
+               {"f4", element<float>, 4},
+               {"i8", element<std::int64_t>, 8},
+               {"i4", element<std::int32_t>, 4},
+               {"i2", element<std::int16_t>, 2}};
+  for (const auto& t : types)
+    if (type.size() == 3 && (type[0] == '<' || type[0] == '>') && type.substr(1) == t.name) {
+      *size = t.size;
+      return t.element;
+    }
+  fail(path, "holds values of the type " + quote(type) +
+                 "; accepted are float64, float32 and signed integers");
+}
+
+std::vector<std::size_t> parse_shape(const std::string& path, std::string_view text) {
+  const std::size_t end = text.find(')');
+  if (text[0] != '(' || end == std::string_view::npos)
+    fail(path, "damaged: the array has the shape " + quote(text));
+  std::vector<std::size_t> shape;
+  for (const std::string_view token : split(text.substr(1, end - 1), ", ")) {
+    const double length = parse_number(path, 1, token);
+    if (!(length >= 0.0 && length < 1e9)) fail(path, "the array has the shape " + quote(text));
+    shape.push_back(static_cast<std::size_t>(length));
+  }
+  if (shape.empty()) shape.push_back(1);
+  if (shape.size() > 2)
+    fail(path, "the array has the shape " + quote(text.substr(0, end + 1)) +
+                   "; accepted are (n,), (2, n) and (L, 6)");
+  return shape;
+}
+
+}  // namespace
+
+std::vector<Array> parse_npy(const std::string& path, std::string_view bytes) {
+  if (bytes.substr(0, 6) != "\x93NUMPY") fail(path, "is no .npy file of NumPy");
+  const auto byte = [&](std::size_t i) {
+    return i < bytes.size() ? static_cast<std::size_t>(static_cast<unsigned char>(bytes[i])) : 0;
+  };
+  const bool version1 = byte(6) == 1;
+  const std::size_t start = version1 ? 10 : 12;
+  const std::size_t length =
+      byte(8) + (byte(9) << 8) + (version1 ? 0 : (byte(10) << 16) + (byte(11) << 24));
+  if (bytes.size() < start || bytes.size() - start < length)
+    fail(path, "damaged: the file ends within the header of the array");
+  const std::string_view header = bytes.substr(start, length);
+  const std::string_view data = bytes.substr(start + length);
+
+  const std::vector<std::string_view> type = split(value_of(path, header, "descr"), "'\",");
+  std::size_t size = 0;
+  const Element element_at = element_type(path, type.empty() ? "" : type[0], &size);
+  const bool fortran = value_of(path, header, "fortran_order").substr(0, 4) == "True";
+  const std::vector<std::size_t> shape = parse_shape(path, value_of(path, header, "shape"));
+
+  Array array;
+  array.columns = shape.back();
+  if (shape.size() == 2) array.rows = shape[0];
+  const std::size_t count = array.rows * array.columns;
+  if (count == 0) fail(path, "holds no numbers");
+  if (data.size() != count * size)
+    fail(path, "damaged: " + count_of(count, "value") + " take " + std::to_string(count * size) +
+                   " bytes, the file has " + std::to_string(data.size()));
+  for (std::size_t r = 0; r < array.rows; ++r)
+    for (std::size_t c = 0; c < array.columns; ++c) {
+      const std::size_t i = fortran ? c * array.rows + r : r * array.columns + c;
+      array.values.push_back(element_at(data.data() + i * size, type[0][0] == '>'));
+    }
+  return {array};
+}
+
+}  // namespace jurn

@@ -1,0 +1,72 @@
+// What the parsers of the formats share.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "coefficients/formats.h"
+
+namespace jurn {
+
+/** An array of a file; vectors have one row. */
+struct Array {
+  std::string name;
+  std::size_t rows = 1;
+  std::size_t columns = 0;
+  std::vector<double> values;  // row by row
+};
+
+[[noreturn]] void fail(const std::string& path, const std::string& message);
+[[noreturn]] void fail(const std::string& path, int line, const std::string& message);
+
+/** A piece of a file as an error shows it: short and printable, whatever the file holds. */
+std::string quote(std::string_view text);
+
+std::string lower(std::string_view text);
+
+/** "1 tap", "2 taps". */
+std::string count_of(std::size_t count, const std::string& noun);
+
+/** A number as an error shows it. */
+std::string shown(double value);
+
+/** Whether float, which most filters store, holds the value. */
+bool in_range(double value);
+
+double parse_number(const std::string& path, int line, std::string_view token);
+
+std::vector<std::string_view> split(std::string_view text, const char* separators);
+
+/** The lines of a text, without byte-order mark and carriage returns. */
+std::vector<std::string_view> lines_of(std::string_view text);
+
+/** Throws for a design beyond the limit. */
+void check_limit(const std::string& path, const FilterDesign& design,
+                 const CoefficientLimit& limit);
+
+/** The design that arrays describe by their names or shapes. */
+FilterDesign design_of(const std::string& path, const std::vector<Array>& arrays,
+                       const ReadOptions& options);
+
+/** Sections of six values each, as a design; refuses them where no sections are wanted. */
+FilterDesign sections_design(const std::string& path, const std::vector<double>& sections,
+                             const ReadOptions& options);
+
+FilterDesign parse_numbers(const std::string& path, std::string_view text,
+                           const ReadOptions& options);
+std::vector<Array> parse_npy(const std::string& path, std::string_view bytes);
+std::vector<Array> parse_header(const std::string& path, std::string_view text);
+/** Whether a text names its arrays, as Octave's saves and MATLAB's .fcf do, or assigns them. */
+bool is_named_text(std::string_view text);
+std::vector<Array> parse_named_text(const std::string& path, std::string_view text);
+/** A text in UTF-16, with a mark or without, in ASCII: other letters become question marks. Numbers
+ * without the types that NumPy 2 prints: np.float64(0.5). Anything else as it is. */
+std::string plain_text(std::string_view bytes);
+std::vector<double> parse_biquads(const std::string& path, std::string_view text);
+FilterDesign parse_equaliser(const std::string& path, std::string_view text,
+                             const ReadOptions& options);
+
+}  // namespace jurn

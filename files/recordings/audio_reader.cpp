@@ -1,0 +1,240 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+
+#include "errors.h"
+#include "file_kind.h"
+#include "recordings/audio_io.h"
+#include "recordings/signals.h"
+
+namespace jurn {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr float kFullScale = 32768.0f;
+constexpr std::int64_t kNoLength = std::int64_t{1} << 50;  // beyond it nobody knows
+
+/** Explains why a file cannot be read, as far as the file system knows. */
+void check_readable(const std::string& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (!fs::exists(status)) throw Error(kInputError, path + ": no such file");
+  if (fs::is_directory(status)) throw Error(kInputError, path + ": is a directory");
+  if (access(path.c_str(), R_OK) != 0) throw Error(kInputError, path + ": " + std::strerror(errno));
+  if (fs::is_regular_file(status) && fs::file_size(path, error) == 0)
+    throw Error(kInputError, path + ": the file is empty");
+}
+
+/** What the file is by its first bytes; empty for a pipe. */
+std::string kind_of(int descriptor) {
+  char bytes[512];
+  const ssize_t got = pread(descriptor, bytes, sizeof bytes, 0);
+  return std::string(kind_of_file({bytes, static_cast<std::size_t>(std::max<ssize_t>(got, 0))}));
+}
+
+std::uint64_t read_number(const unsigned char* bytes, int count, bool big_endian) {
+  std::uint64_t number = 0;
+  for (int i = 0; i < count; ++i) number = number << 8 | bytes[big_endian ? i : count - 1 - i];
+  return number;
+}
+
+/** What the header of a file says about its length. */
+struct Counted {
+  std::uint64_t bytes = 0;       // that the file should have
+  bool samples_unknown = false;  // by a program that wrote to a pipe
+};
+
+Counted count_wav(int descriptor, std::int64_t bytes) {
+  unsigned char head[36], chunk[8];
+  if (pread(descriptor, head, sizeof head, 0) != sizeof head) return {};
+  const bool wide = std::memcmp(head, "RF64", 4) == 0;
+  const std::uint64_t riff = read_number(head + 4, 4, false), size = std::uint64_t(bytes);
+  Counted counted;
+  if (!wide && !is_unknown(static_cast<std::uint32_t>(riff))) counted.bytes = riff + 8;
+  std::uint64_t at = 12;
+  while (pread(descriptor, chunk, sizeof chunk, static_cast<off_t>(at)) == sizeof chunk) {
+    const std::uint64_t length = read_number(chunk + 4, 4, false), begin = at + sizeof chunk;
+    at = begin + length + length % 2;
+    if (std::memcmp(chunk, "data", 4) != 0) continue;
+    if (wide) {
+      const std::uint64_t samples = read_number(head + 28, 8, false);
+      if (samples < std::uint64_t{kNoLength}) counted.bytes = begin + samples;
+    } else if (begin + length <= size && length != 0) {
+      break;
+    } else if (!is_unknown(static_cast<std::uint32_t>(length))) {
+      counted.bytes = std::max(counted.bytes, begin + length);
+    } else {
+      // Other chunks can follow a recording that really is empty.
+      const bool empty =
+          riff != 0 && length == 0 &&
+          pread(descriptor, chunk, sizeof chunk, static_cast<off_t>(begin)) == sizeof chunk &&
+          begin + sizeof chunk + read_number(chunk + 4, 4, false) <= size;
+      counted.samples_unknown = !empty;
+    }
+    break;
+  }
+  return counted;
+}
+
+Counted count_bytes(int descriptor, std::int64_t bytes) {
+  unsigned char head[12];
+  if (pread(descriptor, head, sizeof head, 0) != sizeof head) return {};
+  const auto starts = [&](const char* magic) { return std::memcmp(head, magic, 4) == 0; };
+  if (starts("RIFF") || starts("RF64")) return count_wav(descriptor, bytes);
+  const std::uint64_t length = read_number(head + (starts(".snd") ? 8 : 4), 4, true);
+  const std::uint64_t before = starts(".snd") ? read_number(head + 4, 4, true) : 8;
+  if ((!starts("FORM") && !starts(".snd")) || is_unknown(static_cast<std::uint32_t>(length)))
+    return {};
+  return {before + length, false};
+}
+
+/** Throws when the header of a file counts more bytes than the file has: libsndfile would read what
+ * is left of the recording and keep quiet. Some programs miscount by a header. */
+void check_complete(const std::string& path, std::uint64_t counted, std::int64_t bytes) {
+  if (counted <= static_cast<std::uint64_t>(bytes) + 16) return;
+  throw Error(kInputError, path + ": was cut off (its header counts " + std::to_string(counted) +
+                               " bytes, the file has " + std::to_string(bytes) +
+                               "); --partial takes what is there");
+}
+
+}  // namespace
+
+AudioReader::AudioReader(const std::string& path, int max_channels, InputFormat format)
+    : path_(path), partial_(format.partial) {
+  if (path == kStandardStream) {
+    path_ = "standard input";
+    if (isatty(STDIN_FILENO))
+      throw Error(kUsageError, "standard input is a terminal; '-' takes a pipe or a file");
+    descriptor_.reset(STDIN_FILENO);
+  } else {
+    check_readable(path);
+    descriptor_.reset(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (descriptor_.get() < 0) {
+      const int error = errno;
+      check_interrupted();  // while a FIFO waited for its writer
+      throw Error(kInputError, path_ + ": " + std::strerror(error));
+    }
+  }
+  struct stat status {};
+  if (fstat(descriptor_.get(), &status) != 0)
+    throw Error(kInputError, path_ + ": " + std::strerror(errno));
+  const std::string kind = kind_of(descriptor_.get());  // libsndfile closes what it cannot read
+  if (format.rate) {
+    info_.samplerate = format.rate;
+    info_.channels = format.channels;
+    info_.format = SF_FORMAT_RAW | SF_FORMAT_PCM_16 | SF_ENDIAN_LITTLE;
+  }
+  const bool raw = format.rate != 0;
+  bool is_stream = !S_ISREG(status.st_mode);
+  repeatable_ = !is_stream && path != kStandardStream;
+  if (!is_stream && !raw) {
+    const Counted counted = count_bytes(descriptor_.get(), status.st_size);
+    if (!partial_) check_complete(path_, counted.bytes, status.st_size);
+    is_stream = counted.samples_unknown;
+  }
+  if (is_stream) {
+    pipe_ = std::make_unique<PipeReader>(descriptor_.get(), raw);
+    if (!raw && !pipe_->reads_in_one_pass()) {
+      Descriptor copy(open_temporary_file());
+      pipe_->copy_to(copy.get());
+      check_received();
+      pipe_.reset();
+      descriptor_.swap(copy);
+    }
+  }
+  file_.reset(pipe_ ? pipe_->open(&info_)
+                    : sf_open_fd(descriptor_.get(), SFM_READ, &info_, SF_FALSE));
+  check_received();
+  if (!file_) {
+    throw Error(kInputError, path_ + ": " + (kind.empty() ? "" : "is " + kind + ", ") +
+                                 "no audio file that can be read (" + sf_strerror(nullptr) +
+                                 "); samples without a header take --raw RATE,CHANNELS");
+  }
+  if (info_.channels > max_channels)
+    throw Error(kInputError, path_ + ": has " + std::to_string(info_.channels) +
+                                 " channels; at most " + std::to_string(max_channels) +
+                                 " are supported");
+}
+
+void AudioReader::check_received() const {
+  check_interrupted();
+  if (pipe_ && pipe_->error())
+    throw Error(kInputError, path_ + ": cannot be read (" + std::strerror(pipe_->error()) + ")");
+}
+
+SampleFormat AudioReader::samples() const {
+  switch (info_.format & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_PCM_24:
+    case SF_FORMAT_ALAC_20:
+    case SF_FORMAT_ALAC_24:
+      return SampleFormat::kInt24;
+    case SF_FORMAT_PCM_32:
+    case SF_FORMAT_ALAC_32:
+    case SF_FORMAT_FLOAT:
+    case SF_FORMAT_DOUBLE:
+      return SampleFormat::kFloat;
+    default:
+      return SampleFormat::kInt16;
+  }
+}
+
+Tags AudioReader::tags() const {
+  Tags tags;
+  for (int i = SF_STR_FIRST; i <= SF_STR_LAST; ++i)
+    if (const char* text = sf_get_string(file_.get(), i))
+      if (i != SF_STR_SOFTWARE) tags.emplace_back(i, text);
+  return tags;
+}
+
+/** Samples of 16 bits need no scaling and are all finite. */
+sf_count_t AudioReader::read_int16(float* out, std::size_t frames) {
+  const std::size_t channels = static_cast<std::size_t>(info_.channels);
+  int16_.resize(frames * channels);
+  const sf_count_t got =
+      sf_readf_short(file_.get(), int16_.data(), static_cast<sf_count_t>(frames));
+  const short* const in = int16_.data();
+  const std::size_t count = static_cast<std::size_t>(got) * channels;
+  for (std::size_t i = 0; i < count; ++i) out[i] = in[i];
+  return got;
+}
+
+std::size_t AudioReader::read(float* out, std::size_t frames) {
+  const bool is_int16 = (info_.format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16;
+  const sf_count_t got = is_int16
+                             ? read_int16(out, frames)
+                             : sf_readf_float(file_.get(), out, static_cast<sf_count_t>(frames));
+  check_received();
+  if (got == 0 && frames_read_ == 0) throw Error(kInputError, path_ + ": holds no samples");
+  if (got < static_cast<sf_count_t>(frames) && !partial_) {
+    const std::int64_t end = frames_read_ + got;
+    if (sf_error(file_.get()) != SF_ERR_NO_ERROR)
+      throw Error(kInputError, path_ + ": damaged after " + std::to_string(end) + " frames (" +
+                                   sf_strerror(file_.get()) + "); --partial takes these");
+    const int kind = info_.format & SF_FORMAT_TYPEMASK;  // some only estimate their lengths
+    const bool exact = pipe_ || (kind != SF_FORMAT_MPEG && kind != SF_FORMAT_OGG);
+    if (exact && info_.frames < kNoLength && end < info_.frames)
+      throw Error(kInputError, path_ + ": was cut off (its header counts " +
+                                   std::to_string(info_.frames) + " frames, " +
+                                   std::to_string(end) + " came); --partial takes these");
+  }
+  const std::size_t count = static_cast<std::size_t>(got) * static_cast<std::size_t>(channels());
+  for (std::size_t i = 0; i < count && !is_int16; ++i) {
+    out[i] *= kFullScale;
+    if (!std::isfinite(out[i])) {
+      out[i] = 0.0f;
+      ++not_finite_;
+    }
+  }
+  frames_read_ += got;
+  return static_cast<std::size_t>(got);
+}
+
+}  // namespace jurn

@@ -1,0 +1,214 @@
+#include "recordings/audio_io.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "errors.h"
+#include "file_kind.h"
+#include "recordings/signals.h"
+
+namespace jurn {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr float kFullScale = 32768.0f;
+constexpr std::int64_t kEndless = INT64_MAX;
+constexpr std::int64_t kMostBytes = 0xFFFFFF00;  // of samples, where the header counts 32 bits
+
+struct FileFormat {
+  const char* ending;
+  int major;
+  int codec;     // of the lossy formats, which have no sample width
+  bool streams;  // makes sense without lengths in its header
+  bool huge;     // counts more than 4 GiB
+};
+
+const FileFormat kFormats[] = {
+    {"wav", SF_FORMAT_WAV, 0, true, false},
+    {"wave", SF_FORMAT_WAV, 0, true, false},
+    {"raw", SF_FORMAT_RAW, 0, true, true},
+    {"flac", SF_FORMAT_FLAC, 0, true, true},
+    {"aif", SF_FORMAT_AIFF, 0, false, false},
+    {"aiff", SF_FORMAT_AIFF, 0, false, false},
+    {"au", SF_FORMAT_AU, 0, false, false},
+    {"caf", SF_FORMAT_CAF, 0, false, true},
+    {"w64", SF_FORMAT_W64, 0, false, true},
+    {"rf64", SF_FORMAT_RF64, 0, false, true},
+    {"ogg", SF_FORMAT_OGG, SF_FORMAT_VORBIS, true, true},
+    {"oga", SF_FORMAT_OGG, SF_FORMAT_VORBIS, true, true},
+    {"opus", SF_FORMAT_OGG, SF_FORMAT_OPUS, true, true},
+    {"mp3", SF_FORMAT_MPEG, SF_FORMAT_MPEG_LAYER_III, true, true},
+};
+
+const FileFormat& find_format(const std::string& path, const std::string& type, bool stream) {
+  std::string known;
+  for (const FileFormat& f : kFormats) {
+    if (type == f.ending && (f.streams || !stream)) return f;
+    if (f.streams || !stream) known += std::string(known.empty() ? "" : ", ") + f.ending;
+  }
+  if (stream)
+    throw Error(kUsageError,
+                path + ": a stream cannot be written as '" + type + "', but as " + known);
+  throw Error(kUsageError, path + ": '" + type +
+                               "' is no format that can be written; the ending of the name, or "
+                               "--type, is one of " +
+                               known);
+}
+
+bool can_hold(const FileFormat& file, SampleFormat samples, SF_INFO* info) {
+  const int width = samples == SampleFormat::kInt16   ? SF_FORMAT_PCM_16
+                    : samples == SampleFormat::kInt24 ? SF_FORMAT_PCM_24
+                                                      : SF_FORMAT_FLOAT;
+  info->format = file.major | (file.codec ? file.codec : width);
+  if (file.major == SF_FORMAT_RAW) info->format |= SF_ENDIAN_LITTLE;
+  return (!file.codec || samples == SampleFormat::kInt16) && sf_format_check(info);
+}
+
+/** Returns what the samples become. */
+SampleFormat set_format(const std::string& path, const FileFormat& file, const AudioFormat& format,
+                        SF_INFO* info) {
+  const SampleFormat samples = format.samples;
+  if (can_hold(file, samples, info)) return samples;
+  if (format.narrower) {
+    if (can_hold(file, SampleFormat::kInt24, info)) return SampleFormat::kInt24;
+    if (can_hold(file, SampleFormat::kInt16, info)) return SampleFormat::kInt16;
+  }
+  throw Error(kUsageError, path + ": the format '" + file.ending + "' cannot hold " +
+                               (samples == SampleFormat::kInt16   ? "16-bit"
+                                : samples == SampleFormat::kInt24 ? "24-bit"
+                                                                  : "float") +
+                               " samples of " + std::to_string(info->channels) + " channels at " +
+                               std::to_string(info->samplerate) + " Hz");
+}
+
+int sample_bytes(SampleFormat format) {
+  return format == SampleFormat::kInt16 ? 2 : format == SampleFormat::kInt24 ? 3 : 4;
+}
+
+}  // namespace
+
+AudioWriter::AudioWriter(const std::string& path, int channels, int rate, const AudioFormat& format,
+                         bool overwrite)
+    : output_(path, overwrite), bytes_(output_.descriptor(), output_.is_stream()) {
+  if (format.dither) dither_ = std::make_unique<Dither>(*format.dither);
+  info_.channels = channels;
+  info_.samplerate = rate;
+  std::string type = format.type.empty() ? type_of(path) : format.type;
+  if (type.empty() && output_.is_stream()) type = format.stream_type;
+  const FileFormat& file = find_format(output_.path(), type, output_.is_stream());
+  format_ = set_format(output_.path(), file, format, &info_);
+  most_frames_ = file.huge ? kEndless : kMostBytes / (channels * sample_bytes(format_));
+  if (output_.is_stream()) start_stream();
+  file_.reset(bytes_.open(&info_));
+  if (!file_) fail(sf_strerror(nullptr));
+  // The chunk holds the time of day; without it the same input gives the same file.
+  sf_command(file_.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+}
+
+/** Of the formats with lengths in their headers only WAV is common in pipes. Its header is ours and
+ * says that the length is unknown, the rest is raw. */
+void AudioWriter::start_stream() {
+  if (isatty(output_.descriptor()))
+    throw Error(kUsageError, output_.path() + " is a terminal; '-' takes a pipe or a file");
+  wav_stream_ = (info_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV;
+  if (wav_stream_) {
+    most_frames_ = kEndless;
+    const std::string header = stream_header(kEndless);
+    if (!bytes_.send(header.data(), static_cast<sf_count_t>(header.size()))) fail("");
+    info_.format = SF_FORMAT_RAW | SF_ENDIAN_LITTLE | (info_.format & SF_FORMAT_SUBMASK);
+  }
+}
+
+std::string AudioWriter::stream_header(std::int64_t frames) const {
+  return wav_header(info_.channels, info_.samplerate, 8 * sample_bytes(format_),
+                    format_ == SampleFormat::kFloat, frames);
+}
+
+/** A standard output that is a file gets the lengths in its header after all. */
+void AudioWriter::complete_wav_stream() {
+  struct stat status {};
+  const int out = output_.descriptor();
+  if (fstat(out, &status) != 0 || !S_ISREG(status.st_mode) || fcntl(out, F_GETFL) & O_APPEND)
+    return;
+  const std::string header = stream_header(frames_);
+  const off_t written =
+      static_cast<off_t>(header.size()) + frames_ * info_.channels * sample_bytes(format_);
+  if (pwrite(out, header.data(), header.size(), lseek(out, 0, SEEK_CUR) - written) < 0) fail("");
+}
+
+void AudioWriter::fail(const std::string& reason) const {
+  fail_to_write(output_.path(), bytes_.error(), reason);
+}
+
+void AudioWriter::expect(std::int64_t frames) const {
+  if (frames > most_frames_)
+    throw Error(kOutputError, output_.path() +
+                                  ": is longer than the 4 GiB that this format can "
+                                  "count; use w64, rf64, caf or flac");
+}
+
+void AudioWriter::set_tags(const Tags& tags) {
+  for (const auto& [number, text] : tags) sf_set_string(file_.get(), number, text.c_str());
+}
+
+void AudioWriter::write(const float* in, std::size_t frames) {
+  const std::size_t count = frames * static_cast<std::size_t>(info_.channels);
+  const sf_count_t length = static_cast<sf_count_t>(frames);
+  frames_ += length;
+  expect(frames_);
+  sf_count_t written = 0;
+  switch (format_) {
+    case SampleFormat::kInt16:
+      int16_.resize(count);
+      to_int16(in, count, int16_.data(), &clipped_, dither_.get());
+      written = sf_writef_short(file_.get(), int16_.data(), length);
+      break;
+    case SampleFormat::kInt24:
+      int24_.resize(count);
+      for (std::size_t i = 0; i < count; ++i) {
+        const double x = std::nearbyint(static_cast<double>(in[i]) * 256.0);
+        clipped_ += x > 8388607.0 || x < -8388608.0;
+        int24_[i] = static_cast<int>(std::min(std::max(x, -8388608.0), 8388607.0)) * 256;
+      }
+      written = sf_writef_int(file_.get(), int24_.data(), length);
+      break;
+    case SampleFormat::kFloat:
+      float_.resize(count);
+      for (std::size_t i = 0; i < count; ++i) float_[i] = in[i] / kFullScale;
+      written = sf_writef_float(file_.get(), float_.data(), length);
+      break;
+  }
+  if (written != length) fail(sf_strerror(file_.get()));
+}
+
+void AudioWriter::commit() {
+  const int failed = sf_close(file_.release());
+  if (failed || bytes_.error()) fail(sf_error_number(failed));
+  if (wav_stream_) complete_wav_stream();
+  output_.commit();
+}
+
+std::vector<std::string> audio_types() {
+  std::vector<std::string> types;
+  for (const FileFormat& f : kFormats) types.push_back(f.ending);
+  return types;
+}
+
+std::string type_of(const std::string& path) {
+  std::string ending = fs::path(path).extension().string();
+  std::transform(ending.begin(), ending.end(), ending.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return ending.empty() ? ending : ending.substr(1);
+}
+
+}  // namespace jurn
