@@ -164,8 +164,14 @@ std::string array_of(const std::string& name, const std::vector<double>& values,
   return out;
 }
 
+const char* kind_of(FilterDesign::Kind kind) {
+  return kind == FilterDesign::kSections ? "JURN_CASCADE"
+         : kind == FilterDesign::kIir    ? "JURN_IIR"
+                                         : "JURN_FIR";
+}
+
 const char kInt16Setup[] =
-    "/** Configures a filter for 1 or 2 interleaved channels and clears it. */\n"
+    "/** Configures a filter for JURN_MONO or JURN_STEREO channels and clears it. */\n"
     "static inline void @name@_setup(Filter_ID* filter, int channels) {\n"
     "  memset(filter, 0, sizeof *filter);\n"
     "  filter->chanel = channels;\n";
@@ -213,7 +219,7 @@ std::string header_file(const FilterDesign& design, const ExportOptions& options
   out += "\n";
   if (int16) {
     out += kInt16Setup;
-    out += std::string("  filter->filtertype = ") + (sections ? "1" : iir ? "0" : "-1") + ";\n";
+    out += std::string("  filter->filtertype = ") + kind_of(design.kind) + ";\n";
   } else {
     out += "enum { @name@_filters = " + (sections ? count : "1") + " };\n\n";
     out += kDoubleSetup;
@@ -227,10 +233,13 @@ std::string header_file(const FilterDesign& design, const ExportOptions& options
              (int16 ? "filter->" + std::string(part) + " + 3 * k"
                     : "filters[k]." + std::string(part)) +
              ", @name@_sections[k]" + (*part == 'b' ? "" : " + 3") + ", 3 * sizeof(@type@));\n";
-    if (!int16) out += "    filters[k].blen = filters[k].alen = 3;\n";
+    if (!int16) {
+      out += "    filters[k].filtertype = JURN_IIR;\n";
+      out += "    filters[k].blen = filters[k].alen = 3;\n";
+    }
     out += "  }\n";
   } else {
-    if (!int16) out += std::string("  filters[0].filtertype = ") + (iir ? "0" : "-1") + ";\n";
+    if (!int16) out += std::string("  filters[0].filtertype = ") + kind_of(design.kind) + ";\n";
     for (const char* part : {"b", "a"}) {
       if (*part == 'a' && !iir) continue;
       const std::size_t length = *part == 'b' ? design.b.size() : design.a.size();

@@ -99,9 +99,12 @@ class DesignTest(ToolTest):
                 again = self.run_filter(command, "-c", output, *keep, source="noise.wav")
                 np.testing.assert_array_equal(again, result, output)
             self.run_tool("export", "my-filter.h", "--" + source, name)
+            kind = {"sos": "CASCADE", "iir": "IIR", "fir": "FIR"}[command]
+            with open("my-filter.h", encoding="utf-8") as file:
+                self.assertIn(f"filter->filtertype = JURN_{kind};\n", file.read())
             program = write("use.c", '#include <stdio.h>\n#include "my-filter.h"\n'
                             "static Filter_ID filter;\nint main(void) {\n"
-                            "  short block[1024];\n  my_filter_setup(&filter, 2);\n"
+                            "  short block[1024];\n  my_filter_setup(&filter, JURN_STEREO);\n"
                             "  while (fread(block, 4, 512, stdin) == 512) {\n"
                             "    my_filter_run(&filter, block, 512, block);\n"
                             "    fwrite(block, 4, 512, stdout);\n  }\n  return 0;\n}\n")
