@@ -257,6 +257,8 @@ const bool registered = [] {
     add_dearest<Zita>("zita", shape);
 #endif
   }
+  for (const Shape& shape : {Shape{8192, 256, 2}, Shape{480000, 256, 2}})
+    add_clones("room, " + shape.name(), [shape] { return jurn(shape); });
   for (const Shape& shape : {Shape{8192, 256, 2}, Shape{48000, 256, 2}, Shape{96000, 256, 4},
                              Shape{96000, 64, 2}, Shape{480000, 64, 2}, Shape{480000, 256, 2}})
     benchmark::RegisterBenchmark(("room fades/" + shape.name()).c_str(), [shape](

@@ -79,8 +79,11 @@ void add_kernel(const std::string& name) {
 const bool registered = [] {
   add_kernel<short, float>("fir");
   add_kernel<float, double>("fir double");
-  add_clones("JURNfir, 512 taps", [] { return jurn<short, float>("", 512, 480); });
-  add_clones("MORVAX_Qfirf, 512 taps", [] { return jurn<float, double>("", 512, 480); });
+  for (int taps : {32, 512}) {
+    const std::string with = ", taps: " + std::to_string(taps);
+    add_clones("JURNfir" + with, [taps] { return jurn<short, float>("", taps, 480); });
+    add_clones("MORVAX_Qfirf" + with, [taps] { return jurn<float, double>("", taps, 480); });
+  }
   return true;
 }();
 

@@ -170,7 +170,7 @@ const bool registered = [] {
   });
   for (int count : {32, 100, 256})
     add_group("mean/" + std::to_string(count), [count] { return means(count); });
-  for (int sections : {1, 4, 8, 16})
+  for (int sections : {1, 2, 4, 8, 16})
     add_clones("cascade, sections: " + std::to_string(sections),
                [sections] { return cascade("", sections); });
   add_clones("moving mean, 100 samples", [] { return means(100)[0]; });

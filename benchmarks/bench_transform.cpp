@@ -79,7 +79,8 @@ const bool registered = [] {
 #endif
       return sides;
     });
-  add_clones("transform chain, 1024", [] { return jurn_chain(1024); });
+  for (int N = 64; N <= JURN_FFT_MAX; N *= 2)
+    add_clones("transform chain, length: " + std::to_string(N), [N] { return jurn_chain(N); });
   return true;
 }();
 

@@ -16,7 +16,8 @@ constexpr int kSteps = 1000;
 constexpr int kPairs = 8;
 
 int vector_bytes() {
-  return JURN_clone() == JURN_CLONE_AVX512 ? 64 : JURN_clone() == JURN_CLONE_AVX2 ? 32 : 16;
+  const JURN_Clone clone = JURN_clone(JURN_KERNEL_OTHER);
+  return clone == JURN_CLONE_AVX512 ? 64 : clone == JURN_CLONE_AVX2 ? 32 : 16;
 }
 
 void saturate(float) {

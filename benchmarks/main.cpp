@@ -35,7 +35,7 @@ bool quiet() {
   static double shortest = 1e9;
   JURN_clone_hook = JURN_CLONE_BASELINE;
   const double time = std::min(time_of(probe, 1), time_of(probe, 1));
-  JURN_clone_hook = JURN_best_clone();
+  JURN_clone_hook = JURN_CLONE_FASTEST;
   shortest = std::min(shortest, time);
   return time < 1.1 * shortest;
 }
@@ -103,7 +103,7 @@ void add_clones(const std::string& name, std::function<Side()> make) {
       sides.push_back({kCloneNames[clone], side.units, [side, clone] {
                          JURN_clone_hook = static_cast<JURN_Clone>(clone);
                          side.run();
-                         JURN_clone_hook = JURN_best_clone();
+                         JURN_clone_hook = JURN_CLONE_FASTEST;
                        }});
     }
     return sides;
@@ -113,7 +113,7 @@ void add_clones(const std::string& name, std::function<Side()> make) {
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::AddCustomContext("instruction_set", kCloneNames[JURN_clone()]);
+  benchmark::AddCustomContext("instruction_set", kCloneNames[JURN_best_clone()]);
   benchmark::AddCustomContext("compiler", JURN_COMPILER);
   benchmark::RunSpecifiedBenchmarks();
   return 0;

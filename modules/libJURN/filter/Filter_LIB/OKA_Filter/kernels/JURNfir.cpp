@@ -9,7 +9,7 @@
 namespace {
 
 void fir(short* output, const short* x, int count, const float* taps, int tap_count) {
-  return JURN_CALL_CLONE(fir(output, x, count, taps, tap_count));
+  return JURN_CALL_CLONE_OF(JURN_KERNEL_FIR, fir(output, x, count, taps, tap_count));
 }
 
 }  // namespace

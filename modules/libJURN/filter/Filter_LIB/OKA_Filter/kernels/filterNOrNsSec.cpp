@@ -11,7 +11,7 @@ template <int channels>
 void run(const float* b, const float* a, int n, int ns, float* const (&x)[channels], int len,
          float* const (&px)[channels], float* const (&py)[channels]) {
   if ((n != 2 && n != 4) || ns <= 0 || len <= 0) return;
-  return JURN_CALL_CLONE(cascade(n, ns, b, a, x, len, px, py));
+  return JURN_CALL_CLONE_OF(JURN_KERNEL_CASCADE, cascade(n, ns, b, a, x, len, px, py));
 }
 
 }  // namespace

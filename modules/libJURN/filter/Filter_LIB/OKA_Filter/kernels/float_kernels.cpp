@@ -11,7 +11,7 @@
 namespace {
 
 void fir(float* output, const float* x, int count, const double* b, int blen) {
-  return JURN_CALL_CLONE(fir(output, x, count, b, blen));
+  return JURN_CALL_CLONE_OF(JURN_KERNEL_FIR, fir(output, x, count, b, blen));
 }
 
 void numerator(double* y, const float* x, int count, const double* b, int blen) {
