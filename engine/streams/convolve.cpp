@@ -95,10 +95,15 @@ ConvolutionResponse::ConvolutionResponse(const Convolution_shape& shape, const R
         {route.input, route.output, taps.back().data(), static_cast<int>(taps.back().size())});
   }
   const int count = static_cast<int>(routes.size());
-  const std::size_t size = MORVAX_ConvolutionResponseSize_API(&shape, routes.data(), count);
-  memory_ = allocate(size);
-  if (MORVAX_ConvolutionResponseCalcu_API(static_cast<ConvolutionResponse_ID*>(memory_.get()), size,
-                                          &shape, routes.data(), count))
+  size_ = MORVAX_ConvolutionResponseSize_API(&shape, routes.data(), count);
+  memory_ = allocate(size_);
+  set(shape, routes.data(), count);
+}
+
+void ConvolutionResponse::set(const Convolution_shape& shape, const Convolution_route* routes,
+                              int count) {
+  if (MORVAX_ConvolutionResponseCalcu_API(static_cast<ConvolutionResponse_ID*>(memory_.get()),
+                                          size_, &shape, routes, count))
     throw Error(kInputError, "the impulse response has taps beyond the numbers of float");
 }
 

@@ -23,11 +23,14 @@ class ConvolutionResponse {
  public:
   /** Throws when a tap is no finite float. */
   ConvolutionResponse(const Convolution_shape& shape, const Routing& routing);
+  /** Other taps of the same routes, none longer than before. Allocates nothing. */
+  void set(const Convolution_shape& shape, const Convolution_route* routes, int count);
   const ConvolutionResponse_ID* get() const {
     return static_cast<const ConvolutionResponse_ID*>(memory_.get());
   }
 
  private:
+  std::size_t size_ = 0;
   AlignedMemory memory_;
 };
 

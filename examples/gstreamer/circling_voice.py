@@ -25,8 +25,10 @@ control = GstController.InterpolationControlSource(
     mode=GstController.InterpolationMode.LINEAR)
 # The binding maps 0 to 1 onto the property's range.
 lowest, highest = (head.find_property("azimuth").minimum, head.find_property("azimuth").maximum)
-for turns in range(0, 50):
-    control.set(int(turns * turn * Gst.SECOND), (360.0 * turns - lowest) / (highest - lowest))
+for turns in range(0, 50):  # each from 0 to 360 degrees, which is 0 again
+    begin, end = int(turns * turn * Gst.SECOND), int((turns + 1) * turn * Gst.SECOND)
+    control.set(begin, -lowest / (highest - lowest))
+    control.set(end - 1, (360.0 - lowest) / (highest - lowest))
 head.add_control_binding(GstController.DirectControlBinding.new(head, "azimuth", control))
 
 pipeline.set_state(Gst.State.PLAYING)

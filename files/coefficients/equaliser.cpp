@@ -3,6 +3,8 @@
 #include <cctype>
 #include <cmath>
 #include <iterator>
+#include <locale>
+#include <sstream>
 
 #include "coefficients/parse.h"
 #include "design/equaliser.h"
@@ -122,10 +124,13 @@ double slope_of(Words* words) {
   return slope;
 }
 
-void check_filter(const Words& words, const EqualiserFilter& f, const std::string& type, int rate) {
+void check_frequency(const Words& words, const EqualiserFilter& f, int rate) {
   if (!(f.frequency > 0.0 && f.frequency < rate / 2.0))
     words.fail("Fc " + shown(f.frequency) + " Hz: at " + std::to_string(rate) +
                " Hz a frequency has to lie between 0 and " + shown(rate / 2.0) + " Hz");
+}
+
+void check_filter(const Words& words, const EqualiserFilter& f, const std::string& type) {
   if (f.q < 0.0 || f.octaves < 0.0 || f.q > 1e6 || f.octaves > 100.0)
     words.fail(f.octaves != 0.0 ? "BW Oct " + shown(f.octaves) + ": accepted is 0 to 100"
                                 : "Q " + shown(f.q) + ": accepted is 0 to 1000000");
@@ -149,7 +154,7 @@ int order_of(Words* words) {
 }
 
 /** A filter from its type on: "PK Fc 3000 Hz Gain -4 dB Q 2" or "PK 3k -4 Q 2". */
-void parse_words(Words words, int rate, std::vector<double>* out) {
+EqualiserFilter filter_of(Words words) {
   const std::string type(words.left() ? words.next() : "");
   const auto* const found = std::find_if(std::begin(kTypes), std::end(kTypes),
                                          [&](const auto& t) { return lower(type) == t.name; });
@@ -206,7 +211,13 @@ void parse_words(Words words, int rate, std::vector<double>* out) {
     const double octaves = std::abs(f.gain) / 2.0 / slope;
     if (found->at_corner) f.frequency *= std::exp2(f.type == Type::kLowShelf ? octaves : -octaves);
   }
-  check_filter(words, f, type, rate);
+  check_filter(words, f, type);
+  return f;
+}
+
+void parse_words(const Words& words, int rate, std::vector<double>* out) {
+  const EqualiserFilter f = filter_of(words);
+  check_frequency(words, f, rate);
   append_sections(f, rate, out);
 }
 
@@ -308,6 +319,39 @@ FilterDesign parse_equaliser_words(const std::vector<std::string>& filters, int 
   for (const std::string& filter : filters)
     parse_words(Words("'" + filter + "'", 0, filter), rate, &sections);
   return sections_design("the filters", sections, options);
+}
+
+EqualiserFilter parse_equaliser_filter(const std::string& text) {
+  const std::string name = "'" + text + "'";
+  return filter_of(Words(name, 0, text));
+}
+
+std::string text_of(const EqualiserFilter& f) {
+  const auto number = [](double value) {
+    // As few digits as give the same number, with a point, whatever the locale.
+    for (int digits = 6;; ++digits) {
+      std::stringstream text;
+      text.imbue(std::locale::classic());
+      text.precision(digits);
+      text << value;
+      double read = 0.0;
+      if (digits == 17 || (text >> read && read == value)) return text.str();
+    }
+  };
+  const auto* const type = std::find_if(std::begin(kTypes), std::end(kTypes), [&](const auto& t) {
+    return t.type == f.type && !t.at_corner;
+  });
+  std::string text = type->name;
+  for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  text += " Fc " + number(f.frequency) + " Hz";
+  if (has_gain(f.type)) text += " Gain " + number(f.gain) + " dB";
+  if (f.order)
+    text += " order " + std::to_string(f.order) + (f.linkwitz_riley ? " LR" : "");
+  else if (f.octaves != 0.0)
+    text += " BW Oct " + number(f.octaves);
+  else if (f.q != 0.0)
+    text += " Q " + number(f.q);
+  return text;
 }
 
 bool names_equaliser_type(std::string_view text) {

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "design/equaliser.h"
 #include "design/filter_design.h"
 
 namespace jurn {
@@ -48,6 +49,9 @@ FilterDesign parse_design(const std::string& path, std::string_view bytes,
 
 /** Sections from the words of equaliser files, one filter each: "PK 3k -4 Q 2", "HP 80 order 4". */
 FilterDesign parse_equaliser_words(const std::vector<std::string>& filters, int rate);
+/** One of these filters, for any rate; and the words for it, whose numbers give the same filter. */
+EqualiserFilter parse_equaliser_filter(const std::string& text);
+std::string text_of(const EqualiserFilter& filter);
 /** Whether a text begins with the type of such a filter. */
 bool names_equaliser_type(std::string_view text);
 

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <string_view>
 
 #include "coefficients/formats.h"
@@ -166,6 +167,13 @@ ImpulseResponse read_impulse_response(const std::vector<std::string>& paths, int
 }
 
 std::size_t count_channels(const std::string& path) {
+  if (is_text(path)) {
+    ImpulseResponse response;
+    ImpulseResponseOptions options;
+    options.max_taps = std::numeric_limits<int>::max();
+    append_text(path, options, &response);
+    return response.size();
+  }
   return static_cast<std::size_t>(AudioReader(path, kMostChannels).channels());
 }
 

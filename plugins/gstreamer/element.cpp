@@ -1,6 +1,54 @@
 #include "element.h"
 
+#include <filesystem>
+#include <system_error>
+
 namespace jurn::gst {
+namespace {
+
+// GStreamer escapes a preset's strings twice and reads them once, which leaves "PK\\ 1k".
+thread_local bool reads_preset = false;
+gboolean (*load_plain)(GstPreset*, const gchar*) = nullptr;
+
+gboolean load_preset(GstPreset* element, const gchar* name) {
+  reads_preset = true;
+  const gboolean result = load_plain(element, name);
+  reads_preset = false;
+  return result;
+}
+
+gchar** preset_properties(GstPreset* element) {
+  guint count = 0;
+  GParamSpec** const all = g_object_class_list_properties(G_OBJECT_GET_CLASS(element), &count);
+  gchar** const names = g_new0(gchar*, count + 1);
+  for (guint i = 0, kept = 0; i < count; ++i) {
+    const bool is_own = g_type_is_a(all[i]->owner_type, GST_TYPE_BASE_TRANSFORM) &&
+                        all[i]->owner_type != GST_TYPE_BASE_TRANSFORM;
+    if (is_own && (all[i]->flags & G_PARAM_READWRITE) == G_PARAM_READWRITE)
+      names[kept++] = g_strdup(all[i]->name);
+  }
+  g_free(all);
+  return names;
+}
+
+}  // namespace
+
+void add_presets(gpointer interface, gpointer) {
+  auto* const presets = static_cast<GstPresetInterface*>(interface);
+  load_plain = presets->load_preset;
+  presets->load_preset = load_preset;
+  presets->get_property_names = preset_properties;
+}
+
+std::string text_of(const GValue* value) {
+  const char* const string = g_value_get_string(value);
+  if (!string) return "";
+  if (!reads_preset) return string;
+  gchar* const plain = g_strcompress(string);
+  const std::string text = plain;
+  g_free(plain);
+  return text;
+}
 
 void install_statistics(GObjectClass* gobject_class, guint statistics, guint interval) {
   constexpr auto flags = static_cast<GParamFlags>(G_PARAM_READABLE | G_PARAM_STATIC_STRINGS);
@@ -23,6 +71,12 @@ void install_statistics(GObjectClass* gobject_class, guint statistics, guint int
 void post_warnings(GstElement* element, const std::vector<std::string>& warnings) {
   for (const std::string& warning : warnings)
     GST_ELEMENT_WARNING(element, LIBRARY, SETTINGS, ("%s", warning.c_str()), (nullptr));
+}
+
+gint64 time_of_writing(const std::string& path) {
+  std::error_code error;
+  const auto time = std::filesystem::last_write_time(path, error);
+  return error ? 0 : static_cast<gint64>(time.time_since_epoch().count());
 }
 
 bool changes_caps(GstBaseTransform* transform, GstEvent* event) {

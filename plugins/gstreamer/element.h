@@ -48,6 +48,14 @@ class Statistics {
 /** Posts what the user should know; the stream goes on. */
 void post_warnings(GstElement* element, const std::vector<std::string>& warnings);
 
+/** Fills a GstPresetInterface: presets hold the element's own properties. */
+void add_presets(gpointer interface, gpointer);
+/** The string of a property that is set. */
+std::string text_of(const GValue* value);
+
+/** When a file was last written, 0 for none: a file that was written anew is read anew. */
+gint64 time_of_writing(const std::string& path);
+
 /** Whether an event brings caps other than those at the sink pad. */
 bool changes_caps(GstBaseTransform* transform, GstEvent* event);
 

@@ -9,42 +9,42 @@
 #include <utility>
 #include <vector>
 
-#include "handover.h"
+#include "preparer.h"
 #include "streams/live_filter.h"
 
 namespace jurn::gst {
 
-/** What is passed to the streaming thread: a filter, and how long it rings on. */
-struct PreparedFilter {
+/** A filter, and how long it rings on. */
+struct PreparedFilter : Prepared {
   template <typename... Arguments>
   explicit PreparedFilter(int frames, Arguments&&... arguments)
       : filter(std::forward<Arguments>(arguments)...), tail(frames) {}
 
   jurn::LiveFilter filter;
   int tail;  // frames
-  PreparedFilter* next = nullptr;
 };
 
 /** Frames of a fade. */
 constexpr int kFadeFrames = 1024;
 
 /**
- * Runs the newest filter of a handover. The first one starts at once. A later one is run over the
+ * Runs the newest filter that is prepared. A later one than the first is run over the
  * past input, so that it stands where it would had it run all along, and then both run over the
  * frames of a fade: the first frame is wholly the old filter's, the last wholly the new one's.
  */
 template <typename Sample>
 class FadingFilter {
  public:
-  FadingFilter(Handover<PreparedFilter>* handover, int channels)
-      : handover_(handover),
+  FadingFilter(Preparer* preparer, std::unique_ptr<PreparedFilter> first, int channels)
+      : preparer_(preparer),
         channels_(static_cast<std::size_t>(channels)),
+        current_(first.release()),
         past_(kPastFrames * channels_),
         faded_(kFadeFrames * channels_) {}
 
   ~FadingFilter() {
-    handover_->give_back(current_);
-    handover_->give_back(incoming_);
+    preparer_->give_back(current_);
+    preparer_->give_back(incoming_);
   }
   FadingFilter(const FadingFilter&) = delete;
   FadingFilter& operator=(const FadingFilter&) = delete;
@@ -63,11 +63,11 @@ class FadingFilter {
   /** Returns to silence; a fade is at its end. */
   void reset() {
     if (incoming_) finish_fade();
-    if (current_) current_->filter.reset();
+    current_->filter.reset();
     std::fill(past_.begin(), past_.end(), Sample{});
   }
 
-  int tail() const { return current_ ? current_->tail : 0; }
+  int tail() const { return current_->tail; }
 
  private:
   // No FIR and no mean looks back farther.
@@ -75,10 +75,9 @@ class FadingFilter {
 
   void take_next() {
     if (incoming_) return;
-    incoming_ = handover_->take();
+    incoming_ = preparer_->take<PreparedFilter>();
     position_ = 0;
     if (!incoming_) return;
-    if (!current_) return finish_fade();
     for (int done = 0; done < kPastFrames; done += kFadeFrames) {
       const int count = std::min(kPastFrames - done, kFadeFrames);
       incoming_->filter.process(past_.data() + static_cast<std::size_t>(done) * channels_, count,
@@ -87,7 +86,7 @@ class FadingFilter {
   }
 
   void finish_fade() {
-    handover_->give_back(current_);
+    preparer_->give_back(current_);
     current_ = incoming_;
     incoming_ = nullptr;
   }
@@ -95,7 +94,6 @@ class FadingFilter {
   void process_piece(Sample* samples, int frames) {
     const std::size_t values = static_cast<std::size_t>(frames) * channels_;
     remember(samples, values);
-    if (!current_) return;  // nothing was prepared yet: the samples pass
     if (!incoming_) return current_->filter.process(samples, frames, samples);
     incoming_->filter.process(samples, frames, faded_.data());
     current_->filter.process(samples, frames, samples);
@@ -120,9 +118,9 @@ class FadingFilter {
               past_.begin() + static_cast<std::ptrdiff_t>(kept));
   }
 
-  Handover<PreparedFilter>* handover_;
+  Preparer* preparer_;
   std::size_t channels_;
-  PreparedFilter* current_ = nullptr;
+  PreparedFilter* current_;
   PreparedFilter* incoming_ = nullptr;
   int position_ = 0;          // frames of the fade that are done
   std::vector<Sample> past_;  // the last input

@@ -11,6 +11,7 @@
 #include "design/prepare.h"
 #include "design/roots.h"
 #include "design/stability.h"
+#include "element.h"
 
 namespace jurn::gst {
 namespace {
@@ -38,12 +39,12 @@ FilterDesign::Kind kind_of(Kind kind) {
                               : FilterDesign::kSections;
 }
 
-jurn::ReadOptions options_for(FilterDesign::Kind kind, const Stream& stream) {
-  jurn::ReadOptions options{kind, {}, jurn::Format::kByContent, {}, stream.rate};
+jurn::ReadOptions options_for(FilterDesign::Kind kind, int rate, jurn::Precision precision) {
+  jurn::ReadOptions options{kind, {}, jurn::Format::kByContent, {}, rate};
   options.limit = kind == FilterDesign::kFir   ? jurn::fir_limit()
                   : kind == FilterDesign::kIir ? jurn::iir_limit()
                                                : jurn::section_limit();
-  if (kind != FilterDesign::kSections && stream.precision == jurn::Precision::kDouble)
+  if (kind != FilterDesign::kSections && precision == jurn::Precision::kDouble)
     options.limit = {JURN_FLOAT_COEFFICIENTS,
                      std::to_string(JURN_FLOAT_COEFFICIENTS) +
                          " coefficients, the limit for float samples; 16-bit samples take " +
@@ -88,38 +89,76 @@ FilterDesign design_of_arrays(const std::vector<std::vector<double>>& arrays, Ki
 
 }  // namespace
 
+void FilterSource::clear(Source next) {
+  source_ = next;
+  path_.clear();
+  lines_.clear();
+  bands_.clear();
+  arrays_.clear();
+  problem_.clear();
+  ++setting_;
+}
+
 void FilterSource::set_file(const std::string& path) {
-  *this = FilterSource(kind, gain_db, length);
-  source_ = path.empty() ? Source::kNone : Source::kFile;
+  if (path.empty() && source_ != Source::kFile) return;
+  clear(path.empty() ? Source::kNone : Source::kFile);
   path_ = path;
 }
 
 void FilterSource::set_equaliser(const std::string& lines) {
-  *this = FilterSource(kind, gain_db, length);
-  source_ = lines.empty() ? Source::kNone : Source::kEqualiser;
-  lines_ = lines;
+  if (lines.empty() && source_ != Source::kEqualiser) return;
+  clear(lines.empty() ? Source::kNone : Source::kEqualiser);
+  std::string line;
+  for (const char c : lines + ';') {
+    if (c != ';' && c != '\n') {
+      line += c;
+      continue;
+    }
+    if (const std::size_t begin = line.find_first_not_of(" \t"); begin != line.npos)
+      lines_.push_back(line.substr(begin));
+    line.clear();
+  }
+  try {
+    for (const std::string& text : lines_) bands_.push_back(jurn::parse_equaliser_filter(text));
+  } catch (const std::exception&) {
+    bands_.clear();
+  }
+}
+
+void FilterSource::set_band(std::size_t index, const jurn::EqualiserFilter& filter) {
+  if (index >= bands_.size()) return;
+  bands_[index] = filter;
+  lines_[index] = jurn::text_of(filter);
+  ++setting_;
+}
+
+std::string FilterSource::equaliser() const {
+  std::string lines;
+  for (const std::string& line : lines_) lines += (lines.empty() ? "" : "; ") + line;
+  return lines;
 }
 
 void FilterSource::set_coefficients(const GValue* arrays) {
-  std::vector<std::vector<double>> values;
-  for (guint i = 0; i < gst_value_array_get_size(arrays); ++i) {
+  const guint count = gst_value_array_get_size(arrays);
+  if (count == 0 && source_ != Source::kCoefficients) return;
+  clear(count ? Source::kCoefficients : Source::kNone);
+  for (guint i = 0; i < count; ++i) {
     const GValue* const array = gst_value_array_get_value(arrays, i);
-    if (!GST_VALUE_HOLDS_ARRAY(array))
-      throw std::runtime_error("coefficients: takes arrays of numbers, like <<0.5,0.5>>");
-    values.emplace_back();
+    arrays_.emplace_back();
+    if (!GST_VALUE_HOLDS_ARRAY(array)) {
+      problem_ = "coefficients: takes arrays of numbers, like <<0.5,0.5>>";
+      return;
+    }
     for (guint k = 0; k < gst_value_array_get_size(array); ++k) {
       GValue number = G_VALUE_INIT;
       g_value_init(&number, G_TYPE_DOUBLE);
       if (!g_value_transform(gst_value_array_get_value(array, k), &number) ||
           !std::isfinite(g_value_get_double(&number)))
-        throw std::runtime_error("coefficients: holds something that is no finite number");
-      values.back().push_back(g_value_get_double(&number));
+        problem_ = "coefficients: holds something that is no finite number";
+      arrays_.back().push_back(g_value_get_double(&number));
     }
-    if (values.back().empty()) throw std::runtime_error("coefficients: holds an empty array");
+    if (arrays_.back().empty()) problem_ = "coefficients: holds an empty array";
   }
-  *this = FilterSource(kind, gain_db, length);
-  source_ = values.empty() ? Source::kNone : Source::kCoefficients;
-  arrays_ = std::move(values);
 }
 
 void FilterSource::get_coefficients(GValue* result) const {
@@ -136,32 +175,28 @@ void FilterSource::get_coefficients(GValue* result) const {
   }
 }
 
-FilterDesign FilterSource::read(const Stream& stream) const {
+FilterDesign FilterSource::read(int rate, jurn::Precision precision) const {
+  const auto options = [&](FilterDesign::Kind wanted) {
+    return options_for(wanted, rate, precision);
+  };
+  if (!problem_.empty()) throw std::runtime_error(problem_);
   if (source_ == Source::kCoefficients) {
     FilterDesign design = design_of_arrays(arrays_, kind);
-    jurn::check_limit("coefficients", design, options_for(design.kind, stream).limit);
+    jurn::check_limit("coefficients", design, options(design.kind).limit);
     return design;
   }
   if (source_ == Source::kEqualiser) {
-    std::vector<std::string> filters(1);
-    for (const char c : lines_)
-      if (c == ';' || c == '\n')
-        filters.emplace_back();
-      else
-        filters.back() += c;
-    const auto is_empty = [](const std::string& f) { return f.find_first_not_of(" \t") == f.npos; };
-    filters.erase(std::remove_if(filters.begin(), filters.end(), is_empty), filters.end());
-    const FilterDesign design = jurn::parse_equaliser_words(filters, stream.rate);
-    jurn::check_limit("equaliser", design, options_for(design.kind, stream).limit);
+    FilterDesign design = jurn::parse_equaliser_words(lines_, rate);
+    jurn::check_limit("equaliser", design, options(design.kind).limit);
     return design;
   }
-  if (kind != Kind::kAutomatic) return jurn::load_design(path_, options_for(kind_of(kind), stream));
+  if (kind != Kind::kAutomatic) return jurn::load_design(path_, options(kind_of(kind)));
   // What the file holds shows in what it can be read as; the first reading's error is the one to
   // tell when nothing fits.
   std::string problem;
   for (const auto tried : {FilterDesign::kSections, FilterDesign::kIir, FilterDesign::kFir}) {
     try {
-      return jurn::load_design(path_, options_for(tried, stream));
+      return jurn::load_design(path_, options(tried));
     } catch (const std::exception& error) {
       problem = error.what();
     }
@@ -169,29 +204,59 @@ FilterDesign FilterSource::read(const Stream& stream) const {
   throw std::runtime_error(problem);
 }
 
-std::unique_ptr<PreparedFilter> FilterSource::prepare(const Stream& stream,
-                                                      std::vector<std::string>* warnings) const {
-  if (kind == Kind::kAverage) {
-    if (stream.precision == jurn::Precision::kDouble)
-      throw std::runtime_error("kind=average takes 16-bit samples: audio/x-raw,format=S16LE");
-    return std::make_unique<PreparedFilter>(length - 1, length, stream.channels);
+const FilterDesign& FilterPreparer::read(const StreamFormat& format) {
+  const gint64 written = time_of_writing(tried_.file());
+  if (!tried_.reads_as(read_from_) || read_for_.rate != format.rate ||
+      read_for_.is_float != format.is_float || written != written_) {
+    read_for_ = {};
+    design_ = tried_.read(format.rate,
+                          format.is_float ? jurn::Precision::kDouble : jurn::Precision::kInt16);
+    read_from_ = tried_;
+    read_for_ = format;
+    written_ = written;
   }
-  const std::string name = source_ == Source::kFile ? path_ : "the filter";
-  FilterDesign design = read(stream);
+  return design_;
+}
+
+std::unique_ptr<Prepared> FilterPreparer::prepare(const StreamFormat& format,
+                                                  std::vector<std::string>* warnings) {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    tried_ = source_;
+    tried_version_ = version_;
+  }
+  // A file of coefficients is read for its rate.
+  if (!format.rate || tried_.is_empty()) return nullptr;
+  if (tried_.kind == Kind::kAverage) {
+    if (format.is_float)
+      throw std::runtime_error("kind=average takes 16-bit samples: audio/x-raw,format=S16LE");
+    return std::make_unique<PreparedFilter>(tried_.length - 1, tried_.length, format.inputs);
+  }
+  FilterDesign design = read(format);
   const auto warn = [&](const std::string& text) {
     if (!text.empty()) warnings->push_back(text);
   };
+  const std::string name = tried_.name();
+  const double gain = std::pow(10.0, tried_.gain_db / 20.0);
   warn(jurn::check_stability(name, std::nullopt, &design));
-  const double gain = std::pow(10.0, gain_db / 20.0);
-  warn(jurn::check_peak(name, design, gain));
+  if (const std::string peak = jurn::check_peak(name, design, gain); !peak.empty())
+    warn(peak + "; a lower gain avoids it");
   jurn::scale(&design, gain);
   jurn::PrepareOptions options;
-  options.precision = stream.precision;
+  options.precision = format.is_float ? jurn::Precision::kDouble : jurn::Precision::kInt16;
   const jurn::Prepared prepared = jurn::prepare(design, options);
   for (const jurn::Notice& notice : prepared.notices)
     if (notice.is_warning()) warn(name + ": " + notice.text);
-  return std::make_unique<PreparedFilter>(tail_of(prepared.design, stream.rate), prepared.design,
-                                          stream.precision, stream.channels);
+  return std::make_unique<PreparedFilter>(tail_of(prepared.design, format.rate), prepared.design,
+                                          options.precision, format.inputs);
+}
+
+void FilterPreparer::settled(bool well) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (well)
+    good_ = tried_;
+  else if (version_ == tried_version_)
+    source_ = good_;
 }
 
 }  // namespace jurn::gst

@@ -3,10 +3,13 @@
 
 #include <glib-object.h>
 
+#include <cstddef>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
+#include "design/equaliser.h"
 #include "design/filter_design.h"
 #include "fading_filter.h"
 
@@ -14,28 +17,23 @@ namespace jurn::gst {
 
 enum class Kind { kAutomatic, kFir, kIir, kSections, kAverage };
 
-/** A stream that a filter is prepared for. */
-struct Stream {
-  int rate = 0;
-  int channels = 0;
-  jurn::Precision precision = jurn::Precision::kInt16;
-};
-
 /**
  * The filter that the properties ask for: a file, lines of an equaliser, coefficients, or a length;
- * of the first three, each replaces the others. Errors are a std::exception with a sentence for the
- * user.
+ * of the first three, each replaces the others, and an empty one only itself. Errors are a
+ * std::exception with a sentence for the user.
  */
 class FilterSource {
  public:
-  FilterSource() = default;
-
   void set_file(const std::string& path);
+  /** Lines that are none make bands() empty and show when the filter is read. */
   void set_equaliser(const std::string& lines);
   void set_coefficients(const GValue* arrays);
+  /** Changes a band of the equaliser; of several frequencies, gains and widths all. */
+  void set_band(std::size_t index, const jurn::EqualiserFilter& filter);
 
   const std::string& file() const { return path_; }
-  const std::string& equaliser() const { return lines_; }
+  std::string equaliser() const;
+  const std::vector<jurn::EqualiserFilter>& bands() const { return bands_; }
   void get_coefficients(GValue* result) const;
 
   Kind kind = Kind::kAutomatic;
@@ -43,21 +41,65 @@ class FilterSource {
   int length = 1;
 
   bool is_empty() const { return source_ == Source::kNone && kind != Kind::kAverage; }
-
-  /** Reads, checks and prepares the filter as jurn-filter does. */
-  std::unique_ptr<PreparedFilter> prepare(const Stream& stream,
-                                          std::vector<std::string>* warnings) const;
+  /** Reads the design, without the gain. Not of a mean. */
+  jurn::FilterDesign read(int rate, jurn::Precision precision) const;
+  /** Whether another source reads the same. */
+  bool reads_as(const FilterSource& other) const {
+    return setting_ == other.setting_ && kind == other.kind;
+  }
+  /** How errors and warnings call the filter. */
+  std::string name() const { return source_ == Source::kFile ? path_ : "the filter"; }
 
  private:
   enum class Source { kNone, kFile, kCoefficients, kEqualiser };
 
-  FilterSource(Kind k, double gain, int samples) : kind(k), gain_db(gain), length(samples) {}
-
-  jurn::FilterDesign read(const Stream& stream) const;
+  void clear(Source next);
 
   Source source_ = Source::kNone;
-  std::string path_, lines_;
+  int setting_ = 0;  // which time a source was set: the same name may mean another file
+  std::string path_;
+  std::vector<std::string> lines_;  // of the equaliser, one for each band
+  std::vector<jurn::EqualiserFilter> bands_;
   std::vector<std::vector<double>> arrays_;
+  std::string problem_;  // of the arrays
+};
+
+/** Reads filters, once for all gains, and prepares them as jurn-filter does. */
+class FilterPreparer final : public Preparer {
+ public:
+  using Preparer::Preparer;
+
+  template <typename Change>
+  void change(Change change) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      change(&source_);
+      ++version_;
+    }
+    request();
+  }
+  FilterSource source() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return source_;
+  }
+
+ private:
+  std::unique_ptr<Prepared> prepare(const StreamFormat& format,
+                                    std::vector<std::string>* warnings) override;
+  void settled(bool well) override;
+  const jurn::FilterDesign& read(const StreamFormat& format);
+
+  mutable std::mutex mutex_;
+  FilterSource source_;
+  guint64 version_ = 0;  // changes of the source
+
+  // The worker's own.
+  FilterSource tried_, good_;
+  guint64 tried_version_ = 0;
+  FilterSource read_from_;  // what was read last, and for what
+  StreamFormat read_for_;
+  gint64 written_ = 0;
+  jurn::FilterDesign design_{};
 };
 
 }  // namespace jurn::gst

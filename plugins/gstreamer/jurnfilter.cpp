@@ -10,22 +10,24 @@
  */
 #include "jurnfilter.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <exception>
 #include <memory>
-#include <mutex>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "element.h"
 #include "filter_source.h"
+#include "jurnfilter_bands.h"
 
 using jurn::gst::FadingFilter;
+using jurn::gst::FilterPreparer;
 using jurn::gst::FilterSource;
-using jurn::gst::Handover;
 using jurn::gst::Kind;
 using jurn::gst::PreparedFilter;
+using jurn::gst::StreamFormat;
 
 namespace {
 
@@ -59,44 +61,46 @@ GType kind_type() {
   return type;
 }
 
-/** Everything that the streaming thread owns. */
-struct Running {
-  explicit Running(Handover<PreparedFilter>* handover, const jurn::gst::Stream& s)
-      : stream(s), int16(handover, s.channels), floats(handover, s.channels) {}
+/** A stream of one kind of samples. Its owner is the streaming thread. */
+class Running {
+ public:
+  Running(FilterPreparer* preparer, const StreamFormat& format) : format_(format) {
+    auto first = preparer->first<PreparedFilter>(
+        "no filter: set location, coefficients, equaliser, or kind=average and length");
+    if (format.is_float)
+      floats_ = std::make_unique<FadingFilter<float>>(preparer, std::move(first), format.inputs);
+    else
+      int16_ = std::make_unique<FadingFilter<short>>(preparer, std::move(first), format.inputs);
+  }
 
-  jurn::gst::Stream stream;
-  FadingFilter<short> int16;
-  FadingFilter<float> floats;
-
-  void process(short* samples, int frames) { int16.process(samples, frames); }
+  const StreamFormat& format() const { return format_; }
+  std::size_t frame_bytes() const {
+    return static_cast<std::size_t>(format_.inputs) *
+           (format_.is_float ? sizeof(float) : sizeof(short));
+  }
+  void process(short* samples, int frames) { int16_->process(samples, frames); }
   void process(float* samples, int frames) {
     // The library's float filter works on the int16 scale. Powers of two change no other bit.
-    const std::size_t values = static_cast<std::size_t>(frames * stream.channels);
+    const std::size_t values = static_cast<std::size_t>(frames * format_.inputs);
     for (std::size_t i = 0; i < values; ++i) samples[i] *= 32768.0f;
-    floats.process(samples, frames);
+    floats_->process(samples, frames);
     for (std::size_t i = 0; i < values; ++i) samples[i] *= 1.0f / 32768.0f;
   }
-  bool is_float() const { return stream.precision == jurn::Precision::kDouble; }
-  int tail() const { return is_float() ? floats.tail() : int16.tail(); }
-  void reset() {
-    int16.reset();
-    floats.reset();
-  }
+  int tail() const { return int16_ ? int16_->tail() : floats_->tail(); }
+  void reset() { int16_ ? int16_->reset() : floats_->reset(); }
+
+ private:
+  StreamFormat format_;
+  std::unique_ptr<FadingFilter<short>> int16_;
+  std::unique_ptr<FadingFilter<float>> floats_;
 };
-
-}  // namespace
-
-namespace {
 
 /** What an element holds beside its base class. */
 struct State {
-  // Between the threads that set properties and the one that negotiates.
-  std::mutex mutex;
-  FilterSource source;
-  jurn::gst::Stream stream;  // a rate of 0 before the caps are known
-  std::string problem;       // of a property that was set before there was a stream
+  explicit State(GstElement* element) : preparer(element), bands(element, &preparer) {}
 
-  Handover<PreparedFilter> handover;
+  FilterPreparer preparer;
+  jurn::gst::Bands bands;
   std::atomic<bool> keeps_tail{true};
   jurn::gst::Statistics statistics;
 
@@ -104,6 +108,7 @@ struct State {
   std::unique_ptr<Running> running;
   GstClockTime next_time = GST_CLOCK_TIME_NONE;  // of the next frame
   bool started = false;                          // since the last silence
+  bool is_new_segment = true;                    // until its first frame
 };
 
 }  // namespace
@@ -113,50 +118,39 @@ struct _GstJurnFilter {
   State* state;
 };
 
-G_DEFINE_TYPE(GstJurnFilter, gst_jurn_filter, GST_TYPE_AUDIO_FILTER)
-GST_ELEMENT_REGISTER_DEFINE(jurnfilter, "jurnfilter", GST_RANK_NONE, GST_TYPE_JURN_FILTER)
-
-/** Changes the source by `change`. While audio runs, the new filter is prepared at once; an error
- * leaves the old one, and what the properties say, as it was. */
-template <typename Change>
-static void change_source(GstJurnFilter* self, Change change) {
-  std::vector<std::string> warnings;
-  {
-    const std::lock_guard<std::mutex> lock(self->state->mutex);
-    FilterSource changed = self->state->source;
-    try {
-      change(&changed);
-      if (self->state->stream.rate && !changed.is_empty())
-        self->state->handover.offer(changed.prepare(self->state->stream, &warnings));
-      self->state->source = std::move(changed);
-      self->state->problem.clear();
-    } catch (const std::exception& error) {
-      if (self->state->stream.rate == 0) self->state->problem = error.what();
-      warnings = {error.what()};
-    }
-  }
-  jurn::gst::post_warnings(GST_ELEMENT(self), warnings);
+static jurn::gst::Bands* bands_of(GstChildProxy* proxy) {
+  return &reinterpret_cast<GstJurnFilter*>(proxy)->state->bands;
 }
+
+static void add_children(gpointer interface, gpointer) {
+  auto* const children = static_cast<GstChildProxyInterface*>(interface);
+  children->get_child_by_index = [](GstChildProxy* proxy, guint index) {
+    return bands_of(proxy)->child(index);
+  };
+  children->get_children_count = [](GstChildProxy* proxy) { return bands_of(proxy)->count(); };
+}
+
+G_DEFINE_TYPE_WITH_CODE(GstJurnFilter, gst_jurn_filter, GST_TYPE_AUDIO_FILTER,
+                        G_IMPLEMENT_INTERFACE(GST_TYPE_CHILD_PROXY, add_children)
+                            G_IMPLEMENT_INTERFACE(GST_TYPE_PRESET, jurn::gst::add_presets))
+GST_ELEMENT_REGISTER_DEFINE(jurnfilter, "jurnfilter", GST_RANK_NONE, GST_TYPE_JURN_FILTER)
 
 static void set_property(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
   GstJurnFilter* const self = GST_JURN_FILTER(object);
-  const auto text = [&] {
-    return std::string(g_value_get_string(value) ? g_value_get_string(value) : "");
-  };
+  const auto change = [&](auto what) { self->state->preparer.change(what); };
   switch (id) {
     case kLocation:
-      return change_source(self, [&](FilterSource* s) { s->set_file(text()); });
+      return change([&](FilterSource* s) { s->set_file(jurn::gst::text_of(value)); });
     case kKindOfFilter:
-      return change_source(
-          self, [&](FilterSource* s) { s->kind = static_cast<Kind>(g_value_get_enum(value)); });
+      return change([&](FilterSource* s) { s->kind = static_cast<Kind>(g_value_get_enum(value)); });
     case kCoefficients:
-      return change_source(self, [&](FilterSource* s) { s->set_coefficients(value); });
+      return change([&](FilterSource* s) { s->set_coefficients(value); });
     case kEqualiser:
-      return change_source(self, [&](FilterSource* s) { s->set_equaliser(text()); });
+      return change([&](FilterSource* s) { s->set_equaliser(jurn::gst::text_of(value)); });
     case kGain:
-      return change_source(self, [&](FilterSource* s) { s->gain_db = g_value_get_double(value); });
+      return change([&](FilterSource* s) { s->gain_db = g_value_get_double(value); });
     case kLength:
-      return change_source(self, [&](FilterSource* s) { s->length = g_value_get_int(value); });
+      return change([&](FilterSource* s) { s->length = g_value_get_int(value); });
     case kTail:
       self->state->keeps_tail = g_value_get_boolean(value);
       return;
@@ -170,20 +164,20 @@ static void set_property(GObject* object, guint id, const GValue* value, GParamS
 
 static void get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
   GstJurnFilter* const self = GST_JURN_FILTER(object);
-  const std::lock_guard<std::mutex> lock(self->state->mutex);
+  const FilterSource source = self->state->preparer.source();
   switch (id) {
     case kLocation:
-      return g_value_set_string(value, self->state->source.file().c_str());
+      return g_value_set_string(value, source.file().c_str());
     case kKindOfFilter:
-      return g_value_set_enum(value, static_cast<gint>(self->state->source.kind));
+      return g_value_set_enum(value, static_cast<gint>(source.kind));
     case kCoefficients:
-      return self->state->source.get_coefficients(value);
+      return source.get_coefficients(value);
     case kEqualiser:
-      return g_value_set_string(value, self->state->source.equaliser().c_str());
+      return g_value_set_string(value, source.equaliser().c_str());
     case kGain:
-      return g_value_set_double(value, self->state->source.gain_db);
+      return g_value_set_double(value, source.gain_db);
     case kLength:
-      return g_value_set_int(value, self->state->source.length);
+      return g_value_set_int(value, source.length);
     case kTail:
       return g_value_set_boolean(value, self->state->keeps_tail);
     case kStatistics:
@@ -197,40 +191,53 @@ static void get_property(GObject* object, guint id, GValue* value, GParamSpec* s
 
 static gboolean setup(GstAudioFilter* filter, const GstAudioInfo* info) {
   GstJurnFilter* const self = GST_JURN_FILTER(filter);
-  std::vector<std::string> warnings;
-  std::string problem;
-  {
-    const std::lock_guard<std::mutex> lock(self->state->mutex);
-    const bool is_float = GST_AUDIO_INFO_FORMAT(info) == GST_AUDIO_FORMAT_F32;
-    self->state->stream = {GST_AUDIO_INFO_RATE(info), GST_AUDIO_INFO_CHANNELS(info),
-                           is_float ? jurn::Precision::kDouble : jurn::Precision::kInt16};
-    problem = self->state->problem;
-    if (problem.empty() && self->state->source.is_empty())
-      problem = "no filter: set location, coefficients, equaliser, or kind=average and length";
-    try {
-      if (problem.empty())
-        self->state->handover.offer(self->state->source.prepare(self->state->stream, &warnings));
-      self->state->running = std::make_unique<Running>(&self->state->handover, self->state->stream);
-    } catch (const std::exception& error) {
-      problem = error.what();
-    }
+  State* const state = self->state;
+  const int channels = GST_AUDIO_INFO_CHANNELS(info);
+  const StreamFormat format{GST_AUDIO_INFO_RATE(info), channels, channels, 0,
+                            GST_AUDIO_INFO_FORMAT(info) == GST_AUDIO_FORMAT_F32};
+  try {
+    state->running.reset();
+    state->preparer.set_format(format);
+    state->running = std::make_unique<Running>(&state->preparer, format);
+    return TRUE;
+  } catch (const std::exception& error) {
+    GST_ELEMENT_ERROR(self, LIBRARY, SETTINGS, ("%s", error.what()), (nullptr));
+    return FALSE;
   }
-  jurn::gst::post_warnings(GST_ELEMENT(self), warnings);
-  if (problem.empty()) return TRUE;
-  GST_ELEMENT_ERROR(self, LIBRARY, SETTINGS, ("%s", problem.c_str()), (nullptr));
-  return FALSE;
+}
+
+/** A mean is one of 16-bit samples. */
+static GstCaps* transform_caps(GstBaseTransform* transform, GstPadDirection, GstCaps* caps,
+                               GstCaps* filter) {
+  GstCaps* possible = gst_caps_ref(caps);
+  const auto restrict_to = [&](GstCaps* others) {
+    GstCaps* const both = gst_caps_intersect_full(others, possible, GST_CAPS_INTERSECT_FIRST);
+    gst_caps_unref(possible);
+    possible = both;
+  };
+  if (GST_JURN_FILTER(transform)->state->preparer.source().kind == Kind::kAverage) {
+    GstCaps* const int16 =
+        gst_caps_new_simple("audio/x-raw", "format", G_TYPE_STRING, GST_AUDIO_NE(S16), nullptr);
+    restrict_to(int16);
+    gst_caps_unref(int16);
+  }
+  if (filter) restrict_to(filter);
+  return possible;
 }
 
 static gboolean start(GstBaseTransform* transform) {
-  GST_JURN_FILTER(transform)->state->statistics.reset();
+  State* const state = GST_JURN_FILTER(transform)->state;
+  state->statistics.reset();
+  state->preparer.set_format({});
   return TRUE;
 }
 
 static gboolean stop(GstBaseTransform* transform) {
-  GstJurnFilter* const self = GST_JURN_FILTER(transform);
-  const std::lock_guard<std::mutex> lock(self->state->mutex);
-  self->state->running.reset();
-  self->state->stream = {};
+  State* const state = GST_JURN_FILTER(transform)->state;
+  state->running.reset();
+  state->started = false;
+  state->is_new_segment = true;
+  state->preparer.set_format({});
   return TRUE;
 }
 
@@ -238,32 +245,46 @@ static gboolean stop(GstBaseTransform* transform) {
 template <typename Sample>
 static void process(GstJurnFilter* self, guint8* bytes, std::size_t size) {
   Running* const running = self->state->running.get();
-  const std::size_t channels = static_cast<std::size_t>(running->stream.channels);
+  const std::size_t channels = static_cast<std::size_t>(running->format().inputs);
   const std::size_t values = size / sizeof(Sample) / channels * channels;
   Sample* const samples = static_cast<Sample*>(static_cast<void*>(bytes));
   running->process(samples, static_cast<int>(values / channels));
-  self->state->statistics.count(GST_ELEMENT(self), samples, values, channels, running->stream.rate);
+  self->state->statistics.count(GST_ELEMENT(self), samples, values, channels,
+                                running->format().rate);
 }
 
 static void process_bytes(GstJurnFilter* self, guint8* bytes, std::size_t size) {
-  if (self->state->running->is_float())
-    process<float>(self, bytes, size);
-  else
-    process<short>(self, bytes, size);
+  self->state->running->format().is_float ? process<float>(self, bytes, size)
+                                          : process<short>(self, bytes, size);
+}
+
+/** What control sources say of a time. */
+static void follow_controls(GstJurnFilter* self, GstClockTime time) {
+  const GstClockTime stream_time =
+      gst_segment_to_stream_time(&GST_BASE_TRANSFORM(self)->segment, GST_FORMAT_TIME, time);
+  if (GST_CLOCK_TIME_IS_VALID(stream_time)) {
+    gst_object_sync_values(GST_OBJECT(self), stream_time);
+    self->state->bands.sync_values(stream_time);
+  }
 }
 
 static GstFlowReturn transform_ip(GstBaseTransform* transform, GstBuffer* buffer) {
   GstJurnFilter* const self = GST_JURN_FILTER(transform);
-  if (!self->state->running) return GST_FLOW_NOT_NEGOTIATED;
-  if (GST_BUFFER_IS_DISCONT(buffer)) self->state->running->reset();
+  State* const state = self->state;
+  if (!state->running) return GST_FLOW_NOT_NEGOTIATED;
+  // The first frames of a segment follow on those of the segment before.
+  if (GST_BUFFER_IS_DISCONT(buffer) && !state->is_new_segment) state->running->reset();
+  if (GST_BUFFER_PTS_IS_VALID(buffer)) follow_controls(self, GST_BUFFER_PTS(buffer));
+  state->preparer.settle();
   GstMapInfo map;
   if (!gst_buffer_map(buffer, &map, GST_MAP_READWRITE)) return GST_FLOW_ERROR;
   process_bytes(self, map.data, map.size);
   gst_buffer_unmap(buffer, &map);
-  self->state->started = true;
-  self->state->next_time = GST_CLOCK_TIME_NONE;
+  state->started = true;
+  state->is_new_segment = false;
+  state->next_time = GST_CLOCK_TIME_NONE;
   if (GST_BUFFER_PTS_IS_VALID(buffer) && GST_BUFFER_DURATION_IS_VALID(buffer))
-    self->state->next_time = GST_BUFFER_PTS(buffer) + GST_BUFFER_DURATION(buffer);
+    state->next_time = GST_BUFFER_PTS(buffer) + GST_BUFFER_DURATION(buffer);
   return GST_FLOW_OK;
 }
 
@@ -273,21 +294,48 @@ static void forget(GstJurnFilter* self) {
   self->state->started = false;
 }
 
+/** Runs `frames` frames of silence and pushes them. */
+static void push_silence(GstJurnFilter* self, std::int64_t frames) {
+  State* const state = self->state;
+  const std::size_t frame_bytes = state->running->frame_bytes();
+  jurn::gst::push_tail(GST_BASE_TRANSFORM(self), frames, frame_bytes, state->running->format().rate,
+                       &state->next_time, [&](guint8* bytes, int count) {
+                         const std::size_t size = static_cast<std::size_t>(count) * frame_bytes;
+                         std::memset(bytes, 0, size);
+                         process_bytes(self, bytes, size);
+                       });
+}
+
 /** Puts out what rings on, once: the filter is silent afterwards. */
 static void drain(GstJurnFilter* self) {
   State* const state = self->state;
   if (!state->running || !state->started) return;
-  const jurn::gst::Stream& stream = state->running->stream;
-  const std::size_t frame_bytes = static_cast<std::size_t>(stream.channels) *
-                                  (state->running->is_float() ? sizeof(float) : sizeof(short));
-  const auto fill = [&](guint8* bytes, int frames) {
-    std::memset(bytes, 0, static_cast<std::size_t>(frames) * frame_bytes);
-    process_bytes(self, bytes, static_cast<std::size_t>(frames) * frame_bytes);
-  };
-  if (state->keeps_tail)
-    jurn::gst::push_tail(GST_BASE_TRANSFORM(self), state->running->tail(), frame_bytes, stream.rate,
-                         &state->next_time, fill);
+  if (state->keeps_tail) push_silence(self, state->running->tail());
   forget(self);
+}
+
+/** A gap is silence: the filter rings on into it. The rest of the gap, or null, passes on. */
+static GstEvent* fill_gap(GstJurnFilter* self, GstEvent* event) {
+  State* const state = self->state;
+  GstClockTime time, duration;
+  gst_event_parse_gap(event, &time, &duration);
+  if (!state->running || !state->started || !GST_CLOCK_TIME_IS_VALID(time)) return event;
+  const guint64 rate = static_cast<guint64>(state->running->format().rate);
+  const std::int64_t tail = state->running->tail();
+  std::int64_t frames = tail;
+  if (GST_CLOCK_TIME_IS_VALID(duration))
+    frames = std::min(
+        tail, static_cast<std::int64_t>(gst_util_uint64_scale_round(duration, rate, GST_SECOND)));
+  state->next_time = time;
+  push_silence(self, frames);
+  if (frames == tail) forget(self);
+  const GstClockTime end = GST_CLOCK_TIME_IS_VALID(duration) ? time + duration : duration;
+  GstEvent* rest = nullptr;
+  if (frames == tail && (!GST_CLOCK_TIME_IS_VALID(end) || state->next_time < end))
+    rest = gst_event_new_gap(state->next_time, GST_CLOCK_TIME_IS_VALID(end) ? end - state->next_time
+                                                                            : GST_CLOCK_TIME_NONE);
+  gst_event_unref(event);
+  return rest;
 }
 
 static gboolean sink_event(GstBaseTransform* transform, GstEvent* event) {
@@ -298,6 +346,13 @@ static gboolean sink_event(GstBaseTransform* transform, GstEvent* event) {
       break;
     case GST_EVENT_CAPS:
       if (jurn::gst::changes_caps(transform, event)) drain(self);
+      break;
+    case GST_EVENT_SEGMENT:
+      self->state->is_new_segment = true;
+      break;
+    case GST_EVENT_GAP:
+      event = fill_gap(self, event);
+      if (!event) return TRUE;
       break;
     case GST_EVENT_FLUSH_STOP:
       forget(self);
@@ -314,7 +369,7 @@ static void finalize(GObject* object) {
 }
 
 static void gst_jurn_filter_init(GstJurnFilter* self) {
-  self->state = new State;
+  self->state = new State(GST_ELEMENT(self));
 }
 
 static void gst_jurn_filter_class_init(GstJurnFilterClass* klass) {
@@ -347,12 +402,13 @@ static void gst_jurn_filter_class_init(GstJurnFilterClass* klass) {
                                                    -G_MAXDOUBLE, G_MAXDOUBLE, 0.0, flags),
                                flags),
           flags));
-  install(kEqualiser, g_param_spec_string("equaliser", "Equaliser",
-                                          "Lines of an equaliser, like PK 3k -4 Q 2; HS 8k 3; "
-                                          "replaces location and coefficients",
-                                          nullptr, flags));
+  install(kEqualiser,
+          g_param_spec_string("equaliser", "Equaliser",
+                              "Lines of an equaliser, like PK 3k -4 Q 2; HS 8k 3, each "
+                              "a child band0, band1 ...; replaces location and coefficients",
+                              nullptr, flags));
   install(kGain, g_param_spec_double("gain", "Gain", "Gain of the filter in dB", -200.0, 200.0, 0.0,
-                                     flags));
+                                     static_cast<GParamFlags>(flags | GST_PARAM_CONTROLLABLE)));
   install(kLength, g_param_spec_int("length", "Length", "Samples of the mean, with kind=average", 1,
                                     jurn::kMaxAverage, 1, flags));
   install(kTail, g_param_spec_boolean("tail", "Tail",
@@ -373,6 +429,7 @@ static void gst_jurn_filter_class_init(GstJurnFilterClass* klass) {
   GstBaseTransformClass* const transform_class = GST_BASE_TRANSFORM_CLASS(klass);
   transform_class->start = start;
   transform_class->stop = stop;
+  transform_class->transform_caps = transform_caps;
   transform_class->transform_ip = transform_ip;
   transform_class->sink_event = sink_event;
   GST_AUDIO_FILTER_CLASS(klass)->setup = setup;

@@ -1,0 +1,102 @@
+// Where the impulse responses of jurnconvolve come from.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "preparer.h"
+#include "streams/convolve.h"
+
+namespace jurn::gst {
+
+/** What the properties ask for: a file of responses, or one of routes. */
+struct ConvolutionSettings {
+  std::string location, routes;
+  double gain_db = 0.0;
+  bool normalise = false, resample = false;
+  int setting = 0;  // which time the files were set: the same name may mean another file
+
+  void set_location(const std::string& path) {
+    location = path;
+    if (!path.empty()) routes.clear();
+    ++setting;
+  }
+  void set_routes(const std::string& path) {
+    routes = path;
+    if (!path.empty()) location.clear();
+    ++setting;
+  }
+};
+
+/** Channels in and out that a response can connect; none: as many in as out. */
+using ChannelPairs = std::vector<std::pair<int, int>>;
+
+/** A response and a silent stream for it. */
+struct PreparedConvolution : Prepared {
+  PreparedConvolution(const Convolution_shape& s, const jurn::Routing& routing)
+      : shape(s),
+        response(s, routing),
+        stream(std::make_unique<jurn::ConvolutionStream>(s)),
+        copy(std::make_unique<jurn::ConvolutionStream>(s)),
+        taps(routing.longest()) {}
+
+  Convolution_shape shape;
+  jurn::ConvolutionResponse response;
+  std::unique_ptr<jurn::ConvolutionStream> stream, copy;  // the copy to look ahead with
+  int taps;
+};
+
+/** Reads files, once for all gains, and makes responses of them. */
+class ConvolutionSource final : public Preparer {
+ public:
+  using Preparer::Preparer;
+
+  template <typename Change>
+  void change(Change change) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      change(&settings_);
+      ++version_;
+    }
+    request();
+  }
+  ConvolutionSettings settings() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return settings_;
+  }
+  /** Waits until the files that are set are read. */
+  ChannelPairs pairs();
+
+ private:
+  /** What was read. */
+  struct Files {
+    std::string name;
+    int rate = 0, setting = -1;
+    bool resample = false;
+    gint64 written = 0;
+    jurn::ImpulseResponse response;  // of a location
+    jurn::Routing routing;           // of a file of routes
+  };
+
+  std::unique_ptr<Prepared> prepare(const StreamFormat& format,
+                                    std::vector<std::string>* warnings) override;
+  void settled(bool well) override;
+  void read(const ConvolutionSettings& settings, int rate);
+  void find_pairs(const ConvolutionSettings& settings);
+
+  mutable std::mutex mutex_;
+  ConvolutionSettings settings_;
+  guint64 version_ = 0;  // changes of the settings
+  ChannelPairs pairs_;
+
+  // The worker's own.
+  ConvolutionSettings tried_, good_;
+  guint64 tried_version_ = 0;
+  ChannelPairs good_pairs_;
+  int counted_setting_ = -1;  // whose channels are known
+  Files files_;
+};
+
+}  // namespace jurn::gst

@@ -1,0 +1,80 @@
+// Frames of any count into blocks of one length, and the time of each.
+#pragma once
+
+#include <gst/gst.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "preparer.h"
+
+namespace jurn::gst {
+
+/** A filter that runs in blocks. Its owner is the streaming thread. */
+class Blocks {
+ public:
+  virtual ~Blocks() = default;
+
+  /** One block of interleaved samples of the negotiated format; `time` is its stream time, if there
+   * is one. */
+  virtual void process(const void* in, void* out, GstClockTime time) = 0;
+  /** What process() would put out, with the filter that runs; nothing changes. */
+  virtual void preview(const void* in, void* out) = 0;
+  virtual void reset() = 0;
+  /** Frames that ring on. */
+  virtual std::int64_t tail() const = 0;
+};
+
+/**
+ * Regroups what comes in into blocks and counts the time of what goes out. The frames of a block
+ * that is not yet complete can be put out ahead, when the time jumps or another segment follows:
+ * the block, once complete, gives the rest of its frames, and the filter's past has no seam.
+ */
+class Regrouper {
+ public:
+  /** A stream with the filter `blocks`. */
+  Regrouper(const StreamFormat& format, std::unique_ptr<Blocks> blocks);
+
+  const StreamFormat& format() const { return format_; }
+  Blocks* blocks() const { return blocks_.get(); }
+  std::size_t in_bytes() const { return in_bytes_; }  // of a frame
+  std::size_t out_bytes() const { return out_bytes_; }
+
+  /** Frames that `frames` more would complete. */
+  std::size_t ready(std::size_t frames) const;
+  /** Takes frames, silence for null, and writes ready(frames) to `out`. */
+  void push(const guint8* in, std::size_t frames, guint8* out, const GstSegment& segment);
+  /** Frames taken whose output has not left. */
+  std::size_t pending() const { return taken_ - given_; }
+  /** Writes these to `out`, ahead of their block. */
+  void give_pending(guint8* out);
+  void reset();
+
+  /** The time of the next frame to put out, and of the next to take in. */
+  GstClockTime next_out() const { return time_of(0); }
+  GstClockTime next_in() const { return time_of(pending()); }
+  /** Says when the next frame comes in; none may be pending. */
+  void set_time(GstClockTime time) {
+    origin_ = time;
+    counted_ = 0;
+  }
+  /** Stamps a buffer of the next frames to put out, which then have left. */
+  void stamp(GstBuffer* buffer, std::size_t frames);
+
+ private:
+  GstClockTime time_of(std::size_t ahead) const;
+
+  StreamFormat format_;
+  std::unique_ptr<Blocks> blocks_;
+  std::size_t block_, in_bytes_, out_bytes_;
+  std::vector<guint8> begun_;     // a block that is not complete
+  std::size_t taken_ = 0;         // frames of it that came in,
+  std::size_t given_ = 0;         // and that were put out ahead
+  std::vector<guint8> finished_;  // what comes out of a block of which a part was
+  GstClockTime origin_ = GST_CLOCK_TIME_NONE;
+  guint64 counted_ = 0;  // frames since then
+};
+
+}  // namespace jurn::gst

@@ -1,0 +1,437 @@
+// What happens around the elements while audio runs: other tracks, jumps in time, other caps, and
+// properties that any thread changes at any time.
+#include <fcntl.h>
+#include <gst/controller/controller.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "harness.h"
+
+namespace {
+
+using namespace jurn_test;
+using namespace std::chrono_literals;
+
+const char kRings[] = "/usr/share/jconvolver/config-files/octave-band/oct-48-125.wav";
+
+/** The elements in blocks of 480 frames, and the one without blocks, on mono. */
+std::vector<std::string> every_element() {
+  return {std::string("jurnconvolve name=it block=480 gain=-6 location=") + kBand,
+          "jurnbinaural name=it block=480 azimuth=40",
+          "jurnfilter name=it equaliser=\"LP 200 Q 2\""};
+}
+
+/** The result of one stream without an event in it. */
+Samples undisturbed(const std::string& line, const Samples& in) {
+  Harness harness(line);
+  harness.caps(caps_of(1));
+  harness.push_all(in, 500, 500);
+  harness.end();
+  return harness.pull_all<short>();
+}
+
+GstClockTime time_of(std::size_t frames) {
+  return gst_util_uint64_scale(frames, GST_SECOND, kRate);
+}
+
+using Scenes = Elements;
+
+TEST_F(Scenes, AFilterRingsOnIntoTheNextTrack) {
+  const Samples in = material(3000, 1);
+  for (const std::string& line : every_element()) {
+    SCOPED_TRACE(line);
+    const Samples expected = undisturbed(line, in);
+    const std::size_t ears = line.find("binaural") != line.npos ? 2 : 1;
+    Harness harness(line);
+    harness.caps(caps_of(1));
+    harness.push_all(Samples(in.begin(), in.begin() + 1000), 500, 500);
+    harness.next_track();
+    Samples result = harness.pull_all<short>();
+    EXPECT_EQ(result.size(), 1000 * ears) << "nothing waits for the next track";
+    harness.push(in.data() + 1000, 500, true);
+    harness.push_all(Samples(in.begin() + 1500, in.end()), 500, 500);
+    harness.end();
+    std::vector<GstClockTime> starts;
+    const Samples second = harness.pull_all<short>(&starts);
+    EXPECT_EQ(starts, std::vector<GstClockTime>{0});
+    result.insert(result.end(), second.begin(), second.end());
+    EXPECT_TRUE(result == expected);
+  }
+}
+
+TEST_F(Scenes, TheOutputFollowsAJumpInTime) {
+  const Samples in = material(3000, 1);
+  for (const std::string& line : every_element()) {
+    SCOPED_TRACE(line);
+    Harness harness(line);
+    harness.caps(caps_of(1));
+    harness.push_all(Samples(in.begin(), in.begin() + 1000), 500, 500);
+    harness.skip(5 * kRate);
+    harness.push_all(Samples(in.begin() + 1000, in.end()), 500, 500);
+    harness.end();
+    std::vector<GstClockTime> starts;
+    EXPECT_TRUE(harness.pull_all<short>(&starts) == undisturbed(line, in));
+    EXPECT_EQ(starts, (std::vector<GstClockTime>{0, time_of(5 * kRate + 1000)}));
+  }
+}
+
+TEST_F(Scenes, AGapIsSilence) {
+  const Samples in = material(3000, 1);
+  for (const std::string& line : every_element())
+    for (const std::size_t gap : {100, 2 * kRate}) {  // shorter and longer than the filter rings
+      SCOPED_TRACE(line + ", " + std::to_string(gap));
+      Samples filled(in.begin(), in.begin() + 1000);
+      filled.resize(1000 + gap);
+      filled.insert(filled.end(), in.begin() + 1000, in.end());
+      const Samples expected = undisturbed(line, filled);
+      const std::size_t ears = line.find("binaural") != line.npos ? 2 : 1;
+      Harness harness(line);
+      harness.caps(caps_of(1));
+      harness.push_all(Samples(in.begin(), in.begin() + 1000), 500, 500);
+      gst_harness_push_event(harness.get(), gst_event_new_gap(time_of(1000), time_of(gap)));
+      harness.skip(gap);
+      harness.push_all(Samples(in.begin() + 1000, in.end()), 500, 500);
+      harness.end();
+      Samples result;
+      GstClockTime end = 0;
+      while (GstBuffer* const buffer = gst_harness_try_pull(harness.get())) {
+        if (GST_CLOCK_DIFF(end, GST_BUFFER_PTS(buffer)) > 1000)  // silence that was left out
+          result.resize(ears *
+                        gst_util_uint64_scale_round(GST_BUFFER_PTS(buffer), kRate, GST_SECOND));
+        const std::size_t old = result.size(), bytes = gst_buffer_get_size(buffer);
+        result.resize(old + bytes / sizeof(short));
+        gst_buffer_extract(buffer, 0, result.data() + old, bytes);
+        end = GST_BUFFER_PTS(buffer) + GST_BUFFER_DURATION(buffer);
+        gst_buffer_unref(buffer);
+      }
+      ASSERT_EQ(result.size(), expected.size());
+      EXPECT_TRUE(result == expected);
+    }
+}
+
+TEST_F(Scenes, AChangeIsForTheStreamThatItWasMadeIn) {
+  // Set after the end of a stereo stream, and once more before a mono stream begins.
+  Harness harness(std::string("jurnconvolve name=it block=480 location=") + kBand);
+  const Samples in = material(2000, 2);
+  harness.caps(caps_of(2));
+  harness.push_all(in, 500, 500);
+  harness.end();
+  std::thread([&] { harness.set("location", kRings); }).join();
+  std::this_thread::sleep_for(300ms);
+  (void)harness.pull_all<short>();
+  harness.restart();
+  harness.set("location", kBand);
+  harness.caps(caps_of(1));
+  harness.push_all(Samples(in.begin(), in.begin() + 2000), 500, 500);
+  Harness fresh(std::string("jurnconvolve name=it block=480 location=") + kBand);
+  fresh.caps(caps_of(1));
+  fresh.push_all(Samples(in.begin(), in.begin() + 2000), 500, 500);
+  const Samples result = harness.pull_all<short>();
+  EXPECT_EQ(result.size(), 1920u);
+  EXPECT_TRUE(result == fresh.pull_all<short>());
+}
+
+TEST_F(Scenes, PropertiesMayChangeWhileCapsAlternate) {
+  const Samples in = material(480, 2);
+  const struct {
+    const char *line, *property;
+    std::string values[2];
+    bool mono_only;
+  } cases[] = {
+      {"jurnconvolve name=it location=", "location", {kBand, kRings}, false},
+      {"jurnfilter name=it equaliser=", "equaliser", {"\"LP 200\"", "\"PK 1k 3 Q 1\""}, false},
+  };
+  for (const auto& c : cases) {
+    Harness harness(c.line + c.values[0]);
+    std::atomic<bool> done{false};
+    std::thread setter([&] {
+      GstElement* const it = harness.element();
+      for (int i = 0; !done; ++i) {
+        gst_util_set_object_arg(G_OBJECT(it), c.property, c.values[i % 2].c_str());
+        std::this_thread::yield();
+      }
+      gst_object_unref(it);
+    });
+    GstFlowReturn flow = GST_FLOW_OK;
+    for (int round = 0; round < 200 && flow == GST_FLOW_OK; ++round) {
+      harness.caps(caps_of(1 + round % 2, round % 3 ? GST_AUDIO_NE(S16) : GST_AUDIO_NE(F32)));
+      const std::vector<float> silence(960);
+      for (int i = 0; i < 3 && flow == GST_FLOW_OK; ++i) flow = harness.push(silence.data(), 240);
+      while (GstBuffer* const buffer = gst_harness_try_pull(harness.get()))
+        gst_buffer_unref(buffer);
+    }
+    done = true;
+    setter.join();
+    EXPECT_EQ(flow, GST_FLOW_OK) << c.line;
+  }
+}
+
+/** Lets readers of a pipe find its end until the object goes. */
+class EndOfPipe {
+ public:
+  explicit EndOfPipe(const std::string& path)
+      : thread_([this, path] {
+          while (!done_) {
+            const int file = open(path.c_str(), O_WRONLY | O_NONBLOCK);
+            if (file >= 0) close(file);
+            std::this_thread::sleep_for(1ms);
+          }
+        }) {}
+  ~EndOfPipe() {
+    done_ = true;
+    thread_.join();
+  }
+
+ private:
+  std::atomic<bool> done_{false};
+  std::thread thread_;
+};
+
+TEST_F(Scenes, NoPropertyWaitsForAFile) {
+  // A pipe without a writer is a file that takes for ever.
+  const std::string pipe = folder_ + "/pipe.wav", taps = write("taps.txt", "0.5\n");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const Samples in = material(480, 1);
+  for (const auto& [line, property] :
+       {std::pair<std::string, const char*>{std::string("jurnconvolve location=") + kBand,
+                                            "location"},
+        {"jurnfilter location=" + taps, "location"},
+        {"jurnbinaural", "sofa"}}) {
+    SCOPED_TRACE(line);
+    Harness harness(line + " name=it");
+    harness.caps(caps_of(1));
+    harness.push(in.data(), 480);
+    GstElement* const it = harness.element();
+    char* before = nullptr;
+    g_object_get(it, property, &before, nullptr);
+    auto setting = std::async(std::launch::async, [&, name = property] {
+      double gain = 0.0;
+      g_object_set(it, name, pipe.c_str(), "gain", -1.0, nullptr);
+      g_object_get(it, "gain", &gain, nullptr);
+      return gain;
+    });
+    const bool waited = setting.wait_for(5s) != std::future_status::ready;
+    EXPECT_FALSE(waited) << "a property waits";
+    for (int i = 0; i < 5 && !waited; ++i) EXPECT_EQ(harness.push(in.data(), 480), GST_FLOW_OK);
+    const EndOfPipe end(pipe);
+    EXPECT_EQ(setting.get(), -1.0);
+    // A file that cannot be read leaves the one that runs.
+    char* after = nullptr;
+    for (int i = 0; i < 500; ++i) {
+      g_free(after);
+      g_object_get(it, property, &after, nullptr);
+      if (std::string(after) == before) break;
+      std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_STREQ(after, before);
+    g_free(before);
+    g_free(after);
+    gst_object_unref(it);
+  }
+}
+
+/** Lets a property of an object rise by a straight line over a second. */
+void control(GObject* object, const char* property, double from, double to) {
+  GstControlSource* const source = gst_interpolation_control_source_new();
+  g_object_set(source, "mode", GST_INTERPOLATION_MODE_LINEAR, nullptr);
+  auto* const values = GST_TIMED_VALUE_CONTROL_SOURCE(source);
+  gst_timed_value_control_source_set(values, 0, from);
+  gst_timed_value_control_source_set(values, GST_SECOND, to);
+  gst_object_add_control_binding(GST_OBJECT(object), gst_direct_control_binding_new_absolute(
+                                                         GST_OBJECT(object), property, source));
+  gst_object_unref(source);
+}
+
+TEST_F(Scenes, ControlSourcesMoveGainsAndBands) {
+  const std::string one = write("one.txt", "1\n0\n");
+  const Samples in(kRate, 10000);
+  for (const std::string& line : {"jurnfilter location=" + one,
+                                  std::string("jurnfilter equaliser=\"LS Fc 8000 Hz Gain -20 dB\""),
+                                  "jurnconvolve block=480 location=" + one}) {
+    SCOPED_TRACE(line);
+    Harness harness(line + " tail=false name=it");
+    GstElement* const it = harness.element();
+    GObject* const band = GST_IS_CHILD_PROXY(it)
+                              ? gst_child_proxy_get_child_by_index(GST_CHILD_PROXY(it), 0)
+                              : nullptr;
+    control(band ? band : G_OBJECT(it), "gain", -20.0, 0.0);
+    if (band) g_object_unref(band);
+    gst_object_unref(it);
+    harness.caps(caps_of(1));
+    harness.push_all(in, 480, 480);
+    const Samples result = harness.pull_all<short>();
+    ASSERT_EQ(result.size(), in.size());
+    for (const int at : {12000, 24000, 36000, 47000}) {
+      const double wanted = -20.0 + 20.0 * at / kRate;
+      const double got = 20.0 * std::log10(result[static_cast<std::size_t>(at)] / 10000.0);
+      EXPECT_NEAR(got, wanted, 0.8) << at;  // a fade of 1024 frames is under way
+    }
+    EXPECT_LE(largest_step(Samples(result.begin() + 4800, result.end())), 30);
+  }
+}
+
+TEST_F(Scenes, BandsAreChildren) {
+  Harness harness("jurnfilter tail=false name=it equaliser=\"HP 80 order 4; PK 1k 3 Q 1\"");
+  GstElement* const it = harness.element();
+  EXPECT_EQ(gst_child_proxy_get_children_count(GST_CHILD_PROXY(it)), 2u);
+  gst_child_proxy_set(GST_CHILD_PROXY(it), "band1::frequency", 3000.0, "band1::gain", -4.5,
+                      "band1::q", 2.25, nullptr);
+  gint type = -1;
+  gst_child_proxy_get(GST_CHILD_PROXY(it), "band0::type", &type, nullptr);
+  EXPECT_EQ(type, 4) << "a high-pass";
+  char* lines = nullptr;
+  g_object_get(it, "equaliser", &lines, nullptr);
+  EXPECT_STREQ(lines, "HP 80 order 4; PK Fc 3000 Hz Gain -4.5 dB Q 2.25");
+  g_free(lines);
+  const Samples in = material(4000, 1);
+  harness.caps(caps_of(1));
+  harness.push_all(in, 500, 500);
+  Harness plain("jurnfilter tail=false name=it equaliser=\"HP 80 order 4; PK 3k -4.5 Q 2.25\"");
+  plain.caps(caps_of(1));
+  plain.push_all(in, 500, 500);
+  EXPECT_TRUE(harness.pull_all<short>() == plain.pull_all<short>());
+  gst_util_set_object_arg(G_OBJECT(it), "equaliser", "PK 1k 3 Q 1");
+  EXPECT_EQ(gst_child_proxy_get_children_count(GST_CHILD_PROXY(it)), 1u);
+  gst_object_unref(it);
+}
+
+TEST_F(Scenes, TheLastSourceThatIsSetWins) {
+  const std::string band = kBand;
+  const std::string routes = write("routes.txt", "1 1 " + band + "\n");
+  Harness harness("jurnconvolve name=it routes=" + routes + " location=" + kRings);
+  harness.caps(caps_of(1));
+  const Samples in = material(2000, 1);
+  harness.push_all(in, 500, 500);
+  Harness plain(std::string("jurnconvolve name=it location=") + kRings);
+  plain.caps(caps_of(1));
+  plain.push_all(in, 500, 500);
+  EXPECT_TRUE(harness.pull_all<short>() == plain.pull_all<short>());
+}
+
+TEST_F(Scenes, PresetsRestoreAnElement) {
+  const std::string taps = write("taps.txt", "0.5\n0.25\n");
+  const struct {
+    std::string line;
+    const char* property;
+  } cases[] = {{"jurnfilter name=it gain=-3 equaliser=\"PK 1k 3 Q 1\"", "equaliser"},
+               {"jurnfilter name=it gain=-3 location=" + taps, "location"},
+               {std::string("jurnconvolve name=it gain=-3 location=") + kBand, "location"},
+               {"jurnbinaural name=it gain=-3", "sofa"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.line);
+    Harness saved(c.line), loaded(c.line.substr(0, c.line.find(' ')) + " name=it");
+    GstElement *const from = saved.element(), *const to = loaded.element();
+    ASSERT_TRUE(gst_preset_save_preset(GST_PRESET(from), "a test"));
+    EXPECT_TRUE(gst_preset_load_preset(GST_PRESET(to), "a test"));
+    EXPECT_TRUE(gst_preset_delete_preset(GST_PRESET(from), "a test"));
+    char *was = nullptr, *is = nullptr;
+    double gain = 0.0;
+    g_object_get(from, c.property, &was, nullptr);
+    g_object_get(to, c.property, &is, "gain", &gain, nullptr);
+    EXPECT_STREQ(is, was);
+    EXPECT_EQ(gain, -3.0);
+    g_free(was);
+    g_free(is);
+    gst_object_unref(from);
+    gst_object_unref(to);
+  }
+}
+
+TEST_F(Scenes, FloatsGoRoundTheListenerAsWordsDo) {
+  Samples quarter = material(20000, 1);
+  std::vector<float> floats;
+  for (short& x : quarter) {
+    x = static_cast<short>(x / 4);
+    floats.push_back(static_cast<float>(x) / 32768.0f);
+  }
+  const auto run = [](const auto& samples, const char* format) {
+    Harness harness("jurnbinaural name=it block=480 azimuth=40");
+    harness.caps(caps_of(1, format));
+    harness.push_all(samples, 480, 480);
+    harness.set("azimuth", 120.0);  // and through a fade
+    harness.push_all(samples, 480, 480);
+    return harness.pull_all<typename std::decay_t<decltype(samples)>::value_type>();
+  };
+  const Samples words = run(quarter, GST_AUDIO_NE(S16));
+  const std::vector<float> result = run(floats, GST_AUDIO_NE(F32));
+  ASSERT_EQ(result.size(), words.size());
+  for (std::size_t i = 0; i < words.size(); ++i)
+    ASSERT_NEAR(static_cast<double>(result[i]) * 32768.0, words[i], 2.0)
+        << i;  // which drop fractions, twice in a fade
+}
+
+TEST_F(Scenes, CapsAndLimitsSayWhatAnElementTakes) {
+  Harness harness("jurnfilter name=it kind=average length=24");
+  GstElement* const it = harness.element();
+  GstPad* const pad = gst_element_get_static_pad(it, "sink");
+  GstCaps* const taken = gst_pad_query_caps(pad, nullptr);
+  GstCaps* const floats = gst_caps_from_string(caps_of(1, GST_AUDIO_NE(F32)).c_str());
+  GstCaps* const words = gst_caps_from_string(caps_of(1).c_str());
+  EXPECT_FALSE(gst_caps_can_intersect(taken, floats));
+  EXPECT_TRUE(gst_caps_can_intersect(taken, words));
+  for (GstCaps* const caps : {taken, floats, words}) gst_caps_unref(caps);
+  gst_object_unref(pad);
+  gst_object_unref(it);
+  GstElement* const binaural = gst_element_factory_make("jurnbinaural", nullptr);
+  const auto range = [&](const char* name) {
+    return g_object_class_find_property(G_OBJECT_GET_CLASS(binaural), name);
+  };
+  EXPECT_EQ(G_PARAM_SPEC_INT(range("block"))->maximum, 1056);
+  EXPECT_EQ(G_PARAM_SPEC_DOUBLE(range("azimuth"))->maximum, 3600.0);
+  gst_object_unref(binaural);
+}
+
+TEST_F(Scenes, UpstreamAllocatesForItself) {
+  // The sink's buffers are as long as what comes out, not as what goes in.
+  for (const std::string& line : every_element()) {
+    if (line.find("jurnfilter") != line.npos) continue;
+    Harness harness(line);
+    gst_harness_add_propose_allocation_meta(harness.get(), GST_AUDIO_META_API_TYPE, nullptr);
+    harness.caps(caps_of(1));
+    const Samples in(480);
+    harness.push(in.data(), 480);
+    GstCaps* const caps = gst_caps_from_string(caps_of(1).c_str());
+    GstQuery* const query = gst_query_new_allocation(caps, TRUE);
+    EXPECT_TRUE(gst_pad_peer_query(harness.get()->srcpad, query));
+    EXPECT_EQ(gst_query_get_n_allocation_pools(query), 0u);
+    EXPECT_EQ(gst_query_get_n_allocation_metas(query), 0u);
+    gst_query_unref(query);
+    gst_caps_unref(caps);
+  }
+}
+
+TEST_F(Scenes, ASliderWarnsOnceAndSaysWhatToDo) {
+  Harness harness("jurnfilter name=it equaliser=\"PK 1k 3 Q 1\" gain=-9");
+  GstBus* const bus = gst_bus_new();
+  GstElement* const it = harness.element();
+  gst_element_set_bus(it, bus);
+  harness.caps(caps_of(1));
+  const Samples in(480);
+  for (int i = 0; i < 30; ++i) {
+    harness.set("gain", 1.0 + 0.1 * i);
+    harness.push(in.data(), 480);
+  }
+  int warnings = 0;
+  while (GstMessage* const message = gst_bus_pop_filtered(bus, GST_MESSAGE_WARNING)) {
+    GError* error = nullptr;
+    gst_message_parse_warning(message, &error, nullptr);
+    EXPECT_NE(std::string(error->message).find("lower gain"), std::string::npos) << error->message;
+    g_error_free(error);
+    gst_message_unref(message);
+    ++warnings;
+  }
+  EXPECT_GE(warnings, 1);
+  EXPECT_LE(warnings, 5);
+  gst_element_set_bus(it, nullptr);
+  gst_object_unref(it);
+  gst_object_unref(bus);
+}
+
+}  // namespace
