@@ -26,22 +26,26 @@ export function wav(channels: Float32Array[], rate: number, int16: boolean): Uin
   view.setUint16(34, 8 * width, true);
   mark(36, 'data');
   view.setUint32(40, bytes.length - 44, true);
-  let at = 44;
-  for (let i = 0; i < frames; ++i) {
-    for (const channel of channels) {
+  channels.forEach((channel, c) => {
+    let at = 44 + c * width;
+    for (let i = 0; i < frames; ++i, at += channels.length * width) {
       if (int16) view.setInt16(at, Math.max(-32768, Math.min(32767, Math.round(channel[i] * 32768))), true);
       else view.setFloat32(at, channel[i], true);
-      at += width;
     }
-  }
+  });
   return bytes;
+}
+
+export interface Recording {
+  rate: number;
+  channels: Float32Array<ArrayBuffer>[];
 }
 
 /**
  * The samples of a WAV file of whole numbers or floats, exactly, and its rate; null for other files.
  * Browsers read it too, but Chromium scales positive samples by 32768/32767.
  */
-export function readWav(bytes: ArrayBuffer): { rate: number; channels: Float32Array<ArrayBuffer>[] } | null {
+export function readWav(bytes: ArrayBuffer): Recording | null {
   const view = new DataView(bytes);
   const mark = (at: number) => String.fromCharCode(...new Uint8Array(bytes, at, 4));
   if (bytes.byteLength < 12 || mark(0) !== 'RIFF' || mark(8) !== 'WAVE') return null;
@@ -61,18 +65,29 @@ export function readWav(bytes: ArrayBuffer): { rate: number; channels: Float32Ar
         '1 24': (i) => (view.getUint16(i, true) + view.getInt8(i + 2) * 65536) / 2 ** 23,
         '1 32': (i) => view.getInt32(i, true) / 2 ** 31,
         '3 32': (i) => view.getFloat32(i, true),
+        '3 64': (i) => view.getFloat64(i, true),
       };
       const sample = read[`${format} ${bits}`];
       const width = bits / 8, frames = Math.floor(size / (count * width));
       if (!sample || count < 1 || rate < 1 || !(frames >= 1)) return null;
-      const channels = Array.from({ length: Math.min(count, 2) }, (_, c) =>
-        Float32Array.from({ length: frames }, (_, i) => sample(from + (i * count + c) * width)));
-      return channels.every((channel) => channel.every(Number.isFinite)) ? { rate, channels } : null;
+      const channels: Float32Array<ArrayBuffer>[] = [];
+      for (let c = 0; c < Math.min(count, 2); ++c) {
+        const channel = new Float32Array(frames);
+        for (let i = 0, at = from + c * width; i < frames; ++i, at += count * width) {
+          channel[i] = sample(at);
+          if (!Number.isFinite(channel[i])) return null;
+        }
+        channels.push(channel);
+      }
+      return { rate, channels };
     }
     at = from + size + (size % 2);
   }
   return null;
 }
+
+/** The size of the largest file of coefficients that is read: 32767 numbers take a fifth of it. */
+export const MOST_COEFFICIENT_BYTES = 5e6;
 
 const AUDIO = /\.(wav|flac|mp3|ogg|oga|opus|m4a|aac|aif|aiff|weba|webm)$/i;
 

@@ -9,6 +9,17 @@ import { roomFilter } from './rooms.js';
 import { equaliserText } from './setting.js';
 import { showCommand } from './take_home.js';
 
+/** Gains in dB up to which a filter is played without asking; a click raises it. */
+const UNASKED = 12;
+let allowed = UNASKED;
+let asked = 0;
+let wasLoud = false;
+
+/** What was asked for is heard. */
+export function playLoud(): void {
+  allowed = asked + 1;
+}
+
 /** The exact peak takes too long while something is dragged; the drawn curve's does till then. */
 export async function update(exactPeak: boolean): Promise<void> {
   const design = await designer;
@@ -16,6 +27,7 @@ export async function update(exactPeak: boolean): Promise<void> {
   const curves: Curve[] = [];
   let filter: Filter | null = null;
   let runs: Design | null = null;
+  let peak = 0;
   chart.rate = setting.rate;
   chart.roots = null;
   element('turn').hidden = true;
@@ -35,7 +47,7 @@ export async function update(exactPeak: boolean): Promise<void> {
           element('turn').hidden = !setting.file || !design.prepare(turned(wanted), setting.precision).stable;
         } else {
           filter = runs;
-          const peak = exactPeak ? 20 * Math.log10(design.peakGain(runs)) : Math.max(...curves[0].response.magnitude);
+          peak = exactPeak ? 20 * Math.log10(design.peakGain(runs)) : Math.max(...curves[0].response.magnitude);
           if (peak > 0.05)
             notices.push({ text: `Gain up to +${peak.toFixed(1)} dB: a full-scale sound can clip`, warning: peak > 12 });
           // Beyond one step the preparation warns by itself.
@@ -65,8 +77,15 @@ export async function update(exactPeak: boolean): Promise<void> {
       curves.push({ response: ears[0], colour: 'curve', name: 'left ear' }, { response: ears[1], colour: 'second', name: 'right ear' });
     }
   } catch (error) {
-    notices.push({ text: error instanceof Error ? error.message : String(error), warning: true });
+    notices.push({ text: `${error instanceof Error ? error.message : String(error)}. You hear the original`, warning: true });
+    curves.length = 0;
   }
+  if (peak <= UNASKED) allowed = UNASKED;
+  const loud = peak > allowed;
+  asked = peak;
+  element('play-loud').hidden = !loud;
+  element('play-loud').textContent = `Play it at +${peak.toFixed(1)} dB`;
+  if (loud) notices.push({ text: 'Not played before you click: turn the volume down first', warning: true });
   Object.assign(running, { filter, design: runs });
   chart.curves = curves;
   if (!bandIsDragged()) chart.fit();
@@ -75,7 +94,11 @@ export async function update(exactPeak: boolean): Promise<void> {
   placeHandles();
   chart.draw();
   try {
-    if (!exactPeak) await sound.filter(filter);
+    // Too loud: what was heard before goes on.
+    if (!exactPeak && !loud) await sound.filter(filter);
+    // The exact peak lies between two points of the curve.
+    if (exactPeak && loud && !wasLoud) await sound.filter(null);
+    wasLoud = loud;
   } catch (error) {
     sayError(error, 'The filter');
   }

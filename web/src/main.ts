@@ -4,12 +4,13 @@ import { addBand, placeHandles, showBands } from './bands.js';
 import { checkBits } from './bits.js';
 import { colour, forgetColours } from './canvas.js';
 import type { View } from './chart.js';
-import { turned, update } from './filter.js';
+import { wireBlind } from './blind.js';
+import { playLoud, turned, update } from './filter.js';
 import { Meter, Spectrogram } from './meters.js';
 import { drop, loadRooms, showFile, useCoefficients, useRoom } from './opened.js';
-import { changed, chart, element, input, say, sayError, select, setting, showLink, sound, whenChanged } from './page.js';
+import { changed, chart, element, input, say, sayError, select, setting, showLink, sound, undo, whenChanged, whenReplaced } from './page.js';
 import { chooseSound, hear, recordingOf, recordings, showPlaying, SOUNDS, toggleOriginal, togglePlay, useRecording } from './recordings.js';
-import { clamp, hasGain, highest, LIMITS, type Kind } from './setting.js';
+import { clamp, hasGain, highest, LIMITS, type Kind, type Setting } from './setting.js';
 import { placeSource, wireSource } from './source.js';
 import { showKind, showView, wireTabs } from './tabs.js';
 import { saveC, saveCoefficients, saveWav, showCommand } from './take_home.js';
@@ -23,6 +24,18 @@ const spectrogram = new Spectrogram(element<HTMLCanvasElement>('spectrogram'));
 
 function clock(seconds: number): string {
   return `${Math.floor(seconds / 60)}:${String(Math.floor(seconds % 60)).padStart(2, '0')}`;
+}
+
+/** Said from a tenth of a decibel on, and for as long as somebody needs to see it. */
+let limitedAt = -Infinity;
+function showLimiter(by: number): void {
+  const output = element<HTMLOutputElement>('limited');
+  const now = performance.now();
+  if (by > 0.1) {
+    limitedAt = now;
+    output.value = `limited by ${by.toFixed(1)} dB`;
+  }
+  output.hidden = now - limitedAt > 700;
 }
 
 const spectrum = new Float32Array(sound.bins);
@@ -45,6 +58,8 @@ function tick(now: number): void {
     changed();
   }
   lastTick = now;
+  sound.measureLoudness(now);
+  showLimiter(sound.limited);
   const { position, duration } = sound;
   if (document.activeElement !== input('position') || sound.playing)
     input('position').value = String(duration > 0 ? position / duration : 0);
@@ -60,12 +75,63 @@ function showMean(): void {
   input('mean-slider').value = String(meanToSlider(setting.mean));
 }
 
+/** All that depends on the sample rate, at the rate of the setting. */
+async function useRate(): Promise<void> {
+  const wasPlaying = sound.playing && !sound.microphone;
+  recordings.clear();
+  await sound.setRate(setting.rate);
+  await loadRooms();
+  setting.bands.forEach((band) => (band.frequency = Math.min(band.frequency, highest(setting.rate))));
+  showBands();
+  changed();
+  if (wasPlaying) await togglePlay();
+  showPlaying();
+}
+
+/** Every control at the value of the setting. */
+function showSetting(): void {
+  if (!(setting.sound in SOUNDS)) setting.sound = 'music';
+  if (!select('sound').value.startsWith('file:')) select('sound').value = setting.sound;
+  input('preamp').value = String(setting.preamp);
+  if (![...select('room').options].some(({ value }) => value === setting.room)) {
+    say('The link has an impulse response of its own, which links do not hold: drop it on the page. Till then you hear the hall.');
+    setting.room = 'hall';
+  }
+  select('room').value = setting.room;
+  input('wet').value = String(setting.wet);
+  element<HTMLOutputElement>('wet-value').value = `${setting.wet} %`;
+  showFile();
+  placeSource();
+  showMean();
+  select('precision').value = setting.precision;
+  select('rate').value = String(setting.rate);
+  showBands();
+  showKind(setting.kind);
+}
+
+/** Takes a setting of another link or of before. */
+async function replace(wanted: Setting): Promise<void> {
+  const { rate, sound: name } = setting;
+  Object.assign(setting, wanted);
+  const otherSound = setting.sound !== name && select('sound').value === name;
+  showSetting();
+  changed();
+  if (setting.rate !== rate) await useRate();
+  else if (otherSound) await chooseSound();
+}
+
 function wire(): void {
   for (const [key, { name }] of Object.entries(SOUNDS)) select('sound').add(new Option(name, key));
   select('sound').add(new Option('Microphone', 'microphone'));
-  if (!(setting.sound in SOUNDS)) setting.sound = 'music';
-  select('sound').value = setting.sound;
   select('sound').onchange = () => void chooseSound();
+  input('equal').onchange = () => (sound.equalLoudness = input('equal').checked);
+  wireBlind();
+  element('play-loud').onclick = () => {
+    playLoud();
+    changed();
+  };
+  element('undo').onclick = () => void undo(-1);
+  element('redo').onclick = () => void undo(1);
   element('play').onclick = () => void togglePlay();
   element('hear-original').onclick = () => hear(true);
   element('hear-filtered').onclick = () => hear(false);
@@ -111,7 +177,6 @@ function wire(): void {
     setting.preamp = clamp(input('preamp').valueAsNumber, LIMITS.preamp);
     changed();
   };
-  input('preamp').value = String(setting.preamp);
 
   input('coefficients').onchange = () => {
     const file = input('coefficients').files?.[0];
@@ -127,12 +192,9 @@ function wire(): void {
     if (setting.file) setting.file.a = [...(turned(setting.file as Design).a ?? [])];
     changed();
   };
-  showFile();
 
   select('room').add(new Option('Hall, decaying noise of 2 s', 'hall'));
   select('room').add(new Option('Street between houses', 'street'));
-  if (!['hall', 'street'].includes(setting.room)) setting.room = 'hall';
-  select('room').value = setting.room;
   select('room').onchange = () => {
     setting.room = select('room').value;
     changed();
@@ -142,8 +204,6 @@ function wire(): void {
     element<HTMLOutputElement>('wet-value').value = `${setting.wet} %`;
     changed();
   };
-  input('wet').value = String(setting.wet);
-  element<HTMLOutputElement>('wet-value').value = `${setting.wet} %`;
   input('wet').oninput = wet;
   input('response').onchange = () => {
     const file = input('response').files?.[0];
@@ -152,7 +212,6 @@ function wire(): void {
   };
 
   wireSource();
-  placeSource();
 
   input('mean').oninput = () => {
     const length = input('mean').valueAsNumber;
@@ -166,25 +225,14 @@ function wire(): void {
     showMean();
     changed();
   };
-  showMean();
 
-  select('precision').value = setting.precision;
   select('precision').onchange = () => {
     setting.precision = select('precision').value as 'double' | 'int16';
     changed();
   };
-  select('rate').value = String(setting.rate);
   select('rate').onchange = async () => {
-    const wasPlaying = sound.playing && !sound.microphone;
     setting.rate = Number(select('rate').value);
-    recordings.clear();
-    await sound.setRate(setting.rate);
-    await loadRooms();
-    setting.bands.forEach((band) => (band.frequency = Math.min(band.frequency, highest(setting.rate))));
-    showBands();
-    changed();
-    if (wasPlaying) await togglePlay();
-    showPlaying();
+    await useRate();
   };
 
   element('save-coefficients').onclick = () => void saveCoefficients();
@@ -192,9 +240,10 @@ function wire(): void {
   element('save-wav').onclick = () => void saveWav();
   element('run-checksum').onclick = () => void checkBits();
   element('share').onclick = async () => {
-    showLink();
+    const { link, whole } = await showLink();
+    if (!whole) say('The file is too long for a link: the link holds everything but it. Send the file along.');
     try {
-      await navigator.clipboard.writeText(location.href);
+      await navigator.clipboard.writeText(link);
       element('share').textContent = 'Copied';
     } catch {
       say('The link is in the address bar: this browser does not let the page copy it.');
@@ -216,6 +265,10 @@ function wire(): void {
 
   addEventListener('keydown', (event) => {
     const target = event.target as HTMLElement;
+    if ((event.ctrlKey || event.metaKey) && event.key.toLowerCase() === 'z' && !target.matches('input:not([type=range]):not([type=checkbox])')) {
+      event.preventDefault();
+      return void undo(event.shiftKey ? 1 : -1);
+    }
     if (event.ctrlKey || event.metaKey || event.altKey || target.matches('input:not([type=range]):not([type=checkbox]), select')) return;
     if (event.key === 'f' || event.key === 'F') toggleOriginal();
     else if (event.key === ' ' && !target.matches('button, input')) void togglePlay();
@@ -245,8 +298,8 @@ async function start(): Promise<void> {
   void colour('curve');
   whenChanged(update);
   wire();
-  showBands();
-  showKind(setting.kind);
+  whenReplaced(replace);
+  showSetting();
   showView('magnitude');
   showCommand();
   changed();

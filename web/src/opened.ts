@@ -1,6 +1,6 @@
 // Files that are opened or dropped: coefficients, impulse responses, recordings; and the rooms and
 // heads that the page brings along.
-import { isAudio } from './files.js';
+import { isAudio, MOST_COEFFICIENT_BYTES } from './files.js';
 import { changed, designer, element, loaded, say, sayError, sayNothing, select, setting, sound } from './page.js';
 import { useRecording } from './recordings.js';
 import { hall, Head, MOST_SECONDS, type ImpulseResponse } from './rooms.js';
@@ -23,8 +23,13 @@ export async function useCoefficients(name: string, bytes: Uint8Array): Promise<
   }
 }
 
+const NO_FILE = element('file-summary').textContent;
+
 export function showFile(): void {
-  if (!setting.file) return;
+  if (!setting.file) {
+    element('file-summary').textContent = NO_FILE;
+    return;
+  }
   const { name, kind, b, a } = setting.file;
   const count = (n: number, noun: string) => `${n} ${noun}${n === 1 ? '' : 's'}`;
   const what = kind === 'fir' ? `FIR of ${count(b.length, 'tap')}`
@@ -66,7 +71,8 @@ export async function useRoom(file: File): Promise<void> {
 
 export async function drop(file: File): Promise<void> {
   if (isAudio(file)) await (setting.kind === 'room' ? useRoom(file) : useRecording(file));
-  else if (file.size > 64 << 20) say(`${file.name}: is larger than any file of coefficients.`);
+  else if (file.size > MOST_COEFFICIENT_BYTES)
+    say(`${file.name}: has ${(file.size / 1e6).toFixed(1)} MB; files of coefficients up to ${MOST_COEFFICIENT_BYTES / 1e6} MB are read.`);
   else await useCoefficients(file.name, new Uint8Array(await file.arrayBuffer()));
 }
 

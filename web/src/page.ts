@@ -3,14 +3,14 @@ import type { Filter } from 'jurn-filter';
 import { DesignError, loadDesigner, type Design } from 'jurn-filter/design';
 import { Chart } from './chart.js';
 import type { Head, ImpulseResponse } from './rooms.js';
-import { fromHash, initial, toHash } from './setting.js';
+import { fromHash, fromJson, initial, LONGEST_LINK, toHash, type Setting } from './setting.js';
 import { Sound } from './sound.js';
 
 export const element = <T extends HTMLElement>(id: string) => document.getElementById(id) as T;
 export const input = (id: string) => element<HTMLInputElement>(id);
 export const select = (id: string) => element<HTMLSelectElement>(id);
 
-export const setting = location.hash.length > 1 ? fromHash(location.hash) : initial();
+export const setting: Setting = location.hash.length > 1 ? await fromHash(location.hash) : initial();
 export const sound = new Sound(setting.rate);
 export const designer = loadDesigner();
 export const chart = new Chart(element<HTMLCanvasElement>('chart'));
@@ -51,16 +51,57 @@ export function whenChanged(call: typeof update): void {
   update = call;
 }
 
-export function showLink(): void {
+let shown = location.hash;
+const past: string[] = [JSON.stringify(setting)];
+let at = 0; // what of the past is now
+
+function showHistory(): void {
+  element<HTMLButtonElement>('undo').disabled = at === 0;
+  element<HTMLButtonElement>('redo').disabled = at === past.length - 1;
+}
+
+/** Remembers the setting, and puts it into the address; says whether a link holds it whole. */
+export async function showLink(): Promise<{ link: string; whole: boolean }> {
   clearTimeout(hashTimer);
-  history.replaceState(null, '', '#' + toHash(setting));
+  hashTimer = 0;
+  const now = JSON.stringify(setting);
+  if (now !== past[at]) {
+    past.splice(++at, past.length, now);
+    if (past.length > 200) past.splice(0, past.length - 200);
+    at = past.length - 1;
+  }
+  showHistory();
+  let hash = '#' + (await toHash(setting));
+  const whole = hash.length <= LONGEST_LINK;
+  if (!whole) hash = '#' + (await toHash({ ...setting, file: null }));
+  shown = hash;
+  if (location.hash !== hash) history.replaceState(null, '', hash);
+  return { link: location.href, whole };
+}
+
+let take: (wanted: Setting) => Promise<void>;
+
+/** A setting from elsewhere: of another link in this tab, or of before. */
+export function whenReplaced(call: typeof take): void {
+  take = call;
+  addEventListener('hashchange', () => {
+    if (location.hash !== shown) void fromHash(location.hash).then(take);
+  });
+}
+
+export async function undo(steps: number): Promise<void> {
+  if (hashTimer) await showLink(); // what was changed a moment ago
+  if (past[at + steps] === undefined) return;
+  at += steps;
+  showHistory();
+  await take(fromJson(past[at]));
 }
 
 /** After a change of the setting: once per frame, however many changes there were. */
 export function changed(): void {
   // Browsers refuse to change the address many times a second.
   clearTimeout(hashTimer);
-  hashTimer = window.setTimeout(showLink, 250);
+  hashTimer = window.setTimeout(() => void showLink(), 250);
   if (queued) return;
   queued = true;
   requestAnimationFrame(() => {

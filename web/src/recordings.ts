@@ -38,7 +38,7 @@ export async function chooseSound(): Promise<void> {
     } else {
       await sound.use(await recordingOf(key));
       if (key in SOUNDS) setting.sound = key;
-      showLink();
+      void showLink();
     }
   } catch (error) {
     sayError(error, '');
@@ -78,7 +78,9 @@ export function hear(original: boolean): void {
   element('hear-filtered').setAttribute('aria-checked', String(!original));
 }
 
-export const toggleOriginal = () => hear(!hearOriginal);
+export const toggleOriginal = () => {
+  if (!sound.blind) hear(!hearOriginal);
+};
 
 export async function useRecording(file: File): Promise<void> {
   try {

@@ -1,4 +1,5 @@
 // Everything that a link holds.
+import { checkDesign } from 'jurn-filter';
 
 export const BAND_TYPES = {
   PK: 'Peak', LSC: 'Low shelf', HSC: 'High shelf', HPQ: 'High-pass', LPQ: 'Low-pass', NO: 'Notch',
@@ -65,23 +66,43 @@ export function clamp(value: number, [low, high]: readonly [number, number]): nu
 /** The highest frequency that a band may have at a rate. */
 export const highest = (rate: number) => Math.min(LIMITS.frequency[1], 0.49 * rate);
 
-export function toHash(setting: Setting): string {
-  const bytes = new TextEncoder().encode(JSON.stringify(setting));
+/** Characters that mail and chat programs leave whole in a link. */
+export const LONGEST_LINK = 8000;
+
+/** What a link has to hold: the rest has its initial value, or is a file that is not used. */
+function needed(setting: Setting): Partial<Setting> {
+  const before: Record<string, unknown> = { ...initial() };
+  return Object.fromEntries(Object.entries(setting).filter(([key, value]) =>
+    JSON.stringify(value) !== JSON.stringify(before[key]) && (key !== 'file' || setting.kind === 'file')));
+}
+
+async function through(bytes: Uint8Array<ArrayBuffer>, stream: CompressionStream | DecompressionStream): Promise<Uint8Array<ArrayBuffer>> {
+  return new Uint8Array(await new Response(new Blob([bytes]).stream().pipeThrough(stream)).arrayBuffer());
+}
+
+/** Deflated; a dot tells these links from those of before. */
+export async function toHash(setting: Setting): Promise<string> {
+  const bytes = await through(new TextEncoder().encode(JSON.stringify(needed(setting))), new CompressionStream('deflate-raw'));
   let text = '';
   for (const byte of bytes) text += String.fromCharCode(byte);
-  return btoa(text).replaceAll('+', '-').replaceAll('/', '_').replaceAll('=', '');
+  return '.' + btoa(text).replaceAll('+', '-').replaceAll('/', '_').replaceAll('=', '');
 }
 
 /** The setting of a link; what is missing or wrong in it keeps its initial value. */
-export function fromHash(hash: string): Setting {
-  const setting = initial();
-  let given: Record<string, unknown>;
+export async function fromHash(hash: string): Promise<Setting> {
   try {
-    const text = atob(hash.replace(/^#/, '').replaceAll('-', '+').replaceAll('_', '/'));
-    given = JSON.parse(new TextDecoder().decode(Uint8Array.from(text, (c) => c.charCodeAt(0))));
+    const text = hash.replace(/^#/, '');
+    const packed = text.startsWith('.');
+    const bytes = Uint8Array.from(atob(text.slice(packed ? 1 : 0).replaceAll('-', '+').replaceAll('_', '/')), (c) => c.charCodeAt(0));
+    return fromJson(new TextDecoder().decode(packed ? await through(bytes, new DecompressionStream('deflate-raw')) : bytes));
   } catch {
-    return setting;
+    return initial();
   }
+}
+
+export function fromJson(json: string): Setting {
+  const setting = initial();
+  const given: Record<string, unknown> = JSON.parse(json);
   if (typeof given !== 'object' || given === null) return setting;
   const number = (key: keyof typeof LIMITS & keyof Setting) => {
     if (Number.isFinite(given[key])) (setting[key] as number) = clamp(given[key] as number, LIMITS[key]);
@@ -103,11 +124,14 @@ export function fromHash(hash: string): Setting {
     }));
   }
   const file = given.file as Setting['file'];
-  const finite = (values: unknown) =>
-    Array.isArray(values) && values.every((value) => Number.isFinite(value));
-  if (file && ['fir', 'iir', 'sections'].includes(file.kind) && finite(file.b) && file.b.length > 0 &&
-      finite(file.a))
-    setting.file = { name: String(file.name), kind: file.kind, b: file.b, a: file.a };
+  if (file) {
+    try {
+      checkDesign(file);
+      setting.file = { name: String(file.name), kind: file.kind, b: file.b, a: file.a ?? [] };
+    } catch {
+      // A damaged file is none.
+    }
+  }
   return setting;
 }
 

@@ -1,9 +1,46 @@
 // What sounds: a recording in a loop or the microphone, through the filter and past it.
 import { createFilterNode, type FilterNode, type Levels } from 'jurn-filter/web-audio';
-import { readWav } from './files.js';
+import { readInBackground } from './background.js';
+import type { Recording } from './files.js';
 import { compileLibrary, type CompiledLibrary, type Filter } from 'jurn-filter';
 
 const SWITCH_SECONDS = 0.02;
+// The limiter before the loudspeakers. What a compressor adds by itself to make up for it is undone.
+const LIMIT = { threshold: -1, ratio: 20, knee: 0, attack: 0.001, release: 0.1 };
+const MADE_UP = 0.6 * (1 - 1 / LIMIT.ratio) * -LIMIT.threshold;
+const LOUDNESS_SECONDS = 1.5;
+
+const fromDb = (db: number) => Math.pow(10, db / 20);
+const isRiff = (bytes: ArrayBuffer) =>
+  bytes.byteLength >= 12 && new DataView(bytes).getUint32(0) === 0x52494646;
+
+/** The loudness of a path: its power weighted as hearing weights it, over the last seconds. */
+class Loudness {
+  private readonly analyser: AnalyserNode;
+  private readonly samples: Float32Array<ArrayBuffer>;
+  power = 0;
+
+  constructor(context: AudioContext, from: AudioNode) {
+    const shelf = new BiquadFilterNode(context, { type: 'highshelf', frequency: 1500, gain: 4 });
+    const low = new BiquadFilterNode(context, { type: 'highpass', frequency: 40 });
+    this.analyser = new AnalyserNode(context, { fftSize: 2048 });
+    this.samples = new Float32Array(2048);
+    from.connect(shelf).connect(low).connect(this.analyser);
+  }
+
+  measure(share: number): void {
+    this.analyser.getFloatTimeDomainData(this.samples);
+    const now = this.samples.reduce((sum, x) => sum + x * x, 0) / this.samples.length;
+    this.power += share * (now - this.power);
+  }
+}
+
+/** Without an audio device some browsers never start, and say nothing. */
+async function started(context: AudioContext): Promise<void> {
+  const late = new Promise<never>((_, failed) =>
+    setTimeout(() => failed(new Error('The sound does not start: is there a sound device, and is it free?')), 4000));
+  await Promise.race([context.resume(), late]);
+}
 
 export class Sound {
   readonly library: Promise<CompiledLibrary> = compileLibrary();
@@ -25,6 +62,12 @@ export class Sound {
   private original = false;
   private gain = 0.5;
   private generation = 0;
+  private limiter: DynamicsCompressorNode | null = null;
+  private loudness: { dry: Loudness; wet: Loudness; source: GainNode } | null = null;
+  private equal = false;
+  private measuredAt = 0;
+  /** Nothing is shown of what sounds: who listens blind must not see it. */
+  blind = false;
 
   constructor(private rate: number) {}
 
@@ -75,13 +118,18 @@ export class Sound {
     node.connect(this.wet);
     this.wet.connect(this.analyser);
     this.dry.connect(this.analyser);
-    this.analyser.connect(this.master).connect(context.destination);
+    this.limiter = new DynamicsCompressorNode(context, LIMIT);
+    const end = new GainNode(context, { gain: fromDb(-MADE_UP) });
+    this.analyser.connect(this.master).connect(this.limiter).connect(end).connect(context.destination);
+    const source = context.createGain();
+    this.loudness = { dry: new Loudness(context, source), wet: new Loudness(context, node), source };
     return context;
   }
 
   /** Reads a recording in any format that the browser knows. */
   async decode(bytes: ArrayBuffer): Promise<AudioBuffer> {
-    const exact = readWav(bytes);
+    let exact: Recording | null = null;
+    if (isRiff(bytes)) ({ read: exact, bytes } = await readInBackground(bytes));
     if (exact?.rate !== this.rate) return new OfflineAudioContext(2, 1, this.rate).decodeAudioData(bytes);
     const { channels } = exact;
     const buffer = new AudioBuffer({ length: channels[0].length, numberOfChannels: channels.length, sampleRate: this.rate });
@@ -100,7 +148,7 @@ export class Sound {
   async play(): Promise<void> {
     if (this.playing) return;
     const context = await this.ready();
-    await context.resume();
+    await started(context);
     if (this.playing || !this.buffer) return;
     const source = context.createBufferSource();
     source.buffer = this.buffer;
@@ -126,7 +174,7 @@ export class Sound {
     }
     this.stop();
     const context = await this.ready();
-    await context.resume();
+    await started(context);
     this.stream = stream;
     this.connect(context.createMediaStreamSource(stream));
   }
@@ -134,6 +182,7 @@ export class Sound {
   private connect(source: AudioBufferSourceNode | MediaStreamAudioSourceNode): void {
     source.connect(this.node!);
     source.connect(this.dry);
+    source.connect(this.loudness!.source);
     this.source = source;
   }
 
@@ -161,15 +210,48 @@ export class Sound {
       this.master.gain.setTargetAtTime(this.gain, this.context.currentTime, 0.01);
   }
 
+  /** By how many decibels the limiter before the loudspeakers holds the sound down. */
+  get limited(): number {
+    return this.playing && this.limiter ? Math.max(0, -this.limiter.reduction) : 0;
+  }
+
+  /** Both at the same loudness: the louder one is turned down. */
+  set equalLoudness(equal: boolean) {
+    this.equal = equal;
+    this.mix(0.2);
+  }
+
+  /** Follows the loudness of both; to be called while it plays. */
+  measureLoudness(now: number): void {
+    if (!this.loudness || !this.playing) return;
+    const share = Math.min(1, Math.max(0, (now - this.measuredAt) / 1000 / LOUDNESS_SECONDS));
+    this.measuredAt = now;
+    this.loudness.dry.measure(share);
+    this.loudness.wet.measure(share);
+    if (this.equal) this.mix(0.2);
+  }
+
+  /** Gains of the original and of the filtered sound. */
+  private get gains(): [number, number] {
+    const { dry, wet } = this.loudness ?? { dry: { power: 0 }, wet: { power: 0 } };
+    const ratio = this.equal && dry.power > 1e-8 && wet.power > 1e-8 ? Math.sqrt(wet.power / dry.power) : 1;
+    return [Math.max(0.03, Math.min(1, ratio)), Math.max(0.03, Math.min(1, 1 / ratio))];
+  }
+
   /** Original or filtered; both run, so that the switch is exact in time. */
   set hearOriginal(original: boolean) {
     this.original = original;
+    this.mix(SWITCH_SECONDS);
+  }
+
+  private mix(seconds: number): void {
     if (!this.context || !this.node) return;
     const now = this.context.currentTime;
-    for (const [gain, value] of [[this.dry.gain, original ? 1 : 0], [this.wet.gain, original ? 0 : 1]] as const) {
+    const [dry, wet] = this.gains;
+    for (const [gain, value] of [[this.dry.gain, this.original ? dry : 0], [this.wet.gain, this.original ? 0 : wet]] as const) {
       gain.cancelScheduledValues(now);
       gain.setValueAtTime(gain.value, now);
-      gain.linearRampToValueAtTime(value, now + SWITCH_SECONDS);
+      gain.linearRampToValueAtTime(value, now + seconds);
     }
   }
 
@@ -190,7 +272,7 @@ export class Sound {
   }
 
   spectrum(out: Float32Array<ArrayBuffer>): boolean {
-    if (!this.node || !this.playing) return false;
+    if (!this.node || !this.playing || this.blind) return false;
     this.analyser.getFloatFrequencyData(out);
     return true;
   }
@@ -205,6 +287,7 @@ export class Sound {
     ++this.generation;
     this.rate = rate;
     this.node = null;
+    this.limiter = this.loudness = null;
     this.buffer = null;
     await this.context?.close();
     this.context = null;

@@ -1,6 +1,6 @@
 // What is taken home: the command, coefficients, C code, the filtered recording.
-import { Library } from 'jurn-filter';
 import type { Design } from 'jurn-filter/design';
+import { filterInBackground } from './background.js';
 import { download, wav } from './files.js';
 import { designer, element, running, sayError, setting, sound } from './page.js';
 import { recordingOf } from './recordings.js';
@@ -70,9 +70,6 @@ export async function saveWav(): Promise<void> {
   button.disabled = true;
   try {
     const buffer = sound.recording ?? (await recordingOf(setting.sound));
-    const library = new Library(await sound.library);
-    const stream = library.stream({ channels: 2 });
-    stream.change(filter);
     // The tail of a room sounds on after the recording.
     const tail = filter.kind === 'convolution' ? Math.max(...filter.routes.map((route) => route.taps.length)) - 1 : 0;
     const whole = [0, 1].map((c) => {
@@ -80,19 +77,13 @@ export async function saveWav(): Promise<void> {
       channel.set(buffer.getChannelData(Math.min(c, buffer.numberOfChannels - 1)));
       return channel;
     });
-    const step = 128 * 375;
-    for (let at = 0; at < whole[0].length; at += step) {
-      const part = whole.map((channel) => channel.subarray(at, at + step));
-      stream.process(part, part);
-      button.textContent = `${Math.round((100 * at) / whole[0].length)} %`;
-      await new Promise((done) => setTimeout(done));
-    }
-    stream.free();
     const int16 = setting.kind === 'mean' || (setting.precision === 'int16' && filter.kind !== 'convolution');
-    download(`${stem()}-filtered.wav`, wav(whole, setting.rate, int16));
+    const file = await filterInBackground(await sound.library, filter, whole, setting.rate, int16, (part) =>
+      (button.textContent = `${Math.round(100 * part)} %`));
+    download(`${stem()}-filtered.wav`, file);
   } catch (error) {
     sayError(error, '');
   }
   button.textContent = 'Filtered WAV';
-  button.disabled = false;
+  button.disabled = !running.filter;
 }

@@ -58,7 +58,8 @@ interface Exports {
 
 const KINDS = { fir: 0, iir: 1, sections: 2 } as const;
 /** Coefficients, or sections, that a filter takes. */
-const MOST = { fir: 1250, iir: 1250, sections: 416 } as const;
+const most = (kind: keyof typeof KINDS, precision?: Precision) =>
+  kind === 'sections' ? 416 : kind === 'fir' && precision !== 'int16' ? 32767 : 1250;
 
 /** Reads, prepares and writes designs; `loadDesigner` makes it. */
 class Designer {
@@ -89,6 +90,11 @@ class Designer {
 
   /** Prepares a design to run, as the command-line tool does. */
   prepare(design: Fir | Iir | Sections, precision: Precision = 'double'): Prepared {
+    checkDesign(design);
+    const limit = most(design.kind, precision) * (design.kind === 'sections' ? 3 : 1);
+    if (design.b.length > limit)
+      throw new RangeError(`${design.b.length} coefficients; ` +
+        `${precision === 'int16' ? 'in 16-bit samples ' : ''}1 to ${limit} are accepted`);
     const prepared = this.#withDesign(design, (...coefficients) =>
       this.#wasm.jurn_prepare(...coefficients, precision === 'int16' ? 1 : 0)) as Prepared;
     prepared.design.precision = precision;
@@ -120,9 +126,8 @@ class Designer {
   #parseAs(name: string, bytes: Uint8Array, wanted: keyof typeof KINDS,
                   { rate, precision }: ParseOptions): Design {
     const path = new TextEncoder().encode(name);
-    const most = wanted === 'fir' && precision !== 'int16' ? 32767 : MOST[wanted];
     const design = this.#call([path, bytes], ([nameAt, bytesAt]) =>
-      this.#wasm.jurn_parse(nameAt, path.length, bytesAt, bytes.length, KINDS[wanted], most, rate));
+      this.#wasm.jurn_parse(nameAt, path.length, bytesAt, bytes.length, KINDS[wanted], most(wanted, precision), rate));
     return { ...(design as Design), precision };
   }
 

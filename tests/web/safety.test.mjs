@@ -1,0 +1,193 @@
+// What protects ears and patience: the limiter, the click before what is loud, blind tests, files
+// that do not fit, long recordings, links and undo.
+import assert from 'node:assert/strict';
+import { after, before, test } from 'node:test';
+import { fromHash, initial, toHash } from '../../build/web/setting.js';
+import { byChance } from '../../build/web/chance.js';
+import { wav } from '../../build/web/files.js';
+import { launch, open, serve } from './browser.mjs';
+
+let server, browser;
+
+before(async () => {
+  server = await serve();
+  browser = await launch();
+});
+
+after(async () => {
+  await browser?.close();
+  server?.close();
+});
+
+const open_ = (hash = '', options = { viewport: { width: 1300, height: 900 } }) => open(browser, `${server.url}/${hash}`, options);
+const tone = (frequency, level, seconds) =>
+  Float32Array.from({ length: 48000 * seconds }, (_, i) => level * Math.sin((2 * Math.PI * frequency * i) / 48000));
+const upload = (name, content) => ({ name, mimeType: '', buffer: Buffer.from(content) });
+const says = (page, id, text) => page.waitForFunction(
+  ([at, part]) => document.getElementById(at).textContent.includes(part), [id, text]);
+
+/** The peaks of what goes to the loudspeakers, from now on. */
+const listen = (page) => page.addInitScript(() => {
+  const connect = AudioNode.prototype.connect;
+  AudioNode.prototype.connect = function (to, ...rest) {
+    if (to instanceof AudioDestinationNode && to.context instanceof AudioContext) {
+      const analyser = new AnalyserNode(to.context, { fftSize: 8192 });
+      connect.call(this, analyser);
+      window.peak = () => {
+        const samples = new Float32Array(8192);
+        analyser.getFloatTimeDomainData(samples);
+        return Math.max(...samples.map(Math.abs));
+      };
+    }
+    return connect.call(this, to, ...rest);
+  };
+});
+
+async function playing(frequency, level, prepare) {
+  const context = await browser.newContext({ viewport: { width: 1300, height: 900 } });
+  const page = await context.newPage();
+  await listen(page);
+  await page.goto(server.url);
+  await page.waitForFunction(() => document.getElementById('engine').textContent !== '');
+  await page.click('#flat');
+  await page.setInputFiles('#recording', upload('tone.wav', wav([tone(frequency, level, 2)], 48000, true)));
+  await prepare?.(page);
+  await page.click('#play');
+  await page.waitForFunction(() => window.peak?.() > 0);
+  return { page, close: () => context.close() };
+}
+
+test('loud filters wait for a click, and the limiter holds the loudspeakers', async () => {
+  const { page, close } = await playing(1000, 0.5);
+  await page.fill('#preamp', '18');
+  await says(page, 'play-loud', '+18.0 dB');
+  await page.waitForTimeout(700);
+  const quiet = await page.evaluate(() => window.peak());
+  assert.ok(Math.abs(quiet - 0.25) < 0.03, `${quiet}, not what was heard before`);
+  assert.ok(await page.locator('#limited').isHidden());
+  await page.click('#play-loud');
+  await page.waitForFunction(() => !document.getElementById('limited').hidden);
+  assert.match(await page.locator('#limited').textContent(), /limited by \d+\.\d dB/);
+  await page.waitForTimeout(500);
+  const loud = await page.evaluate(() => window.peak());
+  assert.ok(loud > 0.8 && loud <= 1, `${loud}`);
+  assert.ok(await page.locator('#play-loud').isHidden());
+  await page.fill('#preamp', '0');
+  await page.waitForFunction(() => document.getElementById('limited').hidden);
+  await close();
+});
+
+test('the same loudness: the louder one is turned down', async () => {
+  const { page, close } = await playing(1000, 0.25, (p) => p.fill('#preamp', '6'));
+  await page.check('#equal');
+  await page.waitForTimeout(3000);
+  const filtered = await page.evaluate(() => window.peak());
+  await page.click('#hear-original');
+  await page.waitForTimeout(800);
+  const original = await page.evaluate(() => window.peak());
+  assert.ok(Math.abs(20 * Math.log10(filtered / original)) < 0.5, `${filtered} and ${original}`);
+  await close();
+});
+
+test('a blind test: nothing shows which one sounds, and answers are counted', async () => {
+  const { page, close } = await playing(1000, 0.25, (p) => p.fill('#preamp', '-12'));
+  await page.click('#blind');
+  assert.ok(await page.locator('#hear-original').isDisabled());
+  for (let i = 0; i < 4; ++i) await page.click('[data-answer=original]');
+  const score = await page.textContent('#score');
+  assert.match(score, /(Right|No): X was [AB], .*[0-4] of 4 right; guessing does as well in [\d.]+ %/);
+  await page.keyboard.press('f');
+  await page.click('#blind');
+  assert.ok(await page.locator('#abx').isHidden());
+  assert.equal(await page.getAttribute('#hear-filtered', 'aria-checked'), 'true');
+  await close();
+  assert.deepEqual([byChance(4, 4), byChance(0, 3), byChance(9, 10)], [1 / 16, 1, 11 / 1024]);
+});
+
+test('what does not fit is said at once, and what depends on it is off', async () => {
+  const { page, errors, close } = await open_();
+  await page.setInputFiles('#coefficients', upload('many.txt', '0.0001\n'.repeat(8001)));
+  await says(page, 'file-summary', 'FIR of 8001 taps');
+  await page.selectOption('#precision', 'int16');
+  await says(page, 'notices', '8001 coefficients; in 16-bit samples 1 to 1250 are accepted');
+  for (const id of ['save-coefficients', 'save-c', 'save-wav']) assert.ok(await page.locator(`#${id}`).isDisabled(), id);
+  await page.selectOption('#precision', 'double');
+  await page.waitForFunction(() => !document.getElementById('save-wav').disabled);
+  await page.setInputFiles('#coefficients', upload('huge.txt', '0'.repeat(5.1e6)));
+  await says(page, 'message', 'huge.txt: has 5.1 MB; files of coefficients up to 5 MB are read');
+  assert.deepEqual(errors, []);
+  await close();
+});
+
+test('a recording of three minutes does not hold the page up', async () => {
+  const { page, errors, close } = await open_('', { acceptDownloads: true, viewport: { width: 1300, height: 900 } });
+  await page.evaluate(async () => {
+    const { wav } = await import('/files.js');
+    const bytes = wav([1, 2].map(() => new Float32Array(180 * 48000).fill(0.5)), 48000, true);
+    window.long = new DataTransfer();
+    window.long.items.add(new File([bytes], 'long.wav'));
+  });
+  // The main thread's own time, which other programs on the machine do not lengthen.
+  const client = await page.context().newCDPSession(page);
+  await client.send('Performance.enable', { timeDomain: 'threadTicks' });
+  const spent = async () => (await client.send('Performance.getMetrics')).metrics.find(({ name }) => name === 'ScriptDuration').value;
+  const before = await spent();
+  await page.evaluate(() => {
+    window.dispatchEvent(new DragEvent('drop', { dataTransfer: window.long, cancelable: true }));
+  });
+  await page.waitForFunction(() => document.getElementById('time').value.endsWith('/ 3:00'), null, { timeout: 60000 });
+  const [download] = await Promise.all([page.waitForEvent('download', { timeout: 60000 }), page.click('#save-wav')]);
+  assert.equal(download.suggestedFilename(), 'equaliser-filtered.wav');
+  const seconds = (await spent()) - before;
+  // Copies of the channels. To filter them there would take some seconds.
+  assert.ok(seconds < 1, `${seconds} s of the main thread`);
+  assert.deepEqual(errors, []);
+  await close();
+});
+
+test('links: short, read again, and those of before', async () => {
+  const setting = { ...initial(), kind: 'file', file: { name: 'x', kind: 'fir', b: Array.from({ length: 100 }, (_, i) => Math.sin(i)), a: [] } };
+  const hash = await toHash(setting);
+  assert.deepEqual((await fromHash('#' + hash)).file, setting.file);
+  assert.deepEqual((await fromHash('#' + hash)).bands, initial().bands, 'what the file does not use is left out');
+  assert.ok((await toHash(initial())).length < 350);
+  const old = Buffer.from(JSON.stringify({ ...initial(), kind: 'mean', mean: 77 })).toString('base64url');
+  assert.equal((await fromHash('#' + old)).mean, 77);
+  // Designs in links are checked as any other.
+  const broken = { ...initial(), kind: 'file', file: { name: 'x', kind: 'sections', b: [1, 0, 0, 1, 0, 0], a: [1, 0, 0] } };
+  assert.equal((await fromHash('#' + await toHash(broken))).file, null);
+});
+
+test('another link in the same tab, undo and redo, a link that is too long, a room of one\'s own', async () => {
+  const { page, errors, close } = await open_();
+  const gain = (value) => page.waitForFunction(
+    (wanted) => document.querySelectorAll('#bands tr:first-child input')[2].value === wanted, value);
+  await page.evaluate((hash) => (location.hash = hash), await toHash({ ...initial(), kind: 'mean', mean: 123 }));
+  await page.waitForFunction(() => document.getElementById('mean').value === '123' && !document.getElementById('kind-mean').hidden);
+  await page.click('[data-kind=eq]');
+  await page.locator('.handle').first().focus();
+  await page.keyboard.press('ArrowUp');
+  await gain('4.5');
+  await page.waitForFunction(() => !document.getElementById('undo').disabled);
+  await page.waitForTimeout(600);
+  await page.keyboard.press('ArrowUp');
+  await page.keyboard.press('Control+z'); // at once, before anything is remembered
+  await gain('4.5');
+  await page.click('#undo');
+  await gain('4');
+  await page.click('#redo');
+  await page.keyboard.press('Control+Shift+z');
+  await gain('5');
+  await page.waitForFunction(() => document.getElementById('redo').disabled);
+  let state = 1;
+  const noise = Array.from({ length: 8001 }, () => (state = (Math.imul(state, 1664525) + 1013904223) | 0) / 2 ** 40);
+  await page.setInputFiles('#coefficients', upload('many.txt', noise.join('\n')));
+  await says(page, 'file-summary', 'FIR of 8001 taps');
+  await page.click('#share');
+  await says(page, 'message', 'too long for a link');
+  await page.waitForFunction(() => location.hash.length < 400);
+  await page.evaluate((hash) => (location.hash = hash), await toHash({ ...initial(), kind: 'room', room: 'file' }));
+  await says(page, 'message', 'impulse response of its own');
+  assert.deepEqual(errors, []);
+  await close();
+});

@@ -1,0 +1,32 @@
+// Hands the long work with recordings to worker.ts, one worker per piece.
+import type { CompiledLibrary, Filter } from 'jurn-filter';
+import type { Recording } from './files.js';
+import type { Answer, Job } from './worker.js';
+
+function run<T>(job: Job, transfer: Transferable[], take: (answer: Answer) => T | undefined): Promise<T> {
+  const worker = new Worker(new URL('./worker.js', import.meta.url), { type: 'module' });
+  return new Promise<T>((done, failed) => {
+    worker.onmessage = ({ data }: MessageEvent<Answer>) => {
+      if ('error' in data) failed(new Error(data.error));
+      const result = take(data);
+      if (result !== undefined) done(result);
+    };
+    worker.onerror = (event) => failed(new Error(event.message || 'the work in the background could not be loaded'));
+    worker.postMessage(job, transfer);
+  }).finally(() => worker.terminate());
+}
+
+/** As readWav. The bytes are taken away and come back, for other readers. */
+export const readInBackground = (bytes: ArrayBuffer): Promise<{ read: Recording | null; bytes: ArrayBuffer }> =>
+  run({ kind: 'read', bytes }, [bytes], (answer) => ('read' in answer ? answer : undefined));
+
+/** The filtered channels, which are taken away, as a WAV file. */
+export const filterInBackground = (
+  library: CompiledLibrary, filter: Filter, channels: Float32Array[], rate: number, int16: boolean,
+  progress: (part: number) => void,
+): Promise<Uint8Array<ArrayBuffer>> =>
+  run({ kind: 'filter', library, filter, channels, rate, int16 }, channels.map((channel) => channel.buffer as ArrayBuffer),
+      (answer) => {
+        if ('part' in answer) progress(answer.part);
+        return 'file' in answer ? answer.file : undefined;
+      });
