@@ -15,6 +15,7 @@ def convolve(
     x: ArrayLike,
     ir: ArrayLike,
     mode: str = "full",
+    method: str = "auto",
     *,
     axis: int | None = None,
     block: int = 1024,
@@ -33,6 +34,8 @@ def convolve(
         to left, left to right, right to left, right to right. Up to 1048576 taps.
     mode : {'full', 'same', 'valid'}, optional
         As SciPy has it: the whole result, its middle of the length of `x`, or what no edge touches.
+    method : {'auto', 'direct', 'fft'}, optional
+        Taken for SciPy's sake: there is one method, which sums short parts and transforms long ones.
     axis : int, optional
         Axis of the frames of `x`; by default the last.
     block : int, optional
@@ -62,6 +65,8 @@ def convolve(
     """
     if mode not in ("full", "same", "valid"):
         raise ValueError(f"mode: {mode!r}; takes 'full', 'same' or 'valid'")
+    if method not in ("auto", "direct", "fft"):
+        raise ValueError(f"method: {method!r}; takes 'auto', 'direct' or 'fft'")
     channels = Channels(x, axis, level=2)
     if len(channels.rest) > 1:
         raise ValueError(f"x: has {len(channels.rest) + 1} dimensions; takes 1 or 2")
