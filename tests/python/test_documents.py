@@ -8,6 +8,7 @@ import sys
 
 import numpy as np
 import pytest
+from scipy import signal
 
 import jurn
 from jurn import batch
@@ -45,6 +46,25 @@ def test_the_chapter_of_the_guide_runs(tmp_path, monkeypatch):
     names = {"np": np, "jurn": jurn}
     for piece in pieces:
         exec(compile(piece, "docs/python.md", "exec"), names)  # the snippets build on one another
+
+
+def test_the_table_of_differences_from_scipy_holds():
+    with open(os.path.join(SOURCE, "docs/python.md"), encoding="utf-8") as file:
+        table = file.read().split("### Where it differs from SciPy")[1].split("\n\n")[2]
+    names = {"S": [[0.5, 0, 0, 1, 0, 0]], "I": np.arange(9, dtype=np.int16), "F": np.ones(9, np.float32),
+             "D": np.arange(9.0)}
+
+    def value(expression, module):
+        try:
+            return str(eval(expression, {**names, **{f: getattr(module, f) for f in
+                                                     ("lfilter", "sosfilt", "convolve")}}))
+        except Exception as error:
+            return type(error).__name__
+
+    rows = [[cell.strip(" `") for cell in row.strip("|").split(" | ")] for row in table.splitlines()[2:]]
+    assert len(rows) > 8
+    for expression, theirs, ours in rows:
+        assert (value(expression, signal), value(expression, jurn)) == (theirs, ours), expression
 
 
 def test_the_example_runs_and_draws(tmp_path):

@@ -3,8 +3,10 @@
 from __future__ import annotations
 
 import math
+import threading
 import warnings
-from typing import Any
+from contextlib import contextmanager
+from typing import Any, Iterator
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
@@ -22,6 +24,29 @@ class JurnWarning(UserWarning):
     >>> warnings.simplefilter("error", JurnWarning)  # makes an error of it
     >>> warnings.simplefilter("default", JurnWarning)
     """
+
+
+_collected = threading.local()
+
+
+def warn(message: str, level: int) -> None:
+    """Warns of the caller `level` calls above, or adds to what this thread collects."""
+    if (messages := getattr(_collected, "messages", None)) is not None:
+        messages.append(message)
+    else:
+        warnings.warn(message, JurnWarning, stacklevel=level + 1)
+
+
+@contextmanager
+def collected_warnings() -> Iterator[list[str]]:
+    """Those of this thread; Python's own filters would be those of all threads."""
+    messages: list[str] = []
+    before = getattr(_collected, "messages", None)
+    _collected.messages = messages
+    try:
+        yield messages
+    finally:
+        _collected.messages = before
 
 
 def real(values: ArrayLike, name: str) -> Samples:
@@ -62,11 +87,10 @@ class Channels:
         if axis is None:
             axis = -1
             if array.ndim > 1 and _has_frames_first(array.shape):
-                warnings.warn(
+                warn(
                     f"x: has the shape {array.shape} and is filtered along its last axis, of "
                     f"{array.shape[-1]} samples; axis=0 filters along its frames",
-                    JurnWarning,
-                    stacklevel=level + 1,
+                    level + 1,
                 )
         moved = array if array.ndim == 1 and axis in (0, -1) else np.moveaxis(array, axis, 0)
         self.axis = axis

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Any
+from typing import Any, Callable
 
 import numpy as np
 from numpy.typing import ArrayLike
@@ -12,23 +12,60 @@ from ._core import Filter, FloatFilter, MovingSum
 
 # The direct-form IIR sets small outputs to 0 at the start of each block, so that the block's length
 # can change its output; this is the command line's length.
-IIR_BLOCK = 512
-BLOCK = 1024
+BLOCKS = {"fir": 1024, "iir": 512, "sos": 1024}
 LONGEST_BLOCK = {"fir": 1 << 30, "iir": 1056, "sos": 1056}  # an FIR takes as much as it can
 _FLOAT_TAPS = 201
 _SUM_LENGTH = 256
 _AVERAGE_LENGTH = 2156
 
 
-def _groups(x: Channels) -> list[slice]:
-    """Channels in groups of what one filter takes: two of int16, one of floats."""
-    width = 2 if x.is_int16 else 1
-    return [slice(c, min(c + width, x.count)) for c in range(0, x.count, width)]
+class Lanes:
+    """The filters of all channels: two of int16, or one of floats, go through a chain of one or
+    several."""
+
+    def __init__(self, is_int16: bool, channels: int, make: Callable[[int], list[Any]]) -> None:
+        width = 2 if is_int16 else 1
+        self.groups = [slice(c, min(c + width, channels)) for c in range(0, channels, width)]
+        self.chains = [make(group.stop - group.start) for group in self.groups]
+
+    def run(self, x: Samples, block: int) -> Samples:
+        """Goes on with (frames, channels); of an IIR, whole blocks until the last."""
+        y = np.empty_like(x, order="C")
+        for group, chain in zip(self.groups, self.chains):
+            part: Any = group if group.stop - group.start > 1 else group.start
+            samples = x[:, part]
+            for f in chain:
+                samples = f.run(samples, min(block, f.longest_block))
+            y[:, part] = samples
+        return y
 
 
-def _run(f: Any, x: Samples, y: Samples, group: slice, block: int) -> None:
-    part: Any = group if group.stop - group.start > 1 else group.start
-    y[:, part] = f.run(x[:, part], min(block, f.longest_block))
+def lanes(kind: str, b: Coefficients, a: Coefficients, is_int16: bool, channels: int) -> Lanes:
+    """Of coefficients as they run."""
+
+    def make(width: int) -> list[Any]:
+        if kind == "fir":
+            return [Filter.fir(b, width) if is_int16 else FloatFilter.fir(b)]
+        if kind == "iir":
+            return [Filter.iir(b, a, width) if is_int16 else FloatFilter.iir(b, a)]
+        if is_int16:
+            return [Filter.sos(np.hstack([b, a]), width)]
+        return [FloatFilter.iir(*section) for section in zip(b, a)]
+
+    return Lanes(is_int16, channels, make)
+
+
+def mean_lanes(length: int, is_int16: bool, channels: int) -> Lanes:
+    most = _AVERAGE_LENGTH if is_int16 else _FLOAT_TAPS
+    if not 1 <= length <= most:
+        raise ValueError(f"length: {length}; takes 1 to {most}")
+    if not is_int16:
+        return lanes("fir", np.full(length, 1.0 / length), np.empty(0), False, channels)
+    return Lanes(
+        False,
+        channels,
+        lambda _: [MovingSum(length) if length <= _SUM_LENGTH else Filter.average(length)],
+    )
 
 
 def _with_past(x: Channels, past: int, zi: ArrayLike | None) -> Samples:
@@ -49,31 +86,10 @@ def _result(x: Channels, y: Samples, samples: Samples, past: int, zi: ArrayLike 
     return x.shaped(y[past:]), x.shaped_state(zf.astype(x.dtype))
 
 
-def run_taps(
-    taps: Coefficients, x: Channels, zi: ArrayLike | None = None, block: int = BLOCK
-) -> Any:
-    """Of an FIR; with zi the result and the next zi."""
-    past = len(taps) - 1
+def run_past(filters: Lanes, past: int, x: Channels, zi: ArrayLike | None, block: int) -> Any:
+    """Through filters whose state is `past` samples; with zi the result and the next zi."""
     samples = _with_past(x, past, zi)
-    y = np.empty_like(samples, order="C")
-    for group in _groups(x):
-        f = Filter.fir(taps, group.stop - group.start) if x.is_int16 else FloatFilter.fir(taps)
-        _run(f, samples, y, group, block)
-    return _result(x, y, samples, past, zi)
-
-
-def run_mean(length: int, x: Channels, zi: ArrayLike | None = None, block: int = BLOCK) -> Any:
-    most = _AVERAGE_LENGTH if x.is_int16 else _FLOAT_TAPS
-    if not 1 <= length <= most:
-        raise ValueError(f"length: {length}; takes 1 to {most}")
-    if not x.is_int16:
-        return run_taps(np.full(length, 1.0 / length), x, zi, block)
-    samples = _with_past(x, length - 1, zi)
-    y = np.empty_like(samples, order="C")
-    for c in range(x.count):
-        mean: Any = MovingSum(length) if length <= _SUM_LENGTH else Filter.average(length)
-        _run(mean, samples, y, slice(c, c + 1), block)
-    return _result(x, y, samples, length - 1, zi)
+    return _result(x, filters.run(samples, block), samples, past, zi)
 
 
 def _fill(state: dict[str, Samples], name: str, zi: Samples) -> None:
@@ -84,78 +100,54 @@ def _fill(state: dict[str, Samples], name: str, zi: Samples) -> None:
         raise ValueError(f"zi: holds values that {state[name].dtype} cannot hold exactly")
 
 
-def _taken(part: Samples, shape: tuple[int, ...]) -> Samples:
+def _taken(part: Samples, *shape: int) -> Samples:
     """A part of a filter's state with the channels as its last axis."""
     return np.moveaxis(part.reshape(-1, *shape), 0, -1)
 
 
 def run_direct_form(
-    b: Coefficients,
-    a: Coefficients,
-    x: Channels,
-    zi: ArrayLike | None = None,
-    block: int = IIR_BLOCK,
+    b: Coefficients, a: Coefficients, x: Channels, zi: ArrayLike | None, block: int
 ) -> Any:
     """Of a direct form I; its state is past inputs and past outputs, oldest first."""
-    split = len(b) - 1
-    count = split + len(a) - 1
-    state = None if zi is None else x.state(zi, count)
-    y = np.empty_like(x.samples, order="C")
-    zf = np.zeros((count, x.count))
-    for group in _groups(x):
-        f: Any = Filter.iir(b, a, group.stop - group.start) if x.is_int16 else FloatFilter.iir(b, a)
-        if state is not None:
-            _fill(f.state, "inputs", state[:split, group])
-            _fill(f.state, "outputs", state[split:, group])
-        _run(f, x.samples, y, group, block)
-        if state is not None:
-            zf[:split, group] = _taken(f.state["inputs"], (split,))
-            zf[split:, group] = _taken(f.state["outputs"], (count - split,))
-    return x.shaped(y) if zi is None else (x.shaped(y), x.shaped_state(zf))
+    filters = lanes("iir", b, a, x.is_int16, x.count)
+    if zi is None:
+        return x.shaped(filters.run(x.samples, block))
+    split, count = len(b) - 1, len(b) + len(a) - 2
+    z = x.state(zi, count)
+    for group, (f,) in zip(filters.groups, filters.chains):
+        _fill(f.state, "inputs", z[:split, group])
+        _fill(f.state, "outputs", z[split:, group])
+    y = filters.run(x.samples, block)
+    zf = np.empty_like(z)
+    for group, (f,) in zip(filters.groups, filters.chains):
+        zf[:split, group] = _taken(f.state["inputs"], split)
+        zf[split:, group] = _taken(f.state["outputs"], count - split)
+    return x.shaped(y), x.shaped_state(zf)
 
 
 def run_sections(
-    sos: Coefficients, x: Channels, zi: ArrayLike | None = None, block: int = BLOCK
+    b: Coefficients, a: Coefficients, x: Channels, zi: ArrayLike | None, block: int
 ) -> Any:
     """Of a cascade; its state is two past inputs and two past outputs a section, newest first."""
-    state = None if zi is None else x.state(zi, len(sos), 4)
-    y = np.empty_like(x.samples, order="C")
-    zf = np.zeros((len(sos), 4, x.count))
-    run = _run_int16_sections if x.is_int16 else _run_float_sections
-    for group in _groups(x):
-        if state is None:
-            run(sos, x.samples, y, group, block, None, None)
-        else:
-            run(sos, x.samples, y, group, block, state[..., group], zf[..., group])
-    return x.shaped(y) if zi is None else (x.shaped(y), x.shaped_state(zf))
-
-
-def _run_int16_sections(
-    sos: Coefficients, x: Samples, y: Samples, group: slice, block: int,
-    zi: Samples | None, zf: Samples | None,
-) -> None:
-    f = Filter.sos(sos, channels=group.stop - group.start)
-    if zi is not None:
-        _fill(f.state, "inputs", zi[:, :2])
-        _fill(f.state, "outputs", zi[:, 2:])
-    _run(f, x, y, group, block)
-    if zf is not None:
-        zf[:, :2] = _taken(f.state["inputs"], (len(sos), 2))
-        zf[:, 2:] = _taken(f.state["outputs"], (len(sos), 2))
-
-
-def _run_float_sections(
-    sos: Coefficients, x: Samples, y: Samples, group: slice, block: int,
-    zi: Samples | None, zf: Samples | None,
-) -> None:
-    samples = x[:, group.start]
-    for i, section in enumerate(sos):
-        f = FloatFilter.iir(section[:3], section[3:])
-        if zi is not None:
-            _fill(f.state, "inputs", zi[i, 1::-1])
-            _fill(f.state, "outputs", zi[i, :1:-1])
-        samples = f.run(samples, block)
-        if zf is not None:
-            zf[i, :2] = _taken(f.state["inputs"][::-1], (2,))
-            zf[i, 2:] = _taken(f.state["outputs"][::-1], (2,))
-    y[:, group.start] = samples
+    filters = lanes("sos", b, a, x.is_int16, x.count)
+    if zi is None:
+        return x.shaped(filters.run(x.samples, block))
+    z = x.state(zi, len(b), 4)
+    parts = list(zip(filters.groups, filters.chains))
+    for group, chain in parts:
+        if x.is_int16:
+            _fill(chain[0].state, "inputs", z[:, :2, group])
+            _fill(chain[0].state, "outputs", z[:, 2:, group])
+        for i, f in enumerate(chain if not x.is_int16 else []):
+            _fill(f.state, "inputs", z[i, 1::-1, group])
+            _fill(f.state, "outputs", z[i, :1:-1, group])
+    y = filters.run(x.samples, block)
+    zf = np.empty_like(z)
+    for group, chain in parts:
+        if x.is_int16:
+            zf[:, :2, group] = _taken(chain[0].state["inputs"], len(b), 2)
+            zf[:, 2:, group] = _taken(chain[0].state["outputs"], len(b), 2)
+        for i, f in enumerate(chain if not x.is_int16 else []):
+            zf[i, :2, group] = _taken(f.state["inputs"][::-1], 2)
+            zf[i, 2:, group] = _taken(f.state["outputs"][::-1], 2)
+    return x.shaped(y), x.shaped_state(zf)

@@ -2,8 +2,9 @@
 
 On the command line::
 
-    python3 -m jurn.batch IN OUT --coefficients FILE [--kind fir|iir|sos]
+    python3 -m jurn.batch IN OUT --coefficients FILE [--kind fir|iir|sos] [--rate HZ]
     python3 -m jurn.batch IN OUT --average 64 --check manifest.tsv
+    python3 -m jurn.batch IN OUT --average 64 --resume
 
 All cores take part; with ``--scheduler ADDRESS`` the workers of a Dask cluster do, which have to see
 the same folders and to have the package. The manifest is the same however the work was shared.
@@ -12,52 +13,35 @@ the same folders and to have the package. The manifest is the same however the w
 from __future__ import annotations
 
 import argparse
-import functools
-import glob
-import hashlib
-import importlib
 import os
 import sys
-from concurrent.futures import ThreadPoolExecutor, as_completed
-from dataclasses import dataclass
+import time
+import warnings
+from collections import defaultdict
 from pathlib import Path
-from typing import Any, Callable, Iterable, Iterator
+from typing import Any, Callable, Iterator
 
-import numpy as np
-from numpy.typing import NDArray
+from . import _core, _sharing
+from ._arrays import JurnWarning
+from ._recordings import (
+    CoefficientFilter,
+    Filter,
+    MeanFilter,
+    ResponseFilter,
+    Result,
+    StreamFilter,
+)
+from .manifest import Entry, Journal, differences, read_manifest, write_manifest
 
-from . import _core, convolution, functions
-from .files import read_coefficients, read_response
-
-Filter = Callable[[NDArray[Any], int], NDArray[Any]]
-
-
-@dataclass(frozen=True, order=True)
-class Entry:
-    """One line of a manifest.
-
-    Attributes
-    ----------
-    name : str
-        Path of the recording below the folder.
-    frames : int
-        Frames of the result.
-    peak : str
-        Largest magnitude on the scale of int16.
-    clipped : int
-        Samples of the result at or beyond full scale.
-    sha256 : str
-        Hash of the result's samples, interleaved, little-endian int16 or float32.
-    """
-
-    name: str
-    frames: int
-    peak: str
-    clipped: int
-    sha256: str
-
-    def __str__(self) -> str:
-        return f"{self.name}\t{self.frames}\t{self.peak}\t{self.clipped}\t{self.sha256}"
+__all__ = [
+    "BatchError",
+    "Entry",
+    "differences",
+    "filter_folder",
+    "main",
+    "read_manifest",
+    "write_manifest",
+]
 
 
 class BatchError(Exception):
@@ -80,11 +64,14 @@ class BatchError(Exception):
 def filter_folder(
     source: str | os.PathLike[str],
     target: str | os.PathLike[str],
-    function: Filter,
+    function: Filter | StreamFilter,
     *,
     jobs: int | None = None,
     scheduler: str | None = None,
+    client: Any = None,
     overwrite: bool = False,
+    resume: bool = False,
+    manifest: str | os.PathLike[str] | None = None,
     done: Callable[[Entry], None] | None = None,
 ) -> list[Entry]:
     """Filter all recordings of a folder, those of its subfolders included.
@@ -101,8 +88,15 @@ def filter_folder(
     scheduler : str, optional
         Address of a Dask scheduler, whose workers do the work instead. When a worker fails, others
         filter its recordings again.
+    client : distributed.Client, optional
+        A client of a Dask cluster that is there, instead of an address.
     overwrite : bool, optional
         Whether to replace results that exist.
+    resume : bool, optional
+        Whether to go on with a run that was stopped or killed, or had errors: results that it has
+        finished are kept. While a run goes on, ``.jurn-batch.journal`` in `target` says which.
+    manifest : path, optional
+        A file for the entries, written when all are there.
     done : callable, optional
         Called with each entry as soon as it is there.
 
@@ -134,145 +128,101 @@ def filter_folder(
     names = list(_recordings(source, target))
     if not names:
         raise FileNotFoundError(f"{source}: has no recordings")
-    if not overwrite:
+    path = target / ".jurn-batch.journal"
+    if not overwrite and not path.exists():
         for name in names:
-            if (target / name).exists():
+            if os.path.exists(target / name):
                 raise FileExistsError(f"{target / name} exists; overwrite is needed to replace it")
-    for name in names:
-        (target / name).parent.mkdir(parents=True, exist_ok=True)
-    work = functools.partial(_filter_file, str(source), str(target), function)
-    entries, errors = [], {}
-    for name, result in (_on_cluster(work, names, scheduler) if scheduler
-                         else _on_threads(work, names, jobs or os.cpu_count() or 1)):
-        if isinstance(result, Entry):
-            entries.append(result)
+    folders = {os.path.dirname(os.path.join(target, name)) for name in names}
+    for folder in folders:
+        os.makedirs(folder, exist_ok=True)
+    journal = Journal(path, _described(function), resume, overwrite)
+    if journal.goes_on:
+        _remove_leftovers(folders)
+    left = [name for name in names
+            if not (name in journal.entries and os.path.exists(target / name))]
+    work = (str(source), str(target), function)
+    cluster = client or scheduler
+    shared = (_sharing.on_cluster(work, left, cluster) if cluster
+              else _sharing.on_threads(work, left, jobs))
+    results: list[Result] = []
+    errors: dict[str, str] = {}
+    try:
+        for result in shared:
+            results.append(result)
+            if result.entry is None:
+                errors[result.name] = result.error
+                continue
+            journal.add(result.entry)
             if done:
-                done(result)
-        else:
-            errors[name] = result
-    if scheduler:  # a worker that was killed while it wrote has left its unfinished file
-        for path in (target / name for name in names):
-            for left in path.parent.glob(f".{glob.escape(path.name)}.*.part"):
-                left.unlink()
+                done(result.entry)
+        entries = sorted(journal.entries[name] for name in names if name in journal.entries)
+        if manifest is not None:
+            write_manifest(manifest, entries)
+    finally:
+        journal.close(done=len(journal.entries) == len(names) and not errors)
+    if cluster:  # a worker that was killed while it wrote has left its unfinished file
+        _remove_leftovers(folders)
+    _warn(function, results)
     if errors:
-        raise BatchError(sorted(entries), errors)
-    return sorted(entries)
+        raise BatchError(entries, errors)
+    return entries
+
+
+def _described(function: Filter | StreamFilter) -> str:
+    """For a journal: what must be the same to go on."""
+    if isinstance(function, StreamFilter):
+        return repr(function)
+    return getattr(function, "__qualname__", type(function).__qualname__)
+
+
+def _remove_leftovers(folders: set[str]) -> None:
+    """Unfinished files of processes that are no more."""
+    for folder in folders:
+        for entry in os.scandir(folder):
+            parts = entry.name.split(".")
+            if entry.name.startswith(".jurn-filter.") and parts[-1] == "part":
+                if not (parts[2].isdigit() and _runs(int(parts[2]))):
+                    os.unlink(entry.path)
+
+
+def _runs(process: int) -> bool:
+    if os.name == "nt":  # where asking would end it
+        return True
+    try:
+        os.kill(process, 0)
+    except ProcessLookupError:
+        return False
+    except OSError:
+        return True
+    return True
+
+
+def _warn(function: Filter | StreamFilter, results: list[Result]) -> None:
+    """Each warning once, with the recordings that it is about."""
+    about: dict[str, list[str]] = defaultdict(list)
+    for result in sorted(results, key=lambda r: r.name):
+        for message in dict.fromkeys(result.warnings):
+            about[message].append(result.name)
+    for message, names in about.items():
+        others = f" and {len(names) - 1} others" if len(names) > 1 else ""
+        warnings.warn(f"{names[0]}{others}: {message}", JurnWarning, stacklevel=3)
+    rates = sorted({result.rate for result in results if result.entry})
+    if isinstance(function, CoefficientFilter) and function.rate is None and len(rates) > 1:
+        if len({function.design(rate)[0] for rate in rates}) == 1:
+            warnings.warn(
+                f"{function.path}: filters recordings of {', '.join(map(str, rates))} Hz alike, so "
+                "that its frequencies differ; --rate says which it is for",
+                JurnWarning,
+                stacklevel=3,
+            )
 
 
 def _recordings(source: Path, target: Path) -> Iterator[str]:
     endings = {"." + ending for ending in _core._audio_types()}
     for path in sorted(source.rglob("*")):
-        if path.suffix.lower() in endings and path.is_file() and target not in path.parents:
-            name = path.relative_to(source).as_posix()
-            if any(c in name for c in "\t\n\r"):
-                raise ValueError(f"{name!r}: a manifest has no place for tabs and ends of line")
-            yield name
-
-
-def _filter_file(source: str, target: str, function: Filter, name: str) -> Entry | str:
-    """One recording; errors are returned, for a worker that raises them would be tried again."""
-    try:
-        samples, rate, bits = _core._read_audio(os.path.join(source, name))
-        result = np.ascontiguousarray(function(samples, rate))
-        if result.dtype != np.int16:
-            result = result.astype("<f4")
-        frames = result.reshape(len(result), -1)
-        # A worker that was lost may have left a result; the check for others was at the start.
-        _core._write_audio(os.path.join(target, name), frames, rate, bits)
-        peak = float(np.max(np.abs(frames.astype(np.float32)), initial=0.0))
-        clipped = np.count_nonzero((frames >= 32767) | (frames <= -32768))
-        digest = hashlib.sha256(frames.astype(frames.dtype.newbyteorder("<"), copy=False).data)
-        return Entry(name, len(frames), f"{peak:.9g}", int(clipped), digest.hexdigest())
-    except Exception as error:
-        return f"{type(error).__name__}: {error}"
-
-
-def _on_threads(
-    work: Callable[[str], Entry | str], names: list[str], jobs: int
-) -> Iterator[tuple[str, Entry | str]]:
-    # The filters, the files and the hashes let go of Python's lock.
-    with ThreadPoolExecutor(jobs) as pool:
-        futures = {pool.submit(work, name): name for name in names}
-        for future in as_completed(futures):
-            yield futures[future], future.result()
-
-
-def _on_cluster(
-    work: Callable[[str], Entry | str], names: list[str], scheduler: str
-) -> Iterator[tuple[str, Entry | str]]:
-    distributed: Any = importlib.import_module("distributed")
-
-    with distributed.Client(scheduler) as client:
-        futures = client.map(work, names, pure=False, retries=3)
-        by_key = {future.key: name for future, name in zip(futures, names)}
-        for future in distributed.as_completed(futures):
-            yield by_key[future.key], (
-                future.result() if future.status == "finished" else str(future.exception())
-            )
-
-
-def write_manifest(path: str | os.PathLike[str], entries: Iterable[Entry]) -> None:
-    """Write one line per entry: name, frames, peak, clipped samples, hash, between tabs."""
-    beside = Path(f"{os.fspath(path)}.part")
-    beside.write_text("".join(f"{entry}\n" for entry in sorted(entries)), encoding="utf-8")
-    beside.replace(Path(path))
-
-
-def read_manifest(path: str | os.PathLike[str]) -> list[Entry]:
-    """Read the entries of a manifest; a line that is none is a ValueError."""
-    entries = []
-    for number, line in enumerate(Path(path).read_text(encoding="utf-8").splitlines(), 1):
-        parts = line.split("\t")
-        try:
-            name, frames, peak, clipped, sha256 = parts
-            entries.append(Entry(name, int(frames), peak, int(clipped), sha256))
-        except ValueError:
-            raise ValueError(f"{os.fspath(path)}, line {number}: is no line of a manifest") from None
-    return entries
-
-
-def differences(before: Iterable[Entry], after: Iterable[Entry]) -> list[str]:
-    """Say which outputs changed, were lost or are new, one line each."""
-    old, new = {e.name: e for e in before}, {e.name: e for e in after}
-    lines = []
-    for name in sorted(old.keys() | new.keys()):
-        if name not in new:
-            lines.append(f"{name}: is missing")
-        elif name not in old:
-            lines.append(f"{name}: is new")
-        elif old[name] != new[name]:
-            parts = [
-                f"{what} {getattr(old[name], what)} -> {getattr(new[name], what)}"
-                for what in ("frames", "peak", "clipped")
-                if getattr(old[name], what) != getattr(new[name], what)
-            ]
-            lines.append(f"{name}: has changed" + (", " + ", ".join(parts) if parts else ""))
-    return lines
-
-
-@dataclass(frozen=True)
-class _Coefficients:
-    path: str
-    kind: str | None
-
-    def __call__(self, x: NDArray[Any], rate: int) -> Any:
-        return read_coefficients(self.path, rate, kind=self.kind).filter(x, axis=0)
-
-
-@dataclass(frozen=True)
-class _Response:
-    path: str
-
-    def __call__(self, x: NDArray[Any], rate: int) -> Any:
-        return convolution.convolve(x, read_response(self.path, rate), axis=0)
-
-
-@dataclass(frozen=True)
-class _Average:
-    length: int
-
-    def __call__(self, x: NDArray[Any], rate: int) -> Any:
-        return functions.moving_mean(self.length, x, axis=0)
+        if path.suffix.lower() in endings and target not in path.parents and path.is_file():
+            yield path.relative_to(source).as_posix()
 
 
 def main(arguments: list[str] | None = None) -> int:
@@ -291,34 +241,65 @@ def main(arguments: list[str] | None = None) -> int:
     parser.add_argument("--check", metavar="MANIFEST", help="say which outputs differ from these")
     parser.add_argument("--jobs", metavar="N", type=int, help="recordings at a time; default: cores")
     parser.add_argument("--scheduler", metavar="ADDRESS", help="of a Dask cluster")
+    parser.add_argument("--rate", metavar="HZ", type=int, help="that the coefficients are for")
     parser.add_argument("--overwrite", action="store_true", help="replace results that exist")
+    parser.add_argument("--resume", action="store_true", help="go on with a run that was stopped")
+    parser.add_argument("--quiet", action="store_true", help="show no progress and no warnings")
     o = parser.parse_args(arguments)
-    function: Filter
+    function: StreamFilter
     if o.coefficients:
-        function = _Coefficients(os.path.abspath(o.coefficients), o.kind)
+        function = CoefficientFilter(os.path.abspath(o.coefficients), o.kind, o.rate)
     elif o.ir:
-        function = _Response(os.path.abspath(o.ir))
+        function = ResponseFilter(os.path.abspath(o.ir))
     else:
-        function = _Average(o.average)
+        function = MeanFilter(o.average)
+    progress = None if o.quiet or not sys.stderr.isatty() else _Progress()
     try:
         before = read_manifest(o.check) if o.check else []
         code = 0
-        try:
-            entries = filter_folder(o.source, o.target, function, jobs=o.jobs,
-                                    scheduler=o.scheduler, overwrite=o.overwrite)
-        except BatchError as error:
-            entries, code = error.entries, 3
-            for name in sorted(error.errors):
-                print(f"jurn.batch: {name}: {error.errors[name]}", file=sys.stderr)
-        write_manifest(o.manifest or os.path.join(o.target, "manifest.tsv"), entries)
-    except (OSError, ValueError) as error:
-        print(f"jurn.batch: {error}", file=sys.stderr)
+        with warnings.catch_warnings():
+            warnings.simplefilter("ignore" if o.quiet else "always", JurnWarning)
+            warnings.showwarning = lambda message, *_: _say(message)
+            try:
+                entries = filter_folder(
+                    o.source, o.target, function, jobs=o.jobs, scheduler=o.scheduler,
+                    overwrite=o.overwrite, resume=o.resume, done=progress,
+                    manifest=o.manifest or os.path.join(o.target, "manifest.tsv"),
+                )
+            except BatchError as error:
+                entries, code = error.entries, 3
+                for name in sorted(error.errors):
+                    _say(f"{name}: {error.errors[name]}")
+    except (OSError, ValueError, RuntimeError) as error:
+        _say(error)
         return 3
     if o.check:
         changed = differences(before, entries)
         print("\n".join(changed) if changed else f"{len(entries)} outputs, none has changed")
         code = code or (1 if changed else 0)
     return code
+
+
+def command() -> None:
+    """The program jurn-batch."""
+    sys.exit(main())
+
+
+def _say(message: object) -> None:
+    print(f"jurn.batch: {message}", file=sys.stderr)
+
+
+class _Progress:
+    """Counts on a terminal."""
+
+    def __init__(self) -> None:
+        self.count, self.next = 0, 0.0
+
+    def __call__(self, entry: Entry) -> None:
+        self.count += 1
+        if time.monotonic() >= self.next:
+            self.next = time.monotonic() + 0.2
+            print(f"\r{self.count} recordings", end="\r", file=sys.stderr, flush=True)
 
 
 if __name__ == "__main__":

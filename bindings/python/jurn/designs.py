@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import warnings as python_warnings
 from dataclasses import dataclass, field
 from functools import lru_cache
 from typing import Any, Sequence
@@ -11,7 +10,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _running
-from ._arrays import Channels, Coefficients, JurnWarning, numbers, real
+from ._arrays import Channels, Coefficients, numbers, real, warn
 
 KINDS = ("fir", "iir", "sos")  # in the order of the engine's kinds
 
@@ -22,7 +21,7 @@ _SECTIONS = 416
 
 def warn_of(messages: Sequence[str], level: int) -> None:
     for message in messages:
-        python_warnings.warn(message, JurnWarning, stacklevel=level + 1)
+        warn(message, level + 1)
 
 
 @dataclass(frozen=True, eq=False)
@@ -102,7 +101,7 @@ class Design:
         table = real(sos, "sos")
         if table.ndim != 2 or table.shape[1] != 6:
             raise ValueError(f"sos: has the shape {table.shape}; takes (sections, 6)")
-        return Design("sos", table[:, :3], table[:, 3:])
+        return kept_design("sos", table[:, :3], table[:, 3:])
 
     @property
     def sos(self) -> Coefficients:
@@ -143,18 +142,18 @@ class Design:
             prepared = _prepared(self, channels.precision, False, False)
             warn_of(prepared.warnings, level + 1)
             design = prepared.design
+        block = block or _running.BLOCKS[design.kind]
         if design.kind == "fir":
-            return _running.run_taps(design.b, channels, zi, block or _running.BLOCK)
+            filters = _running.lanes("fir", design.b, design.a, channels.is_int16, channels.count)
+            return _running.run_past(filters, len(design.b) - 1, channels, zi, block)
         if design.kind == "iir":
-            return _running.run_direct_form(
-                design.b, design.a, channels, zi, block or _running.IIR_BLOCK
-            )
+            return _running.run_direct_form(design.b, design.a, channels, zi, block)
         if self.kind == "iir" and zi is not None:
             raise ValueError(
                 "zi: this design runs as sections, which have another state; use sosfilt, or "
                 "prepare=False for the direct form"
             )
-        return _running.run_sections(design.sos, channels, zi, block or _running.BLOCK)
+        return _running.run_sections(design.b, design.a, channels, zi, block)
 
     def _leads_with_1(self) -> bool:
         return bool((self.a[..., :1] == 1.0).all())
@@ -167,6 +166,22 @@ class Design:
 
     def _flat(self) -> tuple[int, list[float], list[float]]:
         return KINDS.index(self.kind), self.b.ravel().tolist(), self.a.ravel().tolist()
+
+
+def kept_design(kind: str, b: ArrayLike, a: ArrayLike = ()) -> Design:
+    """A design that is made once of the same numbers: calls in a loop cost microseconds."""
+    pair = [np.asarray(values) for values in (b, a)]
+    pair = [v.astype(np.float64) if v.dtype.kind in "iu" else v for v in pair]
+    if pair[0].dtype.char == pair[1].dtype.char == "d":
+        return _kept(kind, pair[0].tobytes(), pair[0].shape, pair[1].tobytes(), pair[1].shape)
+    return Design(kind, pair[0], pair[1])
+
+
+@lru_cache(maxsize=256)
+def _kept(
+    kind: str, b: bytes, b_shape: tuple[int, ...], a: bytes, a_shape: tuple[int, ...]
+) -> Design:
+    return Design(kind, np.frombuffer(b).reshape(b_shape), np.frombuffer(a).reshape(a_shape))
 
 
 def of_flat(kind: int, b: list[float], a: list[float]) -> Design:

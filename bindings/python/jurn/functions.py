@@ -10,9 +10,15 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _running
 from ._arrays import Channels
-from .designs import Design
+from .designs import Design, kept_design
 
 _Sample = TypeVar("_Sample", np.int16, np.float32, np.float64)
+
+
+def _list(values: ArrayLike) -> NDArray[Any]:
+    """An array of a number, too."""
+    array = np.asarray(values)
+    return array if array.ndim else array[np.newaxis]
 
 
 @overload
@@ -80,7 +86,7 @@ def fir(
     >>> jurn.fir([0.5, 0.5], np.array([10, 20, -5], dtype=np.int16))
     array([ 5, 15,  7], dtype=int16)
     """
-    return Design("fir", np.atleast_1d(taps))._filter(x, axis, zi, block, prepare, level=2)
+    return kept_design("fir", _list(taps))._filter(x, axis, zi, block, prepare, level=2)
 
 
 @overload
@@ -144,7 +150,9 @@ def moving_mean(
     array([ 5, 15,  7], dtype=int16)
     """
     channels = Channels(x, axis, level=2)
-    return _running.run_mean(operator.index(length), channels, zi, block or _running.BLOCK)
+    count = operator.index(length)
+    filters = _running.mean_lanes(count, channels.is_int16, channels.count)
+    return _running.run_past(filters, count - 1, channels, zi, block or _running.BLOCKS["fir"])
 
 
 @overload
@@ -220,9 +228,9 @@ def lfilter(
     >>> jurn.lfilter([1.0], [1.0, -0.5], np.array([1000, 0, 0], dtype=np.int16))
     array([1000,  500,  250], dtype=int16)
     """
-    design = Design("iir", np.atleast_1d(b), np.atleast_1d(a))
+    design = kept_design("iir", _list(b), _list(a))
     if len(design.a) == 1 and (prepare or design.a[0] == 1.0):
-        design = Design("fir", design.b / design.a[0])
+        design = kept_design("fir", design.b / design.a[0])
     return design._filter(x, axis, zi, block, prepare, level=2)
 
 

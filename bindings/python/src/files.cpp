@@ -1,7 +1,6 @@
 // Designs and files, for the functions in Python.
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
-#include <sndfile.h>
 
 #include "bindings.h"
 #include "coefficients/formats.h"
@@ -10,7 +9,6 @@
 #include "design/stability.h"
 #include "errors.h"
 #include "impulse_responses/impulse_response.h"
-#include "recordings/audio_io.h"
 #include "streams/stages.h"
 
 namespace jurn::python {
@@ -84,54 +82,6 @@ jurn::ImpulseResponse read_response(const std::vector<std::string>& paths, int r
   return jurn::read_impulse_response(paths, rate, options);
 }
 
-/** The samples of a recording, its rate and the bits of its samples, 0 for floats: int16 up to 16
- * bits, or else float32 on the same scale. */
-py::tuple read_audio(const std::string& path) {
-  SF_INFO info{};
-  const jurn::SndfileHandle opened(sf_open(path.c_str(), SFM_READ, &info));
-  const int type = info.format & SF_FORMAT_SUBMASK;
-  const int bits = type == SF_FORMAT_FLOAT || type == SF_FORMAT_DOUBLE    ? 0
-                   : type == SF_FORMAT_PCM_24 || type == SF_FORMAT_PCM_32 ? 24
-                                                                          : 16;
-  jurn::AudioReader reader(path, 2);
-  const auto channels = static_cast<std::size_t>(reader.channels());
-  std::vector<float> samples;
-  {
-    const py::gil_scoped_release unlocked;
-    constexpr std::size_t kFrames = 65536;
-    for (std::size_t got = kFrames; got == kFrames;) {
-      const std::size_t filled = samples.size();
-      samples.resize(filled + kFrames * channels);
-      got = reader.read(samples.data() + filled, kFrames);
-      samples.resize(filled + got * channels);
-    }
-  }
-  const std::vector<std::size_t> shape{samples.size() / channels, channels};
-  if (bits != 16)
-    return py::make_tuple(py::array_t<float>(shape, samples.data()), reader.rate(), bits);
-  py::array_t<short> result(shape);
-  std::int64_t clipped = 0;
-  jurn::to_int16(samples.data(), samples.size(), result.mutable_data(), &clipped);
-  return py::make_tuple(result, reader.rate(), bits);
-}
-
-/** Writes samples of int16 or float32 on the scale of int16; replaces a file that exists. */
-void write_audio(const std::string& path,
-                 const py::array_t<float, py::array::c_style | py::array::forcecast>& samples,
-                 int rate, int bits) {
-  jurn::AudioFormat format;
-  format.samples = bits == 16   ? jurn::SampleFormat::kInt16
-                   : bits == 24 ? jurn::SampleFormat::kInt24
-                                : jurn::SampleFormat::kFloat;
-  const float* const data = samples.data();
-  const auto frames = static_cast<std::size_t>(samples.shape(0));
-  const int channels = static_cast<int>(samples.shape(1));
-  const py::gil_scoped_release unlocked;
-  jurn::AudioWriter writer(path, channels, rate, format, true);
-  writer.write(data, frames);
-  writer.commit();
-}
-
 }  // namespace
 
 void add_files(py::module_* m) {
@@ -142,12 +92,15 @@ void add_files(py::module_* m) {
       PyErr_SetString(PyExc_ValueError, e.what());
     }
   });
-  m->def("_prepare", &prepare);
-  m->def("_load_design", &load_design);
-  m->def("_read_response", &read_response);
-  m->def("_read_audio", &read_audio);
-  m->def("_write_audio", &write_audio);
-  m->def("_audio_types", &jurn::audio_types);
+  m->def("_prepare", &prepare, py::arg("kind"), py::arg("b"), py::arg("a"), py::arg("in_double"),
+         py::arg("as_is"), py::arg("as_sections"),
+         "_prepare(kind, b, a, in_double, as_is, as_sections)\n--\n\n");
+  m->def("_load_design", &load_design, py::arg("paths"), py::arg("kind"), py::arg("variables"),
+         py::arg("rate"), py::arg("negate"),
+         "_load_design(paths, kind, variables, rate, negate)\n--\n\n");
+  m->def("_read_response", &read_response, py::arg("paths"), py::arg("rate"), py::arg("resample"),
+         py::arg("truncate"), py::arg("normalise"),
+         "_read_response(paths, rate, resample, truncate, normalise)\n--\n\n");
 }
 
 }  // namespace jurn::python

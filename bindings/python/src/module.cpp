@@ -11,4 +11,5 @@ PYBIND11_MODULE(_core, m) {
   jurn::python::add_streams(&m);
   jurn::python::add_convolution(&m);
   jurn::python::add_files(&m);
+  jurn::python::add_recordings(&m);
 }
