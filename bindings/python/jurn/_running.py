@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import Any, Callable
+from typing import Any, Callable, Iterable
 
 import numpy as np
 from numpy.typing import ArrayLike
@@ -26,12 +26,27 @@ class Lanes:
     def __init__(self, is_int16: bool, channels: int, make: Callable[[int], list[Any]]) -> None:
         width = 2 if is_int16 else 1
         self.groups = [slice(c, min(c + width, channels)) for c in range(0, channels, width)]
-        self.chains = [make(group.stop - group.start) for group in self.groups]
+        self.make = make
+        self.kept: list[list[Any]] = []
+
+    @property
+    def chains(self) -> list[list[Any]]:
+        """Those that go on with the next call."""
+        if not self.kept:
+            self.kept = [self.make(group.stop - group.start) for group in self.groups]
+        return self.kept
 
     def run(self, x: Samples, block: int) -> Samples:
         """Goes on with (frames, channels); of an IIR, whole blocks until the last."""
+        return self._run(x, block, self.chains)
+
+    def run_once(self, x: Samples, block: int) -> Samples:
+        """From silence; no more than one chain is there at a time."""
+        return self._run(x, block, (self.make(g.stop - g.start) for g in self.groups))
+
+    def _run(self, x: Samples, block: int, chains: Iterable[list[Any]]) -> Samples:
         y = np.empty_like(x, order="C")
-        for group, chain in zip(self.groups, self.chains):
+        for group, chain in zip(self.groups, chains):
             part: Any = group if group.stop - group.start > 1 else group.start
             samples = x[:, part]
             for f in chain:
@@ -89,7 +104,7 @@ def _result(x: Channels, y: Samples, samples: Samples, past: int, zi: ArrayLike 
 def run_past(filters: Lanes, past: int, x: Channels, zi: ArrayLike | None, block: int) -> Any:
     """Through filters whose state is `past` samples; with zi the result and the next zi."""
     samples = _with_past(x, past, zi)
-    return _result(x, filters.run(samples, block), samples, past, zi)
+    return _result(x, filters.run_once(samples, block), samples, past, zi)
 
 
 def _fill(state: dict[str, Samples], name: str, zi: Samples) -> None:
@@ -111,7 +126,7 @@ def run_direct_form(
     """Of a direct form I; its state is past inputs and past outputs, oldest first."""
     filters = lanes("iir", b, a, x.is_int16, x.count)
     if zi is None:
-        return x.shaped(filters.run(x.samples, block))
+        return x.shaped(filters.run_once(x.samples, block))
     split, count = len(b) - 1, len(b) + len(a) - 2
     z = x.state(zi, count)
     for group, (f,) in zip(filters.groups, filters.chains):
@@ -131,7 +146,7 @@ def run_sections(
     """Of a cascade; its state is two past inputs and two past outputs a section, newest first."""
     filters = lanes("sos", b, a, x.is_int16, x.count)
     if zi is None:
-        return x.shaped(filters.run(x.samples, block))
+        return x.shaped(filters.run_once(x.samples, block))
     z = x.state(zi, len(b), 4)
     parts = list(zip(filters.groups, filters.chains))
     for group, chain in parts:

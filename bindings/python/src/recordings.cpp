@@ -6,6 +6,7 @@
 #include <pybind11/stl.h>
 
 #include "bindings.h"
+#include "streams/rounding.h"
 
 namespace jurn::python {
 namespace {
