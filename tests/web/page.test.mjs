@@ -292,6 +292,13 @@ test('every kind and view on a phone and a desktop: nothing beside the page, eve
       const wide = await page.evaluate(() => document.scrollingElement.scrollWidth - innerWidth);
       assert.ok(wide <= 0, `${kind} at ${width}: ${wide} pixels too wide`);
     }
+    await page.click('[data-kind=eq]');
+    const cut = await page.evaluate(() => [...document.querySelectorAll('.bands, .bands input')]
+      .filter((x) => x.scrollWidth > x.clientWidth || x.offsetWidth > x.parentElement.clientWidth).map((x) => x.outerHTML.slice(0, 80)));
+    assert.deepEqual(cut, [], `at ${width}`);
+    // A finger on the chart scrolls the page; one on a band moves the band.
+    assert.deepEqual(await page.evaluate(() => ['.chart', '.handle'].map((x) => getComputedStyle(document.querySelector(x)).touchAction)),
+                     ['pan-y', 'none']);
     const unnamed = await page.evaluate(() =>
       [...document.querySelectorAll('button, input, select')].filter((control) =>
         !control.ariaLabel && !control.textContent.trim() && !control.labels?.length).map((control) => control.outerHTML));
