@@ -5,6 +5,8 @@
 #include <cstring>
 #include <vector>
 
+#include "OKA_Filter/records/sections.h"
+
 namespace ref {
 
 namespace {
@@ -362,6 +364,62 @@ void run(Filterlongfir_ID* filter, const short* input, int inLen, short* output)
     run_two_filters(filter, input, inLen, output);
   else
     run_plain(filter, input, inLen, output);
+}
+
+void run(SectionsStream_ID* stream, const SectionsFilter_ID* filter, int channel, const double* x,
+         int frames, double* y) {
+  double* const inputs = JURN_section_inputs(stream, channel);
+  double* const states = JURN_section_states(stream, channel);
+  const double* const coefficients =
+      JURN_section_coefficients(filter, filter->lists > 1 ? channel : 0);
+  const int sections = filter->sections;
+  unsigned position = stream->position;
+  for (int i = 0; i < frames; ++i) {
+    const int now = position % 4;
+    const bool last = now == 3;
+    inputs[now] = x[i] - x[i] == 0 ? x[i] : 0.0;
+    if (sections == 0) inputs[now] += 0.0;
+    double step[4];
+    std::memcpy(step, inputs, sizeof step);
+    for (int k = 0; k < sections; ++k) {
+      const double* const h = coefficients + JURN_section_at(sections, k, section_coefficients);
+      double* const s = states + JURN_section_at(sections, k, section_states);
+      const auto c = [&](int j) { return h[(section_c + j) * 4]; };
+      const auto e = [&](int j) { return h[(section_e + j) * 4]; };
+      const double s0 = s[0], s1 = s[4];
+      double out[4], u0 = 0, u1 = 0;
+      for (int j = 0; j < 4; ++j) {
+        double sum = 0;
+        for (int m = 0; m < j; ++m) sum += e(j - 1 - m) * step[m];
+        sum += h[section_b * 4] * step[j];
+        out[j] = (c(j) * s0 + e(j) * s1) + sum;
+      }
+      for (int j = 0; j < 3; ++j) {
+        u0 += h[(section_f + j) * 4] * step[j];
+        u1 += h[(section_g + j) * 4] * step[j];
+      }
+      u1 += step[3];
+      if (last) {
+        s[0] = (h[section_p * 4] * s0 + h[section_q * 4] * s1) + u0;
+        s[4] = (h[section_p * 4] * s1 + h[section_r * 4] * s0) + u1;
+      }
+      std::memcpy(step, out, sizeof step);
+    }
+    y[i] = step[now];
+    if (last) std::fill_n(inputs, 4, 0.0);
+    position = (position + 1) % 256;
+    for (int k = 0; position == 0 && k < sections; ++k) {
+      double* const s = states + JURN_section_at(sections, k, section_states);
+      const double largest = std::max(std::fabs(s[0]), std::fabs(s[4]));
+      const bool finite = std::isfinite(s[0]) && std::isfinite(s[4]);
+      if (!finite || largest < 1e-30) s[0] = s[4] = 0;
+    }
+  }
+}
+
+void advance(SectionsStream_ID* stream, int frames, unsigned long long bad) {
+  stream->position = (stream->position + frames) % 256;
+  stream->bad += bad;
 }
 
 double convolve(const float* taps, int count, const short* newest) {

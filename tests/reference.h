@@ -4,6 +4,7 @@
 #define JURN_TESTS_REFERENCE_H
 
 #include "Filter_control.h"
+#include "Sections_control.h"
 
 namespace ref {
 
@@ -47,6 +48,12 @@ void save_for_fade(Filterlongfir_ID* filter);
 void set_up_fft(Filterlongfir_ID* filter);
 /** All kinds but the FFT ones. */
 void run(Filterlongfir_ID* filter, const short* input, int inLen, short* output);
+
+/** One channel of a stream of sections, sample by sample; its frame number stays. */
+void run(SectionsStream_ID* stream, const SectionsFilter_ID* filter, int channel, const double* x,
+         int frames, double* y);
+/** The frames of a call, after every channel's. */
+void advance(SectionsStream_ID* stream, int frames, unsigned long long bad);
 
 /** Exact convolution at one sample, in double: the sum of taps[j] * newest[-j]. */
 double convolve(const float* taps, int count, const short* newest);

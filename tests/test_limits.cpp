@@ -9,6 +9,7 @@
 #include "ChanelConvert.h"
 #include "Convolution_control.h"
 #include "OKA_Filter.h"
+#include "Sections_control.h"
 #include "support.h"
 
 namespace {
@@ -156,6 +157,48 @@ TEST(LimitsDeathTest, ConvolutionAndFades) {
   EXPECT_DEATH(MORVAX_FilterlongfirFade_API(previous.get(), g, block, 4, block), "as many outputs");
   EXPECT_DEATH(MORVAX_FilterfFade_API(&float_filter, &float_filter, floats, 2513, floats),
                "at most 2512 samples");
+}
+
+TEST(LimitsDeathTest, Sections) {
+  const Sections_shape shape = {2, 1}, mono = {1, 1};
+  std::vector<double> memory[5];
+  for (auto& m : memory) m.resize(1000);
+  const size_t size = memory[0].size() * sizeof(double);
+  auto* const stream = reinterpret_cast<SectionsStream_ID*>(memory[0].data());
+  auto* const other = reinterpret_cast<SectionsStream_ID*>(memory[1].data());
+  auto* const filter = reinterpret_cast<SectionsFilter_ID*>(memory[2].data());
+  auto* const longer = reinterpret_cast<SectionsFilter_ID*>(memory[3].data());
+  auto* const lists = reinterpret_cast<SectionsFilter_ID*>(memory[4].data());
+  double sos[18] = {};
+  for (double& x : sos) x = 1.0;
+  const auto run = [&](SectionsFilter_ID* f, int frames) {
+    MORVAX_SectionsRun_API(stream, f, block, frames, block);
+  };
+  EXPECT_DEATH(run(filter, 1), "stream must be set up");
+  EXPECT_DEATH(MORVAX_SectionsReset_API(stream), "stream must be set up");
+  EXPECT_DEATH(MORVAX_SectionsBadSamples_API(stream), "stream must be set up");
+  MORVAX_SectionsStreamCalcu_API(stream, size, &shape);
+  MORVAX_SectionsStreamCalcu_API(other, size, &mono);
+  EXPECT_DEATH(run(filter, 1), "filter must be set up");
+  EXPECT_DEATH(MORVAX_SectionsRing_API(filter, 1e-6), "filter must be set up");
+  MORVAX_SectionsFilterCalcu_API(filter, size, sos, 1, 1);
+  MORVAX_SectionsFilterCalcu_API(longer, size, sos, 2, 1);
+  MORVAX_SectionsFilterCalcu_API(lists, size, sos, 1, 3);
+  EXPECT_DEATH(MORVAX_SectionsRing_API(filter, 0), "level must be above 0");
+  EXPECT_DEATH(run(filter, -1), "frames must not be negative");
+  EXPECT_DEATH(run(longer, 1), "room for the filter's sections");
+  EXPECT_DEATH(run(lists, 1), "1 list or one for each channel");
+  EXPECT_DEATH(MORVAX_SectionsFollow_API(other, filter, stream, filter), "as many channels");
+  Sections_voice voices[2] = {{stream, filter, 1, 0}, {other, filter, 1, 0}};
+  EXPECT_DEATH(MORVAX_SectionsFade_API(voices, 0, block, 1, block), "must have a voice");
+  EXPECT_DEATH(MORVAX_SectionsFade_API(voices, 2, block, 1, block), "as many channels");
+  MORVAX_SectionsStreamCalcu_API(other, size, &shape);
+  voices[1].ramp = 0;
+  EXPECT_DEATH(MORVAX_SectionsFade_API(voices, 2, block, 1, block), "ramp must be at least 1");
+  // A refused set-up leaves what was there unusable.
+  sos[3] = 0;
+  EXPECT_EQ(MORVAX_SectionsFilterCalcu_API(filter, size, sos, 1, 1), JURN_SECTIONS_BAD_A0);
+  EXPECT_DEATH(run(filter, 1), "filter must be set up");
 }
 
 TEST(LimitsDeathTest, KernelsAndServices) {

@@ -373,6 +373,88 @@ TEST(Sections, FadesMixAlongTheirRamps) {
   }
 }
 
+/** A change in a peak from one gain to another while a sine runs, over a ramp in blocks of 64.
+ * Returns the output; the fade starts at frame 9600. */
+std::vector<double> changed_peak(Random& random, double from, double to, double hertz, int ramp,
+                                 bool follow) {
+  Filter before(random, peak(from, 1000, 1, 48000)), after(random, peak(to, 1000, 1, 48000));
+  Stream old_stream(random, 1, 1), stream(random, 1, 1);
+  std::vector<double> x(28800), y(x.size());
+  for (size_t i = 0; i < x.size(); ++i) x[i] = 0.25 * std::sin(2 * M_PI * hertz / 48000 * i);
+  MORVAX_SectionsRun_API_double(old_stream.get(), before.get(), x.data(), 9600, y.data());
+  if (follow) MORVAX_SectionsFollow_API(stream.get(), after.get(), old_stream.get(), before.get());
+  Sections_voice voices[2] = {{old_stream.get(), before.get(), 1, 0},
+                              {stream.get(), after.get(), ramp, 0}};
+  for (size_t i = 9600; i < x.size(); i += 64) {
+    if (voices[1].done < ramp)
+      MORVAX_SectionsFade_API_double(voices, 2, &x[i], 64, &y[i]);
+    else
+      MORVAX_SectionsRun_API_double(stream.get(), after.get(), &x[i], 64, &y[i]);
+  }
+  return y;
+}
+
+/** What is left of a sine's output when all that it could be itself is taken away: a step of s
+ * leaves s. */
+double largest_step(const std::vector<double>& y, double hertz) {
+  const double c = 2 * std::cos(2 * M_PI * hertz / 48000);
+  double largest = 0;
+  for (size_t i = 9000; i < y.size(); ++i)
+    largest = std::max(largest, std::fabs(y[i] - c * y[i - 1] + y[i - 2]));
+  return largest;
+}
+
+TEST(Sections, AChangeOfTwelveDecibelsMakesNoStep) {
+  Random random(8);
+  for (const double hertz : {100.0, 1000.0, 3000.0})
+    for (const double to : {-12.0, 0.0, 12.0}) {
+      const std::vector<double> y = changed_peak(random, to == 0 ? 12 : 0, to, hertz, 9600, true);
+      EXPECT_LT(20 * std::log10(largest_step(y, hertz)), -90) << hertz << ' ' << to;
+    }
+}
+
+TEST(Sections, FollowingKeepsTheTransientSmall) {
+  Random random(9);
+  const auto transient = [&](double hertz, bool follow) {
+    const std::vector<double> y = changed_peak(random, 12, 6, hertz, 1, follow);
+    const std::vector<double> steady = changed_peak(random, 6, 6, hertz, 1, true);
+    double error = 0;
+    for (size_t i = 9600; i < y.size(); ++i) error = std::max(error, std::fabs(y[i] - steady[i]));
+    return error;
+  };
+  for (const double hertz : {300.0, 1000.0, 3000.0})
+    EXPECT_LT(transient(hertz, true), 0.6 * transient(hertz, false)) << hertz;
+}
+
+/** Where only the last numerator changes there is no transient; and a fade to an equal filter is
+ * none. */
+TEST(Sections, FollowingAnEqualFilterChangesNoBit) {
+  Random random(10);
+  for (const int sections : {1, 3, 9}) {
+    const Sos sos = random_sos(random, sections);
+    Sos louder = sos;
+    for (int i = 0; i < 3; ++i) louder[louder.size() - 6 + i] *= 2;
+    Filter filter(random, sos), equal(random, sos), twice(random, louder);
+    Stream whole(random, 2, sections), first(random, 2, sections), second(random, 2, sections),
+        third(random, 2, sections);
+    std::vector<float> x(2 * 2000), y(x.size()), z(x.size());
+    for (float& sample : x) sample = static_cast<float>(random.real(1.0));
+    MORVAX_SectionsRun_API_float(whole.get(), filter.get(), x.data(), 2000, y.data());
+    MORVAX_SectionsRun_API_float(first.get(), filter.get(), x.data(), 1001, z.data());
+    MORVAX_SectionsFollow_API(second.get(), equal.get(), first.get(), filter.get());
+    MORVAX_SectionsFollow_API(third.get(), twice.get(), first.get(), filter.get());
+    std::vector<float> doubled(2 * 999);
+    MORVAX_SectionsRun_API_float(third.get(), twice.get(), &x[2002], 999, doubled.data());
+    Sections_voice voices[2] = {{first.get(), filter.get(), 1, 0},
+                                {second.get(), equal.get(), 500, 0}};
+    for (int i = 1001; i < 2000; i += 37)
+      MORVAX_SectionsFade_API_float(voices, 2, &x[2 * i], std::min(37, 2000 - i), &z[2 * i]);
+    EXPECT_EQ(std::memcmp(y.data(), z.data(), y.size() * sizeof(float)), 0) << sections;
+    for (size_t i = 0; i < doubled.size(); ++i)
+      ASSERT_NEAR(doubled[i], 2 * y[2002 + i], 1e-6 * (1 + std::fabs(y[2002 + i])));
+  }
+}
+
 TEST(Sections, SetUpsNameWhatDoesNotFit) {
   std::vector<double> memory(4000, 0.0);
   const size_t bytes = memory.size() * sizeof(double);

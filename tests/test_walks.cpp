@@ -30,7 +30,8 @@ INSTANTIATE_TEST_SUITE_P(Records, Walk,
                                          Kind{"long_fft", walk_long_fft, 100},
                                          Kind{"float", walk_float, 100},
                                          Kind{"moving_sum", walk_moving_sum, 200},
-                                         Kind{"convolution", walk_convolution, 100}),
+                                         Kind{"convolution", walk_convolution, 100},
+                                         Kind{"sections", walk_sections, 300}),
                          [](const auto& kind) { return std::string(kind.param.name); });
 
 }  // namespace

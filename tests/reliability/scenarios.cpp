@@ -7,6 +7,7 @@
 #include "../random.h"
 #include "Convolution_control.h"
 #include "Filter_control.h"
+#include "OKA_Filter/records/sections.h"
 
 namespace {
 
@@ -401,6 +402,78 @@ uint64_t convolution(const Placement& placement) {
   return hash.value();
 }
 
+/** Sections in every arrangement of lanes, with a fade through several calls. */
+template <class Sample>
+uint64_t sections(const Placement& placement) {
+  Random random(72);
+  Hash hash;
+  for (const Sections_shape shape :
+       {Sections_shape{1, 1}, {1, 2}, {1, 4}, {1, 10}, {2, 1}, {2, 2}, {2, 3}, {3, 7}}) {
+    struct Memory {
+      std::vector<double> home;
+      void* place;
+      size_t size;
+      explicit Memory(size_t bytes)
+          : home(bytes / sizeof(double)), place(home.data()), size(bytes) {}
+      void move(const Placement& to) {
+        if (to.move) place = to.move(place, size, alignof(double));
+      }
+      SectionsStream_ID* stream() { return static_cast<SectionsStream_ID*>(place); }
+      SectionsFilter_ID* filter() { return static_cast<SectionsFilter_ID*>(place); }
+    };
+    std::vector<Memory> filters, streams;
+    for (int i = 0; i < 2; ++i) {
+      const int count = shape.sections, lists = i == 0 ? 1 : shape.channels;
+      std::vector<float> b(3 * count * lists), a(b.size());
+      random.sections(b.data(), a.data(), 2, count * lists);
+      std::vector<double> sos;
+      for (size_t j = 0; j < b.size(); ++j) {
+        if (j % 3 == 0) sos.insert(sos.end(), {b[j], b[j + 1], b[j + 2], 1.0});
+        if (j % 3 != 0) sos.push_back(a[j]);
+      }
+      filters.emplace_back(MORVAX_SectionsFilterSize_API(count, lists));
+      MORVAX_SectionsFilterCalcu_API(filters[i].filter(), filters[i].size, sos.data(), count,
+                                     lists);
+      hash.add(reinterpret_cast<const double*>(filters[i].filter() + 1),
+               (filters[i].size - sizeof(Sections_filter_st)) / sizeof(double));
+      streams.emplace_back(MORVAX_SectionsStreamSize_API(&shape));
+      MORVAX_SectionsStreamCalcu_API(streams[i].stream(), streams[i].size, &shape);
+    }
+    int now = 0, passed = 1000;
+    for (int call = 0; call < 60; ++call) {
+      const int frames = random.in(0, call % 4 ? 64 : 700), count = frames * shape.channels;
+      std::vector<Sample> input(count + placement.array_offset), output(input.size());
+      Sample* const in = input.data() + placement.array_offset;
+      Sample* const out = output.data() + placement.array_offset;
+      random.signal(in, count);
+      for (Memory* memory : {&streams[0], &streams[1], &filters[0], &filters[1]})
+        memory->move(placement);
+      Memory &stream = streams[now], &other = streams[1 - now];
+      if (call % 20 == 10) {
+        MORVAX_SectionsFollow_API(other.stream(), filters[1 - now].filter(), stream.stream(),
+                                  filters[now].filter());
+        now = 1 - now;
+        passed = 0;
+      }
+      Sections_voice voices[2] = {{streams[1 - now].stream(), filters[1 - now].filter(), 1, 0},
+                                  {streams[now].stream(), filters[now].filter(), 1000, passed}};
+      const bool fades = passed < 1000;
+      Sections_voice* const from = fades ? voices : voices + 1;
+      if constexpr (std::is_same<Sample, short>::value)
+        MORVAX_SectionsFade_API(from, fades ? 2 : 1, in, frames, out);
+      else if constexpr (std::is_same<Sample, float>::value)
+        MORVAX_SectionsFade_API_float(from, fades ? 2 : 1, in, frames, out);
+      else
+        MORVAX_SectionsFade_API_double(from, fades ? 2 : 1, in, frames, out);
+      if (fades) passed = voices[1].done;
+      hash.add(out, count);
+    }
+    hash.add(reinterpret_cast<const double*>(streams[now].stream() + 1),
+             (streams[now].size - sizeof(Sections_stream_st)) / sizeof(double));
+  }
+  return hash.value();
+}
+
 }  // namespace
 
 const std::vector<Scenario>& scenarios() {
@@ -435,6 +508,9 @@ const std::vector<Scenario>& scenarios() {
       {"long_fft_mono", fft_filter<1, -2>},
       {"convolution_int16", convolution<short>},
       {"convolution_float", convolution<float>},
+      {"sections_int16", sections<short>},
+      {"sections_float", sections<float>},
+      {"sections_double", sections<double>},
   };
   return all;
 }

@@ -15,6 +15,7 @@ void walk_long_fft(Random& random);
 void walk_float(Random& random);
 void walk_moving_sum(Random& random);
 void walk_convolution(Random& random);
+void walk_sections(Random& random);
 
 inline void require(bool holds, const char* what) {
   if (!holds) throw std::runtime_error(what);

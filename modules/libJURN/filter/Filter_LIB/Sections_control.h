@@ -237,9 +237,9 @@ JURN_API void MORVAX_SectionsRun_API_planar_double(SectionsStream_ID* stream,
  *   M = P Q^-1,   P = A' P A^T + B B^T,   Q = A Q A^T + B B^T
  *
  * with A' and A the next and the previous matrix of the step of one sample and B = (0, 1). With
- * equal denominators M is 1, so a change of the numerators has no transient at all, and a fade to
- * an equal filter gives the same bits as none. Sections that the previous filter does not have, and
- * those where one of the two is not stable, start from 0.
+ * equal denominators M is 1, so a change of the last section's numerator has no transient at all,
+ * and a fade to an equal filter gives the same bits as none. Sections that the previous filter does
+ * not have, and those where one of the two is not stable, start from 0.
  *
  * @param next a stream that was set up, with as many channels; its past is lost
  * @param next_filter the filter that next will run with
