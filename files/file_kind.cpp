@@ -87,9 +87,17 @@ bool is_matlab_4(std::string_view bytes) {
                      [](unsigned char c) { return std::isalnum(c) || c == '_'; });
 }
 
+/** Whether a ZIP archive begins with an array of NumPy, by the name in its first header. */
+bool is_numpy_archive(std::string_view bytes) {
+  if (bytes.substr(0, 4) != "PK\x03\x04"sv || bytes.size() < 30) return false;
+  const std::string_view name = bytes.substr(30, static_cast<unsigned char>(bytes[26]));
+  return name.size() > 4 && name.substr(name.size() - 4) == ".npy";
+}
+
 }  // namespace
 
 std::string_view kind_of_file(std::string_view bytes) {
+  if (is_numpy_archive(bytes)) return "a NumPy .npz archive";
   const Magic* found = std::find_if(std::begin(kMagic), std::end(kMagic), [&](const Magic& m) {
     return bytes.size() >= m.offset && bytes.substr(m.offset, m.bytes.size()) == m.bytes;
   });

@@ -3,57 +3,11 @@
 #include <cctype>
 #include <iterator>
 
-#include "coefficients/parse.h"
+#include "coefficients/kinds.h"
+#include "coefficients/roles.h"
 
 namespace jurn {
 namespace {
-
-enum Role { kNumerator, kDenominator, kSectionRows, kGain, kOther };
-
-struct Name {
-  const char* text;
-  Role role;
-};
-
-const Name kNames[] = {
-    {"b", kNumerator},
-    {"num", kNumerator},
-    {"numerator", kNumerator},
-    {"h", kNumerator},
-    {"taps", kNumerator},
-    {"coeffs", kNumerator},
-    {"a", kDenominator},
-    {"den", kDenominator},
-    {"denominator", kDenominator},
-    {"sos", kSectionRows},
-    {"sections", kSectionRows},
-    {"g", kGain},
-    {"gain", kGain},
-    {"gains", kGain},
-    {"k", kGain},
-    {"coefficients", kNumerator},
-    {"scalevalues", kGain},
-};
-
-Role role_of(std::string_view name) {
-  const std::string text = lower(name);
-  const Name* found = std::find_if(std::begin(kNames), std::end(kNames),
-                                   [&](const Name& n) { return text == n.text; });
-  return found == std::end(kNames) ? kOther : found->role;
-}
-
-/** The role of a name with a suffix: B_1, NUM2, sos_lowpass. */
-Role role_without_suffix(std::string_view name) {
-  return role_of(name.substr(0, name.find_first_of("_0123456789")));
-}
-
-bool is_vector(const Array& array) {
-  return array.rows == 1 || array.columns == 1;
-}
-
-std::string label(const Array& array) {
-  return array.name.empty() ? "the array" : quote(array.name);
-}
 
 /** All arrays and their shapes, and what would be accepted. */
 [[noreturn]] void refuse(const std::string& path, const std::vector<Array>& arrays,
@@ -61,7 +15,8 @@ std::string label(const Array& array) {
   static const char* const accepted[] = {
       "accepted is one vector of taps",
       "accepted are two vectors, numerator and denominator, or one array of two rows",
-      "accepted is an array of L x 6 with an optional gain of 1, L or L + 1 values"};
+      "accepted is an array of L x 6 with an optional gain of 1, L or L + 1 values",
+      "accepted are one vector of taps, numerator and denominator, or sections of six columns"};
   std::string message = "holds ";
   bool sections = false, pair = arrays.size() == 2 && is_vector(arrays[0]) && is_vector(arrays[1]);
   for (std::size_t i = 0; i < std::min<std::size_t>(arrays.size(), 8); ++i) {
@@ -69,43 +24,19 @@ std::string label(const Array& array) {
     message += std::string(i ? ", " : "") + label(array) + " of " + std::to_string(array.rows) +
                " x " + std::to_string(array.columns);
     sections = sections || array.columns == 6;
-    pair = pair || array.rows == 2 || (role_of(array.name) == kDenominator && i > 0);
+    pair = pair || array.rows == 2 || (role_of(array.name) == Role::kDenominator && i > 0);
   }
   if (arrays.empty()) message += "no numeric array";
-  message += std::string("; ") + accepted[options.wanted];
+  message += std::string("; ") + accepted[options.wanted ? *options.wanted : 3];
   if (arrays.size() > 1) message += ", and --variables names them";
-  if (sections && options.wanted != FilterDesign::kSections)
+  if (sections && options.wanted && options.wanted != FilterDesign::kSections)
     message += "; sections run with sos";
   else if (pair && options.wanted == FilterDesign::kFir)
     message += "; numerator and denominator run with iir";
-  else if (arrays.size() == 1 && is_vector(arrays[0]) && options.wanted != FilterDesign::kFir)
+  else if (arrays.size() == 1 && is_vector(arrays[0]) && options.wanted &&
+           options.wanted != FilterDesign::kFir)
     message += "; taps run with fir";
   fail(path, message);
-}
-
-/** The array that a role belongs to by name, null if none; several are an error. */
-const Array* named(const std::string& path, const std::vector<Array>& arrays, Role role) {
-  for (Role (*const role_by)(std::string_view) : {role_of, role_without_suffix}) {
-    const Array* found = nullptr;
-    for (const Array& array : arrays) {
-      if (role_by(array.name) != role) continue;
-      if (found)
-        fail(path,
-             "holds both " + label(*found) + " and " + label(array) + "; --variables chooses one");
-      found = &array;
-    }
-    if (found) return found;
-  }
-  return nullptr;
-}
-
-/** The only array with a property, null if none or several have it. */
-template <typename Property>
-const Array* only(const std::vector<Array>& arrays, Property property) {
-  const auto found = std::find_if(arrays.begin(), arrays.end(), property);
-  if (found == arrays.end() || std::find_if(found + 1, arrays.end(), property) != arrays.end())
-    return nullptr;
-  return &*found;
 }
 
 std::vector<Array> chosen(const std::string& path, const std::vector<Array>& arrays,
@@ -141,13 +72,13 @@ void divide(const std::string& path, const std::string& what, std::vector<double
 FilterDesign fir_of(const std::string& path, const std::vector<Array>& arrays,
                     const ReadOptions& options) {
   const bool by_order = !options.variables.empty();
-  const Array* b = by_order ? &arrays[0] : named(path, arrays, kNumerator);
-  const Array* a = by_order ? nullptr : named(path, arrays, kDenominator);
+  const Array* b = by_order ? &arrays[0] : named(path, arrays, Role::kNumerator);
+  const Array* a = by_order ? nullptr : named(path, arrays, Role::kDenominator);
   if (!b) b = only(arrays, [](const Array& x) { return is_vector(x) && x.values.size() > 1; });
   if (!b && arrays.size() == 1) b = &arrays[0];
   // A denominator of one value is a FIR filter's.
   const bool recursive = a && a->values.size() != 1;
-  const bool sections = !by_order && named(path, arrays, kSectionRows);
+  const bool sections = !by_order && named(path, arrays, Role::kSectionRows);
   if (!b || !is_vector(*b) || recursive || sections) refuse(path, arrays, options);
   FilterDesign design{FilterDesign::kFir, b->values, {}};
   std::vector<double> a0 = a ? a->values : std::vector<double>{1.0};
@@ -165,8 +96,8 @@ FilterDesign iir_of(const std::string& path, const std::vector<Array>& arrays,
     design.a.assign(middle, arrays[0].values.end());
   } else {
     const bool by_order = !options.variables.empty() && arrays.size() == 2;
-    const Array* b = by_order ? &arrays[0] : named(path, arrays, kNumerator);
-    const Array* a = by_order ? &arrays[1] : named(path, arrays, kDenominator);
+    const Array* b = by_order ? &arrays[0] : named(path, arrays, Role::kNumerator);
+    const Array* a = by_order ? &arrays[1] : named(path, arrays, Role::kDenominator);
     const auto other = [&](const Array* known) {
       return only(arrays, [known](const Array& x) {
         return &x != known && is_vector(x) && x.values.size() > 1;
@@ -202,7 +133,7 @@ void apply_gain(const std::string& path, const Array& gain, FilterDesign* design
 FilterDesign sections_of(const std::string& path, const std::vector<Array>& arrays,
                          const ReadOptions& options) {
   const bool by_order = !options.variables.empty();
-  const Array* rows = by_order ? &arrays[0] : named(path, arrays, kSectionRows);
+  const Array* rows = by_order ? &arrays[0] : named(path, arrays, Role::kSectionRows);
   // Six gains look like one section, but stand beside several.
   if (!rows) rows = only(arrays, [](const Array& x) { return x.columns == 6 && x.rows > 1; });
   if (!rows) rows = only(arrays, [](const Array& x) { return x.columns == 6; });
@@ -216,7 +147,7 @@ FilterDesign sections_of(const std::string& path, const std::vector<Array>& arra
   if (by_order)
     gain = arrays.size() > 1 ? &arrays[1] : nullptr;
   else
-    gain = named(path, arrays, kGain);
+    gain = named(path, arrays, Role::kGain);
   // A lone scalar may be anything, say the rate; a vector of the right length is the gains.
   if (!gain && !by_order)
     gain = only(arrays, [&](const Array& x) {
@@ -227,34 +158,95 @@ FilterDesign sections_of(const std::string& path, const std::vector<Array>& arra
   return design;
 }
 
+bool holds_zeros_and_poles(const std::string& path, const std::vector<Array>& arrays) {
+  const Array* const poles = named(path, arrays, Role::kPoles);
+  const Array* const zeros = named(path, arrays, Role::kZeros);
+  const bool otherwise =
+      named(path, arrays, Role::kSectionRows) || named(path, arrays, Role::kNumerator);
+  const auto is_roots = [](const Array* array) { return array && is_vector(*array); };
+  // Without zeros the array of them is empty, and left out by most programs.
+  return is_roots(poles) && !otherwise &&
+         (zeros ? is_roots(zeros) : named(path, arrays, Role::kGain) != nullptr);
+}
+
+/** Takes complex arrays away, a response perhaps, where others are the filter by their names. */
+void drop_complex(const std::string& path, std::vector<Array>* arrays) {
+  const auto is_complex = [](const Array& array) { return !array.imaginary.empty(); };
+  const auto first = std::find_if(arrays->begin(), arrays->end(), is_complex);
+  if (first == arrays->end()) return;
+  const std::string name = label(*first);
+  arrays->erase(std::remove_if(arrays->begin(), arrays->end(), is_complex), arrays->end());
+  if (!named(path, *arrays, Role::kSectionRows) && !named(path, *arrays, Role::kNumerator))
+    fail(path, name + " holds complex numbers; they are accepted as zeros z and poles p only");
+}
+
+FilterDesign zpk_of(const std::string& path, const std::vector<Array>& arrays,
+                    const ReadOptions& options) {
+  if (options.wanted && options.wanted != FilterDesign::kSections)
+    fail(path, "holds zeros and poles, which run with sos");
+  const Array* const gain = named(path, arrays, Role::kGain);
+  if (gain && (gain->values.size() != 1 || !gain->imaginary.empty()))
+    fail(path, label(*gain) + " has " + count_of(gain->values.size(), "value") +
+                   "; the gain of zeros and poles has one, a real number");
+  const Array none;
+  const Array* const zeros = named(path, arrays, Role::kZeros);
+  return zpk_design(path, zeros ? *zeros : none, *named(path, arrays, Role::kPoles),
+                    gain ? gain->values[0] : 1.0);
+}
+
 }  // namespace
 
-void check_limit(const std::string& path, const FilterDesign& design,
-                 const CoefficientLimit& limit) {
+void check_design(const std::string& path, const FilterDesign& design, const Limits& limits) {
   const std::size_t group = design.kind == FilterDesign::kSections ? 3 : 1;
   const std::size_t count = std::max(design.b.size(), design.a.size()) / group;
+  const CoefficientLimit& limit = limits.of(design.kind);
   if (count > limit.count)
     fail(path, "holds " + std::to_string(count) + ", more than " + limit.reason);
+  for (const std::vector<double>* values : {&design.b, &design.a})
+    for (const double value : *values)
+      if (!in_range(value))
+        fail(path, "holds a coefficient that becomes " + shown(value) +
+                       " with its gain or scale, out of the range of a coefficient");
+}
+
+std::string description_of(const FilterDesign& design) {
+  if (design.kind == FilterDesign::kFir) return count_of(design.b.size(), "tap");
+  if (design.kind == FilterDesign::kSections) return count_of(design.b.size() / 3, "section");
+  return "numerator and denominator of " + std::to_string(design.b.size()) + " and " +
+         count_of(design.a.size(), "coefficient");
 }
 
 FilterDesign design_of(const std::string& path, const std::vector<Array>& all,
                        const ReadOptions& options) {
-  const std::vector<Array> arrays =
+  std::vector<Array> arrays =
       options.variables.empty() ? all : chosen(path, all, options.variables);
   if (arrays.empty()) refuse(path, arrays, options);
-  for (const Array& array : arrays)
-    for (std::size_t i = 0; i < array.values.size(); ++i)
-      if (!in_range(array.values[i]))
-        fail(path, label(array) + " holds " + shown(array.values[i]) + " as value " +
-                       std::to_string(i + 1) + ", out of the range of a coefficient");
-  if (options.wanted == FilterDesign::kFir) return fir_of(path, arrays, options);
-  if (options.wanted == FilterDesign::kIir) return iir_of(path, arrays, options);
-  return sections_of(path, arrays, options);
+  for (Array& array : arrays) {
+    for (const std::vector<double>* values : {&array.values, &array.imaginary})
+      for (std::size_t i = 0; i < values->size(); ++i)
+        if (!in_range((*values)[i]))
+          fail(path, label(array) + " holds " + shown((*values)[i]) + " as value " +
+                         std::to_string(i + 1) + ", out of the range of a coefficient");
+    if (std::all_of(array.imaginary.begin(), array.imaginary.end(),
+                    [](double x) { return x == 0.0; }))
+      array.imaginary.clear();
+  }
+  if (options.variables.empty() && holds_zeros_and_poles(path, arrays))
+    return zpk_of(path, arrays, options);
+  drop_complex(path, &arrays);
+  switch (options.wanted ? *options.wanted : kind_of(path, arrays)) {
+    case FilterDesign::kFir:
+      return fir_of(path, arrays, options);
+    case FilterDesign::kIir:
+      return iir_of(path, arrays, options);
+    default:
+      return sections_of(path, arrays, options);
+  }
 }
 
 FilterDesign sections_design(const std::string& path, const std::vector<double>& sections,
                              const ReadOptions& options) {
-  if (options.wanted != FilterDesign::kSections)
+  if (options.wanted && options.wanted != FilterDesign::kSections)
     fail(path, "holds " + count_of(sections.size() / 6, "section") + ", which run with sos");
   FilterDesign design{FilterDesign::kSections, {}, {}};
   for (std::size_t i = 0; i < sections.size(); i += 6) {

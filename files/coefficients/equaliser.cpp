@@ -1,10 +1,10 @@
 // Parametric equalisers: lines of room correction programs, and the same words on a command line.
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <iterator>
-#include <locale>
-#include <sstream>
 
 #include "coefficients/parse.h"
 #include "design/equaliser.h"
@@ -22,14 +22,38 @@ const struct {
   Type type;
   bool at_corner;  // a shelf whose Fc is its corner, not its centre, where its slope is given
 } kTypes[] = {
-    {"pk", Type::kPeak, false},       {"peq", Type::kPeak, false},
-    {"ls", Type::kLowShelf, true},    {"lsc", Type::kLowShelf, false},
-    {"lsq", Type::kLowShelf, false},  {"hs", Type::kHighShelf, true},
-    {"hsc", Type::kHighShelf, false}, {"hsq", Type::kHighShelf, false},
-    {"lp", Type::kLowPass, false},    {"lpq", Type::kLowPass, false},
-    {"hp", Type::kHighPass, false},   {"hpq", Type::kHighPass, false},
-    {"bp", Type::kBandPass, false},   {"no", Type::kNotch, false},
+    {"pk", Type::kPeak, false},
+    {"peq", Type::kPeak, false},
+    {"ls", Type::kLowShelf, true},
+    {"lsc", Type::kLowShelf, false},
+    {"lsq", Type::kLowShelf, false},
+    {"hs", Type::kHighShelf, true},
+    {"hsc", Type::kHighShelf, false},
+    {"hsq", Type::kHighShelf, false},
+    {"lp", Type::kLowPass, false},
+    {"lpq", Type::kLowPass, false},
+    {"hp", Type::kHighPass, false},
+    {"hpq", Type::kHighPass, false},
+    {"bp", Type::kBandPass, false},
+    {"no", Type::kNotch, false},
     {"ap", Type::kAllPass, false},
+    // As people and other programs write them.
+    {"peak", Type::kPeak, false},
+    {"peaking", Type::kPeak, false},
+    {"bell", Type::kPeak, false},
+    {"lowshelf", Type::kLowShelf, true},
+    {"highshelf", Type::kHighShelf, true},
+    {"lpf", Type::kLowPass, false},
+    {"lowpass", Type::kLowPass, false},
+    {"highcut", Type::kLowPass, false},
+    {"hpf", Type::kHighPass, false},
+    {"highpass", Type::kHighPass, false},
+    {"lowcut", Type::kHighPass, false},
+    {"bpf", Type::kBandPass, false},
+    {"bandpass", Type::kBandPass, false},
+    {"notch", Type::kNotch, false},
+    {"apf", Type::kAllPass, false},
+    {"allpass", Type::kAllPass, false},
 };
 constexpr char kKnownTypes[] = "PK, LS, LSC, HS, HSC, LP, HP, BP, NO and AP";
 
@@ -62,6 +86,12 @@ class Words {
     jurn::fail(path_, message);
   }
 
+  double number(std::string_view text) const {
+    std::string point(text);
+    if (point.find('.') == std::string::npos) std::replace(point.begin(), point.end(), ',', '.');
+    return parse_number(path_, line_ ? line_ : 1, point);
+  }
+
   /** "-3 dB", "1k", "1,234 Hz", "63,50Hz": a number, perhaps with its unit attached or behind it.
    */
   double quantity(const std::string& keyword, const std::string& unit) {
@@ -87,7 +117,7 @@ class Words {
       text.erase(comma, 1);  // thousands
     else if (comma != std::string::npos && text.find('.') == std::string::npos)
       text[comma] = '.';
-    const double value = line_ ? parse_number(path_, line_, text) : parse_number(path_, 1, text);
+    const double value = number(text);
     if (!has_unit && !unit.empty()) {
       if (hertz && ahead() == "khz") factor = 1000.0;
       if (ahead() == unit || (hertz && ahead() == "khz")) skip();
@@ -96,7 +126,7 @@ class Words {
   }
 
  private:
-  const std::string& path_;
+  std::string path_;
   int line_;
   std::vector<std::string_view> words_;
   std::size_t at_ = 0;
@@ -139,6 +169,9 @@ void check_filter(const Words& words, const EqualiserFilter& f, const std::strin
   if (needs_width(f.type) && f.q == 0.0 && f.octaves == 0.0)
     words.fail("a filter of the type " + type + " needs Q, or BW Oct, above 0");
   if (f.order && !is_pass(f.type)) words.fail("only LP and HP have an order");
+  if (f.order > kMaxPassOrder)
+    words.fail("order " + std::to_string(f.order) + ": accepted are whole numbers from 1 to " +
+               std::to_string(kMaxPassOrder));
   if (f.order && (f.q != 0.0 || f.octaves != 0.0))
     words.fail("takes an order or a width, not both");
   if (f.linkwitz_riley && (f.order % 2 || f.order == 0))
@@ -153,9 +186,58 @@ int order_of(Words* words) {
   return static_cast<int>(value);
 }
 
+/** The type of a filter: one word, or two as "LP Q" and "All Pass"; hyphens do not matter. */
+std::string take_type(Words* words) {
+  std::string type(words->left() ? words->next() : "");
+  const auto ahead = [&](const char* word) { return words->ahead() == word; };
+  const std::string first = lower(type);
+  if (ahead("pass") || ahead("shelf") || ahead("cut")) {
+    type += words->next();
+  } else if (ahead("q") && (first == "lp" || first == "hp" || first == "ls" || first == "hs")) {
+    Words two = *words;
+    two.skip();
+    if (!starts_number(two.ahead())) type += words->next();
+  }
+  type.erase(std::remove(type.begin(), type.end(), '-'), type.end());
+  return type;
+}
+
+/** The order that "24dB", "24 dB" or "24dB/oct" behind a pass stands for; 0 where none does. */
+int slope_order(Words* words) {
+  Words all = *words;
+  std::string word = all.ahead();
+  const std::size_t end = word.find_first_not_of("0123456789");
+  if (end == 0 || word.empty()) return 0;
+  all.skip();
+  const int slope = std::atoi(word.substr(0, std::min<std::size_t>(end, 4)).c_str());
+  if (end == std::string::npos) {
+    word = all.ahead();
+    all.skip();
+  } else {
+    word = word.substr(end);
+  }
+  if (word != "db" && word != "db/oct") return 0;
+  if (slope < 6 || slope % 6)
+    words->fail("a slope of " + std::to_string(slope) +
+                " dB per octave; accepted are 6, 12, 18 ... for LP and HP");
+  *words = all;
+  return slope / 6;
+}
+
+/** "BW4" and "LR4": Butterworth and Linkwitz-Riley with their order attached. */
+bool parse_attached_order(const std::string& word, EqualiserFilter* f) {
+  const bool linkwitz_riley = word.compare(0, 2, "lr") == 0;
+  if ((!linkwitz_riley && word.compare(0, 2, "bw") != 0) || word.size() < 3 || word.size() > 4 ||
+      word.find_first_not_of("0123456789", 2) != std::string::npos)
+    return false;
+  f->order = std::atoi(word.c_str() + 2);
+  f->linkwitz_riley = linkwitz_riley;
+  return true;
+}
+
 /** A filter from its type on: "PK Fc 3000 Hz Gain -4 dB Q 2" or "PK 3k -4 Q 2". */
 EqualiserFilter filter_of(Words words) {
-  const std::string type(words.left() ? words.next() : "");
+  const std::string type = take_type(&words);
   const auto* const found = std::find_if(std::begin(kTypes), std::end(kTypes),
                                          [&](const auto& t) { return lower(type) == t.name; });
   if (found == std::end(kTypes))
@@ -166,6 +248,7 @@ EqualiserFilter filter_of(Words words) {
   bool frequency = false, gain = false;
   while (words.left()) {
     const std::string word = words.ahead();
+    if (is_pass(f.type) && frequency && !f.order && (f.order = slope_order(&words))) continue;
     if (starts_number(word) && !frequency) {
       f.frequency = words.quantity("Fc", "hz");
       frequency = true;
@@ -185,6 +268,8 @@ EqualiserFilter filter_of(Words words) {
       gain = true;
     } else if (word == "q") {
       f.q = words.quantity("Q", "");
+    } else if (word[0] == 'q' && starts_number(word.substr(1))) {
+      f.q = words.number(shown_word.substr(1));
     } else if (word == "bw/60") {
       f.octaves = words.quantity("BW/60", "") / 60.0;
     } else if (word == "bw") {
@@ -195,7 +280,7 @@ EqualiserFilter filter_of(Words words) {
       f.order = order_of(&words);
     } else if (word == "lr") {
       f.linkwitz_riley = true;
-    } else {
+    } else if (!parse_attached_order(word, &f)) {
       words.fail(quote(shown_word) +
                  " is not understood; accepted are Fc, Gain, Q, BW Oct and, for LP and HP, order N "
                  "and LR");
@@ -233,8 +318,14 @@ void parse_filter(const std::string& path, int line, std::string_view text, int 
   if (words.left() && words.ahead() != "none") parse_words(words, rate, out);
 }
 
-bool is_one_of(const std::string& text, std::initializer_list<const char*> names) {
-  return std::find(names.begin(), names.end(), text) != names.end();
+/** Lines that room correction programs write about a measurement, which change no filter. */
+bool is_remark(const std::vector<std::string_view>& key) {
+  static const char* const names[] = {
+      "notes", "dated",  "date",      "equaliser", "equalizer", "average",     "measurement",
+      "title", "name",   "author",    "created",   "comment",   "description", "version",
+      "stage", "target", "headphone", "sampling",  "smoothing", "source"};
+  const std::string name = lower(key[0]);
+  return std::find(std::begin(names), std::end(names), name) != std::end(names);
 }
 
 /** "25 0; 40 -1.5; 63 3": frequencies and gains. */
@@ -265,14 +356,22 @@ FilterDesign parse_equaliser(const std::string& path, std::string_view text,
   std::vector<double> sections;
   std::vector<GraphicPoint> points;
   double preamp = 0.0;
-  bool any = false;
+  bool any = false, in_notes = false;  // REW's notes may have any lines
   for (std::size_t i = 0; i < lines.size(); ++i) {
     const int line = static_cast<int>(i + 1);
     const std::string_view content = lines[i].substr(0, lines[i].find('#'));
     const std::size_t colon = content.find(':');
-    if (colon == std::string_view::npos) continue;
+    if (colon == std::string_view::npos) {
+      const std::vector<std::string_view> words = split(content, kSpace);
+      if (words.size() > 2 && lower(words[0]) == "filter" &&
+          std::isdigit(static_cast<unsigned char>(words[1][0])))
+        fail(path, line, quote(content) + " has no colon behind the filter's number");
+      continue;
+    }
     const std::vector<std::string_view> key = split(content.substr(0, colon), kSpace);
     const std::string name = key.empty() ? "" : lower(key[0]);
+    if (in_notes && name != "equaliser" && name != "equalizer" && name != "filter") continue;
+    in_notes = name == "notes";
     const std::string_view value = content.substr(colon + 1);
     if (name == "preamp") {
       Words words(path, line, value);
@@ -287,22 +386,28 @@ FilterDesign parse_equaliser(const std::string& path, std::string_view text,
     } else if (name == "graphiceq") {
       if (!points.empty()) fail(path, line, "a second GraphicEQ is not supported");
       points = parse_points(path, line, value);
-    } else if (is_one_of(name, {"channel", "device"})) {
+    } else if (name == "channel" || name == "device") {
       // What is for some channels or devices only would become another filter.
       const std::vector<std::string_view> words = split(value, kSpace);
       if (words.size() != 1 || lower(words[0]) != "all")
-        fail(path, line, quote(key[0]) + " is not supported, but for \"all\"");
-    } else if (is_one_of(name, {"copy", "convolution", "delay", "include"})) {
+        fail(path, line,
+             quote(key[0]) +
+                 " of Equalizer APO is supported for \"all\" alone: a filter of some "
+                 "channels would run on every one");
+    } else if (!key.empty() && !is_remark(key)) {
       fail(path, line,
-           quote(key[0]) + " is not supported; accepted are Preamp, Filter and GraphicEQ");
+           quote(content.substr(0, colon)) +
+               " is no line of a filter; of Equalizer APO, AutoEq and REW accepted are Preamp, "
+               "Filter and GraphicEQ, and # before a comment");
     }
   }
   if (!points.empty()) {
     if (!sections.empty()) fail(path, "has GraphicEQ and filters; only one of them can run");
-    if (options.wanted != FilterDesign::kFir)
+    if (options.wanted && options.wanted != FilterDesign::kFir)
       fail(path, "holds GraphicEQ, which becomes an FIR: fir takes it");
     FilterDesign design{FilterDesign::kFir, {}, {}};
-    design.b = linear_phase_taps(points, rate, options.limit.count - 1 + options.limit.count % 2);
+    design.b = linear_phase_taps(points, rate,
+                                 options.limits.fir.count - 1 + options.limits.fir.count % 2);
     scale(&design, from_decibels(preamp));
     return design;
   }
@@ -314,7 +419,6 @@ FilterDesign parse_equaliser(const std::string& path, std::string_view text,
 
 FilterDesign parse_equaliser_words(const std::vector<std::string>& filters, int rate) {
   ReadOptions options{};
-  options.wanted = FilterDesign::kSections;
   std::vector<double> sections;
   for (const std::string& filter : filters)
     parse_words(Words("'" + filter + "'", 0, filter), rate, &sections);
@@ -329,14 +433,8 @@ EqualiserFilter parse_equaliser_filter(const std::string& text) {
 std::string text_of(const EqualiserFilter& f) {
   const auto number = [](double value) {
     // As few digits as give the same number, with a point, whatever the locale.
-    for (int digits = 6;; ++digits) {
-      std::stringstream text;
-      text.imbue(std::locale::classic());
-      text.precision(digits);
-      text << value;
-      double read = 0.0;
-      if (digits == 17 || (text >> read && read == value)) return text.str();
-    }
+    char text[40];
+    return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
   };
   const auto* const type = std::find_if(std::begin(kTypes), std::end(kTypes), [&](const auto& t) {
     return t.type == f.type && !t.at_corner;

@@ -20,13 +20,44 @@ enum class Format {
   kHeader,
   kBiquads,
   kEqualiser,
-  kAudio
+  kAudio,
+  kNumPyArchive,
+  kJson,
+  kCamilla,
+  kRewResponse,
+  kScalars,  // text that gives coefficients one by one
+  // Taps without a header; the last ones.
+  kRawS16,
+  kRawS24In3,
+  kRawS24In4,
+  kRawS32,
+  kRawFloat32,
+  kRawFloat64
 };
+
+inline bool is_raw(Format format) {
+  return format >= Format::kRawS16;
+}
+
+/** Formats of taps without a header by CamillaDSP's names, "S16LE"; nothing for another name. */
+std::optional<Format> raw_format_of(std::string_view name);
+
+/** What a filter of each kind may have. */
+struct Limits {
+  CoefficientLimit fir, iir, sections;
+
+  const CoefficientLimit& of(FilterDesign::Kind kind) const {
+    return kind == FilterDesign::kFir ? fir : kind == FilterDesign::kIir ? iir : sections;
+  }
+};
+
+/** What the filters run. */
+Limits filter_limits();
 
 /** What is expected of a file. */
 struct ReadOptions {
-  FilterDesign::Kind wanted;
-  CoefficientLimit limit;
+  std::optional<FilterDesign::Kind> wanted;  // nothing: what the file holds, see kinds.h
+  Limits limits;
   Format format = Format::kByContent;
   std::vector<std::string> variables;  // arrays of a file with names: taps; b, a; sections, gain
   int rate = 0;                        // of the recording, which equalisers are designed for
@@ -43,9 +74,14 @@ FilterDesign load_design(const std::string& path, const ReadOptions& options);
 FilterDesign load_design(const std::string& numerator, const std::string& denominator,
                          ReadOptions options);
 
-/** The same from memory, for all formats but kMatlab and kAudio. `path` is for the errors. */
+/** The same from memory, for the formats that need no library: not kMatlab, kAudio, kNumPyArchive,
+ * kJson and kCamilla. `path` is for the errors. */
 FilterDesign parse_design(const std::string& path, std::string_view bytes,
                           const ReadOptions& options);
+
+/** What a design was read as, in words: "12 taps", "numerator and denominator of 6 and 6
+ * coefficients", "2 sections". */
+std::string description_of(const FilterDesign& design);
 
 /** Sections from the words of equaliser files, one filter each: "PK 3k -4 Q 2", "HP 80 order 4". */
 FilterDesign parse_equaliser_words(const std::vector<std::string>& filters, int rate);
@@ -58,7 +94,7 @@ bool names_equaliser_type(std::string_view text);
 /** The columns of a text, one channel of taps each; a first column that rises in even steps, an
  * index or a time, is left out. A single line, or lines of different lengths, are one channel. */
 std::vector<std::vector<double>> parse_channels(const std::string& path, std::string_view text,
-                                                const CoefficientLimit& limit);
+                                                int rate);
 
 /** The format of a file's content, which is no text in UTF-16; throws for a file of a foreign kind
  * and says which it is. */

@@ -89,6 +89,10 @@ int bits_of(std::string_view type) {
   if (text == "short") return 16;
   if (text == "long") return 32;
   if (text == "char") return 8;
+  // CMSIS and others: fractions of the full scale.
+  if (text == "q7_t") return 8;
+  if (text == "q15_t" || text == "_q15" || text == "fract16") return 16;
+  if (text == "q31_t" || text == "_q31" || text == "fract32") return 32;
   const std::size_t at = text.find("int");
   if (at == std::string::npos) return 0;
   const int bits = std::atoi(text.c_str() + at + 3);

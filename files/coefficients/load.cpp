@@ -9,10 +9,11 @@
 #include <fstream>
 #include <memory>
 
-#include "coefficients/mat.h"
+#include "coefficients/libraries.h"
 #include "coefficients/parse.h"
 #include "recordings/audio_io.h"
 #include "recordings/signals.h"
+#include "streams/stages.h"
 
 namespace jurn {
 namespace {
@@ -44,7 +45,7 @@ const std::string& read_standard_input() {
   return bytes;
 }
 
-std::vector<double> read_taps(const std::string& path, const CoefficientLimit& limit) {
+std::vector<double> read_audio(const std::string& path, const CoefficientLimit& limit) {
   AudioReader reader(path, 1);
   if (reader.frames() > static_cast<std::int64_t>(limit.count))
     fail(path, "holds " + std::to_string(reader.frames()) + " samples, more than " + limit.reason +
@@ -59,28 +60,50 @@ std::vector<double> read_taps(const std::string& path, const CoefficientLimit& l
 
 }  // namespace
 
+Limits filter_limits() {
+  return {fir_limit(), iir_limit(), section_limit()};
+}
+
 FilterDesign load_design(const std::string& given, const ReadOptions& options) {
   Format format = options.format;
   const bool piped = given == kStandardStream;
   const std::string path = piped ? "standard input" : given;
-  std::string bytes;
+  std::string bytes, text;
   if (format != Format::kAudio && format != Format::kMatlab) {
     bytes = piped ? read_standard_input() : read_file(path);
-    if (format == Format::kByContent) format = recognise(path, plain_text(bytes));
+    text = is_raw(format) ? std::string() : plain_text(bytes);
+    if (format == Format::kByContent) format = recognise(path, text);
   }
   if (piped && (format == Format::kAudio || format == Format::kMatlab))
     fail(path, "coefficients of audio and .mat files come from files only");
-  FilterDesign design{options.wanted, {}, {}};
-  if (format == Format::kAudio) {
-    if (options.wanted != FilterDesign::kFir) fail(path, "is audio; its samples are taps of fir");
-    design.b = read_taps(path, options.limit);
-  } else if (format == Format::kMatlab) {
-    design = design_of(path, read_mat(path), options);
-  } else {
-    if (bytes.size() > kMaxBytes) fail(path, "is larger than any file of coefficients");
-    return parse_design(path, bytes, options);
+  if (bytes.size() > kMaxBytes && format != Format::kAudio && format != Format::kMatlab)
+    fail(path, "is larger than any file of coefficients");
+  FilterDesign design{FilterDesign::kFir, {}, {}};
+  switch (format) {
+    case Format::kAudio:
+      if (options.wanted && options.wanted != FilterDesign::kFir)
+        fail(path, "is audio; its samples are taps of fir");
+      design.b = read_audio(path, options.limits.fir);
+      break;
+    case Format::kMatlab:
+      design = design_of(path, read_mat(path), options);
+      break;
+    case Format::kNumPyArchive:
+      design = design_of(path, read_npz(path, bytes), options);
+      break;
+    case Format::kCamilla:
+      design = read_camilla(path, text, options);
+      break;
+    case Format::kJson:
+      design = design_of(path, read_json(path, text), options);
+      break;
+    default:
+      if (format == Format::kNumbers && is_json(text))
+        design = design_of(path, read_json(path, text), options);
+      else
+        return parse_design(path, bytes, options);
   }
-  check_limit(path, design, options.limit);
+  check_design(path, design, options.limits);
   return design;
 }
 

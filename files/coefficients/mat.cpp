@@ -1,6 +1,6 @@
 // MATLAB files, through libmatio. It brings some thirty libraries, so it is loaded when it is
 // needed.
-#include "coefficients/mat.h"
+#include "coefficients/libraries.h"
 
 #include <dlfcn.h>
 #include <matio.h>
@@ -49,20 +49,25 @@ const Matio& matio() {
     find(library, "Mat_VarGetNumberOfFields", &m.count_fields);
     find(library, "Mat_VarGetStructFieldByIndex", &m.field);
     find(library, "Mat_VarFree", &m.free);
+    // HDF5, which reads level 7.3, would print its own account of every error.
+    using SetPrinting = int (*)(std::int64_t stack, void* print, void* data);
+    if (const auto set_printing = reinterpret_cast<SetPrinting>(dlsym(library, "H5Eset_auto2")))
+      set_printing(0, nullptr, nullptr);
     return m;
   }();
   return loaded;
 }
 
+/** Adds the values of a matrix, which stand column by column, row by row. */
 template <typename Value>
-void append(const matvar_t& variable, Array* array) {
-  const Value* values = static_cast<const Value*>(variable.data);
-  for (std::size_t r = 0; r < array->rows; ++r)
-    for (std::size_t c = 0; c < array->columns; ++c)
-      array->values.push_back(static_cast<double>(values[c * array->rows + r]));
+void append(const void* data, const Array& array, std::vector<double>* out) {
+  const Value* values = static_cast<const Value*>(data);
+  for (std::size_t r = 0; r < array.rows; ++r)
+    for (std::size_t c = 0; c < array.columns; ++c)
+      out->push_back(static_cast<double>(values[c * array.rows + r]));
 }
 
-using Append = void (*)(const matvar_t&, Array*);
+using Append = void (*)(const void*, const Array&, std::vector<double>*);
 
 Append append_of(matio_classes type) {
   switch (type) {
@@ -93,8 +98,8 @@ Append append_of(matio_classes type) {
 
 /** Whether a variable holds numbers that can be coefficients; text and cells do not. */
 bool is_matrix(const matvar_t& variable) {
-  return append_of(variable.class_type) && !variable.isComplex && variable.rank == 2 &&
-         variable.dims[0] > 0 && variable.dims[1] > 0;
+  return append_of(variable.class_type) && variable.rank == 2 && variable.dims[0] > 0 &&
+         variable.dims[1] > 0;
 }
 
 void check_size(const std::string& path, const matvar_t& variable) {
@@ -120,7 +125,14 @@ void add_arrays(const std::string& path, const matvar_t& variable, std::vector<A
   array.name = variable.name;
   array.rows = variable.dims[0];
   array.columns = variable.dims[1];
-  append_of(variable.class_type)(variable, &array);
+  const Append append = append_of(variable.class_type);
+  if (variable.isComplex) {
+    const auto* const parts = static_cast<const mat_complex_split_t*>(variable.data);
+    append(parts->Re, array, &array.values);
+    append(parts->Im, array, &array.imaginary);
+  } else {
+    append(variable.data, array, &array.values);
+  }
   arrays->push_back(std::move(array));
 }
 

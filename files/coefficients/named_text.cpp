@@ -1,14 +1,16 @@
 // Texts that name their arrays: Octave's saves, MATLAB's .fcf, and assignments of MATLAB and
-// Python.
+// Python, whose printed arrays need no name.
 #include <algorithm>
 #include <cctype>
 
-#include "coefficients/parse.h"
+#include "coefficients/roles.h"
 
 namespace jurn {
 namespace {
 
 const char* const kBetween = " \t\r\v\f,";
+const char* const kNoNumber = " \t\r\v\f,()";
+constexpr std::string_view kPrinted = "array([";  // as Python prints arrays
 
 /** The name of an Octave array, "# name: b", or nothing. */
 std::string_view octave_name(std::string_view line) {
@@ -38,7 +40,20 @@ std::string assigned_name(std::string_view line, std::string_view* rest) {
       words.size() == 1 && std::all_of(words[0].begin(), words[0].end(), [](char c) {
         return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
       });
-  return is_name && bracket != std::string_view::npos ? std::string(words[0]) : std::string();
+  if (!is_name) return {};
+  if (bracket != std::string_view::npos) return std::string(words[0]);
+  const std::vector<std::string_view> value = split(*rest, " \t\r;");
+  const bool is_gain = role_of(words[0]) == Role::kGain && value.size() == 1 &&
+                       value[0].find_first_not_of("+-.0123456789eE") == std::string_view::npos;
+  return is_gain ? std::string(words[0]) : std::string();
+}
+
+/** Of "0.5-0.25j" the length of 0.5; 0 where there is no real part. */
+std::size_t length_of_real_part(std::string_view word) {
+  for (std::size_t at = word.size() - 2; at > 0; --at)
+    if ((word[at] == '+' || word[at] == '-') && word[at - 1] != 'e' && word[at - 1] != 'E')
+      return at;
+  return 0;
 }
 
 /** Collects rows of numbers. */
@@ -46,11 +61,30 @@ class Table {
  public:
   explicit Table(std::string name) { array_.name = std::move(name); }
 
+  /** Complex numbers may be parted from the sign of their imaginary part: "0.5 + 0.25i". */
   void add(const std::string& path, int line, std::string_view text) {
-    for (const std::string_view word : split(text, kBetween)) {
-      array_.values.push_back(parse_number(path, line, word));
-      ++row_;
+    double sign = 0.0;
+    for (const std::string_view word : split(text, kNoNumber)) {
+      if (word == "+" || word == "-") {
+        sign = word == "-" ? -1.0 : 1.0;
+        continue;
+      }
+      const bool complex = word.size() > 1 && (word.back() == 'i' || word.back() == 'j');
+      const std::size_t real = complex ? length_of_real_part(word) : word.size();
+      if (real) {
+        if (complex) array_.imaginary.resize(array_.values.size() + 1);
+        array_.values.push_back(parse_number(path, line, word.substr(0, real)));
+        ++row_;
+      }
+      if (!complex) continue;
+      if (row_ == 0) fail(path, line, quote(word) + " has no real part before it");
+      array_.imaginary.resize(array_.values.size());
+      array_.imaginary.back() =
+          parse_number(path, line, word.substr(real, word.size() - real - 1)) *
+          (sign != 0.0 ? sign : 1.0);
+      sign = 0.0;
     }
+    if (!array_.imaginary.empty()) array_.imaginary.resize(array_.values.size());
   }
   /** Ends a row. Rows of different lengths, as of designers that fill up, become one vector. */
   void end_row() {
@@ -75,9 +109,11 @@ class Table {
   bool uneven_ = false;
 };
 
-/** Adds what stands in brackets; returns whether the outermost is still open. */
-bool add_bracketed(const std::string& path, int line, std::string_view text, int* depth,
+/** Adds what stands in brackets; returns whether the outermost is still open. `text` becomes what
+ * follows it. */
+bool add_bracketed(const std::string& path, int line, std::string_view* rest, int* depth,
                    Table* table) {
+  const std::string_view text = *rest;
   std::string_view number;
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t end = std::min(text.find_first_of("[];", at), text.size());
@@ -88,7 +124,10 @@ bool add_bracketed(const std::string& path, int line, std::string_view text, int
     if (end == text.size()) break;
     if (text[end] != '[') table->end_row();
     *depth += text[end] == '[' ? 1 : text[end] == ']' ? -1 : 0;
-    if (*depth <= 0) return false;
+    if (*depth <= 0) {
+      *rest = text.substr(end + 1);
+      return false;
+    }
     at = end + 1;
   }
   return true;
@@ -122,7 +161,8 @@ bool is_named_text(std::string_view text) {
   const std::vector<std::string_view> lines = lines_of(text);
   std::string_view rest;
   return std::any_of(lines.begin(), lines.end(), [&](std::string_view line) {
-    return !octave_name(line).empty() || !designer_name(line).empty() ||
+    return line.find(kPrinted) != std::string_view::npos || !octave_name(line).empty() ||
+           !designer_name(line).empty() ||
            !assigned_name(line.substr(0, line.find_first_of("#%")), &rest).empty();
   });
 }
@@ -150,7 +190,9 @@ std::vector<Array> parse_named_text(const std::string& path, std::string_view te
         continue;
       }
       name = assigned_name(content, &rest);
-      if (name.empty()) {
+      const std::size_t printed = content.find(kPrinted);
+      if (name.empty() && printed != std::string_view::npos) rest = content.substr(printed);
+      if (name.empty() && printed == std::string_view::npos) {
         const bool words = std::any_of(content.begin(), content.end(), [](char c) {
           return std::isalpha(static_cast<unsigned char>(c)) && c != 'e' && c != 'E';
         });
@@ -164,9 +206,21 @@ std::vector<Array> parse_named_text(const std::string& path, std::string_view te
       }
       open = false;
       begin(std::move(name));
-      rest = rest.substr(rest.find('['));
+      const std::size_t bracket = rest.find('[');
+      if (bracket == std::string_view::npos) {
+        table.add(path, line, split(rest, " \t\r;")[0]);
+        continue;
+      }
+      rest = rest.substr(bracket);
     }
-    if (add_bracketed(path, line, rest, &depth, &table)) {
+    bool goes_on = add_bracketed(path, line, &rest, &depth, &table);
+    for (std::size_t next; !goes_on && (next = rest.find(kPrinted)) != std::string_view::npos;) {
+      begin("");  // of several that are printed in one line
+      depth = 0;
+      rest = rest.substr(next + kPrinted.size() - 1);
+      goes_on = add_bracketed(path, line, &rest, &depth, &table);
+    }
+    if (goes_on) {
       if (rest.find("...") == std::string_view::npos && depth == 1 &&
           content.find_last_not_of(kBetween) != std::string_view::npos &&
           content[content.find_last_not_of(" \t\r")] != ',')

@@ -30,7 +30,8 @@ double element(const char* at, bool big_endian) {
 
 using Element = double (*)(const char*, bool);
 
-Element element_type(const std::string& path, std::string_view type, std::size_t* size) {
+Element element_type(const std::string& path, std::string_view type, bool complex,
+                     std::size_t* size) {
   static const struct {
     const char* name;
     Element element;
@@ -40,6 +41,10 @@ Element element_type(const std::string& path, std::string_view type, std::size_t
                {"i8", element<std::int64_t>, 8},
                {"i4", element<std::int32_t>, 4},
                {"i2", element<std::int16_t>, 2}};
+  if (complex && (type.substr(1) == "c16" || type.substr(1) == "c8")) {
+    *size = type.substr(1) == "c16" ? 8 : 4;
+    return *size == 8 ? element<double> : element<float>;
+  }
   for (const auto& t : types)
     if (type.size() == 3 && (type[0] == '<' || type[0] == '>') && type.substr(1) == t.name) {
       *size = t.size;
@@ -68,7 +73,7 @@ std::vector<std::size_t> parse_shape(const std::string& path, std::string_view t
 
 }  // namespace
 
-std::vector<Array> parse_npy(const std::string& path, std::string_view bytes) {
+Array parse_npy(const std::string& path, std::string_view bytes, bool of_archive) {
   if (bytes.substr(0, 6) != "\x93NUMPY") fail(path, "is no .npy file of NumPy");
   const auto byte = [&](std::size_t i) {
     return i < bytes.size() ? static_cast<std::size_t>(static_cast<unsigned char>(bytes[i])) : 0;
@@ -84,7 +89,9 @@ std::vector<Array> parse_npy(const std::string& path, std::string_view bytes) {
 
   const std::vector<std::string_view> type = split(value_of(path, header, "descr"), "'\",");
   std::size_t size = 0;
-  const Element element_at = element_type(path, type.empty() ? "" : type[0], &size);
+  const Element element_at = element_type(path, type.empty() ? "" : type[0], of_archive, &size);
+  const bool has_imaginary = !type.empty() && type[0].substr(1, 1) == "c";
+  const std::size_t step = has_imaginary ? 2 * size : size;
   const bool fortran = value_of(path, header, "fortran_order").substr(0, 4) == "True";
   const std::vector<std::size_t> shape = parse_shape(path, value_of(path, header, "shape"));
 
@@ -92,16 +99,19 @@ std::vector<Array> parse_npy(const std::string& path, std::string_view bytes) {
   array.columns = shape.back();
   if (shape.size() == 2) array.rows = shape[0];
   const std::size_t count = array.rows * array.columns;
-  if (count == 0) fail(path, "holds no numbers");
-  if (data.size() != count * size)
-    fail(path, "damaged: " + count_of(count, "value") + " take " + std::to_string(count * size) +
+  if (count == 0 && !of_archive) fail(path, "holds no numbers");
+  if (data.size() != count * step)
+    fail(path, "damaged: " + count_of(count, "value") + " take " + std::to_string(count * step) +
                    " bytes, the file has " + std::to_string(data.size()));
   for (std::size_t r = 0; r < array.rows; ++r)
     for (std::size_t c = 0; c < array.columns; ++c) {
       const std::size_t i = fortran ? c * array.rows + r : r * array.columns + c;
-      array.values.push_back(element_at(data.data() + i * size, type[0][0] == '>'));
+      const bool big_endian = type[0][0] == '>';
+      array.values.push_back(element_at(data.data() + i * step, big_endian));
+      if (has_imaginary)
+        array.imaginary.push_back(element_at(data.data() + i * step + size, big_endian));
     }
-  return {array};
+  return array;
 }
 
 }  // namespace jurn

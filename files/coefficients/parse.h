@@ -16,7 +16,8 @@ struct Array {
   std::string name;
   std::size_t rows = 1;
   std::size_t columns = 0;
-  std::vector<double> values;  // row by row
+  std::vector<double> values;     // row by row
+  std::vector<double> imaginary;  // parts of complex numbers, as many; empty for real ones
 };
 
 [[noreturn]] void fail(const std::string& path, const std::string& message);
@@ -43,28 +44,44 @@ std::vector<std::string_view> split(std::string_view text, const char* separator
 /** The lines of a text, without byte-order mark and carriage returns. */
 std::vector<std::string_view> lines_of(std::string_view text);
 
-/** Throws for a design beyond the limit. */
-void check_limit(const std::string& path, const FilterDesign& design,
-                 const CoefficientLimit& limit);
+/** Throws for a design beyond its limit, or with a number that no float holds: gains and scales
+ * were multiplied into what was read. */
+void check_design(const std::string& path, const FilterDesign& design, const Limits& limits);
+
+/** A filter of zeros, poles and gain, as sections. */
+FilterDesign zpk_design(const std::string& path, const Array& zeros, const Array& poles,
+                        double gain);
 
 /** The design that arrays describe by their names or shapes. */
 FilterDesign design_of(const std::string& path, const std::vector<Array>& arrays,
                        const ReadOptions& options);
 
-/** Sections of six values each, as a design; refuses them where no sections are wanted. */
+/** Sections of six values each, as a design; refuses them where others are wanted. */
 FilterDesign sections_design(const std::string& path, const std::vector<double>& sections,
                              const ReadOptions& options);
 
+/** Taps without a header; full scale of integers is 1. */
+std::vector<double> parse_raw(const std::string& path, std::string_view bytes, Format format);
+/** Whether a text is an impulse response that REW wrote, and its taps; one for another rate is
+ * refused where the rate is known. */
+bool is_rew_response(std::string_view text);
+std::vector<double> parse_rew_response(const std::string& path, std::string_view text, int rate);
 FilterDesign parse_numbers(const std::string& path, std::string_view text,
                            const ReadOptions& options);
-std::vector<Array> parse_npy(const std::string& path, std::string_view bytes);
+/** One array; a complex one, or one of no numbers, only where `of_archive` says that it stands
+ * beside others. */
+Array parse_npy(const std::string& path, std::string_view bytes, bool of_archive = false);
 std::vector<Array> parse_header(const std::string& path, std::string_view text);
-/** Whether a text names its arrays, as Octave's saves and MATLAB's .fcf do, or assigns them. */
+/** Whether a text names its arrays, as Octave's saves and MATLAB's .fcf do, assigns them, or prints
+ * them as Python does. */
 bool is_named_text(std::string_view text);
 std::vector<Array> parse_named_text(const std::string& path, std::string_view text);
 /** A text in UTF-16, with a mark or without, in ASCII: other letters become question marks. Numbers
  * without the types that NumPy 2 prints: np.float64(0.5). Anything else as it is. */
 std::string plain_text(std::string_view bytes);
+/** Whether a text gives coefficients one by one: "b0 = 0.5" or "h[0] = 0.5". */
+bool is_scalar_text(std::string_view text);
+std::vector<Array> parse_scalar_text(const std::string& path, std::string_view text);
 std::vector<double> parse_biquads(const std::string& path, std::string_view text);
 FilterDesign parse_equaliser(const std::string& path, std::string_view text,
                              const ReadOptions& options);

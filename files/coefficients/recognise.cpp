@@ -23,15 +23,25 @@ bool is_equaliser_line(std::string_view line) {
          (name.substr(0, 6) == "filter" && is_digit(name, 6) && key.size() == 1);
 }
 
+/** Whether a line opens the filters of CamillaDSP's settings. */
+bool is_camilla_line(std::string_view line) {
+  return line.substr(0, 8) == "filters:" || line.substr(0, 9) == "pipeline:";
+}
+
 Format text_format(std::string_view text) {
   const std::vector<std::string_view> lines = lines_of(text);
   const auto any = [&](auto property) { return std::any_of(lines.begin(), lines.end(), property); };
+  if (is_rew_response(text)) return Format::kRewResponse;
+  const std::size_t first = text.find_first_not_of(" \t\r\n\xEF\xBB\xBF");
+  if (first != std::string_view::npos && text[first] == '{') return Format::kJson;
+  if (any(is_camilla_line)) return Format::kCamilla;
   if (any(is_equaliser_line)) return Format::kEqualiser;
   if (any([](std::string_view line) {
         const std::vector<std::string_view> words = split(line, " \t,");
         return !words.empty() && lower(words[0].substr(0, 6)) == "biquad" && is_digit(words[0], 6);
       }))
     return Format::kBiquads;
+  if (is_scalar_text(text)) return Format::kScalars;
   if (is_named_text(text)) return Format::kNamed;
   const std::size_t equals = text.find('=');
   if (text.find("MWSPT_NSEC") != std::string_view::npos ||
@@ -44,26 +54,41 @@ Format text_format(std::string_view text) {
 
 Format recognise(const std::string& path, std::string_view bytes) {
   const std::string_view kind = kind_of_file(bytes);
-  if (kind.empty()) return text_format(bytes);
+  if (kind.empty()) {
+    const std::string_view head = bytes.substr(0, 65536);
+    if (std::any_of(head.begin(), head.end(), [](char c) { return c >= 0 && c < '\t'; }))
+      fail(path,
+           "is no numeric text, but binary; taps without a header are read by --format S16LE, "
+           "S24LE3, S24LE, S32LE, FLOAT32LE or FLOAT64LE");
+    return text_format(bytes);
+  }
+  if (kind == "a NumPy .npz archive") return Format::kNumPyArchive;
+  if (kind == "an HDF5 file") return Format::kMatlab;
   if (kind == "a NumPy .npy file") return Format::kNumPy;
   if (kind == "a MATLAB .mat file") return Format::kMatlab;
   for (const char* audio :
        {"a WAV file", "a W64 file", "a FLAC file", "an AIFF file", "an AU file", "a CAF file"})
     if (kind == audio) return Format::kAudio;
   fail(path, "is " + std::string(kind) +
-                 "; accepted are numbers as text or CSV, NumPy .npy, MATLAB .mat, C headers of "
-                 "MATLAB, biquad lists, equaliser lines, and taps as WAV");
+                 "; accepted are numbers as text or CSV, NumPy .npy and .npz, MATLAB .mat, JSON, C "
+                 "headers of MATLAB, biquad lists, equaliser lines, CamillaDSP's filters, and taps "
+                 "as WAV");
 }
 
 FilterDesign parse_design(const std::string& path, std::string_view original,
                           const ReadOptions& options) {
-  const std::string bytes = plain_text(original);
+  const std::string bytes = is_raw(options.format) ? std::string() : plain_text(original);
   const Format format =
       options.format == Format::kByContent ? recognise(path, bytes) : options.format;
-  FilterDesign design{options.wanted, {}, {}};
+  FilterDesign design{FilterDesign::kFir, {}, {}};
+  const auto taps = [&](std::vector<double> values) {
+    if (options.wanted && options.wanted != FilterDesign::kFir)
+      fail(path, "holds taps, which run with fir");
+    design.b = std::move(values);
+  };
   switch (format) {
     case Format::kNumPy:
-      design = design_of(path, parse_npy(path, bytes), options);
+      design = design_of(path, {parse_npy(path, bytes)}, options);
       break;
     case Format::kNamed:
       design = design_of(path, parse_named_text(path, bytes), options);
@@ -74,13 +99,33 @@ FilterDesign parse_design(const std::string& path, std::string_view original,
     case Format::kBiquads:
       design = sections_design(path, parse_biquads(path, bytes), options);
       break;
+    case Format::kScalars:
+      design = design_of(path, parse_scalar_text(path, bytes), options);
+      break;
+    case Format::kRewResponse:
+      taps(parse_rew_response(path, bytes, options.rate));
+      break;
+    case Format::kRawS16:
+    case Format::kRawS24In3:
+    case Format::kRawS24In4:
+    case Format::kRawS32:
+    case Format::kRawFloat32:
+    case Format::kRawFloat64:
+      taps(parse_raw(path, original, format));
+      break;
+    case Format::kNumPyArchive:
+    case Format::kJson:
+    case Format::kCamilla:
+    case Format::kMatlab:
+    case Format::kAudio:
+      fail(path, "is of a format that is read from files by the tool, GStreamer and Python alone");
     case Format::kEqualiser:
       design = parse_equaliser(path, bytes, options);
       break;
     default:
       design = parse_numbers(path, bytes, options);
   }
-  check_limit(path, design, options.limit);
+  check_design(path, design, options.limits);
   return design;
 }
 

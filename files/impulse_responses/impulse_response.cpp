@@ -55,13 +55,13 @@ bool is_text(const std::string& path) {
 }
 
 /** Taps as text, which says nothing of a rate: that of the recording is taken. */
-void append_text(const std::string& path, const ImpulseResponseOptions& options,
+void append_text(const std::string& path, int rate, const ImpulseResponseOptions& options,
                  ImpulseResponse* response) {
   std::ifstream file(path, std::ios::binary);
   const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
   const CoefficientLimit limit{static_cast<std::size_t>(options.max_taps),
                                std::to_string(options.max_taps) + " taps; " + options.limit};
-  for (std::vector<double>& taps : parse_channels(path, text, limit)) {
+  for (std::vector<double>& taps : parse_channels(path, text, rate)) {
     if (options.part.offset >= taps.size())
       throw Error(kInputError, path + ": has " + std::to_string(taps.size()) +
                                    " taps, none after an offset of " +
@@ -77,7 +77,7 @@ void append_text(const std::string& path, const ImpulseResponseOptions& options,
 
 void append_file(const std::string& path, int rate, const ImpulseResponseOptions& options,
                  ImpulseResponse* response) {
-  if (is_text(path)) return append_text(path, options, response);
+  if (is_text(path)) return append_text(path, rate, options, response);
   AudioReader reader(path, kMostChannels);
   if (reader.rate() != rate && !options.resample)
     throw Error(kInputError, path + ": the response is at " + std::to_string(reader.rate()) +
@@ -171,7 +171,7 @@ std::size_t count_channels(const std::string& path) {
     ImpulseResponse response;
     ImpulseResponseOptions options;
     options.max_taps = std::numeric_limits<int>::max();
-    append_text(path, options, &response);
+    append_text(path, 0, options, &response);
     return response.size();
   }
   return static_cast<std::size_t>(AudioReader(path, kMostChannels).channels());

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "coefficients/formats.h"
+#include "coefficients/kinds.h"
 #include "coefficients/parse.h"
 #include "design/prepare.h"
 #include "design/roots.h"
@@ -39,29 +40,24 @@ FilterDesign::Kind kind_of(Kind kind) {
                               : FilterDesign::kSections;
 }
 
-jurn::ReadOptions options_for(FilterDesign::Kind kind, int rate, jurn::Precision precision) {
-  jurn::ReadOptions options{kind, {}, jurn::Format::kByContent, {}, rate};
-  options.limit = kind == FilterDesign::kFir   ? jurn::fir_limit()
-                  : kind == FilterDesign::kIir ? jurn::iir_limit()
-                                               : jurn::section_limit();
-  if (kind != FilterDesign::kSections && precision == jurn::Precision::kDouble)
-    options.limit = {JURN_FLOAT_COEFFICIENTS,
-                     std::to_string(JURN_FLOAT_COEFFICIENTS) +
-                         " coefficients, the limit for float samples; 16-bit samples take " +
-                         std::to_string(JURN_COEFFICIENTS)};
+jurn::ReadOptions options_for(Kind kind, int rate, jurn::Precision precision) {
+  jurn::ReadOptions options{{}, jurn::filter_limits(), jurn::Format::kByContent, {}, rate};
+  if (kind != Kind::kAutomatic) options.wanted = kind_of(kind);
+  if (precision == jurn::Precision::kDouble)
+    options.limits.fir = options.limits.iir = {
+        JURN_FLOAT_COEFFICIENTS,
+        std::to_string(JURN_FLOAT_COEFFICIENTS) +
+            " coefficients, the limit for float samples; 16-bit samples take " +
+            std::to_string(JURN_COEFFICIENTS)};
   return options;
 }
 
 /** One array for taps, two for numerator and denominator, six values each for sections. */
-FilterDesign design_of_arrays(const std::vector<std::vector<double>>& arrays, Kind kind) {
-  if (kind == Kind::kAutomatic) {
-    const auto has_six = [](const std::vector<double>& array) { return array.size() == 6; };
-    kind = std::all_of(arrays.begin(), arrays.end(), has_six) ? Kind::kSections
-           : arrays.size() == 1                               ? Kind::kFir
-                                                              : Kind::kIir;
-  }
-  FilterDesign design{kind_of(kind), {}, {}};
-  if (kind == Kind::kSections) {
+FilterDesign design_of_arrays(const std::vector<std::vector<double>>& arrays, Kind wanted) {
+  const FilterDesign::Kind kind =
+      wanted == Kind::kAutomatic ? jurn::kind_of_lists(arrays) : kind_of(wanted);
+  FilterDesign design{kind, {}, {}};
+  if (kind == FilterDesign::kSections) {
     for (const std::vector<double>& section : arrays) {
       if (section.size() != 6)
         throw std::runtime_error("coefficients: a section has " + std::to_string(section.size()) +
@@ -70,15 +66,15 @@ FilterDesign design_of_arrays(const std::vector<std::vector<double>>& arrays, Ki
       design.a.insert(design.a.end(), section.begin() + 3, section.end());
     }
   } else {
-    const std::size_t wanted = kind == Kind::kFir ? 1 : 2;
-    if (arrays.size() != wanted)
+    const std::size_t lists = kind == FilterDesign::kFir ? 1 : 2;
+    if (arrays.size() != lists)
       throw std::runtime_error("coefficients: has " + std::to_string(arrays.size()) +
-                               " arrays; this kind takes " + std::to_string(wanted));
+                               " arrays; this kind takes " + std::to_string(lists));
     design.b = arrays[0];
-    if (wanted == 2) design.a = arrays[1];
+    if (lists == 2) design.a = arrays[1];
   }
   // The library takes the first denominator entry for 1.
-  const std::size_t group = kind == Kind::kSections ? 3 : design.a.size();
+  const std::size_t group = kind == FilterDesign::kSections ? 3 : design.a.size();
   for (std::size_t i = 0; i < design.a.size(); i += group)
     if (design.a[i] != 1.0)
       throw std::runtime_error("coefficients: a denominator starts with " +
@@ -176,32 +172,19 @@ void FilterSource::get_coefficients(GValue* result) const {
 }
 
 FilterDesign FilterSource::read(int rate, jurn::Precision precision) const {
-  const auto options = [&](FilterDesign::Kind wanted) {
-    return options_for(wanted, rate, precision);
-  };
+  const jurn::ReadOptions options = options_for(kind, rate, precision);
   if (!problem_.empty()) throw std::runtime_error(problem_);
   if (source_ == Source::kCoefficients) {
     FilterDesign design = design_of_arrays(arrays_, kind);
-    jurn::check_limit("coefficients", design, options(design.kind).limit);
+    jurn::check_design("coefficients", design, options.limits);
     return design;
   }
   if (source_ == Source::kEqualiser) {
     FilterDesign design = jurn::parse_equaliser_words(lines_, rate);
-    jurn::check_limit("equaliser", design, options(design.kind).limit);
+    jurn::check_design("equaliser", design, options.limits);
     return design;
   }
-  if (kind != Kind::kAutomatic) return jurn::load_design(path_, options(kind_of(kind)));
-  // What the file holds shows in what it can be read as; the first reading's error is the one to
-  // tell when nothing fits.
-  std::string problem;
-  for (const auto tried : {FilterDesign::kSections, FilterDesign::kIir, FilterDesign::kFir}) {
-    try {
-      return jurn::load_design(path_, options(tried));
-    } catch (const std::exception& error) {
-      problem = error.what();
-    }
-  }
-  throw std::runtime_error(problem);
+  return jurn::load_design(path_, options);
 }
 
 const FilterDesign& FilterPreparer::read(const StreamFormat& format) {

@@ -1,6 +1,7 @@
 // The elements in GstCheck's harness: their output has to be that of jurn-filter, bit for bit,
 // however the stream is cut into buffers.
 #include <cmath>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -11,11 +12,28 @@ namespace {
 
 using namespace jurn_test;
 
+/** A file of numpy.save of the shape (2, 6). */
+std::string two_rows_of_six(const double (&values)[12]) {
+  std::string text = std::string("\x93NUMPY\x01\x00v\x00", 10) +
+                     "{'descr': '<f8', 'fortran_order': False, 'shape': (2, 6), }";
+  text.resize(10 + 0x76, ' ');
+  for (const double value : values) {
+    char bytes[sizeof value];
+    std::memcpy(bytes, &value, sizeof value);
+    text.append(bytes, sizeof bytes);
+  }
+  return text;
+}
+
+// Numerator and denominator of fifth order, which are no two sections.
+constexpr double kFifth[] = {0.1, 0.2, 0.1, 0.2, 0.1, 0.2, 1.0, -0.5, 0.25, -0.1, 0.05, -0.01};
+
 constexpr char kLowCut[] = "0.9 -1.8 0.9\n1 -1.8 0.81\n";  // numerator, denominator
 
 TEST_F(Elements, EveryKindIsTheToolsWhateverTheBuffers) {
   const std::string taps = write("taps.txt", "0.5\n-0.25\n0.125\n0.5\n");
   const std::string low_cut = write("low-cut.txt", kLowCut);
+  const std::string fifth = write("fifth.npy", two_rows_of_six(kFifth));
   const std::string band = kBand;
   const std::string routes =
       write("routes.txt", "1 3 " + band + "\n2 1 " + band + "\n1 1 " + band + "\n");
@@ -32,6 +50,9 @@ TEST_F(Elements, EveryKindIsTheToolsWhateverTheBuffers) {
       {"jurnfilter location=" + taps, "fir -c " + taps, 2},
       {"jurnfilter kind=fir coefficients=\"<<0.5,-0.25,0.125,0.5>>\"", "fir -c " + taps, 1},
       {"jurnfilter location=" + low_cut, "iir -c " + low_cut, 2},
+      {"jurnfilter location=" + fifth, "iir -c " + fifth, 2},
+      {"jurnfilter coefficients=\"<<0.1,0.2,0.1,0.2,0.1,0.2>,<1.0,-0.5,0.25,-0.1,0.05,-0.01>>\"",
+       "iir -c " + fifth, 1},
       {"jurnfilter coefficients=\"<<0.9,-1.8,0.9>,<1.0,-1.8,0.81>>\"", "iir -c " + low_cut, 1},
       {"jurnfilter location=" + equaliser, "sos -c " + equaliser, 2},
       {"jurnfilter equaliser=\"" + lines + "\" gain=-3", "sos --gain -3 -c " + equaliser, 2},

@@ -176,6 +176,13 @@ def test_files_are_read_checked_and_reported(tmp_path):
     assert taps.kind == "fir" and taps.b.tolist() == [0.5, 0.25]
     np.save(tmp_path / "sos.npy", SOS)
     np.testing.assert_array_equal(jurn.read_coefficients(tmp_path / "sos.npy").sos, SOS)
+    # Two tables of the shape (2, 6): the a0 of sections tell them apart.
+    for values in (np.array(signal.butter(5, 0.3)), signal.butter(4, 0.3, output="sos")):
+        np.save(tmp_path / "two_rows.npy", values)
+        design = jurn.read_coefficients(tmp_path / "two_rows.npy")
+        found = design.sos if design.kind == "sos" else np.array([design.b, design.a])
+        np.testing.assert_array_equal(found, values)
+        assert design.kind == ("sos" if values[0, 3] == 1 else "iir")
     pair = written("b", "0.2 0.1\n"), written("a", "1 -0.5\n")
     assert jurn.read_coefficients(pair).a.tolist() == [1, -0.5]
     room_equaliser = written("eq.txt", "Filter 1: ON PK Fc 100 Hz Gain 6 dB Q 2\n")

@@ -11,10 +11,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
   const jurn::Format formats[] = {jurn::Format::kByContent, jurn::Format::kNumbers,
                                   jurn::Format::kNumPy,     jurn::Format::kHeader,
-                                  jurn::Format::kBiquads,   jurn::Format::kEqualiser};
+                                  jurn::Format::kBiquads,   jurn::Format::kEqualiser,
+                                  jurn::Format::kScalars,   jurn::Format::kRewResponse,
+                                  jurn::Format::kRawS24In3, jurn::Format::kRawFloat32};
   jurn::ReadOptions options;
-  options.wanted = static_cast<jurn::FilterDesign::Kind>(data[0] % 3);
-  options.limit = {20, "20, the limit of this test"};
+  if (data[0] % 4 != 3) options.wanted = static_cast<jurn::FilterDesign::Kind>(data[0] % 4);
+  const jurn::CoefficientLimit limit = {20, "20, the limit of this test"};
+  options.limits = {limit, limit, limit};
   options.format = formats[data[1] % std::size(formats)];
   options.rate = data[0] & 128 ? 48000 : 0;
   if (data[0] & 64) options.variables = {"b", "a"};
@@ -22,13 +25,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   try {
     const jurn::FilterDesign design =
         jurn::parse_design(path, {reinterpret_cast<const char*>(data) + 2, size - 2}, options);
-    const size_t most =
-        (design.kind == jurn::FilterDesign::kSections ? 3 : 1) * options.limit.count;
+    const size_t most = (design.kind == jurn::FilterDesign::kSections ? 3 : 1) * limit.count;
     require(!design.b.empty() && design.b.size() <= most && design.a.size() <= most,
             "the design keeps the limit");
     for (const auto* values : {&design.b, &design.a})
       for (double x : *values)
         require(std::fabs(x) <= std::numeric_limits<float>::max(), "a float holds every value");
+    require(!options.wanted || design.kind == *options.wanted, "the design is of the kind wanted");
     require(design.a.empty() == (design.kind == jurn::FilterDesign::kFir), "only FIRs lack an a");
     if (!design.a.empty()) require(design.a[0] == 1.0, "the denominator starts with 1");
   } catch (const jurn::Error& error) {

@@ -371,7 +371,7 @@ class FormatTest(ToolTest):
         for command, name, text, *words in (
                 ("fir", "room.mp3", None, "is an MP3 file", ".npy", "WAV"),
                 ("fir", "plot.png", None, "is a PNG picture"), ("fir", "page.html", None, "HTML"),
-                ("fir", "x.npz", None, "ZIP", ".npz"), ("fir", "noise.bin", None, "numeric"),
+                ("fir", "x.npz", None, "'arr_0' of 5 x 6", "run with sos"), ("fir", "noise.bin", None, "numeric"),
                 ("fir", "3d.npy", None, "(2, 3, 4)", "(L, 6)"),
                 ("fir", "complex.npy", None, "'<c16'", "float64"),
                 ("fir", "nan.npy", None, "nan", "value 2"),

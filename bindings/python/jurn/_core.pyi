@@ -153,7 +153,7 @@ def _prepare(
     kind: int, b: list[float], a: list[float], in_double: bool, as_is: bool, as_sections: bool
 ) -> Tuple[_Flat, bool, float, float, float, list[str], list[str]]: ...
 def _load_design(
-    paths: list[str], kind: int, variables: list[str], rate: int, negate: Optional[bool]
+    paths: list[str], kind: Optional[int], variables: list[str], rate: int, negate: Optional[bool]
 ) -> Tuple[_Flat, list[str]]: ...
 def _read_response(
     paths: list[str], rate: int, resample: bool, truncate: int, normalise: bool

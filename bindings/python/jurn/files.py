@@ -32,8 +32,9 @@ def read_coefficients(
     rate : float, optional
         Sampling rate of the recordings, which an equaliser file needs.
     kind : {'fir', 'iir', 'sos'}, optional
-        What the file holds; by default sections if it can be read as such, or else numerator and
-        denominator, or else taps.
+        What is wanted; by default what the file holds: by the names in it, or else by its shape.
+        A table of two rows is numerator and denominator, but one of six columns whose fourth is 1
+        in both rows is two sections.
     variables : sequence of str, optional
         Names of the arrays in a file with names.
     negate_a : bool, optional
@@ -73,23 +74,9 @@ def read_coefficients(
         kind = "iir"
     if kind is not None and kind not in KINDS:
         raise ValueError(f"kind: {kind!r}; takes one of {', '.join(KINDS)}")
-    found, errors = {}, []
-    for wanted in KINDS if kind is None else (kind,):
-        try:
-            found[wanted] = _core._load_design(
-                names, KINDS.index(wanted), list(variables), int(rate or 0), negate_a
-            )
-        except ValueError as error:
-            errors.append(error)
-    if not found:
-        raise errors[0] if len({str(e) for e in errors}) == 1 else ValueError(
-            "; or ".join(str(e) for e in errors)
-        )
-    if {"iir", "sos"} <= set(found):  # two rows of six numbers: the a0 of sections are equal, 1
-        _, numerator, denominator = found["iir"][0]
-        if numerator[3] != denominator[3]:
-            del found["sos"]
-    flat, warnings = next(found[k] for k in ("sos", "iir", "fir") if k in found)
+    flat, warnings = _core._load_design(
+        names, None if kind is None else KINDS.index(kind), list(variables), int(rate or 0), negate_a
+    )
     warn_of(warnings, level=2)
     return of_flat(*flat)
 

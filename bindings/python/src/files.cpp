@@ -52,14 +52,12 @@ py::tuple prepare(int kind, std::vector<double> b, std::vector<double> a, bool i
 }
 
 std::pair<Flat, std::vector<std::string>> load_design(const std::vector<std::string>& paths,
-                                                      int kind,
+                                                      std::optional<int> kind,
                                                       const std::vector<std::string>& variables,
                                                       int rate, std::optional<bool> negate) {
   jurn::ReadOptions options;
-  options.wanted = static_cast<jurn::FilterDesign::Kind>(kind);
-  options.limit = kind == jurn::FilterDesign::kFir   ? jurn::fir_limit()
-                  : kind == jurn::FilterDesign::kIir ? jurn::iir_limit()
-                                                     : jurn::section_limit();
+  if (kind) options.wanted = static_cast<jurn::FilterDesign::Kind>(*kind);
+  options.limits = jurn::filter_limits();
   options.variables = variables;
   options.rate = rate;
   jurn::FilterDesign design = paths.size() == 2 ? jurn::load_design(paths[0], paths[1], options)

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Filter_control.h"
 #include "coefficients/formats.h"
 #include "design/export.h"
 #include "design/prepare.h"
@@ -102,18 +103,21 @@ EXPORT void jurn_free(void* memory) {
   std::free(memory);
 }
 
-/** Reads a coefficient file. `name` and the bytes are not ended by a zero. */
+/** Reads a coefficient file. `name` and the bytes are not ended by a zero; a negative `wanted` is
+ * whatever the file holds. */
 EXPORT const char* jurn_parse(const char* name, int name_length, const char* bytes, int length,
-                              int wanted, int most, int rate) {
-  jurn::ReadOptions options{
-      static_cast<FilterDesign::Kind>(wanted),
-      {static_cast<std::size_t>(most),
-       std::to_string(most) + (wanted == FilterDesign::kSections
-                                   ? " sections, the limit of this filter"
-                                   : " coefficients, the limit of this filter")},
-      jurn::Format::kByContent,
-      {},
-      rate};
+                              int wanted, int most_taps, int rate) {
+  const auto limit = [](int count, const char* noun) {
+    return jurn::CoefficientLimit{static_cast<std::size_t>(count),
+                                  std::to_string(count) + noun + ", the limit of this filter"};
+  };
+  jurn::ReadOptions options{{},
+                            {limit(most_taps, " taps"), limit(JURN_COEFFICIENTS, " coefficients"),
+                             limit(JURN_COEFFICIENTS / 3, " sections")},
+                            jurn::Format::kByContent,
+                            {},
+                            rate};
+  if (wanted >= 0) options.wanted = static_cast<FilterDesign::Kind>(wanted);
   const std::string path(name, static_cast<std::size_t>(name_length));
   const std::string_view content(bytes, static_cast<std::size_t>(length));
   text.clear();

@@ -74,18 +74,12 @@ class Designer {
 
   /** Reads a coefficient file; throws a DesignError that names the file, the line and the value. */
   parse(name: string, bytes: Uint8Array, options: ParseOptions): Design {
-    if (options.wanted !== undefined) return this.#parseAs(name, bytes, options.wanted, options);
-    let first: unknown;
-    for (const wanted of ['sections', 'iir', 'fir'] as const) {
-      try {
-        return this.#parseAs(name, bytes, wanted, options);
-      } catch (error) {
-        if (!(error instanceof DesignError)) throw error;
-        first ??= error;
-        if (wanted === 'fir') throw error;
-      }
-    }
-    throw first;
+    const path = new TextEncoder().encode(name);
+    const wanted = options.wanted === undefined ? -1 : KINDS[options.wanted];
+    const design = this.#call([path, bytes], ([nameAt, bytesAt]) =>
+      this.#wasm.jurn_parse(nameAt, path.length, bytesAt, bytes.length, wanted,
+                           most('fir', options.precision), options.rate));
+    return { ...(design as Design), precision: options.precision };
   }
 
   /** Prepares a design to run, as the command-line tool does. */
@@ -121,14 +115,6 @@ class Designer {
       return this.#wasm.jurn_export(...coefficients, design.precision === 'int16' ? 1 : 0,
                                    format === 'header' ? 1 : 0, at, path.length);
     }, (file) => file) as string;
-  }
-
-  #parseAs(name: string, bytes: Uint8Array, wanted: keyof typeof KINDS,
-                  { rate, precision }: ParseOptions): Design {
-    const path = new TextEncoder().encode(name);
-    const design = this.#call([path, bytes], ([nameAt, bytesAt]) =>
-      this.#wasm.jurn_parse(nameAt, path.length, bytesAt, bytes.length, KINDS[wanted], most(wanted, precision), rate));
-    return { ...(design as Design), precision };
   }
 
   #withDesign(

@@ -13,18 +13,32 @@ namespace jurn {
 void add_reading(CLI::App* command, ReadingOptions* o) {
   command->add_flag("--normalise", o->normalise,
                     "Scale the filter's largest gain over all frequencies to 0 dB, before --gain");
-  add_choice<Format>(command, "--format", &o->format,
-                     "Format of the coefficients: numbers (text, CSV), named (Octave, .fcf, "
-                     "assignments), npy, mat, header (C, of MATLAB), biquads, equaliser or audio",
-                     {{"numbers", Format::kNumbers},
-                      {"named", Format::kNamed},
-                      {"npy", Format::kNumPy},
-                      {"mat", Format::kMatlab},
-                      {"header", Format::kHeader},
-                      {"biquads", Format::kBiquads},
-                      {"equaliser", Format::kEqualiser},
-                      {"audio", Format::kAudio}},
-                     "by content");
+  add_choice<Format>(
+      command, "--format", &o->format,
+      "Format of the coefficients: numbers (text, CSV), named (Octave, .fcf, "
+      "assignments), single (h[0] = ...), npy, npz, mat, json, header (C, of MATLAB), "
+      "biquads, equaliser, camilla (YAML), rew (impulse response), audio, or taps "
+      "without a header: S16LE, S24LE3, S24LE, S32LE, FLOAT32LE, FLOAT64LE",
+      {{"numbers", Format::kNumbers},
+       {"named", Format::kNamed},
+       {"npy", Format::kNumPy},
+       {"mat", Format::kMatlab},
+       {"header", Format::kHeader},
+       {"biquads", Format::kBiquads},
+       {"equaliser", Format::kEqualiser},
+       {"single", Format::kScalars},
+       {"npz", Format::kNumPyArchive},
+       {"json", Format::kJson},
+       {"camilla", Format::kCamilla},
+       {"rew", Format::kRewResponse},
+       {"audio", Format::kAudio},
+       {"S16LE", Format::kRawS16},
+       {"S24LE3", Format::kRawS24In3},
+       {"S24LE", Format::kRawS24In4},
+       {"S32LE", Format::kRawS32},
+       {"FLOAT32LE", Format::kRawFloat32},
+       {"FLOAT64LE", Format::kRawFloat64}},
+      "by content");
   command
       ->add_option("--variables", o->variables,
                    "Names of a .mat file's or header's arrays: taps; b,a; or sections,gain")
@@ -44,9 +58,8 @@ void add_signs(CLI::App* command, ReadingOptions* o) {
 }
 
 FilterDesign read_design(const CoefficientFiles& files, FilterDesign::Kind kind,
-                         const CoefficientLimit& limit, const ReadingOptions& options, int rate,
-                         double gain) {
-  const ReadOptions read{kind, limit, options.format, options.variables, rate};
+                         const ReadingOptions& options, int rate, double gain) {
+  const ReadOptions read{kind, filter_limits(), options.format, options.variables, rate};
   FilterDesign design = files.all.empty() ? load_design(files.numerator, files.denominator, read)
                                           : load_design(files.all, read);
   warn(check_stability(files.name(), options.negate_a, &design));
@@ -149,9 +162,9 @@ void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
 }
 
 void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
-                FilterDesign::Kind kind, const CoefficientLimit& limit) {
+                FilterDesign::Kind kind) {
   set_design(filter, options, options->files.name(), [=](int rate) {
-    return read_design(options->files, kind, limit, options->reading, rate,
+    return read_design(options->files, kind, options->reading, rate,
                        from_decibels(filter->gain_db));
   });
 }

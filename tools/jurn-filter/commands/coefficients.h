@@ -33,8 +33,7 @@ struct CoefficientFiles {
 
 /** Reads and checks a design; warnings are printed. The gain comes on top of the design's. */
 FilterDesign read_design(const CoefficientFiles& files, FilterDesign::Kind kind,
-                         const CoefficientLimit& limit, const ReadingOptions& options, int rate,
-                         double gain);
+                         const ReadingOptions& options, int rate, double gain);
 /** Scales a design's largest gain to 0 dB if that is asked for, and warns where it clips. */
 void check_gain(const std::string& name, bool normalise, double gain, FilterDesign* design);
 
@@ -59,7 +58,7 @@ Prepared prepare_and_say(const std::string& name, const FilterDesign& design,
 /** Makes the filter run the design of a file, which is read once for every rate; or the design that
  * `design`(rate) gives, whose name is for messages. */
 void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
-                FilterDesign::Kind kind, const CoefficientLimit& limit);
+                FilterDesign::Kind kind);
 void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
                 const std::string& name, std::function<FilterDesign(int rate)> design);
 

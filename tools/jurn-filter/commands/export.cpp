@@ -39,15 +39,12 @@ ExportFormat format_of(const ExportCommand& o) {
 void run_export(const ExportCommand& o) {
   CoefficientFiles files = o.design.files;
   FilterDesign::Kind kind = FilterDesign::kIir;
-  CoefficientLimit limit = iir_limit();
   if (!o.fir.empty()) {
     files.all = o.fir;
     kind = FilterDesign::kFir;
-    limit = fir_limit();
   } else if (!o.sos.empty()) {
     files.all = o.sos;
     kind = FilterDesign::kSections;
-    limit = section_limit();
   } else if (!o.iir.empty()) {
     files.all = o.iir;
   }
@@ -55,7 +52,7 @@ void run_export(const ExportCommand& o) {
   const std::string source = o.filters.empty() ? files.name() : "the equaliser";
   FilterDesign design{};
   if (o.filters.empty()) {
-    design = read_design(files, kind, limit, o.design.reading, o.rate, gain);
+    design = read_design(files, kind, o.design.reading, o.rate, gain);
   } else {
     design = parse_equaliser_words(o.filters, o.rate);
     check_gain(source, o.design.reading.normalise, gain, &design);

@@ -11,7 +11,7 @@ void add_fir(CLI::App* app, Filter* filter, Files* files) {
                    "Taps: numbers as text or CSV (# comments), NumPy .npy, .mat, C header, or WAV")
       ->required();
   add_precision(fir, o.get());
-  fir->final_callback([=] { set_design(filter, o, FilterDesign::kFir, fir_limit()); });
+  fir->final_callback([=] { set_design(filter, o, FilterDesign::kFir); });
 }
 
 }  // namespace jurn

@@ -20,7 +20,7 @@ void add_iir(CLI::App* app, Filter* filter, Files* files) {
   iir->final_callback([=] {
     if (o->files.all.empty() == (o->files.numerator.empty() || o->files.denominator.empty()))
       throw Error(kUsageError, "iir takes either --coefficients or --numerator and --denominator");
-    set_design(filter, o, FilterDesign::kIir, iir_limit());
+    set_design(filter, o, FilterDesign::kIir);
   });
 }
 

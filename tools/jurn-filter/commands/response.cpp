@@ -109,11 +109,8 @@ std::vector<NamedFilter> read_filters(Options* o) {
       const CoefficientFiles& files = request.files;
       if (files.all.empty() && (files.numerator.empty() || files.denominator.empty()))
         throw Error(kUsageError, "each --numerator takes a --denominator");
-      const CoefficientLimit limit = request.kind == FilterDesign::kFir   ? fir_limit()
-                                     : request.kind == FilterDesign::kIir ? iir_limit()
-                                                                          : section_limit();
       add(short_name(files.name()), "",
-          read_design(files, request.kind, limit, options.reading, o->rate, gain));
+          read_design(files, request.kind, options.reading, o->rate, gain));
       o->also_read.insert(o->also_read.end(), {files.all, files.numerator, files.denominator});
     }
   }

@@ -14,7 +14,7 @@ void add_sos(CLI::App* app, Filter* filter, Files* files) {
       ->required();
   add_signs(sos, &o->reading);
   add_preparation(sos, o.get());
-  sos->final_callback([=] { set_design(filter, o, FilterDesign::kSections, section_limit()); });
+  sos->final_callback([=] { set_design(filter, o, FilterDesign::kSections); });
 }
 
 }  // namespace jurn

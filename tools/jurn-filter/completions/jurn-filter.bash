@@ -26,7 +26,7 @@ _jurn_filter() {
       --bits) words="16 24 float" ;;
       --type) words="wav flac raw aiff au caf w64 rf64 ogg opus mp3" ;;
       --precision) words="int16 double float" ;;
-      --format) words="numbers named npy mat header biquads equaliser audio" ;;
+      --format) words="numbers named single npy npz mat json header biquads equaliser camilla rew audio S16LE S24LE3 S24LE S32LE FLOAT32LE FLOAT64LE" ;;
       --route) words="straight crossed left-only mono-to-stereo" ;;
       --of) words="magnitude square" ;;
       --show) words="magnitude phase delay impulse step poles" ;;

@@ -36,7 +36,7 @@ complete -c jurn-filter -n 'test -n "$(__jurn_filter_command)"; and string match
 complete -c jurn-filter -l bits -x -a '16 24 float'
 complete -c jurn-filter -l type -x -a 'wav flac raw aiff au caf w64 rf64 ogg opus mp3'
 complete -c jurn-filter -l precision -x -a 'int16 double float'
-complete -c jurn-filter -l format -x -a 'numbers named npy mat header biquads equaliser audio'
+complete -c jurn-filter -l format -x -a 'numbers named single npy npz mat json header biquads equaliser camilla rew audio S16LE S24LE3 S24LE S32LE FLOAT32LE FLOAT64LE'
 complete -c jurn-filter -l route -x -a 'straight crossed left-only mono-to-stereo'
 complete -c jurn-filter -l of -x -a 'magnitude square'
 complete -c jurn-filter -l show -x -a 'magnitude phase delay impulse step poles'

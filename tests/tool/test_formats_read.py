@@ -1,0 +1,246 @@
+"""Coefficient files as other programs write them: the right numbers, or a refusal that says why."""
+
+import json
+import os
+import subprocess
+import unittest
+
+import numpy as np
+from scipy import io, signal
+
+from test_tool import SPEECH, TOOL, ToolTest, contents
+
+TAPS = signal.firwin(31, 0.3)
+B, A = signal.butter(5, 0.3)
+SOS = signal.butter(5, 0.3, output="sos")
+ZPK = signal.cheby1(3, 1, [0.2, 0.4], "bandpass", output="zpk")
+RATE = 48000
+
+
+def lines(values):
+    return "\n".join(map(repr, np.asarray(values).tolist()))
+
+
+class ReadTest(ToolTest):
+    def numbers(self, kind, name, *options):
+        """The coefficients that a file holds, through a NumPy file."""
+        if os.path.exists("read.npy"):
+            os.remove("read.npy")
+        done = subprocess.run(
+            [TOOL, "export", "read.npy", f"--{kind}", name, "--rate", str(RATE), "--as-is",
+             "--precision", "double", *options], capture_output=True, text=True, check=False)
+        self.assertEqual(done.returncode, 0, (name, done.stderr))
+        return np.load("read.npy")
+
+    def put(self, name, content):
+        with open(name, "wb") as file:
+            file.write(content.encode() if isinstance(content, str) else content)
+        return name
+
+    def test_numbers_in_text(self):
+        rows = SOS[:, [4, 5, 0, 1, 2]]
+        csv = "\n".join(",".join(map(repr, row)) for row in rows.tolist())
+        counted = "\n".join(f"{i},{x!r}" for i, x in enumerate(TAPS[:3].tolist()))
+        backwards = "\n".join(f"{x!r},{y!r}" for x, y in zip(A.tolist(), B.tolist()))
+        scalars = "".join(f"{n} = {v!r}\n" for row in SOS.tolist()
+                          for n, v in zip(("b0", "b1", "b2", "a0", "a1", "a2"), row))
+        earlevel = "".join(f"{n} = {v!r}\n" for row in SOS[:, [0, 1, 2, 4, 5]].tolist()
+                           for n, v in zip(("a0", "a1", "a2", "b1", "b2"), row))
+        rew = ("* Impulse Response data saved by REW V5.31\n* IR is normalised\n"
+               "0.5 // Peak value before normalisation\n1 // Peak index\n31 // Response length\n"
+               f"{1 / RATE:.9E} // Sample interval (seconds)\n0.0 // Start time (seconds)\n"
+               "* Data start\n")
+        for kind, text, expected in (
+                ("sos", "a1,a2,b0,b1,b2\n" + csv, SOS),
+                ("sos", "# a1 a2 b0 b1 b2\n" + csv.replace(",", " "), SOS),
+                ("iir", "a,b\n" + backwards, [B, A]),
+                ("fir", "n,h\n" + counted, TAPS[:3]), ("fir", counted, TAPS[:3]),
+                ("fir", "n,h\n0,0.5\n1,0.25\n", [0.5, 0.25]), ("fir", "1 0.5\n2 0.25\n", [0.5, 0.25]),
+                ("fir", "".join(f"h[{i}] = {x!r};\n" for i, x in enumerate(TAPS.tolist())), TAPS),
+                ("fir", "".join(f"h({i + 1}) = {x!r};\n" for i, x in enumerate(TAPS.tolist())), TAPS),
+                ("sos", scalars, SOS), ("sos", earlevel, SOS),
+                ("sos", f"array({SOS.tolist()})", SOS),
+                ("iir", f"(array({B.tolist()}), array({A.tolist()}))", [B, A]),
+                ("fir", rew + lines(TAPS), TAPS / 2),
+                ("fir", rew.replace("is normalised", "is not normalised") + lines(TAPS), TAPS),
+                ("fir", "const q15_t taps[3] = {16384, -8192, 32767};", [0.5, -0.25, 32767 / 32768]),
+                ("fir", "q31_t h[2] = {1073741824, -2147483648};", [0.5, -1])):
+            found = self.numbers(kind, self.put("c.txt", text))
+            np.testing.assert_array_equal(found, expected, text[:40])
+        for kind, text, expected in (("sos", "sos = " + repr(SOS), SOS), ("fir", repr(TAPS), TAPS)):
+            found = self.numbers(kind, self.put("c.txt", text))
+            np.testing.assert_allclose(found, expected, rtol=0, atol=6e-9)  # the digits printed
+
+    def test_zeros_poles_and_gain(self):
+        z, p, k = ZPK
+        frequency = np.linspace(0, np.pi, 512)
+        _, expected = signal.freqz_zpk(z, p, k, frequency)
+        low = signal.butter(3, 0.2, "highpass", output="zpk")
+        text = f"z = {z.tolist()}\np = {p.tolist()}\nk = {k!r}\n"
+        matlab = "; ".join(f"{x.real!r} {'-' if x.imag < 0 else '+'} {abs(x.imag)!r}i" for x in p)
+        pairs = {"zeros": [[x.real, x.imag] for x in z], "poles": [[x.real, x.imag] for x in p],
+                 "gain": k}
+        io.savemat("zpk.mat", {"z": z, "p": p, "k": k})
+        np.savez("zpk.npz", z=z, p=p, k=k)
+        for name in ("zpk.mat", "zpk.npz", self.put("python.txt", text),
+                     self.put("matlab.txt", f"z = {z.real.tolist()};\np = [{matlab}];\nk = {k!r};"),
+                     self.put("zpk.json", json.dumps(pairs))):
+            _, found = signal.sosfreqz(self.numbers("sos", name), frequency)
+            np.testing.assert_allclose(found, expected, rtol=0, atol=1e-12, err_msg=name)
+            self.assert_fails(["fir", SPEECH, "out.wav", "-c", name], name, "zeros and poles", "sos")
+        io.savemat("delayed.mat", {"z": low[0][:1], "p": low[1], "k": low[2]})
+        _, found = signal.sosfreqz(self.numbers("sos", "delayed.mat"), frequency)
+        _, expected = signal.freqz_zpk(low[0][:1], low[1], low[2], frequency)
+        np.testing.assert_allclose(found, expected, rtol=0, atol=1e-12)
+        io.savemat("h.mat", {"H": p, "w": z.real})
+        self.assert_fails(["fir", SPEECH, "out.wav", "-c", "h.mat"], "h.mat", "'H'", "complex")
+        io.savemat("lone.mat", {"p": [0.5, 0.3 + 0.2j], "z": [0, 0], "k": 1})
+        self.assert_fails(["sos", SPEECH, "out.wav", "-c", "lone.mat"], "'p'", "conjugate")
+
+    def test_archives_and_json(self):
+        for save in (np.savez, np.savez_compressed):
+            save("c.npz", sos=SOS, fs=48000.0)
+            np.testing.assert_array_equal(self.numbers("sos", "c.npz"), SOS)
+            save("c.npz", b=B, a=A, note="low pass" if save is np.savez else 1)
+            np.testing.assert_array_equal(self.numbers("iir", "c.npz"), [B, A])
+            save("c.npz", TAPS)
+            np.testing.assert_array_equal(self.numbers("fir", "c.npz"), TAPS)
+        named = [dict(zip(("b0", "b1", "b2", "a1", "a2"), row))
+                 for row in np.delete(SOS, 3, 1).tolist()]
+        for kind, content, expected in (
+                ("fir", TAPS.tolist(), TAPS), ("fir", {"taps": TAPS.tolist(), "fs": 48000}, TAPS),
+                ("iir", {"filter": {"b": B.tolist(), "a": A.tolist()}}, [B, A]),
+                ("sos", SOS.tolist(), SOS), ("sos", {"sos": SOS.tolist()}, SOS),
+                ("sos", {"filters": named}, SOS)):
+            for indent in (None, 2):
+                name = self.put("c.json", json.dumps(content, indent=indent))
+                np.testing.assert_array_equal(self.numbers(kind, name), expected)
+        with open("c.npz", "rb") as file:
+            data = file.read()
+        self.put("cut.npz", data[:-30])
+        self.put("bad.json", '{"b": [1, 2')
+        self.put("ragged.json", '{"sos": [[1, 2], [3]]}')
+        for name, *words in (("cut.npz", "damaged"), ("bad.json", "no JSON"),
+                             ("ragged.json", "'sos'", "as many")):
+            self.assert_fails(["fir", SPEECH, "out.wav", "-c", name], name, *words)
+
+    def test_taps_without_a_header(self):
+        for name, data, expected in (
+                ("S16LE", np.array([16384, -8192], "<i2").tobytes(), [0.5, -0.25]),
+                ("S24LE3", b"\0\0\x40\0\0\xe0", [0.5, -0.25]),
+                ("S24LE", b"\0\0\x40\0\0\0\xe0\xff", [0.5, -0.25]),
+                ("S32LE", np.array([2 ** 30, -2 ** 31], "<i4").tobytes(), [0.5, -1]),
+                ("FLOAT32LE", TAPS.astype("<f4").tobytes(), TAPS.astype("f4")),
+                ("FLOAT64LE", TAPS.astype("<f8").tobytes(), TAPS)):
+            self.put("taps.raw", data)
+            np.testing.assert_array_equal(self.numbers("fir", "taps.raw", "--format", name), expected)
+        self.assert_fails(["fir", SPEECH, "out.wav", "-c", "taps.raw"], "taps.raw", "S16LE",
+                          "FLOAT64LE")
+        self.put("odd.raw", b"12345")
+        self.assert_fails(["fir", SPEECH, "out.wav", "-c", "odd.raw", "--format", "S16LE"], "5 bytes")
+
+    def test_equaliser_spellings(self):
+        rew = ("Filter Settings file\n\nRoom EQ V5.31.1\nDated: 04-Feb-2024 11:02:30\n\n"
+               "Notes:sofa\nsub: loud\n\nEqualiser: Generic\nAverage 1\n")
+        for spelling, plain in (
+                ("LP Q Fc 80 Hz Q 0.9", "LP 80 Q 0.9"), ("Notch Fc 80 Hz Q 5", "NO 80 Q 5"),
+                ("All Pass Fc 80 Hz Q 0.7", "AP 80 Q 0.7"), ("HPF 80 24dB", "HP 80 order 4"),
+                ("LP 80 12 dB", "LP 80 order 2"), ("HP 80 LR4", "HP 80 LR order 4"),
+                ("bell 1k -3 Q2", "PK 1k -3 Q 2"), ("low-pass 1k BW3", "LP 1k order 3"),
+                ("Low Shelf 100 4 Q 0.9", "LS 100 4 Q 0.9")):
+            found = self.numbers("sos", self.put("rew.txt", rew + f"Filter  1: ON  {spelling}\n"))
+            done = subprocess.run([TOOL, "export", "plain.npy", "--overwrite", "--eq", plain,
+                                   "--as-is", "--precision", "double", "--rate", str(RATE)],
+                                  capture_output=True, text=True, check=False)
+            self.assertEqual(done.returncode, 0, done.stderr)
+            np.testing.assert_array_equal(found, np.load("plain.npy"), spelling)
+
+    def test_camilla(self):
+        biquads = """
+devices: {samplerate: 48000, capture: {channels: 2}}
+filters:
+  bass: {type: Biquad, parameters: {type: Peaking, freq: 100, gain: -3, q: 1.4}}
+  low: {type: BiquadCombo, parameters: {type: LinkwitzRileyHighpass, freq: 80, order: 4}}
+  air: {type: Biquad, parameters: {type: Highshelf, freq: 8000, gain: 2, slope: 6}}
+  unused: {type: Delay, parameters: {delay: 3}}
+  half: {type: Gain, parameters: {gain: -6, inverted: true}}
+"""
+        words = ["PK 100 -3 Q 1.4", "HP 80 LR order 4", "HSC 6dB 8000 2"]
+        subprocess.run([TOOL, "export", "plain.npy", *[x for w in words for x in ("--eq", w)], "--as-is", "--precision",
+                        "double", "--rate", str(RATE)], check=True, capture_output=True)
+        expected = np.load("plain.npy")
+        expected[0, :3] *= -10 ** (-6 / 20)
+        pipeline = ("pipeline:\n  - {type: Filter, channels: [0, 1], names: [bass, low]}\n"
+                    "  - {type: Filter, channel: 1, names: [air, half]}\n"
+                    "  - {type: Filter, channel: 0, names: [air, half]}\n")
+        name = self.put("c.yml", biquads + pipeline)
+        np.testing.assert_allclose(self.numbers("sos", name), expected, rtol=1e-15)
+        values = ", ".join(map(repr, TAPS.tolist()))
+        self.put("taps.raw", TAPS.astype("<f4").tobytes())
+        for parameters, taps in (("type: Values, values: [" + values + "]", TAPS),
+                                 ("type: Raw, filename: taps.raw, format: FLOAT32LE",
+                                  TAPS.astype("f4"))):
+            name = self.put("c.yml", "filters:\n  room:\n    type: Conv\n    parameters: {" +
+                            parameters + "}\n")
+            np.testing.assert_array_equal(self.numbers("fir", name), taps)
+        for text, *said in (
+                (biquads + pipeline.replace("channel: 0", "channel: 1"), "different ways"),
+                (biquads + "pipeline:\n  - {type: Mixer, name: mono}\n", ":10:", "'Mixer'"),
+                (biquads, ":7:", "'Delay'"), ("filters:\n  - x: [\n", "YAML"),
+                (biquads.replace("Peaking", "Tilt").replace("type: Delay", "type: Gain"), ":4:",
+                 "'Tilt'"),
+                (biquads.replace("freq: 100", "freq: 30000"), ":4:", "'bass'", "30000")):
+            self.assert_fails(["sos", SPEECH, "out.wav", "-c", self.put("c.yml", text)], "c.yml", *said)
+
+    def test_refusals(self):
+        table = "\n".join(f"{20 * i},{-i / 100},{i}" for i in range(1, 300))
+        np.save("417.npy", np.tile([1.0, 0, 0, 1, 0, 0], (417, 1)))
+        io.savemat("417.mat", {"sos": np.tile([1.0, 0, 0, 1, 0, 0], (417, 1))})
+        same = set()
+        for name in ("417.npy", "417.mat", self.put("417.txt", "1 0 0 1 0 0\n" * 417)):
+            done = subprocess.run([TOOL, "sos", SPEECH, "out.wav", "-c", name], capture_output=True,
+                                  text=True, check=False)
+            self.assertEqual(done.returncode, 3)
+            same.add(done.stderr.replace(name, ""))
+        self.assertEqual(len(same), 1, same)
+        self.assertIn("417", same.pop())
+        line = "Filter 1: ON PK Fc 100 Hz Gain 3 dB Q 1\n"
+        for command, text, *words in (
+                ("sos", line + "If: x\n" + line + "EndIf:\n", ":2:", "'If'", "Equalizer APO"),
+                ("sos", line + "LoudnessCorrection: State 1\n", ":2:", "LoudnessCorrection"),
+                ("sos", "VSTPlugin: Library x.dll\n" + line, ":1:", "VSTPlugin"),
+                ("sos", "Channel: L\n" + line, ":1:", "Equalizer APO", "every one"),
+                ("sos", line + "Filter 2 ON PK Fc 90 Hz Gain 3 dB Q 1\n", ":2:", "colon"),
+                ("fir", "frequency,dB,phase\n" + table, ":1:", "'frequency'"),
+                ("fir", table, "frequency"), ("fir", "left,right\n.1,.2\n.3,.4\n", ":1:", "'left'"),
+                ("fir", ".1,.2\n.3,.4\n.5,.2\n.1,.3\n", "several responses", "convolve"),
+                ("fir", "0 0.5\n1 0.25\n", "numerator"),
+                ("sos", "b0,b1,b2,a1,x\n1,0,0,0,0\n1,0,0,0,0\n", ":1:", "'x'"),
+                ("sos", "b0,b1,a1,a2\n1,0,0,0\n1,0,0,0\n", ":1:", "no column b2"),
+                ("fir", "h[0] = 1\nh[2] = 1\n", ":2:", "index 2"),
+                ("sos", "b0=1\nb1=0\nb2=0\na1=0\n", "no a2"),
+                ("sos", "gain = 1e30\nsos = [1e20 0 0 1 0 0; 1 0 0 1 0 0]\n", "1e+50", "range"),
+                ("fir", "* Impulse Response data saved by REW\n2.2675736961E-5 // Sample interval\n"
+                 "* Data start\n1\n", ":2:", "44100", "48000")):
+            self.assert_fails([command, SPEECH, "out.wav", "-c", self.put("c.txt", text)], "c.txt",
+                              *words)
+
+    def test_what_export_writes_is_read_back(self):
+        for kind, values in (("fir", TAPS), ("iir", np.array([B, A])), ("sos", SOS)):
+            np.save("c.npy", values)
+            for precision in ("int16", "double"):
+                for ending in ("txt", "npy", "mat"):
+                    once, twice = f"once.{ending}", f"twice.{ending}"
+                    common = ["--precision", precision, "--overwrite"]
+                    subprocess.run([TOOL, "export", once, f"--{kind}", "c.npy", "--as-is", *common],
+                                   check=True, capture_output=True)
+                    subprocess.run([TOOL, "export", twice, f"--{kind}", once, "--as-is", *common],
+                                   check=True, capture_output=True)
+                    first, second = ([line for line in contents(name).split(b"\n")
+                                      if ending != "txt" or line[:1] != b"#"]
+                                     for name in (once, twice))
+                    self.assertEqual(first, second)
+
+
+if __name__ == "__main__":
+    unittest.main()
