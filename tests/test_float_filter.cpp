@@ -1,8 +1,9 @@
-/* MORVAX_Qfirf and MORVAX_Qiirf. */
+/* MORVAX_Qfirf, MORVAX_Qiirf and MORVAX_FirRun_API_double. */
 #include <gtest/gtest.h>
 
 #include <memory>
 
+#include "Fir_control.h"
 #include "reference.h"
 #include "support.h"
 
@@ -37,6 +38,25 @@ TEST(FloatKernels, AgreeWithReference) {
       const size_t bytes = past_inputs.expected.size() * sizeof(float);
       ASSERT_TRUE(bytes == 0 || std::memcmp(past_inputs[true], past_inputs[false], bytes) == 0);
     }
+  }
+}
+
+TEST(FloatKernels, FirInDoubleSumsInOrder) {
+  Random random(22);
+  for (int trial = 0; trial < 300; ++trial) {
+    const int blen = random.count(1, 700), count = random.count(0, 1100);
+    const auto values = [&](double* x, int n) { random.taps(x, n, random.one_in(6)); };
+    Twin<double> b(random, blen, values), x(random, blen - 1 + count, values), y(random, count);
+    MORVAX_FirRun_API_double(y[true], x[true] + blen - 1, count, b[true], blen);
+    for (int i = 0; i < count; ++i) {
+      volatile double sum = 0.0;  // volatile: every product and sum is rounded, one after another
+      for (int j = 0; j < blen; ++j) {
+        const volatile double product = b[false][j] * x[false][blen - 1 + i - j];
+        sum = sum + product;
+      }
+      y[false][i] = sum;
+    }
+    ASSERT_TRUE(y.agrees() && x.agrees() && b.agrees()) << blen << " taps, " << count;
   }
 }
 

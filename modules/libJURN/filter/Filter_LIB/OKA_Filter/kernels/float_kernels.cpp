@@ -1,7 +1,8 @@
-/* MORVAX_Qfirf and MORVAX_Qiirf. */
+/* MORVAX_Qfirf, MORVAX_Qiirf and MORVAX_FirRun_API_double. */
 #include "../../../../common/exact_arithmetic.h"
 
 #include "../../Filter_control.h"
+#include "../../Fir_control.h"
 
 #include "feedback.h"
 #include "history.h"
@@ -22,7 +23,18 @@ void to_float(float* output, const double* y, int count) {
   return JURN_CALL_CLONE(to_float(output, y, count));
 }
 
+void fir_in_double(double* output, const double* x, int count, const double* b, int blen) {
+  return JURN_CALL_CLONE(fir_in_double(output, x, count, b, blen));
+}
+
 }  // namespace
+
+void MORVAX_FirRun_API_double(double* output, const double* x, int count, const double* b,
+                              int blen) {
+  JURN_LIMIT(blen >= 1, "MORVAX_FirRun_API_double: blen must be at least 1");
+  JURN_LIMIT(count >= 0, "MORVAX_FirRun_API_double: count must not be negative");
+  fir_in_double(output, x, count, b, blen);
+}
 
 void MORVAX_Qfirf(float* output, const float* input, int inlen, float* mem_input, const double* b,
                   short blen) {
