@@ -13,6 +13,9 @@ struct FilterDesign {
   Kind kind;
   std::vector<double> b;  // taps, numerator, or three per section
   std::vector<double> a;  // IIR: denominator from a0 = 1; sections: three per section, a0 = 1
+  /** Frames by which the result is late only because of how the filter is made; whoever can, drops
+   * them. */
+  int delay = 0;
 };
 
 /** What a filter may have at most, and how an error names it. */

@@ -25,23 +25,29 @@ double gain_at(const std::vector<GraphicPoint>& points, double frequency) {
 
 std::vector<double> linear_phase_taps(const std::vector<GraphicPoint>& points, int rate,
                                       std::size_t count) {
-  constexpr std::size_t kBins = 16384;
+  std::size_t bins = 16384;
+  while (bins < 4 * count) bins *= 2;
   // An even spectrum is the same forwards and backwards.
-  std::vector<double> magnitude(kBins);
-  for (std::size_t k = 0; k <= kBins / 2; ++k) {
-    const double frequency = static_cast<double>(k) * rate / kBins;
+  std::vector<double> magnitude(bins);
+  for (std::size_t k = 0; k <= bins / 2; ++k) {
+    const double frequency = static_cast<double>(k) * rate / static_cast<double>(bins);
     magnitude[k] = from_decibels(gain_at(points, frequency));
-    if (k > 0) magnitude[kBins - k] = magnitude[k];
+    if (k > 0) magnitude[bins - k] = magnitude[k];
   }
-  const std::vector<std::complex<double>> impulse = spectrum(magnitude, kBins);
+  const std::vector<std::complex<double>> impulse = spectrum(magnitude, bins);
   std::vector<double> taps(count);
   const std::size_t middle = count / 2;
   for (std::size_t i = 0; i < count; ++i) {
     const std::size_t away = i < middle ? middle - i : i - middle;
     const double phase = kPi * static_cast<double>(away) / static_cast<double>(middle + 1);
-    taps[i] = impulse[away].real() / kBins * (0.5 + 0.5 * std::cos(phase));
+    taps[i] = impulse[away].real() / static_cast<double>(bins) * (0.5 + 0.5 * std::cos(phase));
   }
   return taps;
+}
+
+std::size_t graphic_taps(int rate, std::size_t most) {
+  const std::size_t count = std::min(most, static_cast<std::size_t>(0.4 * rate) + 1);
+  return count - 1 + count % 2;
 }
 
 }  // namespace jurn

@@ -20,4 +20,7 @@ struct GraphicPoint {
 std::vector<double> linear_phase_taps(const std::vector<GraphicPoint>& points, int rate,
                                       std::size_t count);
 
+/** How many taps that takes for details of 10 Hz, if there may be so many: an odd number. */
+std::size_t graphic_taps(int rate, std::size_t most);
+
 }  // namespace jurn

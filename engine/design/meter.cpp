@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "design/roots.h"
+#include "design/wide.h"
 #include "units.h"
 
 namespace jurn {
@@ -44,13 +45,16 @@ std::complex<double> response(const FilterDesign& design, double angle) {
   return result;
 }
 
-/** What filters are measured with, three parts of a length at full scale: noise with the same power
- * in every octave, the sum of random values each held twice as long as the one before; white noise,
- * for what is broad and high; and a slow sawtooth, for what is low. The generator is written out so
- * that every system makes the same. */
+/**
+ * What filters are measured with, parts of one length at full scale: noise with the same power in
+ * every octave, the sum of random values each held twice as long as the one before; white noise,
+ * for what is broad and high; a slow sawtooth, for what is low; a burst of white noise and silence;
+ * and white noise that fades out, to silence. The generator is written out so that every system
+ * makes the same.
+ */
 std::vector<float> test_signal(std::size_t length) {
   constexpr int rows = 16;
-  std::vector<float> signal(3 * length);
+  std::vector<float> signal(5 * length);
   std::int32_t held[rows] = {};
   std::uint32_t random = 1;
   std::int32_t sum = 0;
@@ -66,9 +70,13 @@ std::vector<float> test_signal(std::size_t length) {
     sum += held[row];
     // The sum's largest values lie around half of what it could reach.
     signal[i] = static_cast<float>(std::min(std::max(sum / (rows / 2), -32767), 32767));
-    signal[length + i] = static_cast<float>(next());
+    const std::int32_t white = next();
+    signal[length + i] = static_cast<float>(white);
     const std::uint64_t step = std::uint64_t{65535} * i / length;  // more than 32 bits on the way
     signal[2 * length + i] = static_cast<float>(static_cast<std::int32_t>(step) - 32768);
+    if (i < length / 8) signal[3 * length + i] = static_cast<float>(white);
+    // Half as loud with every sixteenth of the part.
+    signal[4 * length + i] = static_cast<float>(white / (1 << (16 * i / length)));
   }
   return signal;
 }
@@ -120,6 +128,45 @@ std::vector<Real> run(const FilterDesign& design, const std::vector<float>& inpu
                                                 : run_direct<Real>(design, input);
 }
 
+/** The frames of each part: enough for the slowest pole to ring out; a long numerator costs as much
+ * per sample. */
+std::size_t length_for(const FilterDesign& design, double radius) {
+  const double rings = 16.0 / std::max(1.0 - radius, 1e-6);
+  std::size_t length = 8192;
+  while (static_cast<double>(length) < rings && length < 131072) length *= 2;
+  while (length > 8192 && length * design.a.size() > (std::size_t{1} << 23)) length /= 2;
+  return length;
+}
+
+/** The direct form with twice the digits. */
+std::vector<double> run_wide(const FilterDesign& design, const std::vector<float>& x) {
+  std::vector<Wide> y(x.size());
+  std::vector<double> result(x.size());
+  for (std::size_t i = 0; i < x.size(); ++i) {
+    Wide sum;
+    for (std::size_t j = 0; j < design.b.size() && j <= i; ++j)
+      sum = sum + Wide{static_cast<double>(x[i - j]), 0.0} * design.b[j];
+    for (std::size_t j = 1; j < design.a.size() && j <= i; ++j) sum = sum + y[i - j] * -design.a[j];
+    y[i] = sum;
+    result[i] = sum.high;
+  }
+  return result;
+}
+
+template <typename Real>
+Difference compare(const std::vector<Real>& got, const std::vector<double>& wanted) {
+  Difference d;
+  double sum = 0.0;
+  for (std::size_t i = 0; i < got.size(); ++i) {
+    const double e = std::abs(static_cast<double>(got[i]) - wanted[i]);
+    if (!(e <= d.peak)) d.peak = e;
+    sum += e * e;
+  }
+  d.rms = std::sqrt(sum / static_cast<double>(got.size()));
+  if (std::isfinite(d.rms)) return d;
+  return {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity()};
+}
+
 }  // namespace
 
 std::vector<double> section_peaks(const FilterDesign& sections) {
@@ -137,41 +184,24 @@ std::vector<double> section_peaks(const FilterDesign& sections) {
   return result;
 }
 
-Meter::Meter(const FilterDesign& truth, double radius, Precision precision)
-    : truth_(truth), precision_(precision) {
-  // Each part is long enough for the slowest pole to ring out; a long numerator costs as much per
-  // sample.
-  const double rings = 16.0 / std::max(1.0 - radius, 1e-6);
-  std::size_t length = 8192;
-  while (static_cast<double>(length) < rings && length < 131072) length *= 2;
-  while (length > 8192 && length * truth.a.size() > (std::size_t{1} << 23)) length /= 2;
-  input_ = test_signal(length);
-  wanted_ = run<double>(truth, input_);
-}
-
-template <typename Real>
-Difference Meter::compare(const std::vector<Real>& got) const {
-  Difference d;
-  double sum = 0.0;
-  for (std::size_t i = 0; i < got.size(); ++i) {
-    const double e = std::abs(static_cast<double>(got[i]) - wanted_[i]);
-    if (!(e <= d.peak)) d.peak = e;
-    sum += e * e;
-  }
-  d.rms = std::sqrt(sum / static_cast<double>(got.size()));
-  if (std::isfinite(d.rms)) return d;
-  return {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity()};
-}
+Meter::Meter(const FilterDesign& truth, double radius)
+    : truth_(truth),
+      input_(test_signal(length_for(truth, radius))),
+      wanted_(run<double>(truth, input_)) {}
 
 Difference Meter::of(const FilterDesign& design) const {
-  if (precision_ == Precision::kDouble) return compare(run<double>(design, input_));
-  Difference d = compare(run<float>(design, input_));
+  Difference d = compare(run<float>(design, input_), wanted_);
   // A tone where the rounded coefficients tell most can be further off than noise is.
   for (const double angle : angles_of(truth_)) {
     const double e = 32767.0 * std::abs(response(design, angle) - response(truth_, angle));
     if (std::isfinite(e)) d.peak = std::max(d.peak, e);
   }
   return d;
+}
+
+Difference error_in_double(const FilterDesign& direct_form, double radius) {
+  const std::vector<float> input = test_signal(length_for(direct_form, radius) / 4);
+  return compare(run_direct<double>(direct_form, input), run_wide(direct_form, input));
 }
 
 }  // namespace jurn

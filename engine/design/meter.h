@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "design/filter_design.h"
-#include "design/prepare.h"
 
 namespace jurn {
 
@@ -16,21 +15,20 @@ struct Difference {
   double peak = 0.0, rms = 0.0;
 };
 
-/** Measures what runs against the design in double. */
+/** Measures what runs in float against the design in double. */
 class Meter {
  public:
   /** The radius is that of the design's outermost pole. */
-  Meter(const FilterDesign& truth, double radius, Precision precision);
+  Meter(const FilterDesign& truth, double radius);
   Difference of(const FilterDesign& design) const;
 
  private:
-  template <typename Real>
-  Difference compare(const std::vector<Real>& got) const;
-
   FilterDesign truth_;
-  Precision precision_;
   std::vector<float> input_;
   std::vector<double> wanted_;
 };
+
+/** What a direct form in double loses to one with twice the digits. */
+Difference error_in_double(const FilterDesign& direct_form, double radius);
 
 }  // namespace jurn

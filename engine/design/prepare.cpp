@@ -6,8 +6,12 @@
 #include <cstdio>
 #include <optional>
 
+#include "Convolution_control.h"
+#include "Filter_control.h"
+#include "Sections_control.h"
 #include "design/meter.h"
 #include "design/roots.h"
+#include "design/spectrum.h"
 #include "units.h"
 
 namespace jurn {
@@ -17,6 +21,11 @@ namespace {
 constexpr double kGoodEnough = 0.1;
 // A section's own gain may stand when the peaks lie within a factor of 4 of 1: float has room.
 constexpr int kNearBits = 2;
+// The largest root mean square error of a convolution that was measured, as a share of the norm of
+// its taps times the level of its input.
+constexpr double kConvolutionError = 6.7e-7;
+// Of what rings on.
+constexpr double kLongestTail = 10.0;  // seconds
 
 std::size_t sections_of(const FilterDesign& design) {
   return design.a.size() / 3;
@@ -38,8 +47,7 @@ bool is_stable(const FilterDesign& design, double radius) {
   return true;
 }
 
-FilterDesign rounded(FilterDesign design, Precision precision) {
-  if (precision == Precision::kDouble) return design;
+FilterDesign rounded(FilterDesign design) {
   for (std::vector<double>* all : {&design.b, &design.a})
     for (double& c : *all) c = static_cast<double>(static_cast<float>(c));
   return design;
@@ -80,10 +88,6 @@ std::string count_of_sections(const FilterDesign& design) {
   return std::to_string(count) + (count == 1 ? " section" : " sections");
 }
 
-const char* name_of(Precision precision) {
-  return precision == Precision::kInt16 ? "float" : "double";
-}
-
 /** The steps of preparing one design. */
 class Preparation {
  public:
@@ -91,9 +95,20 @@ class Preparation {
       : design_(design), options_(options) {}
 
   Prepared run() {
+    if (options_.precision == Precision::kInt16)
+      run_records();
+    else
+      run_in_double();
+    result_.tail = tail();
+    return std::move(result_);
+  }
+
+ private:
+  void run_records() {
+    result_.runs = Runs::kRecords;
     if (design_.kind == FilterDesign::kFir) {
-      result_.design = rounded(design_, options_.precision);
-      return std::move(result_);
+      result_.design = rounded(design_);
+      return;
     }
     const double radius = largest_radius(design_);
     const bool sound = is_stable(design_, radius);
@@ -102,50 +117,106 @@ class Preparation {
     else
       sections(sound, radius);
     judge(sound);
-    return std::move(result_);
   }
 
- private:
+  void run_in_double() {
+    result_.design = design_;
+    if (design_.kind == FilterDesign::kFir) {
+      result_.runs = by_convolution() ? Runs::kConvolution : Runs::kFir;
+      return;
+    }
+    const double radius = largest_radius(design_);
+    const bool sound = is_stable(design_, radius);
+    if (design_.kind == FilterDesign::kIir) direct_in_double(sound, radius);
+    judge(sound);
+  }
+
+  /** Its error is that of the transforms in float, at most kConvolutionError of the level that
+   * white noise at full scale has behind the taps: the largest of a second of samples is 5 times
+   * the root mean square. */
+  bool by_convolution() const {
+    if (!options_.in_blocks || design_.b.size() < kConvolutionTaps ||
+        design_.b.size() > JURN_CONVOLUTION_TAPS)
+      return false;
+    if (design_.b.size() >= kLongTaps) return true;
+    if (options_.result == SampleFormat::kFloat) return false;
+    double power = 0.0;
+    for (const double tap : design_.b) power += tap * tap;
+    const double step = options_.result == SampleFormat::kInt16 ? 1.0 : 1.0 / 256.0;
+    return 5.0 * kConvolutionError * (32768.0 / std::sqrt(3.0)) * std::sqrt(power) < 0.5 * step;
+  }
+
+  void direct_in_double(bool sound, double radius) {
+    result_.runs = Runs::kDirectForm;
+    if (options_.as_is) return;
+    FilterDesign& design = result_.design;
+    if (design.b.size() <= 3 && design.a.size() <= 3) {
+      design.kind = FilterDesign::kSections;
+      design.b.resize(3);
+      design.a.resize(3);
+      result_.runs = Runs::kSections;
+    } else if (std::optional<FilterDesign> factored = paired_sections(design_)) {
+      design = *factored;
+      result_.runs = Runs::kSections;
+    } else if (design_.a.size() > 3) {
+      note(Notice::kUnfactored,
+           "its roots cannot be found surely, so it runs as a direct form of order " +
+               std::to_string(design_.a.size() - 1));
+      if (sound) use(design_, error_in_double(design_, radius));
+    }
+  }
+
+  int tail() const {
+    const FilterDesign& d = result_.design;
+    if (d.kind == FilterDesign::kFir) return static_cast<int>(d.b.size()) - 1;
+    const double most = kLongestTail * options_.rate;
+    const double radius = result_.pole_radius;
+    if (radius >= 1.0) return static_cast<int>(most);
+    const double half_a_step = options_.result == SampleFormat::kInt16 ? 0x1p-16 : 0x1p-24;
+    const double frames = radius > 0.0 ? std::log(half_a_step) / std::log(radius) : 0.0;
+    return static_cast<int>(std::min(most, frames + static_cast<double>(d.b.size())));
+  }
+
   void use(const FilterDesign& design, const Difference& error) {
     result_.design = design;
     result_.expected_error = error.peak;
     result_.expected_error_rms = error.rms;
   }
 
-  void note(Notice::Kind kind, const std::string& text) { result_.notices.push_back({kind, text}); }
+  void note(Notice::Kind kind, const std::string& text, Notice::Remedy remedy = Notice::kNone) {
+    result_.notices.push_back({kind, text, remedy});
+  }
 
   bool runs_stable(const FilterDesign& design) const {
     return is_stable(design, largest_radius(design));
   }
 
   void direct(bool sound, double radius) {
-    const FilterDesign as_it_is = rounded(design_, options_.precision);
+    const FilterDesign as_it_is = rounded(design_);
     use(as_it_is, {});
     std::optional<FilterDesign> factored;
     if (sound || options_.as_sections) factored = paired_sections(design_);
     if (factored) scale_sections(&*factored);
     if (sound) {
-      const Meter meter(factored ? *factored : design_, radius, options_.precision);
+      const Meter meter(factored ? *factored : design_, radius);
       use(as_it_is, meter.of(as_it_is));
       const bool stable = runs_stable(as_it_is);
       if (options_.as_is || (stable && result_.expected_error <= 1.0 && !options_.as_sections))
         return;
       if (factored) {
-        const FilterDesign sections = rounded(*factored, options_.precision);
-        const Difference error =
-            options_.precision == Precision::kDouble ? Difference{} : meter.of(sections);
+        const FilterDesign sections = rounded(*factored);
+        const Difference error = meter.of(sections);
         if (!options_.as_sections && stable && error.peak >= result_.expected_error) return;
         std::string why;
         if (!stable)
-          why = std::string("unstable as a direct form in ") + name_of(options_.precision) + ", ";
+          why = "unstable as a direct form in float, ";
         else if (result_.expected_error > 1.0)
-          why = "up to " + lsb(result_.expected_error) + " off as a direct form in " +
-                name_of(options_.precision) + ", ";
+          why = "up to " + lsb(result_.expected_error) + " off as a direct form in float, ";
         use(sections, error);
         return note(Notice::kFactored, why + "runs as " + count_of_sections(sections));
       }
     } else if (factored && !options_.as_is) {
-      use(rounded(*factored, options_.precision), {});
+      use(rounded(*factored), {});
       return note(Notice::kFactored, "runs as " + count_of_sections(result_.design));
     }
     if (!options_.as_is && (sound || options_.as_sections))
@@ -155,16 +226,15 @@ class Preparation {
   void sections(bool sound, double radius) {
     FilterDesign scaled = design_;
     const int bits = options_.as_is ? 0 : scale_sections(&scaled);
-    use(rounded(scaled, options_.precision), {});
+    use(rounded(scaled), {});
     bool paired = false;
-    // In double, sections are exact whatever their order.
-    if (sound && options_.precision == Precision::kInt16) {
-      const Meter meter(design_, radius, options_.precision);
+    if (sound) {
+      const Meter meter(design_, radius);
       use(result_.design, meter.of(result_.design));
       if (!options_.as_is && result_.expected_error > kGoodEnough)
         if (std::optional<FilterDesign> other = paired_sections(design_)) {
           scale_sections(&*other);
-          const FilterDesign candidate = rounded(*other, options_.precision);
+          const FilterDesign candidate = rounded(*other);
           const Difference error = meter.of(candidate);
           paired = runs_stable(candidate) && error.rms < 0.8 * result_.expected_error_rms;
           if (paired) use(candidate, error);
@@ -183,16 +253,28 @@ class Preparation {
   void judge(bool sound) {
     result_.pole_radius = largest_radius(result_.design);
     result_.stable = is_stable(result_.design, result_.pole_radius);
-    if (!result_.stable)
+    const bool records = result_.runs == Runs::kRecords;
+    const Notice::Remedy other = options_.as_is ? Notice::kNotAsIs
+                                 : records      ? Notice::kInDouble
+                                                : Notice::kNone;
+    if (!sound)
       note(Notice::kUnstable,
-           (sound ? std::string("unstable once its coefficients are rounded to ") +
-                        name_of(options_.precision) + ", its"
-                  : std::string("unstable, its")) +
-               " outermost pole has the radius " + shown("%.9g", result_.pole_radius));
+           "unstable, its outermost pole has the radius " + shown("%.9g", largest_radius(design_)));
+    else if (!result_.stable)
+      note(Notice::kUnstable,
+           "unstable once its coefficients are rounded to float, its outermost pole has the "
+           "radius " +
+               shown("%.9g", result_.pole_radius),
+           other);
+    else if (result_.pole_radius > 1.0 - 1e-9 && std::isinf(peak_gain(result_.design)))
+      note(Notice::kUnstable,
+           "at the edge of stability, its gain is infinite at some frequency, and what comes in "
+           "there never ends");
     else if (result_.expected_error > 1.0)
-      note(Notice::kInexact, std::string("up to ") + lsb(result_.expected_error) + " (" +
-                                 lsb(result_.expected_error_rms) + " rms) off in " +
-                                 name_of(options_.precision) + " at full scale");
+      note(Notice::kInexact,
+           "up to " + lsb(result_.expected_error) + " (" + lsb(result_.expected_error_rms) +
+               " rms) off in " + (records ? "float" : "double") + " at full scale",
+           records ? Notice::kInDouble : Notice::kNone);
   }
 
   const FilterDesign& design_;
@@ -201,6 +283,27 @@ class Preparation {
 };
 
 }  // namespace
+
+CoefficientLimit coefficient_limit(FilterDesign::Kind kind, Precision precision) {
+  const bool records = precision == Precision::kInt16;
+  const auto limit = [&](std::size_t in_16_bits, std::size_t in_double, const std::string& what) {
+    const std::size_t count = records ? in_16_bits : in_double;
+    return CoefficientLimit{
+        count, std::to_string(count) + " " + what + ", the limit of this filter" +
+                   (records && in_double > count
+                        ? " in 16 bits; in double it takes " + std::to_string(in_double)
+                        : "")};
+  };
+  switch (kind) {
+    case FilterDesign::kFir:
+      return limit(JURN_COEFFICIENTS, JURN_CONVOLUTION_TAPS, "taps");
+    case FilterDesign::kIir:
+      return limit(JURN_COEFFICIENTS, JURN_COEFFICIENTS,
+                   "coefficients in numerator or denominator");
+    default:
+      return limit(JURN_COEFFICIENTS / 3, JURN_SECTIONS_SECTIONS, "sections");
+  }
+}
 
 Prepared prepare(const FilterDesign& design, const PrepareOptions& options) {
   return Preparation(design, options).run();

@@ -6,6 +6,7 @@
 // rounding of every step. Preparing a design mends what can be mended and measures the rest.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -13,18 +14,30 @@
 
 namespace jurn {
 
-/** Int16 is the library's filter for 16-bit streams, in float; double its filter for float streams,
- * in double, sections as a chain of filters of second order. */
+/** Int16 is what runs on a device: the library's filters for 16-bit streams, in float. Double is
+ * for everything else: sections, FIRs and convolution in double precision or close to it. */
 enum class Precision { kInt16, kDouble };
 
+/** What the samples of a result hold. */
+enum class SampleFormat { kInt16, kInt24, kFloat };
+
+/** What a filter is prepared for. */
 struct PrepareOptions {
-  Precision precision = Precision::kInt16;
+  Precision precision = Precision::kDouble;
+  SampleFormat result = SampleFormat::kInt16;
+  int rate = 48000;
+  /** Whether the calls can be multiples of a block, which convolution needs. */
+  bool in_blocks = true;
   /** Runs the coefficients as they are, only rounded to the precision; measures them all the same.
    */
   bool as_is = false;
   /** Makes sections of a direct form also where it would do as it is. */
   bool as_sections = false;
 };
+
+/** The coefficients that a filter may have: taps, coefficients of a numerator or denominator, or
+ * sections. */
+CoefficientLimit coefficient_limit(FilterDesign::Kind kind, Precision precision);
 
 /** What preparing found or did. Texts are clauses without a file's name and without a full stop, so
  * that a front end can put the name before and the name of its option behind. */
@@ -34,16 +47,32 @@ struct Notice {
     kFactored,   // a direct form became sections
     kUnstable,   // what runs has poles outside the unit circle
     kInexact,    // what runs is more than one LSB away from the design
-    kUnfactored  // sections were asked for or needed, and the design has too high an order
+    kUnfactored  // sections were asked for or needed, and its roots cannot be found surely
+  };
+  enum Remedy {
+    kNone,
+    kInDouble,  // runs it in double
+    kNotAsIs    // lets it be mended
   };
   Kind kind;
   std::string text;
+  Remedy remedy = kNone;
 
   /** Whether the result differs from the design: kUnstable, kInexact and kUnfactored. */
   bool is_warning() const { return kind >= kUnstable; }
 };
 
+/** What runs a filter. */
+enum class Runs {
+  kRecords,      // the 16-bit records
+  kSections,     // the sections in double
+  kFir,          // tap by tap in double
+  kConvolution,  // by transforms, in float
+  kDirectForm    // numerator and feedback in double
+};
+
 struct Prepared {
+  Runs runs = Runs::kSections;
   /** Exactly what runs: with kInt16 every value is a float's. A direct form may have become
    * sections. */
   FilterDesign design;
@@ -56,21 +85,33 @@ struct Prepared {
    */
   double expected_error = 0.0;
   double expected_error_rms = 0.0;
+  /** Frames after which what the filter rings on with is below half a step of the result, and 10
+   * seconds at most. */
+  int tail = 0;
   std::vector<Notice> notices;
 };
 
 /**
  * Prepares a design to run.
  *
- * Sections: where the gain from the input to some section's output peaks further than 12 dB from
- * 0 dB, powers of two move between the sections until all peak within 3 dB; the product stays, and
- * powers of two round nothing. Where it lowers the error, zeros are paired with the nearest poles
- * and the sections ordered by rising pole radius. Direct form: becomes sections where it would be
- * unstable or more than 1 LSB off as it is. FIR: only rounded.
+ * In double, recursive filters run as sections: a direct form of second order as one, higher ones
+ * by their roots, which are multiplied back to see that nothing was lost. Where it was, and where a
+ * numerator is longer than a section's, the direct form runs in double. An FIR runs tap by tap in
+ * double; from kConvolutionTaps taps on by convolution, which is faster, if its error stays below
+ * half a step of the result's samples; and from kLongTaps on in any case.
  *
- * A design that is unstable in itself runs as it is. Takes milliseconds: it runs the filter over
- * tens of thousands of samples.
+ * In 16 bits, sections: where the gain from the input to some section's output peaks further than
+ * 12 dB from 0 dB, powers of two move between the sections until all peak within 3 dB; the product
+ * stays, and powers of two round nothing. Where it lowers the error, zeros are paired with the
+ * nearest poles and the sections ordered by rising pole radius. Direct form: becomes sections where
+ * it would be unstable or more than 1 LSB off as it is. FIR: only rounded.
+ *
+ * A design that is unstable in itself runs as it is. What was prepared, prepares to itself. In 16
+ * bits it takes milliseconds: it runs the filter over tens of thousands of samples.
  */
 Prepared prepare(const FilterDesign& design, const PrepareOptions& options = {});
+
+constexpr std::size_t kConvolutionTaps = 64;
+constexpr std::size_t kLongTaps = 4096;
 
 }  // namespace jurn

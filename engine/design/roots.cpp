@@ -7,6 +7,8 @@
 #include <limits>
 #include <type_traits>
 
+#include "design/wide.h"
+
 namespace jurn {
 namespace {
 
@@ -14,27 +16,6 @@ using Complex = std::complex<double>;
 
 constexpr double kEpsilon = std::numeric_limits<double>::epsilon();
 constexpr std::size_t kMaxOrder = 64;
-
-/** An unevaluated sum of two doubles, about 32 digits. The roots of a direct form lie so close
- * together that the value of the polynomial near them drowns in the rounding of double. */
-struct Wide {
-  double high = 0.0, low = 0.0;
-};
-
-Wide operator+(Wide x, Wide y) {
-  const double sum = x.high + y.high;
-  const double part = sum - x.high;
-  const double low = (x.high - (sum - part)) + (y.high - part) + x.low + y.low;
-  const double high = sum + low;
-  return {high, low - (high - sum)};
-}
-
-Wide operator*(Wide x, double y) {
-  const double product = x.high * y;
-  const double low = std::fma(x.high, y, -product) + x.low * y;
-  const double high = product + low;
-  return {high, low - (high - product)};
-}
 
 double narrow(double x) {
   return x;

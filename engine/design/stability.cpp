@@ -41,21 +41,19 @@ double largest_pole_radius(const FilterDesign& design) {
 
 }  // namespace
 
-std::string check_stability(const std::string& path, std::optional<bool> negate,
-                            FilterDesign* design) {
-  if (negate.value_or(false)) *design = negated(std::move(*design));
+void check_signs(const std::string& path, std::optional<bool> negate, FilterDesign* design) {
+  if (negate) {
+    if (*negate) *design = negated(std::move(*design));
+    return;
+  }
   const double radius = largest_pole_radius(*design);
-  if (radius <= 1.0 + kRadiusTolerance) return {};
+  if (radius <= 1.0 + kRadiusTolerance || largest_pole_radius(negated(*design)) >= 1.0) return;
   char value[32];
   std::snprintf(value, sizeof value, "%.9g", radius);
-  const std::string unstable =
-      path + ": the filter is unstable, its outermost pole has the radius " + value;
-  if (!negate && largest_pole_radius(negated(*design)) < 1.0)
-    throw Error(kInputError,
-                unstable +
-                    "; with the signs of a turned it is stable, so they look negated: --negate-a "
-                    "turns them, --keep-a runs it as it is");
-  return unstable;
+  throw Error(kInputError,
+              path + ": the filter is unstable, its outermost pole has the radius " + value +
+                  "; with the signs of a turned it is stable, so they look negated: --negate-a "
+                  "turns them, --keep-a runs it as it is");
 }
 
 std::string check_peak(const std::string& path, const FilterDesign& design, double gain) {

@@ -4,9 +4,14 @@
 #include <cmath>
 
 #include "Filter_control.h"
+#include "streams/samples.h"
+#include "streams/voice.h"
 
 namespace jurn {
 namespace {
+
+// Of the convolution with an FIR, whose bits follow from it.
+constexpr int kFirBlock = 1024;
 
 static_assert(kMaxAverage == JURN_HISTORY && kMaxBlock == JURN_BLOCK);
 
@@ -87,60 +92,39 @@ class FilterStage : public Int16Stage {
   std::vector<short> pair_;
 };
 
-/** FIR, IIR or sections in double precision: the kernels of the library's float filter, which take
- * histories of any length. Sections are a chain of filters of second order. */
-class DoubleStage : public Stage {
+/** What runs in double: any other voice. */
+class VoiceStage : public Stage {
  public:
-  DoubleStage(const FilterDesign& design, int channels, int block)
-      : Stage(channels, channels, design.kind == FilterDesign::kFir ? block : kIirBlock),
-        channel_(static_cast<std::size_t>(call_frames)) {
-    const std::size_t group = design.kind == FilterDesign::kSections ? 3 : design.b.size();
-    for (std::size_t at = 0; at < design.b.size(); at += group) {
-      const auto part = [&](const std::vector<double>& all) {
-        const std::size_t end = group == 3 ? std::min(at + 3, all.size()) : all.size();
-        return std::vector<double>(all.begin() + static_cast<std::ptrdiff_t>(at),
-                                   all.begin() + static_cast<std::ptrdiff_t>(end));
-      };
-      filters_.push_back({part(design.b), part(design.a)});
-    }
-    const std::size_t frames = channel_.size();
-    for (int c = 0; c < channels; ++c)
-      for (const Filter& filter : filters_)
-        histories_.push_back({std::vector<float>(filter.b.size() - 1 + frames),
-                              std::vector<double>(filter.a.size() + frames)});
+  VoiceStage(std::unique_ptr<Voice> voice, int delay)
+      : Stage(voice->format().inputs, voice->format().outputs, frames_for(*voice)),
+        voice_(std::move(voice)),
+        memory_(static_cast<std::size_t>((channels_in + channels_out) * call_frames)) {
+    double* next = memory_.data();
+    for (int c = 0; c < channels_in; ++c, next += call_frames) in_.push_back(next);
+    for (int c = 0; c < channels_out; ++c, next += call_frames) out_.push_back(next);
+    tail = voice_->tail();
+    latency = delay;
   }
 
  private:
-  struct Filter {
-    std::vector<double> b, a;
-  };
-  struct History {
-    std::vector<float> inputs;
-    std::vector<double> outputs;
-  };
-
-  void call(const float* in, float* out) override {
-    const std::size_t channels = static_cast<std::size_t>(channels_in);
-    float* const x = channel_.data();
-    for (std::size_t c = 0; c < channels; ++c) {
-      split(in, channels, c, &channel_);
-      for (std::size_t k = 0; k < filters_.size(); ++k) {
-        const Filter& f = filters_[k];
-        History& history = histories_[c * filters_.size() + k];
-        const short blen = static_cast<short>(f.b.size()), alen = static_cast<short>(f.a.size());
-        if (f.a.empty())
-          MORVAX_Qfirf(x, x, call_frames, history.inputs.data(), f.b.data(), blen);
-        else
-          MORVAX_Qiirf(x, x, call_frames, history.outputs.data(), history.inputs.data(), f.b.data(),
-                       blen, f.a.data(), alen);
-      }
-      join(channel_, channels, c, out);
-    }
+  // The length of the calls changes no bit of the result.
+  static int frames_for(const Voice& voice) {
+    constexpr int kFrames = 1024;
+    return voice.block() < kFrames ? kFrames / voice.block() * voice.block() : voice.block();
   }
 
-  std::vector<Filter> filters_;
-  std::vector<History> histories_;  // channel by channel
-  std::vector<float> channel_;
+  void call(const float* in, float* out) override {
+    if (voice_->run(in, call_frames, out)) return;
+    for (int c = 0; c < channels_in; ++c)
+      take_samples(in + c, channels_in, call_frames, in_[static_cast<std::size_t>(c)]);
+    voice_->run(in_.data(), call_frames, out_.data());
+    for (int c = 0; c < channels_out; ++c)
+      give_samples(out_[static_cast<std::size_t>(c)], call_frames, out + c, channels_out);
+  }
+
+  std::unique_ptr<Voice> voice_;
+  std::vector<double> memory_;
+  std::vector<double*> in_, out_;
 };
 
 /** The moving average, one record per channel: the moving-sum filter up to its limit, beyond it the
@@ -255,26 +239,16 @@ void Int16Stage::call(const float* in, float* out) {
   if (can_clip_) clipped += full_scale;
 }
 
-CoefficientLimit fir_limit() {
-  return {JURN_COEFFICIENTS, std::to_string(JURN_COEFFICIENTS) + " taps, the limit of this filter"};
-}
-
-CoefficientLimit iir_limit() {
-  return {JURN_COEFFICIENTS,
-          std::to_string(JURN_COEFFICIENTS) +
-              " coefficients in numerator or denominator, the limit of this filter"};
-}
-
-CoefficientLimit section_limit() {
-  return {JURN_COEFFICIENTS / 3,
-          std::to_string(JURN_COEFFICIENTS / 3) + " sections, the limit of this filter"};
-}
-
-std::unique_ptr<Stage> make_filter(const FilterDesign& design, Precision precision, int channels,
-                                   int block) {
-  if (precision == Precision::kDouble)
-    return std::make_unique<DoubleStage>(design, channels, block);
-  return std::make_unique<FilterStage>(design, channels, block);
+std::unique_ptr<Stage> make_filter(const Prepared& prepared, int channels, int block) {
+  if (prepared.runs == Runs::kRecords) {
+    auto stage = std::make_unique<FilterStage>(prepared.design, channels, block);
+    stage->latency = prepared.design.delay;
+    return stage;
+  }
+  Format format;
+  format.inputs = format.outputs = channels;
+  format.block = kFirBlock;
+  return std::make_unique<VoiceStage>(make_voice(prepared, format), prepared.design.delay);
 }
 
 std::unique_ptr<Stage> make_average(int length, int channels, int block) {

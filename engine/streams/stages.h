@@ -73,9 +73,6 @@ class Int16Stage : public Stage {
   std::vector<short> in_, out_;
 };
 
-CoefficientLimit fir_limit();
-CoefficientLimit iir_limit();
-CoefficientLimit section_limit();
 constexpr int kMaxAverage = 2156;
 constexpr int kMaxBlock = 1056;
 /** Frames of a direct-form IIR's calls. It sets small carried-over outputs to 0 at the start of
@@ -83,8 +80,8 @@ constexpr int kMaxBlock = 1056;
  * same. */
 constexpr int kIirBlock = 512;
 
-std::unique_ptr<Stage> make_filter(const FilterDesign& design, Precision precision, int channels,
-                                   int block);
+/** `block` is the length of the calls; it changes no sample. */
+std::unique_ptr<Stage> make_filter(const Prepared& prepared, int channels, int block);
 std::unique_ptr<Stage> make_average(int length, int channels, int block);
 
 }  // namespace jurn

@@ -406,8 +406,8 @@ FilterDesign parse_equaliser(const std::string& path, std::string_view text,
     if (options.wanted && options.wanted != FilterDesign::kFir)
       fail(path, "holds GraphicEQ, which becomes an FIR: fir takes it");
     FilterDesign design{FilterDesign::kFir, {}, {}};
-    design.b = linear_phase_taps(points, rate,
-                                 options.limits.fir.count - 1 + options.limits.fir.count % 2);
+    design.b = linear_phase_taps(points, rate, graphic_taps(rate, options.limits.fir.count));
+    design.delay = static_cast<int>(design.b.size() / 2);
     scale(&design, from_decibels(preamp));
     return design;
   }

@@ -8,6 +8,7 @@
 
 #include "design/equaliser.h"
 #include "design/filter_design.h"
+#include "design/prepare.h"
 
 namespace jurn {
 
@@ -51,8 +52,8 @@ struct Limits {
   }
 };
 
-/** What the filters run. */
-Limits filter_limits();
+/** What filters run in this precision. */
+Limits filter_limits(Precision precision);
 
 /** What is expected of a file. */
 struct ReadOptions {

@@ -85,4 +85,10 @@ FilterDesign::Kind kind_of_rows(const std::string& path, const Rows& table) {
   return FilterDesign::kFir;
 }
 
+Limits filter_limits(Precision precision) {
+  return {coefficient_limit(FilterDesign::kFir, precision),
+          coefficient_limit(FilterDesign::kIir, precision),
+          coefficient_limit(FilterDesign::kSections, precision)};
+}
+
 }  // namespace jurn

@@ -13,7 +13,6 @@
 #include "coefficients/parse.h"
 #include "recordings/audio_io.h"
 #include "recordings/signals.h"
-#include "streams/stages.h"
 
 namespace jurn {
 namespace {
@@ -59,10 +58,6 @@ std::vector<double> read_audio(const std::string& path, const CoefficientLimit& 
 }
 
 }  // namespace
-
-Limits filter_limits() {
-  return {fir_limit(), iir_limit(), section_limit()};
-}
 
 FilterDesign load_design(const std::string& given, const ReadOptions& options) {
   Format format = options.format;

@@ -12,13 +12,12 @@
 #include <utility>
 #include <vector>
 
+#include "design/prepare.h"
 #include "recordings/output_file.h"
 #include "recordings/pipe.h"
 #include "streams/rounding.h"
 
 namespace jurn {
-
-enum class SampleFormat { kInt16, kInt24, kFloat };
 
 /** Of a recording: what libsndfile reads. */
 constexpr int kMaxChannels = 1024;

@@ -73,7 +73,8 @@ void stream(const Job& job, const std::string& what, AudioReader* reader, const 
 }
 
 Recording describe(const Job& job, const AudioReader& reader) {
-  return {job.input, reader.channels(), reader.rate(), reader.frames(), reader.samples()};
+  return {job.input, reader.channels(), reader.rate(), reader.frames(),
+          job.bits.value_or(reader.samples())};
 }
 
 /** The gain at which a result of this peak does not clip. */
@@ -112,7 +113,7 @@ AudioFormat choose_format(const Job& job, SampleFormat samples, const Chain& cha
   }
   format.samples = job.bits.value_or(samples);
   format.narrower = !job.bits;
-  if (samples != SampleFormat::kInt16) format.dither = job.dither;
+  if (samples != SampleFormat::kInt16 || !chain.back()->is_int16) format.dither = job.dither;
   return format;
 }
 

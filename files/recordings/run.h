@@ -22,7 +22,7 @@ struct Recording {
   int channels;
   int rate;
   std::int64_t frames;                          // 0 when unknown
-  SampleFormat samples = SampleFormat::kInt16;  // what its samples need
+  SampleFormat samples = SampleFormat::kInt16;  // what those of the result hold
 };
 
 /** How far a run has come. */

@@ -41,7 +41,8 @@ FilterDesign::Kind kind_of(Kind kind) {
 }
 
 jurn::ReadOptions options_for(Kind kind, int rate, jurn::Precision precision) {
-  jurn::ReadOptions options{{}, jurn::filter_limits(), jurn::Format::kByContent, {}, rate};
+  jurn::ReadOptions options{
+      {}, jurn::filter_limits(jurn::Precision::kInt16), jurn::Format::kByContent, {}, rate};
   if (kind != Kind::kAutomatic) options.wanted = kind_of(kind);
   if (precision == jurn::Precision::kDouble)
     options.limits.fir = options.limits.iir = {
@@ -221,12 +222,13 @@ std::unique_ptr<Prepared> FilterPreparer::prepare(const StreamFormat& format,
   };
   const std::string name = tried_.name();
   const double gain = std::pow(10.0, tried_.gain_db / 20.0);
-  warn(jurn::check_stability(name, std::nullopt, &design));
+  jurn::check_signs(name, std::nullopt, &design);
   if (const std::string peak = jurn::check_peak(name, design, gain); !peak.empty())
     warn(peak + "; a lower gain avoids it");
   jurn::scale(&design, gain);
   jurn::PrepareOptions options;
   options.precision = format.is_float ? jurn::Precision::kDouble : jurn::Precision::kInt16;
+  options.in_blocks = false;
   const jurn::Prepared prepared = jurn::prepare(design, options);
   for (const jurn::Notice& notice : prepared.notices)
     if (notice.is_warning()) warn(name + ": " + notice.text);

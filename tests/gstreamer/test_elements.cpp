@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "allocations.h"
+#include "../allocations.h"
 #include "harness.h"
 
 namespace {
@@ -47,20 +47,24 @@ TEST_F(Elements, EveryKindIsTheToolsWhateverTheBuffers) {
     int channels;
     int difference = 0;  // where the tool runs the filter in another way
   } cases[] = {
-      {"jurnfilter location=" + taps, "fir -c " + taps, 2},
-      {"jurnfilter kind=fir coefficients=\"<<0.5,-0.25,0.125,0.5>>\"", "fir -c " + taps, 1},
-      {"jurnfilter location=" + low_cut, "iir -c " + low_cut, 2},
-      {"jurnfilter location=" + fifth, "iir -c " + fifth, 2},
+      {"jurnfilter location=" + taps, "fir --precision int16 -c " + taps, 2},
+      {"jurnfilter kind=fir coefficients=\"<<0.5,-0.25,0.125,0.5>>\"",
+       "fir --precision int16 -c " + taps, 1},
+      {"jurnfilter location=" + low_cut, "iir --precision int16 -c " + low_cut, 2},
+      {"jurnfilter location=" + fifth, "iir --precision int16 -c " + fifth, 2},
       {"jurnfilter coefficients=\"<<0.1,0.2,0.1,0.2,0.1,0.2>,<1.0,-0.5,0.25,-0.1,0.05,-0.01>>\"",
-       "iir -c " + fifth, 1},
-      {"jurnfilter coefficients=\"<<0.9,-1.8,0.9>,<1.0,-1.8,0.81>>\"", "iir -c " + low_cut, 1},
-      {"jurnfilter location=" + equaliser, "sos -c " + equaliser, 2},
-      {"jurnfilter equaliser=\"" + lines + "\" gain=-3", "sos --gain -3 -c " + equaliser, 2},
+       "iir --precision int16 -c " + fifth, 1},
+      {"jurnfilter coefficients=\"<<0.9,-1.8,0.9>,<1.0,-1.8,0.81>>\"",
+       "iir --precision int16 -c " + low_cut, 1},
+      {"jurnfilter location=" + equaliser, "sos --precision int16 -c " + equaliser, 2},
+      {"jurnfilter equaliser=\"" + lines + "\" gain=-3",
+       "sos --precision int16 --gain -3 -c " + equaliser, 2},
       {"jurnfilter kind=average length=24", "average --length 24", 2},
       {"jurnfilter kind=average length=2000", "average --length 2000", 1},
       {std::string("jurnconvolve block=480 gain=-6 location=") + kBand,
-       std::string("convolve --block 480 --gain -6 --ir ") + kBand, 2},
-      {"jurnconvolve block=480 routes=" + routes, "convolve --block 480 --routes " + routes, 2},
+       std::string("convolve --precision int16 --block 480 --gain -6 --ir ") + kBand, 2},
+      {"jurnconvolve block=480 routes=" + routes,
+       "convolve --precision int16 --block 480 --routes " + routes, 2},
       {"jurnbinaural block=256 azimuth=40", "binaural --block 256 --azimuth 40", 1},
   };
   for (const auto& c : cases) {

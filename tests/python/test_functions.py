@@ -46,14 +46,15 @@ def test_bits_equal_the_tools_on_recordings(path, tmp_path):
     room = jurn.read_response(ROOM, soundfile.info(path).samplerate, resample=True, truncate=3000)
     long_filter = jurn.LongFilter.fir(room, channels=x.ndim)
     late = np.concatenate([x, np.zeros((long_filter.latency + len(room) - 1, *x.shape[1:]), np.int16)])
+    device = ["--precision", "int16"]
     pairs = [
-        (jurn.fir(TAPS, x, 0), ["fir", "-c", tmp_path / "taps"]),
-        (jurn.lfilter(*BA, x, 0), ["iir", "-c", tmp_path / "ba"]),
-        (jurn.sosfilt(SOS, x, 0), ["sos", "-c", tmp_path / "sos.npy"]),
-        (jurn.sosfilt(STEEP, x, 0), ["sos", "-c", tmp_path / "steep.npy"]),
+        (jurn.fir(TAPS, x, 0), ["fir", "-c", tmp_path / "taps", *device]),
+        (jurn.lfilter(*BA, x, 0), ["iir", "-c", tmp_path / "ba", *device]),
+        (jurn.sosfilt(SOS, x, 0), ["sos", "-c", tmp_path / "sos.npy", *device]),
+        (jurn.sosfilt(STEEP, x, 0), ["sos", "-c", tmp_path / "steep.npy", *device]),
         (jurn.moving_mean(31, x, 0), ["average", "--length", 31]),
         (jurn.moving_mean(500, x, 0), ["average", "--length", 500]),
-        (jurn.convolve(x, room, axis=0), ["convolve", "--ir", ROOM, "--resample", "--truncate", 3000]),
+        (jurn.convolve(x, room, axis=0), ["convolve", "--ir", ROOM, "--resample", "--truncate", 3000, *device]),
         (long_filter.run(late)[long_filter.latency :],
          ["convolve", "--ir", ROOM, "--resample", "--truncate", 3000, "--fft"]),
     ]

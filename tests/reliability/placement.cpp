@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -13,22 +14,25 @@
 
 namespace {
 
-/** Storage of its own per size, so that several records may move in turn. */
-char* other_place(size_t bytes, size_t alignment, const void* now) {
-  static std::map<size_t, std::unique_ptr<char[]>> storage[2];
+/** The storage of every record that has moved, by its place. */
+std::map<const void*, std::unique_ptr<char[]>> storage;
+
+void* other_place(size_t bytes, size_t alignment) {
   static int moves = 0;
-  for (auto& half : storage)
-    if (!half[bytes]) half[bytes] = std::make_unique<char[]>(bytes + 256);
-  const char* p = static_cast<const char*>(now);
-  const char* first = storage[0][bytes].get();
-  const bool in_first = p >= first && p < first + 256;
-  const size_t offset = alignment * (++moves % (256 / alignment));
-  return storage[in_first][bytes].get() + offset;
+  auto room = std::make_unique<char[]>(bytes + 256);
+  char* const place = room.get() + alignment * (++moves % (256 / alignment));
+  storage[place] = std::move(room);
+  return place;
+}
+
+void leave(void* record, size_t bytes) {
+  std::memset(record, 0x5a, bytes);
+  storage.erase(record);
 }
 
 void* by_memcpy(void* record, size_t bytes, size_t alignment) {
-  void* place = std::memcpy(other_place(bytes, alignment, record), record, bytes);
-  std::memset(record, 0x5a, bytes);
+  void* const place = std::memcpy(other_place(bytes, alignment), record, bytes);
+  leave(record, bytes);
   return place;
 }
 
@@ -36,9 +40,9 @@ void* by_file(void* record, size_t bytes, size_t alignment) {
   static std::FILE* const file = std::tmpfile();
   std::rewind(file);
   EXPECT_EQ(std::fwrite(record, 1, bytes, file), bytes);
-  std::memset(record, 0x5a, bytes);
+  leave(record, bytes);
   std::rewind(file);
-  void* place = other_place(bytes, alignment, record);
+  void* const place = other_place(bytes, alignment);
   EXPECT_EQ(std::fread(place, 1, bytes, file), bytes);
   return place;
 }

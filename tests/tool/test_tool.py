@@ -127,10 +127,12 @@ class FilterTest(ToolTest):
         write_numbers("sos.txt", signal.butter(4, 0.02, output="sos"))
         wavfile.write("ones.wav", 8000, np.ones(5000, np.int16))
         for source, *command in ((SPEECH, "fir", "-c", "taps.txt"),
+                                 (SPEECH, "fir", "-c", "taps.txt", "--precision", "int16"),
                                  ("ones.wav", "iir", "-c", "ba.txt", "--as-is"),
                                  ("ones.wav", "iir", "-c", "ba.txt", "--as-is", "--precision",
-                                  "double"),
+                                  "int16"),
                                  (SPEECH, "sos", "-c", "sos.txt"),
+                                 (SPEECH, "sos", "-c", "sos.txt", "--precision", "int16"),
                                  (SPEECH, "average", "--length", 9)):
             results = [self.run_filter(*command, "--block", block, source=source)
                        for block in (1, 7, 512, 1056)]
@@ -217,11 +219,12 @@ class FilterTest(ToolTest):
                 self.assertAlmostEqual(results[-1].var(), 3 / 12, delta=0.02)
             self.assertTrue((results[-3] == results[-2]).all())
             self.assertTrue((results[-2] != results[-1]).any())
-        self.run_tool("fir", SPEECH, "out.wav", "-c", "one.txt", "--dither")
+        self.run_tool("fir", SPEECH, "out.wav", "-c", "one.txt", "--dither", "--precision", "int16")
         np.testing.assert_array_equal(read("out.wav")[1], read(SPEECH)[1])
 
     def test_steep_designs_are_prepared(self):
         """Designs that floats spoil as SciPy gives them: silent, thousands off, or unstable."""
+        device = ["--precision", "int16"]
         noise = np.random.default_rng(3).integers(-12000, 12000, (24000, 2)).astype(np.int16)
         wavfile.write("noise.wav", 48000, noise)
         for design, spoilt in (((signal.butter(8, 500, fs=48000, output="sos")), "silent"),
@@ -230,9 +233,9 @@ class FilterTest(ToolTest):
                                ((signal.butter(6, 300, fs=48000, output="sos")), "")):
             write_numbers("sos.txt", design)
             expected = signal.sosfilt(design, noise, axis=0)
-            result = self.run_filter("sos", "-c", "sos.txt", source="noise.wav")
+            result = self.run_filter("sos", "-c", "sos.txt", *device, source="noise.wav")
             self.assert_near(result, to_int16(expected), design, filters=2)
-            as_is = self.run_filter("sos", "-c", "sos.txt", "--as-is", source="noise.wav")
+            as_is = self.run_filter("sos", "-c", "sos.txt", "--as-is", *device, source="noise.wav")
             self.assertGreater(np.abs(as_is - expected).max(), 20, design)
             if spoilt:
                 self.assertFalse(as_is.any())
@@ -242,20 +245,25 @@ class FilterTest(ToolTest):
         b, a = signal.butter(8, 0.05)
         write_numbers("ba.txt", [b, a])
         expected = to_int16(signal.lfilter(b, a, noise, axis=0))
-        for options in ([], ["--as-sections"], ["--precision", "double"]):
+        for options in (device, [*device, "--as-sections"], []):
             result = self.run_filter("iir", "-c", "ba.txt", *options, source="noise.wav")
             self.assert_near(result, expected, options, filters=2)
 
         def said(*options):
             return subprocess.run([TOOL, "iir", "noise.wav", "out.wav", "-c", "ba.txt", "-q",
-                                   "--overwrite", *options], capture_output=True, text=True).stderr
+                                   "--overwrite", *device, *options], capture_output=True, text=True).stderr
         self.assertRegex(said(), r"note: ba.txt: .*sections.*; --as-is")
         self.assertRegex(said("--as-is"), r"warning: ba.txt: .*unstable.*1\.02")
 
     def test_report_counts_clipping_and_suggests_a_gain(self):
         write_numbers("four.txt", [[4]])
-        report = self.run_tool("fir", MUSIC, "out.wav", "-c", "four.txt")
         x = read(MUSIC)[1].astype(int)
+        clipped = int(((4 * x > 32767) | (4 * x < -32768)).sum())
+        report = self.run_tool("fir", MUSIC, "out.wav", "-c", "four.txt")
+        self.assertRegex(report, rf"clipped +{clipped} samples")
+        self.assertRegex(report, rf"peak +{4 * np.abs(x).max()}, ")
+        # The device only shows that samples are at full scale.
+        report = self.run_tool("fir", MUSIC, "out.wav", "-c", "four.txt", "--precision", "int16")
         clipped = int(((4 * x >= 32767) | (4 * x <= -32768)).sum())
         self.assertGreater(clipped, 0)
         self.assertRegex(report, rf"clipped +{clipped} samples")
@@ -607,17 +615,17 @@ class BadInputTest(ToolTest):
                 ("fir", "1e400\n", ":1:", "1e400"),
                 ("fir", "0x10\n", ":1:", "0x10"),
                 ("fir", "1,,2\n", ":1:", "comma"),
-                ("fir", "1\x00\x07\n", ":1:", "1??"),
+                ("fir", "1\x00\x07\n", "binary", "S16LE"),
                 ("fir", "", "no numbers"),
                 ("fir", "# 1 2 3\n", "no numbers"),
-                ("fir", "1 " * 1250 + "\n1", ":2:", "1250"),
+                ("fir --precision int16", "1 " * 1250 + "\n1", "1251", "1250"),
                 ("iir", "1 2\n", ":1:", "1 line"),
                 ("iir", "1\n\n1\n1\n", ":4:", "3 lines"),
                 ("iir", "1\n2 1\n", ":2:", "with 2"),
-                ("iir", "1\n" + "1 " * 1251, ":2:", "1250"),
+                ("iir", "1\n" + "1 " * 1251, "1251", "1250"),
                 ("sos", "1 0 0 1 0 0\n1 2 3 4 5\n", ":2:", "5 numbers", "six"),
                 ("sos", "1 0 0 0.5 0 0\n", ":1:", "0.5"),
-                ("sos", "1 0 0 1 0 0\n" * 417, ":417:", "416")):
+                ("sos --precision int16", "1 0 0 1 0 0\n" * 417, "417", "416")):
             with open("c.txt", "w", encoding="ascii") as file:
                 file.write(text)
             self.assert_fails([*command.split(), SPEECH, "out.wav", "-c", "c.txt"], "c.txt", *words)

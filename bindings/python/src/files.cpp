@@ -34,7 +34,8 @@ py::tuple prepare(int kind, std::vector<double> b, std::vector<double> a, bool i
                                   std::move(a)};
   jurn::PrepareOptions options;
   options.precision = in_double ? jurn::Precision::kDouble : jurn::Precision::kInt16;
-  options.as_is = as_is;
+  options.as_is = as_is || (in_double && design.kind == jurn::FilterDesign::kIir &&
+                            design.b.size() <= 3 && design.a.size() <= 3);  // runs as it is
   options.as_sections = as_sections;
   jurn::Prepared prepared;
   std::string peak;
@@ -57,15 +58,15 @@ std::pair<Flat, std::vector<std::string>> load_design(const std::vector<std::str
                                                       int rate, std::optional<bool> negate) {
   jurn::ReadOptions options;
   if (kind) options.wanted = static_cast<jurn::FilterDesign::Kind>(*kind);
-  options.limits = jurn::filter_limits();
+  options.limits = jurn::filter_limits(jurn::Precision::kInt16);
   options.variables = variables;
   options.rate = rate;
   jurn::FilterDesign design = paths.size() == 2 ? jurn::load_design(paths[0], paths[1], options)
                                                 : jurn::load_design(paths[0], options);
+  jurn::check_signs(paths.back(), negate, &design);
   std::vector<std::string> warnings;
-  for (const std::string& warning : {jurn::check_stability(paths.back(), negate, &design),
-                                     jurn::check_peak(paths.back(), design, 1.0)})
-    if (!warning.empty()) warnings.push_back(warning);
+  if (const std::string peak = jurn::check_peak(paths.back(), design, 1.0); !peak.empty())
+    warnings.push_back(peak);
   return {flat(design), warnings};
 }
 

@@ -58,25 +58,22 @@ void add_signs(CLI::App* command, ReadingOptions* o) {
 }
 
 FilterDesign read_design(const CoefficientFiles& files, FilterDesign::Kind kind,
-                         const ReadingOptions& options, int rate, double gain) {
-  const ReadOptions read{kind, filter_limits(), options.format, options.variables, rate};
+                         Precision precision, const ReadingOptions& options, int rate) {
+  const ReadOptions read{kind, filter_limits(precision), options.format, options.variables, rate};
   FilterDesign design = files.all.empty() ? load_design(files.numerator, files.denominator, read)
                                           : load_design(files.all, read);
-  warn(check_stability(files.name(), options.negate_a, &design));
-  check_gain(files.name(), options.normalise, gain, &design);
+  check_signs(files.name(), options.negate_a, &design);
+  if (options.normalise) normalise(files.name(), &design);
   return design;
 }
 
-void check_gain(const std::string& name, bool normalise, double gain, FilterDesign* design) {
-  if (normalise) {
-    const double peak = peak_gain(*design);
-    if (!(peak > 0.0 && std::isfinite(peak)))
-      throw Error(kInputError, name + ": the filter's largest gain is " +
-                                   (peak > 0.0 ? "infinite" : "0") +
-                                   ", which cannot be scaled to 0 dB");
-    scale(design, 1.0 / peak);
-  }
-  warn(check_peak(name, *design, gain));
+void normalise(const std::string& name, FilterDesign* design) {
+  const double peak = peak_gain(*design);
+  if (!(peak > 0.0 && std::isfinite(peak)))
+    throw Error(kInputError, name + ": the filter's largest gain is " +
+                                 (peak > 0.0 ? "infinite" : "0") +
+                                 ", which cannot be scaled to 0 dB");
+  scale(design, 1.0 / peak);
 }
 
 CLI::Option* add_coefficients(CLI::App* command, Filter* filter, DesignOptions* options,
@@ -89,9 +86,9 @@ CLI::Option* add_coefficients(CLI::App* command, Filter* filter, DesignOptions* 
 void add_precision(CLI::App* command, DesignOptions* o) {
   add_choice<Precision>(
       command, "--precision", &o->precision,
-      "int16: 16 bits in and out, float inside, as on a phone; double: for 24-bit and float",
-      {{"int16", Precision::kInt16}, {"double", Precision::kDouble}},
-      "int16 for recordings of 16 bits, else double");
+      "double, the result rounded to its samples; or int16: 16 bits in and out and float inside, "
+      "as on a phone",
+      {{"int16", Precision::kInt16}, {"double", Precision::kDouble}}, "double");
 }
 
 void add_preparation(CLI::App* command, DesignOptions* o) {
@@ -106,39 +103,30 @@ void add_as_is(CLI::App* command, DesignOptions* o) {
 }
 
 /** Says what preparing a filter found, with the option that helps. */
-static void say(const std::string& name, const Prepared& prepared, const PrepareOptions& options) {
-  const bool in_float = options.precision == Precision::kInt16;
+static void say(const std::string& name, const Prepared& prepared, bool as_sections) {
   for (const Notice& notice : prepared.notices) {
     const std::string text = name + ": " + notice.text;
-    switch (notice.kind) {
-      case Notice::kScaled:
-        note(text + "; --as-is keeps them");
-        break;
-      case Notice::kFactored:
-        note(text + (options.as_sections ? "" : "; --as-is keeps the direct form"));
-        break;
-      case Notice::kUnstable:
-        warn(text + (options.as_is ? "; without --as-is it may be mended"
-                     : in_float    ? "; --precision double may help"
-                                   : ""));
-        break;
-      case Notice::kInexact:
-        warn(text + (in_float ? "; --precision double avoids it" : ""));
-        break;
-      case Notice::kUnfactored:
-        warn(text);
-    }
+    if (notice.kind == Notice::kScaled)
+      note(text + "; --as-is keeps them");
+    else if (notice.kind == Notice::kFactored)
+      note(text + (as_sections ? "" : "; --as-is keeps the direct form"));
+    else
+      warn(text + (notice.remedy == Notice::kInDouble  ? "; --precision double avoids it"
+                   : notice.remedy == Notice::kNotAsIs ? "; without --as-is it may be mended"
+                                                       : ""));
   }
 }
 
 Prepared prepare_and_say(const std::string& name, const FilterDesign& design,
-                         const DesignOptions& options, Precision precision, bool is_new) {
+                         const DesignOptions& options, const Recording& recording, bool is_new) {
   PrepareOptions preparation;
-  preparation.precision = precision;
+  preparation.precision = options.precision;
+  preparation.result = recording.samples;
+  preparation.rate = recording.rate;
   preparation.as_is = options.as_is;
   preparation.as_sections = options.as_sections;
   Prepared prepared = prepare(design, preparation);
-  if (is_new) say(name, prepared, preparation);
+  if (is_new) say(name, prepared, options.as_sections);
   return prepared;
 }
 
@@ -154,18 +142,15 @@ void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
     }
     FilterDesign scaled = *design;
     scale(&scaled, gain);
-    const Precision precision = options->precision.value_or(
-        recording.samples == SampleFormat::kInt16 ? Precision::kInt16 : Precision::kDouble);
-    const Prepared prepared = prepare_and_say(name, scaled, *options, precision, is_new);
-    return chain_of(make_filter(prepared.design, precision, recording.channels, filter->block));
+    const Prepared prepared = prepare_and_say(name, scaled, *options, recording, is_new);
+    return chain_of(make_filter(prepared, recording.channels, filter->block));
   };
 }
 
 void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
                 FilterDesign::Kind kind) {
   set_design(filter, options, options->files.name(), [=](int rate) {
-    return read_design(options->files, kind, options->reading, rate,
-                       from_decibels(filter->gain_db));
+    return read_design(options->files, kind, options->precision, options->reading, rate);
   });
 }
 

@@ -31,17 +31,17 @@ struct CoefficientFiles {
   const std::string& name() const { return all.empty() ? denominator : all; }
 };
 
-/** Reads and checks a design; warnings are printed. The gain comes on top of the design's. */
+/** Reads and checks a design. */
 FilterDesign read_design(const CoefficientFiles& files, FilterDesign::Kind kind,
-                         const ReadingOptions& options, int rate, double gain);
-/** Scales a design's largest gain to 0 dB if that is asked for, and warns where it clips. */
-void check_gain(const std::string& name, bool normalise, double gain, FilterDesign* design);
+                         Precision precision, const ReadingOptions& options, int rate);
+/** Scales a design's largest gain to 0 dB. */
+void normalise(const std::string& name, FilterDesign* design);
 
 /** What the subcommands take that run one design of a file. */
 struct DesignOptions {
   CoefficientFiles files;
   ReadingOptions reading;
-  std::optional<Precision> precision;  // by default the recording's
+  Precision precision = Precision::kDouble;
   bool as_is = false, as_sections = false;
 };
 CLI::Option* add_coefficients(CLI::App* command, Filter* filter, DesignOptions* options,
@@ -53,7 +53,7 @@ void add_as_is(CLI::App* command, DesignOptions* options);
 
 /** Prepares a design and, for a new one, says what that did. */
 Prepared prepare_and_say(const std::string& name, const FilterDesign& design,
-                         const DesignOptions& options, Precision precision, bool is_new);
+                         const DesignOptions& options, const Recording& recording, bool is_new);
 
 /** Makes the filter run the design of a file, which is read once for every rate; or the design that
  * `design`(rate) gives, whose name is for messages. */

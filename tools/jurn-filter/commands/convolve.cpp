@@ -16,7 +16,7 @@ struct ConvolveOptions {
   std::vector<double> fade_at;
   ImpulseResponseOptions response;
   Wiring wiring = Wiring::kAutomatic;
-  std::optional<Precision> precision;  // by default the recording's
+  Precision precision = Precision::kDouble;  // by default the recording's
   bool fft = false, time_domain = false;
   bool no_tail = false, raw_latency = false;
 
@@ -96,8 +96,7 @@ std::unique_ptr<Stage> make_default(const ConvolveOptions& o, int block, const R
       const std::size_t next = fades.due(first, frames);
       return next ? &all[next] : nullptr;
     };
-  const bool is_int16 = recording.samples == SampleFormat::kInt16;
-  return make_convolver(c, o.precision.value_or(is_int16 ? Precision::kInt16 : Precision::kDouble),
+  return make_convolver(c, o.precision,
                         block);
 }
 
@@ -195,9 +194,9 @@ void add_convolve(CLI::App* app, Filter* filter, Files* files) {
                      "")
       ->excludes("--routes");
   add_choice<Precision>(convolve, "--precision", &o->precision,
-                        "int16: 16 bits in and out; float: for 24-bit and float",
+                        "float, the result rounded to its samples; or int16: 16 bits in and out, as on a phone",
                         {{"int16", Precision::kInt16}, {"float", Precision::kDouble}},
-                        "int16 for recordings of 16 bits, else float");
+                        "float");
   CLI::Option* fft =
       convolve->add_flag("--fft", o->fft, "By one long transform, up to 8192 taps, which is late");
   CLI::Option* time_domain = convolve->add_flag(

@@ -49,7 +49,7 @@ void add_eq(CLI::App* app, Filter* filter, Files* files) {
       throw Error(kUsageError, "eq takes filters, like 'HP 80 Q 0.7' or 'PK 3k -4 Q 2'");
     set_design(filter, o, kName, [=](int rate) {
       FilterDesign design = parse_equaliser_words(*filters, rate);
-      check_gain(kName, o->reading.normalise, from_decibels(filter->gain_db), &design);
+      if (o->reading.normalise) normalise(kName, &design);
       return design;
     });
   });

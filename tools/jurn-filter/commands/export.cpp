@@ -5,6 +5,7 @@
 
 #include "commands/coefficients.h"
 #include "commands/commands.h"
+#include "design/stability.h"
 #include "errors.h"
 #include "recordings/output_file.h"
 #include "report.h"
@@ -52,15 +53,17 @@ void run_export(const ExportCommand& o) {
   const std::string source = o.filters.empty() ? files.name() : "the equaliser";
   FilterDesign design{};
   if (o.filters.empty()) {
-    design = read_design(files, kind, o.design.reading, o.rate, gain);
+    design = read_design(files, kind, o.design.precision, o.design.reading, o.rate);
   } else {
     design = parse_equaliser_words(o.filters, o.rate);
-    check_gain(source, o.design.reading.normalise, gain, &design);
+    if (o.design.reading.normalise) normalise(source, &design);
   }
   scale(&design, gain);
+  warn(check_peak(source, design, 1.0));
   ExportOptions options;
-  options.precision = o.design.precision.value_or(Precision::kInt16);
-  const Prepared prepared = prepare_and_say(source, design, o.design, options.precision, true);
+  options.precision = o.design.precision;
+  const Prepared prepared =
+      prepare_and_say(source, design, o.design, {source, 1, o.rate, 0, SampleFormat::kInt16}, true);
   const std::string stem = std::filesystem::path(o.output).stem().string();
   options.name = identifier_of(!o.name.empty() ? o.name : stem == "-" ? "filter" : stem);
   char error[80];
@@ -108,6 +111,7 @@ void add_export(CLI::App* app, Run* run) {
   add_gain_option(command, &o->gain_db);
   add_reading(command, &o->design.reading);
   add_signs(command, &o->design.reading);
+  o->design.precision = Precision::kInt16;
   add_choice<Precision>(command, "--precision", &o->design.precision,
                         "int16: for the filter of 16-bit streams, in float; double: for that of "
                         "float streams",

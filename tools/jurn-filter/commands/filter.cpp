@@ -74,7 +74,7 @@ Job connect(const Filters& filters) {
       const double own = from_decibels(filter.gain_db);
       for (std::unique_ptr<Stage>& stage : filter.make_chain(recording, i == gained ? gain : own)) {
         recording.channels = stage->channels_out;
-        recording.samples = stage->is_int16 ? SampleFormat::kInt16 : SampleFormat::kFloat;
+        if (stage->is_int16) recording.samples = SampleFormat::kInt16;
         if (recording.frames) recording.frames += stage->added();
         chain.push_back(std::move(stage));
       }

@@ -110,7 +110,7 @@ std::vector<NamedFilter> read_filters(Options* o) {
       if (files.all.empty() && (files.numerator.empty() || files.denominator.empty()))
         throw Error(kUsageError, "each --numerator takes a --denominator");
       add(short_name(files.name()), "",
-          read_design(files, request.kind, options.reading, o->rate, gain));
+          read_design(files, request.kind, Precision::kDouble, options.reading, o->rate));
       o->also_read.insert(o->also_read.end(), {files.all, files.numerator, files.denominator});
     }
   }

@@ -1,0 +1,448 @@
+#include "streams/voice.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "Convolution_control.h"
+#include "Fir_control.h"
+#include "Sections_control.h"
+#include "errors.h"
+#include "streams/live_filter.h"
+#include "streams/memory.h"
+#include "streams/samples.h"
+
+namespace jurn {
+namespace {
+
+class Wire : public Voice {
+ public:
+  explicit Wire(const Format& format) : Voice(Kind::kWire, format) {}
+
+  void run(const double* const* in, int frames, double* const* out) override {
+    for (int c = format().outputs - 1; c >= 0; --c) {
+      const double* const from = in[std::min(c, format().inputs - 1)];
+      if (from != out[c]) std::copy_n(from, frames, out[c]);
+    }
+  }
+  void reset() override {}
+  int tail() const override { return 0; }
+  int memory() const override { return 0; }
+};
+
+/** The library's sections in double, for every 64 channels a stream. */
+class SectionsVoice : public Voice {
+ public:
+  SectionsVoice(const FilterDesign& design, int rings, const Format& format)
+      : Voice(Kind::kSections, format), tail_(rings) {
+    const int sections = static_cast<int>(design.b.size() / 3);
+    std::vector<double> rows;
+    for (std::size_t k = 0; k < design.b.size(); k += 3) {
+      rows.insert(rows.end(), design.b.begin() + static_cast<std::ptrdiff_t>(k),
+                  design.b.begin() + static_cast<std::ptrdiff_t>(k) + 3);
+      rows.insert(rows.end(), design.a.begin() + static_cast<std::ptrdiff_t>(k),
+                  design.a.begin() + static_cast<std::ptrdiff_t>(k) + 3);
+    }
+    std::size_t size = MORVAX_SectionsFilterSize_API(sections, 1);
+    filter_ = allocate<SectionsFilter_ID>(size);
+    if (MORVAX_SectionsFilterCalcu_API(filter_.get(), size, rows.data(), sections, 1))
+      throw Error(kInputError, "the filter has coefficients beyond the numbers of double");
+    for (int c = 0; c < format.inputs; c += JURN_SECTIONS_CHANNELS) {
+      const Sections_shape shape = {std::min(format.inputs - c, JURN_SECTIONS_CHANNELS), sections};
+      size = MORVAX_SectionsStreamSize_API(&shape);
+      streams_.push_back(allocate<SectionsStream_ID>(size));
+      MORVAX_SectionsStreamCalcu_API(streams_.back().get(), size, &shape);
+    }
+  }
+
+  void run(const double* const* in, int frames, double* const* out) override {
+    for (std::size_t i = 0; i < streams_.size(); ++i)
+      MORVAX_SectionsRun_API_planar_double(streams_[i].get(), filter_.get(),
+                                           in + i * JURN_SECTIONS_CHANNELS, frames,
+                                           out + i * JURN_SECTIONS_CHANNELS);
+  }
+  bool run(const short* in, int frames, short* out) override {
+    if (streams_.size() > 1) return false;
+    MORVAX_SectionsRun_API(streams_[0].get(), filter_.get(), in, frames, out);
+    return true;
+  }
+  bool run(const float* in, int frames, float* out) override {
+    if (streams_.size() > 1) return false;
+    MORVAX_SectionsRun_API_float(streams_[0].get(), filter_.get(), in, frames, out);
+    return true;
+  }
+  bool run(const double* in, int frames, double* out) override {
+    if (streams_.size() > 1) return false;
+    MORVAX_SectionsRun_API_double(streams_[0].get(), filter_.get(), in, frames, out);
+    return true;
+  }
+
+  void reset() override {
+    for (const auto& stream : streams_) MORVAX_SectionsReset_API(stream.get());
+  }
+  int tail() const override { return tail_; }
+  int memory() const override { return tail_; }
+
+  bool follow(const Voice& previous) override {
+    if (previous.kind() != Kind::kSections) return false;
+    const auto& other = static_cast<const SectionsVoice&>(previous);
+    if (other.streams_.size() != streams_.size()) return false;
+    for (std::size_t i = 0; i < streams_.size(); ++i)
+      MORVAX_SectionsFollow_API(streams_[i].get(), filter_.get(), other.streams_[i].get(),
+                                other.filter_.get());
+    return true;
+  }
+
+  unsigned long long bad_samples() const override {
+    unsigned long long sum = 0;
+    for (const auto& stream : streams_) sum += MORVAX_SectionsBadSamples_API(stream.get());
+    return sum;
+  }
+
+ private:
+  Owned<SectionsFilter_ID> filter_;
+  std::vector<Owned<SectionsStream_ID>> streams_;
+  int tail_;
+};
+
+/** Samples that a kernel runs at once. */
+constexpr int kPiece = 512;
+
+/** A filter whose channels are alike, each with a past of its own. */
+template <typename Channel>
+class PerChannel : public Voice {
+ public:
+  PerChannel(Kind kind, const Format& format, int rings, int remembers, const Channel& silent)
+      : Voice(kind, format),
+        channels_(static_cast<std::size_t>(format.inputs), silent),
+        silent_(silent),
+        tail_(rings),
+        memory_(remembers) {}
+
+  void run(const double* const* in, int frames, double* const* out) override {
+    for (std::size_t c = 0; c < channels_.size(); ++c)
+      for (int done = 0; done < frames; done += kPiece)
+        channels_[c].run(in[c] + done, std::min(frames - done, kPiece), out[c] + done);
+  }
+  void reset() override { std::fill(channels_.begin(), channels_.end(), silent_); }
+  int tail() const override { return tail_; }
+  int memory() const override { return memory_; }
+
+ private:
+  std::vector<Channel> channels_;
+  Channel silent_;
+  int tail_, memory_;
+};
+
+/** The past samples, followed by the piece. */
+class History {
+ public:
+  explicit History(std::size_t past) : past_(past), samples_(past + kPiece) {}
+
+  /** The piece's first sample, with the past before it. */
+  const double* append(const double* in, int frames) {
+    std::copy_n(in, frames, samples_.data() + past_);
+    return samples_.data() + past_;
+  }
+  double* piece() { return samples_.data() + past_; }
+  /** Makes the piece past. */
+  void advance(int frames) { std::copy_n(samples_.data() + frames, past_, samples_.data()); }
+
+ private:
+  std::size_t past_;
+  std::vector<double> samples_;
+};
+
+struct FirChannel {
+  explicit FirChannel(const std::vector<double>& b) : taps(b), past(b.size() - 1) {}
+
+  void run(const double* in, int frames, double* out) {
+    MORVAX_FirRun_API_double(out, past.append(in, frames), frames, taps.data(),
+                             static_cast<int>(taps.size()));
+    past.advance(frames);
+  }
+
+  std::vector<double> taps;
+  History past;
+};
+
+/** A direct form whose roots are not known surely: in increasing index, numerator less feedback. */
+struct DirectFormChannel {
+  explicit DirectFormChannel(const FilterDesign& design)
+      : b(design.b), a(design.a), inputs(b.size() - 1), outputs(a.size() - 1) {}
+
+  void run(const double* in, int frames, double* out) {
+    MORVAX_FirRun_API_double(out, inputs.append(in, frames), frames, b.data(),
+                             static_cast<int>(b.size()));
+    inputs.advance(frames);
+    double* const y = outputs.piece();
+    for (int i = 0; i < frames; ++i) {
+      double feedback = 0.0;
+      for (std::size_t j = 1; j < a.size(); ++j)
+        feedback += a[j] * y[i - static_cast<std::ptrdiff_t>(j)];
+      const double sum = out[i] - feedback;
+      // What decays ends in silence, and an unstable filter can recover.
+      y[i] = std::abs(sum) >= 1e-30 && std::isfinite(sum) ? sum : 0.0;
+      out[i] = sum;
+    }
+    outputs.advance(frames);
+  }
+
+  std::vector<double> b, a;
+  History inputs, outputs;
+};
+
+/**
+ * The mean of the last samples, without the drift of a sum that is added to for ever: the samples
+ * are cut into groups of `length`; the sum is that of the current group so far, and of the rest of
+ * the group before from where the window begins.
+ */
+struct MeanChannel {
+  explicit MeanChannel(int length) : group(static_cast<std::size_t>(length)), rest(group.size()) {}
+
+  void run(const double* in, int frames, double* out) {
+    for (int i = 0; i < frames; ++i) {
+      group[at] = in[i];
+      sum += in[i];
+      out[i] =
+          (sum + (at + 1 < rest.size() ? rest[at + 1] : 0.0)) / static_cast<double>(group.size());
+      if (++at < group.size()) continue;
+      sum = 0.0;
+      while (at > 0) {
+        --at;
+        sum += group[at];
+        rest[at] = sum;
+      }
+      sum = 0.0;
+    }
+  }
+
+  std::vector<double> group, rest;
+  std::size_t at = 0;
+  double sum = 0.0;
+};
+
+/** The library's 16-bit records. */
+class Int16Voice : public Voice {
+ public:
+  template <typename... Filter>
+  Int16Voice(Kind kind, const Format& format, int rings, int remembers, Filter&&... filter)
+      : Voice(kind, format),
+        filter_(std::forward<Filter>(filter)..., format.inputs),
+        samples_(static_cast<std::size_t>(format.inputs) * kPiece),
+        scale_(32768.0 / format.full_scale),
+        tail_(rings),
+        memory_(remembers) {}
+
+  void run(const double* const* in, int frames, double* const* out) override {
+    const int channels = format().inputs;
+    for (int done = 0; done < frames; done += kPiece) {
+      const int count = std::min(frames - done, kPiece);
+      for (int c = 0; c < channels; ++c)
+        for (int i = 0; i < count; ++i)
+          samples_[static_cast<std::size_t>(i * channels + c)] =
+              to_sample(in[c][done + i] * scale_, short{});
+      filter_.process(samples_.data(), count, samples_.data());
+      for (int c = 0; c < channels; ++c)
+        for (int i = 0; i < count; ++i)
+          out[c][done + i] = samples_[static_cast<std::size_t>(i * channels + c)] / scale_;
+    }
+  }
+  bool run(const short* in, int frames, short* out) override {
+    filter_.process(in, frames, out);
+    return true;
+  }
+
+  void reset() override { filter_.reset(); }
+  int tail() const override { return tail_; }
+  int memory() const override { return memory_; }
+
+ private:
+  LiveFilter filter_;
+  std::vector<short> samples_;
+  double scale_;  // from the format's samples to the int16 scale
+  int tail_, memory_;
+};
+
+/** A response of the library's for one shape. */
+Owned<ConvolutionResponse_ID> make_response(const Convolution_shape& shape,
+                                            const Routing& routing) {
+  std::vector<std::vector<float>> taps;
+  std::vector<Convolution_route> routes;
+  for (const Route& route : routing.routes) {
+    taps.emplace_back(route.taps.begin(), route.taps.end());
+    routes.push_back(
+        {route.input, route.output, taps.back().data(), static_cast<int>(taps.back().size())});
+  }
+  const int count = static_cast<int>(routes.size());
+  const std::size_t size = MORVAX_ConvolutionResponseSize_API(&shape, routes.data(), count);
+  auto response = allocate<ConvolutionResponse_ID>(size);
+  if (MORVAX_ConvolutionResponseCalcu_API(response.get(), size, &shape, routes.data(), count))
+    throw Error(kInputError, "the impulse response has taps beyond the numbers of float");
+  return response;
+}
+
+/** The library's convolution, block by block. */
+class ConvolutionVoice : public Voice {
+ public:
+  ConvolutionVoice(const Routing& routing, int longest, Precision precision, const Format& format)
+      : Voice(Kind::kConvolution, format),
+        shape_{format.inputs, format.outputs, format.block, longest},
+        precision_(precision),
+        scale_(precision == Precision::kInt16 ? 32768.0 / format.full_scale : 1.0),
+        response_(make_response(shape_, routing)),
+        channels_(static_cast<std::size_t>(std::max(format.inputs, format.outputs))) {
+    const std::size_t size = MORVAX_ConvolutionStreamSize_API(&shape_);
+    stream_ = allocate<ConvolutionStream_ID>(size);
+    MORVAX_ConvolutionStreamCalcu_API(stream_.get(), size, &shape_);
+    const std::size_t block = static_cast<std::size_t>(format.block);
+    floats_.resize(channels_.size() * block);
+    samples_.resize(precision == Precision::kInt16 ? floats_.size() : 0);
+    for (std::size_t c = 0; c < channels_.size(); ++c) channels_[c] = floats_.data() + c * block;
+  }
+
+  void run(const double* const* in, int frames, double* const* out) override {
+    for (int done = 0; done < frames; done += shape_.block) {
+      if (precision_ == Precision::kInt16)
+        run_int16(in, done, out);
+      else
+        run_float(in, done, out);
+    }
+  }
+
+  void reset() override {
+    MORVAX_ConvolutionReset_API(stream_.get());
+    if (!next_) return;
+    previous_ = std::move(response_);
+    response_ = std::move(next_);
+  }
+  int block() const override { return shape_.block; }
+  int tail() const override { return shape_.taps - 1; }
+  int memory() const override { return shape_.taps - 1; }
+
+  bool replace(Voice* voice) override {
+    if (voice->kind() != Kind::kConvolution) return false;
+    auto* const other = static_cast<ConvolutionVoice*>(voice);
+    if (precision_ != other->precision_ || std::memcmp(&shape_, &other->shape_, sizeof shape_) != 0)
+      return false;
+    std::swap(stream_, other->stream_);
+    next_ = std::move(response_);
+    response_ = std::move(other->response_);
+    ready_ = false;
+    return true;
+  }
+
+ private:
+  void run_float(const double* const* in, int first, double* const* out) {
+    for (int c = 0; c < shape_.inputs; ++c)
+      for (int i = 0; i < shape_.block; ++i)
+        channels_[static_cast<std::size_t>(c)][i] = static_cast<float>(in[c][first + i]);
+    if (fades_now()) {
+      MORVAX_ConvolutionFade_API_planar(stream_.get(), previous_.get(), response_.get(),
+                                        channels_.data(), channels_.data());
+    } else {
+      MORVAX_ConvolutionRun_API_planar(stream_.get(), response_.get(), channels_.data(),
+                                       channels_.data());
+      prepare_fade();
+    }
+    for (int c = 0; c < shape_.outputs; ++c)
+      for (int i = 0; i < shape_.block; ++i)
+        out[c][first + i] = channels_[static_cast<std::size_t>(c)][i];
+  }
+
+  void run_int16(const double* const* in, int first, double* const* out) {
+    short* const samples = samples_.data();
+    for (int c = 0; c < shape_.inputs; ++c)
+      for (int i = 0; i < shape_.block; ++i)
+        samples[i * shape_.inputs + c] = to_sample(in[c][first + i] * scale_, short{});
+    if (fades_now()) {
+      MORVAX_ConvolutionFade_API(stream_.get(), previous_.get(), response_.get(), samples, samples);
+    } else {
+      MORVAX_ConvolutionRun_API(stream_.get(), response_.get(), samples, samples);
+      prepare_fade();
+    }
+    for (int c = 0; c < shape_.outputs; ++c)
+      for (int i = 0; i < shape_.block; ++i)
+        out[c][first + i] = samples[i * shape_.outputs + c] / scale_;
+  }
+
+  /** Whether this block fades, from previous_ to response_. */
+  bool fades_now() {
+    if (!next_ || !ready_) return false;
+    previous_ = std::move(response_);
+    response_ = std::move(next_);
+    return true;
+  }
+
+  /** After a run: another share of the fade to come. */
+  void prepare_fade() {
+    if (next_) ready_ = MORVAX_ConvolutionPrepareFade_API(stream_.get(), next_.get()) == 0;
+  }
+
+  Convolution_shape shape_;
+  Precision precision_;
+  double scale_;  // from the format's samples to those of the library
+  Owned<ConvolutionResponse_ID> response_;
+  Owned<ConvolutionResponse_ID> next_;      // to fade to, once that is prepared
+  Owned<ConvolutionResponse_ID> previous_;  // no longer needed; freed with the voice
+  Owned<ConvolutionStream_ID> stream_;
+  bool ready_ = false;
+  std::vector<float*> channels_;
+  std::vector<float> floats_;
+  std::vector<short> samples_;
+};
+
+}  // namespace
+
+bool Voice::run(const short*, int, short*) {
+  return false;
+}
+bool Voice::run(const float*, int, float*) {
+  return false;
+}
+bool Voice::run(const double*, int, double*) {
+  return false;
+}
+
+std::unique_ptr<Voice> make_wire(const Format& format) {
+  return std::make_unique<Wire>(format);
+}
+
+std::unique_ptr<Voice> make_mean(int length, Precision precision, const Format& format) {
+  if (precision == Precision::kInt16)
+    return std::make_unique<Int16Voice>(Voice::Kind::kMean, format, length - 1, length - 1, length);
+  return std::make_unique<PerChannel<MeanChannel>>(Voice::Kind::kMean, format, length - 1,
+                                                   length - 1, MeanChannel(length));
+}
+
+std::unique_ptr<Voice> make_voice(const Prepared& prepared, const Format& format) {
+  const FilterDesign& design = prepared.design;
+  switch (prepared.runs) {
+    case Runs::kRecords:
+      return std::make_unique<Int16Voice>(Voice::Kind::kInt16, format, prepared.tail, prepared.tail,
+                                          design, Precision::kInt16);
+    case Runs::kSections:
+      return std::make_unique<SectionsVoice>(design, prepared.tail, format);
+    case Runs::kFir:
+      return std::make_unique<PerChannel<FirChannel>>(Voice::Kind::kFir, format, prepared.tail,
+                                                      prepared.tail, FirChannel(design.b));
+    case Runs::kDirectForm:
+      return std::make_unique<PerChannel<DirectFormChannel>>(Voice::Kind::kDirectForm, format,
+                                                             prepared.tail, prepared.tail,
+                                                             DirectFormChannel(design));
+    case Runs::kConvolution:
+      break;
+  }
+  Routing routing{format.inputs, format.outputs, {}};
+  for (int c = 0; c < format.inputs; ++c) routing.routes.push_back({c, c, design.b});
+  return make_convolution(routing, routing.longest(), Precision::kDouble, format);
+}
+
+std::unique_ptr<Voice> make_convolution(const Routing& routing, int longest, Precision precision,
+                                        const Format& format) {
+  return std::make_unique<ConvolutionVoice>(routing, longest, precision, format);
+}
+
+}  // namespace jurn

@@ -1,0 +1,106 @@
+// One filter that runs: what was prepared, with a past of its own.
+#pragma once
+
+#include <memory>
+
+#include "design/prepare.h"
+#include "streams/routing.h"
+
+namespace jurn {
+
+/** What the samples of a stream are like. */
+struct Format {
+  int rate = 0;
+  int inputs = 1, outputs = 1;
+  /** What filters that work in blocks take: every call is a multiple of so many frames. */
+  int block = 256;
+  /** The largest value of float and double samples, for what runs in 16 bits. Int16 samples have
+   * the int16 scale, as floats of files do. */
+  double full_scale = 32768.0;
+  /** Frames of past input that a stream keeps for filters that come later. 0 for streams whose
+   * filter never changes. */
+  int history = 16384;
+};
+
+inline bool operator==(const Format& x, const Format& y) {
+  return x.rate == y.rate && x.inputs == y.inputs && x.outputs == y.outputs && x.block == y.block &&
+         x.full_scale == y.full_scale && x.history == y.history;
+}
+inline bool operator!=(const Format& x, const Format& y) {
+  return !(x == y);
+}
+
+/**
+ * A filter in a format. Its constructor allocates, nothing else does. One thread at a time.
+ *
+ * Every way to run it gives the same: the samples as doubles through the filter, and each result
+ * rounded once to the type of the output, to int16 to the nearest, ties to even, and limited.
+ */
+class Voice {
+ public:
+  enum class Kind { kWire, kSections, kFir, kDirectForm, kConvolution, kInt16, kMean };
+
+  Voice(Kind kind, const Format& format) : kind_(kind), format_(format) {}
+  virtual ~Voice() = default;
+  Voice(const Voice&) = delete;
+  Voice& operator=(const Voice&) = delete;
+
+  Kind kind() const { return kind_; }
+  const Format& format() const { return format_; }
+
+  /** Filters frames, each channel in an array of its own; out[c] may be in[c]. Multiples of block()
+   * frames. */
+  virtual void run(const double* const* in, int frames, double* const* out) = 0;
+
+  /** Filters interleaved frames, where the kind does that faster than by doubles: else false, and
+   * nothing was done. `out` may be `in`. */
+  virtual bool run(const short* in, int frames, short* out);
+  virtual bool run(const float* in, int frames, float* out);
+  virtual bool run(const double* in, int frames, double* out);
+
+  /** Returns to silence. */
+  virtual void reset() = 0;
+
+  /** Frames that every call is a multiple of. */
+  virtual int block() const { return 1; }
+
+  /** Frames that the filter rings on after its input, as far as that is heard. */
+  virtual int tail() const = 0;
+
+  /** Frames of past input after which it stands where it would had it run all along. */
+  virtual int memory() const = 0;
+
+  /** Takes the past of a voice that runs: false where these kinds cannot, and memory() frames of
+   * past input have to be run instead. */
+  virtual bool follow(const Voice&) { return false; }
+
+  /** Takes the place of a voice, whose past it continues and from which it fades by itself: false
+   * where these kinds cannot. `other` is of no use afterwards. */
+  virtual bool replace(Voice*) { return false; }
+
+  /** Input samples that were infinite or no number; they count as 0. */
+  virtual unsigned long long bad_samples() const { return 0; }
+
+ private:
+  Kind kind_;
+  Format format_;
+};
+
+/** Passes the input on: output c is input c, or the last input. */
+std::unique_ptr<Voice> make_wire(const Format& format);
+
+/** The filter of what was prepared, on each channel. */
+std::unique_ptr<Voice> make_voice(const Prepared& prepared, const Format& format);
+
+/** The mean of `length` samples of each channel; with kInt16 as the device forms it, of at most
+ * kMaxAverage. */
+std::unique_ptr<Voice> make_mean(int length, Precision precision, const Format& format);
+
+/**
+ * Convolution of the format's inputs and outputs with a matrix of responses, none of which has more
+ * than `longest` taps. Voices of one length and format replace each other within a block.
+ */
+std::unique_ptr<Voice> make_convolution(const Routing& routing, int longest, Precision precision,
+                                        const Format& format);
+
+}  // namespace jurn

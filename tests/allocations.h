@@ -1,0 +1,6 @@
+// Counts what C++ allocates.
+#pragma once
+
+#include <atomic>
+
+extern std::atomic<long> allocations;

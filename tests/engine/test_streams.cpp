@@ -1,0 +1,334 @@
+// Streams and their voices: what runs, whatever the cut and the type of the samples, and what is
+// heard when the filter changes.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "../allocations.h"
+#include "design/prepare.h"
+#include "streams/stream.h"
+
+namespace jurn {
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+FilterDesign peak(double frequency, double gain_db, double q) {
+  const double a = std::pow(10.0, gain_db / 40.0), w = 2.0 * kPi * frequency / 48000.0;
+  const double alpha = std::sin(w) / (2.0 * q), a0 = 1.0 + alpha / a;
+  return {FilterDesign::kSections,
+          {(1.0 + alpha * a) / a0, -2.0 * std::cos(w) / a0, (1.0 - alpha * a) / a0},
+          {1.0, -2.0 * std::cos(w) / a0, (1.0 - alpha / a) / a0}};
+}
+
+/** Taps of unit gain at 0 Hz. */
+FilterDesign low_pass(std::size_t taps) {
+  FilterDesign design{FilterDesign::kFir, std::vector<double>(taps), {}};
+  double sum = 0.0;
+  for (std::size_t i = 0; i < taps; ++i)
+    sum += design.b[i] =
+        1.0 - std::cos(2.0 * kPi * static_cast<double>(i + 1) / static_cast<double>(taps + 1));
+  for (double& tap : design.b) tap /= sum;
+  return design;
+}
+
+/** A direct sound and what rings on after it. */
+FilterDesign echo(std::size_t taps) {
+  FilterDesign design{FilterDesign::kFir, std::vector<double>(taps), {}};
+  for (std::size_t i = 1; i < taps; ++i) {
+    const double along = static_cast<double>(i);
+    design.b[i] =
+        0.02 * std::exp(-6.0 * along / static_cast<double>(taps)) * std::sin(along * along);
+  }
+  design.b[0] = 1.0;
+  return design;
+}
+
+Format format_of(int channels, int block = 64) {
+  Format format;
+  format.rate = 48000;
+  format.inputs = format.outputs = channels;
+  format.block = block;
+  return format;
+}
+
+std::unique_ptr<Voice> voice_of(const FilterDesign& design, const Format& format,
+                                Precision precision = Precision::kDouble) {
+  PrepareOptions options;
+  options.precision = precision;
+  options.in_blocks = format.block > 1;
+  return make_voice(prepare(design, options), format);
+}
+
+std::unique_ptr<Voice> room(int taps, const Format& format,
+                            Precision precision = Precision::kDouble) {
+  Routing routing{format.inputs, format.outputs, {}};
+  for (int c = 0; c < format.inputs; ++c)
+    routing.routes.push_back({c, c, echo(static_cast<std::size_t>(taps)).b});
+  return make_convolution(routing, taps, precision, format);
+}
+
+/** Every kind that a stream can run, at about unit gain below 1 kHz. */
+struct Kind {
+  const char* name;
+  std::function<std::unique_ptr<Voice>(const Format&)> make;
+};
+std::vector<Kind> all_kinds() {
+  return {
+      {"wire", [](const Format& f) { return make_wire(f); }},
+      {"sections", [](const Format& f) { return voice_of(peak(1000.0, 3.0, 1.0), f); }},
+      {"other sections", [](const Format& f) { return voice_of(peak(3000.0, -9.0, 4.0), f); }},
+      {"FIR", [](const Format& f) { return voice_of(low_pass(31), f); }},
+      {"long FIR", [](const Format& f) { return voice_of(echo(401), f); }},
+      {"mean", [](const Format& f) { return make_mean(50, Precision::kDouble, f); }},
+      {"room", [](const Format& f) { return room(3000, f); }},
+      {"longer room", [](const Format& f) { return room(9000, f); }},
+      {"direct form",
+       [](const Format& f) {
+         Prepared prepared;
+         prepared.runs = Runs::kDirectForm;
+         prepared.design = peak(500.0, 3.0, 1.0);
+         prepared.design.kind = FilterDesign::kIir;
+         prepared.tail = 4000;
+         return make_voice(prepared, f);
+       }},
+      {"records",
+       [](const Format& f) { return voice_of(peak(1000.0, 3.0, 1.0), f, Precision::kInt16); }},
+      {"mean of the device", [](const Format& f) { return make_mean(50, Precision::kInt16, f); }},
+      {"room of the device", [](const Format& f) { return room(3000, f, Precision::kInt16); }}};
+}
+
+std::vector<short> noise(std::size_t values, int loudest = 32767) {
+  std::vector<short> samples(values);
+  unsigned state = 12345;
+  for (short& x : samples) {
+    state = state * 1664525u + 1013904223u;
+    x = static_cast<short>(static_cast<int>(state >> 16) % (2 * loudest + 1) - loudest);
+  }
+  return samples;
+}
+
+std::vector<short> sine(double frequency, std::size_t frames, int channels, double level) {
+  std::vector<short> samples(frames * static_cast<std::size_t>(channels));
+  for (std::size_t i = 0; i < samples.size(); ++i)
+    samples[i] = static_cast<short>(
+        std::lrint(level * std::sin(2.0 * kPi * frequency / 48000.0 *
+                                    static_cast<double>(i / static_cast<std::size_t>(channels)))));
+  return samples;
+}
+
+/** Runs interleaved samples in calls of `frames` that `lengths` gives in turn. */
+template <typename Sample>
+std::vector<Sample> run(Stream* stream, const std::vector<Sample>& in,
+                        const std::vector<int>& lengths) {
+  const std::size_t channels = static_cast<std::size_t>(stream->format().inputs);
+  std::vector<Sample> out(in.size());
+  std::size_t done = 0;
+  for (std::size_t k = 0; done < in.size(); ++k) {
+    const std::size_t count = std::min(static_cast<std::size_t>(lengths[k % lengths.size()]),
+                                       (in.size() - done) / channels);
+    stream->process(in.data() + done, static_cast<int>(count), out.data() + done);
+    done += count * channels;
+  }
+  return out;
+}
+
+TEST(Streams, GiveTheSameInAllTypesAndCuts) {
+  for (const int channels : {1, 2, 5})
+    for (const Kind& kind : all_kinds()) {
+      SCOPED_TRACE(std::string(kind.name) + ", " + std::to_string(channels));
+      const Format format = format_of(channels);
+      Format fixed = format;
+      fixed.history = 0;  // the voice may run on the samples themselves
+      const std::vector<short> in = noise(static_cast<std::size_t>(64 * 60 * channels), 20000);
+      Stream plain(format, kind.make(format)), direct(fixed, kind.make(fixed));
+      const bool in_blocks = plain.voice().block() > 1;
+      const std::vector<short> expected = run(&plain, in, {64});
+      EXPECT_EQ(
+          run(&direct, in,
+              in_blocks ? std::vector<int>{128, 64, 1024} : std::vector<int>{1, 7, 64, 513, 2}),
+          expected);
+      // As floats and doubles, and an array for each channel: the same before it is rounded.
+      Stream floats(format, kind.make(format)), doubles(format, kind.make(format));
+      const std::vector<float> f =
+          run(&floats, std::vector<float>(in.begin(), in.end()), {192, 64});
+      const std::vector<double> d =
+          run(&doubles, std::vector<double>(in.begin(), in.end()), {64, 320});
+      Stream planar(format, kind.make(format));
+      std::vector<std::vector<double>> x(static_cast<std::size_t>(channels));
+      for (std::size_t i = 0; i < in.size(); ++i)
+        x[i % static_cast<std::size_t>(channels)].push_back(in[i]);
+      std::vector<double*> arrays;
+      for (std::vector<double>& channel : x) arrays.push_back(channel.data());
+      planar.process(arrays.data(), 64 * 60, arrays.data());
+      for (std::size_t i = 0; i < in.size(); ++i) {
+        const double limited = std::min(std::max(d[i], -32768.0), 32767.0);
+        ASSERT_EQ(expected[i], std::lrint(limited)) << i;
+        ASSERT_EQ(f[i], static_cast<float>(d[i])) << i;
+        ASSERT_EQ(x[i % static_cast<std::size_t>(channels)][i / static_cast<std::size_t>(channels)],
+                  d[i])
+            << i;
+      }
+    }
+}
+
+TEST(Streams, ComputeWhatTheDesignSays) {
+  const std::vector<short> in = noise(6400, 20000);
+  const std::vector<double> x(in.begin(), in.end());
+  const auto expect_near = [&](std::unique_ptr<Voice> voice, const Format& format,
+                               const std::vector<long double>& truth, double tolerance) {
+    Stream stream(format, std::move(voice));
+    const std::vector<double> y = run(&stream, x, {64});
+    for (std::size_t i = 0; i < y.size(); ++i)
+      ASSERT_NEAR(y[i], static_cast<double>(truth[i]), tolerance) << i;
+  };
+  const auto direct = [&](const std::vector<double>& b, const std::vector<double>& a) {
+    std::vector<long double> y(x.size());
+    for (std::size_t i = 0; i < y.size(); ++i) {
+      for (std::size_t j = 0; j < b.size() && j <= i; ++j) y[i] += b[j] * (long double)x[i - j];
+      for (std::size_t j = 1; j < a.size() && j <= i; ++j) y[i] -= a[j] * y[i - j];
+    }
+    return y;
+  };
+  const Format format = format_of(1);
+  const FilterDesign bell = peak(1000.0, 12.0, 4.0);
+  expect_near(voice_of(bell, format), format, direct(bell.b, bell.a), 1e-9);
+  // (1 - 0.9 z^-1)^4 as a direct form runs by its roots.
+  const FilterDesign fourth{FilterDesign::kIir, {1e-3, 2e-3}, {1.0, -3.6, 4.86, -2.916, 0.6561}};
+  expect_near(voice_of(fourth, format), format, direct(fourth.b, fourth.a), 1e-8);
+  expect_near(voice_of(low_pass(63), format), format, direct(low_pass(63).b, {}), 1e-10);
+  const FilterDesign long_fir = low_pass(2000);
+  expect_near(voice_of(long_fir, format), format, direct(long_fir.b, {}), 0.1);
+  expect_near(voice_of(long_fir, format_of(1, 1)), format_of(1, 1), direct(long_fir.b, {}), 1e-9);
+  expect_near(make_mean(777, Precision::kDouble, format), format,
+              direct(std::vector<double>(777, 1.0 / 777.0), {}), 1e-9);
+}
+
+TEST(Streams, ChangeNothingByAChangeToTheSameFilter) {
+  for (const Kind& kind : all_kinds()) {
+    if (std::string(kind.name).find("room of") == 0) continue;  // fades in 16 bits by its own law
+    SCOPED_TRACE(kind.name);
+    const Format format = format_of(2);
+    const std::vector<short> in = noise(64 * 2 * 600, 20000);
+    Stream plain(format, kind.make(format)), changing(format, kind.make(format));
+    const std::vector<double> x(in.begin(), in.end());
+    const std::vector<double> expected = run(&plain, x, {64});
+    std::vector<double> out(x.size());
+    const std::size_t step = 64 * 2;
+    for (std::size_t done = 0; done < x.size(); done += step) {
+      if (done / step % 100 == 50)
+        changing.change(std::make_unique<Change>(kind.make(format), 333));
+      changing.process(x.data() + done, 64, out.data() + done);
+    }
+    double worst = 0.0;
+    for (std::size_t i = 0; i < out.size(); ++i)
+      worst = std::max(worst, std::abs(out[i] - expected[i]));
+    const bool recursive = std::string(kind.name) == "direct form" ||
+                           std::string(kind.name) == "records";  // the past is long, not endless
+    const bool transforms = std::string(kind.name).find("room") != std::string::npos ||
+                            std::string(kind.name) == "long FIR";
+    EXPECT_LE(worst, recursive ? 1.0 : transforms ? 0.01 : 0.0);
+  }
+}
+
+/** The largest part of a signal that a tone of this frequency does not explain, frame by frame:
+ * what is left of y[i-1] + y[i+1] - 2 cos(w) y[i]. */
+double largest_step(const std::vector<double>& y, double frequency) {
+  const double twice_cosine = 2.0 * std::cos(2.0 * kPi * frequency / 48000.0);
+  double worst = 0.0;
+  for (std::size_t i = 1; i + 1 < y.size(); ++i)
+    worst = std::max(worst, std::abs(y[i - 1] + y[i + 1] - twice_cosine * y[i]));
+  return worst;
+}
+
+TEST(Streams, FadeFromEveryKindToEveryOther) {
+  constexpr double kFrequency = 100.0, kLevel = 10000.0;
+  const Format format = format_of(1);
+  const std::vector<short> in = sine(kFrequency, 64 * 1200, 1, kLevel);
+  const std::vector<double> x(in.begin(), in.end());
+  for (const Kind& from : all_kinds())
+    for (const Kind& to : all_kinds()) {
+      SCOPED_TRACE(std::string(from.name) + " to " + to.name);
+      Stream stream(format, from.make(format));
+      std::vector<double> out(x.size());
+      for (std::size_t done = 0; done < x.size(); done += 64) {
+        if (done == 64 * 400) stream.change(std::make_unique<Change>(to.make(format), 4800));
+        stream.process(x.data() + done, 64, out.data() + done);
+      }
+      EXPECT_FALSE(stream.changing());
+      // From where the first filter has settled on. Rounding to 16 bits leaves up to 4 of it.
+      const std::vector<double> y(out.begin() + 64 * 300, out.end());
+      EXPECT_LT(largest_step(y, kFrequency), 12.0);
+      // No hole: in every period the tone is there.
+      for (std::size_t i = 0; i + 480 <= y.size(); i += 480)
+        ASSERT_GT(*std::max_element(y.begin() + static_cast<std::ptrdiff_t>(i),
+                                    y.begin() + static_cast<std::ptrdiff_t>(i) + 480),
+                  0.5 * kLevel)
+            << i;
+    }
+}
+
+TEST(Streams, GoOnWhileManyChangesCome) {
+  const Format format = format_of(2);
+  const std::vector<short> in = sine(200.0, 64 * 1500, 2, 8000.0);
+  const std::vector<double> x(in.begin(), in.end());
+  Stream stream(format, voice_of(peak(1000.0, 0.0, 1.0), format));
+  std::vector<double> out(x.size());
+  int offered = 0, freed = 0;
+  const auto free_retired = [&] {
+    for (Change* old = stream.take_retired(); old; ++freed) {
+      const std::unique_ptr<Change> owned(old);
+      old = old->next;
+    }
+  };
+  const std::size_t step = 64 * 2;
+  for (std::size_t block = 0; block < 1500; ++block) {
+    std::unique_ptr<Change> next;
+    if (block > 100 && block < 900 && block % 7 == 0) {
+      const double gain = 6.0 * std::sin(static_cast<double>(block));
+      next = std::make_unique<Change>(
+          block % 5 == 0 ? room(500, format) : voice_of(peak(300.0, gain, 1.0), format), 1000);
+      ++offered;
+    }
+    const long before = allocations.load();
+    if (next) stream.change(std::move(next));
+    stream.process(x.data() + block * step, 64, out.data() + block * step);
+    EXPECT_EQ(allocations.load(), before) << block;
+    if (block % 10 == 0) free_retired();
+  }
+  EXPECT_FALSE(stream.changing());
+  free_retired();
+  EXPECT_EQ(freed, offered);  // all but the one that sounds, and with the first one
+  std::vector<double> left;
+  for (std::size_t i = 0; i < out.size(); i += 2) left.push_back(out[i]);
+  EXPECT_LT(largest_step(std::vector<double>(left.begin() + 6400, left.end()), 200.0), 12.0);
+  // The newest won: the last change is what runs.
+  Stream last(format, voice_of(peak(300.0, 6.0 * std::sin(896.0), 1.0), format));
+  const std::vector<double> expected = run(&last, x, {64});
+  for (std::size_t i = out.size() - 1000; i < out.size(); ++i)
+    ASSERT_NEAR(out[i], expected[i], 1e-6) << i;
+}
+
+TEST(Streams, CountWhatIsNoNumberAsSilence) {
+  for (const Kind& kind : all_kinds()) {
+    SCOPED_TRACE(kind.name);
+    const Format format = format_of(1);
+    Stream bad(format, kind.make(format)), good(format, kind.make(format));
+    std::vector<float> x(6400);
+    for (std::size_t i = 0; i < x.size(); ++i) x[i] = static_cast<float>(i % 100);
+    std::vector<float> zeroed = x;
+    for (const std::size_t at : {100u, 2000u, 2001u, 6399u}) {
+      x[at] = at % 2 ? std::nanf("") : HUGE_VALF;
+      zeroed[at] = 0.0f;
+    }
+    EXPECT_EQ(run(&bad, x, {64}), run(&good, zeroed, {64}));
+    EXPECT_EQ(bad.bad_samples(), 4u);
+  }
+}
+
+}  // namespace
+}  // namespace jurn
