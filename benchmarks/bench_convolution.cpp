@@ -5,7 +5,7 @@
 #include <numeric>
 
 #include "Convolution_control.h"
-#include "OKA_Filter/kernels/convolution.h"
+#include "OKA_Filter/records/convolution.h"
 #include "groups.h"
 #include "plain_loops.h"
 

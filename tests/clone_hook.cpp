@@ -1,4 +1,4 @@
-#include "OKA_Filter/kernels/convolution.h"
+#include "OKA_Filter/records/convolution.h"
 #include "simd/clones.h"
 
 enum JURN_Clone JURN_clone_hook = JURN_CLONE_FASTEST;

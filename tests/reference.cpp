@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "OKA_Filter/kernels/sections.h"
+#include "OKA_Filter/records/sections.h"
 
 namespace ref {
 

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "DFTs.h"
-#include "OKA_Filter/kernels/convolution.h"
+#include "OKA_Filter/records/convolution.h"
 #include "convolution_support.h"
 #include "functions.h"
 #include "simd/clones.h"

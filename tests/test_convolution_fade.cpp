@@ -2,7 +2,7 @@
  * change of mind, and what the dearest call of a change costs. */
 #include <memory>
 
-#include "OKA_Filter/kernels/convolution.h"
+#include "OKA_Filter/records/convolution.h"
 #include "convolution_support.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include "../random.h"
 #include "Convolution_control.h"
 #include "Filter_control.h"
-#include "OKA_Filter/kernels/sections.h"
+#include "OKA_Filter/records/sections.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 /* Steps of four samples through cascades of sections. */
 #include "../../../../common/exact_arithmetic.h"
 
-#include "sections.h"
+#include "../records/sections.h"
 
 #include <type_traits>
 

@@ -4,7 +4,7 @@
  * The unit of cost is the sum over one chunk of one partition. */
 #include "../../../../common/exact_arithmetic.h"
 
-#include "../kernels/convolution.h"
+#include "convolution.h"
 
 namespace {
 

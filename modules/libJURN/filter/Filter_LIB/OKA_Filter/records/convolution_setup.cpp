@@ -1,7 +1,7 @@
 /* The memory of responses and streams, and the transforms of the taps. */
 #include "../../../../common/exact_arithmetic.h"
 
-#include "../kernels/convolution.h"
+#include "convolution.h"
 
 #include <stdint.h>
 #include <string.h>

@@ -3,7 +3,7 @@
 #ifndef JURN_CONVOLUTION_WORK_H
 #define JURN_CONVOLUTION_WORK_H
 
-#include "../kernels/convolution.h"
+#include "convolution.h"
 
 /** A level of a stream, with the response that it runs, in one of the stream's sets of sums and
  * outputs: the current one, or the other one, which a fade is prepared in. */

@@ -1,7 +1,7 @@
 /* The start of a stream from the past of another. */
 #include "../../../../common/exact_arithmetic.h"
 
-#include "../kernels/sections.h"
+#include "sections.h"
 
 #include <string.h>
 

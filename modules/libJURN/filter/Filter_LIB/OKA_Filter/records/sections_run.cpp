@@ -1,7 +1,7 @@
 /* Runs, fades and the length of the response. */
 #include "../../../../common/exact_arithmetic.h"
 
-#include "../kernels/sections.h"
+#include "sections.h"
 
 #include <string.h>
 

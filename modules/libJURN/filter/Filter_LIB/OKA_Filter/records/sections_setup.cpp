@@ -1,7 +1,7 @@
 /* The memory of the sections objects, and the coefficients of a step. */
 #include "../../../../common/exact_arithmetic.h"
 
-#include "../kernels/sections.h"
+#include "sections.h"
 
 #include <stdint.h>
 #include <string.h>
