@@ -8,6 +8,7 @@
 
 #include "ChanelConvert.h"
 #include "Convolution_control.h"
+#include "Fir_control.h"
 #include "OKA_Filter.h"
 #include "Sections_control.h"
 #include "support.h"
@@ -218,6 +219,9 @@ TEST(LimitsDeathTest, KernelsAndServices) {
     if (broken == 1) continue;
     EXPECT_DEATH(MORVAX_Qfirf(floats, floats, inlen, floats, doubles, blen), limits[broken]);
   }
+  double result = 0;
+  EXPECT_DEATH(MORVAX_FirRun_API_double(&result, doubles, 1, doubles, 0), "blen must be at least");
+  EXPECT_DEATH(MORVAX_FirRun_API_double(&result, doubles, -1, doubles, 1), "must not be negative");
   EXPECT_DEATH(MORVAX_ChanelConvert(1, 2, -1, block, nullptr, block, block), "len must not be");
   EXPECT_DEATH(MORVAX_rfftmut2(floats, floats, floats, 3), "power of two");
   EXPECT_DEATH(MORVAX_putinAPI_loop(&queue, block, -1), "len must not be negative");

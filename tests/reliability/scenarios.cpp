@@ -7,6 +7,7 @@
 #include "../random.h"
 #include "Convolution_control.h"
 #include "Filter_control.h"
+#include "Fir_control.h"
 #include "OKA_Filter/records/sections.h"
 
 namespace {
@@ -273,6 +274,25 @@ uint64_t float_kernel(const Placement& placement) {
   return run.finish();
 }
 
+/** The FIR on memory of the caller's, from normal results to denormal ones. */
+uint64_t fir_double(const Placement& placement) {
+  Random random(73);
+  Hash hash;
+  for (int size : {1, 2, 5, 16, 130, 700})
+    for (double scale : {1.0, 0x1p-1060})
+      for (int frames : kFrames) {
+        std::vector<double> b(size), x(placement.array_offset + size - 1 + frames);
+        std::vector<double> y(placement.array_offset + frames);
+        random.uniform(b.data(), size, scale);
+        double* const past = x.data() + placement.array_offset;
+        double* const out = y.data() + placement.array_offset;
+        random.uniform(past, size - 1 + frames, 1.0);
+        MORVAX_FirRun_API_double(out, past + size - 1, frames, b.data(), size);
+        hash.add(out, frames);
+      }
+  return hash.value();
+}
+
 /** The time-domain kinds; those with two filters fade in every third block. */
 template <int chanel, int type>
 uint64_t long_filter(const Placement& placement) {
@@ -511,6 +531,7 @@ const std::vector<Scenario>& scenarios() {
       {"sections_int16", sections<short>},
       {"sections_float", sections<float>},
       {"sections_double", sections<double>},
+      {"fir_double", fir_double},
   };
   return all;
 }

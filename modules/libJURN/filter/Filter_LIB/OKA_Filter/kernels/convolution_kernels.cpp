@@ -1,7 +1,7 @@
 /* The sums over partitions, and the order of spectra. */
 #include "../../../../common/exact_arithmetic.h"
 
-#include "../records/convolution.h"
+#include "convolution_kernels.h"
 
 #define JURN_CLONE_BODY "../../filter/Filter_LIB/OKA_Filter/kernels/convolution_kernels.inl"
 #include "../../../../common/simd/for_each_clone.h"

@@ -1,7 +1,7 @@
 /* Steps of four samples through cascades of sections. */
 #include "../../../../common/exact_arithmetic.h"
 
-#include "../records/sections.h"
+#include "sections_kernels.h"
 
 #include <type_traits>
 

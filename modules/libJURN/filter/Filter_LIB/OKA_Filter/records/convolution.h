@@ -10,11 +10,8 @@
  * window of i x phases steps ago: the windows of one phase, every phases-th one, are stored side by
  * side, newest first, in a ring.
  *
- * Spectra are stored in chunks of 16 bins: 16 real parts, then 16 imaginary ones. Chunk 0 holds
- * what the transform leaves in its first 32 floats; the last of its bins are the two real ones.
- * Of each chunk all partitions lie side by side, so that sums over partitions run through memory
- * from front to back with their result in registers. Where a step's work is spread over calls, a
- * chunk of more than most_products products of window and partition is cut into slices. */
+ * kernels/convolution_kernels.h says how spectra lie in memory. Where a step's work is spread over
+ * calls, a chunk of more than most_products products of window and partition is cut into slices. */
 #ifndef JURN_CONVOLUTION_H
 #define JURN_CONVOLUTION_H
 
@@ -22,8 +19,9 @@
 
 #include "../../../../common/DFTs.h"
 #include "../../Convolution_control.h"
+#include "../kernels/convolution_kernels.h"
 
-enum { most_levels = 3, chunk_floats = 32, most_products = 32 };
+enum { most_products = 32 };
 
 struct ConvolutionLevel {
   int N;          /* transform length */
@@ -54,12 +52,6 @@ int JURN_transform_cost(int N);
  */
 extern thread_local long long JURN_convolution_work;
 #endif
-
-struct ConvolutionRoute {
-  int input;
-  int partitions[most_levels];
-  unsigned spectra[most_levels]; /* floats from the start of the response: chunks x partitions */
-};
 
 /** The start of a response's memory. All places are in floats from there. No field is larger than a
  * float, so that the memory needs a float's alignment alone. */
@@ -102,26 +94,5 @@ struct Convolution_stream_st {
   unsigned previous;             /* outputs x block: the previous response's in a fade */
   unsigned floats;
 };
-
-/** One step of one level: a response's partitions on the windows of a stream. */
-struct ConvolutionStep {
-  const float* response;
-  const struct ConvolutionRoute* routes;
-  const int* first_route;
-  int level, outputs, slots, newest, N;
-  const float* windows; /* of input 0, at the step's phase */
-  size_t input_stride, chunk_stride;
-  float* sums;
-};
-
-/** Puts the spectrum of a transform into chunks that lie chunk_stride floats apart. */
-void JURN_put_spectrum(float* chunks, size_t chunk_stride, const float* spectrum, int N);
-
-/** Sums the chunks from first to last - 1 for every output, into the transform's order. */
-void JURN_sum_chunks(const struct ConvolutionStep* step, int first, int last);
-
-/** The same for a part of one chunk: of its products, counted through outputs, routes and
- * partitions, those from first to last - 1, added to what the parts before have left. */
-void JURN_sum_part(const struct ConvolutionStep* step, int chunk, int first, int last);
 
 #endif
