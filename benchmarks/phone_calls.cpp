@@ -6,6 +6,7 @@
 #include <string>
 
 #include "../modules/libJURN/filter/Filter_LIB/Filter_control.h"
+#include "../modules/libJURN/filter/Filter_LIB/Sections_control.h"
 
 namespace {
 
@@ -14,13 +15,16 @@ Filter_ID filter, more[3];
 Filterf_ID float_filter;
 Filterlongfir_ID long_filter;
 short input[2 * frames], output[2 * frames], outputs[3][frames];
-float floats[frames], results[frames];
+float floats[2 * frames], results[2 * frames];
+double filter_memory[600], stream_memory[200];
+auto* const sections_filter = reinterpret_cast<SectionsFilter_ID*>(filter_memory);
+auto* const sections_stream = reinterpret_cast<SectionsStream_ID*>(stream_memory);
 
 struct Kind {
   const char* name;
   int type, chanel, count;
 };
-// Types of Filter_ID; 10: Filterf_ID's FIR, -2: FFT, 20: four records at once.
+// Types of Filter_ID; 10: Filterf_ID's FIR, -2: FFT, 20: four records at once, 30: sections.
 const Kind kinds[] = {{"FIR, 32 taps", -1, 1, 32},
                       {"FIR, 512 taps", -1, 1, 512},
                       {"IIR, order 2", 0, 1, 3},
@@ -30,6 +34,10 @@ const Kind kinds[] = {{"FIR, 32 taps", -1, 1, 32},
                       {"four cascades of 2 sections at once", 20, 1, 2},
                       {"moving mean, 100 samples", 2, 1, 100},
                       {"float FIR, 32 taps", 10, 1, 32},
+                      {"sections in double, 1", 30, 1, 1},
+                      {"sections in double, 4", 30, 1, 4},
+                      {"sections in double, 16", 30, 1, 16},
+                      {"sections in double, stereo, 4", 30, 2, 4},
                       {"FFT, stereo, 481 taps", -2, 2, 481}};
 
 void set_up(Filter_ID* f, const Kind& kind) {
@@ -47,11 +55,23 @@ void set_up(Filter_ID* f, const Kind& kind) {
   MORVAX_FilterReset_API(f);
 }
 
+void set_up_sections(const Kind& kind) {
+  double sos[6 * 16];
+  const double section[] = {0.9, -0.3, 0.1, 1.0, -0.5, 0.2};
+  for (int i = 0; i < 6 * kind.count; ++i) sos[i] = section[i % 6];
+  const Sections_shape shape = {kind.chanel, kind.count};
+  if (MORVAX_SectionsFilterCalcu_API(sections_filter, sizeof filter_memory, sos, kind.count, 1) ||
+      MORVAX_SectionsStreamCalcu_API(sections_stream, sizeof stream_memory, &shape))
+    std::abort();
+}
+
 void call(const Kind& kind) {
   if (kind.type == -2) {
     MORVAX_FilterlongfirRun_API(&long_filter, input, 2 * frames, output);
   } else if (kind.type == 10) {
     MORVAX_FilterfRun_API(&float_filter, floats, frames, results);
+  } else if (kind.type == 30) {
+    MORVAX_SectionsRun_API_float(sections_stream, sections_filter, floats, frames, results);
   } else if (kind.type == 20) {
     Filter_ID* const records[] = {&filter, &more[0], &more[1], &more[2]};
     const short* const in[] = {input, input, input, input};
@@ -66,7 +86,7 @@ void call(const Kind& kind) {
 
 int main(int argc, char** argv) {
   for (int i = 0; i < 2 * frames; ++i) input[i] = static_cast<short>(i * 7919 % 20001 - 10000);
-  for (int i = 0; i < frames; ++i) floats[i] = input[i];
+  for (int i = 0; i < 2 * frames; ++i) floats[i] = input[i];
   for (const Kind& kind : kinds) {
     if (argc < 3) std::puts(kind.name);
     if (argc < 3 || std::strcmp(argv[1], kind.name) != 0) continue;
@@ -81,6 +101,8 @@ int main(int argc, char** argv) {
       float_filter.filtertype = -1;
       float_filter.blen = kind.count;
       for (int i = 0; i < kind.count; ++i) float_filter.b[i] = 0.5 / kind.count;
+    } else if (kind.type == 30) {
+      set_up_sections(kind);
     } else {
       for (Filter_ID* f : {&filter, &more[0], &more[1], &more[2]}) set_up(f, kind);
     }

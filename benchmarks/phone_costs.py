@@ -34,6 +34,8 @@ LOOPS = [
      "frame of one"),
     ("four cascades of 2 sections", KERNELS + "cascade_records.cpp", "run_records<2, 2, 4>", 2,
      "frame of one"),
+    ("sections in double, 1", KERNELS + "sections_kernels.cpp", "run_single<1>", 8, "frame"),
+    ("sections in double, 2", KERNELS + "sections_kernels.cpp", "run_pack<1, 2>", 8, "frame"),
     ("moving mean", KERNELS + "moving_sum.cpp", "mean_run", 2, "sample"),
     ("int16 to float", COMMON + "samples.cpp", "to_float", 4, "sample"),
     ("float to int16", COMMON + "samples.cpp", "to_short", 2, "sample"),

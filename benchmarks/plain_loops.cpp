@@ -58,6 +58,24 @@ void plain_cascade(const float* b, const float* a, int sections, float* x, int f
   }
 }
 
+void plain_sections(const double* sos, int sections, const float* input, int frames, double* states,
+                    float* output) {
+  static double y[4096];
+  for (int i = 0; i < frames; ++i) y[i] = static_cast<double>(input[i]);
+  for (int k = 0; k < sections; ++k, sos += 6, states += 2) {
+    const double b0 = sos[0], b1 = sos[1], b2 = sos[2], a1 = sos[4], a2 = sos[5];
+    double z1 = states[0], z2 = states[1];
+    for (int i = 0; i < frames; ++i) {
+      const double x = y[i];
+      y[i] = b0 * x + z1;
+      z1 = b1 * x - a1 * y[i] + z2;
+      z2 = b2 * x - a2 * y[i];
+    }
+    states[0] = z1, states[1] = z2;
+  }
+  for (int i = 0; i < frames; ++i) output[i] = static_cast<float>(y[i]);
+}
+
 void plain_mean(short* output, const short* input, int frames, short* ring, int count, float scale,
                 int* sum, int* slot) {
   for (int i = 0; i < frames; ++i) {

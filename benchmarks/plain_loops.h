@@ -11,6 +11,11 @@ void plain_fir(float* output, const float* x, int frames, const double* b, int c
 void plain_cascade(const float* b, const float* a, int sections, float* x, int frames, float* px,
                    float* py);
 
+/** The transposed direct form II in double, one section {b0, b1, b2, a0 = 1, a1, a2} after the
+ * other; two states each. */
+void plain_sections(const double* sos, int sections, const float* input, int frames, double* states,
+                    float* output);
+
 /** A ring whose slot is a remainder. */
 void plain_mean(short* output, const short* input, int frames, short* ring, int count, float scale,
                 int* sum, int* slot);

@@ -21,6 +21,7 @@ FFT_LENGTHS = [2**k for k in range(6, 15)]
 FIR_TAPS = [32, 128, 512, 2048, 32767]
 LONG_TAPS = [512, 2048, 8192]
 FFT_KINDS = ["-2 stereo", "-2 mono", "-7 stereo", "-5 mono", "-4 stereo"]
+SECTIONS = [1, 4, 16]
 CASCADE = [1, 4, 8, 16]
 ROOMS = ["8192/64", "8192/256", "96000 true stereo/256"]
 
@@ -109,6 +110,13 @@ def targets(f, instruction_set, before):
     t.add("16 sections / one section", c("mono 16") / c("mono 1"), 2.6)
     for n in [1, 2, 3, 4]:
         t.add(f"{n} section{'s' * (n > 1)}: stereo / mono", c(f"stereo {n}") / c(f"mono {n}"), 1.3)
+
+    t.section("Sections in double, floats in and out, block 480")
+    for n, limit in zip(SECTIONS, [0.3, 0.25, 0.2]):
+        s = lambda side: f(f"sections/{n}", side)
+        name = f"{n} section{'s' * (n > 1)}"
+        t.add(f"{name} / as many MORVAX_Qiirf of order 2", s("mono") / s("Qiirf"), limit)
+        t.add(f"{name}: stereo / mono", s("stereo") / s("mono"), 1.6)
 
     t.section("Direct-form IIR: recursion / (1 multiplication + order additions) x latency")
     for name, group in [("JURNiir", "iir"), ("MORVAX_Qiirf", "iir double")]:
@@ -234,6 +242,12 @@ def costs(f):
     lines += table(["Sections", "JURN", "stereo", "plain loop"],
                    [[n] + [number(f("cascade", f"{s} {n}")) for s in ("mono", "stereo", "plain")]
                     for n in [1, 2, 3, 4, 8, 16]])
+    lines += ["", "### Sections in double, floats in and out, ns per frame", "",
+              "The loop is the transposed direct form II in double.", ""]
+    lines += table(["Sections", "JURN", "stereo", "chain of MORVAX_Qiirf", "plain loop"],
+                   [[n] + [number(f(f"sections/{n}", s))
+                           for s in ("mono", "stereo", "Qiirf", "plain")]
+                    for n in [1, 2, 4, 8, 16]])
     lines += ["", "### Direct-form IIR, numerator and denominator of the same order, ns per frame",
               ""]
     lines += table(["Order", "JURNiir", "stereo", "latency of its chain", "MORVAX_Qiirf",
