@@ -34,7 +34,7 @@ LOOPS = [
      "frame of one"),
     ("four cascades of 2 sections", KERNELS + "cascade_records.cpp", "run_records<2, 2, 4>", 2,
      "frame of one"),
-    ("sections in double, 1", KERNELS + "sections_kernels.cpp", "run_single<1>", 8, "frame"),
+    ("sections in double, 1", KERNELS + "sections_kernels.cpp", "(?:JURN_)?run_sections|run_channels", 8, "frame"),
     ("sections in double, 2", KERNELS + "sections_kernels.cpp", "run_pack<1, 2>", 8, "frame"),
     ("moving mean", KERNELS + "moving_sum.cpp", "mean_run", 2, "sample"),
     ("int16 to float", COMMON + "samples.cpp", "to_float", 4, "sample"),
@@ -150,6 +150,8 @@ def loop_costs(build):
                 candidates = [c for c in candidates
                               if sum(i.startswith("fmul") and is_vector(i) for i in c)
                               == 5 * work(c, unit)]
+            if name == "sections in double, 1":  # a step of four frames
+                candidates = [c for c in candidates if work(c, unit) == 4]
             if name.startswith("transform, last levels"):  # the one loop that turns rows to columns
                 candidates = [c for c in candidates if any(re.match("zip|trn", i) for i in c)]
             if not candidates:

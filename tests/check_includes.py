@@ -11,7 +11,8 @@ import sys
 LAYERS = [
     ["modules/libJURN/common"],
     ["modules/libJURN/Delay"],
-    ["modules/libJURN/filter/Filter_LIB"],
+    ["modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels"],
+    ["modules/libJURN/filter/Filter_LIB/OKA_Filter/records"],
     ["engine/design"],
     ["engine/streams"],
     ["files/recordings"],
@@ -21,7 +22,7 @@ LAYERS = [
     ["web"],
 ]
 # Headers that several layers include: they may include only what the lowest of these may.
-SHARED = {"engine": 3, "files": 5}
+SHARED = {"modules/libJURN/filter/Filter_LIB": 2, "engine": 4, "files": 6}
 PATHS = [".", "modules", "modules/libJURN/common", "modules/libJURN/Delay/Delay_LIB",
          "modules/libJURN/filter/Filter_LIB", "engine", "files", "tools/jurn-filter"]
 LAYER = {folder: row for row, folders in enumerate(LAYERS) for folder in folders} | SHARED
