@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Turns the figures of jurn_benchmarks into docs/performance.md, its plots, and the table of targets
-in CONTRIBUTING.md.
+"""Turns the figures of jurn_benchmarks into docs/performance.md, its plots, and the targets in
+docs/speed-targets.md.
 
 usage: report.py FIGURES.json DOCS_FOLDER [COMMIT_BEFORE]
 
@@ -15,8 +15,6 @@ import sys
 import tempfile
 
 MARKER = "<!-- Written by hand from here on; scripts/benchmark keeps it. -->"
-TARGETS = "<!-- Targets, written by scripts/benchmark. -->"
-END_OF_TARGETS = "<!-- End of the targets. -->"
 FFT_LENGTHS = [2**k for k in range(6, 15)]
 FIR_TAPS = [32, 128, 512, 2048, 32767]
 LONG_TAPS = [512, 2048, 8192]
@@ -492,12 +490,11 @@ def main():
               " figures.", ""] + costs(f)
     lines += ["", "![Cost against sections](cost-against-sections.svg)", ""]
 
-    contributing = docs.parent / "CONTRIBUTING.md"
-    head, rest = contributing.read_text().split(TARGETS)
-    contributing.write_text("\n".join(
-        [head + TARGETS, "", f"Measured on {cpu_name()} on {context['date'][:10]}; a ratio is judged as"
-         " printed.", ""] + targets(f, instruction_set, before) + [END_OF_TARGETS])
-        + rest.split(END_OF_TARGETS)[1])
+    (docs / "speed-targets.md").write_text("\n".join(
+        ["# Speed targets", "", "What the library is meant to reach, and whether the last run of"
+         " `scripts/benchmark`, which writes this", "page, did.", "",
+         f"Measured on {cpu_name()} on {context['date'][:10]}; a ratio is judged as printed.", ""]
+        + targets(f, instruction_set, before)) + "\n")
 
     path = docs / "performance.md"
     old = path.read_text() if path.exists() else ""
