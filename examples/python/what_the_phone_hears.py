@@ -45,9 +45,9 @@ for notice in (*ready.notices, *ready.warnings):
 print(f"expected error: {ready.expected_error:.2f} LSB at most, {ready.expected_error_rms:.2f} rms")
 
 # %% The exact output beside the ideal one, and the ideal one only truncated to 16 bits
-report = jurn.compare(jurn.sosfilt, equaliser, music, axis=0, rate=rate)
+report = jurn.compare(jurn.sosfilt, equaliser, music, axis=0, precision="int16", rate=rate)
 print(f"at most {report.largest:.2f} LSB off, {report.rms:.2f} rms, {report.clipped} samples clipped")
-sixteen_bits = jurn.compare(jurn.fir, [0.5], music, axis=0, rate=rate)  # halves, for fractions
+halves = jurn.compare(jurn.fir, [0.5], music, axis=0, precision="int16", rate=rate)  # for fractions
 soundfile.write(folder / "phone.wav", report.exact, rate)
 
 # %% The same in blocks, as the phone's audio thread has them
@@ -60,7 +60,7 @@ figure, (response, noise) = plt.subplots(2, 1, figsize=(8, 7), constrained_layou
 w, h = signal.sosfreqz(equaliser, 4096, fs=rate)
 response.semilogx(w[1:], 20 * np.log10(np.abs(h[1:])))
 response.set(xlim=(20, rate / 2), ylim=(-40, 5), ylabel="gain (dB)", title="The equaliser")
-for name, result in (("equaliser", report), ("truncation alone", sixteen_bits)):
+for name, result in (("equaliser", report), ("truncation alone", halves)):
     noise.semilogx(result.frequencies[1:], result.noise[1:], label=name)
 noise.set(xlim=(20, rate / 2), xlabel="frequency (Hz)", ylabel="noise per bin (dBFS)",
           title="What 16 bits and float add")

@@ -138,7 +138,7 @@ def test_names_channels_rates_and_warnings_are_told(folder, capsys):
     assert "Front_Center.wav: ValueError: is at 48000 Hz; the coefficients are for 44100 Hz" in said
 
 
-def test_blocks_of_a_long_recording_give_the_bits_of_the_whole(folder):
+def test_blocks_of_a_long_recording_give_the_bits_of_the_whole(folder, capsys):
     x = np.random.default_rng(2).integers(-30000, 30000, (150001, 3)).astype(np.int16)
     shutil.rmtree(folder / "in")
     (folder / "in").mkdir()
@@ -163,6 +163,16 @@ def test_blocks_of_a_long_recording_give_the_bits_of_the_whole(folder):
         np.testing.assert_array_equal(y, function(x), err_msg=arguments[0])
         y = soundfile.read(folder / "out/float.wav", dtype="float32")[0]
         np.testing.assert_array_equal(y, function(x.astype(np.float32)) / np.float32(32768))
+    for arguments, function in [
+        (["-c", "sos.txt"], lambda x: jurn.sosfilt([[*b, *a]] * 3, x, 0, precision="int16")),
+        (["--average", "200"], lambda x: jurn.moving_mean(200, x, 0, precision="int16")),
+    ]:
+        arguments = [str(folder / v) if "." in v else v for v in arguments]
+        assert batch.main([str(folder / "in"), str(folder / "out"), *arguments, "--overwrite", "--precision",
+                           "int16"]) == 3
+        assert "float.wav: ValueError: has more than 16 bits" in capsys.readouterr().err
+        y = soundfile.read(folder / "out/long.wav", dtype="int16")[0]
+        np.testing.assert_array_equal(y, function(x), err_msg=arguments[0])
 
 
 def test_memory_does_not_grow_with_the_recording(folder):

@@ -1,5 +1,6 @@
 """The functions over whole arrays, against SciPy and the command line; compare; files."""
 
+import glob
 import os
 import subprocess
 import warnings
@@ -20,11 +21,17 @@ BA = signal.butter(2, 0.1)
 SOS = signal.butter(2, [0.1, 0.3], "band", output="sos")
 STEEP = signal.butter(8, 0.02, output="sos")  # silent unless prepared
 TAPS = signal.firwin(101, 0.3)
+SHORT = signal.firwin(41, 0.3)  # the tool convolves with more than 63 by transforms
 BOOST = [2.0, 0.5]  # clips
+DEVICE = {"precision": "int16"}
 
 
 def read(path):
     return soundfile.read(path, dtype="int16")[0]
+
+
+def rounded(y):
+    return np.clip(np.rint(y), -32768, 32767).astype(np.int16)
 
 
 def filtered_by_the_tool(tmp_path, path, *arguments):
@@ -48,12 +55,12 @@ def test_bits_equal_the_tools_on_recordings(path, tmp_path):
     late = np.concatenate([x, np.zeros((long_filter.latency + len(room) - 1, *x.shape[1:]), np.int16)])
     device = ["--precision", "int16"]
     pairs = [
-        (jurn.fir(TAPS, x, 0), ["fir", "-c", tmp_path / "taps", *device]),
-        (jurn.lfilter(*BA, x, 0), ["iir", "-c", tmp_path / "ba", *device]),
-        (jurn.sosfilt(SOS, x, 0), ["sos", "-c", tmp_path / "sos.npy", *device]),
-        (jurn.sosfilt(STEEP, x, 0), ["sos", "-c", tmp_path / "steep.npy", *device]),
-        (jurn.moving_mean(31, x, 0), ["average", "--length", 31]),
-        (jurn.moving_mean(500, x, 0), ["average", "--length", 500]),
+        (jurn.fir(TAPS, x, 0, **DEVICE), ["fir", "-c", tmp_path / "taps", *device]),
+        (jurn.lfilter(*BA, x, 0, **DEVICE), ["iir", "-c", tmp_path / "ba", *device]),
+        (jurn.sosfilt(SOS, x, 0, **DEVICE), ["sos", "-c", tmp_path / "sos.npy", *device]),
+        (jurn.sosfilt(STEEP, x, 0, **DEVICE), ["sos", "-c", tmp_path / "steep.npy", *device]),
+        (jurn.moving_mean(31, x, 0, **DEVICE), ["average", "--length", 31]),
+        (jurn.moving_mean(500, x, 0, **DEVICE), ["average", "--length", 500]),
         (jurn.convolve(x, room, axis=0), ["convolve", "--ir", ROOM, "--resample", "--truncate", 3000, *device]),
         (long_filter.run(late)[long_filter.latency :],
          ["convolve", "--ir", ROOM, "--resample", "--truncate", 3000, "--fft"]),
@@ -61,6 +68,18 @@ def test_bits_equal_the_tools_on_recordings(path, tmp_path):
     for y, arguments in pairs:
         np.testing.assert_array_equal(y, filtered_by_the_tool(tmp_path, path, *arguments),
                                       err_msg=arguments[0])
+
+    np.savetxt(tmp_path / "short", SHORT, fmt="%r")
+    for ours, arguments in [
+        (lambda x: jurn.fir(SHORT, x, 0), ["fir", "-c", tmp_path / "short"]),
+        (lambda x: jurn.lfilter(*BA, x, 0), ["iir", "-c", tmp_path / "ba"]),
+        (lambda x: jurn.sosfilt(STEEP, x, 0), ["sos", "-c", tmp_path / "steep.npy"]),
+    ]:
+        exact = ours(x.astype(np.float64))
+        np.testing.assert_array_equal(ours(x), rounded(exact))
+        # The samples of the tool are float32 before they are rounded.
+        np.testing.assert_array_equal(filtered_by_the_tool(tmp_path, path, *arguments),
+                                      rounded(exact.astype(np.float32)))
 
 
 FILTERS = {
@@ -76,14 +95,16 @@ FILTERS = {
 def test_outputs_are_scipys_and_keep_type_shape_and_axis(ours, scipys):
     x = read(MUSIC)[:5000]
     ideal = scipys(x.astype(float))
-    y = ours(x)
-    assert y.dtype == np.int16 and y.shape == x.shape
     limited = np.clip(ideal, -32768, 32767)
-    assert np.abs(y - limited).max() < 1.05  # one truncation, and the rounding of float
-    for dtype in (np.float32, np.float64):
+    # One truncation, and the rounding of float; or one rounding.
+    for options, most in ((DEVICE, 1.05), ({}, 0.5 + 1e-9)):
+        y = ours(x, **options)
+        assert y.dtype == np.int16 and y.shape == x.shape
+        assert np.abs(y - limited).max() < most
+    for dtype, most in ((np.float32, 2.0**-9), (np.float64, 1e-8)):
         y = ours(x.astype(dtype))
         assert y.dtype == dtype
-        assert np.abs(y - ideal).max() < 0.005  # float32 samples near 2^15
+        assert np.abs(y - ideal).max() < most
     three = np.stack([x[:, 0], x[:, 1], x[:, 0]])
     y = ours(three, axis=-1)
     np.testing.assert_array_equal(y, ours(x)[:, [0, 1, 0]].T)
@@ -91,14 +112,77 @@ def test_outputs_are_scipys_and_keep_type_shape_and_axis(ours, scipys):
 
 
 @pytest.mark.parametrize("ours", [f[0] for f in FILTERS.values()], ids=FILTERS)
-@pytest.mark.parametrize("dtype", [np.int16, np.float32])
-def test_zi_and_zf_continue_exactly(ours, dtype):
+@pytest.mark.parametrize("dtype, options", [(np.int16, DEVICE), (np.int16, {}), (np.float32, {}),
+                                            (np.float64, {})])
+def test_zi_and_zf_continue_exactly(ours, dtype, options):
     x = read(MUSIC)[:4096].astype(dtype)
     for samples in (x, x[:, 0]):
-        expected = ours(samples)
-        first, z = ours(samples[:1024], zi=0)
-        second, _ = ours(samples[1024:], zi=z)
+        expected = ours(samples, zi=0, **options)[0]
+        without = ours(samples, **options)
+        if options:
+            np.testing.assert_array_equal(expected, without)
+        else:  # another order of sums: a rounding of the type, or of double
+            assert np.abs(expected - without.astype(float)).max() < {"h": 1.1, "f": 2.0**-8, "d": 1e-8}[samples.dtype.char]
+        first, z = ours(samples[:1024], zi=0, **options)
+        second, _ = ours(samples[1024:], zi=z, **options)
         np.testing.assert_array_equal(np.concatenate([first, second]), expected)
+
+
+def test_states_are_scipys():
+    x = np.random.default_rng(5).normal(size=(3, 4, 200))
+    b, a = signal.butter(5, 0.2)
+    sos = signal.butter(5, 0.2, output="sos")
+    for axis in range(3):
+        for num, den in ((b, a), (TAPS, 1), ([2.0], 2 * a), ([1.0, 2, 3, 4], [2.0, -0.5])):
+            count = max(np.size(num), np.size(den)) - 1
+            zi = np.random.default_rng(6).normal(size=(*x.shape[:axis], count, *x.shape[axis + 1 :]))
+            for y, expected in zip(jurn.lfilter(num, den, x, axis, zi), signal.lfilter(num, den, x, axis, zi)):
+                np.testing.assert_allclose(y, expected, rtol=0, atol=1e-13 * np.abs(expected).max())
+        zi = np.random.default_rng(7).normal(size=(3, *x.shape[:axis], 2, *x.shape[axis + 1 :]))
+        for y, expected in zip(jurn.sosfilt(sos, x, axis, zi), signal.sosfilt(sos, x, axis, zi)):
+            np.testing.assert_array_equal(y, expected)
+    samples = read(SPEECH)
+    y, z = jurn.sosfilt(sos, samples, zi=signal.sosfilt_zi(sos) * samples[0])
+    expected, zf = signal.sosfilt(sos, samples.astype(float), zi=signal.sosfilt_zi(sos) * samples[0])
+    np.testing.assert_array_equal(y, rounded(expected))
+    np.testing.assert_array_equal(z, zf)
+
+
+SPEECHES = sorted(glob.glob("/usr/share/sounds/alsa/*.wav"))
+
+
+@pytest.mark.parametrize("frequency", [20, 50, 100])
+def test_no_passage_of_floats_is_spoilt(frequency):
+    """High-passes on speech with its pauses, and on what follows music: silence."""
+    designs = [signal.butter(order, frequency, "high", fs=48000, output="sos") for order in (2, 4)]
+    b, a = signal.butter(2, frequency, "high", fs=48000)
+    assert len(SPEECHES) == 9
+    for path in SPEECHES:
+        x = soundfile.read(path)[0].astype(np.float32)
+        x = np.concatenate([x, np.zeros(4800, np.float32)])
+        for dtype in (np.float32, np.float64):
+            samples = x.astype(dtype)
+            pairs = [(jurn.sosfilt(sos, samples), signal.sosfilt(sos, samples.astype(float))) for sos in designs]
+            pairs.append((jurn.lfilter(b, a, samples), signal.lfilter(b, a, samples.astype(float))))
+            for y, exact in pairs:
+                error = np.abs(y - exact)
+                peak = np.abs(exact).max()
+                if dtype == np.float64:
+                    assert error.max() < 1e-12 * peak
+                else:  # each sample rounded once, the quietest ones too
+                    assert (error <= 2.0**-24 * np.abs(exact) + 1e-12 * peak).all()
+
+
+def test_what_is_no_number_counts_as_0_and_is_told():
+    x = np.random.default_rng(8).normal(size=(2, 300))
+    clean = x.copy()
+    x[0, 7], x[1, 9] = np.nan, np.inf
+    clean[0, 7] = clean[1, 9] = 0
+    for call in (lambda x: jurn.sosfilt(SOS, x), lambda x: jurn.lfilter(*BA, x.T, 0), lambda x: jurn.fir(TAPS, x),
+                 lambda x: jurn.sosfilt(SOS, x, zi=0)[0], lambda x: jurn.moving_mean(9, x)):
+        with pytest.warns(jurn.JurnWarning, match="count as 0: 2$"):
+            y = call(x)
+        np.testing.assert_array_equal(y, call(clean))
 
 
 def test_convolution_sends_channels_where_they_belong():
@@ -125,20 +209,23 @@ def test_designs_are_prepared_as_the_tool_does_it():
     x = read(SPEECH)
     steep = signal.butter(8, 500, fs=48000, output="sos")  # the whole gain in the first section
     ideal = signal.sosfilt(steep, x.astype(float))
-    assert np.abs(jurn.sosfilt(steep, x) - ideal).max() < 1.5
-    assert not jurn.sosfilt(steep, x, prepare=False).any()  # as a program of C would run it
-    with pytest.warns(jurn.JurnWarning, match="clip"):
-        jurn.fir(BOOST, x)
+    assert np.abs(jurn.sosfilt(steep, x, **DEVICE) - ideal).max() < 1.5
+    assert not jurn.sosfilt(steep, x, prepare=False, **DEVICE).any()  # as a program of C would run it
+    for options in ({}, DEVICE):
+        with pytest.warns(jurn.JurnWarning, match="clip"):
+            jurn.fir(BOOST, x, **options)
     with pytest.warns(jurn.JurnWarning, match="unstable"):
         jurn.lfilter([1.0], [1.0, -1.1], x[:100])
     with warnings.catch_warnings():
         warnings.simplefilter("error")
         jurn.fir(BOOST, x, prepare=False)
+        jurn.fir(BOOST, x.astype(float))
         jurn.fir(TAPS / 2, x)
     unstable_as_floats = signal.butter(8, 0.05)
     assert jurn.prepare(jurn.Design("iir", *unstable_as_floats)).design.kind == "sos"
     ideal = signal.lfilter(*unstable_as_floats, x.astype(float))
-    assert np.abs(jurn.lfilter(*unstable_as_floats, x) - ideal).max() < 2
+    assert np.abs(jurn.lfilter(*unstable_as_floats, x, **DEVICE) - ideal).max() < 2
+    assert np.abs(jurn.lfilter(*unstable_as_floats, x) - ideal).max() < 0.5 + 1e-5
     np.testing.assert_array_equal(jurn.lfilter([1.0], [2.0, -1.0], x),
                                   jurn.lfilter([0.5], [1.0, -0.5], x))
 
@@ -146,16 +233,17 @@ def test_designs_are_prepared_as_the_tool_does_it():
 X = np.zeros(10, np.int16)
 WRONG = [
     (ValueError, "axis", lambda: jurn.fir([1.0], X, axis=1)),
-    (ValueError, "1 to 1250", lambda: jurn.fir(np.ones(1251) / 1251, X)),
-    (ValueError, "1 to 201", lambda: jurn.fir(np.ones(202) / 202, X.astype(np.float32))),
+    (ValueError, "1 to 1250", lambda: jurn.fir(np.ones(1251) / 1251, X, **DEVICE)),
+    (ValueError, "takes samples of int16", lambda: jurn.fir([1.0], X.astype(np.float32), **DEVICE)),
+    (ValueError, "takes 'int16' or 'double'", lambda: jurn.moving_mean(2, X, precision="float")),
     (ValueError, "not finite", lambda: jurn.fir([np.inf], X)),
     (TypeError, "real numbers", lambda: jurn.fir([1j], X)),
     (ValueError, r"zi: has the shape \(3,\); takes \(1,\)", lambda: jurn.fir([0.5, 0.5], X, zi=[1, 2, 3])),
-    (ValueError, "int16 cannot hold", lambda: jurn.fir([0.5, 0.5], X, zi=[0.5])),
-    (ValueError, "takes 1 to 2156", lambda: jurn.moving_mean(2157, X)),
-    (ValueError, "takes 1 to 201", lambda: jurn.moving_mean(0, X.astype(float))),
-    (ValueError, "a0 is 2.0", lambda: jurn.lfilter([1.0], [2.0], X, prepare=False)),
-    (ValueError, "run as sections|runs as sections", lambda: jurn.lfilter(*signal.butter(8, 0.05), X, zi=0)),
+    (ValueError, "int16 cannot hold", lambda: jurn.fir([0.5, 0.5], X, zi=[0.5], **DEVICE)),
+    (ValueError, "takes 1 to 2156", lambda: jurn.moving_mean(2157, X, **DEVICE)),
+    (ValueError, "takes 1 to 16777216", lambda: jurn.moving_mean(0, X.astype(float))),
+    (ValueError, "a0 is 2.0", lambda: jurn.lfilter([1.0], [2.0], X, prepare=False, **DEVICE)),
+    (ValueError, "run as sections|runs as sections", lambda: jurn.lfilter(*signal.butter(8, 0.05), X, zi=0, **DEVICE)),
     (ValueError, r"takes \(sections, 6\)", lambda: jurn.sosfilt([1.0, 2.0], X)),
     (ValueError, "takes 1 or 2, or 4", lambda: jurn.convolve(np.zeros((2, 9), np.int16), np.ones((5, 3)))),
     (ValueError, "takes one of", lambda: jurn.compare(len, X)),

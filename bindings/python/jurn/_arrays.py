@@ -93,40 +93,68 @@ class Channels:
                     level + 1,
                 )
         moved = array if array.ndim == 1 and axis in (0, -1) else np.moveaxis(array, axis, 0)
-        self.axis = axis
+        self.array = array
+        self.axis = axis % array.ndim
         self.rest = moved.shape[1:]
+        self.count = math.prod(self.rest)
         self.dtype: np.dtype[Any] = array.dtype
         self.is_int16 = array.dtype.char == "h"
-        self.x: Samples = moved.reshape(len(moved), math.prod(self.rest))
-        # Filters in double precision take samples of float32.
-        self.samples = self.x if self.is_int16 else self.x.astype(np.float32, copy=False)
+        self._moved = moved
 
     @property
     def flat(self) -> bool:
         return not self.rest
 
     @property
-    def precision(self) -> str:
-        """Of the filters that take the samples."""
-        return "int16" if self.is_int16 else "double"
+    def frames(self) -> int:
+        return len(self._moved)
 
     @property
-    def count(self) -> int:
-        return int(self.x.shape[1])
+    def x(self) -> Samples:
+        """(frames, channels)."""
+        return self._moved.reshape(self.frames, self.count)
+
+    @property
+    def samples(self) -> Samples:
+        """(frames, channels) for what takes int16 or float32."""
+        return self.x if self.is_int16 else self.x.astype(np.float32, copy=False)
+
+    @property
+    def rows(self) -> Samples:
+        """(channels, frames) in one piece."""
+        rows = np.ascontiguousarray(np.moveaxis(self._moved, 0, -1))
+        return rows.reshape(self.count, self.frames)
+
+    def of_rows(self, y: Samples) -> Samples:
+        """(channels, frames) in the shape of the argument."""
+        return np.moveaxis(y.reshape(*self.rest, y.shape[-1]), -1, self.axis)
 
     def shaped(self, y: Samples) -> Samples:
         """(frames, channels) in the shape and type of the argument."""
         y = y.astype(self.dtype, copy=False).reshape(len(y), *self.rest)
         return y if self.flat else np.moveaxis(y, 0, self.axis)
 
-    def state(self, zi: ArrayLike, *shape: int) -> Samples:
-        """A state of the given shape, with the channels behind; scalars are spread."""
-        full = (*shape, *self.rest)
+    def state(self, zi: ArrayLike, count: int, sections: int | None = None) -> Samples:
+        """A state, which has `count` numbers where the samples have frames: (channels, count), or
+        (sections, channels, count). Scalars are spread, and axes of one channel."""
+        shape = list(self.array.shape)
+        shape[self.axis] = count
+        full = tuple(shape) if sections is None else (sections, *shape)
         array = real(zi, "zi").astype(np.float64)
-        if array.ndim and array.shape != full:
+        one = [k != self.axis and sections is None for k in range(len(full))]
+        if array.ndim and not (
+            array.ndim == len(full)
+            and all(n == m or (n == 1 and o) for n, m, o in zip(array.shape, full, one))
+        ):
             raise ValueError(f"zi: has the shape {array.shape}; takes {full}")
-        return np.broadcast_to(array, full).reshape(*shape, self.count)
+        lead = full[: len(full) - len(shape)]
+        moved = np.moveaxis(np.broadcast_to(array, full), len(lead) + self.axis, -1)
+        return np.array(moved.reshape(*lead, self.count, count), order="C")
 
-    def shaped_state(self, zf: Samples) -> Samples:
-        return zf.reshape(*zf.shape[:-1], *self.rest)
-
+    def shaped_state(self, z: Samples, zi: ArrayLike | None = None) -> Samples:
+        """(channels, count) or (sections, channels, count) as `state` takes it; of float32 where
+        that is the type of the samples and of `zi`."""
+        if zi is not None and np.asarray(zi).dtype == self.dtype == np.float32:
+            z = z.astype(np.float32)
+        lead = z.shape[:-2]
+        return np.moveaxis(z.reshape(*lead, *self.rest, z.shape[-1]), -1, len(lead) + self.axis)

@@ -151,13 +151,33 @@ class Convolution(_Stream):
 
 def _prepare(
     kind: int, b: list[float], a: list[float], in_double: bool, as_is: bool, as_sections: bool
-) -> Tuple[_Flat, bool, float, float, float, list[str], list[str]]: ...
+) -> Tuple[_Flat, bool, float, float, float, list[str], list[str], list[str]]: ...
 def _load_design(
     paths: list[str], kind: Optional[int], variables: list[str], rate: int, negate: Optional[bool]
 ) -> Tuple[_Flat, list[str]]: ...
 def _read_response(
     paths: list[str], rate: int, resample: bool, truncate: int, normalise: bool
 ) -> list[list[float]]: ...
+
+class _Running:
+    def __init__(
+        self, kind: int, b: NDArray[np.float64], a: NDArray[np.float64], channels: int
+    ) -> None: ...
+    def go_on(self, x: NDArray[Any], y: NDArray[Any]) -> None: ...
+    def filter_rows(
+        self, x: NDArray[Any], y: NDArray[Any], past: NDArray[np.float64]
+    ) -> None: ...
+    @property
+    def bad_samples(self) -> int: ...
+
+def _run_from_state(
+    kind: int,
+    b: NDArray[np.float64],
+    a: NDArray[np.float64],
+    x: NDArray[Any],
+    y: NDArray[Any],
+    z: NDArray[np.float64],
+) -> int: ...
 
 class _Reader:
     def __init__(self, path: str) -> None: ...

@@ -11,7 +11,7 @@ from typing import Any, Callable, Iterable, Iterator
 import numpy as np
 from numpy.typing import NDArray
 
-from . import _core, _running
+from . import _core, _double, _running
 from ._arrays import collected_warnings, warn
 from .convolution import routes_of
 from .designs import Design, prepare
@@ -45,6 +45,21 @@ class StreamFilter:
         raise NotImplementedError
 
 
+def _check_bits(precision: str, is_int16: bool) -> None:
+    if precision == "int16" and not is_int16:
+        raise ValueError("has more than 16 bits, which precision int16 does not take")
+
+
+def _in_double(f: _double.Filter, x: Iterator[_Block], channels: int) -> Iterator[_Block]:
+    filters = _double.running(f, channels)
+    for block in x:
+        y = np.empty_like(block)
+        filters.go_on(block, y)
+        yield y
+    if filters.bad_samples:
+        warn(f"samples that are infinite or no number count as 0: {filters.bad_samples}", 1)
+
+
 @lru_cache(maxsize=64)
 def _design(path: str, kind: str | None, rate: int, changed: int) -> tuple[Design, tuple[str, ...]]:
     with collected_warnings() as messages:
@@ -57,6 +72,7 @@ class CoefficientFilter(StreamFilter):
     path: str
     kind: str | None
     rate: int | None  # that the coefficients are for, if that is known
+    precision: str = "double"
 
     def design(self, rate: int) -> tuple[Design, tuple[str, ...]]:
         return _design(self.path, self.kind, rate, os.stat(self.path).st_mtime_ns)
@@ -67,23 +83,31 @@ class CoefficientFilter(StreamFilter):
         if self.rate not in (None, rate):
             raise ValueError(f"is at {rate} Hz; the coefficients are for {self.rate} Hz")
         design, warnings = self.design(rate)
-        ready = prepare(design, precision="int16" if is_int16 else "double")
-        new = [m for m in ready.warnings if not any(w.endswith(m) for w in warnings)]
+        _check_bits(self.precision, is_int16)
+        ready = prepare(design, precision=self.precision)
+        found = (*ready.warnings, *(ready.clips if is_int16 else ()))
+        new = [m for m in found if not any(w.endswith(m) for w in warnings)]
         for message in (*warnings, *new):
             warn(message, 1)
         runs = ready.design
-        filters = _running.lanes(runs.kind, runs.b, runs.a, is_int16, channels)
+        if self.precision == "double":
+            return _in_double((runs.kind, runs.b, runs.a), x, channels)
+        filters = _running.lanes(runs.kind, runs.b, runs.a, channels)
         return (filters.run(block, _running.BLOCKS[runs.kind]) for block in x)
 
 
 @dataclass(frozen=True)
 class MeanFilter(StreamFilter):
     length: int
+    precision: str = "double"
 
     def blocks(
         self, x: Iterator[_Block], rate: int, channels: int, is_int16: bool
     ) -> Iterator[_Block]:
-        filters = _running.mean_lanes(self.length, is_int16, channels)
+        _check_bits(self.precision, is_int16)
+        if self.precision == "double":
+            return _in_double(_double.mean(self.length), x, channels)
+        filters = _running.mean_lanes(self.length, channels)
         return (filters.run(block, _running.BLOCKS["fir"]) for block in x)
 
 

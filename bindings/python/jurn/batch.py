@@ -237,6 +237,8 @@ def main(arguments: list[str] | None = None) -> int:
     what.add_argument("--ir", metavar="FILE", help="convolve with an impulse response")
     what.add_argument("--average", metavar="N", type=int, help="replace by the mean of N samples")
     parser.add_argument("--kind", choices=("fir", "iir", "sos"), help="what the file holds")
+    parser.add_argument("--precision", choices=("double", "int16"), default="double",
+                        help="rounded from double, or as on a device with 16 bits")
     parser.add_argument("--manifest", metavar="FILE", help="by default OUT/manifest.tsv")
     parser.add_argument("--check", metavar="MANIFEST", help="say which outputs differ from these")
     parser.add_argument("--jobs", metavar="N", type=int, help="recordings at a time; default: cores")
@@ -248,11 +250,11 @@ def main(arguments: list[str] | None = None) -> int:
     o = parser.parse_args(arguments)
     function: StreamFilter
     if o.coefficients:
-        function = CoefficientFilter(os.path.abspath(o.coefficients), o.kind, o.rate)
+        function = CoefficientFilter(os.path.abspath(o.coefficients), o.kind, o.rate, o.precision)
     elif o.ir:
         function = ResponseFilter(os.path.abspath(o.ir))
     else:
-        function = MeanFilter(o.average)
+        function = MeanFilter(o.average, o.precision)
     progress = None if o.quiet or not sys.stderr.isatty() else _Progress()
     try:
         before = read_manifest(o.check) if o.check else []

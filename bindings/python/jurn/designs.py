@@ -9,10 +9,12 @@ from typing import Any, Sequence
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _running
+from . import _core, _double, _running
 from ._arrays import Channels, Coefficients, numbers, real, warn
 
 KINDS = ("fir", "iir", "sos")  # in the order of the engine's kinds
+
+PRECISIONS = ("double", "int16")
 
 # What the filters for int16 take. A longer recursive filter would be analysed for minutes.
 _COEFFICIENTS = 1250
@@ -116,44 +118,66 @@ class Design:
         axis: int | None = None,
         zi: ArrayLike | None = None,
         *,
+        precision: str = "double",
         block: int | None = None,
         prepare: bool = True,
     ) -> Any:
         """Filter samples, with the parameters of `fir`, `lfilter` or `sosfilt`."""
-        return self._filter(x, axis, zi, block, prepare, level=2)
+        return self._filter(x, axis, zi, precision, block, prepare, level=2)
 
     def _filter(
         self,
         x: ArrayLike,
         axis: int | None,
         zi: ArrayLike | None,
+        precision: str,
         block: int | None,
         prepare: bool,
         level: int,
     ) -> Any:
         """As filter; warnings name the caller `level` calls above."""
         channels = Channels(x, axis, level + 1)
+        check_precision(precision, channels)
         if block is not None:
             most = _running.LONGEST_BLOCK[self.kind]
             if not 1 <= block <= most:
                 raise ValueError(f"block: {block} frames; takes 1 to {most}")
+        if precision == "int16":
+            return self._filter_int16(channels, zi, block, prepare, level + 1)
+        # A state belongs to the coefficients as they are.
+        as_is = zi is not None and self.kind != "fir"
+        design = self._divided()
+        if prepare:
+            prepared = _prepared(self, precision, as_is, False)
+            warn_of(prepared.warnings, level + 1)
+            if channels.is_int16:
+                warn_of(prepared.clips, level + 1)
+            design = prepared.design
+        runs = (design.kind, design.b, design.a)
+        if as_is and zi is not None:
+            return _double.run_from_state(runs, channels, zi, level + 1)
+        return _double.run_past(runs, len(design.b) - 1, channels, zi, level + 1)
+
+    def _filter_int16(
+        self, x: Channels, zi: ArrayLike | None, block: int | None, prepare: bool, level: int
+    ) -> Any:
         design = self
         if prepare:
-            prepared = _prepared(self, channels.precision, False, False)
-            warn_of(prepared.warnings, level + 1)
+            prepared = _prepared(self, "int16", False, False)
+            warn_of((*prepared.warnings, *prepared.clips), level + 1)
             design = prepared.design
         block = block or _running.BLOCKS[design.kind]
         if design.kind == "fir":
-            filters = _running.lanes("fir", design.b, design.a, channels.is_int16, channels.count)
-            return _running.run_past(filters, len(design.b) - 1, channels, zi, block)
+            filters = _running.lanes("fir", design.b, design.a, x.count)
+            return _running.run_past(filters, len(design.b) - 1, x, zi, block)
         if design.kind == "iir":
-            return _running.run_direct_form(design.b, design.a, channels, zi, block)
+            return _running.run_direct_form(design.b, design.a, x, zi, block)
         if self.kind == "iir" and zi is not None:
             raise ValueError(
                 "zi: this design runs as sections, which have another state; use sosfilt, or "
                 "prepare=False for the direct form"
             )
-        return _running.run_sections(design.b, design.a, channels, zi, block)
+        return _running.run_sections(design.b, design.a, x, zi, block)
 
     def _leads_with_1(self) -> bool:
         return bool((self.a[..., :1] == 1.0).all())
@@ -166,6 +190,13 @@ class Design:
 
     def _flat(self) -> tuple[int, list[float], list[float]]:
         return KINDS.index(self.kind), self.b.ravel().tolist(), self.a.ravel().tolist()
+
+
+def check_precision(precision: str, x: Channels) -> None:
+    if precision not in PRECISIONS:
+        raise ValueError(f"precision: {precision!r}; takes 'int16' or 'double'")
+    if precision == "int16" and not x.is_int16:
+        raise ValueError(f"precision: 'int16' takes samples of int16, and x is {x.dtype}")
 
 
 def kept_design(kind: str, b: ArrayLike, a: ArrayLike = ()) -> Design:
@@ -210,6 +241,8 @@ class Prepared:
         What was done.
     warnings : tuple of str
         What remains.
+    clips : tuple of str
+        What is said of int16 samples if the filter's gain can exceed their range.
     """
 
     design: Design
@@ -219,6 +252,7 @@ class Prepared:
     expected_error_rms: float
     notices: tuple[str, ...]
     warnings: tuple[str, ...]
+    clips: tuple[str, ...]
 
 
 def prepare(
@@ -236,7 +270,7 @@ def prepare(
         Coefficients; `Design.of_sos` makes one of SciPy's sections. Denominators are divided by
         their first coefficient.
     precision : {'int16', 'double'}, optional
-        The filters for int16, or those for floats.
+        As on a device with 16 bits, or in double as the functions do by default.
     as_is : bool, optional
         Whether to keep the coefficients, only rounded, and measure them.
     as_sections : bool, optional
@@ -259,7 +293,7 @@ def prepare(
     >>> bool(ready.design.b[0, 0] > 0.1)
     True
     """
-    if precision not in ("int16", "double"):
+    if precision not in PRECISIONS:
         raise ValueError(f"precision: {precision!r}; takes 'int16' or 'double'")
     return _prepared(design, precision, as_is, as_sections)
 
@@ -268,11 +302,11 @@ def prepare(
 def _prepared(design: Design, precision: str, as_is: bool, as_sections: bool) -> Prepared:
     """Takes milliseconds for a design that is new, and nothing for one that was met before."""
     _check_length(design, precision)
-    flat, stable, radius, largest, rms, notices, warnings = _core._prepare(
+    flat, stable, radius, largest, rms, notices, warnings, clips = _core._prepare(
         *design._divided()._flat(), precision == "double", as_is, as_sections
     )
     return Prepared(
-        of_flat(*flat), stable, radius, largest, rms, tuple(notices), tuple(warnings)
+        of_flat(*flat), stable, radius, largest, rms, tuple(notices), tuple(warnings), tuple(clips)
     )
 
 

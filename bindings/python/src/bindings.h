@@ -33,5 +33,6 @@ void add_float_filter(pybind11::module_* m);
 void add_convolution(pybind11::module_* m);
 void add_files(pybind11::module_* m);
 void add_recordings(pybind11::module_* m);
+void add_running(pybind11::module_* m);
 
 }  // namespace jurn::python

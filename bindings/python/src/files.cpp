@@ -34,22 +34,22 @@ py::tuple prepare(int kind, std::vector<double> b, std::vector<double> a, bool i
                                   std::move(a)};
   jurn::PrepareOptions options;
   options.precision = in_double ? jurn::Precision::kDouble : jurn::Precision::kInt16;
-  options.as_is = as_is || (in_double && design.kind == jurn::FilterDesign::kIir &&
-                            design.b.size() <= 3 && design.a.size() <= 3);  // runs as it is
+  options.as_is = as_is;
   options.as_sections = as_sections;
   jurn::Prepared prepared;
   std::string peak;
   {
     const py::gil_scoped_release unlocked;
     prepared = jurn::prepare(design, options);
-    if (!in_double) peak = jurn::check_peak({}, prepared.design, 1.0);
+    peak = jurn::check_peak({}, prepared.design, 1.0);
   }
-  std::vector<std::string> notices, warnings;
+  std::vector<std::string> notices, warnings, clips;
   for (const jurn::Notice& notice : prepared.notices)
     (notice.is_warning() ? warnings : notices).push_back(notice.text);
-  if (!peak.empty()) warnings.push_back(peak.substr(2));  // ": " names no file
+  if (!peak.empty()) clips.push_back(peak.substr(2));  // ": " names no file
   return py::make_tuple(flat(prepared.design), prepared.stable, prepared.pole_radius,
-                        prepared.expected_error, prepared.expected_error_rms, notices, warnings);
+                        prepared.expected_error, prepared.expected_error_rms, notices, warnings,
+                        clips);
 }
 
 std::pair<Flat, std::vector<std::string>> load_design(const std::vector<std::string>& paths,

@@ -12,4 +12,5 @@ PYBIND11_MODULE(_core, m) {
   jurn::python::add_convolution(&m);
   jurn::python::add_files(&m);
   jurn::python::add_recordings(&m);
+  jurn::python::add_running(&m);
 }
