@@ -1,8 +1,57 @@
 #include "streams/transposed_form.h"
 
 #include <algorithm>
+#include <array>
 
 namespace jurn {
+namespace {
+
+/** A numerator and denominator; Order is known, so that the state lies in registers. */
+template <std::size_t Order>
+void run_order(const double* b, const double* a, const double* in, int frames, double* out,
+               double* state) {
+  std::array<double, Order> z;
+  std::copy_n(state, Order, z.begin());
+  for (int i = 0; i < frames; ++i) {
+    const double x = in[i];
+    const double y = b[0] * x + z[0];
+    for (std::size_t j = 1; j < Order; ++j) z[j - 1] = z[j] + b[j] * x - a[j] * y;
+    z[Order - 1] = b[Order] * x - a[Order] * y;
+    out[i] = y;
+  }
+  std::copy_n(z.begin(), Order, state);
+}
+
+void run_any(const double* b, const double* a, std::size_t order, const double* in, int frames,
+             double* out, double* state) {
+  for (int i = 0; i < frames; ++i) {
+    const double x = in[i];
+    const double y = order > 0 ? b[0] * x + state[0] : b[0] * x;
+    for (std::size_t j = 1; j < order; ++j) state[j - 1] = state[j] + b[j] * x - a[j] * y;
+    if (order > 0) state[order - 1] = b[order] * x - a[order] * y;
+    out[i] = y;
+  }
+}
+
+/** Sections, all of them for a sample: the next sample's first need not wait for the last. */
+void run_sections(const double* b, const double* a, std::size_t count, const double* in, int frames,
+                  double* out, double* state) {
+  for (int i = 0; i < frames; ++i) {
+    double x = in[i];
+    for (std::size_t k = 0; k < count; ++k) {
+      const double* const n = b + 3 * k;
+      const double* const d = a + 3 * k;
+      double* const z = state + 2 * k;
+      const double y = n[0] * x + z[0];
+      z[0] = n[1] * x - d[1] * y + z[1];
+      z[1] = n[2] * x - d[2] * y;
+      x = y;
+    }
+    out[i] = x;
+  }
+}
+
+}  // namespace
 
 TransposedForm::TransposedForm(const FilterDesign& design)
     : is_sections_(design.kind == FilterDesign::kSections), b_(design.b), a_(design.a) {
@@ -15,29 +64,20 @@ TransposedForm::TransposedForm(const FilterDesign& design)
 }
 
 void TransposedForm::run(const double* in, int frames, double* out, double* state) const {
-  if (is_sections_) {
-    for (std::size_t k = 0; k < b_.size(); k += 3, state += 2, in = out) {
-      const double b0 = b_[k], b1 = b_[k + 1], b2 = b_[k + 2], a1 = a_[k + 1], a2 = a_[k + 2];
-      double z0 = state[0], z1 = state[1];
-      for (int i = 0; i < frames; ++i) {
-        const double x = in[i];
-        const double y = b0 * x + z0;
-        z0 = b1 * x - a1 * y + z1;
-        z1 = b2 * x - a2 * y;
-        out[i] = y;
-      }
-      state[0] = z0;
-      state[1] = z1;
-    }
-    return;
-  }
-  const std::size_t order = states_;
-  for (int i = 0; i < frames; ++i) {
-    const double x = in[i];
-    const double y = order > 0 ? b_[0] * x + state[0] : b_[0] * x;
-    for (std::size_t j = 1; j < order; ++j) state[j - 1] = state[j] + b_[j] * x - a_[j] * y;
-    if (order > 0) state[order - 1] = b_[order] * x - a_[order] * y;
-    out[i] = y;
+  const double* const b = b_.data();
+  const double* const a = a_.data();
+  if (is_sections_) return run_sections(b, a, states_ / 2, in, frames, out, state);
+  switch (states_) {
+    case 1:
+      return run_order<1>(b, a, in, frames, out, state);
+    case 2:
+      return run_order<2>(b, a, in, frames, out, state);
+    case 3:
+      return run_order<3>(b, a, in, frames, out, state);
+    case 4:
+      return run_order<4>(b, a, in, frames, out, state);
+    default:
+      return run_any(b, a, states_, in, frames, out, state);
   }
 }
 
