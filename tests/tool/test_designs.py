@@ -9,7 +9,7 @@ from scipy import io, signal
 from scipy.io import wavfile
 
 from test_formats import equaliser, write
-from test_tool import TOOL, ToolTest, read, write_numbers
+from tool_test import TOOL, ToolTest, read, write_numbers
 
 MODULES = os.path.join(os.environ["JURN_FILTER_SOURCE"], "../../modules/libJURN")
 

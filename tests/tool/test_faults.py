@@ -10,7 +10,7 @@ import unittest
 import numpy as np
 from scipy.io import wavfile
 
-from test_tool import SPEECH, TOOL, ToolTest, read, write_numbers
+from tool_test import SPEECH, TOOL, ToolTest, read, write_numbers
 
 COMPILER = os.environ["JURN_CC"]
 

@@ -9,7 +9,7 @@ import numpy as np
 from scipy import io, signal
 from scipy.io import wavfile
 
-from test_tool import SPEECH, TOOL, ToolTest, read, to_int16, write_numbers
+from tool_test import SPEECH, TOOL, ToolTest, read, to_int16, write_numbers
 
 TAPS = signal.firwin(31, 0.3)
 B, A = signal.butter(4, 0.2)

@@ -8,7 +8,7 @@ import unittest
 import numpy as np
 from scipy import io, signal
 
-from test_tool import SPEECH, TOOL, ToolTest, contents
+from tool_test import SPEECH, TOOL, ToolTest, contents
 
 TAPS = signal.firwin(31, 0.3)
 B, A = signal.butter(5, 0.3)

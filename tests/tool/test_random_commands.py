@@ -1,4 +1,4 @@
-"""Runs random command lines of jurn-filter on good and broken files and watches its manners.
+"""Runs random command lines of jurn-filter on good and broken files: each keeps the rules below.
 
 usage: test_random_commands.py [COUNT [SEED]]
 

@@ -14,7 +14,7 @@ import numpy as np
 from scipy import signal
 from scipy.io import wavfile
 
-from test_tool import ToolTest, read, write_numbers
+from tool_test import ToolTest, read, write_numbers
 
 SPEECH = "/usr/share/sounds/alsa/"
 MUSIC = "/usr/share/sonic-pi/samples/loop_amen.flac"

@@ -14,7 +14,7 @@ import unittest
 import numpy as np
 from scipy.io import wavfile
 
-from test_tool import BAND, MUSIC, SPEECH, TOOL, ToolTest, contents, read, write_numbers
+from tool_test import BAND, MUSIC, SPEECH, TOOL, ToolTest, contents, read, write_numbers
 
 
 class StreamTest(ToolTest):

@@ -11,7 +11,7 @@ import unittest
 import numpy as np
 from scipy.io import wavfile
 
-from test_tool import MUSIC, SPEECH, TOOL, ToolTest, contents, read, write_numbers
+from tool_test import MUSIC, SPEECH, TOOL, ToolTest, contents, read, write_numbers
 
 
 def wait_for_handlers(process):
@@ -23,7 +23,7 @@ def wait_for_handlers(process):
         time.sleep(0.005)
 
 
-class MannersTest(ToolTest):
+class CarefulUseTest(ToolTest):
     def setUp(self):
         super().setUp()
         write_numbers("taps.txt", [[0.5, 0.25, 0.125]])

@@ -1,0 +1,150 @@
+"""What jurn-filter refuses: one line that names the file and the value, nothing left behind."""
+
+import importlib.util
+import os
+import shutil
+import subprocess
+import time
+import unittest
+
+import numpy as np
+from scipy.io import wavfile
+
+from tool_test import BAND, CROSSTALK, MUSIC, SPEECH, STREET, TOOL, ToolTest, read, write_numbers
+
+
+class BadInputTest(ToolTest):
+    def test_coefficients(self):
+        for command, text, *words in (
+                ("fir", "1 2\n3 x4 5\n", ":2:", "'x4'"),
+                ("fir", "1 nan\n", ":1:", "'nan'"),
+                ("fir", "1\n2\n1e39\n", ":3:", "1e39", "range"),
+                ("fir", "1e400\n", ":1:", "1e400"),
+                ("fir", "0x10\n", ":1:", "0x10"),
+                ("fir", "1,,2\n", ":1:", "comma"),
+                ("fir", "1\x00\x07\n", "binary", "S16LE"),
+                ("fir", "", "no numbers"),
+                ("fir", "# 1 2 3\n", "no numbers"),
+                ("fir --precision int16", "1 " * 1250 + "\n1", "1251", "1250"),
+                ("iir", "1 2\n", ":1:", "1 line"),
+                ("iir", "1\n\n1\n1\n", ":4:", "3 lines"),
+                ("iir", "1\n2 1\n", ":2:", "with 2"),
+                ("iir", "1\n" + "1 " * 1251, "1251", "1250"),
+                ("sos", "1 0 0 1 0 0\n1 2 3 4 5\n", ":2:", "5 numbers", "six"),
+                ("sos", "1 0 0 0.5 0 0\n", ":1:", "0.5"),
+                ("sos --precision int16", "1 0 0 1 0 0\n" * 417, "417", "416")):
+            with open("c.txt", "w", encoding="ascii") as file:
+                file.write(text)
+            self.assert_fails([*command.split(), SPEECH, "out.wav", "-c", "c.txt"], "c.txt", *words)
+
+    def test_files(self):
+        write_numbers("one.txt", [[1]])
+        open("empty.wav", "w").close()
+        wavfile.write("none.wav", 48000, np.zeros(0, np.int16))
+        os.mkdir("folder.wav")
+        for source, *words in (("missing.wav", "no such file"), ("empty.wav", "empty"),
+                               ("none.wav", "no samples"),
+                               ("folder.wav", "directory"), ("one.txt", "no audio file")):
+            self.assert_fails(["fir", source, "out.wav", "-c", "one.txt"], source, *words)
+        for name in ("missing.txt", "folder.wav"):
+            self.assert_fails(["fir", SPEECH, "out.wav", "-c", name], name)
+        for output, code in (("nowhere/out.wav", 4), ("folder.wav", 4), ("out.xyz", 2), ("out", 2)):
+            self.assert_fails(["fir", SPEECH, output, "-c", "one.txt"], output, code=code)
+
+    def test_command_line(self):
+        write_numbers("one.txt", [[1]])
+        common = [SPEECH, "out.wav", "-c", "one.txt"]
+        for arguments, word in (
+                ([], "subcommand"), (["fir"], "FILES"), (["fir", SPEECH, "out.wav"], "coefficients"),
+                (["fir", *common, "--block", "0"], "--block"),
+                (["fir", *common, "--block", "1057"], "1056"),
+                (["iir", SPEECH, "out.wav"], "--numerator"),
+                (["fir", SPEECH, "out.ogg", "-c", "one.txt", "--bits", "24"], "24-bit"),
+                (["fir", SPEECH, "out.flac", "-c", "one.txt", "--bits", "float"], "float"),
+                (["fir", *common, "--precision", "single"], "single"),
+                (["level", SPEECH, "--length", "257"], "256"),
+                (["level", SPEECH, SPEECH], SPEECH),
+                (["average", SPEECH, "out.wav", "--length", "2157"], "2156"),
+                (["average", SPEECH, "out.wav", "--length", "0"], "--length")):
+            self.assert_fails(arguments, word, code=2)
+
+    def test_nothing_is_overwritten_or_left(self):
+        write_numbers("one.txt", [[1]])
+        subprocess.run(["sox", SPEECH, "in.wav"], check=True)
+        os.link("in.wav", "hard.wav")
+        os.symlink("in.wav", "soft.wav")
+        for output in ("in.wav", "./in.wav", "hard.wav", "soft.wav", "one.txt"):
+            self.assert_fails(["fir", "in.wav", output, "-c", "one.txt"], output, code=2)
+        # A write that fails half-way leaves the old result.
+        wavfile.write("out.wav", 48000, np.arange(9, dtype=np.int16))
+        command = f"ulimit -f 50; '{TOOL}' fir in.wav out.wav -c one.txt --overwrite"
+        limited = subprocess.run(["bash", "-c", command], capture_output=True, text=True)
+        self.assertEqual(limited.returncode, 4, limited.stderr)
+        self.assertIn("out.wav", limited.stderr)
+        self.assertEqual(len(read("out.wav")[1]), 9)
+        self.assertEqual(len(os.listdir()), 5)
+        with subprocess.Popen([TOOL, "convolve", MUSIC, "out.wav", "--ir", STREET[0], "--resample",
+                               "--time-domain", "--overwrite"],
+                              stderr=subprocess.PIPE, text=True) as running:
+            while len(os.listdir()) == 5 and running.poll() is None:
+                time.sleep(0.01)
+            running.terminate()
+            self.assertEqual((running.wait(), running.stderr.read()),
+                             (130, "jurn-filter: interrupted\n"))
+        self.assertEqual(len(os.listdir()), 5)
+
+    def test_responses(self):
+        wavfile.write("three.wav", 48000, np.ones((9, 3), np.int16))
+        wavfile.write("nan.wav", 48000, np.full(9, np.nan, np.float32))
+        wavfile.write("zero.wav", 48000, np.zeros(9, np.int16))
+        wavfile.write("seventeen.wav", 48000, np.ones((9, 17), np.int16))
+        wavfile.write("two.wav", 48000, np.ones((9, 2), np.int16))
+        for arguments, code, *words in (
+                ([], 2, "--ir", "--routes"), (["--ir", "missing.wav"], 3, "missing.wav"),
+                (["--ir", CROSSTALK[0]], 3, "EYCv2L44", "44100", "48000", "--resample"),
+                (["--ir", STREET[0], "--fft"], 3, "street2-L", "18650", "8192", "32767",
+                 "--truncate"),
+                (["--ir", STREET[0], "--fft", "--truncate", 8193], 2, "8193", "8192"),
+                (["--ir", "two.wav", "--fft", "--time-domain"], 2, "--fft"),
+                (["--ir", "three.wav", "--fft"], 2, "three.wav", "3 channels"),
+                (["--ir", "two.wav", "--routes", "two.wav"], 2, "--routes"),
+                (["--ir", "two.wav", "--raw-latency"], 2, "--fft"),
+                (["--ir", "seventeen.wav"], 3, "seventeen.wav", "17 channels", "16"),
+                (["--ir", "two.wav", "--block", 4097], 2, "4096"),
+                (["--ir", "two.wav", "--fft", "--block", 2000], 2, "1056"),
+                (["--ir", "nan.wav"], 3, "nan.wav", "finite"),
+                (["--ir", "zero.wav", "--normalise"], 3, "zero.wav", "silent"),
+                (["--ir", "two.wav", "--route", "crossed"], 2, "stereo"),
+                (["--ir", "two.wav", "--route", "straight"], 2, "2 channels"),
+                (["--ir", BAND, "--route", "sideways"], 2, "sideways"),
+                (["--ir", BAND, "--fade-to", BAND], 2, "--at"),
+                (["--ir", BAND, "--fade-to", "two.wav", "--at", 1], 2, "two.wav"),
+                (["--ir", BAND, "--fade-to", BAND, "--at", 9], 2, "9", "1.428")):
+            self.assert_fails(["convolve", SPEECH, "out.wav", *arguments], *words, code=code)
+        self.assert_fails(["convolve", SPEECH, "two.wav", "--ir", "two.wav"], "two.wav", code=2)
+        delayed = []
+        if importlib.util.find_spec("h5py"):
+            import h5py
+            shutil.copy("/usr/share/libmysofa/default.sofa", "delayed.sofa")
+            with h5py.File("delayed.sofa", "r+") as file:
+                file["Data.Delay"][...] = 40000
+            delayed.append((["--sofa", "delayed.sofa"], "delayed.sofa", "43538;", "32767"))  # at 48 kHz
+        for arguments, *words in (*delayed, (["--sofa", "two.wav"], "two.wav", "SOFA"),
+                                  (["--sofa", "missing.sofa"], "missing.sofa", "no such file")):
+            self.assert_fails(["binaural", SPEECH, "out.wav", *arguments], *words)
+        self.assert_fails(["binaural", MUSIC, "out.wav"], MUSIC, "mono")
+
+    def test_options_take_numbers_only(self):
+        write_numbers("one.txt", [[1]])
+        for command, option in (("fir -c one.txt", "--gain"), ("binaural", "--azimuth"),
+                                ("binaural", "--elevation"), ("binaural", "--orbit"),
+                                (f"convolve --ir {BAND} --fade-to {BAND}", "--at"),
+                                ("level", "--every")):
+            for value in ("nan", "1e30", "-inf"):
+                name, *rest = command.split()
+                files = [SPEECH] if name == "level" else [SPEECH, "new.wav"]
+                self.assert_fails([name, *files, *rest, option, value], option, code=2)
+
+
+if __name__ == "__main__":
+    unittest.main()

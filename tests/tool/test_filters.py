@@ -1,0 +1,225 @@
+"""Filters of jurn-filter on real recordings, compared with SciPy; level and reports."""
+
+import os
+import re
+import subprocess
+import unittest
+
+import numpy as np
+from scipy import signal
+from scipy.io import wavfile
+
+from tool_test import MUSIC, SPEECH, TOOL, ToolTest, read, to_int16, write_numbers
+
+
+class FilterTest(ToolTest):
+    def test_filters_agree_with_scipy(self):
+        taps = signal.firwin(301, 0.2)
+        b, a = signal.butter(3, 0.2)
+        sections = signal.butter(8, [0.05, 0.4], "bandpass", output="sos")
+        write_numbers("taps.txt", [taps[:100], taps[100:]], ", ")
+        write_numbers("ba.txt", [b, a], ",")
+        write_numbers("b.txt", [[x] for x in b])
+        write_numbers("a.txt", [a])
+        write_numbers("sos.txt", sections)
+        for source in (SPEECH, MUSIC):
+            x = read(source)[1]
+            expected = to_int16(signal.lfilter(taps, 1, x, axis=0))
+            self.assert_near(self.run_filter("fir", "-c", "taps.txt", source=source), expected)
+            expected = to_int16(signal.lfilter(b, a, x, axis=0))
+            self.assert_near(self.run_filter("iir", "-c", "ba.txt", source=source), expected)
+            two = ["--numerator", "b.txt", "--denominator", "a.txt"]
+            self.assert_near(self.run_filter("iir", *two, source=source), expected)
+            expected = to_int16(signal.sosfilt(sections, x, axis=0))
+            self.assert_near(self.run_filter("sos", "-c", "sos.txt", source=source), expected)
+            for length in (3, 256, 257, 2156):
+                expected = to_int16(signal.lfilter(np.ones(length) / length, 1, x, axis=0))
+                result = self.run_filter("average", "--length", length, source=source)
+                self.assert_near(result, expected)
+
+    def test_block_changes_no_sample(self):
+        # The double integrator starts below the library's flush threshold: were the flush to come
+        # once per sample, it would never leave 0.
+        write_numbers("taps.txt", [signal.firwin(1250, 0.1)])
+        write_numbers("ba.txt", [[9e-7], [1, -2, 1]])
+        write_numbers("sos.txt", signal.butter(4, 0.02, output="sos"))
+        wavfile.write("ones.wav", 8000, np.ones(5000, np.int16))
+        for source, *command in ((SPEECH, "fir", "-c", "taps.txt"),
+                                 (SPEECH, "fir", "-c", "taps.txt", "--precision", "int16"),
+                                 ("ones.wav", "iir", "-c", "ba.txt", "--as-is"),
+                                 ("ones.wav", "iir", "-c", "ba.txt", "--as-is", "--precision",
+                                  "int16"),
+                                 (SPEECH, "sos", "-c", "sos.txt"),
+                                 (SPEECH, "sos", "-c", "sos.txt", "--precision", "int16"),
+                                 (SPEECH, "average", "--length", 9)):
+            results = [self.run_filter(*command, "--block", block, source=source)
+                       for block in (1, 7, 512, 1056)]
+            self.assertTrue(results[0].any(), command)
+            for result in results[1:]:
+                np.testing.assert_array_equal(result, results[0], str(command))
+
+    def test_double_precision_agrees_with_scipy(self):
+        write_numbers("taps.txt", [signal.firwin(201, 0.1)])
+        b, a = signal.butter(3, 0.05)
+        write_numbers("ba.txt", [b, a])
+        subprocess.run(["sox", "-V1", MUSIC, "-b", "24", "in24.wav", "gain", "-7"], check=True)
+        wavfile.write("noise.wav", 8000, np.random.default_rng(1).normal(0, 0.5, (9999, 2))
+                      .astype(np.float32))
+        for source, unit in ((SPEECH, 32768), ("in24.wav", 2**31), ("noise.wav", 1)):
+            x = read(source)[1] / unit
+            for command, numbers, b_a in (("fir", "taps.txt", (np.loadtxt("taps.txt"), [1])),
+                                          ("iir", "ba.txt", (b, a))):
+                expected = signal.lfilter(*b_a, x, axis=0)
+                for bits, scale, most in (("float", 1, 1e-6 * np.abs(expected).max()),
+                                          ("24", 2**31, 0.76 / 2**23), ("16", 32768, 0.51 / 32768)):
+                    self.run_tool(command, source, "out.wav", "-c", numbers, "--precision",
+                                  "double", "--bits", bits)
+                    result = read("out.wav")[1] / scale
+                    self.assertLessEqual(np.abs(result - expected).max(), most, (source, bits))
+
+    def test_level(self):
+        x = read(MUSIC)[1]
+        for kind, values in (("magnitude", np.abs(x / 32768)), ("square", (x / 32768) ** 2)):
+            report = self.run_tool("level", MUSIC, "level.csv", "--length", 200, "--of", kind,
+                                   "--every", 0.05)
+            rows = np.genfromtxt("level.csv", delimiter=",", skip_header=1)
+            means = signal.lfilter(np.ones(200) / 200, 1, values, axis=0)
+            at = np.round(rows[:, 0] * 44100).astype(int) - 1
+            self.assertEqual(len(rows), len(x) // 2205)
+            np.testing.assert_allclose(rows[:, [1, 3]], means[at], rtol=2e-4, atol=1e-9)
+            with np.errstate(divide="ignore"):
+                decibels = (20 if kind == "magnitude" else 10) * np.log10(rows[:, [1, 3]])
+            np.testing.assert_allclose(rows[:, [2, 4]], decibels, atol=0.006)
+            loudest = (20 if kind == "magnitude" else 10) * np.log10(means.max())
+            self.assertAlmostEqual(float(re.search(r"loudest +(\S+) dB", report)[1]), loudest, 1)
+        with open("level.csv", encoding="ascii") as file:
+            printed = self.run_tool("level", MUSIC, "--length", 200, "--of", kind, "--every", 0.05)
+            self.assertEqual(printed, file.read())
+
+    def test_input_is_rounded_and_saturated(self):
+        write_numbers("one.txt", [[1]])
+        full = np.array([0, 0.5, -0.5, 1, -1, 1.5, -1.5, 3, -3, 1e9, 10000.4, -10000.6, np.nan])
+        expected = [0, 16384, -16384, 32767, -32768, 32767, -32768, 32767, -32768, 32767, 10000,
+                    -10001, 0]
+        full[10:12] /= 32768
+        for dtype in (np.float32, np.float64):
+            wavfile.write("in.wav", 48000, full.astype(dtype))
+            self.run_tool("fir", "in.wav", "out.wav", "-c", "one.txt")
+            np.testing.assert_array_equal(read("out.wav")[1][:, 0],
+                                          np.nan_to_num(full).astype(np.float32))
+            report = self.run_tool("fir", "in.wav", "out.wav", "-c", "one.txt", "--precision",
+                                   "int16")
+            self.assertEqual(read("out.wav")[1][:, 0].tolist(), expected)
+            self.assertIn("--dither", report)
+            self.assertIn("6 samples beyond full scale", report)
+            self.assertIn("1 samples that are no finite numbers", report)
+        values = np.array([0, 2**31 - 1, -2**31, 5 * 65536 + 40000, -5 * 65536 - 40000], np.int32)
+        wavfile.write("in32.wav", 48000, values)
+        subprocess.run(["sox", "-V1", "-D", "in32.wav", "-b", "24", "in24.wav"], check=True)
+        result = self.run_filter("fir", "-c", "one.txt", source="in24.wav")
+        self.assertEqual(result[:, 0].tolist(), read("in24.wav")[1][:, 0].tolist())
+        result = self.run_filter("fir", "-c", "one.txt", "--bits", 16, source="in24.wav")
+        self.assertEqual(result[:, 0].tolist(), [0, 32767, -32768, 6, -6])
+
+    def test_dither(self):
+        """Noise of the right kind where bits are lost, reproducible, and nowhere else."""
+        write_numbers("one.txt", [[1]])
+        wavfile.write("low.wav", 48000, np.full(48000, 7.25 / 32768, np.float32))
+        self.run_tool("average", "low.wav", "out.wav", "--length", 1)
+        self.assertTrue((read("out.wav")[1] == 7).all())
+        results = []
+        for command in (["average", "--length", 1], ["fir", "-c", "one.txt", "--bits", 16]):
+            for seed in (1, 1, 2):
+                self.run_tool(command[0], "low.wav", "out.wav", *command[1:], "--dither", "--seed",
+                              seed)
+                results.append(read("out.wav")[1][:, 0].astype(float))
+                self.assertAlmostEqual(results[-1].mean(), 7.25, delta=0.02)
+                self.assertAlmostEqual(results[-1].var(), 3 / 12, delta=0.02)
+            self.assertTrue((results[-3] == results[-2]).all())
+            self.assertTrue((results[-2] != results[-1]).any())
+        self.run_tool("fir", SPEECH, "out.wav", "-c", "one.txt", "--dither", "--precision", "int16")
+        np.testing.assert_array_equal(read("out.wav")[1], read(SPEECH)[1])
+
+    def test_steep_designs_are_prepared(self):
+        """Designs that floats spoil as SciPy gives them: silent, thousands off, or unstable."""
+        device = ["--precision", "int16"]
+        noise = np.random.default_rng(3).integers(-12000, 12000, (24000, 2)).astype(np.int16)
+        wavfile.write("noise.wav", 48000, noise)
+        for design, spoilt in (((signal.butter(8, 500, fs=48000, output="sos")), "silent"),
+                               ((signal.cheby1(8, 1, 300, fs=48000, output="sos")), "silent"),
+                               ((signal.butter(8, [300, 600], "band", fs=48000, output="sos")), ""),
+                               ((signal.butter(6, 300, fs=48000, output="sos")), "")):
+            write_numbers("sos.txt", design)
+            expected = signal.sosfilt(design, noise, axis=0)
+            result = self.run_filter("sos", "-c", "sos.txt", *device, source="noise.wav")
+            self.assert_near(result, to_int16(expected), design, filters=2)
+            as_is = self.run_filter("sos", "-c", "sos.txt", "--as-is", *device, source="noise.wav")
+            self.assertGreater(np.abs(as_is - expected).max(), 20, design)
+            if spoilt:
+                self.assertFalse(as_is.any())
+            self.run_tool("sos", "noise.wav", "out.wav", "-c", "sos.txt", "--precision", "double",
+                          "--bits", "float")
+            self.assert_near(read("out.wav")[1] * 32768, expected, design, filters=0.02)
+        b, a = signal.butter(8, 0.05)
+        write_numbers("ba.txt", [b, a])
+        expected = to_int16(signal.lfilter(b, a, noise, axis=0))
+        for options in (device, [*device, "--as-sections"], []):
+            result = self.run_filter("iir", "-c", "ba.txt", *options, source="noise.wav")
+            self.assert_near(result, expected, options, filters=2)
+
+        def said(*options):
+            return subprocess.run([TOOL, "iir", "noise.wav", "out.wav", "-c", "ba.txt", "-q",
+                                   "--overwrite", *device, *options], capture_output=True, text=True).stderr
+        self.assertRegex(said(), r"note: ba.txt: .*sections.*; --as-is")
+        self.assertRegex(said("--as-is"), r"warning: ba.txt: .*unstable.*1\.02")
+
+    def test_report_counts_clipping_and_suggests_a_gain(self):
+        write_numbers("four.txt", [[4]])
+        x = read(MUSIC)[1].astype(int)
+        clipped = int(((4 * x > 32767) | (4 * x < -32768)).sum())
+        report = self.run_tool("fir", MUSIC, "out.wav", "-c", "four.txt")
+        self.assertRegex(report, rf"clipped +{clipped} samples")
+        self.assertRegex(report, rf"peak +{4 * np.abs(x).max()}, ")
+        # The device only shows that samples are at full scale.
+        report = self.run_tool("fir", MUSIC, "out.wav", "-c", "four.txt", "--precision", "int16")
+        clipped = int(((4 * x >= 32767) | (4 * x <= -32768)).sum())
+        self.assertGreater(clipped, 0)
+        self.assertRegex(report, rf"clipped +{clipped} samples")
+        self.assertRegex(report, rf"{len(x)} frames, 2 channels, 44100 Hz")
+        self.assertRegex(report, r"peak +32768, 0\.0 dBFS|peak +32767")
+        gain = float(re.search(r"gain of (-[\d.]+) dB", report).group(1))
+        ideal = 20 * np.log10(32767 / (4 * np.abs(x).max()))
+        self.assertTrue(ideal - 0.2 < gain <= ideal, (gain, ideal))
+        self.assertGreater(float(re.search(r"speed +(\d+) times", report).group(1)), 0)
+
+    def test_output_formats(self):
+        write_numbers("one.txt", [[1]])
+        x = read(MUSIC)[1].astype(int)
+        for ending in ("wav", "flac", "aiff", "au", "caf", "w64"):
+            name = "out." + ending
+            result = self.run_filter("fir", "-c", "one.txt", source=MUSIC, output=name)
+            np.testing.assert_array_equal(result, x, name)
+        os.symlink("out.flac", "link.flac")
+        os.remove("out.flac")
+        os.symlink("behind.flac", "out.flac")
+        self.run_tool("fir", SPEECH, "behind.flac", "-c", "one.txt")
+        self.run_tool("fir", MUSIC, "link.flac", "-c", "one.txt")
+        self.assertTrue(os.path.islink("link.flac") and os.path.islink("out.flac"))
+        np.testing.assert_array_equal(read("behind.flac")[1], x)
+
+    def test_unstable_filters_say_when_they_are_lost(self):
+        wavfile.write("noise.wav", 48000, np.full(48000, 1000, np.int16))
+        write_numbers("ba.txt", [[1], [1, -1.01]])
+        write_numbers("sos.txt", [[1, 0, 0, 1, -1.01, 0]])
+        for command, name in (("iir", "ba.txt"), ("sos", "sos.txt")):
+            for precision in ("int16", "double"):
+                done = subprocess.run([TOOL, command, "noise.wav", "out.wav", "-c", name, "--keep-a",
+                                       "--precision", precision, "--overwrite", "-q", "--as-is"],
+                                      capture_output=True, text=True, check=True)
+                # 1.01^n leaves the floats after about 8000 samples.
+                second = float(re.search(r"from second (\S+) on", done.stderr)[1])
+                self.assertTrue(0.1 < second < 0.25, (command, precision, second))
+
+
+if __name__ == "__main__":
+    unittest.main()
