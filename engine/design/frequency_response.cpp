@@ -32,6 +32,14 @@ void apply(const double* c, std::size_t count, Complex x, bool divide, ResponseP
   h->delay += divide ? -delay : delay;
 }
 
+/** Applies one section, or all coefficients of other kinds. */
+void apply_group(const FilterDesign& design, std::size_t at, std::size_t group, Complex x,
+                 ResponsePoint* h) {
+  for (const std::vector<double>* all : {&design.b, &design.a})
+    if (at < all->size())
+      apply(all->data() + at, std::min(group, all->size() - at), x, all == &design.a, h);
+}
+
 std::vector<double> frequencies(int rate) {
   const double top = rate / 2.0, bottom = std::min(10.0, top / 1000.0);
   std::vector<double> result;
@@ -47,9 +55,15 @@ ResponsePoint response_at(const FilterDesign& design, double frequency) {
   const Complex x = std::polar(1.0, -frequency);
   const std::size_t group = group_of(design);
   ResponsePoint h{1.0, 0.0};
-  for (const std::vector<double>* all : {&design.b, &design.a})
-    for (std::size_t at = 0; at < all->size(); at += group)
-      apply(all->data() + at, std::min(group, all->size() - at), x, all == &design.a, &h);
+  // Section by section, so that the product of many numerators does not leave the numbers.
+  for (std::size_t at = 0; at < std::max(design.b.size(), design.a.size()); at += group)
+    apply_group(design, at, group, x, &h);
+  return h;
+}
+
+ResponsePoint section_response_at(const FilterDesign& sections, std::size_t k, double frequency) {
+  ResponsePoint h{1.0, 0.0};
+  apply_group(sections, 3 * k, 3, std::polar(1.0, -frequency), &h);
   return h;
 }
 

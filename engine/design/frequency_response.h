@@ -18,6 +18,9 @@ struct ResponsePoint {
 /** The frequency is in radians per sample. */
 ResponsePoint response_at(const FilterDesign& design, double frequency);
 
+/** The same of section k alone. */
+ResponsePoint section_response_at(const FilterDesign& sections, std::size_t k, double frequency);
+
 /** The impulse response, until it has decayed by 60 dB. */
 std::vector<double> impulse_response(const FilterDesign& design);
 

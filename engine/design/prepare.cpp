@@ -9,7 +9,7 @@
 #include "Convolution_control.h"
 #include "Filter_control.h"
 #include "Sections_control.h"
-#include "design/meter.h"
+#include "design/error_meter.h"
 #include "design/roots.h"
 #include "design/spectrum.h"
 #include "units.h"
@@ -29,13 +29,6 @@ constexpr double kLongestTail = 10.0;  // seconds
 
 std::size_t sections_of(const FilterDesign& design) {
   return design.a.size() / 3;
-}
-
-double largest_radius(const FilterDesign& design) {
-  double radius = 0.0;
-  for (const std::complex<double>& pole : roots_of(design, design.a))
-    radius = std::max(radius, std::abs(pole));
-  return radius;
 }
 
 /** Whether no pole lies outside the unit circle. Of sections this is exact; the radius of others is
@@ -110,7 +103,7 @@ class Preparation {
       result_.design = rounded(design_);
       return;
     }
-    const double radius = largest_radius(design_);
+    const double radius = pole_radius(design_);
     const bool sound = is_stable(design_, radius);
     if (design_.kind == FilterDesign::kIir)
       direct(sound, radius);
@@ -125,7 +118,7 @@ class Preparation {
       result_.runs = by_convolution() ? Runs::kConvolution : Runs::kFir;
       return;
     }
-    const double radius = largest_radius(design_);
+    const double radius = pole_radius(design_);
     const bool sound = is_stable(design_, radius);
     if (design_.kind == FilterDesign::kIir) direct_in_double(sound, radius);
     judge(sound);
@@ -188,7 +181,7 @@ class Preparation {
   }
 
   bool runs_stable(const FilterDesign& design) const {
-    return is_stable(design, largest_radius(design));
+    return is_stable(design, pole_radius(design));
   }
 
   void direct(bool sound, double radius) {
@@ -198,7 +191,7 @@ class Preparation {
     if (sound || options_.as_sections) factored = paired_sections(design_);
     if (factored) scale_sections(&*factored);
     if (sound) {
-      const Meter meter(factored ? *factored : design_, radius);
+      const ErrorMeter meter(factored ? *factored : design_, radius);
       use(as_it_is, meter.of(as_it_is));
       const bool stable = runs_stable(as_it_is);
       if (options_.as_is || (stable && result_.expected_error <= 1.0 && !options_.as_sections))
@@ -229,7 +222,7 @@ class Preparation {
     use(rounded(scaled), {});
     bool paired = false;
     if (sound) {
-      const Meter meter(design_, radius);
+      const ErrorMeter meter(design_, radius);
       use(result_.design, meter.of(result_.design));
       if (!options_.as_is && result_.expected_error > kGoodEnough)
         if (std::optional<FilterDesign> other = paired_sections(design_)) {
@@ -251,7 +244,7 @@ class Preparation {
   }
 
   void judge(bool sound) {
-    result_.pole_radius = largest_radius(result_.design);
+    result_.pole_radius = pole_radius(result_.design);
     result_.stable = is_stable(result_.design, result_.pole_radius);
     const bool records = result_.runs == Runs::kRecords;
     const Notice::Remedy other = options_.as_is ? Notice::kNotAsIs
@@ -259,7 +252,7 @@ class Preparation {
                                                 : Notice::kNone;
     if (!sound)
       note(Notice::kUnstable,
-           "unstable, its outermost pole has the radius " + shown("%.9g", largest_radius(design_)));
+           "unstable, its outermost pole has the radius " + shown("%.9g", pole_radius(design_)));
     else if (!result_.stable)
       note(Notice::kUnstable,
            "unstable once its coefficients are rounded to float, its outermost pole has the "

@@ -171,7 +171,7 @@ ZerosPolesGain zeros_poles_gain(const FilterDesign& design) {
 /** Removes the root nearest to `place` and, of a pair, its conjugate, or of real ones the nearest
  * other; appends them to `taken`. */
 void take_nearest(Complex place, std::vector<Complex>* all, std::vector<Complex>* taken) {
-  const auto take = [&](bool real_only) {
+  const auto move_nearest = [&](bool real_only) {
     auto best = all->end();
     for (auto i = all->begin(); i != all->end(); ++i)
       if ((!real_only || i->imag() == 0.0) &&
@@ -182,8 +182,8 @@ void take_nearest(Complex place, std::vector<Complex>* all, std::vector<Complex>
     all->erase(best);
   };
   if (all->empty()) return;
-  take(false);
-  if (taken->back().imag() == 0.0) return take(true);
+  move_nearest(false);
+  if (taken->back().imag() == 0.0) return move_nearest(true);
   const auto other = std::find(all->begin(), all->end(), std::conj(taken->back()));
   if (other == all->end()) return;
   taken->push_back(*other);
@@ -253,6 +253,12 @@ std::vector<Complex> roots_of(const FilterDesign& design, const std::vector<doub
     result.insert(result.end(), part.begin(), part.end());
   }
   return result;
+}
+
+double pole_radius(const FilterDesign& design) {
+  double radius = 0.0;
+  for (const Complex& pole : roots_of(design, design.a)) radius = std::max(radius, std::abs(pole));
+  return radius;
 }
 
 std::optional<FilterDesign> paired_sections(const FilterDesign& design) {

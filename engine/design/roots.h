@@ -18,6 +18,9 @@ std::vector<std::complex<double>> roots(std::vector<double> polynomial);
 std::vector<std::complex<double>> roots_of(const FilterDesign& design,
                                            const std::vector<double>& coefficients);
 
+/** The radius of the outermost pole; 0 where there is none. */
+double pole_radius(const FilterDesign& design);
+
 /**
  * The filter as second-order sections: every pair of poles with the zeros nearest to it, the pairs
  * in the order of rising radius. Numerators begin with 1 but for the first, which has the gain;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <complex>
 #include <cstdio>
 
 #include "design/roots.h"
@@ -32,13 +31,6 @@ FilterDesign negated(FilterDesign design) {
   return design;
 }
 
-double largest_pole_radius(const FilterDesign& design) {
-  double radius = 0.0;
-  for (const std::complex<double>& pole : roots_of(design, design.a))
-    radius = std::max(radius, std::abs(pole));
-  return radius;
-}
-
 }  // namespace
 
 void check_signs(const std::string& path, std::optional<bool> negate, FilterDesign* design) {
@@ -46,8 +38,8 @@ void check_signs(const std::string& path, std::optional<bool> negate, FilterDesi
     if (*negate) *design = negated(std::move(*design));
     return;
   }
-  const double radius = largest_pole_radius(*design);
-  if (radius <= 1.0 + kRadiusTolerance || largest_pole_radius(negated(*design)) >= 1.0) return;
+  const double radius = pole_radius(*design);
+  if (radius <= 1.0 + kRadiusTolerance || pole_radius(negated(*design)) >= 1.0) return;
   char value[32];
   std::snprintf(value, sizeof value, "%.9g", radius);
   throw Error(kInputError,
@@ -57,7 +49,7 @@ void check_signs(const std::string& path, std::optional<bool> negate, FilterDesi
 }
 
 std::string check_peak(const std::string& path, const FilterDesign& design, double gain) {
-  if (largest_pole_radius(design) > 1.0 + kRadiusTolerance) return {};
+  if (pole_radius(design) > 1.0 + kRadiusTolerance) return {};
   const double peak = gain * peak_gain(design);
   if (std::isinf(peak)) return path + ": the filter's gain is infinite at some frequency";
   if (!(to_decibels(peak) >= kClipTolerance)) return {};

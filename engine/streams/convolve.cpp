@@ -1,20 +1,11 @@
 #include "streams/convolve.h"
 
-#include <new>
 #include <vector>
 
 #include "errors.h"
 
 namespace jurn {
 namespace {
-
-AlignedMemory allocate(std::size_t bytes) {
-  constexpr std::size_t kAlignment = 64;
-  AlignedMemory memory(
-      std::aligned_alloc(kAlignment, (bytes + kAlignment - 1) / kAlignment * kAlignment));
-  if (!memory || bytes == 0) throw std::bad_alloc();
-  return memory;
-}
 
 void run(ConvolutionStream_ID* stream, const ConvolutionResponse_ID* response, const short* in,
          short* out) {
@@ -96,20 +87,19 @@ ConvolutionResponse::ConvolutionResponse(const Convolution_shape& shape, const R
   }
   const int count = static_cast<int>(routes.size());
   size_ = MORVAX_ConvolutionResponseSize_API(&shape, routes.data(), count);
-  memory_ = allocate(size_);
+  response_ = allocate<ConvolutionResponse_ID>(size_);
   set(shape, routes.data(), count);
 }
 
 void ConvolutionResponse::set(const Convolution_shape& shape, const Convolution_route* routes,
                               int count) {
-  if (MORVAX_ConvolutionResponseCalcu_API(static_cast<ConvolutionResponse_ID*>(memory_.get()),
-                                          size_, &shape, routes, count))
+  if (MORVAX_ConvolutionResponseCalcu_API(response_.get(), size_, &shape, routes, count))
     throw Error(kInputError, "the impulse response has taps beyond the numbers of float");
 }
 
 ConvolutionStream::ConvolutionStream(const Convolution_shape& shape) {
   const std::size_t size = MORVAX_ConvolutionStreamSize_API(&shape);
-  memory_ = allocate(size);
+  stream_ = allocate<ConvolutionStream_ID>(size);
   MORVAX_ConvolutionStreamCalcu_API(get(), size, &shape);
 }
 

@@ -2,21 +2,15 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdlib>
 #include <functional>
 #include <memory>
 
 #include "Convolution_control.h"
+#include "streams/memory.h"
 #include "streams/routing.h"
 #include "streams/stages.h"
 
 namespace jurn {
-
-struct FreeMemory {
-  void operator()(void* memory) const { std::free(memory); }
-};
-/** Memory of the library's, aligned for its fastest loads. */
-using AlignedMemory = std::unique_ptr<void, FreeMemory>;
 
 /** A response of the library's, ready for streams of its shape. */
 class ConvolutionResponse {
@@ -25,23 +19,21 @@ class ConvolutionResponse {
   ConvolutionResponse(const Convolution_shape& shape, const Routing& routing);
   /** Other taps of the same routes, none longer than before. Allocates nothing. */
   void set(const Convolution_shape& shape, const Convolution_route* routes, int count);
-  const ConvolutionResponse_ID* get() const {
-    return static_cast<const ConvolutionResponse_ID*>(memory_.get());
-  }
+  const ConvolutionResponse_ID* get() const { return response_.get(); }
 
  private:
   std::size_t size_ = 0;
-  AlignedMemory memory_;
+  Owned<ConvolutionResponse_ID> response_;
 };
 
 /** A stream of the library's, silent at first. */
 class ConvolutionStream {
  public:
   explicit ConvolutionStream(const Convolution_shape& shape);
-  ConvolutionStream_ID* get() const { return static_cast<ConvolutionStream_ID*>(memory_.get()); }
+  ConvolutionStream_ID* get() const { return stream_.get(); }
 
  private:
-  AlignedMemory memory_;
+  Owned<ConvolutionStream_ID> stream_;
 };
 
 struct Convolution {

@@ -99,15 +99,15 @@ class Words {
     const std::string_view word = next();
     std::string text = lower(word);
     double factor = 1.0;
-    const auto take = [&](const std::string& end) {
+    const auto drop_ending = [&](const std::string& end) {
       if (text.size() <= end.size() || text.compare(text.size() - end.size(), end.size(), end) != 0)
         return false;
       text.resize(text.size() - end.size());
       return true;
     };
     const bool hertz = unit == "hz";
-    bool has_unit = !unit.empty() && take(unit);
-    if (hertz && take("k")) {
+    bool has_unit = !unit.empty() && drop_ending(unit);
+    if (hertz && drop_ending("k")) {
       factor = 1000.0;
       has_unit = true;
     }

@@ -9,9 +9,10 @@
 namespace jurn {
 namespace {
 
-class Crew {
+class WorkerThreads {
  public:
-  Crew(std::size_t count, std::size_t threads, const std::function<void(std::size_t, Lock*)>& work)
+  WorkerThreads(std::size_t count, std::size_t threads,
+                const std::function<void(std::size_t, Lock*)>& work)
       : work_(work), done_(count) {
     threads_.reserve(std::min(count, threads));
     try {
@@ -21,15 +22,15 @@ class Crew {
     }
   }
 
-  ~Crew() {
+  ~WorkerThreads() {
     {
       const Lock lock(mutex_);
       next_ = done_.size();
     }
     for (std::thread& thread : threads_) thread.join();
   }
-  Crew(const Crew&) = delete;
-  Crew& operator=(const Crew&) = delete;
+  WorkerThreads(const WorkerThreads&) = delete;
+  WorkerThreads& operator=(const WorkerThreads&) = delete;
 
   void wait_for(std::size_t i) {
     Lock lock(done_mutex_);
@@ -64,9 +65,9 @@ class Crew {
 void run_in_order(std::size_t count, std::size_t threads,
                   const std::function<void(std::size_t, Lock*)>& work,
                   const std::function<void(std::size_t)>& report) {
-  Crew crew(count, threads, work);
+  WorkerThreads workers(count, threads, work);
   for (std::size_t i = 0; i < count; ++i) {
-    crew.wait_for(i);
+    workers.wait_for(i);
     report(i);
   }
 }

@@ -17,9 +17,9 @@ constexpr std::size_t kReadFrames = 1024;
 constexpr double kRounding = 1e-6;  // frames, so that rows fall on whole multiples of a step
 
 /** The running mean of one channel. */
-class Meter {
+class RunningMean {
  public:
-  Meter(int length, bool square) : square_(square) {
+  RunningMean(int length, bool square) : square_(square) {
     for (shuzhiFilter_ID* sum : {&low_, &high_}) {
       sum->blen = length;
       MORVAX_shuzhiFilterReset_API(sum);
@@ -52,7 +52,7 @@ class Meter {
 
 Loudest measure_level(AudioReader* reader, const LevelOptions& options, const LevelRow& on_row) {
   const std::size_t channels = static_cast<std::size_t>(reader->channels());
-  std::vector<Meter> meters(channels, Meter(options.length, options.square));
+  std::vector<RunningMean> running(channels, RunningMean(options.length, options.square));
   std::vector<double> means(channels);
   std::vector<float> samples(kReadFrames * channels);
   std::vector<short> int16(samples.size());
@@ -67,7 +67,7 @@ Loudest measure_level(AudioReader* reader, const LevelOptions& options, const Le
       ++frame;
       const double seconds = static_cast<double>(frame) / reader->rate();
       for (std::size_t c = 0; c < channels; ++c) {
-        means[c] = meters[c].push(int16[i * channels + c]);
+        means[c] = running[c].push(int16[i * channels + c]);
         if (means[c] > loudest.mean) loudest = {means[c], seconds};
       }
       if (static_cast<double>(frame) < next_row) continue;

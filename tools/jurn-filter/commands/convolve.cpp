@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "coefficients/parse.h"
 #include "commands/commands.h"
 #include "errors.h"
 #include "impulse_responses/routes.h"
@@ -16,7 +17,7 @@ struct ConvolveOptions {
   std::vector<double> fade_at;
   ImpulseResponseOptions response;
   Wiring wiring = Wiring::kAutomatic;
-  Precision precision = Precision::kDouble;  // by default the recording's
+  Precision precision = Precision::kDouble;
   bool fft = false, time_domain = false;
   bool no_tail = false, raw_latency = false;
 
@@ -37,9 +38,8 @@ class Fades {
       : at_(o.fade_at), rate_(recording.rate) {
     const double end = static_cast<double>(recording.frames) / rate_;
     if (!at_.empty() && recording.frames && at_.back() >= end)
-      throw Error(kUsageError, "--at " + CLI::detail::to_string(at_.back()) +
-                                   ": the recording ends after " + CLI::detail::to_string(end) +
-                                   " seconds");
+      throw Error(kUsageError, "--at " + shown(at_.back()) + ": the recording ends after " +
+                                   shown(end) + " seconds");
   }
   std::size_t due(std::int64_t first, int frames) {
     const bool is_due =
@@ -96,8 +96,7 @@ std::unique_ptr<Stage> make_default(const ConvolveOptions& o, int block, const R
       const std::size_t next = fades.due(first, frames);
       return next ? &all[next] : nullptr;
     };
-  return make_convolver(c, o.precision,
-                        block);
+  return make_convolver(c, o.precision, block);
 }
 
 std::unique_ptr<Stage> make_long(const ConvolveOptions& o, int block, const Recording& recording,
@@ -169,7 +168,7 @@ void add_convolve(CLI::App* app, Filter* filter, Files* files) {
   const auto o = std::make_shared<ConvolveOptions>();
   CLI::App* convolve =
       add_filter_command(app, filter, files, "convolve",
-                         "Convolves with an impulse response of any length, without latency",
+                         "Convolves with an impulse response of up to 2^20 taps, without latency",
                          "convolve music.flac hall.wav --ir room.wav", JURN_CONVOLUTION_BLOCK);
   const auto several = [&](const char* name, auto* values, const char* description) {
     return convolve->add_option(name, *values, description)->allow_extra_args(false);
@@ -193,10 +192,10 @@ void add_convolve(CLI::App* app, Filter* filter, Files* files) {
                       {"mono-to-stereo", Wiring::kMonoToStereo}},
                      "")
       ->excludes("--routes");
-  add_choice<Precision>(convolve, "--precision", &o->precision,
-                        "float, the result rounded to its samples; or int16: 16 bits in and out, as on a phone",
-                        {{"int16", Precision::kInt16}, {"float", Precision::kDouble}},
-                        "float");
+  add_choice<Precision>(
+      convolve, "--precision", &o->precision,
+      "float, the result rounded to its samples; or int16: 16 bits in and out, as on a phone",
+      {{"int16", Precision::kInt16}, {"float", Precision::kDouble}}, "float");
   CLI::Option* fft =
       convolve->add_flag("--fft", o->fft, "By one long transform, up to 8192 taps, which is late");
   CLI::Option* time_domain = convolve->add_flag(

@@ -54,7 +54,7 @@ void add_files(CLI::App* command, Files* files) {
       ->type_name("N")
       ->capture_default_str();
   add_raw(command, &files->raw);
-  add_manners(command, &files->manners);
+  add_common_options(command, &files->common);
 }
 
 /** All filters in series as one job, whose gain is that of the first filter that takes one. */
@@ -135,7 +135,7 @@ int run_into_folder(const Job& job, const Files& files) {
     Summary summary;
     std::exception_ptr error;
   };
-  const bool quiet = files.manners.quiet;
+  const bool quiet = files.common.quiet;
   const std::vector<std::string> results = name_results(files);
   std::error_code ignored;
   std::filesystem::create_directory(files.output_dir, ignored);
@@ -161,7 +161,7 @@ int run_into_folder(const Job& job, const Files& files) {
       if (said.insert(line).second) say(line);
     try {
       if (outcomes[i].error) std::rethrow_exception(outcomes[i].error);
-      if (!quiet) print(outcomes[i].summary, files.manners.json);
+      if (!quiet) print(outcomes[i].summary, files.common.json);
     } catch (const Error& e) {
       if (e.kind == kInterrupted || e.kind == kPipeClosed) throw;
       const int failed = report_error(exit_code(e.kind), e.what());
@@ -219,8 +219,8 @@ int run_filters(const Files& files, const Filters& filters) {
   job.bits = files.bits;
   if (files.dither) job.dither = files.seed;
   if (job.raw.rate) job.format.stream_type = "raw";
-  job.overwrite = files.manners.overwrite;
-  job.takes_gain = job.takes_gain && !files.manners.quiet;  // nobody reads which one would fit
+  job.overwrite = files.common.overwrite;
+  job.takes_gain = job.takes_gain && !files.common.quiet;  // nobody reads which one would fit
   if (!files.output_dir.empty()) return run_into_folder(job, files);
   if (files.names.size() != 2)
     throw Error(kUsageError,
@@ -228,8 +228,8 @@ int run_filters(const Files& files, const Filters& filters) {
                     std::to_string(files.names.size()) + " names were given");
   job.input = files.names[0];
   job.output = files.names[1];
-  const Summary summary = run_shown(job, files.manners.quiet);
-  if (!files.manners.quiet) print(summary, files.manners.json);
+  const Summary summary = run_shown(job, files.common.quiet);
+  if (!files.common.quiet) print(summary, files.common.json);
   return 0;
 }
 

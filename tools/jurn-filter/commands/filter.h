@@ -24,7 +24,7 @@ struct Files {
   std::optional<SampleFormat> bits;
   bool dither = false;
   std::uint32_t seed = 1;  // of the dither
-  Manners manners;
+  CommonOptions common;
 };
 
 /** One filter of a series. */

@@ -15,8 +15,10 @@ void add_iir(CLI::App* app, Filter* filter, Files* files) {
   iir->add_option("--denominator", o->files.denominator, "Denominator in a file of its own");
   add_signs(iir, &o->reading);
   add_preparation(iir, o.get());
-  iir->add_flag("--as-sections", o->as_sections,
-                "Run as sections; a direct form that rounding spoils does so by itself");
+  iir->add_flag(
+      "--as-sections", o->as_sections,
+      "With --precision int16: run as sections in any case, not only where rounding spoils "
+      "the direct form");
   iir->final_callback([=] {
     if (o->files.all.empty() == (o->files.numerator.empty() || o->files.denominator.empty()))
       throw Error(kUsageError, "iir takes either --coefficients or --numerator and --denominator");

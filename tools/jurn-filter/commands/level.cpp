@@ -20,7 +20,7 @@ struct Options {
   std::string output;  // a CSV file; standard output when empty
   LevelOptions level;
   InputFormat raw;
-  Manners manners;
+  CommonOptions common;
 };
 
 double decibels(double mean, bool square) {
@@ -38,7 +38,7 @@ void run_level(const Options& o) {
   std::unique_ptr<std::FILE, CloseFile> opened;
   if (!o.output.empty()) {
     refuse_overwrite(o.output, {o.input});
-    output.emplace(o.output, o.manners.overwrite);
+    output.emplace(o.output, o.common.overwrite);
     opened.reset(fdopen(dup(output->descriptor()), "w"));
     if (!opened) throw Error(kOutputError, o.output + ": cannot be written");
   }
@@ -63,10 +63,10 @@ void run_level(const Options& o) {
   check_written();
   if (!output) return;
   output->commit();
-  if (!o.manners.quiet)
+  if (!o.common.quiet)
     print(LevelSummary{o.input, o.output, output->is_standard_output(),
                        decibels(loudest.mean, o.level.square), loudest.seconds},
-          o.manners.json);
+          o.common.json);
 }
 
 }  // namespace
@@ -85,7 +85,7 @@ void add_level(CLI::App* app, Run* run) {
   add_choice<bool>(level, "--of", &o->level.square, "What is averaged: magnitude or square",
                    {{"magnitude", false}, {"square", true}}, "magnitude");
   add_raw(level, &o->raw);
-  add_manners(level, &o->manners);
+  add_common_options(level, &o->common);
   level->final_callback([=] { *run = [o] { run_level(*o); }; });
   level->footer("Example:\n  jurn-filter level speech.wav level.csv --of square --every 0.02");
 }

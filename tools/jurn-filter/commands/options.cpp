@@ -1,6 +1,9 @@
 #include "commands/options.h"
 
 #include <cstdio>
+#include <cstdlib>
+
+#include "coefficients/parse.h"
 
 namespace jurn {
 namespace {
@@ -17,11 +20,11 @@ InputFormat parse_raw(const std::string& text) {
 }  // namespace
 
 CLI::Validator between(double low, double high) {
-  const std::string range =
-      "[" + CLI::detail::to_string(low) + " - " + CLI::detail::to_string(high) + "]";
+  const std::string range = "[" + shown(low) + " - " + shown(high) + "]";
   const auto check = [=](const std::string& text) -> std::string {
-    double value = 0.0;
-    if (CLI::detail::lexical_cast(text, value) && value >= low && value <= high) return {};
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (end != text.c_str() && !*end && value >= low && value <= high) return {};
     return "Value " + text + " not in range " + range;
   };
   return CLI::Validator(check, "FLOAT in " + range);
@@ -45,10 +48,10 @@ void add_overwrite(CLI::App* command, bool* overwrite) {
   command->add_flag("--overwrite", *overwrite, "Replace files that exist");
 }
 
-void add_manners(CLI::App* command, Manners* manners) {
-  add_overwrite(command, &manners->overwrite);
-  command->add_flag("-q,--quiet", manners->quiet, "Say nothing unless there is a problem");
-  command->add_flag("--json", manners->json, "Print the summary as a line of JSON");
+void add_common_options(CLI::App* command, CommonOptions* common) {
+  add_overwrite(command, &common->overwrite);
+  command->add_flag("-q,--quiet", common->quiet, "Say nothing unless there is a problem");
+  command->add_flag("--json", common->json, "Print the summary as a line of JSON");
 }
 
 void add_gain_option(CLI::App* command, double* gain_db) {

@@ -11,11 +11,11 @@
 namespace jurn {
 
 /** How a subcommand reports and what it may replace. */
-struct Manners {
+struct CommonOptions {
   bool overwrite = false, quiet = false, json = false;
 };
 void add_overwrite(CLI::App* command, bool* overwrite);
-void add_manners(CLI::App* command, Manners* manners);
+void add_common_options(CLI::App* command, CommonOptions* common);
 
 /** A number from `low` to `high`. CLI::Range takes what is no number, too. */
 CLI::Validator between(double low, double high);

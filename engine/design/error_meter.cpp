@@ -1,4 +1,4 @@
-#include "design/meter.h"
+#include "design/error_meter.h"
 
 #include <algorithm>
 #include <cmath>
@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "design/frequency_response.h"
 #include "design/roots.h"
 #include "design/wide.h"
 #include "units.h"
@@ -24,25 +25,6 @@ std::vector<double> angles_of(const FilterDesign& sections) {
       angles.push_back(std::min(std::max(angle + aside * (1.0 - std::abs(pole)), 0.0), kPi));
   }
   return angles;
-}
-
-/** One group of coefficients of a design, a section or all, at exp(-i angle). */
-std::complex<double> value_of(const std::vector<double>& c, std::size_t begin, std::size_t end,
-                              std::complex<double> back) {
-  std::complex<double> value = 0.0;
-  while (end > begin) value = value * back + c[--end];
-  return value;
-}
-
-std::complex<double> response(const FilterDesign& design, double angle) {
-  const std::complex<double> back = std::polar(1.0, -angle);
-  if (design.kind != FilterDesign::kSections)
-    return value_of(design.b, 0, design.b.size(), back) /
-           value_of(design.a, 0, design.a.size(), back);
-  std::complex<double> result = 1.0;
-  for (std::size_t k = 0; k < design.b.size(); k += 3)
-    result *= value_of(design.b, k, k + 3, back) / value_of(design.a, k, k + 3, back);
-  return result;
 }
 
 /**
@@ -172,11 +154,9 @@ Difference compare(const std::vector<Real>& got, const std::vector<double>& want
 std::vector<double> section_peaks(const FilterDesign& sections) {
   std::vector<double> result(sections.a.size() / 3);
   for (const double angle : angles_of(sections)) {
-    const std::complex<double> back = std::polar(1.0, -angle);
     double gain = 1.0;
     for (std::size_t k = 0; k < result.size(); ++k) {
-      gain *= std::abs(value_of(sections.b, 3 * k, 3 * k + 3, back) /
-                       value_of(sections.a, 3 * k, 3 * k + 3, back));
+      gain *= std::abs(section_response_at(sections, k, angle).value);
       // On a pole the gain tells nothing; between sections it may be a number again.
       if (std::isfinite(gain)) result[k] = std::max(result[k], gain);
     }
@@ -184,16 +164,17 @@ std::vector<double> section_peaks(const FilterDesign& sections) {
   return result;
 }
 
-Meter::Meter(const FilterDesign& truth, double radius)
+ErrorMeter::ErrorMeter(const FilterDesign& truth, double radius)
     : truth_(truth),
       input_(test_signal(length_for(truth, radius))),
       wanted_(run<double>(truth, input_)) {}
 
-Difference Meter::of(const FilterDesign& design) const {
+Difference ErrorMeter::of(const FilterDesign& design) const {
   Difference d = compare(run<float>(design, input_), wanted_);
   // A tone where the rounded coefficients tell most can be further off than noise is.
   for (const double angle : angles_of(truth_)) {
-    const double e = 32767.0 * std::abs(response(design, angle) - response(truth_, angle));
+    const double e =
+        32767.0 * std::abs(response_at(design, angle).value - response_at(truth_, angle).value);
     if (std::isfinite(e)) d.peak = std::max(d.peak, e);
   }
   return d;

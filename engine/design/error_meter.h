@@ -16,10 +16,10 @@ struct Difference {
 };
 
 /** Measures what runs in float against the design in double. */
-class Meter {
+class ErrorMeter {
  public:
   /** The radius is that of the design's outermost pole. */
-  Meter(const FilterDesign& truth, double radius);
+  ErrorMeter(const FilterDesign& truth, double radius);
   Difference of(const FilterDesign& design) const;
 
  private:
