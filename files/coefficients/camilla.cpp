@@ -261,13 +261,13 @@ class Settings {
         refuse(p, "the filter " + quote(name) + " has " + quote(key) + ", which is not supported");
     ReadOptions options = options_;
     options.wanted = FilterDesign::kFir;
-    options.format = Format::kAudio;
+    options.format = CoefficientFormat::kAudio;
     if (type == "Raw") {
       const std::string format = text(p["format"]);
-      const std::optional<Format> raw = raw_format_of(format);
+      const std::optional<CoefficientFormat> raw = raw_format_of(format);
       if (!raw && !format.empty() && format != "TEXT")
         refuse(p, quote(format) + " is no known format of raw taps");
-      options.format = raw.value_or(Format::kNumbers);
+      options.format = raw.value_or(CoefficientFormat::kNumbers);
     }
     const std::filesystem::path file =
         std::filesystem::path(path_).parent_path() / text(p["filename"]);

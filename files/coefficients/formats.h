@@ -12,7 +12,7 @@
 
 namespace jurn {
 
-enum class Format {
+enum class CoefficientFormat {
   kByContent,
   kNumbers,
   kNamed,  // text that names its arrays
@@ -36,12 +36,12 @@ enum class Format {
   kRawFloat64
 };
 
-inline bool is_raw(Format format) {
-  return format >= Format::kRawS16;
+inline bool is_raw(CoefficientFormat format) {
+  return format >= CoefficientFormat::kRawS16;
 }
 
 /** Formats of taps without a header by CamillaDSP's names, "S16LE"; nothing for another name. */
-std::optional<Format> raw_format_of(std::string_view name);
+std::optional<CoefficientFormat> raw_format_of(std::string_view name);
 
 /** What a filter of each kind may have. */
 struct Limits {
@@ -59,7 +59,7 @@ Limits filter_limits(Precision precision);
 struct ReadOptions {
   std::optional<FilterDesign::Kind> wanted;  // nothing: what the file holds, see kinds.h
   Limits limits;
-  Format format = Format::kByContent;
+  CoefficientFormat format = CoefficientFormat::kByContent;
   std::vector<std::string> variables;  // arrays of a file with names: taps; b, a; sections, gain
   int rate = 0;                        // of the recording, which equalisers are designed for
 };
@@ -99,6 +99,6 @@ std::vector<std::vector<double>> parse_channels(const std::string& path, std::st
 
 /** The format of a file's content, which is no text in UTF-16; throws for a file of a foreign kind
  * and says which it is. */
-Format recognise(const std::string& path, std::string_view bytes);
+CoefficientFormat recognise(const std::string& path, std::string_view bytes);
 
 }  // namespace jurn

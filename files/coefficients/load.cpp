@@ -60,40 +60,41 @@ std::vector<double> read_audio(const std::string& path, const CoefficientLimit& 
 }  // namespace
 
 FilterDesign load_design(const std::string& given, const ReadOptions& options) {
-  Format format = options.format;
+  CoefficientFormat format = options.format;
   const bool piped = given == kStandardStream;
   const std::string path = piped ? "standard input" : given;
   std::string bytes, text;
-  if (format != Format::kAudio && format != Format::kMatlab) {
+  if (format != CoefficientFormat::kAudio && format != CoefficientFormat::kMatlab) {
     bytes = piped ? read_standard_input() : read_file(path);
     text = is_raw(format) ? std::string() : plain_text(bytes);
-    if (format == Format::kByContent) format = recognise(path, text);
+    if (format == CoefficientFormat::kByContent) format = recognise(path, text);
   }
-  if (piped && (format == Format::kAudio || format == Format::kMatlab))
+  if (piped && (format == CoefficientFormat::kAudio || format == CoefficientFormat::kMatlab))
     fail(path, "coefficients of audio and .mat files come from files only");
-  if (bytes.size() > kMaxBytes && format != Format::kAudio && format != Format::kMatlab)
+  if (bytes.size() > kMaxBytes && format != CoefficientFormat::kAudio &&
+      format != CoefficientFormat::kMatlab)
     fail(path, "is larger than any file of coefficients");
   FilterDesign design{FilterDesign::kFir, {}, {}};
   switch (format) {
-    case Format::kAudio:
+    case CoefficientFormat::kAudio:
       if (options.wanted && options.wanted != FilterDesign::kFir)
         fail(path, "is audio; its samples are taps of fir");
       design.b = read_audio(path, options.limits.fir);
       break;
-    case Format::kMatlab:
+    case CoefficientFormat::kMatlab:
       design = design_of(path, read_mat(path), options);
       break;
-    case Format::kNumPyArchive:
+    case CoefficientFormat::kNumPyArchive:
       design = design_of(path, read_npz(path, bytes), options);
       break;
-    case Format::kCamilla:
+    case CoefficientFormat::kCamilla:
       design = read_camilla(path, text, options);
       break;
-    case Format::kJson:
+    case CoefficientFormat::kJson:
       design = design_of(path, read_json(path, text), options);
       break;
     default:
-      if (format == Format::kNumbers && is_json(text))
+      if (format == CoefficientFormat::kNumbers && is_json(text))
         design = design_of(path, read_json(path, text), options);
       else
         return parse_design(path, bytes, options);

@@ -89,7 +89,7 @@ void check_taps(const std::string& path, Rows* table) {
 
 FilterDesign fir_of(const std::string& path, Rows table, const ReadOptions& options) {
   FilterDesign design{FilterDesign::kFir, {}, {}};
-  if (options.format == Format::kByContent) check_taps(path, &table);
+  if (options.format == CoefficientFormat::kByContent) check_taps(path, &table);
   for (const Row& row : table.rows)
     design.b.insert(design.b.end(), row.values.begin(), row.values.end());
   return design;
@@ -161,7 +161,7 @@ std::vector<std::vector<double>> parse_channels(const std::string& path, std::st
 FilterDesign parse_numbers(const std::string& path, std::string_view text,
                            const ReadOptions& options) {
   Rows table = parse_rows(path, text);
-  if (!table.titles.empty() && options.format == Format::kByContent) {
+  if (!table.titles.empty() && options.format == CoefficientFormat::kByContent) {
     const std::vector<Array> arrays = arrays_by_titles(path, table);
     for (const Array& array : arrays)
       if (array.name == "a")

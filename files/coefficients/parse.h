@@ -61,7 +61,8 @@ FilterDesign sections_design(const std::string& path, const std::vector<double>&
                              const ReadOptions& options);
 
 /** Taps without a header; full scale of integers is 1. */
-std::vector<double> parse_raw(const std::string& path, std::string_view bytes, Format format);
+std::vector<double> parse_raw(const std::string& path, std::string_view bytes,
+                              CoefficientFormat format);
 /** Whether a text is an impulse response that REW wrote, and its taps; one for another rate is
  * refused where the rate is known. */
 bool is_rew_response(std::string_view text);

@@ -7,23 +7,25 @@
 
 namespace jurn {
 
-std::optional<Format> raw_format_of(std::string_view name) {
+std::optional<CoefficientFormat> raw_format_of(std::string_view name) {
   static const struct {
     const char* name;
-    Format format;
-  } formats[] = {{"S16LE", Format::kRawS16},         {"S24LE3", Format::kRawS24In3},
-                 {"S24LE", Format::kRawS24In4},      {"S32LE", Format::kRawS32},
-                 {"FLOAT32LE", Format::kRawFloat32}, {"FLOAT64LE", Format::kRawFloat64}};
+    CoefficientFormat format;
+  } formats[] = {
+      {"S16LE", CoefficientFormat::kRawS16},         {"S24LE3", CoefficientFormat::kRawS24In3},
+      {"S24LE", CoefficientFormat::kRawS24In4},      {"S32LE", CoefficientFormat::kRawS32},
+      {"FLOAT32LE", CoefficientFormat::kRawFloat32}, {"FLOAT64LE", CoefficientFormat::kRawFloat64}};
   for (const auto& f : formats)
     if (name == f.name) return f.format;
   return std::nullopt;
 }
 
-std::vector<double> parse_raw(const std::string& path, std::string_view bytes, Format format) {
-  const std::size_t size = format == Format::kRawS16       ? 2
-                           : format == Format::kRawS24In3  ? 3
-                           : format == Format::kRawFloat64 ? 8
-                                                           : 4;
+std::vector<double> parse_raw(const std::string& path, std::string_view bytes,
+                              CoefficientFormat format) {
+  const std::size_t size = format == CoefficientFormat::kRawS16       ? 2
+                           : format == CoefficientFormat::kRawS24In3  ? 3
+                           : format == CoefficientFormat::kRawFloat64 ? 8
+                                                                      : 4;
   if (bytes.empty() || bytes.size() % size != 0)
     fail(path, "has " + std::to_string(bytes.size()) + " bytes, which are no whole samples of " +
                    std::to_string(size));
@@ -33,16 +35,18 @@ std::vector<double> parse_raw(const std::string& path, std::string_view bytes, F
     for (std::size_t k = size; k-- > 0;)
       bits = bits << 8 | static_cast<unsigned char>(bytes[at + k]);
     double value = 0.0;
-    if (format == Format::kRawFloat64) {
+    if (format == CoefficientFormat::kRawFloat64) {
       std::memcpy(&value, &bits, sizeof value);
-    } else if (format == Format::kRawFloat32) {
+    } else if (format == CoefficientFormat::kRawFloat32) {
       const std::uint32_t low = static_cast<std::uint32_t>(bits);
       float single = 0.0f;
       std::memcpy(&single, &low, sizeof single);
       value = static_cast<double>(single);
     } else {
       // 24 bits in four bytes stand in the lower three.
-      const int width = format == Format::kRawS16 ? 16 : format == Format::kRawS32 ? 32 : 24;
+      const int width = format == CoefficientFormat::kRawS16   ? 16
+                        : format == CoefficientFormat::kRawS32 ? 32
+                                                               : 24;
       const std::uint64_t magnitude = bits & ((std::uint64_t{1} << width) - 1);
       const bool negative = magnitude >> (width - 1);
       value = std::ldexp(static_cast<double>(magnitude), 1 - width) - (negative ? 2.0 : 0.0);

@@ -28,31 +28,31 @@ bool is_camilla_line(std::string_view line) {
   return line.substr(0, 8) == "filters:" || line.substr(0, 9) == "pipeline:";
 }
 
-Format text_format(std::string_view text) {
+CoefficientFormat text_format(std::string_view text) {
   const std::vector<std::string_view> lines = lines_of(text);
   const auto any = [&](auto property) { return std::any_of(lines.begin(), lines.end(), property); };
-  if (is_rew_response(text)) return Format::kRewResponse;
+  if (is_rew_response(text)) return CoefficientFormat::kRewResponse;
   const std::size_t first = text.find_first_not_of(" \t\r\n\xEF\xBB\xBF");
-  if (first != std::string_view::npos && text[first] == '{') return Format::kJson;
-  if (any(is_camilla_line)) return Format::kCamilla;
-  if (any(is_equaliser_line)) return Format::kEqualiser;
+  if (first != std::string_view::npos && text[first] == '{') return CoefficientFormat::kJson;
+  if (any(is_camilla_line)) return CoefficientFormat::kCamilla;
+  if (any(is_equaliser_line)) return CoefficientFormat::kEqualiser;
   if (any([](std::string_view line) {
         const std::vector<std::string_view> words = split(line, " \t,");
         return !words.empty() && lower(words[0].substr(0, 6)) == "biquad" && is_digit(words[0], 6);
       }))
-    return Format::kBiquads;
-  if (is_scalar_text(text)) return Format::kScalars;
-  if (is_named_text(text)) return Format::kNamed;
+    return CoefficientFormat::kBiquads;
+  if (is_scalar_text(text)) return CoefficientFormat::kScalars;
+  if (is_named_text(text)) return CoefficientFormat::kNamed;
   const std::size_t equals = text.find('=');
   if (text.find("MWSPT_NSEC") != std::string_view::npos ||
       (equals != std::string_view::npos && text.find('{', equals) != std::string_view::npos))
-    return Format::kHeader;
-  return Format::kNumbers;
+    return CoefficientFormat::kHeader;
+  return CoefficientFormat::kNumbers;
 }
 
 }  // namespace
 
-Format recognise(const std::string& path, std::string_view bytes) {
+CoefficientFormat recognise(const std::string& path, std::string_view bytes) {
   const std::string_view kind = kind_of_file(bytes);
   if (kind.empty()) {
     const std::string_view head = bytes.substr(0, 65536);
@@ -62,13 +62,13 @@ Format recognise(const std::string& path, std::string_view bytes) {
            "S24LE3, S24LE, S32LE, FLOAT32LE or FLOAT64LE");
     return text_format(bytes);
   }
-  if (kind == "a NumPy .npz archive") return Format::kNumPyArchive;
-  if (kind == "an HDF5 file") return Format::kMatlab;
-  if (kind == "a NumPy .npy file") return Format::kNumPy;
-  if (kind == "a MATLAB .mat file") return Format::kMatlab;
+  if (kind == "a NumPy .npz archive") return CoefficientFormat::kNumPyArchive;
+  if (kind == "an HDF5 file") return CoefficientFormat::kMatlab;
+  if (kind == "a NumPy .npy file") return CoefficientFormat::kNumPy;
+  if (kind == "a MATLAB .mat file") return CoefficientFormat::kMatlab;
   for (const char* audio :
        {"a WAV file", "a W64 file", "a FLAC file", "an AIFF file", "an AU file", "a CAF file"})
-    if (kind == audio) return Format::kAudio;
+    if (kind == audio) return CoefficientFormat::kAudio;
   fail(path, "is " + std::string(kind) +
                  "; accepted are numbers as text or CSV, NumPy .npy and .npz, MATLAB .mat, JSON, C "
                  "headers of MATLAB, biquad lists, equaliser lines, CamillaDSP's filters, and taps "
@@ -78,8 +78,8 @@ Format recognise(const std::string& path, std::string_view bytes) {
 FilterDesign parse_design(const std::string& path, std::string_view original,
                           const ReadOptions& options) {
   const std::string bytes = is_raw(options.format) ? std::string() : plain_text(original);
-  const Format format =
-      options.format == Format::kByContent ? recognise(path, bytes) : options.format;
+  const CoefficientFormat format =
+      options.format == CoefficientFormat::kByContent ? recognise(path, bytes) : options.format;
   FilterDesign design{FilterDesign::kFir, {}, {}};
   const auto taps = [&](std::vector<double> values) {
     if (options.wanted && options.wanted != FilterDesign::kFir)
@@ -87,39 +87,39 @@ FilterDesign parse_design(const std::string& path, std::string_view original,
     design.b = std::move(values);
   };
   switch (format) {
-    case Format::kNumPy:
+    case CoefficientFormat::kNumPy:
       design = design_of(path, {parse_npy(path, bytes)}, options);
       break;
-    case Format::kNamed:
+    case CoefficientFormat::kNamed:
       design = design_of(path, parse_named_text(path, bytes), options);
       break;
-    case Format::kHeader:
+    case CoefficientFormat::kHeader:
       design = design_of(path, parse_header(path, bytes), options);
       break;
-    case Format::kBiquads:
+    case CoefficientFormat::kBiquads:
       design = sections_design(path, parse_biquads(path, bytes), options);
       break;
-    case Format::kScalars:
+    case CoefficientFormat::kScalars:
       design = design_of(path, parse_scalar_text(path, bytes), options);
       break;
-    case Format::kRewResponse:
+    case CoefficientFormat::kRewResponse:
       taps(parse_rew_response(path, bytes, options.rate));
       break;
-    case Format::kRawS16:
-    case Format::kRawS24In3:
-    case Format::kRawS24In4:
-    case Format::kRawS32:
-    case Format::kRawFloat32:
-    case Format::kRawFloat64:
+    case CoefficientFormat::kRawS16:
+    case CoefficientFormat::kRawS24In3:
+    case CoefficientFormat::kRawS24In4:
+    case CoefficientFormat::kRawS32:
+    case CoefficientFormat::kRawFloat32:
+    case CoefficientFormat::kRawFloat64:
       taps(parse_raw(path, original, format));
       break;
-    case Format::kNumPyArchive:
-    case Format::kJson:
-    case Format::kCamilla:
-    case Format::kMatlab:
-    case Format::kAudio:
+    case CoefficientFormat::kNumPyArchive:
+    case CoefficientFormat::kJson:
+    case CoefficientFormat::kCamilla:
+    case CoefficientFormat::kMatlab:
+    case CoefficientFormat::kAudio:
       fail(path, "is of a format that is read from files by the tool, GStreamer and Python alone");
-    case Format::kEqualiser:
+    case CoefficientFormat::kEqualiser:
       design = parse_equaliser(path, bytes, options);
       break;
     default:

@@ -41,8 +41,11 @@ FilterDesign::Kind kind_of(Kind kind) {
 }
 
 jurn::ReadOptions options_for(Kind kind, int rate, jurn::Precision precision) {
-  jurn::ReadOptions options{
-      {}, jurn::filter_limits(jurn::Precision::kInt16), jurn::Format::kByContent, {}, rate};
+  jurn::ReadOptions options{{},
+                            jurn::filter_limits(jurn::Precision::kInt16),
+                            jurn::CoefficientFormat::kByContent,
+                            {},
+                            rate};
   if (kind != Kind::kAutomatic) options.wanted = kind_of(kind);
   if (precision == jurn::Precision::kDouble)
     options.limits.fir = options.limits.iir = {

@@ -9,11 +9,12 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
-  const jurn::Format formats[] = {jurn::Format::kByContent, jurn::Format::kNumbers,
-                                  jurn::Format::kNumPy,     jurn::Format::kHeader,
-                                  jurn::Format::kBiquads,   jurn::Format::kEqualiser,
-                                  jurn::Format::kScalars,   jurn::Format::kRewResponse,
-                                  jurn::Format::kRawS24In3, jurn::Format::kRawFloat32};
+  const jurn::CoefficientFormat formats[] = {
+      jurn::CoefficientFormat::kByContent, jurn::CoefficientFormat::kNumbers,
+      jurn::CoefficientFormat::kNumPy,     jurn::CoefficientFormat::kHeader,
+      jurn::CoefficientFormat::kBiquads,   jurn::CoefficientFormat::kEqualiser,
+      jurn::CoefficientFormat::kScalars,   jurn::CoefficientFormat::kRewResponse,
+      jurn::CoefficientFormat::kRawS24In3, jurn::CoefficientFormat::kRawFloat32};
   jurn::ReadOptions options;
   if (data[0] % 4 != 3) options.wanted = static_cast<jurn::FilterDesign::Kind>(data[0] % 4);
   const jurn::CoefficientLimit limit = {20, "20, the limit of this test"};

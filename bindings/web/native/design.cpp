@@ -114,7 +114,7 @@ EXPORT const char* jurn_parse(const char* name, int name_length, const char* byt
   jurn::ReadOptions options{{},
                             {limit(most_taps, " taps"), limit(JURN_COEFFICIENTS, " coefficients"),
                              limit(JURN_COEFFICIENTS / 3, " sections")},
-                            jurn::Format::kByContent,
+                            jurn::CoefficientFormat::kByContent,
                             {},
                             rate};
   if (wanted >= 0) options.wanted = static_cast<FilterDesign::Kind>(wanted);

@@ -13,31 +13,31 @@ namespace jurn {
 void add_reading(CLI::App* command, ReadingOptions* o) {
   command->add_flag("--normalise", o->normalise,
                     "Scale the filter's largest gain over all frequencies to 0 dB, before --gain");
-  add_choice<Format>(
+  add_choice<CoefficientFormat>(
       command, "--format", &o->format,
       "Format of the coefficients: numbers (text, CSV), named (Octave, .fcf, "
       "assignments), single (h[0] = ...), npy, npz, mat, json, header (C, of MATLAB), "
       "biquads, equaliser, camilla (YAML), rew (impulse response), audio, or taps "
       "without a header: S16LE, S24LE3, S24LE, S32LE, FLOAT32LE, FLOAT64LE",
-      {{"numbers", Format::kNumbers},
-       {"named", Format::kNamed},
-       {"npy", Format::kNumPy},
-       {"mat", Format::kMatlab},
-       {"header", Format::kHeader},
-       {"biquads", Format::kBiquads},
-       {"equaliser", Format::kEqualiser},
-       {"single", Format::kScalars},
-       {"npz", Format::kNumPyArchive},
-       {"json", Format::kJson},
-       {"camilla", Format::kCamilla},
-       {"rew", Format::kRewResponse},
-       {"audio", Format::kAudio},
-       {"S16LE", Format::kRawS16},
-       {"S24LE3", Format::kRawS24In3},
-       {"S24LE", Format::kRawS24In4},
-       {"S32LE", Format::kRawS32},
-       {"FLOAT32LE", Format::kRawFloat32},
-       {"FLOAT64LE", Format::kRawFloat64}},
+      {{"numbers", CoefficientFormat::kNumbers},
+       {"named", CoefficientFormat::kNamed},
+       {"npy", CoefficientFormat::kNumPy},
+       {"mat", CoefficientFormat::kMatlab},
+       {"header", CoefficientFormat::kHeader},
+       {"biquads", CoefficientFormat::kBiquads},
+       {"equaliser", CoefficientFormat::kEqualiser},
+       {"single", CoefficientFormat::kScalars},
+       {"npz", CoefficientFormat::kNumPyArchive},
+       {"json", CoefficientFormat::kJson},
+       {"camilla", CoefficientFormat::kCamilla},
+       {"rew", CoefficientFormat::kRewResponse},
+       {"audio", CoefficientFormat::kAudio},
+       {"S16LE", CoefficientFormat::kRawS16},
+       {"S24LE3", CoefficientFormat::kRawS24In3},
+       {"S24LE", CoefficientFormat::kRawS24In4},
+       {"S32LE", CoefficientFormat::kRawS32},
+       {"FLOAT32LE", CoefficientFormat::kRawFloat32},
+       {"FLOAT64LE", CoefficientFormat::kRawFloat64}},
       "by content");
   command
       ->add_option("--variables", o->variables,

@@ -17,7 +17,7 @@ namespace jurn {
 /** How files of coefficients are read. */
 struct ReadingOptions {
   bool normalise = false;
-  Format format = Format::kByContent;
+  CoefficientFormat format = CoefficientFormat::kByContent;
   std::vector<std::string> variables;
   std::optional<bool> negate_a;
 };
