@@ -114,10 +114,14 @@ class VoiceStage : public Stage {
   }
 
   void call(const float* in, float* out) override {
-    if (voice_->run(in, call_frames, out)) return;
+    if (!rounds && voice_->run(in, call_frames, out)) return;
     for (int c = 0; c < channels_in; ++c)
       take_samples(in + c, channels_in, call_frames, in_[static_cast<std::size_t>(c)]);
     voice_->run(in_.data(), call_frames, out_.data());
+    // To float first, some would come to lie halfway between two whole numbers.
+    for (int c = 0; c < channels_out && rounds; ++c)
+      for (int i = 0; i < call_frames; ++i)
+        out_[static_cast<std::size_t>(c)][i] = std::rint(out_[static_cast<std::size_t>(c)][i]);
     for (int c = 0; c < channels_out; ++c)
       give_samples(out_[static_cast<std::size_t>(c)], call_frames, out + c, channels_out);
   }

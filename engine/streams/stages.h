@@ -41,6 +41,7 @@ class Stage {
   std::int64_t tail = 0;     // frames that ring on after the input
   bool keep_latency = false;
   bool keep_tail = false;
+  bool rounds = false;  // from double to whole numbers, once: the last stage before 16 bits
   std::int64_t input_clipped = 0;  // input samples beyond what the filter takes
   std::int64_t clipped = 0;        // output samples at full scale
   std::int64_t lost_after = -1;    // frames after which its numbers were no finite ones, or -1

@@ -139,6 +139,7 @@ Summary run(const Job& job) {
     const AudioFormat format = choose_format(job, reader.samples(), chain, &summary);
     AudioWriter writer(job.output, summary.channels, summary.rate, format, job.overwrite);
     unlock(job);
+    chain.back()->rounds = writer.samples() == SampleFormat::kInt16 && !job.dither;
     std::int64_t added = 0;
     for (const std::unique_ptr<Stage>& stage : chain) added += stage->added();
     if (reader.frames()) writer.expect(reader.frames() + added);

@@ -90,8 +90,8 @@ void ConvolutionSource::read(const ConvolutionSettings& settings, int rate) {
   files_ = std::move(files);
 }
 
-std::unique_ptr<Prepared> ConvolutionSource::prepare(const StreamFormat& format,
-                                                     std::vector<std::string>*) {
+std::unique_ptr<Offer> ConvolutionSource::prepare(const StreamFormat& format,
+                                                  std::vector<std::string>*) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     tried_ = settings_;

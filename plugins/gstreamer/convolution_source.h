@@ -34,7 +34,7 @@ struct ConvolutionSettings {
 using ChannelPairs = std::vector<std::pair<int, int>>;
 
 /** A response and a silent stream for it. */
-struct PreparedConvolution : Prepared {
+struct PreparedConvolution : Offer {
   PreparedConvolution(const Convolution_shape& s, const jurn::Routing& routing)
       : shape(s),
         response(s, routing),
@@ -80,8 +80,8 @@ class ConvolutionSource final : public Preparer {
     jurn::Routing routing;           // of a file of routes
   };
 
-  std::unique_ptr<Prepared> prepare(const StreamFormat& format,
-                                    std::vector<std::string>* warnings) override;
+  std::unique_ptr<Offer> prepare(const StreamFormat& format,
+                                 std::vector<std::string>* warnings) override;
   void settled(bool well) override;
   void read(const ConvolutionSettings& settings, int rate);
   void find_pairs(const ConvolutionSettings& settings);

@@ -50,6 +50,22 @@ std::string text_of(const GValue* value) {
   return text;
 }
 
+GParamSpec* precision_spec(const char* description) {
+  static const GEnumValue values[] = {
+      {static_cast<gint>(jurn::Precision::kDouble), "Rounded once, at the end", "double"},
+      {static_cast<gint>(jurn::Precision::kInt16), "As on a device with 16 bits", "int16"},
+      {0, nullptr, nullptr}};
+  static const GType type = g_enum_register_static("GstJurnPrecision", values);
+  return g_param_spec_enum("precision", "Precision", description, type,
+                           static_cast<gint>(jurn::Precision::kDouble),
+                           static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
+                                                    GST_PARAM_MUTABLE_PLAYING));
+}
+
+jurn::Precision precision_of(const GValue* value) {
+  return static_cast<jurn::Precision>(g_value_get_enum(value));
+}
+
 void install_statistics(GObjectClass* gobject_class, guint statistics, guint interval) {
   constexpr auto flags = static_cast<GParamFlags>(G_PARAM_READABLE | G_PARAM_STATIC_STRINGS);
   g_object_class_install_property(

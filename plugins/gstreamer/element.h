@@ -7,9 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "design/prepare.h"
 #include "meter.h"
 
 namespace jurn::gst {
+
+/** The property `precision`, with what it chooses between. */
+GParamSpec* precision_spec(const char* description);
+jurn::Precision precision_of(const GValue* value);
 
 /** Installs the properties `statistics` and `statistics-interval`, with these two numbers. */
 void install_statistics(GObjectClass* gobject_class, guint statistics, guint interval);

@@ -2,37 +2,27 @@
 
 #include <gst/gst.h>
 
-#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
+#include "changing_stream.h"
 #include "coefficients/formats.h"
 #include "coefficients/kinds.h"
 #include "coefficients/parse.h"
 #include "design/prepare.h"
-#include "design/roots.h"
 #include "design/stability.h"
 #include "element.h"
+#include "streams/stages.h"
+#include "units.h"
 
 namespace jurn::gst {
 namespace {
 
 using jurn::FilterDesign;
 
-// Frames that a recursive filter rings on: until a full-scale sound is below one LSB, and no longer
-// than this.
-constexpr double kLongestTail = 10.0;  // seconds
-
-int tail_of(const FilterDesign& design, int rate) {
-  if (design.kind == FilterDesign::kFir) return static_cast<int>(design.b.size()) - 1;
-  double radius = 0.0;
-  for (const auto& pole : jurn::roots_of(design, design.a))
-    radius = std::max(radius, std::abs(pole));
-  const double longest = kLongestTail * rate;
-  if (radius >= 1.0) return static_cast<int>(longest);
-  const double frames = radius > 0.0 ? std::log(1.0 / 32768.0) / std::log(radius) : 0.0;
-  return static_cast<int>(std::min(longest, frames + static_cast<double>(design.b.size())));
-}
+// Frames of the past that a new filter can hear. Where it remembers more, an FIR of more taps than
+// that, its late taps begin with silence.
+constexpr int kHistory = 1 << 15;
 
 FilterDesign::Kind kind_of(Kind kind) {
   return kind == Kind::kFir   ? FilterDesign::kFir
@@ -40,19 +30,10 @@ FilterDesign::Kind kind_of(Kind kind) {
                               : FilterDesign::kSections;
 }
 
-jurn::ReadOptions options_for(Kind kind, int rate, jurn::Precision precision) {
-  jurn::ReadOptions options{{},
-                            jurn::filter_limits(jurn::Precision::kInt16),
-                            jurn::CoefficientFormat::kByContent,
-                            {},
-                            rate};
-  if (kind != Kind::kAutomatic) options.wanted = kind_of(kind);
-  if (precision == jurn::Precision::kDouble)
-    options.limits.fir = options.limits.iir = {
-        JURN_FLOAT_COEFFICIENTS,
-        std::to_string(JURN_FLOAT_COEFFICIENTS) +
-            " coefficients, the limit for float samples; 16-bit samples take " +
-            std::to_string(JURN_COEFFICIENTS)};
+jurn::ReadOptions options_for(const FilterSource& source, int rate) {
+  jurn::ReadOptions options{
+      {}, jurn::filter_limits(source.precision), jurn::CoefficientFormat::kByContent, {}, rate};
+  if (source.kind != Kind::kAutomatic) options.wanted = kind_of(source.kind);
   return options;
 }
 
@@ -175,8 +156,8 @@ void FilterSource::get_coefficients(GValue* result) const {
   }
 }
 
-FilterDesign FilterSource::read(int rate, jurn::Precision precision) const {
-  const jurn::ReadOptions options = options_for(kind, rate, precision);
+FilterDesign FilterSource::read(int rate) const {
+  const jurn::ReadOptions options = options_for(*this, rate);
   if (!problem_.empty()) throw std::runtime_error(problem_);
   if (source_ == Source::kCoefficients) {
     FilterDesign design = design_of_arrays(arrays_, kind);
@@ -191,22 +172,20 @@ FilterDesign FilterSource::read(int rate, jurn::Precision precision) const {
   return jurn::load_design(path_, options);
 }
 
-const FilterDesign& FilterPreparer::read(const StreamFormat& format) {
+const FilterDesign& FilterPreparer::read(int rate) {
   const gint64 written = time_of_writing(tried_.file());
-  if (!tried_.reads_as(read_from_) || read_for_.rate != format.rate ||
-      read_for_.is_float != format.is_float || written != written_) {
-    read_for_ = {};
-    design_ = tried_.read(format.rate,
-                          format.is_float ? jurn::Precision::kDouble : jurn::Precision::kInt16);
+  if (!tried_.reads_as(read_from_) || read_rate_ != rate || written != written_) {
+    read_rate_ = 0;
+    design_ = tried_.read(rate);
     read_from_ = tried_;
-    read_for_ = format;
+    read_rate_ = rate;
     written_ = written;
   }
   return design_;
 }
 
-std::unique_ptr<Prepared> FilterPreparer::prepare(const StreamFormat& format,
-                                                  std::vector<std::string>* warnings) {
+std::unique_ptr<Offer> FilterPreparer::prepare(const StreamFormat& format,
+                                               std::vector<std::string>* warnings) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     tried_ = source_;
@@ -214,29 +193,36 @@ std::unique_ptr<Prepared> FilterPreparer::prepare(const StreamFormat& format,
   }
   // A file of coefficients is read for its rate.
   if (!format.rate || tried_.is_empty()) return nullptr;
+  const jurn::Format engine = engine_format(format, 1, kHistory);
   if (tried_.kind == Kind::kAverage) {
-    if (format.is_float)
-      throw std::runtime_error("kind=average takes 16-bit samples: audio/x-raw,format=S16LE");
-    return std::make_unique<PreparedFilter>(tried_.length - 1, tried_.length, format.inputs);
+    if (tried_.precision == jurn::Precision::kInt16 && tried_.length > jurn::kMaxAverage)
+      throw std::runtime_error("length=" + std::to_string(tried_.length) + ": at most " +
+                               std::to_string(jurn::kMaxAverage) +
+                               " with precision=int16, and any with precision=double");
+    return std::make_unique<OfferedFilter>(
+        jurn::make_mean(tried_.length, tried_.precision, engine));
   }
-  FilterDesign design = read(format);
+  FilterDesign design = read(format.rate);
   const auto warn = [&](const std::string& text) {
     if (!text.empty()) warnings->push_back(text);
   };
   const std::string name = tried_.name();
-  const double gain = std::pow(10.0, tried_.gain_db / 20.0);
+  const double gain = jurn::from_decibels(tried_.gain_db);
   jurn::check_signs(name, std::nullopt, &design);
   if (const std::string peak = jurn::check_peak(name, design, gain); !peak.empty())
     warn(peak + "; a lower gain avoids it");
   jurn::scale(&design, gain);
   jurn::PrepareOptions options;
-  options.precision = format.is_float ? jurn::Precision::kDouble : jurn::Precision::kInt16;
+  options.precision = tried_.precision;
+  options.result = format.is_float ? jurn::SampleFormat::kFloat : jurn::SampleFormat::kInt16;
+  options.rate = format.rate;
   options.in_blocks = false;
   const jurn::Prepared prepared = jurn::prepare(design, options);
   for (const jurn::Notice& notice : prepared.notices)
-    if (notice.is_warning()) warn(name + ": " + notice.text);
-  return std::make_unique<PreparedFilter>(tail_of(prepared.design, format.rate), prepared.design,
-                                          options.precision, format.inputs);
+    if (notice.is_warning())
+      warn(name + ": " + notice.text +
+           (notice.remedy == jurn::Notice::kInDouble ? "; precision=double avoids it" : ""));
+  return std::make_unique<OfferedFilter>(jurn::make_voice(prepared, engine));
 }
 
 void FilterPreparer::settled(bool well) {

@@ -11,9 +11,13 @@
 
 #include "design/equaliser.h"
 #include "design/filter_design.h"
-#include "fading_filter.h"
+#include "design/prepare.h"
+#include "preparer.h"
 
 namespace jurn::gst {
+
+/** Samples of the longest mean; of the device's, jurn::kMaxAverage. */
+constexpr int kMostAveraged = 1 << 20;
 
 enum class Kind { kAutomatic, kFir, kIir, kSections, kAverage };
 
@@ -39,13 +43,14 @@ class FilterSource {
   Kind kind = Kind::kAutomatic;
   double gain_db = 0.0;
   int length = 1;
+  jurn::Precision precision = jurn::Precision::kDouble;
 
   bool is_empty() const { return source_ == Source::kNone && kind != Kind::kAverage; }
   /** Reads the design, without the gain. Not of a mean. */
-  jurn::FilterDesign read(int rate, jurn::Precision precision) const;
+  jurn::FilterDesign read(int rate) const;
   /** Whether another source reads the same. */
   bool reads_as(const FilterSource& other) const {
-    return setting_ == other.setting_ && kind == other.kind;
+    return setting_ == other.setting_ && kind == other.kind && precision == other.precision;
   }
   /** How errors and warnings call the filter. */
   std::string name() const { return source_ == Source::kFile ? path_ : "the filter"; }
@@ -84,10 +89,10 @@ class FilterPreparer final : public Preparer {
   }
 
  private:
-  std::unique_ptr<Prepared> prepare(const StreamFormat& format,
-                                    std::vector<std::string>* warnings) override;
+  std::unique_ptr<Offer> prepare(const StreamFormat& format,
+                                 std::vector<std::string>* warnings) override;
   void settled(bool well) override;
-  const jurn::FilterDesign& read(const StreamFormat& format);
+  const jurn::FilterDesign& read(int rate);
 
   mutable std::mutex mutex_;
   FilterSource source_;
@@ -97,7 +102,7 @@ class FilterPreparer final : public Preparer {
   FilterSource tried_, good_;
   guint64 tried_version_ = 0;
   FilterSource read_from_;  // what was read last, and for what
-  StreamFormat read_for_;
+  int read_rate_ = 0;
   gint64 written_ = 0;
   jurn::FilterDesign design_{};
 };

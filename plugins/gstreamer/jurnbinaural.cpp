@@ -47,7 +47,7 @@ struct Direction {
 };
 
 /** A set of responses. */
-struct PreparedSet : jurn::gst::Prepared {
+struct PreparedSet : jurn::gst::Offer {
   PreparedSet(const std::string& path, int rate) : set(path, rate) {}
   jurn::HrtfSet set;
 };
@@ -74,8 +74,8 @@ class SetSource final : public jurn::gst::Preparer {
   Place place;
 
  private:
-  std::unique_ptr<jurn::gst::Prepared> prepare(const StreamFormat& format,
-                                               std::vector<std::string>*) override {
+  std::unique_ptr<jurn::gst::Offer> prepare(const StreamFormat& format,
+                                            std::vector<std::string>*) override {
     {
       const std::lock_guard<std::mutex> lock(mutex_);
       tried_ = sofa_;

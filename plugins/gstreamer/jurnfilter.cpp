@@ -18,15 +18,15 @@
 #include <string>
 #include <vector>
 
+#include "changing_stream.h"
 #include "element.h"
 #include "filter_source.h"
 #include "jurnfilter_bands.h"
 
-using jurn::gst::FadingFilter;
 using jurn::gst::FilterPreparer;
 using jurn::gst::FilterSource;
 using jurn::gst::Kind;
-using jurn::gst::PreparedFilter;
+using jurn::gst::OfferedFilter;
 using jurn::gst::StreamFormat;
 
 namespace {
@@ -41,6 +41,7 @@ enum Property {
   kEqualiser,
   kGain,
   kLength,
+  kPrecision,
   kTail,
   kStatistics,
   kStatisticsInterval
@@ -61,40 +62,6 @@ GType kind_type() {
   return type;
 }
 
-/** A stream of one kind of samples. Its owner is the streaming thread. */
-class Running {
- public:
-  Running(FilterPreparer* preparer, const StreamFormat& format) : format_(format) {
-    auto first = preparer->first<PreparedFilter>(
-        "no filter: set location, coefficients, equaliser, or kind=average and length");
-    if (format.is_float)
-      floats_ = std::make_unique<FadingFilter<float>>(preparer, std::move(first), format.inputs);
-    else
-      int16_ = std::make_unique<FadingFilter<short>>(preparer, std::move(first), format.inputs);
-  }
-
-  const StreamFormat& format() const { return format_; }
-  std::size_t frame_bytes() const {
-    return static_cast<std::size_t>(format_.inputs) *
-           (format_.is_float ? sizeof(float) : sizeof(short));
-  }
-  void process(short* samples, int frames) { int16_->process(samples, frames); }
-  void process(float* samples, int frames) {
-    // The library's float filter works on the int16 scale. Powers of two change no other bit.
-    const std::size_t values = static_cast<std::size_t>(frames * format_.inputs);
-    for (std::size_t i = 0; i < values; ++i) samples[i] *= 32768.0f;
-    floats_->process(samples, frames);
-    for (std::size_t i = 0; i < values; ++i) samples[i] *= 1.0f / 32768.0f;
-  }
-  int tail() const { return int16_ ? int16_->tail() : floats_->tail(); }
-  void reset() { int16_ ? int16_->reset() : floats_->reset(); }
-
- private:
-  StreamFormat format_;
-  std::unique_ptr<FadingFilter<short>> int16_;
-  std::unique_ptr<FadingFilter<float>> floats_;
-};
-
 /** What an element holds beside its base class. */
 struct State {
   explicit State(GstElement* element) : preparer(element), bands(element, &preparer) {}
@@ -105,7 +72,8 @@ struct State {
   jurn::gst::Statistics statistics;
 
   // The streaming thread's own.
-  std::unique_ptr<Running> running;
+  std::unique_ptr<jurn::gst::ChangingStream> running;
+  StreamFormat format;
   GstClockTime next_time = GST_CLOCK_TIME_NONE;  // of the next frame
   bool started = false;                          // since the last silence
   bool is_new_segment = true;                    // until its first frame
@@ -151,6 +119,8 @@ static void set_property(GObject* object, guint id, const GValue* value, GParamS
       return change([&](FilterSource* s) { s->gain_db = g_value_get_double(value); });
     case kLength:
       return change([&](FilterSource* s) { s->length = g_value_get_int(value); });
+    case kPrecision:
+      return change([&](FilterSource* s) { s->precision = jurn::gst::precision_of(value); });
     case kTail:
       self->state->keeps_tail = g_value_get_boolean(value);
       return;
@@ -178,6 +148,8 @@ static void get_property(GObject* object, guint id, GValue* value, GParamSpec* s
       return g_value_set_double(value, source.gain_db);
     case kLength:
       return g_value_set_int(value, source.length);
+    case kPrecision:
+      return g_value_set_enum(value, static_cast<gint>(source.precision));
     case kTail:
       return g_value_set_boolean(value, self->state->keeps_tail);
     case kStatistics:
@@ -198,31 +170,16 @@ static gboolean setup(GstAudioFilter* filter, const GstAudioInfo* info) {
   try {
     state->running.reset();
     state->preparer.set_format(format);
-    state->running = std::make_unique<Running>(&state->preparer, format);
+    state->running = std::make_unique<jurn::gst::ChangingStream>(
+        &state->preparer,
+        state->preparer.first<OfferedFilter>(
+            "no filter: set location, coefficients, equaliser, or kind=average and length"));
+    state->format = format;
     return TRUE;
   } catch (const std::exception& error) {
     GST_ELEMENT_ERROR(self, LIBRARY, SETTINGS, ("%s", error.what()), (nullptr));
     return FALSE;
   }
-}
-
-/** A mean is one of 16-bit samples. */
-static GstCaps* transform_caps(GstBaseTransform* transform, GstPadDirection, GstCaps* caps,
-                               GstCaps* filter) {
-  GstCaps* possible = gst_caps_ref(caps);
-  const auto restrict_to = [&](GstCaps* others) {
-    GstCaps* const both = gst_caps_intersect_full(others, possible, GST_CAPS_INTERSECT_FIRST);
-    gst_caps_unref(possible);
-    possible = both;
-  };
-  if (GST_JURN_FILTER(transform)->state->preparer.source().kind == Kind::kAverage) {
-    GstCaps* const int16 =
-        gst_caps_new_simple("audio/x-raw", "format", G_TYPE_STRING, GST_AUDIO_NE(S16), nullptr);
-    restrict_to(int16);
-    gst_caps_unref(int16);
-  }
-  if (filter) restrict_to(filter);
-  return possible;
 }
 
 static gboolean start(GstBaseTransform* transform) {
@@ -244,18 +201,17 @@ static gboolean stop(GstBaseTransform* transform) {
 /** Filters and counts the frames of a mapped buffer. */
 template <typename Sample>
 static void process(GstJurnFilter* self, guint8* bytes, std::size_t size) {
-  Running* const running = self->state->running.get();
-  const std::size_t channels = static_cast<std::size_t>(running->format().inputs);
+  State* const state = self->state;
+  const std::size_t channels = static_cast<std::size_t>(state->format.inputs);
   const std::size_t values = size / sizeof(Sample) / channels * channels;
   Sample* const samples = static_cast<Sample*>(static_cast<void*>(bytes));
-  running->process(samples, static_cast<int>(values / channels));
-  self->state->statistics.count(GST_ELEMENT(self), samples, values, channels,
-                                running->format().rate);
+  state->running->process(samples, static_cast<int>(values / channels), samples);
+  state->statistics.count(GST_ELEMENT(self), samples, values, channels, state->format.rate);
 }
 
 static void process_bytes(GstJurnFilter* self, guint8* bytes, std::size_t size) {
-  self->state->running->format().is_float ? process<float>(self, bytes, size)
-                                          : process<short>(self, bytes, size);
+  self->state->format.is_float ? process<float>(self, bytes, size)
+                               : process<short>(self, bytes, size);
 }
 
 /** What control sources say of a time. */
@@ -297,8 +253,9 @@ static void forget(GstJurnFilter* self) {
 /** Runs `frames` frames of silence and pushes them. */
 static void push_silence(GstJurnFilter* self, std::int64_t frames) {
   State* const state = self->state;
-  const std::size_t frame_bytes = state->running->frame_bytes();
-  jurn::gst::push_tail(GST_BASE_TRANSFORM(self), frames, frame_bytes, state->running->format().rate,
+  const std::size_t frame_bytes = static_cast<std::size_t>(state->format.inputs) *
+                                  (state->format.is_float ? sizeof(float) : sizeof(short));
+  jurn::gst::push_tail(GST_BASE_TRANSFORM(self), frames, frame_bytes, state->format.rate,
                        &state->next_time, [&](guint8* bytes, int count) {
                          const std::size_t size = static_cast<std::size_t>(count) * frame_bytes;
                          std::memset(bytes, 0, size);
@@ -320,7 +277,7 @@ static GstEvent* fill_gap(GstJurnFilter* self, GstEvent* event) {
   GstClockTime time, duration;
   gst_event_parse_gap(event, &time, &duration);
   if (!state->running || !state->started || !GST_CLOCK_TIME_IS_VALID(time)) return event;
-  const guint64 rate = static_cast<guint64>(state->running->format().rate);
+  const guint64 rate = static_cast<guint64>(state->format.rate);
   const std::int64_t tail = state->running->tail();
   std::int64_t frames = tail;
   if (GST_CLOCK_TIME_IS_VALID(duration))
@@ -410,7 +367,10 @@ static void gst_jurn_filter_class_init(GstJurnFilterClass* klass) {
   install(kGain, g_param_spec_double("gain", "Gain", "Gain of the filter in dB", -200.0, 200.0, 0.0,
                                      static_cast<GParamFlags>(flags | GST_PARAM_CONTROLLABLE)));
   install(kLength, g_param_spec_int("length", "Length", "Samples of the mean, with kind=average", 1,
-                                    jurn::kMaxAverage, 1, flags));
+                                    jurn::gst::kMostAveraged, 1, flags));
+  install(kPrecision, jurn::gst::precision_spec(
+                          "double, the result rounded to its samples; or int16: 16 bits in and out "
+                          "and float inside, as on a device"));
   install(kTail, g_param_spec_boolean("tail", "Tail",
                                       "Whether the stream ends when the filter has rung out, not "
                                       "with its input",
@@ -429,7 +389,6 @@ static void gst_jurn_filter_class_init(GstJurnFilterClass* klass) {
   GstBaseTransformClass* const transform_class = GST_BASE_TRANSFORM_CLASS(klass);
   transform_class->start = start;
   transform_class->stop = stop;
-  transform_class->transform_caps = transform_caps;
   transform_class->transform_ip = transform_ip;
   transform_class->sink_event = sink_event;
   GST_AUDIO_FILTER_CLASS(klass)->setup = setup;

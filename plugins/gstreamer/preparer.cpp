@@ -47,9 +47,9 @@ void Preparer::set_format(const StreamFormat& format) {
   if (format.rate) request();
 }
 
-Prepared* Preparer::first_of_any(const char* none) {
+Offer* Preparer::first_of_any(const char* none) {
   wait();
-  Prepared* const result = hand_over_.take(running_);
+  Offer* const result = hand_over_.take(running_);
   const std::lock_guard<std::mutex> lock(mutex_);
   if (!result || !problem_.empty()) {
     hand_over_.give_back(result);
@@ -75,7 +75,7 @@ void Preparer::work() {
     }
     std::vector<std::string> warnings;
     std::string problem;
-    std::unique_ptr<Prepared> prepared;
+    std::unique_ptr<Offer> prepared;
     try {
       prepared = prepare(format, &warnings);
     } catch (const std::exception& error) {

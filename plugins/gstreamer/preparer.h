@@ -16,15 +16,15 @@ namespace jurn::gst {
 
 using jurn::StreamFormat;
 
-/** What is passed to the streaming thread. */
-struct Prepared {
-  Prepared() = default;
-  Prepared(const Prepared&) = delete;
-  Prepared& operator=(const Prepared&) = delete;
-  virtual ~Prepared() = default;
+/** What is passed to the streaming thread, and given back. */
+struct Offer {
+  Offer() = default;
+  Offer(const Offer&) = delete;
+  Offer& operator=(const Offer&) = delete;
+  virtual ~Offer() = default;
 
   StreamFormat made_for;
-  Prepared* next = nullptr;
+  Offer* next = nullptr;
 };
 
 /**
@@ -72,7 +72,7 @@ class Preparer {
   T* take() {
     return static_cast<T*>(hand_over_.take(running_));
   }
-  void give_back(Prepared* prepared) { hand_over_.give_back(prepared); }
+  void give_back(Offer* offer) { hand_over_.give_back(offer); }
 
  protected:
   /**
@@ -81,8 +81,8 @@ class Preparer {
    * can be done without, like reading files, is done, and the result is null. It is null, too, when
    * the properties ask for no filter. Throws a sentence for the user.
    */
-  virtual std::unique_ptr<Prepared> prepare(const StreamFormat& format,
-                                            std::vector<std::string>* warnings) = 0;
+  virtual std::unique_ptr<Offer> prepare(const StreamFormat& format,
+                                         std::vector<std::string>* warnings) = 0;
   /** On the worker: whether the last preparing went well, while a stream runs. If not, the
    * properties return to what runs. */
   virtual void settled(bool well) = 0;
@@ -90,10 +90,10 @@ class Preparer {
  private:
   static void run(GstElement* element, void* self);
   void work();
-  Prepared* first_of_any(const char* none);
+  Offer* first_of_any(const char* none);
 
   GstElement* element_;
-  jurn::HandOver<Prepared> hand_over_;
+  jurn::HandOver<Offer> hand_over_;
   StreamFormat running_;  // the streaming thread's own copy
 
   mutable std::mutex mutex_;  // of what follows; never held while something is prepared

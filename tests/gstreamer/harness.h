@@ -51,8 +51,9 @@ class Elements : public testing::Test {
     return folder_ + "/" + name;
   }
 
-  /** What jurn-filter makes of the samples. */
-  Samples tool(const std::string& arguments, const Samples& in, int channels) const {
+  /** What jurn-filter makes of the samples, in samples of a type. */
+  template <typename Sample = short>
+  std::vector<Sample> tool(const std::string& arguments, const Samples& in, int channels) const {
     const std::string source = folder_ + "/in.raw", result = folder_ + "/out.raw";
     std::ofstream(source, std::ios::binary)
         .write(reinterpret_cast<const char*>(in.data()),
@@ -61,12 +62,13 @@ class Elements : public testing::Test {
     const std::string command = std::string(std::getenv("JURN_FILTER")) + " " +
                                 arguments.substr(0, space) + " " + source + " " + result +
                                 " --raw " + std::to_string(kRate) + "," + std::to_string(channels) +
+                                (sizeof(Sample) == sizeof(float) ? " --bits float" : "") +
                                 " --overwrite -q" + arguments.substr(space);
     EXPECT_EQ(std::system(command.c_str()), 0) << command;
     std::ifstream file(result, std::ios::binary);
-    Samples out(std::filesystem::file_size(result) / sizeof(short));
+    std::vector<Sample> out(std::filesystem::file_size(result) / sizeof(Sample));
     file.read(reinterpret_cast<char*>(out.data()),
-              static_cast<std::streamsize>(out.size() * sizeof(short)));
+              static_cast<std::streamsize>(out.size() * sizeof(Sample)));
     return out;
   }
 

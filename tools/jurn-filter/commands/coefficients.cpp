@@ -123,6 +123,7 @@ Prepared prepare_and_say(const std::string& name, const FilterDesign& design,
   preparation.precision = options.precision;
   preparation.result = recording.samples;
   preparation.rate = recording.rate;
+  preparation.in_blocks = !options.time_domain;
   preparation.as_is = options.as_is;
   preparation.as_sections = options.as_sections;
   Prepared prepared = prepare(design, preparation);

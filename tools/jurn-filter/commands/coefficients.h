@@ -43,6 +43,7 @@ struct DesignOptions {
   ReadingOptions reading;
   Precision precision = Precision::kDouble;
   bool as_is = false, as_sections = false;
+  bool time_domain = false;
 };
 CLI::Option* add_coefficients(CLI::App* command, Filter* filter, DesignOptions* options,
                               const char* description);

@@ -11,6 +11,9 @@ void add_fir(CLI::App* app, Filter* filter, Files* files) {
                    "Taps: numbers as text or CSV (# comments), NumPy .npy, .mat, C header, or WAV")
       ->required();
   add_precision(fir, o.get());
+  fir->add_flag("--time-domain", o->time_domain,
+                "Tap by tap whatever the number of taps, as live filters run; by default from 64 "
+                "taps on by transforms, where that is exact enough");
   fir->final_callback([=] { set_design(filter, o, FilterDesign::kFir); });
 }
 
