@@ -122,11 +122,13 @@ class Channels:
     @property
     def rows(self) -> Samples:
         """(channels, frames) in one piece."""
-        rows = np.ascontiguousarray(np.moveaxis(self._moved, 0, -1))
+        rows = np.ascontiguousarray(self._moved if self.flat else np.moveaxis(self._moved, 0, -1))
         return rows.reshape(self.count, self.frames)
 
     def of_rows(self, y: Samples) -> Samples:
         """(channels, frames) in the shape of the argument."""
+        if self.flat:
+            return y.reshape(y.shape[-1])
         return np.moveaxis(y.reshape(*self.rest, y.shape[-1]), -1, self.axis)
 
     def shaped(self, y: Samples) -> Samples:
@@ -148,6 +150,8 @@ class Channels:
         ):
             raise ValueError(f"zi: has the shape {array.shape}; takes {full}")
         lead = full[: len(full) - len(shape)]
+        if self.flat and array.ndim:
+            return array.reshape(*lead, 1, count)  # a copy already
         moved = np.moveaxis(np.broadcast_to(array, full), len(lead) + self.axis, -1)
         return np.array(moved.reshape(*lead, self.count, count), order="C")
 
@@ -156,5 +160,7 @@ class Channels:
         that is the type of the samples and of `zi`."""
         if zi is not None and np.asarray(zi).dtype == self.dtype == np.float32:
             z = z.astype(np.float32)
+        if self.flat:
+            return z.reshape(*z.shape[:-2], z.shape[-1])
         lead = z.shape[:-2]
         return np.moveaxis(z.reshape(*lead, *self.rest, z.shape[-1]), -1, len(lead) + self.axis)

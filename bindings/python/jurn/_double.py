@@ -36,7 +36,7 @@ def _tell(bad_samples: int, level: int) -> None:
 
 def run(f: Filter, x: Channels, level: int) -> Samples:
     """From silence."""
-    frames_first = np.moveaxis(x.array, x.axis, 0)
+    frames_first = x.array if x.flat else np.moveaxis(x.array, x.axis, 0)
     if not (0 < x.count <= _INTERLEAVED and frames_first.flags.c_contiguous):
         return _run_rows(f, x, np.empty((x.count, 0)), level + 1)
     y = np.empty(frames_first.shape, x.dtype)
@@ -44,7 +44,7 @@ def run(f: Filter, x: Channels, level: int) -> Samples:
     filters = running(f, x.count)
     filters.go_on(frames_first.reshape(shape), y.reshape(shape))
     _tell(filters.bad_samples, level + 1)
-    return np.moveaxis(y, 0, x.axis)
+    return y if x.flat else np.moveaxis(y, 0, x.axis)
 
 
 def _run_rows(f: Filter, x: Channels, past: Samples, level: int) -> Samples:
@@ -73,10 +73,10 @@ def run_from_state(f: Filter, x: Channels, zi: ArrayLike, level: int) -> tuple[S
     y = np.empty_like(rows)
     if kind == "sos":
         z = x.state(zi, 2, len(b))
-        flat = np.ascontiguousarray(np.moveaxis(z, 0, 1)).reshape(x.count, 2 * len(b))
+        flat = np.ascontiguousarray(z.swapaxes(0, 1)).reshape(x.count, 2 * len(b))
     else:
         flat = x.state(zi, max(len(b), len(a)) - 1)
     _tell(_core._run_from_state(KINDS.index(kind), b, a, rows, y, flat), level + 1)
     if kind == "sos":
-        flat = np.moveaxis(flat.reshape(x.count, len(b), 2), 1, 0)
+        flat = flat.reshape(x.count, len(b), 2).swapaxes(0, 1)
     return x.of_rows(y), x.shaped_state(flat, zi)
