@@ -18,6 +18,10 @@ struct FilterDesign {
   int delay = 0;
 };
 
+inline bool operator==(const FilterDesign& x, const FilterDesign& y) {
+  return x.kind == y.kind && x.b == y.b && x.a == y.a && x.delay == y.delay;
+}
+
 /** What a filter may have at most, and how an error names it. */
 struct CoefficientLimit {
   std::size_t count;

@@ -96,6 +96,21 @@ class Preparation {
     return std::move(result_);
   }
 
+  /** Runs these sections instead of what run() chose in 16 bits, and measures them. */
+  Prepared run_sections(const FilterDesign& chosen, const Prepared& before) {
+    result_ = before;
+    const auto is_warning = [](const Notice& notice) { return notice.is_warning(); };
+    result_.notices.erase(
+        std::remove_if(result_.notices.begin(), result_.notices.end(), is_warning),
+        result_.notices.end());
+    const double radius = pole_radius(design_);
+    std::optional<FilterDesign> truth;
+    if (design_.kind == FilterDesign::kIir) truth = paired_sections(design_);
+    use(chosen, ErrorMeter(truth ? *truth : design_, radius).of(chosen));
+    judge(is_stable(design_, radius));
+    return std::move(result_);
+  }
+
  private:
   void run_records() {
     result_.runs = Runs::kRecords;
@@ -299,7 +314,18 @@ CoefficientLimit coefficient_limit(FilterDesign::Kind kind, Precision precision)
 }
 
 Prepared prepare(const FilterDesign& design, const PrepareOptions& options) {
-  return Preparation(design, options).run();
+  Prepared prepared = Preparation(design, options).run();
+  // What was ordered and scaled anew may be so once more. Who prepares the result again, as a file
+  // of it is when it runs, has to get the same, so it is done here.
+  constexpr int kMostRounds = 4;
+  for (int round = 0; round < kMostRounds && !options.as_is && !prepared.notices.empty() &&
+                      prepared.runs == Runs::kRecords && prepared.stable;
+       ++round) {
+    const Prepared again = Preparation(prepared.design, options).run();
+    if (again.design == prepared.design) break;
+    prepared = Preparation(design, options).run_sections(again.design, prepared);
+  }
+  return prepared;
 }
 
 }  // namespace jurn

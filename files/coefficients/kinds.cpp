@@ -7,9 +7,10 @@
 namespace jurn {
 namespace {
 
-/** Whether a0 = 1 and the poles of a section lie inside the unit circle. */
-bool is_stable_section(const double* a) {
-  return a[0] == 1.0 && std::abs(a[2]) < 1.0 && std::abs(a[1]) < 1.0 + a[2];
+/** Whether a0 = 1 and the poles of a section lie inside the unit circle, as they are or with the
+ * signs turned, as programs that add the feedback write them. */
+bool is_feedback(const double* a) {
+  return a[0] == 1.0 && std::abs(a[2]) < 1.0 && std::abs(a[1]) < 1.0 + std::abs(a[2]);
 }
 
 /** A table of six columns whose a0 say that it is sections. */
@@ -20,7 +21,7 @@ bool is_sections(const Array& table) {
     ones = ones && a0 == 1.0;
     zero = zero || a0 == 0.0;
   }
-  if (table.rows == 1) return is_stable_section(&table.values[3]);
+  if (table.rows == 1) return is_feedback(&table.values[3]);
   return table.rows == 2 ? ones : !zero;
 }
 
@@ -68,7 +69,7 @@ FilterDesign::Kind kind_of_rows(const std::string& path, const Rows& table) {
     return true;
   };
   if (columns == 6 && leads_with_one(3) &&
-      (count > 1 || is_stable_section(rows[0].values.data() + 3)))
+      (count > 1 || is_feedback(rows[0].values.data() + 3)))
     return FilterDesign::kSections;
   if (columns == 7 && leads_with_one(4) && count > 1 && is_index(table, 0, &even))
     return FilterDesign::kSections;

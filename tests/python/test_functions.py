@@ -77,9 +77,8 @@ def test_bits_equal_the_tools_on_recordings(path, tmp_path):
     ]:
         exact = ours(x.astype(np.float64))
         np.testing.assert_array_equal(ours(x), rounded(exact))
-        # The samples of the tool are float32 before they are rounded.
         np.testing.assert_array_equal(filtered_by_the_tool(tmp_path, path, *arguments),
-                                      rounded(exact.astype(np.float32)))
+                                      rounded(exact))
 
 
 FILTERS = {

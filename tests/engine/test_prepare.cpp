@@ -1,0 +1,145 @@
+// What runs for a design, and what is said of it.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "design/equaliser.h"
+#include "design/prepare.h"
+
+namespace jurn {
+namespace {
+
+FilterDesign sections_of(const std::vector<EqualiserFilter>& filters) {
+  std::vector<double> rows;
+  for (const EqualiserFilter& filter : filters) append_sections(filter, 48000, &rows);
+  FilterDesign design{FilterDesign::kSections, {}, {}};
+  for (std::size_t i = 0; i < rows.size(); ++i)
+    (i % 6 < 3 ? design.b : design.a).push_back(rows[i]);
+  return design;
+}
+
+/** Seven bands as a listener might set them. */
+FilterDesign equaliser(unsigned seed) {
+  const auto next = [&seed](double least, double most) {
+    seed = seed * 1664525u + 1013904223u;
+    return least + (most - least) * (seed >> 8) / 16777216.0;
+  };
+  std::vector<EqualiserFilter> filters(7);
+  for (EqualiserFilter& filter : filters) {
+    filter.type = next(0.0, 1.0) < 0.7 ? EqualiserType::kPeak : EqualiserType::kLowShelf;
+    filter.frequency = 20.0 * std::pow(10.0, next(0.0, 2.9));
+    filter.gain = next(-9.0, 9.0);
+    if (filter.type == EqualiserType::kPeak) filter.q = next(0.4, 6.0);
+  }
+  return sections_of(filters);
+}
+
+/** (1 - p/z)^order, whose roots rounding tears apart. */
+std::vector<double> power_of(double pole, int order) {
+  std::vector<double> result{1.0};
+  for (int k = 0; k < order; ++k) {
+    result.push_back(0.0);
+    for (std::size_t i = result.size() - 1; i > 0; --i) result[i] -= pole * result[i - 1];
+  }
+  return result;
+}
+
+TEST(Prepare, GivesWhatPreparesToItself) {
+  std::vector<FilterDesign> designs{{FilterDesign::kFir, {0.1, 0.2, 0.3}, {}},
+                                    {FilterDesign::kIir, {1e-4, 2e-4}, power_of(0.9, 4)},
+                                    {FilterDesign::kIir, {0.1}, {1.0, -0.5}}};
+  // The last three are ordered anew a second time.
+  for (const unsigned seed : {1u, 2u, 12u, 41u, 55u}) designs.push_back(equaliser(seed));
+  for (const FilterDesign& design : designs)
+    for (const Precision precision : {Precision::kInt16, Precision::kDouble}) {
+      PrepareOptions options;
+      options.precision = precision;
+      const Prepared once = prepare(design, options);
+      EXPECT_TRUE(prepare(once.design, options).design == once.design) << &design - &designs[0];
+    }
+}
+
+TEST(Prepare, SaysNothingOfEverydayFilters) {
+  const struct {
+    EqualiserType type;
+    double frequency, gain, q;
+    int order;
+  } everyday[] = {
+      {EqualiserType::kHighPass, 20, 0, 0, 0},   {EqualiserType::kHighPass, 40, 0, 0, 4},
+      {EqualiserType::kHighPass, 80, 0, 0, 8},   {EqualiserType::kLowShelf, 100, 6, 0, 0},
+      {EqualiserType::kPeak, 21, 5, 1.4, 0},     {EqualiserType::kPeak, 60, -6, 4, 0},
+      {EqualiserType::kNotch, 50, 0, 30, 0},     {EqualiserType::kLowPass, 30, 0, 0, 4},
+      {EqualiserType::kHighShelf, 8000, 4, 0, 0}};
+  for (const auto& e : everyday) {
+    EqualiserFilter filter{e.type};
+    filter.frequency = e.frequency;
+    filter.gain = e.gain;
+    filter.q = e.q;
+    filter.order = e.order;
+    const Prepared prepared = prepare(sections_of({filter}));
+    EXPECT_EQ(prepared.runs, Runs::kSections) << e.frequency;
+    EXPECT_TRUE(prepared.notices.empty()) << e.frequency;
+  }
+}
+
+TEST(Prepare, TellsEachFactOnceAndWithWhatHelps) {
+  const FilterDesign unstable{FilterDesign::kIir, {1.0}, {1.0, -2.1, 1.2}};
+  const FilterDesign integrator{FilterDesign::kIir, {1.0}, {1.0, -1.0}};
+  for (const Precision precision : {Precision::kInt16, Precision::kDouble})
+    for (const FilterDesign* design : {&unstable, &integrator}) {
+      PrepareOptions options;
+      options.precision = precision;
+      int warnings = 0;
+      for (const Notice& notice : prepare(*design, options).notices) {
+        if (!notice.is_warning()) continue;
+        ++warnings;
+        EXPECT_EQ(notice.kind, Notice::kUnstable);
+        EXPECT_EQ(notice.remedy, Notice::kNone) << notice.text;  // nothing would make it stable
+      }
+      EXPECT_EQ(warnings, 1);
+    }
+  // A low peak on the device: off, and double helps.
+  EqualiserFilter low{EqualiserType::kPeak};
+  low.frequency = 20.0;
+  low.gain = 6.0;
+  low.q = 4.0;
+  PrepareOptions device;
+  device.precision = Precision::kInt16;
+  const Prepared prepared = prepare(sections_of({low}), device);
+  ASSERT_FALSE(prepared.notices.empty());
+  EXPECT_EQ(prepared.notices.back().kind, Notice::kInexact);
+  EXPECT_EQ(prepared.notices.back().remedy, Notice::kInDouble);
+}
+
+TEST(Prepare, MeasuresADirectFormWhoseRootsAreNotSure) {
+  // Seventy poles: no roots of so high an order are looked for.
+  FilterDesign design{FilterDesign::kIir, {1.0}, std::vector<double>(71)};
+  design.a[0] = 1.0;
+  design.a[70] = -0.5;
+  const Prepared harmless = prepare(design);
+  EXPECT_EQ(harmless.runs, Runs::kDirectForm);
+  EXPECT_LT(harmless.expected_error, 1e-6);
+  // A numerator longer than a section's, over a short feedback, loses nothing.
+  design = {FilterDesign::kIir, std::vector<double>(200, 0.005), {1.0, -0.9}};
+  EXPECT_TRUE(prepare(design).notices.empty());
+}
+
+TEST(Prepare, RunsFirsByWhatTheResultNeeds) {
+  FilterDesign fir{FilterDesign::kFir, std::vector<double>(63, 1.0 / 63.0), {}};
+  EXPECT_EQ(prepare(fir).runs, Runs::kFir);
+  fir.b.assign(1000, 1e-3);
+  EXPECT_EQ(prepare(fir).runs, Runs::kConvolution);
+  PrepareOptions options;
+  options.result = SampleFormat::kFloat;
+  EXPECT_EQ(prepare(fir, options).runs, Runs::kFir);
+  options.result = SampleFormat::kInt16;
+  options.in_blocks = false;
+  EXPECT_EQ(prepare(fir, options).runs, Runs::kFir);
+  fir.b.assign(1000, 0.5);  // so loud that the transform's error would reach half a step
+  EXPECT_EQ(prepare(fir).runs, Runs::kFir);
+}
+
+}  // namespace
+}  // namespace jurn
