@@ -68,8 +68,7 @@ FilterDesign::Kind kind_of_rows(const std::string& path, const Rows& table) {
       if (row.values[column] != 1.0) return false;
     return true;
   };
-  if (columns == 6 && leads_with_one(3) &&
-      (count > 1 || is_feedback(rows[0].values.data() + 3)))
+  if (columns == 6 && leads_with_one(3) && (count > 1 || is_feedback(rows[0].values.data() + 3)))
     return FilterDesign::kSections;
   if (columns == 7 && leads_with_one(4) && count > 1 && is_index(table, 0, &even))
     return FilterDesign::kSections;

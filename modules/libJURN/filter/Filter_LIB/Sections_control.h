@@ -68,9 +68,10 @@
  * and the input, and are the same on every CPU and compiler. The error is at most that of the
  * transposed direct form II in double.
  *
- * **Speed.** A vector holds as many sections as it holds doubles: eight with AVX-512, four with AVX2,
- * two with NEON and SSE2; a single section has its four outputs in the lanes instead. Two doubles a
- * vector take about 1.5 times as long as four, measured with SSE2, and give the same bits.
+ * **Speed.** A vector holds as many sections as it holds doubles: eight with AVX-512, four with
+ * AVX2, two with NEON and SSE2; a single section has its four outputs in the lanes instead. Two
+ * doubles a vector take about 1.5 times as long as four, measured with SSE2, and give the same
+ * bits.
  *
  * Both memories hold no pointers. They may have any alignment of a double, be copied or moved by
  * memcpy between two calls, and be written to a file for the same build; multiples of 64 bytes are
