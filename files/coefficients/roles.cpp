@@ -47,7 +47,7 @@ Role role_of(std::string_view name) {
 }
 
 const Array* named(const std::string& path, const std::vector<Array>& arrays, Role role) {
-  for (Role (*const role_by)(std::string_view) : {role_of, role_without_suffix}) {
+  for (const auto role_by : {&role_of, &role_without_suffix}) {
     const Array* found = nullptr;
     for (const Array& array : arrays) {
       if (role_by(array.name) != role) continue;

@@ -94,6 +94,7 @@ template <class V>
 using LaneOf = decltype(V{}[0] + V{}[0]);  // no vector of short is shuffled
 template <int... index, class V>
 JURN_INLINE Vec<LaneOf<V>, sizeof...(index)> shuffle(V a, V b) {
+  // cppcheck-suppress sizeofwithnumericparameter ; LaneOf is a type
   constexpr int lanes = sizeof(V) / sizeof(LaneOf<V>);
   return Vec<LaneOf<V>, sizeof...(index)>{(index < lanes ? a[index % lanes] : b[index % lanes])...};
 }
