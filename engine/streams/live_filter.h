@@ -1,4 +1,4 @@
-// A filter of the library for live streams: calls of any length, no latency, nothing allocated.
+// The 16-bit filter for live streams: calls of any length, no latency, nothing allocated.
 #pragma once
 
 #include <cstdint>
@@ -23,27 +23,23 @@ namespace jurn {
  */
 class LiveFilter {
  public:
-  /** A filter with the coefficients of `design`, within the limits of `precision`. */
-  LiveFilter(const FilterDesign& design, Precision precision, int channels);
+  /** A filter with the coefficients of `design`, within the limits of 16 bits. */
+  LiveFilter(const FilterDesign& design, int channels);
   /** The mean of `length` samples, at most kMaxAverage. */
   LiveFilter(int length, int channels);
   ~LiveFilter();
 
-  /** Filters of 16 bits. `out` may be `in`. */
+  /** `out` may be `in`. */
   void process(const short* in, int frames, short* out);
-  /** Filters in double precision; samples on the int16 scale. `out` may be `in`. */
-  void process(const float* in, int frames, float* out);
 
   /** Returns to silence. */
   void reset();
 
  private:
-  template <typename Record, typename Sample>
   class Lane;
 
   int channels_;
-  std::vector<std::unique_ptr<Lane<Filter_ID, short>>> int16_lanes_;
-  std::vector<std::unique_ptr<Lane<Filterf_ID, float>>> float_lanes_;
+  std::vector<std::unique_ptr<Lane>> lanes_;  // for every two channels, or one
 };
 
 }  // namespace jurn

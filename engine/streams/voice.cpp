@@ -10,6 +10,7 @@
 #include "Fir_control.h"
 #include "Sections_control.h"
 #include "errors.h"
+#include "streams/convolve.h"
 #include "streams/live_filter.h"
 #include "streams/memory.h"
 #include "streams/samples.h"
@@ -266,24 +267,6 @@ class Int16Voice : public Voice {
   int tail_, memory_;
 };
 
-/** A response of the library's for one shape. */
-Owned<ConvolutionResponse_ID> make_response(const Convolution_shape& shape,
-                                            const Routing& routing) {
-  std::vector<std::vector<float>> taps;
-  std::vector<Convolution_route> routes;
-  for (const Route& route : routing.routes) {
-    taps.emplace_back(route.taps.begin(), route.taps.end());
-    routes.push_back(
-        {route.input, route.output, taps.back().data(), static_cast<int>(taps.back().size())});
-  }
-  const int count = static_cast<int>(routes.size());
-  const std::size_t size = MORVAX_ConvolutionResponseSize_API(&shape, routes.data(), count);
-  auto response = allocate<ConvolutionResponse_ID>(size);
-  if (MORVAX_ConvolutionResponseCalcu_API(response.get(), size, &shape, routes.data(), count))
-    throw Error(kInputError, "the impulse response has taps beyond the numbers of float");
-  return response;
-}
-
 /** The library's convolution, block by block. */
 class ConvolutionVoice : public Voice {
  public:
@@ -292,11 +275,9 @@ class ConvolutionVoice : public Voice {
         shape_{format.inputs, format.outputs, format.block, longest},
         precision_(precision),
         scale_(precision == Precision::kInt16 ? 32768.0 / format.full_scale : 1.0),
-        response_(make_response(shape_, routing)),
+        response_(std::make_unique<ConvolutionResponse>(shape_, routing)),
+        stream_(std::make_unique<ConvolutionStream>(shape_)),
         channels_(static_cast<std::size_t>(std::max(format.inputs, format.outputs))) {
-    const std::size_t size = MORVAX_ConvolutionStreamSize_API(&shape_);
-    stream_ = allocate<ConvolutionStream_ID>(size);
-    MORVAX_ConvolutionStreamCalcu_API(stream_.get(), size, &shape_);
     const std::size_t block = static_cast<std::size_t>(format.block);
     floats_.resize(channels_.size() * block);
     samples_.resize(precision == Precision::kInt16 ? floats_.size() : 0);
@@ -313,7 +294,7 @@ class ConvolutionVoice : public Voice {
   }
 
   void reset() override {
-    MORVAX_ConvolutionReset_API(stream_.get());
+    MORVAX_ConvolutionReset_API(stream_->get());
     if (!next_) return;
     previous_ = std::move(response_);
     response_ = std::move(next_);
@@ -340,10 +321,10 @@ class ConvolutionVoice : public Voice {
       for (int i = 0; i < shape_.block; ++i)
         channels_[static_cast<std::size_t>(c)][i] = static_cast<float>(in[c][first + i]);
     if (fades_now()) {
-      MORVAX_ConvolutionFade_API_planar(stream_.get(), previous_.get(), response_.get(),
+      MORVAX_ConvolutionFade_API_planar(stream_->get(), previous_->get(), response_->get(),
                                         channels_.data(), channels_.data());
     } else {
-      MORVAX_ConvolutionRun_API_planar(stream_.get(), response_.get(), channels_.data(),
+      MORVAX_ConvolutionRun_API_planar(stream_->get(), response_->get(), channels_.data(),
                                        channels_.data());
       prepare_fade();
     }
@@ -358,9 +339,10 @@ class ConvolutionVoice : public Voice {
       for (int i = 0; i < shape_.block; ++i)
         samples[i * shape_.inputs + c] = to_sample(in[c][first + i] * scale_, short{});
     if (fades_now()) {
-      MORVAX_ConvolutionFade_API(stream_.get(), previous_.get(), response_.get(), samples, samples);
+      MORVAX_ConvolutionFade_API(stream_->get(), previous_->get(), response_->get(), samples,
+                                 samples);
     } else {
-      MORVAX_ConvolutionRun_API(stream_.get(), response_.get(), samples, samples);
+      MORVAX_ConvolutionRun_API(stream_->get(), response_->get(), samples, samples);
       prepare_fade();
     }
     for (int c = 0; c < shape_.outputs; ++c)
@@ -378,16 +360,16 @@ class ConvolutionVoice : public Voice {
 
   /** After a run: another share of the fade to come. */
   void prepare_fade() {
-    if (next_) ready_ = MORVAX_ConvolutionPrepareFade_API(stream_.get(), next_.get()) == 0;
+    if (next_) ready_ = MORVAX_ConvolutionPrepareFade_API(stream_->get(), next_->get()) == 0;
   }
 
   Convolution_shape shape_;
   Precision precision_;
   double scale_;  // from the format's samples to those of the library
-  Owned<ConvolutionResponse_ID> response_;
-  Owned<ConvolutionResponse_ID> next_;      // to fade to, once that is prepared
-  Owned<ConvolutionResponse_ID> previous_;  // no longer needed; freed with the voice
-  Owned<ConvolutionStream_ID> stream_;
+  std::unique_ptr<ConvolutionResponse> response_;
+  std::unique_ptr<ConvolutionResponse> next_;      // to fade to, once that is prepared
+  std::unique_ptr<ConvolutionResponse> previous_;  // no longer needed; freed with the voice
+  std::unique_ptr<ConvolutionStream> stream_;
   bool ready_ = false;
   std::vector<float*> channels_;
   std::vector<float> floats_;
@@ -422,7 +404,7 @@ std::unique_ptr<Voice> make_voice(const Prepared& prepared, const Format& format
   switch (prepared.runs) {
     case Runs::kRecords:
       return std::make_unique<Int16Voice>(Voice::Kind::kInt16, format, prepared.tail, prepared.tail,
-                                          design, Precision::kInt16);
+                                          design);
     case Runs::kSections:
       return std::make_unique<SectionsVoice>(design, prepared.tail, format);
     case Runs::kFir:
