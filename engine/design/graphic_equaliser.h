@@ -20,6 +20,10 @@ struct GraphicPoint {
 std::vector<double> linear_phase_taps(const std::vector<GraphicPoint>& points, int rate,
                                       std::size_t count);
 
+constexpr std::size_t kMostGraphicTaps = 1048575;
+/** For filters that run tap by tap, and that are late by half of them. */
+constexpr std::size_t kLiveGraphicTaps = 1249;
+
 /** How many taps that takes for details of 10 Hz, if there may be so many: an odd number. */
 std::size_t graphic_taps(int rate, std::size_t most);
 

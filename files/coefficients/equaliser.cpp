@@ -406,7 +406,8 @@ FilterDesign parse_equaliser(const std::string& path, std::string_view text,
     if (options.wanted && options.wanted != FilterDesign::kFir)
       fail(path, "holds GraphicEQ, which becomes an FIR: fir takes it");
     FilterDesign design{FilterDesign::kFir, {}, {}};
-    design.b = linear_phase_taps(points, rate, graphic_taps(rate, options.limits.fir.count));
+    design.b = linear_phase_taps(
+        points, rate, graphic_taps(rate, std::min(options.limits.fir.count, options.graphic_taps)));
     design.delay = static_cast<int>(design.b.size() / 2);
     scale(&design, from_decibels(preamp));
     return design;

@@ -8,6 +8,7 @@
 
 #include "design/equaliser.h"
 #include "design/filter_design.h"
+#include "design/graphic_equaliser.h"
 #include "design/prepare.h"
 
 namespace jurn {
@@ -62,6 +63,8 @@ struct ReadOptions {
   CoefficientFormat format = CoefficientFormat::kByContent;
   std::vector<std::string> variables;  // arrays of a file with names: taps; b, a; sections, gain
   int rate = 0;                        // of the recording, which equalisers are designed for
+  /** Of a graphic equaliser at most, within the limits. */
+  std::size_t graphic_taps = kMostGraphicTaps;
 };
 
 /**

@@ -33,6 +33,7 @@ FilterDesign::Kind kind_of(Kind kind) {
 jurn::ReadOptions options_for(const FilterSource& source, int rate) {
   jurn::ReadOptions options{
       {}, jurn::filter_limits(source.precision), jurn::CoefficientFormat::kByContent, {}, rate};
+  options.graphic_taps = jurn::kLiveGraphicTaps;
   if (source.kind != Kind::kAutomatic) options.wanted = kind_of(source.kind);
   return options;
 }
