@@ -58,8 +58,8 @@ int main(void) {
   for (int i = 2; i < FRAMES; ++i) {
     const double s = fabs(samples[i] - 2 * cos(w) * samples[i - 1] + samples[i - 2]);
     if (s > step) step = s;
-    if (fabs(samples[i]) > loudest) loudest = fabs(samples[i]);
-    if (i >= FRAMES - 480 && fabs(samples[i]) > last) last = fabs(samples[i]);
+    if (fabsf(samples[i]) > loudest) loudest = fabsf(samples[i]);
+    if (i >= FRAMES - 480 && fabsf(samples[i]) > last) last = fabsf(samples[i]);
   }
   printf("tone of 0.1, at most %.3f, at last %.4f, largest step %.1f dB\n", loudest, last,
          20 * log10(step));

@@ -58,7 +58,8 @@ std::vector<float> test_signal(std::size_t length) {
     signal[2 * length + i] = static_cast<float>(static_cast<std::int32_t>(step) - 32768);
     if (i < length / 8) signal[3 * length + i] = static_cast<float>(white);
     // Half as loud with every sixteenth of the part.
-    signal[4 * length + i] = static_cast<float>(white / (1 << (16 * i / length)));
+    const std::int32_t faded = white / (1 << (16 * i / length));
+    signal[4 * length + i] = static_cast<float>(faded);
   }
   return signal;
 }
