@@ -114,10 +114,11 @@ std::vector<short> noise(std::size_t values, int loudest = 32767) {
 
 std::vector<short> sine(double frequency, std::size_t frames, int channels, double level) {
   std::vector<short> samples(frames * static_cast<std::size_t>(channels));
-  for (std::size_t i = 0; i < samples.size(); ++i)
-    samples[i] = static_cast<short>(
-        std::lrint(level * std::sin(2.0 * kPi * frequency / 48000.0 *
-                                    static_cast<double>(i / static_cast<std::size_t>(channels)))));
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    const std::size_t frame = i / static_cast<std::size_t>(channels);
+    const double angle = 2.0 * kPi * frequency / 48000.0 * static_cast<double>(frame);
+    samples[i] = static_cast<short>(std::lrint(level * std::sin(angle)));
+  }
   return samples;
 }
 

@@ -1,6 +1,6 @@
 // Passes filters between threads as fast as they can, to be run under the thread sanitizer. The
 // audio thread must see whole filters only, made for what it runs, each newer than the last one.
-#include "streams/hand_over.h"
+#include "../../engine/streams/hand_over.h"
 
 #include <atomic>
 #include <cstdio>
