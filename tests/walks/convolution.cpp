@@ -97,7 +97,7 @@ void walk_convolution(Random& random) {
     std::unique_ptr<Memory> previous;
     if (fades) {
       previous = std::move(response);
-      response = std::move(next);
+      response = std::exchange(next, nullptr);
       needed = -1;
     }
     const int in_count = shape.inputs * shape.block, out_count = shape.outputs * shape.block;
