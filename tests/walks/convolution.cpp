@@ -2,6 +2,8 @@
  * on the baseline clone; both must put out the same and keep the same memory. A third one fades
  * without the preparations of these two, and must put out the same too. Set-ups get shapes and
  * routes from the input, most of them valid, and must refuse the others by name. */
+#include <utility>
+
 #include "Convolution_control.h"
 #include "simd/clones.h"
 #include "walk.h"

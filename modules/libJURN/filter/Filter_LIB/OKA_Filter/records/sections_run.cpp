@@ -173,23 +173,25 @@ void run_planar(Voice* voices, int count, const Sample* const* input, int frames
 /** The frames of one list's response. */
 int ring(const Filter* filter, int list, double level) {
   double states[JURN_SECTIONS_SECTIONS * section_states] = {};
-  double x[section_chunk];
+  constexpr int piece = section_chunk / 2;  // half a chunk, for a small stack
+  double x[piece];
   const double* const coefficients = JURN_section_coefficients(filter, list);
   const int values = filter->groups * section_states * section_group;
   double peak = 0;
   int length = 0;
-  for (int start = 0; start < JURN_SECTIONS_RING; start += section_chunk) {
+  for (int start = 0; start < JURN_SECTIONS_RING; start += piece) {
     memset(x, 0, sizeof x);
     if (start == 0) x[0] = 1.0;
     const SectionsChannel channel = {coefficients, states, x};
     if (filter->sections > 0)
-      JURN_run_sections(&channel, 1, filter->sections, section_chunk / section_step, 1);
-    for (int i = 0; i < section_chunk; ++i) {
+      JURN_run_sections(&channel, 1, filter->sections, piece / section_step, 1);
+    for (int i = 0; i < piece; ++i) {
       const double a = x[i] < 0 ? -x[i] : x[i];
       if (a - a != 0.0) return JURN_SECTIONS_RING;
       if (a > peak) peak = a;
       if (a > 0 && a >= level * peak) length = start + i + 1;
     }
+    if ((start + piece) % section_chunk) continue;
     JURN_clean_sections(states, filter->groups);
     bool silent = true;
     for (int i = 0; i < values; ++i) silent = silent && states[i] == 0.0;
