@@ -93,8 +93,8 @@ class LiveFilter::Lane {
   std::size_t first_, width_;
   int last_ = kIirBlock;  // FIR: frames of the last call
   int position_ = 0;      // IIR: frames of the block that were filtered
-  short block_[2 * kIirBlock];
-  short result_[2 * kIirBlock];
+  short block_[2 * kIirBlock] = {};
+  short result_[2 * kIirBlock] = {};
   // IIR: the past at the start of the block.
   short inputs_[2][JURN_COEFFICIENTS] = {};
   float outputs_[2][JURN_COEFFICIENTS] = {};

@@ -59,6 +59,8 @@ async function playing(frequency, level, prepare) {
 
 test('loud filters wait for a click, and the limiter holds the loudspeakers', async () => {
   const { page, close } = await playing(1000, 0.5);
+  await page.waitForTimeout(200);
+  assert.ok(await page.locator('#limited').isHidden(), 'nothing was loud');
   await page.fill('#preamp', '18');
   await says(page, 'play-loud', '+18.0 dB');
   await page.waitForTimeout(700);

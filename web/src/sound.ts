@@ -8,6 +8,8 @@ const SWITCH_SECONDS = 0.02;
 // The limiter before the loudspeakers. What a compressor adds by itself to make up for it is undone.
 const LIMIT = { threshold: -1, ratio: 20, knee: 0, attack: 0.001, release: 0.1 };
 const MADE_UP = 0.6 * (1 - 1 / LIMIT.ratio) * -LIMIT.threshold;
+// Frames whose peak says whether there was anything to limit: longer than a picture takes to draw.
+const PEAK_FRAMES = 8192;
 const LOUDNESS_SECONDS = 1.5;
 
 const fromDb = (db: number) => Math.pow(10, db / 20);
@@ -62,7 +64,7 @@ export class Sound {
   private original = false;
   private gain = 0.5;
   private generation = 0;
-  private limiter: DynamicsCompressorNode | null = null;
+  private limiter: { node: DynamicsCompressorNode; before: AnalyserNode; samples: Float32Array<ArrayBuffer> } | null = null;
   private loudness: { dry: Loudness; wet: Loudness; source: GainNode } | null = null;
   private equal = false;
   private measuredAt = 0;
@@ -118,9 +120,14 @@ export class Sound {
     node.connect(this.wet);
     this.wet.connect(this.analyser);
     this.dry.connect(this.analyser);
-    this.limiter = new DynamicsCompressorNode(context, LIMIT);
+    this.limiter = {
+      node: new DynamicsCompressorNode(context, LIMIT),
+      before: new AnalyserNode(context, { fftSize: PEAK_FRAMES }),
+      samples: new Float32Array(PEAK_FRAMES),
+    };
     const end = new GainNode(context, { gain: fromDb(-MADE_UP) });
-    this.analyser.connect(this.master).connect(this.limiter).connect(end).connect(context.destination);
+    this.analyser.connect(this.master).connect(this.limiter.node).connect(end).connect(context.destination);
+    this.master.connect(this.limiter.before);
     const source = context.createGain();
     this.loudness = { dry: new Loudness(context, source), wet: new Loudness(context, node), source };
     return context;
@@ -210,9 +217,15 @@ export class Sound {
       this.master.gain.setTargetAtTime(this.gain, this.context.currentTime, 0.01);
   }
 
-  /** By how many decibels the limiter before the loudspeakers holds the sound down. */
+  /**
+   * By how many decibels the limiter before the loudspeakers holds the sound down. After its start a
+   * compressor tells a reduction for seconds where there is nothing to reduce: the peak has to agree.
+   */
   get limited(): number {
-    return this.playing && this.limiter ? Math.max(0, -this.limiter.reduction) : 0;
+    if (!this.playing || !this.limiter) return 0;
+    const { node, before, samples } = this.limiter;
+    before.getFloatTimeDomainData(samples);
+    return samples.some((x) => Math.abs(x) > fromDb(LIMIT.threshold)) ? Math.max(0, -node.reduction) : 0;
   }
 
   /** Both at the same loudness: the louder one is turned down. */
