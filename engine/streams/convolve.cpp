@@ -1,5 +1,6 @@
 #include "streams/convolve.h"
 
+#include <cstring>
 #include <vector>
 
 #include "errors.h"
@@ -97,10 +98,15 @@ void ConvolutionResponse::set(const Convolution_shape& shape, const Convolution_
     throw Error(kInputError, "the impulse response has taps beyond the numbers of float");
 }
 
-ConvolutionStream::ConvolutionStream(const Convolution_shape& shape) {
-  const std::size_t size = MORVAX_ConvolutionStreamSize_API(&shape);
-  stream_ = allocate<ConvolutionStream_ID>(size);
-  MORVAX_ConvolutionStreamCalcu_API(get(), size, &shape);
+ConvolutionStream::ConvolutionStream(const Convolution_shape& shape)
+    : size_(MORVAX_ConvolutionStreamSize_API(&shape)),
+      stream_(allocate<ConvolutionStream_ID>(size_)) {
+  MORVAX_ConvolutionStreamCalcu_API(get(), size_, &shape);
+}
+
+ConvolutionStream::ConvolutionStream(const ConvolutionStream& other)
+    : size_(other.size_), stream_(allocate<ConvolutionStream_ID>(size_)) {
+  std::memcpy(static_cast<void*>(get()), other.get(), size_);
 }
 
 std::unique_ptr<Stage> make_convolver(const Convolution& convolution, Precision precision,

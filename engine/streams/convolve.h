@@ -30,9 +30,12 @@ class ConvolutionResponse {
 class ConvolutionStream {
  public:
   explicit ConvolutionStream(const Convolution_shape& shape);
+  /** Another one with the same past. */
+  ConvolutionStream(const ConvolutionStream& other);
   ConvolutionStream_ID* get() const { return stream_.get(); }
 
  private:
+  std::size_t size_;
   Owned<ConvolutionStream_ID> stream_;
 };
 

@@ -40,7 +40,9 @@ struct Planar {
 Stream::Stream(const Format& format, std::unique_ptr<Voice> first)
     : format_(format),
       piece_(format.block < kPiece ? kPiece / format.block * format.block : format.block),
-      past_frames_(format.history > 0 ? format.history + piece_ : 0) {
+      past_frames_(0) {
+  if (!first) first = make_wire(format);
+  if (format.history > 0) past_frames_ = std::max(format.history, first->memory()) + piece_;
   const std::size_t inputs = static_cast<std::size_t>(format.inputs);
   const std::size_t outputs = static_cast<std::size_t>(format.outputs);
   const std::size_t piece = static_cast<std::size_t>(piece_);
@@ -51,7 +53,6 @@ Stream::Stream(const Format& format, std::unique_ptr<Voice> first)
   for (auto* const arrays : {&out_, &spare_})
     for (std::size_t c = 0; c < outputs; ++c, next += piece) arrays->push_back(next);
   past_.resize(inputs * static_cast<std::size_t>(past_frames_));
-  if (!first) first = make_wire(format);
   voices_[0] = {std::make_unique<Change>(std::move(first), 1), 1};
   count_ = 1;
 }
@@ -107,29 +108,64 @@ void Stream::process_pieces(const In& in, int frames, const Out& out) {
   }
 }
 
+void Stream::preview(const short* in, int frames, short* out) {
+  preview_interleaved(in, frames, out);
+}
+void Stream::preview(const float* in, int frames, float* out) {
+  preview_interleaved(in, frames, out);
+}
+
+template <typename Sample>
+void Stream::preview_interleaved(const Sample* in, int frames, Sample* out) {
+  for (int c = 0; c < format_.inputs; ++c)
+    take_samples(in + c, format_.inputs, frames, in_[static_cast<std::size_t>(c)]);
+  begin_change(format_.block);
+  previewed_ = true;
+  voices_[0].change->voice->preview(in_.data(), frames, out_.data());
+  for (int k = 1; k < count_; ++k) {
+    const Sounding& sounding = voices_[static_cast<std::size_t>(k)];
+    sounding.change->voice->preview(in_.data(), frames, spare_.data());
+    mix(sounding, frames);
+  }
+  for (int c = 0; c < format_.outputs; ++c)
+    give_samples(out_[static_cast<std::size_t>(c)], frames, out + c, format_.outputs);
+}
+
 /** Filters what lies in in_ to out_. */
 void Stream::filter(int frames) {
-  begin_waiting();
-  if (warming_) hear_the_past(frames);
+  begin_change(frames);
+  previewed_ = false;
   voices_[0].change->voice->run(in_.data(), frames, out_.data());
   for (int k = 1; k < count_; ++k) {
     Sounding& sounding = voices_[static_cast<std::size_t>(k)];
     sounding.change->voice->run(in_.data(), frames, spare_.data());
-    const int ramp = sounding.change->fade;
-    for (int c = 0; c < format_.outputs; ++c) {
-      double* const y = out_[static_cast<std::size_t>(c)];
-      const double* const v = spare_[static_cast<std::size_t>(c)];
-      for (int i = 0; i < frames; ++i) {
-        const int along = sounding.done + i;
-        const double w = static_cast<double>(along) / static_cast<double>(ramp - 1);
-        y[i] = along < ramp - 1 ? y[i] + w * (v[i] - y[i]) : v[i];
-      }
-    }
-    sounding.done = std::min(sounding.done + frames, ramp);
+    mix(sounding, frames);
+    sounding.done = std::min(sounding.done + frames, sounding.change->fade);
   }
   drop_faded();
   remember(frames);
   heard_ += frames;
+}
+
+/** Before a piece: what waits may begin. */
+void Stream::begin_change(int frames) {
+  if (previewed_) return;
+  begin_waiting();
+  if (warming_) hear_the_past(frames);
+}
+
+/** Fades in what lies in spare_. */
+void Stream::mix(const Sounding& sounding, int frames) {
+  const int ramp = sounding.change->fade;
+  for (int c = 0; c < format_.outputs; ++c) {
+    double* const y = out_[static_cast<std::size_t>(c)];
+    const double* const v = spare_[static_cast<std::size_t>(c)];
+    for (int i = 0; i < frames; ++i) {
+      const int along = sounding.done + i;
+      const double w = static_cast<double>(along) / static_cast<double>(ramp - 1);
+      y[i] = along < ramp - 1 ? y[i] + w * (v[i] - y[i]) : v[i];
+    }
+  }
 }
 
 void Stream::remember(int frames) {
@@ -156,8 +192,8 @@ void Stream::change(std::unique_ptr<Change> next) {
 }
 
 void Stream::begin_waiting() {
-  if (!waiting_ || warming_) return;
   Sounding& newest = voices_[static_cast<std::size_t>(count_ - 1)];
+  if (!waiting_ || warming_ || newest.change->voice->changing()) return;
   Voice& voice = *waiting_->voice;
   if (voice.replace(newest.change->voice.get())) {
     waiting_->fade = newest.change->fade;
@@ -167,8 +203,10 @@ void Stream::begin_waiting() {
     if (voice.follow(*newest.change->voice)) {
       voices_[static_cast<std::size_t>(count_++)] = {std::move(waiting_), 0};
     } else {
-      const long long most = std::min<long long>({heard_, format_.history, voice.memory()});
-      warmed_ = heard_ - most / voice.block() * voice.block();
+      const int block = voice.block();
+      const long long kept = std::min<long long>(heard_, past_frames_ - piece_);
+      const long long wanted = voice.memory() + block - 1;
+      warmed_ = heard_ - std::min(kept, wanted) / block * block;
       warming_ = std::move(waiting_);
     }
   }
@@ -228,12 +266,15 @@ void Stream::reset() {
   voices_[0] = {std::move(newest), 1};
   count_ = 1;
   heard_ = 0;
+  previewed_ = false;
 }
 
 int Stream::tail() const {
   int longest = 0;
   for (int k = 0; k < count_; ++k)
     longest = std::max(longest, voices_[static_cast<std::size_t>(k)].change->voice->tail());
+  for (const Change* const next : {warming_.get(), waiting_.get()})
+    if (next) longest = std::max(longest, next->voice->tail());
   return longest;
 }
 

@@ -30,8 +30,8 @@ struct Change {
  *
  * with y what sounds without it and v what it makes of the input. So a change during a change fades
  * from what sounds at that moment, and one to the same filter changes no sample. While a filter
- * hears the past, or kVoices sound at once, the newest change waits and replaces an older one that
- * waits.
+ * hears the past, prepares a fade of its own, or kVoices sound at once, the newest change waits and
+ * replaces an older one that waits. So however many come, the newest is heard in bounded time.
  */
 class Stream {
  public:
@@ -56,16 +56,22 @@ class Stream {
   void process(const float* const* in, int frames, float* const* out);
   void process(const double* const* in, int frames, double* const* out);
 
+  /** What process() would put out for the first frames of the next block, fewer than a whole one;
+   * that block, once complete, gives the same but for the rounding of floats. Only where all voices
+   * work in blocks; allocates. */
+  void preview(const short* in, int frames, short* out);
+  void preview(const float* in, int frames, float* out);
+
   /** Goes over to another filter of the same format. Before the first frame it starts at once. */
   void change(std::unique_ptr<Change> next);
 
   /** Whether a change has been told that is not yet complete. */
-  bool changing() const { return count_ > 1 || warming_ || waiting_; }
+  bool changing() const { return count_ > 1 || warming_ || waiting_ || voice().changing(); }
 
   /** Returns to silence and to the newest filter. */
   void reset();
 
-  /** Frames that ring on. */
+  /** Frames that ring on, after a change that has been told, too. */
   int tail() const;
 
   /** The newest filter that sounds. */
@@ -87,7 +93,11 @@ class Stream {
   void process_interleaved(const Sample* in, int frames, Sample* out);
   template <typename In, typename Out>
   void process_pieces(const In& in, int frames, const Out& out);
+  template <typename Sample>
+  void preview_interleaved(const Sample* in, int frames, Sample* out);
   void filter(int frames);
+  void begin_change(int frames);
+  void mix(const Sounding& sounding, int frames);
   void begin_waiting();
   void hear_the_past(int frames);
   void drop_faded();
@@ -103,6 +113,7 @@ class Stream {
   std::vector<double> past_;          // the last input, a ring for each channel
   int past_frames_;                   // of a ring
   long long heard_ = 0;               // frames of the stream
+  bool previewed_ = false;            // the block to come: no change begins in it
   unsigned long long bad_samples_ = 0;
   std::array<Sounding, kVoices> voices_{};  // from the oldest to the newest
   int count_ = 0;

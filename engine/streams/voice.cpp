@@ -3,14 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <vector>
 
-#include "Convolution_control.h"
 #include "Fir_control.h"
 #include "Sections_control.h"
 #include "errors.h"
-#include "streams/convolve.h"
 #include "streams/live_filter.h"
 #include "streams/memory.h"
 #include "streams/samples.h"
@@ -267,115 +264,6 @@ class Int16Voice : public Voice {
   int tail_, memory_;
 };
 
-/** The library's convolution, block by block. */
-class ConvolutionVoice : public Voice {
- public:
-  ConvolutionVoice(const Routing& routing, int longest, Precision precision, const Format& format)
-      : Voice(Kind::kConvolution, format),
-        shape_{format.inputs, format.outputs, format.block, longest},
-        precision_(precision),
-        scale_(precision == Precision::kInt16 ? 32768.0 / format.full_scale : 1.0),
-        response_(std::make_unique<ConvolutionResponse>(shape_, routing)),
-        stream_(std::make_unique<ConvolutionStream>(shape_)),
-        channels_(static_cast<std::size_t>(std::max(format.inputs, format.outputs))) {
-    const std::size_t block = static_cast<std::size_t>(format.block);
-    floats_.resize(channels_.size() * block);
-    samples_.resize(precision == Precision::kInt16 ? floats_.size() : 0);
-    for (std::size_t c = 0; c < channels_.size(); ++c) channels_[c] = floats_.data() + c * block;
-  }
-
-  void run(const double* const* in, int frames, double* const* out) override {
-    for (int done = 0; done < frames; done += shape_.block) {
-      if (precision_ == Precision::kInt16)
-        run_int16(in, done, out);
-      else
-        run_float(in, done, out);
-    }
-  }
-
-  void reset() override {
-    MORVAX_ConvolutionReset_API(stream_->get());
-    if (!next_) return;
-    previous_ = std::move(response_);
-    response_ = std::move(next_);
-  }
-  int block() const override { return shape_.block; }
-  int tail() const override { return shape_.taps - 1; }
-  int memory() const override { return shape_.taps - 1; }
-
-  bool replace(Voice* voice) override {
-    if (voice->kind() != Kind::kConvolution) return false;
-    auto* const other = static_cast<ConvolutionVoice*>(voice);
-    if (precision_ != other->precision_ || std::memcmp(&shape_, &other->shape_, sizeof shape_) != 0)
-      return false;
-    std::swap(stream_, other->stream_);
-    next_ = std::move(response_);
-    response_ = std::move(other->response_);
-    ready_ = false;
-    return true;
-  }
-
- private:
-  void run_float(const double* const* in, int first, double* const* out) {
-    for (int c = 0; c < shape_.inputs; ++c)
-      for (int i = 0; i < shape_.block; ++i)
-        channels_[static_cast<std::size_t>(c)][i] = static_cast<float>(in[c][first + i]);
-    if (fades_now()) {
-      MORVAX_ConvolutionFade_API_planar(stream_->get(), previous_->get(), response_->get(),
-                                        channels_.data(), channels_.data());
-    } else {
-      MORVAX_ConvolutionRun_API_planar(stream_->get(), response_->get(), channels_.data(),
-                                       channels_.data());
-      prepare_fade();
-    }
-    for (int c = 0; c < shape_.outputs; ++c)
-      for (int i = 0; i < shape_.block; ++i)
-        out[c][first + i] = channels_[static_cast<std::size_t>(c)][i];
-  }
-
-  void run_int16(const double* const* in, int first, double* const* out) {
-    short* const samples = samples_.data();
-    for (int c = 0; c < shape_.inputs; ++c)
-      for (int i = 0; i < shape_.block; ++i)
-        samples[i * shape_.inputs + c] = to_sample(in[c][first + i] * scale_, short{});
-    if (fades_now()) {
-      MORVAX_ConvolutionFade_API(stream_->get(), previous_->get(), response_->get(), samples,
-                                 samples);
-    } else {
-      MORVAX_ConvolutionRun_API(stream_->get(), response_->get(), samples, samples);
-      prepare_fade();
-    }
-    for (int c = 0; c < shape_.outputs; ++c)
-      for (int i = 0; i < shape_.block; ++i)
-        out[c][first + i] = samples[i * shape_.outputs + c] / scale_;
-  }
-
-  /** Whether this block fades, from previous_ to response_. */
-  bool fades_now() {
-    if (!next_ || !ready_) return false;
-    previous_ = std::move(response_);
-    response_ = std::move(next_);
-    return true;
-  }
-
-  /** After a run: another share of the fade to come. */
-  void prepare_fade() {
-    if (next_) ready_ = MORVAX_ConvolutionPrepareFade_API(stream_->get(), next_->get()) == 0;
-  }
-
-  Convolution_shape shape_;
-  Precision precision_;
-  double scale_;  // from the format's samples to those of the library
-  std::unique_ptr<ConvolutionResponse> response_;
-  std::unique_ptr<ConvolutionResponse> next_;      // to fade to, once that is prepared
-  std::unique_ptr<ConvolutionResponse> previous_;  // no longer needed; freed with the voice
-  std::unique_ptr<ConvolutionStream> stream_;
-  bool ready_ = false;
-  std::vector<float*> channels_;
-  std::vector<float> floats_;
-  std::vector<short> samples_;
-};
-
 }  // namespace
 
 bool Voice::run(const short*, int, short*) {
@@ -387,6 +275,7 @@ bool Voice::run(const float*, int, float*) {
 bool Voice::run(const double*, int, double*) {
   return false;
 }
+void Voice::preview(const double* const*, int, double* const*) {}
 
 std::unique_ptr<Voice> make_wire(const Format& format) {
   return std::make_unique<Wire>(format);
@@ -420,11 +309,6 @@ std::unique_ptr<Voice> make_voice(const Prepared& prepared, const Format& format
   Routing routing{format.inputs, format.outputs, {}};
   for (int c = 0; c < format.inputs; ++c) routing.routes.push_back({c, c, design.b});
   return make_convolution(routing, routing.longest(), Precision::kDouble, format);
-}
-
-std::unique_ptr<Voice> make_convolution(const Routing& routing, int longest, Precision precision,
-                                        const Format& format) {
-  return std::make_unique<ConvolutionVoice>(routing, longest, precision, format);
 }
 
 }  // namespace jurn

@@ -17,10 +17,13 @@ struct Format {
   /** The largest value of float and double samples, for what runs in 16 bits. Int16 samples have
    * the int16 scale, as floats of files do. */
   double full_scale = 32768.0;
-  /** Frames of past input that a stream keeps for filters that come later. 0 for streams whose
-   * filter never changes. */
+  /** Frames of past input that a stream keeps at least for filters that come later, and as many as
+   * its first one remembers. 0 for streams whose filter never changes. */
   int history = 16384;
 };
+
+/** A history for streams of impulse responses: 5.5 seconds at 48 kHz. */
+constexpr int kConvolutionHistory = 1 << 18;
 
 inline bool operator==(const Format& x, const Format& y) {
   return x.rate == y.rate && x.inputs == y.inputs && x.outputs == y.outputs && x.block == y.block &&
@@ -75,8 +78,16 @@ class Voice {
   virtual bool follow(const Voice&) { return false; }
 
   /** Takes the place of a voice, whose past it continues and from which it fades by itself: false
-   * where these kinds cannot. `other` is of no use afterwards. */
+   * where these kinds cannot. The other one is of no use afterwards. */
   virtual bool replace(Voice*) { return false; }
+
+  /** Whether it took a place and the fade to it is still to come. Only when that is over can
+   * another voice take its place. */
+  virtual bool changing() const { return false; }
+
+  /** What run() would put out for the first `frames` frames of a block: nothing changes. Only of
+   * kinds that work in blocks; allocates. */
+  virtual void preview(const double* const* in, int frames, double* const* out);
 
   /** Input samples that were infinite or no number; they count as 0. */
   virtual unsigned long long bad_samples() const { return 0; }
@@ -98,7 +109,8 @@ std::unique_ptr<Voice> make_mean(int length, Precision precision, const Format& 
 
 /**
  * Convolution of the format's inputs and outputs with a matrix of responses, none of which has more
- * than `longest` taps. Voices of one length and format replace each other within a block.
+ * than `longest` taps, which with the block set the partitions and so the bits. Voices of one
+ * length and format replace each other within a block.
  */
 std::unique_ptr<Voice> make_convolution(const Routing& routing, int longest, Precision precision,
                                         const Format& format);

@@ -314,6 +314,108 @@ TEST(Streams, GoOnWhileManyChangesCome) {
     ASSERT_NEAR(out[i], expected[i], 1e-6) << i;
 }
 
+/** A direct sound and an echo at the end of so many taps, in a shape of `longest`. */
+std::unique_ptr<Voice> two_taps(double direct, int taps, int longest, const Format& format) {
+  Routing routing{1, 1, {{0, 0, std::vector<double>(static_cast<std::size_t>(taps))}}};
+  routing.routes[0].taps.back() = 1e-3;
+  routing.routes[0].taps.front() = direct;
+  return make_convolution(routing, longest, Precision::kDouble, format);
+}
+
+TEST(Streams, HearTheNewestOfferThoughEveryBlockBringsOne) {
+  // Of one shape, whose fades are prepared for many blocks; and of shapes and kinds in turn.
+  for (const bool is_mixed : {false, true}) {
+    SCOPED_TRACE(is_mixed);
+    Format format = format_of(1);
+    format.history = 20000;
+    Stream stream(format, two_taps(0.0, 9000, 9000, format));
+    const std::vector<double> ones(64, 1.0);
+    double worst = 0.0;
+    constexpr int kBlocks = 1600, kMostLate = 600;  // of these, 512 to prepare a fade
+    for (int block = 0; block < kBlocks; ++block) {
+      const int kind = is_mixed ? block % 3 : 0;
+      stream.change(std::make_unique<Change>(
+          kind == 2 ? voice_of({FilterDesign::kFir, {double(block), 0.0}, {}}, format)
+                    : two_taps(block, kind == 1 ? 3000 : 9000, kind == 1 ? 3000 : 9000, format),
+          1024));
+      std::vector<double> out(64);
+      stream.process(ones.data(), 64, out.data());
+      worst = std::max(worst, block - out.back());
+    }
+    EXPECT_LT(worst, kMostLate);
+    std::vector<double> out(64);
+    for (int block = 0; block < kMostLate && stream.changing(); ++block)
+      stream.process(ones.data(), 64, out.data());
+    EXPECT_FALSE(stream.changing());
+    EXPECT_NEAR(out.back(), kBlocks - 1, 0.01);
+  }
+}
+
+TEST(Streams, FadeToALongRoomThatHasHeardThePast) {
+  Format format = format_of(1, 480);
+  format.history = kConvolutionHistory;
+  const std::vector<short> in = noise(480 * 700, 20000);
+  const std::vector<double> x(in.begin(), in.end());
+  for (const int after : {9001, 65001}) {
+    Stream stream(format, room(8001, format)), whole(format, room(after, format));
+    const std::vector<double> expected = run(&whole, x, {480});
+    std::vector<double> out(x.size());
+    std::size_t complete = 0;
+    for (std::size_t done = 0; done < x.size(); done += 480) {
+      if (done == 480 * 300) stream.change(std::make_unique<Change>(room(after, format), 1024));
+      stream.process(x.data() + done, 480, out.data() + done);
+      if (!complete && done >= 480 * 300 && !stream.changing()) complete = done + 480;
+    }
+    EXPECT_LE(complete, 480u * 370) << after;
+    for (std::size_t i = complete; i < out.size(); ++i) ASSERT_NEAR(out[i], expected[i], 0.01) << i;
+  }
+}
+
+TEST(Streams, RingAsLongAsTheResponse) {
+  const Format format = format_of(1);
+  const auto voice = [&](int taps, int longest) { return two_taps(1.0, taps, longest, format); };
+  EXPECT_EQ(voice(501, 8192)->tail(), 500);
+  EXPECT_EQ(voice(501, 8192)->memory(), 500);
+  // What nobody hears does not count.
+  Routing fades_out{1, 1, {{0, 0, {1.0, 0.5}}}};
+  fades_out.routes[0].taps.resize(5000, 1e-12);
+  EXPECT_EQ(make_convolution(fades_out, 5000, Precision::kDouble, format)->tail(), 1);
+  // After a change, as long as that one; while it comes, as long as both.
+  Stream stream(format, voice(8001, 8192));
+  const std::vector<double> silence(64);
+  std::vector<double> out(64);
+  stream.process(silence.data(), 64, out.data());
+  stream.change(std::make_unique<Change>(voice(101, 8192), 1024));
+  stream.process(silence.data(), 64, out.data());
+  EXPECT_EQ(stream.tail(), 8000);
+  for (int block = 0; block < 600; ++block) stream.process(silence.data(), 64, out.data());
+  EXPECT_EQ(stream.tail(), 100);
+}
+
+TEST(Streams, PreviewABlockThatIsNotComplete) {
+  for (const Precision precision : {Precision::kDouble, Precision::kInt16}) {
+    const Format format = format_of(2, 480);
+    const std::vector<short> in = noise(480 * 2 * 40, 20000);
+    const auto change = [&](int taps) {
+      return std::make_unique<Change>(room(taps, format, precision), 1024);
+    };
+    Stream stream(format, room(3000, format, precision));
+    std::vector<short> out(480 * 2), ahead(out.size());
+    for (std::size_t block = 0; block < 40; ++block) {
+      const short* const x = in.data() + block * out.size();
+      if (block == 5) stream.change(change(3000));   // fades by itself
+      if (block == 10) stream.change(change(5000));  // hears the past
+      const int frames = static_cast<int>(1 + 97 * block % 479);
+      stream.preview(x, frames / 2, ahead.data());
+      stream.preview(x, frames, ahead.data());
+      if (block == 20) stream.change(change(2000));  // is for the next block
+      stream.process(x, 480, out.data());
+      for (std::size_t i = 0; i < static_cast<std::size_t>(2 * frames); ++i)
+        ASSERT_NEAR(ahead[i], out[i], 1) << block << ", " << i;  // by rounding
+    }
+  }
+}
+
 TEST(Streams, CountWhatIsNoNumberAsSilence) {
   for (const Kind& kind : all_kinds()) {
     SCOPED_TRACE(kind.name);

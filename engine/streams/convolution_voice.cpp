@@ -1,0 +1,169 @@
+// A voice that convolves.
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "Convolution_control.h"
+#include "streams/convolve.h"
+#include "streams/samples.h"
+#include "streams/voice.h"
+
+namespace jurn {
+namespace {
+
+/** Frames after which what an output rings on with stays below `least` of full scale. */
+int ringing(const Routing& routing, double least) {
+  std::vector<double> rest(static_cast<std::size_t>(routing.outputs));
+  for (int tap = routing.longest() - 1; tap > 0; --tap)
+    for (const Route& route : routing.routes) {
+      if (static_cast<std::size_t>(tap) >= route.taps.size()) continue;
+      double& sum = rest[static_cast<std::size_t>(route.output)];
+      sum += std::abs(route.taps[static_cast<std::size_t>(tap)]);
+      if (sum >= least) return tap;
+    }
+  return 0;
+}
+
+/** A response, and how long it rings. */
+struct Room {
+  Room(const Convolution_shape& shape, const Routing& routing, double least)
+      : response(shape, routing), tail(ringing(routing, least)) {}
+
+  const ConvolutionResponse_ID* get() const { return response.get(); }
+
+  ConvolutionResponse response;
+  int tail;
+};
+
+class ConvolutionVoice : public Voice {
+ public:
+  ConvolutionVoice(const Routing& routing, int longest, Precision precision, const Format& format)
+      : Voice(Kind::kConvolution, format),
+        shape_{format.inputs, format.outputs, format.block, longest},
+        precision_(precision),
+        scale_(precision == Precision::kInt16 ? 32768.0 / format.full_scale : 1.0),
+        room_(std::make_unique<Room>(shape_, routing,
+                                     // Half a step of 16 bits, and of 24.
+                                     precision == Precision::kInt16 ? 0x1p-16 : 0x1p-24)),
+        stream_(std::make_unique<ConvolutionStream>(shape_)),
+        channels_(static_cast<std::size_t>(std::max(format.inputs, format.outputs))) {
+    const std::size_t block = static_cast<std::size_t>(format.block);
+    floats_.resize(channels_.size() * block);
+    samples_.resize(precision == Precision::kInt16 ? floats_.size() : 0);
+    for (std::size_t c = 0; c < channels_.size(); ++c) channels_[c] = floats_.data() + c * block;
+  }
+
+  void run(const double* const* in, int frames, double* const* out) override {
+    for (int done = 0; done < frames; done += shape_.block) {
+      take(in, done, shape_.block);
+      if (next_ && ready_) {
+        previous_ = std::move(room_);
+        room_ = std::move(next_);
+        convolve(previous_.get(), *room_);
+      } else {
+        convolve(nullptr, *room_);
+        if (next_) prepare_fade();
+      }
+      give(out, done, shape_.block);
+    }
+  }
+
+  void preview(const double* const* in, int frames, double* const* out) override {
+    auto copy = std::make_unique<ConvolutionStream>(*stream_);
+    stream_.swap(copy);
+    take(in, 0, frames);
+    if (next_ && ready_)
+      convolve(room_.get(), *next_);
+    else
+      convolve(nullptr, *room_);
+    give(out, 0, frames);
+    stream_.swap(copy);
+  }
+
+  void reset() override {
+    MORVAX_ConvolutionReset_API(stream_->get());
+    if (!next_) return;
+    previous_ = std::move(room_);
+    room_ = std::move(next_);
+  }
+  int block() const override { return shape_.block; }
+  int tail() const override { return std::max(room_->tail, next_ ? next_->tail : 0); }
+  int memory() const override { return tail(); }
+  bool changing() const override { return next_ != nullptr; }
+
+  bool replace(Voice* voice) override {
+    if (voice->kind() != Kind::kConvolution) return false;
+    auto* const other = static_cast<ConvolutionVoice*>(voice);
+    if (precision_ != other->precision_ || std::memcmp(&shape_, &other->shape_, sizeof shape_) != 0)
+      return false;
+    std::swap(stream_, other->stream_);
+    next_ = std::move(room_);
+    room_ = std::move(other->room_);
+    prepare_fade();
+    return true;
+  }
+
+ private:
+  /** Samples of the library's from the format's; silence after `frames` of them. */
+  void take(const double* const* in, int first, int frames) {
+    const bool int16 = precision_ == Precision::kInt16;
+    for (int c = 0; c < shape_.inputs; ++c)
+      for (int i = 0; i < shape_.block; ++i) {
+        const double x = i < frames ? in[c][first + i] : 0.0;
+        if (int16)
+          samples_[static_cast<std::size_t>(i * shape_.inputs + c)] =
+              to_sample(x * scale_, short{});
+        else
+          channels_[static_cast<std::size_t>(c)][i] = static_cast<float>(x);
+      }
+  }
+  void give(double* const* out, int first, int frames) const {
+    const bool int16 = precision_ == Precision::kInt16;
+    for (int c = 0; c < shape_.outputs; ++c)
+      for (int i = 0; i < frames; ++i)
+        out[c][first + i] =
+            int16 ? samples_[static_cast<std::size_t>(i * shape_.outputs + c)] / scale_
+                  : static_cast<double>(channels_[static_cast<std::size_t>(c)][i]);
+  }
+
+  /** A block through a room, or as a fade from one to another. */
+  void convolve(const Room* from, const Room& to) {
+    if (precision_ == Precision::kInt16) {
+      short* const x = samples_.data();
+      from ? MORVAX_ConvolutionFade_API(stream_->get(), from->get(), to.get(), x, x)
+           : MORVAX_ConvolutionRun_API(stream_->get(), to.get(), x, x);
+    } else {
+      float* const* const x = channels_.data();
+      from ? MORVAX_ConvolutionFade_API_planar(stream_->get(), from->get(), to.get(), x, x)
+           : MORVAX_ConvolutionRun_API_planar(stream_->get(), to.get(), x, x);
+    }
+  }
+
+  /** After a block: another share of the fade to come. */
+  void prepare_fade() {
+    ready_ = MORVAX_ConvolutionPrepareFade_API(stream_->get(), next_->get()) == 0;
+  }
+
+  Convolution_shape shape_;
+  Precision precision_;
+  double scale_;  // from the format's samples to those of the library
+  std::unique_ptr<Room> room_;
+  std::unique_ptr<Room> next_;      // to fade to, once that is prepared
+  std::unique_ptr<Room> previous_;  // no longer needed; freed with the voice
+  std::unique_ptr<ConvolutionStream> stream_;
+  bool ready_ = false;
+  std::vector<float*> channels_;
+  std::vector<float> floats_;
+  std::vector<short> samples_;
+};
+
+}  // namespace
+
+std::unique_ptr<Voice> make_convolution(const Routing& routing, int longest, Precision precision,
+                                        const Format& format) {
+  return std::make_unique<ConvolutionVoice>(routing, longest, precision, format);
+}
+
+}  // namespace jurn
