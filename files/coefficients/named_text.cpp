@@ -10,7 +10,13 @@ namespace {
 
 const char* const kBetween = " \t\r\v\f,";
 const char* const kNoNumber = " \t\r\v\f,()";
-constexpr std::string_view kPrinted = "array([";  // as Python prints arrays
+constexpr std::string_view kPrinted = "array([";  // as Python shows arrays
+
+/** Whether a text is an array as NumPy prints it: in brackets and without commas. */
+bool is_printed(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(" \t\r\n");
+  return first != std::string_view::npos && text[first] == '[' && text.find(',') == text.npos;
+}
 
 /** The name of an Octave array, "# name: b", or nothing. */
 std::string_view octave_name(std::string_view line) {
@@ -60,6 +66,9 @@ std::size_t length_of_real_part(std::string_view word) {
 class Table {
  public:
   explicit Table(std::string name) { array_.name = std::move(name); }
+
+  /** Whether Python has printed it. */
+  bool is_nameless() const { return array_.name.empty(); }
 
   /** Complex numbers may be parted from the sign of their imaginary part: "0.5 + 0.25i". */
   void add(const std::string& path, int line, std::string_view text) {
@@ -118,8 +127,13 @@ bool add_bracketed(const std::string& path, int line, std::string_view* rest, in
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t end = std::min(text.find_first_of("[];", at), text.size());
     number = text.substr(at, end - at);
-    if (const std::size_t dots = number.find("..."); dots != std::string_view::npos)
-      number = number.substr(0, dots);  // the row goes on in the next line
+    if (const std::size_t dots = number.find("..."); dots != std::string_view::npos) {
+      // In MATLAB the row goes on in the next line, in Python something is left out.
+      if (table->is_nameless() || dots == text.find_first_not_of(kBetween) ||
+          text.find_first_not_of(" \t\r", at + dots + 3) != std::string_view::npos)
+        fail(path, line, "\"...\" stands for numbers that are left out; write all of them");
+      number = number.substr(0, dots);
+    }
     table->add(path, line, number);
     if (end == text.size()) break;
     if (text[end] != '[') table->end_row();
@@ -160,17 +174,18 @@ std::string from_utf16(std::string_view bytes) {
 bool is_named_text(std::string_view text) {
   const std::vector<std::string_view> lines = lines_of(text);
   std::string_view rest;
-  return std::any_of(lines.begin(), lines.end(), [&](std::string_view line) {
-    return line.find(kPrinted) != std::string_view::npos || !octave_name(line).empty() ||
-           !designer_name(line).empty() ||
-           !assigned_name(line.substr(0, line.find_first_of("#%")), &rest).empty();
-  });
+  return is_printed(text) || std::any_of(lines.begin(), lines.end(), [&](std::string_view line) {
+           return line.find(kPrinted) != std::string_view::npos || !octave_name(line).empty() ||
+                  !designer_name(line).empty() ||
+                  !assigned_name(line.substr(0, line.find_first_of("#%")), &rest).empty();
+         });
 }
 
 std::vector<Array> parse_named_text(const std::string& path, std::string_view text) {
   std::vector<Array> arrays;
   const std::vector<std::string_view> lines = lines_of(text);
   Table table("");
+  const bool all_printed = is_printed(text);
   int depth = 0;
   bool open = false;  // a list without brackets
   const auto begin = [&](std::string name) {
@@ -190,7 +205,7 @@ std::vector<Array> parse_named_text(const std::string& path, std::string_view te
         continue;
       }
       name = assigned_name(content, &rest);
-      const std::size_t printed = content.find(kPrinted);
+      const std::size_t printed = all_printed ? content.find('[') : content.find(kPrinted);
       if (name.empty() && printed != std::string_view::npos) rest = content.substr(printed);
       if (name.empty() && printed == std::string_view::npos) {
         const bool words = std::any_of(content.begin(), content.end(), [](char c) {

@@ -241,7 +241,7 @@ def test_designs_are_prepared_as_the_tool_does_it():
 X = np.zeros(10, np.int16)
 WRONG = [
     (ValueError, "axis", lambda: jurn.fir([1.0], X, axis=1)),
-    (ValueError, "1 to 1250", lambda: jurn.fir(np.ones(1251) / 1251, X, **DEVICE)),
+    (ValueError, "more than 1250 taps", lambda: jurn.fir(np.ones(1251) / 1251, X, **DEVICE)),
     (ValueError, "takes samples of int16", lambda: jurn.fir([1.0], X.astype(np.float32), **DEVICE)),
     (ValueError, "takes 'int16' or 'double'", lambda: jurn.moving_mean(2, X, precision="float")),
     (ValueError, "not finite", lambda: jurn.fir([np.inf], X)),
@@ -283,10 +283,16 @@ def test_files_are_read_checked_and_reported(tmp_path):
     pair = written("b", "0.2 0.1\n"), written("a", "1 -0.5\n")
     assert jurn.read_coefficients(pair).a.tolist() == [1, -0.5]
     room_equaliser = written("eq.txt", "Filter 1: ON PK Fc 100 Hz Gain 6 dB Q 2\n")
+    peak = jurn.read_coefficients(room_equaliser, rate=48000)
     with pytest.warns(jurn.JurnWarning, match="6.0 dB"):
-        peak = jurn.read_coefficients(room_equaliser, rate=48000)
+        peak.filter(np.zeros(10, np.int16))
     w, h = signal.sosfreqz(peak.sos, [100], fs=48000)
     assert abs(20 * np.log10(abs(h[0])) - 6) < 1e-6
+    # What has linear phase is in time with the samples, along any axis.
+    graphic = jurn.read_coefficients(written("g.txt", "GraphicEQ: 20 -3; 1000 3; 20000 -3\n"), 48000)
+    assert graphic.delay == len(graphic.b) // 2 and graphic == graphic
+    y = graphic.filter(np.eye(2, 20000)[::-1].T * 0.5, axis=0)
+    assert y.shape == (20000, 2) and np.abs(y).argmax(axis=0).tolist() == [1, 0]
     turned = written("turned", "0.1 0\n1 1.5 -0.6\n")
     with pytest.raises(ValueError, match="turned.*look negated"):
         jurn.read_coefficients(turned, kind="iir")

@@ -152,9 +152,15 @@ class Convolution(_Stream):
 def _prepare(
     kind: int, b: list[float], a: list[float], in_double: bool, as_is: bool, as_sections: bool
 ) -> Tuple[_Flat, bool, float, float, float, list[str], list[str], list[str]]: ...
+def _coefficient_limit(kind: int, in_double: bool) -> Tuple[int, str]: ...
 def _load_design(
-    paths: list[str], kind: Optional[int], variables: list[str], rate: int, negate: Optional[bool]
-) -> Tuple[_Flat, list[str]]: ...
+    paths: list[str],
+    kind: Optional[int],
+    variables: list[str],
+    rate: int,
+    negate: Optional[bool],
+    in_double: bool,
+) -> Tuple[_Flat, int]: ...
 def _read_response(
     paths: list[str], rate: int, resample: bool, truncate: int, normalise: bool
 ) -> list[list[float]]: ...

@@ -60,11 +60,21 @@ def _in_double(f: _double.Filter, x: Iterator[_Block], channels: int) -> Iterato
         warn(f"samples that are infinite or no number count as 0: {filters.bad_samples}", 1)
 
 
+def _then_silence(x: Iterator[_Block], frames: int, channels: int, dtype: type) -> Iterator[_Block]:
+    yield from x
+    if frames:
+        yield np.zeros((frames, channels), dtype)
+
+
+def _without_first(y: Iterator[_Block], frames: int) -> Iterator[_Block]:
+    for block in y:
+        yield block[frames:]
+        frames = max(frames - len(block), 0)
+
+
 @lru_cache(maxsize=64)
-def _design(path: str, kind: str | None, rate: int, changed: int) -> tuple[Design, tuple[str, ...]]:
-    with collected_warnings() as messages:
-        design = read_coefficients(path, rate, kind=kind)
-    return design, tuple(messages)
+def _design(path: str, kind: str | None, rate: int, precision: str, changed: int) -> Design:
+    return read_coefficients(path, rate, kind=kind, precision=precision)
 
 
 @dataclass(frozen=True)
@@ -74,26 +84,29 @@ class CoefficientFilter(StreamFilter):
     rate: int | None  # that the coefficients are for, if that is known
     precision: str = "double"
 
-    def design(self, rate: int) -> tuple[Design, tuple[str, ...]]:
-        return _design(self.path, self.kind, rate, os.stat(self.path).st_mtime_ns)
+    def design(self, rate: int) -> Design:
+        return _design(
+            self.path, self.kind, rate, self.precision, os.stat(self.path).st_mtime_ns
+        )
 
     def blocks(
         self, x: Iterator[_Block], rate: int, channels: int, is_int16: bool
     ) -> Iterator[_Block]:
         if self.rate not in (None, rate):
             raise ValueError(f"is at {rate} Hz; the coefficients are for {self.rate} Hz")
-        design, warnings = self.design(rate)
+        design = self.design(rate)
         _check_bits(self.precision, is_int16)
         ready = prepare(design, precision=self.precision)
-        found = (*ready.warnings, *(ready.clips if is_int16 else ()))
-        new = [m for m in found if not any(w.endswith(m) for w in warnings)]
-        for message in (*warnings, *new):
-            warn(message, 1)
+        for message in (*ready.warnings, *(ready.clips if is_int16 else ())):
+            warn(f"{self.path}: {message}", 1)
         runs = ready.design
+        x = _then_silence(x, design.delay, channels, np.int16 if is_int16 else np.float32)
         if self.precision == "double":
-            return _in_double((runs.kind, runs.b, runs.a), x, channels)
-        filters = _running.lanes(runs.kind, runs.b, runs.a, channels)
-        return (filters.run(block, _running.BLOCKS[runs.kind]) for block in x)
+            y = _in_double((runs.kind, runs.b, runs.a), x, channels)
+        else:
+            filters = _running.lanes(runs.kind, runs.b, runs.a, channels)
+            y = (filters.run(block, _running.BLOCKS[runs.kind]) for block in x)
+        return _without_first(y, design.delay)
 
 
 @dataclass(frozen=True)

@@ -209,7 +209,7 @@ def _warn(function: Filter | StreamFilter, results: list[Result]) -> None:
         warnings.warn(f"{names[0]}{others}: {message}", JurnWarning, stacklevel=3)
     rates = sorted({result.rate for result in results if result.entry})
     if isinstance(function, CoefficientFilter) and function.rate is None and len(rates) > 1:
-        if len({function.design(rate)[0] for rate in rates}) == 1:
+        if len({function.design(rate) for rate in rates}) == 1:
             warnings.warn(
                 f"{function.path}: filters recordings of {', '.join(map(str, rates))} Hz alike, so "
                 "that its frequencies differ; --rate says which it is for",

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from dataclasses import dataclass, field
+from dataclasses import dataclass, field, replace
 from functools import lru_cache
 from typing import Any, Sequence
 
@@ -15,10 +15,6 @@ from ._arrays import Channels, Coefficients, numbers, real, warn
 KINDS = ("fir", "iir", "sos")  # in the order of the engine's kinds
 
 PRECISIONS = ("double", "int16")
-
-# What the filters for int16 take. A longer recursive filter would be analysed for minutes.
-_COEFFICIENTS = 1250
-_SECTIONS = 416
 
 
 def warn_of(messages: Sequence[str], level: int) -> None:
@@ -38,6 +34,9 @@ class Design:
         Taps or numerator; of sections their numerators, (sections, 3).
     a : ndarray
         Denominator, empty for taps; of sections their denominators, (sections, 3).
+    delay : int
+        Frames by which all that leaves the filter is late, as linear phase is. Without `zi`,
+        `filter` takes them away: the result is in time with the samples.
 
     Raises
     ------
@@ -61,6 +60,7 @@ class Design:
     kind: str
     b: Coefficients
     a: Coefficients = field(default_factory=lambda: np.empty(0))
+    delay: int = 0
 
     def __post_init__(self) -> None:
         if self.kind not in KINDS:
@@ -88,7 +88,7 @@ class Design:
         object.__setattr__(self, "a", a)
         # Adding 0 makes 0 of -0, which equals it.
         object.__setattr__(
-            self, "_key", (self.kind, b.shape, (b + 0.0).tobytes(), (a + 0.0).tobytes())
+            self, "_key", (self.kind, b.shape, (b + 0.0).tobytes(), (a + 0.0).tobytes(), self.delay)
         )
 
     def __eq__(self, other: object) -> bool:
@@ -137,6 +137,15 @@ class Design:
     ) -> Any:
         """As filter; warnings name the caller `level` calls above."""
         channels = Channels(x, axis, level + 1)
+        if self.delay and zi is None:
+            shape = list(channels.array.shape)
+            shape[channels.axis] = self.delay
+            silence = np.zeros(shape, channels.dtype)
+            late = replace(self, delay=0)._filter(
+                np.concatenate([channels.array, silence], channels.axis),
+                *(channels.axis, None, precision, block, prepare, level + 1),
+            )
+            return np.moveaxis(np.moveaxis(late, channels.axis, 0)[self.delay :], 0, channels.axis)
         check_precision(precision, channels)
         if block is not None:
             most = _running.LONGEST_BLOCK[self.kind]
@@ -215,9 +224,9 @@ def _kept(
     return Design(kind, np.frombuffer(b).reshape(b_shape), np.frombuffer(a).reshape(a_shape))
 
 
-def of_flat(kind: int, b: list[float], a: list[float]) -> Design:
+def of_flat(kind: int, b: list[float], a: list[float], delay: int = 0) -> Design:
     rows = (-1, 3) if KINDS[kind] == "sos" else (-1,)
-    return Design(KINDS[kind], np.array(b).reshape(rows), np.array(a).reshape(rows))
+    return Design(KINDS[kind], np.array(b).reshape(rows), np.array(a).reshape(rows), delay)
 
 
 @dataclass(frozen=True)
@@ -311,11 +320,10 @@ def _prepared(design: Design, precision: str, as_is: bool, as_sections: bool) ->
 
 
 def _check_length(design: Design, precision: str) -> None:
-    if design.kind == "sos" and precision == "int16" and len(design.b) > _SECTIONS:
-        raise ValueError(f"sos: has {len(design.b)} sections; takes 1 to {_SECTIONS}")
-    if design.kind == "iir":
-        for name, array in (("b", design.b), ("a", design.a)):
-            if len(array) > _COEFFICIENTS:
-                raise ValueError(
-                    f"{name}: has {len(array)} coefficients; takes 1 to {_COEFFICIENTS}"
-                )
+    if design.kind == "fir" and precision == "double":
+        return  # tap by tap, as many as there are
+    most, reason = _core._coefficient_limit(KINDS.index(design.kind), precision == "double")
+    for name, array in (("b", design.b), ("a", design.a)):
+        if len(array) > most:
+            name = design.kind if design.kind != "iir" else name
+            raise ValueError(f"{name}: holds {len(array)}, more than {reason}")

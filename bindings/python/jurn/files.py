@@ -9,7 +9,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from . import _core
-from .designs import KINDS, Design, of_flat, warn_of
+from .designs import KINDS, PRECISIONS, Design, of_flat
 
 Path = Union[str, "os.PathLike[str]"]
 
@@ -21,6 +21,7 @@ def read_coefficients(
     kind: str | None = None,
     variables: Sequence[str] = (),
     negate_a: bool | None = None,
+    precision: str = "double",
 ) -> Design:
     """Read coefficients from a file in any format that the command line reads.
 
@@ -40,6 +41,9 @@ def read_coefficients(
     negate_a : bool, optional
         Whether to turn the signs of the feedback, for files of programs that add it. By default a
         file whose signs look turned is an error.
+    precision : {'double', 'int16'}, optional
+        What it will run in: a device takes fewer coefficients, so a graphic equaliser for it has
+        1249 taps at most.
 
     Returns
     -------
@@ -51,11 +55,6 @@ def read_coefficients(
         When the file cannot be read.
     ValueError
         When it holds no coefficients of that kind.
-
-    Warns
-    -----
-    JurnWarning
-        When the filter is unstable or would clip.
 
     Examples
     --------
@@ -74,11 +73,17 @@ def read_coefficients(
         kind = "iir"
     if kind is not None and kind not in KINDS:
         raise ValueError(f"kind: {kind!r}; takes one of {', '.join(KINDS)}")
-    flat, warnings = _core._load_design(
-        names, None if kind is None else KINDS.index(kind), list(variables), int(rate or 0), negate_a
+    if precision not in PRECISIONS:
+        raise ValueError(f"precision: {precision!r}; takes 'int16' or 'double'")
+    flat, delay = _core._load_design(
+        names,
+        None if kind is None else KINDS.index(kind),
+        list(variables),
+        int(rate or 0),
+        negate_a,
+        precision == "double",
     )
-    warn_of(warnings, level=2)
-    return of_flat(*flat)
+    return of_flat(*flat, delay=delay)
 
 
 def read_response(

@@ -52,22 +52,19 @@ py::tuple prepare(int kind, std::vector<double> b, std::vector<double> a, bool i
                         clips);
 }
 
-std::pair<Flat, std::vector<std::string>> load_design(const std::vector<std::string>& paths,
-                                                      std::optional<int> kind,
-                                                      const std::vector<std::string>& variables,
-                                                      int rate, std::optional<bool> negate) {
+std::pair<Flat, int> load_design(const std::vector<std::string>& paths, std::optional<int> kind,
+                                 const std::vector<std::string>& variables, int rate,
+                                 std::optional<bool> negate, bool in_double) {
   jurn::ReadOptions options;
   if (kind) options.wanted = static_cast<jurn::FilterDesign::Kind>(*kind);
-  options.limits = jurn::filter_limits(jurn::Precision::kInt16);
+  options.limits =
+      jurn::filter_limits(in_double ? jurn::Precision::kDouble : jurn::Precision::kInt16);
   options.variables = variables;
   options.rate = rate;
   jurn::FilterDesign design = paths.size() == 2 ? jurn::load_design(paths[0], paths[1], options)
                                                 : jurn::load_design(paths[0], options);
   jurn::check_signs(paths.back(), negate, &design);
-  std::vector<std::string> warnings;
-  if (const std::string peak = jurn::check_peak(paths.back(), design, 1.0); !peak.empty())
-    warnings.push_back(peak);
-  return {flat(design), warnings};
+  return {flat(design), design.delay};
 }
 
 jurn::ImpulseResponse read_response(const std::vector<std::string>& paths, int rate, bool resample,
@@ -94,9 +91,18 @@ void add_files(py::module_* m) {
   m->def("_prepare", &prepare, py::arg("kind"), py::arg("b"), py::arg("a"), py::arg("in_double"),
          py::arg("as_is"), py::arg("as_sections"),
          "_prepare(kind, b, a, in_double, as_is, as_sections)\n--\n\n");
+  m->def(
+      "_coefficient_limit",
+      [](int kind, bool in_double) {
+        const jurn::CoefficientLimit limit =
+            jurn::coefficient_limit(static_cast<jurn::FilterDesign::Kind>(kind),
+                                    in_double ? jurn::Precision::kDouble : jurn::Precision::kInt16);
+        return std::make_pair(limit.count, limit.reason);
+      },
+      py::arg("kind"), py::arg("in_double"), "_coefficient_limit(kind, in_double)\n--\n\n");
   m->def("_load_design", &load_design, py::arg("paths"), py::arg("kind"), py::arg("variables"),
-         py::arg("rate"), py::arg("negate"),
-         "_load_design(paths, kind, variables, rate, negate)\n--\n\n");
+         py::arg("rate"), py::arg("negate"), py::arg("in_double"),
+         "_load_design(paths, kind, variables, rate, negate, in_double)\n--\n\n");
   m->def("_read_response", &read_response, py::arg("paths"), py::arg("rate"), py::arg("resample"),
          py::arg("truncate"), py::arg("normalise"),
          "_read_response(paths, rate, resample, truncate, normalise)\n--\n\n");
