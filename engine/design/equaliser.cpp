@@ -51,17 +51,44 @@ void append_section(const EqualiserFilter& f, int rate, std::vector<double>* out
       set(b, 1.0, -2.0 * c, 1.0);
       break;
     case EqualiserType::kAllPass:
+    case EqualiserType::kTilt:
+    case EqualiserType::kLinkwitzTransform:
       break;
   }
   for (const double x : b) out->push_back(x / a[0]);
   for (const double x : a) out->push_back(x / a[0]);
 }
 
+/** A section of first order, (b0 w + b1 s) / (a0 w + a1 s). */
 void append_first_order(const EqualiserFilter& f, int rate, std::vector<double>* out) {
-  const double t = std::tan(kPi * f.frequency / rate);
-  const bool low = f.type == EqualiserType::kLowPass;
-  const double gain = (low ? t : 1.0) / (1.0 + t);
-  for (const double x : {gain, low ? gain : -gain, 0.0, 1.0, (t - 1.0) / (t + 1.0), 0.0})
+  const double w = std::tan(kPi * f.frequency / rate);
+  const double amp = from_decibels(f.gain / 2.0);
+  double b0 = 1.0, b1 = 0.0, a0 = 1.0, a1 = 1.0;  // low-pass
+  switch (f.type) {
+    case EqualiserType::kHighPass:
+      b0 = 0.0;
+      b1 = 1.0;
+      break;
+    case EqualiserType::kLowShelf:
+      b0 = amp * amp;
+      b1 = a1 = amp;
+      break;
+    case EqualiserType::kHighShelf:
+      b0 = a0 = amp;
+      b1 = amp * amp;
+      break;
+    case EqualiserType::kTilt:
+      a0 = b1 = amp;
+      break;
+    case EqualiserType::kAllPass:
+      b1 = -1.0;
+      break;
+    default:
+      break;
+  }
+  const double sum = a0 * w + a1;
+  for (const double x :
+       {(b0 * w + b1) / sum, (b0 * w - b1) / sum, 0.0, 1.0, (a0 * w - a1) / sum, 0.0})
     out->push_back(x);
 }
 
@@ -76,9 +103,27 @@ void append_butterworth(EqualiserFilter f, int order, int rate, std::vector<doub
 }  // namespace
 
 void append_sections(const EqualiserFilter& filter, int rate, std::vector<double>* out) {
+  const bool is_pass =
+      filter.type == EqualiserType::kLowPass || filter.type == EqualiserType::kHighPass;
+  if (filter.type == EqualiserType::kLinkwitzTransform)
+    return append_zeros_and_poles(filter.frequency, filter.q, filter.target_frequency,
+                                  filter.target_q, rate, out);
+  if (filter.type == EqualiserType::kTilt || (filter.order && !is_pass))
+    return append_first_order(filter, rate, out);
   if (!filter.order) return append_section(filter, rate, out);
   const int times = filter.linkwitz_riley ? 2 : 1;
   for (int i = 0; i < times; ++i) append_butterworth(filter, filter.order / times, rate, out);
+}
+
+void append_zeros_and_poles(double zero_frequency, double zero_q, double pole_frequency,
+                            double pole_q, int rate, std::vector<double>* out) {
+  const double z = std::tan(kPi * zero_frequency / rate);
+  const double p = std::tan(kPi * pole_frequency / rate);
+  const double z_width = zero_q > 0.0 ? z / zero_q : 0.0, p_width = p / pole_q;
+  const double a0 = 1.0 + p_width + p * p;
+  for (const double x : {1.0 + z_width + z * z, 2.0 * (z * z - 1.0), 1.0 - z_width + z * z, a0,
+                         2.0 * (p * p - 1.0), 1.0 - p_width + p * p})
+    out->push_back(x / a0);
 }
 
 }  // namespace jurn

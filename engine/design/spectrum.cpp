@@ -21,6 +21,10 @@ std::size_t grid(std::size_t coefficients, bool is_recursive) {
   return is_recursive ? fine : std::clamp<std::size_t>(32 * coefficients, 4096, fine);
 }
 
+std::size_t group_of(const FilterDesign& design) {
+  return design.kind == FilterDesign::kSections ? 3 : std::max(design.b.size(), design.a.size());
+}
+
 }  // namespace
 
 std::vector<std::complex<double>> spectrum(const std::vector<double>& coefficients,
@@ -70,25 +74,36 @@ std::vector<std::complex<double>> spectrum(const std::vector<double>& coefficien
   return x;
 }
 
-double peak_gain(const FilterDesign& design) {
-  const std::size_t group =
-      design.kind == FilterDesign::kSections ? 3 : std::max(design.b.size(), design.a.size());
-  std::vector<double> power;
+/** Multiplies the gains of a design into those of a grid, as powers. */
+static void multiply(const FilterDesign& design, std::size_t points, std::vector<double>* power) {
+  const std::size_t group = group_of(design);
   for (std::size_t at = 0; at < std::max(design.b.size(), design.a.size()); at += group) {
     const auto part = [&](const std::vector<double>& all) {
       const std::size_t end = std::min(at + group, all.size());
       return spectrum({all.begin() + static_cast<std::ptrdiff_t>(at),
                        all.begin() + static_cast<std::ptrdiff_t>(end)},
-                      grid(group, !design.a.empty()));
+                      points);
     };
     const std::vector<std::complex<double>> b = part(design.b);
-    power.resize(b.size(), 1.0);
-    for (std::size_t i = 0; i < b.size(); ++i) power[i] *= std::norm(b[i]);
+    power->resize(b.size(), 1.0);
+    for (std::size_t i = 0; i < b.size(); ++i) (*power)[i] *= std::norm(b[i]);
     if (design.a.empty()) continue;
     const std::vector<std::complex<double>> a = part(design.a);
-    for (std::size_t i = 0; i < a.size(); ++i) power[i] /= std::norm(a[i]);
+    for (std::size_t i = 0; i < a.size(); ++i) (*power)[i] /= std::norm(a[i]);
   }
+}
+
+double peak_gain(const std::vector<FilterDesign>& chain) {
+  std::size_t points = 0;
+  for (const FilterDesign& design : chain)
+    points = std::max(points, grid(group_of(design), !design.a.empty()));
+  std::vector<double> power;
+  for (const FilterDesign& design : chain) multiply(design, points, &power);
   return std::sqrt(*std::max_element(power.begin(), power.end()));
+}
+
+double peak_gain(const FilterDesign& design) {
+  return peak_gain(std::vector<FilterDesign>{design});
 }
 
 }  // namespace jurn

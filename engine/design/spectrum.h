@@ -16,5 +16,7 @@ std::vector<std::complex<double>> spectrum(const std::vector<double>& coefficien
 
 /** The largest gain of a filter over all frequencies, on a fine grid. */
 double peak_gain(const FilterDesign& design);
+/** The same of filters in series. */
+double peak_gain(const std::vector<FilterDesign>& chain);
 
 }  // namespace jurn

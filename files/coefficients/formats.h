@@ -87,8 +87,19 @@ FilterDesign parse_design(const std::string& path, std::string_view bytes,
  * coefficients", "2 sections". */
 std::string description_of(const FilterDesign& design);
 
-/** Sections from the words of equaliser files, one filter each: "PK 3k -4 Q 2", "HP 80 order 4". */
+/** Sections from the words of equaliser files, one filter each: "PK 3k -4 Q 2", "HP 80 order 4". Of
+ * none of linear phase. */
 FilterDesign parse_equaliser_words(const std::vector<std::string>& filters, int rate);
+/** The filters of an equaliser's text (none if `path` is empty), and `filters` in words behind
+ * them, as designs in series: sections, and an FIR for each filter of linear phase and for
+ * GraphicEQ. The text has the lines of room correction programs, or a filter in words a line. */
+std::vector<FilterDesign> parse_equaliser_chain(const std::string& path, std::string_view text,
+                                                const std::vector<std::string>& filters,
+                                                const ReadOptions& options);
+/** The same with the text of a file, if `path` names one. */
+std::vector<FilterDesign> load_equaliser(const std::string& path,
+                                         const std::vector<std::string>& filters,
+                                         const ReadOptions& options);
 /** One of these filters, for any rate; and the words for it, whose numbers give the same filter. */
 EqualiserFilter parse_equaliser_filter(const std::string& text);
 std::string text_of(const EqualiserFilter& filter);

@@ -115,4 +115,13 @@ FilterDesign load_design(const std::string& numerator, const std::string& denomi
   return design;
 }
 
+std::vector<FilterDesign> load_equaliser(const std::string& path,
+                                         const std::vector<std::string>& filters,
+                                         const ReadOptions& options) {
+  if (path.empty()) return parse_equaliser_chain({}, {}, filters, options);
+  const bool piped = path == kStandardStream;
+  const std::string bytes = piped ? read_standard_input() : read_file(path);
+  return parse_equaliser_chain(piped ? "standard input" : path, bytes, filters, options);
+}
+
 }  // namespace jurn

@@ -67,13 +67,19 @@ FilterDesign read_design(const CoefficientFiles& files, FilterDesign::Kind kind,
   return design;
 }
 
-void normalise(const std::string& name, FilterDesign* design) {
-  const double peak = peak_gain(*design);
+void normalise(const std::string& name, std::vector<FilterDesign>* chain) {
+  const double peak = peak_gain(*chain);
   if (!(peak > 0.0 && std::isfinite(peak)))
     throw Error(kInputError, name + ": the filter's largest gain is " +
                                  (peak > 0.0 ? "infinite" : "0") +
                                  ", which cannot be scaled to 0 dB");
-  scale(design, 1.0 / peak);
+  scale(&(*chain)[0], 1.0 / peak);
+}
+
+void normalise(const std::string& name, FilterDesign* design) {
+  std::vector<FilterDesign> chain = {std::move(*design)};
+  normalise(name, &chain);
+  *design = std::move(chain[0]);
 }
 
 CLI::Option* add_coefficients(CLI::App* command, Filter* filter, DesignOptions* options,

@@ -36,6 +36,8 @@ FilterDesign read_design(const CoefficientFiles& files, FilterDesign::Kind kind,
                          Precision precision, const ReadingOptions& options, int rate);
 /** Scales a design's largest gain to 0 dB. */
 void normalise(const std::string& name, FilterDesign* design);
+/** The same of filters in series. */
+void normalise(const std::string& name, std::vector<FilterDesign>* chain);
 
 /** What the subcommands take that run one design of a file. */
 struct DesignOptions {

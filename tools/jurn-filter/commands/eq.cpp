@@ -7,6 +7,12 @@ namespace jurn {
 namespace {
 
 constexpr char kName[] = "the equaliser";
+constexpr char kWords[] =
+    "Filters, each as one word in quotes: a type (PK, LS, HS, LP, HP, BP, NO, AP, TILT, LT), a "
+    "frequency, for PK, shelves and TILT a gain in dB, and Q N or BW N; LP and HP take order N for "
+    "a Butterworth filter, LR order N for one of Linkwitz and Riley; LS, HS and AP take order 1; "
+    "LP, HP and BP take linear for linear phase, and transition N; LT takes frequency and Q of a "
+    "closed box, and those that it gets";
 
 /** Takes the filters out of the names: what begins with a type, and with two files before it all.
  */
@@ -30,28 +36,45 @@ void add_eq(CLI::App* app, Filter* filter, Files* files) {
   CLI::App* eq =
       add_filter_command(app, filter, files, "eq", "Filters with an equaliser given in words",
                          "eq song.flac out.wav 'HP 80 order 4' 'PK 3k -4 Q 2' 'HS 8k +3'");
-  const char* const words =
-      "Filters, each as one word in quotes: a type (PK, LS, HS, LP, HP, BP, NO, AP), a frequency, "
-      "for PK and shelves a gain in dB, and Q N or BW N; LP and HP take order N for a Butterworth "
-      "filter, LR order N for one of Linkwitz and Riley";
   if (files)
     eq->get_option("FILES")->type_name("IN OUT FILTER...");
   else
-    eq->add_option("FILTERS", *filters, words)->type_name("FILTER...");
-  if (files) eq->footer(std::string(words) + ".\n" + eq->get_footer());
+    eq->add_option("FILTERS", *filters, kWords)->type_name("FILTER...");
+  if (files) eq->footer(std::string(kWords) + ".\n" + eq->get_footer());
   add_gain(eq, filter);
+  eq->add_option(
+      "-c,--coefficients", o->files.all,
+      "File of filters that run first: lines of room correction programs (Preamp, Filter, "
+      "GraphicEQ), or a filter in words a line");
   eq->add_flag("--normalise", o->reading.normalise,
                "Scale the largest gain over all frequencies to 0 dB, before --gain");
   add_preparation(eq, o.get());
   eq->final_callback([=] {
     if (files) take_filters(files, filters.get());
-    if (filters->empty())
-      throw Error(kUsageError, "eq takes filters, like 'HP 80 Q 0.7' or 'PK 3k -4 Q 2'");
-    set_design(filter, o, kName, [=](int rate) {
-      FilterDesign design = parse_equaliser_words(*filters, rate);
-      if (o->reading.normalise) normalise(kName, &design);
-      return design;
-    });
+    if (filters->empty() && o->files.all.empty())
+      throw Error(kUsageError,
+                  "eq takes filters, like 'HP 80 Q 0.7' or 'PK 3k -4 Q 2', or -c FILE");
+    filter->also_read = {o->files.all};
+    const std::string name = o->files.all.empty() ? kName : o->files.all;
+    filter->make_chain = [=, designs = std::vector<FilterDesign>(), rate = 0](
+                             const Recording& recording, double gain) mutable {
+      const bool is_new = rate != recording.rate;
+      if (is_new) {
+        rate = recording.rate;
+        ReadOptions options{};
+        options.limits = filter_limits(o->precision);
+        options.rate = rate;
+        designs = load_equaliser(o->files.all, *filters, options);
+        if (o->reading.normalise) normalise(name, &designs);
+      }
+      Chain chain;
+      for (FilterDesign design : designs) {
+        if (chain.empty()) scale(&design, gain);
+        const Prepared prepared = prepare_and_say(name, design, *o, recording, is_new);
+        chain.push_back(make_filter(prepared, recording.channels, filter->block));
+      }
+      return chain;
+    };
   });
 }
 

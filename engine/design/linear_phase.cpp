@@ -1,0 +1,80 @@
+#include "design/linear_phase.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "units.h"
+
+namespace jurn {
+namespace {
+
+constexpr double kAttenuation = 100.0;  // dB
+constexpr double kBeta = 0.1102 * (kAttenuation - 8.7);
+
+/** The modified Bessel function of the first kind and order 0. */
+double bessel_i0(double x) {
+  double sum = 1.0, term = 1.0;
+  for (int k = 1; term > 1e-17 * sum; ++k) {
+    term *= (x / (2.0 * k)) * (x / (2.0 * k));
+    sum += term;
+  }
+  return sum;
+}
+
+/** Subtracts the low-pass of a corner from the taps, or adds it; its gain at 0 Hz is 1. */
+void add_low_pass(double corner, double sign, int rate, std::vector<double>* taps) {
+  const std::size_t middle = taps->size() / 2;
+  std::vector<double> half(middle + 1);  // from the middle on
+  const double step = 2.0 * corner / rate;
+  double sum = 0.0;
+  for (std::size_t i = middle + 1; i-- > 0;) {
+    const double at = static_cast<double>(i), along = at / static_cast<double>(middle);
+    const double turn = kPi * step * at;
+    half[i] = (i ? step * std::sin(turn) / turn : step) *
+              bessel_i0(kBeta * std::sqrt(1.0 - along * along));
+    sum += i ? 2.0 * half[i] : half[i];
+  }
+  for (std::size_t i = 0; i < taps->size(); ++i)
+    (*taps)[i] += sign * half[i < middle ? middle - i : i - middle] / sum;
+}
+
+}  // namespace
+
+LinearPhaseBand linear_phase_band(const EqualiserFilter& f, int rate) {
+  const double half_rate = rate / 2.0;
+  LinearPhaseBand band{0.0, half_rate, f.transition};
+  if (f.type == EqualiserType::kBandPass) {
+    const double octaves =
+        f.octaves > 0.0 ? f.octaves : 2.0 * std::asinh(0.5 / f.q) / std::log(2.0);
+    band.low = f.frequency * std::exp2(-octaves / 2.0);
+    band.high = f.frequency * std::exp2(octaves / 2.0);
+  } else if (f.type == EqualiserType::kLowPass) {
+    band.high = f.frequency;
+  } else {
+    band.low = f.frequency;
+  }
+  if (band.transition > 0.0) return band;
+  const double lowest = band.low > 0.0 ? band.low : band.high;
+  const double highest = band.high < half_rate ? band.high : band.low;
+  band.transition = std::min({lowest / 2.0, half_rate - highest});
+  return band;
+}
+
+std::size_t linear_phase_count(const EqualiserFilter& f, int rate) {
+  const double width = 2.0 * kPi * linear_phase_band(f, rate).transition / rate;
+  const double intervals = std::ceil((kAttenuation - 7.95) / (2.285 * width));
+  return 2 * static_cast<std::size_t>(std::min(intervals, 1e12) / 2.0 + 0.5) + 1;
+}
+
+std::vector<double> linear_phase_pass(const EqualiserFilter& f, int rate) {
+  const LinearPhaseBand band = linear_phase_band(f, rate);
+  std::vector<double> taps(linear_phase_count(f, rate));
+  if (f.type == EqualiserType::kHighPass)
+    taps[taps.size() / 2] = 1.0;
+  else
+    add_low_pass(band.high, 1.0, rate, &taps);
+  if (f.type != EqualiserType::kLowPass) add_low_pass(band.low, -1.0, rate, &taps);
+  return taps;
+}
+
+}  // namespace jurn
