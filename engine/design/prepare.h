@@ -35,6 +35,11 @@ struct PrepareOptions {
   bool as_sections = false;
 };
 
+inline bool operator==(const PrepareOptions& x, const PrepareOptions& y) {
+  return x.precision == y.precision && x.result == y.result && x.rate == y.rate &&
+         x.in_blocks == y.in_blocks && x.as_is == y.as_is && x.as_sections == y.as_sections;
+}
+
 /** The coefficients that a filter may have: taps, coefficients of a numerator or denominator, or
  * sections. */
 CoefficientLimit coefficient_limit(FilterDesign::Kind kind, Precision precision);

@@ -9,7 +9,7 @@
 #include "coefficients/formats.h"
 #include "coefficients/kinds.h"
 #include "coefficients/parse.h"
-#include "design/prepare.h"
+#include "design/prepare_once.h"
 #include "design/stability.h"
 #include "element.h"
 #include "streams/stages.h"
@@ -218,7 +218,8 @@ std::unique_ptr<Offer> FilterPreparer::prepare(const StreamFormat& format,
   options.result = format.is_float ? jurn::SampleFormat::kFloat : jurn::SampleFormat::kInt16;
   options.rate = format.rate;
   options.in_blocks = false;
-  const jurn::Prepared prepared = jurn::prepare(design, options);
+  const auto kept = jurn::prepare_once(design, options);
+  const jurn::Prepared& prepared = *kept;
   for (const jurn::Notice& notice : prepared.notices)
     if (notice.is_warning())
       warn(name + ": " + notice.text +

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "design/equaliser.h"
-#include "design/prepare.h"
+#include "design/prepare_once.h"
 
 namespace jurn {
 namespace {
@@ -59,6 +59,27 @@ TEST(Prepare, GivesWhatPreparesToItself) {
       const Prepared once = prepare(design, options);
       EXPECT_TRUE(prepare(once.design, options).design == once.design) << &design - &designs[0];
     }
+}
+
+TEST(Prepare, IsKeptByDesignAndUse) {
+  const FilterDesign design = equaliser(1);
+  PrepareOptions options;
+  options.precision = Precision::kInt16;
+  const auto first = prepare_once(design, options);
+  EXPECT_EQ(first, prepare_once(design, options));
+  EXPECT_TRUE(first->design == prepare(design, options).design);
+  PrepareOptions others[6] = {options, options, options, options, options, options};
+  others[0].precision = Precision::kDouble;
+  others[1].result = SampleFormat::kFloat;
+  others[2].rate = 44100;
+  others[3].in_blocks = false;
+  others[4].as_is = true;
+  others[5].as_sections = true;
+  for (const PrepareOptions& other : others) EXPECT_NE(first, prepare_once(design, other));
+  FilterDesign louder = design;
+  scale(&louder, 2.0);
+  EXPECT_NE(first, prepare_once(louder, options));
+  EXPECT_EQ(first, prepare_once(design, options));
 }
 
 TEST(Prepare, SaysNothingOfEverydayFilters) {

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "design/prepare_once.h"
 #include "design/spectrum.h"
 #include "design/stability.h"
 #include "errors.h"
@@ -132,7 +133,7 @@ Prepared prepare_and_say(const std::string& name, const FilterDesign& design,
   preparation.in_blocks = !options.time_domain;
   preparation.as_is = options.as_is;
   preparation.as_sections = options.as_sections;
-  Prepared prepared = prepare(design, preparation);
+  Prepared prepared = *prepare_once(design, preparation);
   if (is_new) say(name, prepared, options.as_sections);
   return prepared;
 }
