@@ -255,6 +255,10 @@ std::unique_ptr<Stage> make_filter(const Prepared& prepared, int channels, int b
   return std::make_unique<VoiceStage>(make_voice(prepared, format), prepared.design.delay);
 }
 
+std::unique_ptr<Stage> make_stage(std::unique_ptr<Voice> voice, int latency) {
+  return std::make_unique<VoiceStage>(std::move(voice), latency);
+}
+
 std::unique_ptr<Stage> make_average(int length, int channels, int block) {
   return std::make_unique<AverageStage>(length, channels, block);
 }

@@ -9,6 +9,7 @@
 #include "design/filter_design.h"
 #include "design/prepare.h"
 #include "streams/rounding.h"
+#include "streams/voice.h"
 
 namespace jurn {
 
@@ -83,6 +84,8 @@ constexpr int kIirBlock = 512;
 
 /** `block` is the length of the calls; it changes no sample. */
 std::unique_ptr<Stage> make_filter(const Prepared& prepared, int channels, int block);
+/** Any voice, whose format has a block and the int16 scale; late by so many frames. */
+std::unique_ptr<Stage> make_stage(std::unique_ptr<Voice> voice, int latency);
 std::unique_ptr<Stage> make_average(int length, int channels, int block);
 
 }  // namespace jurn

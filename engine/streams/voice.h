@@ -41,7 +41,7 @@ inline bool operator!=(const Format& x, const Format& y) {
  */
 class Voice {
  public:
-  enum class Kind { kWire, kSections, kFir, kDirectForm, kConvolution, kInt16, kMean };
+  enum class Kind { kWire, kSections, kFir, kDirectForm, kConvolution, kInt16, kMean, kSetup };
 
   Voice(Kind kind, const Format& format) : kind_(kind), format_(format) {}
   virtual ~Voice() = default;

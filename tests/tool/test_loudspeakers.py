@@ -1,12 +1,14 @@
 """What loudspeakers take: filters of first order, Linkwitz transforms, tilts, linear phase, setups."""
 
+import os
 import unittest
 
 import numpy as np
 from scipy import signal
 from scipy.io import wavfile
 
-from tool_test import ToolTest, read, write_numbers
+from test_formats import equaliser
+from tool_test import MUSIC, SPEECH, ToolTest, read
 
 RATE = 48000
 CLICK = 1 << 16
@@ -123,6 +125,177 @@ class EqualiserWords(ToolTest):
         self.assert_fails(["eq", "click.wav", "new.wav", "-c", "eq.txt"], "eq.txt:2", "'XX'")
         self.assert_fails(["eq", "click.wav", "new.wav", "-c", "no.txt"], "no.txt")
         self.assert_fails(["export", "new.h", "--eq", "LP 80 linear"], "linear")
+
+
+def sections(kind, corner, order=2):
+    return signal.butter(order, corner, kind, fs=RATE, output="sos")
+
+
+class Setups(ToolTest):
+    """Whole setups on recordings, beside a model in float64."""
+
+    def setUp(self):
+        super().setUp()
+        rate, music = read(MUSIC)
+        self.music = music[:3 * rate].astype(np.int16)
+        wavfile.write("music.wav", RATE, self.music)
+        wavfile.write("float.wav", RATE, (self.music / 32768).astype(np.float32))
+
+    def put(self, text, name="setup.yml"):
+        with open(name, "w", encoding="utf-8") as file:
+            file.write(text)
+        return name
+
+    def model(self, x):
+        """What examples/setups/two-way.yml does."""
+        x = signal.sosfilt(equaliser([("HP", 25, 0, 0.7)], RATE), x, axis=0)
+        low = signal.sosfilt(np.tile(sections("low", 2000), (2, 1)), x, axis=0)
+        high = signal.sosfilt(np.tile(sections("high", 2000), (2, 1)), x, axis=0)
+        late = np.vstack([np.zeros((12, 2)), high[:-12]])
+        return np.hstack([low, 10 ** (-3.5 / 20) * late])
+
+    def test_two_way(self):
+        example = os.path.join(os.environ["JURN_FILTER_SOURCE"], "../../examples/setups/two-way.yml")
+        self.assertIn("4 channels", self.run_tool("setup", "music.wav", "out.wav", "-c", example,
+                                                  "--no-tail"))
+        expected = self.model(self.music.astype(float))
+        error = read("out.wav")[1] - expected
+        self.assertLessEqual(np.abs(error).max(), 1)
+        self.assertLessEqual(np.sqrt(np.mean(error ** 2)), 0.3)
+        self.run_tool("setup", "float.wav", "out.wav", "-c", example, "--no-tail")
+        self.assertLess(np.abs(read("out.wav")[1] - expected / 32768).max(), 1e-6)
+        self.run_tool("setup", "music.wav", "24.wav", "-c", example, "--no-tail", "--bits", "24")
+        self.assertLess(np.abs(read("24.wav")[1] / 2 ** 31 - expected / 32768).max(), 2 ** -23)
+        done = self.shell(f"jurn setup music.wav out.wav -c {example} --overwrite")[1]
+        self.assertIn("2 in, 4 out; largest gains 0.0, 0.0, -3.5, -3.5 dB", done)
+
+    def test_crossover_sums_flat(self):
+        """Both ways of Linkwitz and Riley sum to an all-pass, those of linear phase to a delay."""
+        click = np.zeros((1 << 16, 1), np.float32)
+        click[100] = 1
+        wavfile.write("click.wav", RATE, click)
+        for low, high, phase in (
+                ("{type: BiquadCombo, parameters: {type: LinkwitzRileyLowpass, freq: 800, order: 4}}",
+                 "{type: BiquadCombo, parameters: {type: LinkwitzRileyHighpass, freq: 800, order: 4}}",
+                 2), ("{type: Equaliser, parameters: {filters: LP 800 linear}}",
+                      "{type: Equaliser, parameters: {filters: [HP 800 linear]}}", 0)):
+            self.run_tool("setup", "click.wav", "out.wav", "-c", self.put(
+                "mixers: {split: {channels: {in: 1, out: 2}, mapping: [{dest: 0, sources: [{channel: 0}]},"
+                " {dest: 1, sources: [{channel: 0}]}]}}\n"
+                f"filters: {{low: {low}, high: {high}}}\npipeline: [{{type: Mixer, name: split}}, "
+                "{type: Filter, channels: [0], names: [low]}, {type: Filter, channels: [1], names: [high]}]"))
+            f = np.fft.rfftfreq(1 << 16, 1 / RATE)
+            ways = np.fft.rfft(np.roll(read("out.wav")[1][:1 << 16].astype(float), -100, axis=0), axis=0)
+            total = ways.sum(1)
+            self.assertLess(np.abs(20 * np.log10(np.abs(total))).max(), 0.01)
+            w = 1j * np.tan(np.pi * f / RATE) / np.tan(np.pi * 800 / RATE)
+            allpass = (w * w - np.sqrt(2) * w + 1) / (w * w + np.sqrt(2) * w + 1) if phase else 1
+            self.assertLess(np.abs(total[:-9] - np.broadcast_to(allpass, total.shape)[:-9]).max(), 1e-5)
+
+    def test_mixing_and_delays_are_exact(self):
+        name = self.put("""
+devices: {samplerate: 48000, capture: {type: Stdin, channels: 2}, playback: {type: Stdout, channels: 3}}
+mixers:
+  three:
+    channels: {in: 2, out: 3}
+    mapping:
+      - {dest: 2, sources: [{channel: 0, gain: 0.5, scale: linear}, {channel: 1, gain: -0.25, scale: linear}]}
+      - {dest: 0, sources: [{channel: 1, inverted: true}]}
+      - {dest: 1, mute: true, sources: [{channel: 1}]}
+filters:
+  late: {type: Delay, parameters: {delay: 7, delay_unit: samples}}
+  later: {type: Delay, parameters: {delay: 1.5, delay_unit: ms}}
+  metres: {type: Delay, parameters: {delay: 1000, delay_unit: mm}}
+pipeline:
+  - {type: Mixer, name: three}
+  - {type: Filter, channel: 0, names: [late, later]}
+  - {type: Filter, channels: [2], names: [metres], bypassed: false}
+  - {type: Filter, channels: [2], names: [late], bypassed: true}
+""")
+        done = self.shell(f"jurn setup float.wav out.wav -c {name}")[1]
+        self.assertIn("'metres' of 139.941691 frames is rounded to 140", done)
+        x, y = self.music / 32768, read("out.wav")[1]
+        self.assertEqual(len(y), len(x) + 140)
+        np.testing.assert_array_equal(y[79:79 + len(x), 0], -x[:, 1])
+        self.assertEqual(np.abs(y[:, 1]).max(), 0)
+        np.testing.assert_array_equal(y[140:, 2], 0.5 * x[:, 0] - 0.25 * x[:, 1])
+        for frames in (0.3, 1.2, 30.86):
+            self.run_tool("setup", "float.wav", "out.wav", "-c", self.put(
+                f"filters: {{d: {{type: Delay, parameters: {{delay: {frames}, delay_unit: samples, "
+                "subsample: true}}}\npipeline: [{type: Filter, names: [d]}]"))
+            f = np.fft.rfftfreq(1 << 17, 1 / RATE)
+            h = (np.fft.rfft(read("out.wav")[1][:, 0], 1 << 17) / np.fft.rfft(x[:, 0], 1 << 17))
+            low = (f > 200) & (f < 2000)
+            delay = -np.unwrap(np.angle(h[low])) / (2 * np.pi * f[low]) * RATE
+            self.assertLess(np.abs(delay - frames).max(), 0.01, frames)
+
+    def test_every_filter(self):
+        """Each type of CamillaDSP beside SciPy or the tool's own words."""
+        taps = np.hanning(201) * np.random.default_rng(3).standard_normal(201) / 8
+        wavfile.write("two.wav", RATE, np.stack([taps[::-1], taps], 1))
+        taps.astype("<f8").tofile("taps_48000.dbl")
+        np.savetxt("taps.txt", taps)
+        np.save("sos.npy", sections("low", 900, 5))
+        tan = np.tan(np.pi * np.array([60, 40]) / RATE)
+        def analogue(zero, pole, q):
+            return signal.bilinear([1, 0, zero ** 2], [1, pole / q, pole ** 2], 0.5)
+        b, a = analogue(*tan, 1.5)
+        words = {
+            "type: Lowshelf, freq: 100, slope: 6, gain: 3": "LSC 6dB 100 3",
+            "type: HighshelfFO, freq: 900, gain: -3": "HS 900 -3 order 1",
+            "type: LowshelfFO, freq: 900, gain: -3": "LS 900 -3 order 1",
+            "type: AllpassFO, freq: 900": "AP 900 order 1", "type: Allpass, freq: 900, q: 2": "AP 900 Q 2",
+            "type: Notch, freq: 90, bandwidth: 0.5": "NO 90 BW 0.5", "type: Bandpass, freq: 90, q: 1": "BP 90 Q 1",
+            "type: LinkwitzTransform, freq_act: 70, q_act: 1.1, freq_target: 30, q_target: 0.7":
+                "LT 70 Q 1.1 to 30 Q 0.7"}
+        combos = {
+            "type: FivePointPeq, fls: 90, gls: 2, qls: 0.7, fp1: 200, gp1: -3, qp1: 2, fp2: 500, gp2: 1, qp2: 1,"
+            " fp3: 2000, gp3: -2, qp3: 3, fhs: 7000, ghs: 3, qhs: 0.8":
+                ["LSC 90 2 Q 0.7", "PK 200 -3 Q 2", "PK 500 1 Q 1", "PK 2000 -2 Q 3", "HSC 7000 3 Q 0.8"],
+            "type: GraphicEqualizer, gains: [3, 0, -2]": [
+                f"PK {20 * 10 ** 0.5} 3 BW {np.log2(10)}", f"PK {20 * 10 ** 2.5} -2 BW {np.log2(10)}"]}
+        x = self.music / 32768
+        fir = signal.lfilter(taps, [1], x, axis=0)
+        cases = [("Biquad", p, [w]) for p, w in words.items()] + [
+            ("BiquadCombo", p, w) for p, w in combos.items()] + [
+            ("Biquad", "type: GeneralNotch, freq_z: 60, freq_p: 40, q_p: 1.5", signal.lfilter(b, a, x, axis=0)),
+            ("Conv", "type: Wav, filename: two.wav, channel: 1", fir),
+            ("Conv", "type: Raw, filename: taps_$samplerate$.dbl, format: F64_LE", fir),
+            ("Conv", "type: Raw, filename: taps.txt", fir),
+            ("Conv", f"type: Values, values: [{', '.join(map(str, taps))}]", fir),
+            ("Coefficients", "filename: sos.npy", signal.sosfilt(sections("low", 900, 5), x, axis=0)),
+            ("DiffEq", "b: [0.2, 0.4, 0.2], a: [1.0, -0.1, 0.005]",
+             signal.lfilter([0.2, 0.4, 0.2], [1, -0.1, 0.005], x, axis=0))]
+        for kind, parameters, expected in cases:
+            self.run_tool("setup", "float.wav", "out.wav", "--no-tail", "-c", self.put(
+                f"filters: {{f: {{type: {kind}, parameters: {{{parameters}}}}}}}\n"
+                "pipeline: [{type: Filter, names: [f]}]"))
+            if isinstance(expected, list):
+                self.run_tool("eq", "float.wav", "eq.wav", *expected)
+                expected = read("eq.wav")[1]
+            self.assertLess(np.abs(read("out.wav")[1] - expected).max(), 1e-6, parameters)
+
+    def test_refusals(self):
+        good = ("mixers:\n  m: {channels: {in: 2, out: 1}, mapping: [{dest: 0, sources: [{channel: 1}]}]}\n"
+                "filters:\n  f: {type: Gain, parameters: {gain: 0}}\n"
+                "pipeline:\n  - {type: Filter, channels: [1], names: [f]}\n  - {type: Mixer, name: m}\n")
+        self.run_tool("setup", "music.wav", "out.wav", "-c", self.put(good))
+        for old, new, *said in (
+                ("type: Gain", "type: Volume", ":4:", "'Volume'"), ("names: [f]", "names: [g]", ":6:", "'g'"),
+                ("name: m}", "name: n}", ":7:", "'n'"), ("type: Mixer", "type: Processor", ":7:", "'Processor'"),
+                ("[1], names", "[2], names", ":6:", "2"), ("dest: 0", "dest: 1", ":2:", "'dest'"),
+                ("in: 2", "in: 3", "setup.yml:2:", "3"), ("gain: 0", "", ":4:", "'gain'"),
+                ("channel: 1}", "channel: 2}", ":2:", "'channel'"), ("pipeline", "pipelines", "pipeline"),
+                ("[1], names: [f]", "[1], names: f", ":6:", "'names'"), ("mixers:", "mixers: [", "YAML")):
+            if new == "in: 3":
+                good2 = "devices: {capture: {channels: 2}}\n" + good.replace(old, new)
+                said = (":3:", "3 channels, and 2 come in")
+            else:
+                good2 = good.replace(old, new)
+            self.assert_fails(["setup", "music.wav", "new.wav", "-c", self.put(good2)], "setup.yml", *said)
+        self.assert_fails(["setup", SPEECH, "new.wav", "-c", self.put(good)], "2 channels", "has 1")
+        self.assert_fails(["setup", "music.wav", "new.wav", "-c", "none.yml"], "none.yml")
+        self.assert_fails(["setup", "music.wav", "new.wav", "-c", self.put("1 2 3\n")], "setup.yml")
 
 
 if __name__ == "__main__":

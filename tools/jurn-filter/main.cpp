@@ -33,7 +33,7 @@ void parse(std::vector<std::string> arguments, CLI::App* app, Request* request) 
   request->filters.push_back(std::make_unique<Filter>());
   app->require_subcommand(1);
   for (const auto& add :
-       {add_fir, add_iir, add_sos, add_eq, add_average, add_convolve, add_binaural})
+       {add_fir, add_iir, add_sos, add_eq, add_average, add_convolve, add_binaural, add_setup})
     add(app, request->filters.back().get(), follows ? nullptr : &request->files);
   if (!follows)
     for (const auto& add : {add_level, add_response, add_spectrogram, add_export})

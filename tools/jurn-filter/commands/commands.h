@@ -16,6 +16,7 @@ void add_eq(CLI::App* app, Filter* filter, Files* files);
 void add_average(CLI::App* app, Filter* filter, Files* files);
 void add_convolve(CLI::App* app, Filter* filter, Files* files);
 void add_binaural(CLI::App* app, Filter* filter, Files* files);
+void add_setup(CLI::App* app, Filter* filter, Files* files);
 
 using Run = std::function<void()>;
 void add_level(CLI::App* app, Run* run);

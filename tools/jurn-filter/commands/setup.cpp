@@ -1,0 +1,96 @@
+#include "streams/setup_voice.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include "coefficients/setups.h"
+#include "commands/commands.h"
+#include "errors.h"
+#include "report.h"
+#include "units.h"
+
+namespace jurn {
+namespace {
+
+// Of the convolution with long taps, whose bits follow from it.
+constexpr int kBlock = 1024;
+
+/** "2 inputs, 4 outputs; largest gains -6.0, 0.0 ... dB; late by 3843 frames" and what else a user
+ * wants to know before it plays. */
+void say(const std::string& name, const SetupFile& file, const PreparedSetup& prepared) {
+  std::string gains;
+  for (const double peak : prepared.peak_gain) {
+    char text[32];
+    std::snprintf(text, sizeof text, peak > 0.0 ? "%.1f" : "none", std::round(10.0 * to_decibels(peak)) / 10.0 + 0.0);
+    gains += (gains.empty() ? "" : ", ") + std::string(text);
+  }
+  note(name + ": " + std::to_string(file.setup.inputs) + " in, " +
+       std::to_string(file.setup.outputs()) + " out; largest gains " + gains +
+       " dB; it rings on for " + std::to_string(prepared.tail) + " frames");
+  for (const std::string& remark : file.remarks) note(name + ": " + remark);
+  const int latency = prepared.latency();
+  if (latency > 0)
+    note(name + ": late by " + std::to_string(latency) +
+         " frames where it runs live; they are left out here");
+  for (std::size_t c = 0; c < prepared.late.size(); ++c)
+    if (prepared.late[c] > latency)
+      warn(name + ": output " + std::to_string(c) + " is late by " +
+           std::to_string(prepared.late[c] - latency) +
+           " frames more than another, by its filters of linear phase; a Delay evens it out");
+  for (const Notice& notice : prepared.notices)
+    notice.is_warning() ? warn(name + ": " + notice.text) : note(name + ": " + notice.text);
+}
+
+}  // namespace
+
+void add_setup(CLI::App* app, Filter* filter, Files* files) {
+  struct Options {
+    std::string file;
+    bool no_tail = false;
+  };
+  const auto o = std::make_shared<Options>();
+  CLI::App* setup = add_filter_command(
+      app, filter, files, "setup",
+      "Runs a whole setup of loudspeakers: filters, delays, gains and mixers per channel",
+      "setup song.flac speakers.wav -c two-way.yml");
+  setup
+      ->add_option("-c,--coefficients", o->file,
+                   "Settings of CamillaDSP (YAML): filters, mixers and pipeline")
+      ->required();
+  add_tail(setup, &o->no_tail);
+  add_gain(setup, filter);
+  setup->final_callback([=] {
+    filter->also_read = {o->file};
+    filter->make_chain = [=, said_for = 0](const Recording& recording, double gain) mutable {
+      SetupFile file = read_setup(o->file, recording.rate, recording.channels);
+      if (file.setup.inputs != recording.channels)
+        throw Error(kInputError, o->file + ": takes " + std::to_string(file.setup.inputs) +
+                                     " channels, and " + recording.name + " has " +
+                                     std::to_string(recording.channels));
+      if (gain != 1.0) {
+        SetupStep step{};
+        step.kind = SetupStep::kGain;
+        step.gain = gain;
+        for (int c = 0; c < file.setup.inputs; ++c) step.channels.push_back(c);
+        file.setup.steps.insert(file.setup.steps.begin(), step);
+      }
+      PrepareOptions options;
+      options.rate = recording.rate;
+      options.result = recording.samples;
+      const PreparedSetup prepared = prepare(file.setup, options);
+      if (said_for != recording.rate) say(o->file, file, prepared);
+      said_for = recording.rate;
+      Format format;
+      format.rate = recording.rate;
+      format.inputs = file.setup.inputs;
+      format.outputs = file.setup.outputs();
+      format.block = kBlock;
+      std::unique_ptr<Stage> stage =
+          make_stage(make_setup_voice(prepared, format), prepared.latency());
+      stage->keep_tail = !o->no_tail;
+      return chain_of(std::move(stage));
+    };
+  });
+}
+
+}  // namespace jurn
