@@ -118,7 +118,7 @@ void add_export(CLI::App* app, Run* run) {
                         {{"int16", Precision::kInt16}, {"double", Precision::kDouble}}, "int16");
   add_as_is(command, &o->design);
   add_overwrite(command, &o->overwrite);
-  command->footer("Example:\n  jurn-filter export low_cut.h --eq 'HP 80 order 4' --rate 48000");
+  command->footer("Example:\n  jurn-filter export presence.h --eq 'PK 3k -4 Q 2' --rate 48000");
   command->final_callback([=] { *run = [o] { run_export(*o); }; });
 }
 
