@@ -49,35 +49,19 @@ HrtfSet::HrtfSet(const std::string& path, int rate) {
   for (std::vector<float>& ear : ears_) ear.resize(static_cast<std::size_t>(measured_));
 }
 
-/** Both ears' taps in one direction, as `put(ear, tap, value)`. */
-template <typename Put>
-void HrtfSet::look_up(double azimuth, double elevation, Put put) {
+ImpulseResponse HrtfSet::at(double azimuth, double elevation) {
   float position[] = {static_cast<float>(azimuth), static_cast<float>(elevation), 1.0f};
   mysofa_s2c(position);
   float delays[2];  // frames, as in the file
   mysofa_getfilter_float(set_.get(), position[0], position[1], position[2], ears_[0].data(),
                          ears_[1].data(), &delays[0], &delays[1]);
-  for (int ear = 0; ear < 2; ++ear) {
-    const int delay = std::clamp(static_cast<int>(std::lround(delays[ear])), 0, longest_delay_);
-    for (int k = 0; k < taps(); ++k) {
-      const bool silent = k < delay || k >= delay + measured_;
-      put(ear, k, silent ? 0.0 : ears_[ear][static_cast<std::size_t>(k - delay)] * gain_);
-    }
-  }
-}
-
-ImpulseResponse HrtfSet::at(double azimuth, double elevation) {
   ImpulseResponse response(2, std::vector<double>(static_cast<std::size_t>(taps())));
-  look_up(azimuth, elevation, [&](int ear, int k, double value) {
-    response[static_cast<std::size_t>(ear)][static_cast<std::size_t>(k)] = value;
-  });
+  for (std::size_t ear = 0; ear < 2; ++ear) {
+    const int delay = std::clamp(static_cast<int>(std::lround(delays[ear])), 0, longest_delay_);
+    std::transform(ears_[ear].begin(), ears_[ear].end(), response[ear].begin() + delay,
+                   [&](float tap) { return tap * gain_; });
+  }
   return response;
-}
-
-void HrtfSet::taps_at(double azimuth, double elevation, double gain, float* left, float* right) {
-  look_up(azimuth, elevation, [&](int ear, int k, double value) {
-    (ear ? right : left)[k] = static_cast<float>(value * gain);
-  });
 }
 
 }  // namespace jurn

@@ -25,15 +25,11 @@ class HrtfSet {
 
   /** Taps of each ear, at most kMaxTimeDomainTaps. */
   int taps() const { return measured_ + longest_delay_; }
-  /** The same as `at`, times `gain`, into arrays of taps() values; allocates nothing. */
-  void taps_at(double azimuth, double elevation, double gain, float* left, float* right);
 
  private:
   struct Close {
     void operator()(MYSOFA_EASY* set) const { mysofa_close(set); }
   };
-  template <typename Put>
-  void look_up(double azimuth, double elevation, Put put);
 
   std::unique_ptr<MYSOFA_EASY, Close> set_;
   int measured_ = 0;       // taps of the set

@@ -38,10 +38,8 @@ struct GstJurnBlocksClass {
   GstBaseTransformClass parent_class;
 
   int most_block;  // frames
-  /** Makes the filter of a stream from what its preparer gives first. Throws a sentence for the
-   * user. */
-  std::unique_ptr<jurn::gst::Blocks> (*make)(GstJurnBlocks* self,
-                                             const jurn::gst::StreamFormat& format);
+  /** What to tell the user when the properties ask for no filter. */
+  const char* no_filter;
 };
 
 GType gst_jurn_blocks_get_type(void);
@@ -50,7 +48,7 @@ G_END_DECLS
 
 namespace jurn::gst {
 
-/** Gives an element its preparer, once, and tells which it is. */
+/** Gives an element its preparer of an OfferedFilter, once, and tells which it is. */
 void set_preparer(GstJurnBlocks* self, std::unique_ptr<Preparer> preparer);
 Preparer* preparer_of(GstJurnBlocks* self);
 

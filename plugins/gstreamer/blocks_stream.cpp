@@ -5,6 +5,7 @@
 #include <exception>
 
 using jurn::gst::BlocksState;
+using jurn::gst::OfferedFilter;
 using jurn::gst::Regrouper;
 using jurn::gst::StreamFormat;
 
@@ -59,8 +60,9 @@ static bool make_stream(GstJurnBlocks* self, std::size_t frames) {
   format.block = block_for(self, static_cast<int>(frames));
   try {
     state->preparer->set_format(format);
-    state->stream =
-        std::make_unique<Regrouper>(format, GST_JURN_BLOCKS_GET_CLASS(self)->make(self, format));
+    state->stream = std::make_unique<Regrouper>(
+        GST_ELEMENT(self), state->preparer.get(),
+        state->preparer->first<OfferedFilter>(GST_JURN_BLOCKS_GET_CLASS(self)->no_filter));
   } catch (const std::exception& error) {
     GST_ELEMENT_ERROR(self, LIBRARY, SETTINGS, ("%s", error.what()), (nullptr));
     return false;
@@ -137,7 +139,7 @@ static void drain(GstJurnBlocks* self, bool with_tail) {
   Regrouper* const stream = state->stream.get();
   if (!stream || !state->started) return;
   const std::size_t rest =
-      stream->pending() + (with_tail ? static_cast<std::size_t>(stream->blocks()->tail()) : 0);
+      stream->pending() + (with_tail ? static_cast<std::size_t>(stream->tail()) : 0);
   push_silence(self, rest + static_cast<std::size_t>(stream->format().block), rest);
   forget(state);
 }
@@ -211,7 +213,7 @@ static GstEvent* fill_gap(GstJurnBlocks* self, GstEvent* event) {
   Regrouper* const stream = state->stream.get();
   follow(self, time);
   const guint64 rate = static_cast<guint64>(stream->format().rate);
-  const guint64 ringing = stream->pending() + static_cast<guint64>(stream->blocks()->tail());
+  const guint64 ringing = stream->pending() + static_cast<guint64>(stream->tail());
   const bool has_end = GST_CLOCK_TIME_IS_VALID(duration);
   const guint64 frames = has_end ? gst_util_uint64_scale_round(duration, rate, GST_SECOND) : 0;
   if (has_end && frames <= ringing) {

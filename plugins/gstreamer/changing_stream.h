@@ -55,6 +55,11 @@ class ChangingStream {
     }
     stream_.process(in, frames, out);
   }
+  /** What the first frames of the next block will give. */
+  template <typename Sample>
+  void preview(const Sample* in, int frames, Sample* out) {
+    stream_.preview(in, frames, out);
+  }
   /** Returns to silence and to the newest filter. */
   void reset() { stream_.reset(); }
   /** Frames that ring on. */

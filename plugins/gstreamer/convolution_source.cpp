@@ -1,11 +1,13 @@
 #include "convolution_source.h"
 
-#include <cmath>
 #include <stdexcept>
 
+#include "Convolution_control.h"
+#include "changing_stream.h"
 #include "element.h"
 #include "impulse_responses/routes.h"
 #include "recordings/audio_io.h"
+#include "units.h"
 
 namespace jurn::gst {
 namespace {
@@ -23,13 +25,6 @@ ChannelPairs pairs_of(std::size_t count) {
     default:
       return {{static_cast<int>(count), static_cast<int>(count)}, {1, static_cast<int>(count)}};
   }
-}
-
-/** Taps that a stream has room for, so that most other responses need no other stream. */
-int capacity(int taps) {
-  int room = 8192;
-  while (room < taps) room *= 2;
-  return room;
 }
 
 int rate_of(const std::string& path) {
@@ -92,16 +87,12 @@ void ConvolutionSource::read(const ConvolutionSettings& settings, int rate) {
 
 std::unique_ptr<Offer> ConvolutionSource::prepare(const StreamFormat& format,
                                                   std::vector<std::string>*) {
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    tried_ = settings_;
-    tried_version_ = version_;
-  }
-  const bool by_routes = !tried_.routes.empty();
-  const std::string& name = by_routes ? tried_.routes : tried_.location;
-  find_pairs(tried_);
+  const ConvolutionSettings& settings = next();
+  const bool by_routes = !settings.routes.empty();
+  const std::string& name = by_routes ? settings.routes : settings.location;
+  find_pairs(settings);
   if (name.empty()) return nullptr;
-  read(tried_, format.rate ? format.rate : by_routes ? kUsualRate : rate_of(name));
+  read(settings, format.rate ? format.rate : by_routes ? kUsualRate : rate_of(name));
   if (!format.block) return nullptr;
   jurn::Routing routing =
       by_routes ? files_.routing
@@ -111,21 +102,21 @@ std::unique_ptr<Offer> ConvolutionSource::prepare(const StreamFormat& format,
                              std::to_string(routing.outputs) + " channels, and the stream has " +
                              std::to_string(format.inputs) + " and " +
                              std::to_string(format.outputs));
-  if (tried_.normalise) jurn::normalise(&routing, name);
-  jurn::scale(&routing, std::pow(10.0, tried_.gain_db / 20.0));
-  const Convolution_shape shape{format.inputs, format.outputs, format.block,
-                                capacity(routing.longest())};
-  return std::make_unique<PreparedConvolution>(shape, routing);
+  if (settings.normalise) jurn::normalise(&routing, name);
+  jurn::scale(&routing, jurn::from_decibels(settings.gain_db));
+  return std::make_unique<OfferedFilter>(
+      jurn::make_convolution(routing, routing.longest(), settings.precision,
+                             engine_format(format, format.block, jurn::kConvolutionHistory)));
 }
 
 void ConvolutionSource::settled(bool well) {
+  SettingsPreparer::settled(well);
   const std::lock_guard<std::mutex> lock(mutex_);
   if (well) {
-    good_ = tried_;
     good_pairs_ = pairs_;
-  } else if (version_ == tried_version_) {
-    settings_ = good_;
+  } else {
     pairs_ = good_pairs_;
+    counted_setting_ = -1;
   }
 }
 

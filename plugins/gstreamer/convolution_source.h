@@ -6,8 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "preparer.h"
-#include "streams/convolve.h"
+#include "design/prepare.h"
+#include "settings_preparer.h"
+#include "streams/routing.h"
 
 namespace jurn::gst {
 
@@ -16,6 +17,7 @@ struct ConvolutionSettings {
   std::string location, routes;
   double gain_db = 0.0;
   bool normalise = false, resample = false;
+  jurn::Precision precision = jurn::Precision::kDouble;
   int setting = 0;  // which time the files were set: the same name may mean another file
 
   void set_location(const std::string& path) {
@@ -33,39 +35,11 @@ struct ConvolutionSettings {
 /** Channels in and out that a response can connect; none: as many in as out. */
 using ChannelPairs = std::vector<std::pair<int, int>>;
 
-/** A response and a silent stream for it. */
-struct PreparedConvolution : Offer {
-  PreparedConvolution(const Convolution_shape& s, const jurn::Routing& routing)
-      : shape(s),
-        response(s, routing),
-        stream(std::make_unique<jurn::ConvolutionStream>(s)),
-        copy(std::make_unique<jurn::ConvolutionStream>(s)),
-        taps(routing.longest()) {}
-
-  Convolution_shape shape;
-  jurn::ConvolutionResponse response;
-  std::unique_ptr<jurn::ConvolutionStream> stream, copy;  // the copy to look ahead with
-  int taps;
-};
-
-/** Reads files, once for all gains, and makes responses of them. */
-class ConvolutionSource final : public Preparer {
+/** Reads files, once for all gains, and makes filters of them. */
+class ConvolutionSource final : public SettingsPreparer<ConvolutionSettings> {
  public:
-  using Preparer::Preparer;
+  using SettingsPreparer::SettingsPreparer;
 
-  template <typename Change>
-  void change(Change change) {
-    {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      change(&settings_);
-      ++version_;
-    }
-    request();
-  }
-  ConvolutionSettings settings() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return settings_;
-  }
   /** Waits until the files that are set are read. */
   ChannelPairs pairs();
 
@@ -87,13 +61,9 @@ class ConvolutionSource final : public Preparer {
   void find_pairs(const ConvolutionSettings& settings);
 
   mutable std::mutex mutex_;
-  ConvolutionSettings settings_;
-  guint64 version_ = 0;  // changes of the settings
   ChannelPairs pairs_;
 
   // The worker's own.
-  ConvolutionSettings tried_, good_;
-  guint64 tried_version_ = 0;
   ChannelPairs good_pairs_;
   int counted_setting_ = -1;  // whose channels are known
   Files files_;

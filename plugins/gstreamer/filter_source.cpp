@@ -173,12 +173,12 @@ FilterDesign FilterSource::read(int rate) const {
   return jurn::load_design(path_, options);
 }
 
-const FilterDesign& FilterPreparer::read(int rate) {
-  const gint64 written = time_of_writing(tried_.file());
-  if (!tried_.reads_as(read_from_) || read_rate_ != rate || written != written_) {
+const FilterDesign& FilterPreparer::read(const FilterSource& source, int rate) {
+  const gint64 written = time_of_writing(source.file());
+  if (!source.reads_as(read_from_) || read_rate_ != rate || written != written_) {
     read_rate_ = 0;
-    design_ = tried_.read(rate);
-    read_from_ = tried_;
+    design_ = source.read(rate);
+    read_from_ = source;
     read_rate_ = rate;
     written_ = written;
   }
@@ -187,34 +187,30 @@ const FilterDesign& FilterPreparer::read(int rate) {
 
 std::unique_ptr<Offer> FilterPreparer::prepare(const StreamFormat& format,
                                                std::vector<std::string>* warnings) {
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    tried_ = source_;
-    tried_version_ = version_;
-  }
+  const FilterSource& source = next();
   // A file of coefficients is read for its rate.
-  if (!format.rate || tried_.is_empty()) return nullptr;
+  if (!format.rate || source.is_empty()) return nullptr;
   const jurn::Format engine = engine_format(format, 1, kHistory);
-  if (tried_.kind == Kind::kAverage) {
-    if (tried_.precision == jurn::Precision::kInt16 && tried_.length > jurn::kMaxAverage)
-      throw std::runtime_error("length=" + std::to_string(tried_.length) + ": at most " +
+  if (source.kind == Kind::kAverage) {
+    if (source.precision == jurn::Precision::kInt16 && source.length > jurn::kMaxAverage)
+      throw std::runtime_error("length=" + std::to_string(source.length) + ": at most " +
                                std::to_string(jurn::kMaxAverage) +
                                " with precision=int16, and any with precision=double");
     return std::make_unique<OfferedFilter>(
-        jurn::make_mean(tried_.length, tried_.precision, engine));
+        jurn::make_mean(source.length, source.precision, engine));
   }
-  FilterDesign design = read(format.rate);
+  FilterDesign design = read(source, format.rate);
   const auto warn = [&](const std::string& text) {
     if (!text.empty()) warnings->push_back(text);
   };
-  const std::string name = tried_.name();
-  const double gain = jurn::from_decibels(tried_.gain_db);
+  const std::string name = source.name();
+  const double gain = jurn::from_decibels(source.gain_db);
   jurn::check_signs(name, std::nullopt, &design);
   if (const std::string peak = jurn::check_peak(name, design, gain); !peak.empty())
     warn(peak + "; a lower gain avoids it");
   jurn::scale(&design, gain);
   jurn::PrepareOptions options;
-  options.precision = tried_.precision;
+  options.precision = source.precision;
   options.result = format.is_float ? jurn::SampleFormat::kFloat : jurn::SampleFormat::kInt16;
   options.rate = format.rate;
   options.in_blocks = false;
@@ -225,14 +221,6 @@ std::unique_ptr<Offer> FilterPreparer::prepare(const StreamFormat& format,
       warn(name + ": " + notice.text +
            (notice.remedy == jurn::Notice::kInDouble ? "; precision=double avoids it" : ""));
   return std::make_unique<OfferedFilter>(jurn::make_voice(prepared, engine));
-}
-
-void FilterPreparer::settled(bool well) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  if (well)
-    good_ = tried_;
-  else if (version_ == tried_version_)
-    source_ = good_;
 }
 
 }  // namespace jurn::gst

@@ -5,14 +5,13 @@
 
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "design/equaliser.h"
 #include "design/filter_design.h"
 #include "design/prepare.h"
-#include "preparer.h"
+#include "settings_preparer.h"
 
 namespace jurn::gst {
 
@@ -70,37 +69,16 @@ class FilterSource {
 };
 
 /** Reads filters, once for all gains, and prepares them as jurn-filter does. */
-class FilterPreparer final : public Preparer {
+class FilterPreparer final : public SettingsPreparer<FilterSource> {
  public:
-  using Preparer::Preparer;
-
-  template <typename Change>
-  void change(Change change) {
-    {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      change(&source_);
-      ++version_;
-    }
-    request();
-  }
-  FilterSource source() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return source_;
-  }
+  using SettingsPreparer::SettingsPreparer;
 
  private:
   std::unique_ptr<Offer> prepare(const StreamFormat& format,
                                  std::vector<std::string>* warnings) override;
-  void settled(bool well) override;
-  const jurn::FilterDesign& read(int rate);
-
-  mutable std::mutex mutex_;
-  FilterSource source_;
-  guint64 version_ = 0;  // changes of the source
+  const jurn::FilterDesign& read(const FilterSource& source, int rate);
 
   // The worker's own.
-  FilterSource tried_, good_;
-  guint64 tried_version_ = 0;
   FilterSource read_from_;  // what was read last, and for what
   int read_rate_ = 0;
   gint64 written_ = 0;

@@ -10,105 +10,18 @@
  */
 #include "jurnconvolve.h"
 
-#include <cmath>
-#include <cstring>
-#include <utility>
-
+#include "Convolution_control.h"
 #include "blocks.h"
 #include "convolution_source.h"
 
 using jurn::gst::ConvolutionSource;
-using jurn::gst::PreparedConvolution;
-using jurn::gst::StreamFormat;
 
 namespace {
 
-enum Property { kLocation = 1, kRoutes, kGain, kNormalise, kResample };
+enum Property { kLocation = 1, kRoutes, kGain, kNormalise, kResample, kPrecision };
 
 constexpr char kCaps[] = GST_AUDIO_CAPS_MAKE("{ " GST_AUDIO_NE(S16) ", " GST_AUDIO_NE(
     F32) " }") ", layout = (string) interleaved, channels = (int) [ 1, 16 ]";
-
-void run(const PreparedConvolution& c, const short* in, short* out) {
-  MORVAX_ConvolutionRun_API(c.stream->get(), c.response.get(), in, out);
-}
-void run(const PreparedConvolution& c, const float* in, float* out) {
-  MORVAX_ConvolutionRun_API_float(c.stream->get(), c.response.get(), in, out);
-}
-void fade(const PreparedConvolution& from, const PreparedConvolution& to, const short* in,
-          short* out) {
-  MORVAX_ConvolutionFade_API(from.stream->get(), from.response.get(), to.response.get(), in, out);
-}
-void fade(const PreparedConvolution& from, const PreparedConvolution& to, const float* in,
-          float* out) {
-  MORVAX_ConvolutionFade_API_float(from.stream->get(), from.response.get(), to.response.get(), in,
-                                   out);
-}
-
-template <typename Sample>
-class ConvolveBlocks final : public jurn::gst::Blocks {
- public:
-  ConvolveBlocks(GstElement* element, ConvolutionSource* source,
-                 std::unique_ptr<PreparedConvolution> first)
-      : element_(element), source_(source), current_(first.release()), other_(values()) {}
-  ~ConvolveBlocks() override { source_->give_back(current_); }
-
-  void process(const void* input, void* output, GstClockTime time) override {
-    if (GST_CLOCK_TIME_IS_VALID(time)) gst_object_sync_values(GST_OBJECT(element_), time);
-    source_->settle();
-    const auto* const in = static_cast<const Sample*>(input);
-    auto* const out = static_cast<Sample*>(output);
-    auto* const next = source_->take<PreparedConvolution>();
-    if (!next) return run(*current_, in, out);
-    if (next->shape.taps == current_->shape.taps) {
-      fade(*current_, *next, in, out);
-      std::swap(current_->stream, next->stream);
-      std::swap(current_->copy, next->copy);
-    } else {
-      // A stream of another length starts from silence; both run over this block.
-      run(*next, in, other_.data());
-      run(*current_, in, out);
-      mix(out);
-    }
-    source_->give_back(std::exchange(current_, next));
-  }
-
-  void preview(const void* input, void* output) override {
-    current_->stream.swap(current_->copy);
-    std::memcpy(current_->stream->get(), current_->copy->get(),
-                MORVAX_ConvolutionStreamSize_API(&current_->shape));
-    run(*current_, static_cast<const Sample*>(input), static_cast<Sample*>(output));
-    current_->stream.swap(current_->copy);
-  }
-
-  void reset() override { MORVAX_ConvolutionReset_API(current_->stream->get()); }
-  std::int64_t tail() const override { return current_->taps - 1; }
-
- private:
-  std::size_t values() const {
-    return static_cast<std::size_t>(current_->shape.block * current_->shape.outputs);
-  }
-
-  /** From `out` to the other one over the block. */
-  void mix(Sample* out) const {
-    const int block = current_->shape.block, outputs = current_->shape.outputs;
-    for (std::size_t i = 0; i < other_.size(); ++i) {
-      const int frame = static_cast<int>(i) / outputs;
-      const float weight =
-          block > 1 ? static_cast<float>(frame) / static_cast<float>(block - 1) : 1.0f;
-      const float mixed =
-          (1.0f - weight) * static_cast<float>(out[i]) + weight * static_cast<float>(other_[i]);
-      if constexpr (std::is_same_v<Sample, short>)
-        out[i] = static_cast<short>(std::lrint(mixed));
-      else
-        out[i] = mixed;
-    }
-  }
-
-  GstElement* element_;
-  ConvolutionSource* source_;
-  PreparedConvolution* current_;
-  std::vector<Sample> other_;
-};
 
 }  // namespace
 
@@ -125,14 +38,6 @@ GST_ELEMENT_REGISTER_DEFINE(jurnconvolve, "jurnconvolve", GST_RANK_NONE, GST_TYP
 
 static ConvolutionSource* source_of(gpointer object) {
   return static_cast<ConvolutionSource*>(jurn::gst::preparer_of(GST_JURN_BLOCKS(object)));
-}
-
-static std::unique_ptr<jurn::gst::Blocks> make(GstJurnBlocks* base, const StreamFormat& format) {
-  ConvolutionSource* const source = source_of(base);
-  auto first = source->first<PreparedConvolution>("no impulse response: set location or routes");
-  if (format.is_float)
-    return std::make_unique<ConvolveBlocks<float>>(GST_ELEMENT(base), source, std::move(first));
-  return std::make_unique<ConvolveBlocks<short>>(GST_ELEMENT(base), source, std::move(first));
 }
 
 static GstCaps* transform_caps(GstBaseTransform* transform, GstPadDirection direction,
@@ -177,6 +82,8 @@ static void set_property(GObject* object, guint id, const GValue* value, GParamS
       return change([&](Settings* s) { s->normalise = g_value_get_boolean(value); });
     case kResample:
       return change([&](Settings* s) { s->resample = g_value_get_boolean(value); });
+    case kPrecision:
+      return change([&](Settings* s) { s->precision = jurn::gst::precision_of(value); });
     default:
       if (!jurn::gst::set_blocks_property(object, id, value))
         G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
@@ -197,6 +104,8 @@ static void get_property(GObject* object, guint id, GValue* value, GParamSpec* s
       return g_value_set_boolean(value, settings.normalise);
     case kResample:
       return g_value_set_boolean(value, settings.resample);
+    case kPrecision:
+      return g_value_set_enum(value, static_cast<gint>(settings.precision));
     default:
       G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
   }
@@ -235,6 +144,9 @@ static void gst_jurn_convolve_class_init(GstJurnConvolveClass* klass) {
           g_param_spec_boolean("resample", "Resample",
                                "Convert an impulse response at another rate than the stream's",
                                FALSE, flags));
+  install(kPrecision, jurn::gst::precision_spec(
+                          "double, with sums in float, the result rounded to its samples; or "
+                          "int16: 16 bits in and out, as on a device"));
   jurn::gst::install_blocks_properties(object_class, JURN_CONVOLUTION_BLOCK);
 
   GstElementClass* const element_class = GST_ELEMENT_CLASS(klass);
@@ -243,5 +155,5 @@ static void gst_jurn_convolve_class_init(GstJurnConvolveClass* klass) {
       "Convolves with impulse responses of any length without latency", "the JURN authors");
   jurn::gst::add_pad_templates(element_class, kCaps, kCaps);
   GST_BASE_TRANSFORM_CLASS(klass)->transform_caps = transform_caps;
-  GST_JURN_BLOCKS_CLASS(klass)->make = make;
+  GST_JURN_BLOCKS_CLASS(klass)->no_filter = "no impulse response: set location or routes";
 }

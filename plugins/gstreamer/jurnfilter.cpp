@@ -134,7 +134,7 @@ static void set_property(GObject* object, guint id, const GValue* value, GParamS
 
 static void get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
   GstJurnFilter* const self = GST_JURN_FILTER(object);
-  const FilterSource source = self->state->preparer.source();
+  const FilterSource source = self->state->preparer.settings();
   switch (id) {
     case kLocation:
       return g_value_set_string(value, source.file().c_str());
@@ -230,8 +230,9 @@ static GstFlowReturn transform_ip(GstBaseTransform* transform, GstBuffer* buffer
   if (!state->running) return GST_FLOW_NOT_NEGOTIATED;
   // The first frames of a segment follow on those of the segment before.
   if (GST_BUFFER_IS_DISCONT(buffer) && !state->is_new_segment) state->running->reset();
-  if (GST_BUFFER_PTS_IS_VALID(buffer)) follow_controls(self, GST_BUFFER_PTS(buffer));
-  state->preparer.settle();
+  state->preparer.settle([&] {
+    if (GST_BUFFER_PTS_IS_VALID(buffer)) follow_controls(self, GST_BUFFER_PTS(buffer));
+  });
   GstMapInfo map;
   if (!gst_buffer_map(buffer, &map, GST_MAP_READWRITE)) return GST_FLOW_ERROR;
   process_bytes(self, map.data, map.size);

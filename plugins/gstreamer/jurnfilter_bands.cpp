@@ -82,7 +82,7 @@ void get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
   GstJurnFilterBand* const self = band_of(object);
   EqualiserFilter band{};
   if (self->preparer) {
-    const jurn::gst::FilterSource source = self->preparer->source();
+    const jurn::gst::FilterSource source = self->preparer->settings();
     if (self->index < source.bands().size()) band = source.bands()[self->index];
   }
   switch (id) {

@@ -19,7 +19,7 @@ class Bands {
   Bands(const Bands&) = delete;
   Bands& operator=(const Bands&) = delete;
 
-  guint count() const { return static_cast<guint>(preparer_->source().bands().size()); }
+  guint count() const { return static_cast<guint>(preparer_->settings().bands().size()); }
   /** With a reference for the caller; null beyond the bands. */
   GObject* child(guint index);
   /** The streaming thread: what control sources say of a stream time. */

@@ -59,9 +59,11 @@ class Preparer {
   std::unique_ptr<T> first(const char* none) {
     return std::unique_ptr<T>(static_cast<T*>(first_of_any(none)));
   }
-  /** The streaming thread, before each buffer. */
-  void settle() {
+  /** The streaming thread, before each buffer. `follow` sets what control sources say. */
+  template <typename Follow>
+  void settle(Follow follow) {
     streaming_thread_.store(g_thread_self(), std::memory_order_relaxed);
+    follow();
     if (changed_by_stream_.load(std::memory_order_relaxed)) {
       changed_by_stream_ = false;
       wait();

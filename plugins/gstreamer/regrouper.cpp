@@ -10,11 +10,28 @@ static std::size_t size(int value) {
   return static_cast<std::size_t>(value);
 }
 
-Regrouper::Regrouper(const StreamFormat& format, std::unique_ptr<Blocks> blocks)
-    : format_(format), blocks_(std::move(blocks)), block_(size(format.block)) {
-  const std::size_t sample = format.is_float ? sizeof(float) : sizeof(short);
-  in_bytes_ = sample * size(format.inputs);
-  out_bytes_ = sample * size(format.outputs);
+static const float* floats(const guint8* bytes) {
+  return static_cast<const float*>(static_cast<const void*>(bytes));
+}
+static float* floats(guint8* bytes) {
+  return static_cast<float*>(static_cast<void*>(bytes));
+}
+static const short* shorts(const guint8* bytes) {
+  return static_cast<const short*>(static_cast<const void*>(bytes));
+}
+static short* shorts(guint8* bytes) {
+  return static_cast<short*>(static_cast<void*>(bytes));
+}
+
+Regrouper::Regrouper(GstElement* element, Preparer* preparer, std::unique_ptr<OfferedFilter> first)
+    : element_(element),
+      preparer_(preparer),
+      format_(first->made_for),
+      filter_(preparer, std::move(first)),
+      block_(size(format_.block)) {
+  const std::size_t sample = format_.is_float ? sizeof(float) : sizeof(short);
+  in_bytes_ = sample * size(format_.inputs);
+  out_bytes_ = sample * size(format_.outputs);
   begun_.resize(block_ * in_bytes_);
   finished_.resize(block_ * out_bytes_);
 }
@@ -22,6 +39,18 @@ Regrouper::Regrouper(const StreamFormat& format, std::unique_ptr<Blocks> blocks)
 std::size_t Regrouper::ready(std::size_t frames) const {
   const std::size_t whole = (taken_ + frames) / block_ * block_;
   return whole ? whole - given_ : 0;
+}
+
+/** One block. */
+void Regrouper::process(const guint8* in, guint8* out, GstClockTime stream_time) {
+  preparer_->settle([&] {
+    if (GST_CLOCK_TIME_IS_VALID(stream_time))
+      gst_object_sync_values(GST_OBJECT(element_), stream_time);
+  });
+  if (format_.is_float)
+    filter_.process(floats(in), format_.block, floats(out));
+  else
+    filter_.process(shorts(in), format_.block, shorts(out));
 }
 
 void Regrouper::push(const guint8* in, std::size_t frames, guint8* out, const GstSegment& segment) {
@@ -34,7 +63,7 @@ void Regrouper::push(const guint8* in, std::size_t frames, guint8* out, const Gs
   };
   while (frames > 0) {
     if (taken_ == 0 && frames >= block_ && in) {
-      blocks_->process(in, out + produced * out_bytes_, stream_time());
+      process(in, out + produced * out_bytes_, stream_time());
       in += block_ * in_bytes_;
       frames -= block_;
       produced += block_;
@@ -51,7 +80,7 @@ void Regrouper::push(const guint8* in, std::size_t frames, guint8* out, const Gs
     frames -= taken;
     taken_ += taken;
     if (taken_ < block_) break;
-    blocks_->process(begun_.data(), finished_.data(), stream_time());
+    process(begun_.data(), finished_.data(), stream_time());
     std::memcpy(out + produced * out_bytes_, finished_.data() + given_ * out_bytes_,
                 (block_ - given_) * out_bytes_);
     produced += block_ - given_;
@@ -60,8 +89,11 @@ void Regrouper::push(const guint8* in, std::size_t frames, guint8* out, const Gs
 }
 
 void Regrouper::give_pending(guint8* out) {
-  std::memset(begun_.data() + taken_ * in_bytes_, 0, (block_ - taken_) * in_bytes_);
-  blocks_->preview(begun_.data(), finished_.data());
+  const int frames = static_cast<int>(taken_);
+  if (format_.is_float)
+    filter_.preview(floats(begun_.data()), frames, floats(finished_.data()));
+  else
+    filter_.preview(shorts(begun_.data()), frames, shorts(finished_.data()));
   std::memcpy(out, finished_.data() + given_ * out_bytes_, pending() * out_bytes_);
   given_ = taken_;
 }
@@ -69,7 +101,7 @@ void Regrouper::give_pending(guint8* out) {
 void Regrouper::reset() {
   taken_ = given_ = 0;
   set_time(GST_CLOCK_TIME_NONE);
-  blocks_->reset();
+  filter_.reset();
 }
 
 GstClockTime Regrouper::time_of(std::size_t ahead) const {

@@ -4,28 +4,13 @@
 #include <gst/gst.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <vector>
 
+#include "changing_stream.h"
 #include "preparer.h"
 
 namespace jurn::gst {
-
-/** A filter that runs in blocks. Its owner is the streaming thread. */
-class Blocks {
- public:
-  virtual ~Blocks() = default;
-
-  /** One block of interleaved samples of the negotiated format; `time` is its stream time, if there
-   * is one. */
-  virtual void process(const void* in, void* out, GstClockTime time) = 0;
-  /** What process() would put out, with the filter that runs; nothing changes. */
-  virtual void preview(const void* in, void* out) = 0;
-  virtual void reset() = 0;
-  /** Frames that ring on. */
-  virtual std::int64_t tail() const = 0;
-};
 
 /**
  * Regroups what comes in into blocks and counts the time of what goes out. The frames of a block
@@ -34,11 +19,12 @@ class Blocks {
  */
 class Regrouper {
  public:
-  /** A stream with the filter `blocks`. */
-  Regrouper(const StreamFormat& format, std::unique_ptr<Blocks> blocks);
+  /** A stream of an element's, with its first filter. */
+  Regrouper(GstElement* element, Preparer* preparer, std::unique_ptr<OfferedFilter> first);
 
   const StreamFormat& format() const { return format_; }
-  Blocks* blocks() const { return blocks_.get(); }
+  /** Frames that ring on. */
+  int tail() const { return filter_.tail(); }
   std::size_t in_bytes() const { return in_bytes_; }  // of a frame
   std::size_t out_bytes() const { return out_bytes_; }
 
@@ -65,9 +51,12 @@ class Regrouper {
 
  private:
   GstClockTime time_of(std::size_t ahead) const;
+  void process(const guint8* in, guint8* out, GstClockTime stream_time);
 
+  GstElement* element_;
+  Preparer* preparer_;
   StreamFormat format_;
-  std::unique_ptr<Blocks> blocks_;
+  ChangingStream filter_;
   std::size_t block_, in_bytes_, out_bytes_;
   std::vector<guint8> begun_;     // a block that is not complete
   std::size_t taken_ = 0;         // frames of it that came in,

@@ -31,18 +31,23 @@ constexpr double kFifth[] = {0.1, 0.2, 0.1, 0.2, 0.1, 0.2, 1.0, -0.5, 0.25, -0.1
 constexpr char kLowCut[] = "0.9 -1.8 0.9\n1 -1.8 0.81\n";  // numerator, denominator
 
 /** What comes out of an element, in buffers of up to `most` frames, as long as the tool's result:
- * the tool ends some kinds with the recording. */
+ * the tool ends some kinds with the recording. What an element ends before nobody hears: it is
+ * below half a step of 24 bits. */
 template <typename Sample>
 std::vector<Sample> result_of(const std::string& element, const std::vector<Sample>& in,
-                              int channels, int most, std::size_t length) {
+                              int channels, int most, std::vector<Sample>* expected) {
   Harness harness(element + " name=it");
   harness.caps(
       caps_of(channels, std::is_same_v<Sample, float> ? GST_AUDIO_NE(F32) : GST_AUDIO_NE(S16)));
   harness.push_all(in, 1, most);
   harness.end();
   std::vector<Sample> result = harness.pull_all<Sample>();
-  EXPECT_GE(result.size(), length);
-  result.resize(length);
+  for (std::size_t i = result.size(); i < expected->size(); ++i) {
+    Sample& rest = (*expected)[i];
+    EXPECT_LE(std::abs(static_cast<double>(rest)), 0x1p-24);
+    rest = 0;
+  }
+  result.resize(expected->size());
   return result;
 }
 
@@ -95,22 +100,23 @@ TEST_F(Elements, EveryKindIsTheToolsWhateverTheBuffers) {
       {"jurnfilter " + device + " kind=average length=24", "average --length 24", 2},
       {"jurnfilter " + device + " kind=average length=2000", "average --length 2000", 1},
       {"jurnconvolve block=480 gain=-6 location=" + band,
-       "convolve --precision int16 --block 480 --gain -6 --ir " + band, 2},
-      {"jurnconvolve block=480 routes=" + routes,
-       "convolve --precision int16 --block 480 --routes " + routes, 2},
-      {"jurnbinaural block=256 azimuth=40", "binaural --block 256 --azimuth 40", 1},
+       "convolve --block 480 --gain -6 --ir " + band, 2},
+      {"jurnconvolve block=480 routes=" + routes, "convolve --block 480 --routes " + routes, 2},
+      {"jurnconvolve block=480 gain=-6 location=" + band + " " + device,
+       "convolve --block 480 --gain -6 --ir " + band + " --precision int16", 2},
+      {"jurnconvolve block=480 routes=" + routes + " " + device,
+       "convolve --block 480 --routes " + routes + " --precision int16", 2},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.element);
     const Samples in = material(40000, c.channels);
-    const Samples expected = tool(c.arguments, in, c.channels);
+    Samples expected = tool(c.arguments, in, c.channels);
     for (const int most : {5000, 300})
-      expect_same(result_of(c.element, in, c.channels, most, expected.size()), expected);
-    if (c.element.find("jurnfilter") == c.element.npos) continue;
+      expect_same(result_of(c.element, in, c.channels, most, &expected), expected);
     std::vector<float> floats;
     for (const short x : in) floats.push_back(static_cast<float>(x) / 32768.0f);
     std::vector<float> exact = tool<float>(c.arguments, in, c.channels);
-    std::vector<float> result = result_of(c.element, floats, c.channels, 700, exact.size());
+    std::vector<float> result = result_of(c.element, floats, c.channels, 700, &exact);
     // What is 600 dB below full scale ends in silence a little sooner on this scale than on
     // int16's.
     for (std::vector<float>* both : {&exact, &result})

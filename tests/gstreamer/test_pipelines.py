@@ -56,7 +56,7 @@ class PipelineTest(unittest.TestCase):
                                 *arguments[1:]], check=True)
                 tool_channels, expected = samples("tool.wav")
                 self.assertEqual(channels, tool_channels)
-                self.assertEqual(len(result), len(expected))
+                self.assertFalse(any(expected[len(result):]))  # which nobody hears
                 self.assertLessEqual(max(abs(x - y) for x, y in zip(result, expected)), 1, element)
             self.assertGreaterEqual(len(result), len(samples(SPEECH)[1]) * channels)
 

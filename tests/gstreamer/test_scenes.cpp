@@ -112,7 +112,15 @@ TEST_F(Scenes, AGapIsSilence) {
         gst_buffer_unref(buffer);
       }
       ASSERT_EQ(result.size(), expected.size());
-      EXPECT_TRUE(result == expected);
+      // After a gap that is longer than the filter rings, blocks begin elsewhere: sums of floats
+      // are rounded in another order.
+      const bool same = gap == 100 || line.find("block") == line.npos;
+      std::size_t different = 0;
+      for (std::size_t i = 0; i < result.size(); ++i) {
+        ASSERT_NEAR(result[i], expected[i], same ? 0 : 1) << i;
+        different += result[i] != expected[i];
+      }
+      EXPECT_LE(different, result.size() / 1000);
     }
 }
 
@@ -300,6 +308,61 @@ TEST_F(Scenes, BandsAreChildren) {
   gst_util_set_object_arg(G_OBJECT(it), "equaliser", "PK 1k 3 Q 1");
   EXPECT_EQ(gst_child_proxy_get_children_count(GST_CHILD_PROXY(it)), 1u);
   gst_object_unref(it);
+}
+
+TEST_F(Scenes, AnyOtherResponseFadesIn) {
+  // 8001, 9001 and 65,001 taps, the loudest of them late, by whole periods of the tone below.
+  const auto room = [&](int taps) {
+    std::string text;
+    for (int i = 0; i < taps; ++i) {
+      const double along = i,
+                   rings = 0.02 * std::exp(-6.0 * along / taps) * std::sin(along * along);
+      text += std::to_string(i == taps * 3 / 4 / 48 * 48 ? 1.0 : rings) + "\n";
+    }
+    return write(std::to_string(taps) + ".txt", text);
+  };
+  const std::string longer = room(65001), routes = write("routes.txt", "1 1 " + longer + "\n");
+  const std::string at_44 = std::string(kBand).replace(std::string(kBand).find("-48-"), 4, "-44-");
+  const struct {
+    const char* property;
+    std::string path;
+  } changes[] = {{"location", room(9001)}, {"location", longer}, {"routes", routes},
+                 {"location", at_44},      {"location", kBand},  {"location", room(300)}};
+  constexpr double kTurn = 2.0 * 3.14159265358979323846 * 1000.0 / kRate;
+  Samples in(kRate);  // whole periods, so that it goes on from itself
+  for (std::size_t i = 0; i < in.size(); ++i)
+    in[i] = static_cast<short>(std::lrint(8000.0 * std::sin(kTurn * static_cast<double>(i))));
+  for (const char* precision : {"double", "int16"}) {
+    const std::string line =
+        std::string("jurnconvolve name=it tail=false resample=true precision=") + precision;
+    Harness harness(line + " block=480 location=" + room(8001));
+    harness.caps(caps_of(1));
+    for (int second = 0; second < 2; ++second) harness.push_all(in, 480, 480);
+    for (const auto& c : changes) {
+      SCOPED_TRACE(c.path + " " + precision);
+      harness.set(c.property, c.path.c_str());
+      for (int second = 0; second < 3; ++second) harness.push_all(in, 480, 480);
+      Harness fresh(line + " block=480 " + c.property + "=" + c.path);
+      fresh.caps(caps_of(1));
+      for (int second = 0; second < 3; ++second) fresh.push_all(in, 480, 480);
+      const Samples result = harness.pull_all<short>(), expected = fresh.pull_all<short>();
+      // Neither a step, which a tone does not explain, nor a hole.
+      const std::size_t first = result.size() - 3 * in.size();
+      double step = 0.0;
+      for (std::size_t i = std::max<std::size_t>(first, 9600); i + 1 < result.size(); ++i)
+        step = std::max(
+            step, std::abs(result[i - 1] + result[i + 1] - 2.0 * std::cos(kTurn) * result[i]));
+      EXPECT_LT(step, 60.0);
+      for (std::size_t i = first; i < result.size(); i += 480)
+        ASSERT_GT(*std::max_element(result.begin() + static_cast<std::ptrdiff_t>(i),
+                                    result.begin() + static_cast<std::ptrdiff_t>(i) + 480),
+                  2000)
+            << i - first;
+      // It is what the other response gives that ran all along.
+      for (std::size_t i = 1; i <= 4800; ++i)
+        ASSERT_NEAR(result[result.size() - i], expected[expected.size() - i], 1) << i;
+    }
+  }
 }
 
 TEST_F(Scenes, TheLastSourceThatIsSetWins) {
