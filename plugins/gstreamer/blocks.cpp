@@ -1,6 +1,5 @@
 #include "blocks.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "blocks_stream.h"
@@ -114,20 +113,9 @@ static gboolean query(GstBaseTransform* transform, GstPadDirection direction, Gs
   if (direction != GST_PAD_SRC || GST_QUERY_TYPE(asked) != GST_QUERY_LATENCY)
     return GST_BASE_TRANSFORM_CLASS(gst_jurn_blocks_parent_class)
         ->query(transform, direction, asked);
-  if (!gst_pad_peer_query(GST_BASE_TRANSFORM_SINK_PAD(transform), asked)) return FALSE;
-  gboolean live;
-  GstClockTime least, most;
-  gst_query_parse_latency(asked, &live, &least, &most);
-  if (self->state->regroups) {
-    const StreamFormat format = self->state->preparer->format();
-    const GstClockTime added =
-        gst_util_uint64_scale_ceil(static_cast<guint64>(format.block), GST_SECOND,
-                                   static_cast<guint64>(std::max(format.rate, 1)));
-    least += added;
-    if (GST_CLOCK_TIME_IS_VALID(most)) most += added;
-  }
-  gst_query_set_latency(asked, live, least, most);
-  return TRUE;
+  const StreamFormat format = self->state->preparer->format();
+  return jurn::gst::answer_latency(transform, asked, self->state->regroups ? format.block : 0,
+                                   format.rate);
 }
 
 static gboolean start(GstBaseTransform* transform) {

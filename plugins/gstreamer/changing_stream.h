@@ -14,8 +14,8 @@ constexpr int kFadeFrames = 1024;
 
 /** A filter for a stream. On its way back it carries those that the stream no longer needs. */
 struct OfferedFilter : Offer {
-  explicit OfferedFilter(std::unique_ptr<jurn::Voice> voice)
-      : change(std::make_unique<jurn::Change>(std::move(voice), kFadeFrames)) {}
+  explicit OfferedFilter(std::unique_ptr<jurn::Voice> voice, int delay = 0)
+      : change(std::make_unique<jurn::Change>(std::move(voice), kFadeFrames)), late(delay) {}
   ~OfferedFilter() override {
     while (retired) {
       const std::unique_ptr<jurn::Change> old(retired);
@@ -24,6 +24,7 @@ struct OfferedFilter : Offer {
   }
 
   std::unique_ptr<jurn::Change> change;
+  int late;  // frames by which its result comes later than the input
   jurn::Change* retired = nullptr;
 };
 
@@ -50,6 +51,7 @@ class ChangingStream {
   void process(const Sample* in, int frames, Sample* out) {
     if (auto* const offer = preparer_->take<OfferedFilter>()) {
       stream_.change(std::move(offer->change));
+      latency_ = offer->late;
       offer->retired = stream_.take_retired();
       preparer_->give_back(offer);
     }
@@ -64,13 +66,18 @@ class ChangingStream {
   void reset() { stream_.reset(); }
   /** Frames that ring on. */
   int tail() const { return stream_.tail(); }
+  /** Frames by which the newest filter is late. */
+  int latency() const { return latency_; }
 
  private:
   ChangingStream(Preparer* preparer, const jurn::Format& format, OfferedFilter* first)
-      : preparer_(preparer), stream_(format, std::move(first->change->voice)) {}
+      : preparer_(preparer),
+        stream_(format, std::move(first->change->voice)),
+        latency_(first->late) {}
 
   Preparer* preparer_;
   jurn::Stream stream_;
+  int latency_;
 };
 
 }  // namespace jurn::gst

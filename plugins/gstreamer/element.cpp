@@ -1,5 +1,6 @@
 #include "element.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 
@@ -93,6 +94,21 @@ gint64 time_of_writing(const std::string& path) {
   std::error_code error;
   const auto time = std::filesystem::last_write_time(path, error);
   return error ? 0 : static_cast<gint64>(time.time_since_epoch().count());
+}
+
+gboolean answer_latency(GstBaseTransform* transform, GstQuery* asked, int frames, int rate) {
+  if (!gst_pad_peer_query(GST_BASE_TRANSFORM_SINK_PAD(transform), asked)) return FALSE;
+  gboolean live;
+  GstClockTime least, most;
+  gst_query_parse_latency(asked, &live, &least, &most);
+  if (frames > 0) {
+    const GstClockTime added = gst_util_uint64_scale_ceil(static_cast<guint64>(frames), GST_SECOND,
+                                                          static_cast<guint64>(std::max(rate, 1)));
+    least += added;
+    if (GST_CLOCK_TIME_IS_VALID(most)) most += added;
+  }
+  gst_query_set_latency(asked, live, least, most);
+  return TRUE;
 }
 
 bool changes_caps(GstBaseTransform* transform, GstEvent* event) {

@@ -61,6 +61,9 @@ std::string text_of(const GValue* value);
 /** When a file was last written, 0 for none: a file that was written anew is read anew. */
 gint64 time_of_writing(const std::string& path);
 
+/** Answers a query of latency: upstream's, and `frames` more. */
+gboolean answer_latency(GstBaseTransform* transform, GstQuery* asked, int frames, int rate);
+
 /** Whether an event brings caps other than those at the sink pad. */
 bool changes_caps(GstBaseTransform* transform, GstEvent* event);
 

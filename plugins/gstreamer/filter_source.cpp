@@ -38,34 +38,26 @@ jurn::ReadOptions options_for(const FilterSource& source, int rate) {
   return options;
 }
 
-/** One array for taps, two for numerator and denominator, six values each for sections. */
-FilterDesign design_of_arrays(const std::vector<std::vector<double>>& arrays, Kind wanted) {
-  const FilterDesign::Kind kind =
-      wanted == Kind::kAutomatic ? jurn::kind_of_lists(arrays) : kind_of(wanted);
-  FilterDesign design{kind, {}, {}};
-  if (kind == FilterDesign::kSections) {
-    for (const std::vector<double>& section : arrays) {
+/** One array for taps, two for numerator and denominator, six values each for sections: a design as
+ * of a file with these arrays. */
+FilterDesign design_of_arrays(const std::vector<std::vector<double>>& lists,
+                              jurn::ReadOptions options) {
+  if (!options.wanted) options.wanted = jurn::kind_of_lists(lists);
+  std::vector<jurn::Array> arrays;
+  for (const std::vector<double>& list : lists) arrays.push_back({"", 1, list.size(), list, {}});
+  if (options.wanted == FilterDesign::kSections) {
+    for (const std::vector<double>& section : lists)
       if (section.size() != 6)
         throw std::runtime_error("coefficients: a section has " + std::to_string(section.size()) +
                                  " values; b0, b1, b2, a0, a1, a2 are expected");
-      design.b.insert(design.b.end(), section.begin(), section.begin() + 3);
-      design.a.insert(design.a.end(), section.begin() + 3, section.end());
-    }
-  } else {
-    const std::size_t lists = kind == FilterDesign::kFir ? 1 : 2;
-    if (arrays.size() != lists)
-      throw std::runtime_error("coefficients: has " + std::to_string(arrays.size()) +
-                               " arrays; this kind takes " + std::to_string(lists));
-    design.b = arrays[0];
-    if (lists == 2) design.a = arrays[1];
+    jurn::Array& table = arrays[0];
+    table.rows = lists.size();
+    for (std::size_t i = 1; i < lists.size(); ++i)
+      table.values.insert(table.values.end(), lists[i].begin(), lists[i].end());
+    arrays.resize(1);
   }
-  // The library takes the first denominator entry for 1.
-  const std::size_t group = kind == FilterDesign::kSections ? 3 : design.a.size();
-  for (std::size_t i = 0; i < design.a.size(); i += group)
-    if (design.a[i] != 1.0)
-      throw std::runtime_error("coefficients: a denominator starts with " +
-                               std::to_string(design.a[i]) +
-                               ", not with 1; divide the filter's coefficients by it");
+  FilterDesign design = jurn::design_of("coefficients", arrays, options);
+  jurn::check_design("coefficients", design, options.limits);
   return design;
 }
 
@@ -160,11 +152,7 @@ void FilterSource::get_coefficients(GValue* result) const {
 FilterDesign FilterSource::read(int rate) const {
   const jurn::ReadOptions options = options_for(*this, rate);
   if (!problem_.empty()) throw std::runtime_error(problem_);
-  if (source_ == Source::kCoefficients) {
-    FilterDesign design = design_of_arrays(arrays_, kind);
-    jurn::check_design("coefficients", design, options.limits);
-    return design;
-  }
+  if (source_ == Source::kCoefficients) return design_of_arrays(arrays_, options);
   if (source_ == Source::kEqualiser) {
     FilterDesign design = jurn::parse_equaliser_words(lines_, rate);
     jurn::check_design("equaliser", design, options.limits);
@@ -220,7 +208,7 @@ std::unique_ptr<Offer> FilterPreparer::prepare(const StreamFormat& format,
     if (notice.is_warning())
       warn(name + ": " + notice.text +
            (notice.remedy == jurn::Notice::kInDouble ? "; precision=double avoids it" : ""));
-  return std::make_unique<OfferedFilter>(jurn::make_voice(prepared, engine));
+  return std::make_unique<OfferedFilter>(jurn::make_voice(prepared, engine), prepared.design.delay);
 }
 
 }  // namespace jurn::gst

@@ -89,6 +89,7 @@ TEST_F(Elements, EveryKindIsTheToolsWhateverTheBuffers) {
       {"jurnfilter coefficients=\"<<0.1,0.2,0.1,0.2,0.1,0.2>,<1.0,-0.5,0.25,-0.1,0.05,-0.01>>\"",
        "iir -c " + fifth, 1},
       {"jurnfilter coefficients=\"<<0.9,-1.8,0.9>,<1.0,-1.8,0.81>>\"", "iir -c " + low_cut, 1},
+      {"jurnfilter coefficients=\"<<1.8,-3.6,1.8>,<2.0,-3.6,1.62>>\"", "iir -c " + low_cut, 1},
       {"jurnfilter location=" + equaliser, "sos -c " + equaliser, 2},
       {"jurnfilter equaliser=\"" + lines + "\" gain=-3", "sos --gain -3 -c " + equaliser, 2},
       {"jurnfilter " + device + " location=" + taps, "fir " + as_device + "-c " + taps, 2},
@@ -226,6 +227,31 @@ TEST_F(Elements, LatencyIsReportedOnceBuffersAreNoMultiplesOfTheBlock) {
   EXPECT_EQ(harness.pull_all<short>().size(), 960u);
   harness.push(in.data(), 100);
   EXPECT_EQ(gst_harness_query_latency(harness.get()), GST_SECOND / 100);
+}
+
+TEST_F(Elements, GraphicEqualisersTellByHowMuchTheyAreLate) {
+  const std::string graphic = write("graphic.txt", "GraphicEQ: 20 0; 1000 6; 20000 0\n");
+  Harness harness("jurnfilter name=it gain=-7 location=" + graphic);
+  harness.caps(caps_of(1));
+  Samples in(4800);
+  in[0] = 10000;
+  harness.push(in.data(), in.size());
+  const Samples result = harness.pull_all<short>();
+  const auto peak = std::max_element(result.begin(), result.end()) - result.begin();
+  EXPECT_EQ(peak, 624);
+  EXPECT_EQ(gst_harness_query_latency(harness.get()), 13 * GST_MSECOND);
+  GstBus* const bus = gst_bus_new();
+  GstElement* const it = harness.element();
+  gst_element_set_bus(it, bus);
+  harness.set("equaliser", "PK 1k 3 Q 1");
+  harness.push(in.data(), in.size());
+  EXPECT_EQ(gst_harness_query_latency(harness.get()), 0u);
+  GstMessage* const message = gst_bus_pop_filtered(bus, GST_MESSAGE_LATENCY);
+  ASSERT_TRUE(message) << "nobody asks again";
+  gst_message_unref(message);
+  gst_element_set_bus(it, nullptr);
+  gst_object_unref(it);
+  gst_object_unref(bus);
 }
 
 TEST_F(Elements, TailsEndWithTheStreamAndFlushesForgetIt) {

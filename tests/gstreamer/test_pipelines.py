@@ -108,7 +108,7 @@ class PipelineTest(unittest.TestCase):
             (["jurnfilter"], "no filter"),
             (["jurnfilter", "location=/nowhere.txt"], "/nowhere.txt"),
             (["jurnfilter", "equaliser=PK Fc 3000 Hz Gain -4 dB Q 2; XX Fc 5 Hz"], "XX"),
-            (["jurnfilter", "coefficients=<<0.5,0.5>,<2.0,0.1>>"], "starts with 2"),
+            (["jurnfilter", "coefficients=<<0.5,0.5>,<0.0,0.1>>"], "starts with 0"),
             (["jurnconvolve"], "no impulse response"),
             (["jurnconvolve", "location=hall.wav", "resample=true", "gain=-14"], "hall.wav"),
             (["jurnconvolve", "location=" + AT_44_KHZ], "44100"),
