@@ -1,6 +1,8 @@
 #include "impulse_responses/routes.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
@@ -9,6 +11,7 @@
 
 #include "Convolution_control.h"
 #include "errors.h"
+#include "units.h"
 
 namespace fs = std::filesystem;
 
@@ -115,6 +118,36 @@ void read_command(const std::string& command, std::istringstream* words, int lin
   }
 }
 
+/** What may follow the file of a route: its channel, a gain in dB, and "inverted". */
+void read_details(std::istringstream* words, int line, const RouteList& list, Entry* entry) {
+  bool has_channel = false, has_gain = false;
+  for (std::string word; *words >> word && word[0] != '#';) {
+    std::string text = word;
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (text == "inverted") {
+      entry->gain = -entry->gain;
+      continue;
+    }
+    const bool decibels = text.size() > 2 && text.compare(text.size() - 2, 2, "db") == 0;
+    if (decibels) text.resize(text.size() - 2);
+    std::istringstream number(text);
+    double value = 0.0;
+    const bool is_number = number >> value && number.eof() && std::abs(value) <= 200.0;
+    const bool is_channel = !decibels && !has_channel && value == std::floor(value) && value >= 1.0;
+    if (!is_number || has_gain || !(decibels || has_channel || is_channel))
+      list.fail(line,
+                "after the file come the number of its channel and a gain in dB (-3dB), not '" +
+                    word + "'; a name with spaces stands in quotes");
+    if (is_channel) {
+      entry->channel = static_cast<int>(value);
+      has_channel = true;
+    } else {
+      entry->gain *= from_decibels(value);
+      has_gain = true;
+    }
+  }
+}
+
 RouteList read_list(const std::string& path) {
   RouteList list;
   list.name = path;
@@ -141,19 +174,11 @@ RouteList read_list(const std::string& path) {
     entry.gain = 1.0;
     entry.channel = 1;
     int input = 0, output = 0;
-    std::string name, rest;
+    std::string name;
     if (!(words >> input >> output >> std::quoted(name)))
-      list.fail(line, "a route has an input, an output, a file, and perhaps a channel of it");
-    if (words >> rest && rest[0] != '#') {
-      std::size_t end = 0;
-      try {
-        entry.channel = std::stoi(rest, &end);
-      } catch (const std::exception&) {
-      }
-      if (end != rest.size() || (words >> rest && rest[0] != '#'))
-        list.fail(line, "after the file comes the number of its channel, not '" + rest +
-                            "'; a name with spaces stands in quotes");
-    }
+      list.fail(line,
+                "a route has an input, an output, a file, and perhaps a channel of it and a gain");
+    read_details(&words, line, list, &entry);
     entry.file = (folder / name).string();
     list.add(entry, input, output);
   }

@@ -11,8 +11,9 @@ namespace jurn {
 
 /**
  * Reads a file of routes. A line has the number of an input, of an output, and a file with the taps
- * of one channel; a fourth word is the number of another channel. Channels count from 1, names are
- * relative to the file and may stand in quotes, # begins a comment.
+ * of one channel; then may follow the number of another channel, a gain in dB ("-3dB", or a number
+ * behind the channel), and "inverted". Channels count from 1, names are relative to the file and
+ * may stand in quotes, # begins a comment.
  *
  * A configuration file of jconvolver is read too: /cd, /convolver/new, /impulse/read with gain,
  * delay, offset, length and channel, /impulse/dirac and /impulse/copy.

@@ -53,6 +53,8 @@ class DocumentsTest(ToolTest):
         np.savetxt("taps.txt", taps)
         np.savetxt("ba.txt", signal.butter(4, 0.2))
         np.savetxt("sections.txt", signal.butter(4, 0.2, output="sos"))
+        shutil.copytree(SOURCE / "examples/setups", "examples/setups")
+        shutil.copy("examples/setups/two-way.yml", ".")
         Path("eq.txt").write_text("Filter 1: ON PK Fc 3000 Hz Gain -4 dB Q 2\n", encoding="utf-8")
 
     def test_every_command_works_as_it_stands(self):

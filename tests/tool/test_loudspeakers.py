@@ -232,6 +232,24 @@ pipeline:
             self.assertLess(np.abs(delay - frames).max(), 0.005, frames)
             self.assertLess(np.abs(np.abs(h) - 1).max(), 1e-6)
 
+    def test_gains_of_routes(self):
+        """Of convolve, beside the channel or without it."""
+        np.savetxt("one.txt", [1.0])
+        wavfile.write("two.wav", RATE, np.array([[1, 0.5]], np.float32))
+        with open("routes.txt", "w", encoding="ascii") as file:
+            file.write("1 1 two.wav 2 -6\n2 1 one.txt -3dB\n1 2 two.wav -20dB inverted  # late\n"
+                       "2 3 two.wav inverted 2\n")
+        self.run_tool("convolve", "float.wav", "out.wav", "--routes", "routes.txt")
+        x, (a, b, c) = self.music / 32768, 10 ** (np.array([-6, -3, -20]) / 20)
+        expected = np.stack([0.5 * a * x[:, 0] + b * x[:, 1], -c * x[:, 0], -0.5 * x[:, 1]], 1)
+        self.assertLess(np.abs(read("out.wav")[1] - expected).max(), 1e-6)
+        for line in ("1 1 two.wav 1 2 3", "1 1 two.wav loud", "1 1 two.wav 1.5", "1 1 two.wav 1 nan",
+                     "1 1 two.wav -3dB -3dB"):
+            with open("routes.txt", "w", encoding="ascii") as file:
+                file.write(line + "\n")
+            self.assert_fails(["convolve", "float.wav", "new.wav", "--routes", "routes.txt"],
+                              "routes.txt:1:", "gain")
+
     def test_every_filter(self):
         """Each type of CamillaDSP beside SciPy or the tool's own words."""
         taps = np.hanning(201) * np.random.default_rng(3).standard_normal(201) / 8

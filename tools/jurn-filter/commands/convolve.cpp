@@ -180,8 +180,9 @@ void add_convolve(CLI::App* app, Filter* filter, Files* files) {
           "another");
   convolve
       ->add_option("--routes", o->routes,
-                   "Text with a route per line: input, output, file and perhaps its channel, "
-                   "counted from 1; or a configuration of jconvolver")
+                   "Text with a route per line: input, output, file, and perhaps its channel, a "
+                   "gain (-3dB) and inverted; channels count from 1. Or a configuration of "
+                   "jconvolver")
       ->excludes("--ir");
   add_choice<Wiring>(convolve, "--route", &o->wiring,
                      "Which input goes through which taps: straight, crossed, left-only or "
