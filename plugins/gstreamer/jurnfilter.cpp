@@ -5,7 +5,7 @@
  *
  * |[
  * gst-launch-1.0 filesrc location=song.flac ! decodebin ! audioconvert !
- *   jurnfilter equaliser="PK 3k -4 Q 2; HS 8k 3" ! autoaudiosink
+ *   jurnfilter equaliser="PK 3k -4 Q 2; HS 8k 3" gain=-3.1 ! autoaudiosink
  * ]|
  */
 #include "jurnfilter.h"

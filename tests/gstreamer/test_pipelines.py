@@ -3,6 +3,7 @@
 import array
 import importlib.util
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -14,9 +15,10 @@ SPEECH = "/usr/share/sounds/alsa/Front_Center.wav"
 RESPONSES = "/usr/share/jconvolver/config-files/"
 BAND = RESPONSES + "octave-band/oct-48-1k.wav"
 AT_44_KHZ = RESPONSES + "octave-band/oct-44-1k.wav"
+DOCUMENT = os.path.join(os.path.dirname(__file__), "..", "..", "docs", "gstreamer.md")
 ELEMENTS = {
     "jurnfilter": ["location", "kind", "coefficients", "equaliser", "gain", "length"],
-    "jurnconvolve": ["location", "routes", "gain", "normalise", "resample", "block"],
+    "jurnconvolve": ["location", "routes", "gain", "normalise", "resample", "precision", "block"],
     "jurnbinaural": ["sofa", "azimuth", "elevation", "gain"],
 }
 
@@ -126,6 +128,25 @@ class PipelineTest(unittest.TestCase):
                 message = running.communicate()[1]
             self.assertNotEqual(running.returncode, 0, words)
             self.assertIn(said, message, words)
+
+    def test_the_document_is_followed_word_by_word(self):
+        shutil.copy("/usr/share/sonic-pi/samples/loop_garzul.flac", "song.flac")
+        shutil.copy(BAND, "hall.wav")
+        with open("room.txt", "w", encoding="utf-8") as file:
+            file.write("Filter 1: ON PK Fc 3000 Hz Gain -4 dB Q 2\n")
+        with open(DOCUMENT, encoding="utf-8") as file:
+            commands = re.findall(r"^    (gst-.*)$", file.read().replace("\\\n", ""), re.M)
+        self.assertGreaterEqual(len(commands), 6)
+        for command in commands:
+            # Live ones without a server, from a source that ends.
+            command = re.sub(r"\b(pipewire|pulse|jackaudio)src\b",
+                             "audiotestsrc num-buffers=50 ! audio/x-raw,rate=48000", command)
+            command = re.sub(r"\b(pipewire|pulse|jackaudio)sink\b", "fakesink", command)
+            done = subprocess.run(["bash", "-c", command], capture_output=True, text=True, timeout=60)
+            self.assertEqual((done.returncode, done.stderr), (0, ""), command)
+            self.assertNotRegex(done.stdout, "WARNING", command)
+            for name in re.findall(r"\S*out\.wav", command):
+                self.assertGreater(max(samples(name.split("=")[1])[1]), 1000)
 
     def test_every_property_is_described(self):
         for element, properties in ELEMENTS.items():
