@@ -62,8 +62,8 @@ LinearPhaseBand linear_phase_band(const EqualiserFilter& f, int rate) {
 
 std::size_t linear_phase_count(const EqualiserFilter& f, int rate) {
   const double width = 2.0 * kPi * linear_phase_band(f, rate).transition / rate;
-  const double intervals = std::ceil((kAttenuation - 7.95) / (2.285 * width));
-  return 2 * static_cast<std::size_t>(std::min(intervals, 1e12) / 2.0 + 0.5) + 1;
+  const double halves = std::ceil((kAttenuation - 7.95) / (2.285 * width) / 2.0);
+  return 2 * static_cast<std::size_t>(std::min(halves, 1e12)) + 1;
 }
 
 std::vector<double> linear_phase_pass(const EqualiserFilter& f, int rate) {

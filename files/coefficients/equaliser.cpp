@@ -26,10 +26,11 @@ class Equaliser {
     const EqualiserFilter f = filter_of(words);
     check_rate(words, f, options_.rate);
     if (!f.linear_phase) return append_sections(f, options_.rate, &sections_);
+    // Together, so that a text of many lines takes no more memory or time than one response.
     const CoefficientLimit& limit = options_.limits.fir;
-    const std::size_t count = linear_phase_count(f, options_.rate);
-    if (count > limit.count)
-      words.fail("this linear filter has " + count_of(count, "tap") + ", more than " +
+    linear_taps_ += linear_phase_count(f, options_.rate);
+    if (linear_taps_ > limit.count)
+      words.fail("the linear filters have " + count_of(linear_taps_, "tap") + ", more than " +
                  limit.reason);
     add_taps(linear_phase_pass(f, options_.rate));
   }
@@ -59,6 +60,7 @@ class Equaliser {
   const ReadOptions& options_;
   std::vector<double> sections_;
   std::vector<FilterDesign> firs_;
+  std::size_t linear_taps_ = 0;
 };
 
 /** The part of a line behind "Filter N:". */
