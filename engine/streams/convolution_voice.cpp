@@ -44,7 +44,7 @@ class ConvolutionVoice : public Voice {
         shape_{format.inputs, format.outputs, format.block, longest},
         precision_(precision),
         scale_(precision == Precision::kInt16 ? 32768.0 / format.full_scale : 1.0),
-        room_(std::make_unique<Room>(shape_, routing,
+        room_(std::make_shared<Room>(shape_, routing,
                                      // Half a step of 16 bits, and of 24.
                                      precision == Precision::kInt16 ? 0x1p-16 : 0x1p-24)),
         stream_(std::make_unique<ConvolutionStream>(shape_)),
@@ -52,6 +52,22 @@ class ConvolutionVoice : public Voice {
     const std::size_t block = static_cast<std::size_t>(format.block);
     floats_.resize(channels_.size() * block);
     samples_.resize(precision == Precision::kInt16 ? floats_.size() : 0);
+    for (std::size_t c = 0; c < channels_.size(); ++c) channels_[c] = floats_.data() + c * block;
+  }
+  /** With the same past; the rooms, which nothing changes, are shared. */
+  ConvolutionVoice(const ConvolutionVoice& other)
+      : Voice(Kind::kConvolution, other.format()),
+        shape_(other.shape_),
+        precision_(other.precision_),
+        scale_(other.scale_),
+        room_(other.room_),
+        next_(other.next_),
+        stream_(std::make_unique<ConvolutionStream>(*other.stream_)),
+        ready_(other.ready_),
+        channels_(other.channels_.size()),
+        floats_(other.floats_),
+        samples_(other.samples_) {
+    const std::size_t block = static_cast<std::size_t>(shape_.block);
     for (std::size_t c = 0; c < channels_.size(); ++c) channels_[c] = floats_.data() + c * block;
   }
 
@@ -92,6 +108,7 @@ class ConvolutionVoice : public Voice {
   int tail() const override { return std::max(room_->tail, next_ ? next_->tail : 0); }
   int memory() const override { return tail(); }
   bool changing() const override { return next_ != nullptr; }
+  std::unique_ptr<Voice> copy() const override { return std::make_unique<ConvolutionVoice>(*this); }
 
   bool replace(Voice* voice) override {
     if (voice->kind() != Kind::kConvolution) return false;
@@ -149,9 +166,9 @@ class ConvolutionVoice : public Voice {
   Convolution_shape shape_;
   Precision precision_;
   double scale_;  // from the format's samples to those of the library
-  std::unique_ptr<Room> room_;
-  std::unique_ptr<Room> next_;      // to fade to, once that is prepared
-  std::unique_ptr<Room> previous_;  // no longer needed; freed with the voice
+  std::shared_ptr<Room> room_;
+  std::shared_ptr<Room> next_;      // to fade to, once that is prepared
+  std::shared_ptr<Room> previous_;  // no longer needed; freed with the voice
   std::unique_ptr<ConvolutionStream> stream_;
   bool ready_ = false;
   std::vector<float*> channels_;

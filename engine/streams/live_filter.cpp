@@ -125,6 +125,10 @@ LiveFilter::LiveFilter(int length, int channels) : channels_(channels) {
   }
 }
 
+LiveFilter::LiveFilter(const LiveFilter& other) : channels_(other.channels_) {
+  for (const auto& lane : other.lanes_) lanes_.push_back(std::make_unique<Lane>(*lane));
+}
+
 LiveFilter::~LiveFilter() = default;
 
 void LiveFilter::process(const short* in, int frames, short* out) {

@@ -27,6 +27,8 @@ class LiveFilter {
   LiveFilter(const FilterDesign& design, int channels);
   /** The mean of `length` samples, at most kMaxAverage. */
   LiveFilter(int length, int channels);
+  /** With the same past. */
+  LiveFilter(const LiveFilter& other);
   ~LiveFilter();
 
   /** `out` may be `in`. */

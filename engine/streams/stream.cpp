@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "errors.h"
 #include "streams/samples.h"
 
 namespace jurn {
@@ -35,6 +36,13 @@ struct Planar {
   std::ptrdiff_t stride() const { return 1; }
 };
 
+std::unique_ptr<Change> copy_of(const std::unique_ptr<Change>& change) {
+  if (!change) return nullptr;
+  std::unique_ptr<Voice> voice = change->voice->copy();
+  if (!voice) throw Error(kInputError, "a stream of this filter cannot be copied");
+  return std::make_unique<Change>(std::move(voice), change->fade);
+}
+
 }  // namespace
 
 Stream::Stream(const Format& format, std::unique_ptr<Voice> first)
@@ -43,8 +51,33 @@ Stream::Stream(const Format& format, std::unique_ptr<Voice> first)
       past_frames_(0) {
   if (!first) first = make_wire(format);
   if (format.history > 0) past_frames_ = std::max(format.history, first->memory()) + piece_;
-  const std::size_t inputs = static_cast<std::size_t>(format.inputs);
-  const std::size_t outputs = static_cast<std::size_t>(format.outputs);
+  make_pieces();
+  past_.resize(static_cast<std::size_t>(format.inputs) * static_cast<std::size_t>(past_frames_));
+  voices_[0] = {std::make_unique<Change>(std::move(first), 1), 1};
+  count_ = 1;
+}
+
+Stream::Stream(const Stream& other)
+    : format_(other.format_),
+      piece_(other.piece_),
+      past_(other.past_),
+      past_frames_(other.past_frames_),
+      heard_(other.heard_),
+      previewed_(other.previewed_),
+      bad_samples_(other.bad_samples_),
+      count_(other.count_),
+      warming_(copy_of(other.warming_)),
+      warmed_(other.warmed_),
+      waiting_(copy_of(other.waiting_)) {
+  make_pieces();
+  for (std::size_t k = 0; k < voices_.size(); ++k)
+    voices_[k] = {copy_of(other.voices_[k].change), other.voices_[k].done};
+}
+
+/** The memory of the pieces. */
+void Stream::make_pieces() {
+  const std::size_t inputs = static_cast<std::size_t>(format_.inputs);
+  const std::size_t outputs = static_cast<std::size_t>(format_.outputs);
   const std::size_t piece = static_cast<std::size_t>(piece_);
   memory_.resize((2 * inputs + 2 * outputs) * piece);
   double* next = memory_.data();
@@ -52,9 +85,6 @@ Stream::Stream(const Format& format, std::unique_ptr<Voice> first)
     for (std::size_t c = 0; c < inputs; ++c, next += piece) arrays->push_back(next);
   for (auto* const arrays : {&out_, &spare_})
     for (std::size_t c = 0; c < outputs; ++c, next += piece) arrays->push_back(next);
-  past_.resize(inputs * static_cast<std::size_t>(past_frames_));
-  voices_[0] = {std::make_unique<Change>(std::move(first), 1), 1};
-  count_ = 1;
 }
 
 Stream::~Stream() {
@@ -112,6 +142,9 @@ void Stream::preview(const short* in, int frames, short* out) {
   preview_interleaved(in, frames, out);
 }
 void Stream::preview(const float* in, int frames, float* out) {
+  preview_interleaved(in, frames, out);
+}
+void Stream::preview(const double* in, int frames, double* out) {
   preview_interleaved(in, frames, out);
 }
 

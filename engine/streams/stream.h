@@ -20,7 +20,7 @@ struct Change {
 };
 
 /**
- * A stream of frames. Only the constructor allocates; every other call is safe in a real-time
+ * A stream of frames. Only the constructors allocate; every other call is safe in a real-time
  * thread.
  *
  * A new filter first hears the past: it takes over the state of the one before, or the last input
@@ -40,7 +40,8 @@ class Stream {
   /** `first` may be null: the input passes. */
   Stream(const Format& format, std::unique_ptr<Voice> first);
   ~Stream();
-  Stream(const Stream&) = delete;
+  /** With the same past, filters and changes. Throws where a voice is of a kind without copies. */
+  Stream(const Stream& other);
   Stream& operator=(const Stream&) = delete;
 
   const Format& format() const { return format_; }
@@ -57,10 +58,10 @@ class Stream {
   void process(const double* const* in, int frames, double* const* out);
 
   /** What process() would put out for the first frames of the next block, fewer than a whole one;
-   * that block, once complete, gives the same but for the rounding of floats. Only where all voices
-   * work in blocks; allocates. */
+   * that block, once complete, gives the same but for the rounding of floats. Allocates. */
   void preview(const short* in, int frames, short* out);
   void preview(const float* in, int frames, float* out);
+  void preview(const double* in, int frames, double* out);
 
   /** Goes over to another filter of the same format. Before the first frame it starts at once. */
   void change(std::unique_ptr<Change> next);
@@ -84,6 +85,8 @@ class Stream {
   Change* take_retired();
 
  private:
+  void make_pieces();
+
   struct Sounding {
     std::unique_ptr<Change> change;
     int done;  // frames of its ramp

@@ -28,13 +28,14 @@ class Wire : public Voice {
   void reset() override {}
   int tail() const override { return 0; }
   int memory() const override { return 0; }
+  std::unique_ptr<Voice> copy() const override { return std::make_unique<Wire>(format()); }
 };
 
 /** The library's sections in double, for every 64 channels a stream. */
 class SectionsVoice : public Voice {
  public:
   SectionsVoice(const FilterDesign& design, int rings, const Format& format)
-      : Voice(Kind::kSections, format), tail_(rings) {
+      : Voice(Kind::kSections, format), design_(design), tail_(rings) {
     const int sections = static_cast<int>(design.b.size() / 3);
     std::vector<double> rows;
     for (std::size_t k = 0; k < design.b.size(); k += 3) {
@@ -93,6 +94,12 @@ class SectionsVoice : public Voice {
     return true;
   }
 
+  std::unique_ptr<Voice> copy() const override {
+    auto other = std::make_unique<SectionsVoice>(design_, tail_, format());
+    other->follow(*this);
+    return other;
+  }
+
   unsigned long long bad_samples() const override {
     unsigned long long sum = 0;
     for (const auto& stream : streams_) sum += MORVAX_SectionsBadSamples_API(stream.get());
@@ -100,6 +107,7 @@ class SectionsVoice : public Voice {
   }
 
  private:
+  FilterDesign design_;
   Owned<SectionsFilter_ID> filter_;
   std::vector<Owned<SectionsStream_ID>> streams_;
   int tail_;
@@ -127,6 +135,11 @@ class PerChannel : public Voice {
   void reset() override { std::fill(channels_.begin(), channels_.end(), silent_); }
   int tail() const override { return tail_; }
   int memory() const override { return memory_; }
+  std::unique_ptr<Voice> copy() const override {
+    auto other = std::make_unique<PerChannel>(kind(), format(), tail_, memory_, silent_);
+    other->channels_ = channels_;
+    return other;
+  }
 
  private:
   std::vector<Channel> channels_;
@@ -228,7 +241,7 @@ class Int16Voice : public Voice {
   template <typename... Filter>
   Int16Voice(Kind kind, const Format& format, int rings, int remembers, Filter&&... filter)
       : Voice(kind, format),
-        filter_(std::forward<Filter>(filter)..., format.inputs),
+        filter_(made_of(std::forward<Filter>(filter)..., format.inputs)),
         samples_(static_cast<std::size_t>(format.inputs) * kPiece),
         scale_(32768.0 / format.full_scale),
         tail_(rings),
@@ -256,8 +269,18 @@ class Int16Voice : public Voice {
   void reset() override { filter_.reset(); }
   int tail() const override { return tail_; }
   int memory() const override { return memory_; }
+  std::unique_ptr<Voice> copy() const override {
+    return std::make_unique<Int16Voice>(kind(), format(), tail_, memory_, filter_);
+  }
 
  private:
+  /** One like another, with its past; or a new one. */
+  static LiveFilter made_of(const LiveFilter& other, int) { return other; }
+  template <typename What>
+  static LiveFilter made_of(const What& what, int channels) {
+    return LiveFilter(what, channels);
+  }
+
   LiveFilter filter_;
   std::vector<short> samples_;
   double scale_;  // from the format's samples to the int16 scale
@@ -275,7 +298,9 @@ bool Voice::run(const float*, int, float*) {
 bool Voice::run(const double*, int, double*) {
   return false;
 }
-void Voice::preview(const double* const*, int, double* const*) {}
+void Voice::preview(const double* const* in, int frames, double* const* out) {
+  if (const std::unique_ptr<Voice> twin = copy()) twin->run(in, frames, out);
+}
 
 std::unique_ptr<Voice> make_wire(const Format& format) {
   return std::make_unique<Wire>(format);

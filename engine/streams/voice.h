@@ -85,9 +85,12 @@ class Voice {
    * another voice take its place. */
   virtual bool changing() const { return false; }
 
-  /** What run() would put out for the first `frames` frames of a block: nothing changes. Only of
-   * kinds that work in blocks; allocates. */
+  /** What run() would put out for the first `frames` frames of a block: nothing changes.
+   * Allocates. */
   virtual void preview(const double* const* in, int frames, double* const* out);
+
+  /** A second one with the same past; null of a kind without copies. Allocates. */
+  virtual std::unique_ptr<Voice> copy() const { return nullptr; }
 
   /** Input samples that were infinite or no number; they count as 0. */
   virtual unsigned long long bad_samples() const { return 0; }

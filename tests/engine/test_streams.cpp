@@ -416,6 +416,30 @@ TEST(Streams, PreviewABlockThatIsNotComplete) {
   }
 }
 
+TEST(Streams, GoOnAsCopiesAlsoWithinAChange) {
+  for (const Kind& from : all_kinds())
+    for (const Kind& to : all_kinds()) {
+      SCOPED_TRACE(from.name + std::string(" to ") + to.name);
+      const Format format = format_of(2);
+      const std::vector<short> in = noise(64 * 2 * 60, 20000);
+      Stream stream(format, from.make(format));
+      std::vector<short> out(64 * 2), copied(out.size()), ahead(out.size());
+      std::unique_ptr<Stream> copy;
+      for (std::size_t block = 0; block < 60; ++block) {
+        const short* const x = in.data() + block * out.size();
+        if (block == 20) stream.change(std::make_unique<Change>(to.make(format), 1000));
+        if (block == 20 || block == 25 || block == 50) copy = std::make_unique<Stream>(stream);
+        stream.preview(x, 30, ahead.data());
+        stream.process(x, 64, out.data());
+        for (std::size_t i = 0; i < 60; ++i) ASSERT_NEAR(ahead[i], out[i], 1) << block << ", " << i;
+        if (!copy) continue;
+        if (block == 20) copy->preview(x, 30, ahead.data());  // as the other one did
+        copy->process(x, 64, copied.data());
+        ASSERT_EQ(copied, out) << block;
+      }
+    }
+}
+
 TEST(Streams, CountWhatIsNoNumberAsSilence) {
   for (const Kind& kind : all_kinds()) {
     SCOPED_TRACE(kind.name);

@@ -2,9 +2,11 @@
 
 import doctest
 import inspect
+import json
 import os
 import subprocess
 import sys
+import warnings
 
 import numpy as np
 import pytest
@@ -75,6 +77,62 @@ def test_the_example_runs_and_draws(tmp_path):
     assert (tmp_path / "phone.png").read_bytes().startswith(b"\x89PNG")
 
 
+TYPED = """
+import numpy as np
+import jurn
+
+x = np.zeros(9, np.int16)
+design = jurn.Design("fir", [1.0])
+reveal_type(jurn.fir([1.0], x))  # signedinteger[numpy._typing._16Bit]
+reveal_type(design.filter(x, 0))  # signedinteger[numpy._typing._16Bit]
+reveal_type(jurn.sosfilt([[1.0]], x.astype(np.float32), zi=0))  # Tuple[numpy.ndarray
+reveal_type(jurn.lfilter([1.0], 1, x.astype(np.float64)))  # floating[numpy._typing._64Bit]
+reveal_type(jurn.Stream(design).process(x))  # signedinteger[numpy._typing._16Bit]
+reveal_type(jurn.eq("HP 80", 48000).response().magnitude)  # floating[numpy._typing._64Bit]
+s: str = jurn.fir([1.0], x)  # Incompatible types in assignment
+t: str = jurn.lfilter([1.0], 1.0, x, zi=0)  # Incompatible types in assignment
+u: str = jurn.convolve(x, [1.0])  # Incompatible types in assignment
+v: str = design.filter([1.0])  # Incompatible types in assignment
+jurn.Stream("HP 80")  # incompatible type "str"
+"""
+
+
+def mypy(*arguments):
+    path = {**os.environ, "MYPYPATH": os.path.dirname(os.path.dirname(jurn.__file__))}
+    done = subprocess.run([sys.executable, "-m", *arguments], env=path, capture_output=True, text=True)
+    return done.returncode, done.stdout + done.stderr
+
+
+def test_types_say_what_comes_out(tmp_path):
+    (tmp_path / "typed.py").write_text(TYPED)
+    code, said = mypy("mypy", "--strict", "--cache-dir",
+                      os.path.join(os.environ["JURN_BUILD_DIR"], "mypy_cache"), tmp_path / "typed.py")
+    assert code == 1
+    lines = {int(line.split(":")[1]): line for line in said.splitlines() if line.startswith(str(tmp_path))}
+    for number, line in enumerate(TYPED.splitlines(), 1):
+        if "  # " in line:
+            assert line.split("  # ")[1] in lines.pop(number, ""), (line, said)
+    assert not lines
+
+
+# pybind11's metaclass, which no stub can name, and classes that only their makers make.
+NOT_SAID = r"""
+jurn\._core\.(Convolution|_?(Long|Float)?Filter|MovingSum|_Reader|_Writer|_Running)
+jurn\._core\.(Long|Float)?Filter\.__init__
+"""
+
+
+def test_stubs_are_quiet(tmp_path):
+    (tmp_path / "not_said").write_text(NOT_SAID)
+    code, said = mypy("mypy.stubtest", "jurn._core", "--allowlist", tmp_path / "not_said",
+                      "--ignore-unused-allowlist")
+    assert code == 0, said
+    for function in (*PUBLIC.values(), jurn.Stream.process, jurn.Filter.process, jurn.Convolution.run,
+                     jurn.Filter.fir, jurn._core._prepare):
+        if not isinstance(function, type):
+            assert "(...)" not in str(inspect.signature(function))
+
+
 def test_stubs_fit_the_module_and_the_package_is_typed():
     check = [sys.executable, "-m", "mypy", "--strict", "--cache-dir",
              os.path.join(os.environ["JURN_BUILD_DIR"], "mypy_cache"),
@@ -86,3 +144,28 @@ def test_stubs_fit_the_module_and_the_package_is_typed():
         if line.startswith(("class ", "def ")):
             name = line.split()[1].split("(")[0].rstrip(":")
             assert name in names or name.endswith("Stream"), name
+
+
+def test_the_tutorial_runs_cell_by_cell(tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    pyplot = pytest.importorskip("matplotlib.pyplot")
+    pyplot.switch_backend("Agg")
+    with open(os.path.join(SOURCE, "docs/tutorial.ipynb"), encoding="utf-8") as file:
+        cells = [cell for cell in json.load(file)["cells"] if cell["cell_type"] == "code"]
+    assert len(cells) > 7 and not any(cell["outputs"] for cell in cells)
+    names = {}
+    with warnings.catch_warnings(record=True) as told:
+        warnings.simplefilter("always")
+        for cell in cells:
+            exec(compile("".join(cell["source"]), "docs/tutorial.ipynb", "exec"), names)
+    said = [str(w.message) for w in told if w.category is jurn.JurnWarning]
+    assert len(said) == 2 and "off in float" in said[0] and "largest gain" in said[1]  # on the device
+    assert names["filtered"].shape == names["music"].shape == names["live"].shape
+    folder = os.environ.get("JURN_PICTURES", tmp_path)  # to look at
+    sizes = []
+    for number in pyplot.get_fignums():
+        path = os.path.join(folder, f"tutorial-{number}.png")
+        pyplot.figure(number).savefig(path)
+        sizes.append(os.path.getsize(path))
+    pyplot.close("all")
+    assert len(sizes) == 3 and min(sizes) > 10000

@@ -1,8 +1,9 @@
 """Filters for 16-bit PCM and float audio, bit by bit as they run in a program of C.
 
 Functions for whole arrays, which read like SciPy's: `fir`, `lfilter`, `sosfilt`, `moving_mean`,
-`convolve`. Objects for streams, block by block: `Filter`, `MovingSum`, `FloatFilter`, `LongFilter`,
-`Convolution`. Files: `read_coefficients`, `read_response`. What the exact output differs by from
+`convolve`. For streams, block by block, `Stream`, whose filter can be any and change; and an object
+for each record of the library: `Filter`, `MovingSum`, `FloatFilter`, `LongFilter`, `Convolution`.
+Equalisers in words: `eq`. Files: `read_coefficients`, `read_response`. What the exact output differs by from
 the ideal one: `compare`. Many recordings: the module `jurn.batch`.
 
 The frames of an array lie along its last axis, as SciPy and librosa have them; ``axis=0`` takes
@@ -23,8 +24,10 @@ from ._core import (
 from .comparison import Comparison, compare
 from .convolution import convolve
 from .designs import Design, prepare
-from .files import read_coefficients, read_response
+from .files import eq, read_coefficients, read_response
 from .functions import fir, lfilter, moving_mean, sosfilt
+from .response import Response, plot_spectrograms
+from .streams import Stream
 
 
 class Kind(IntEnum):
@@ -58,12 +61,16 @@ __all__ = [
     "Kind",
     "LongFilter",
     "MovingSum",
+    "Response",
+    "Stream",
     "__version__",
     "compare",
     "convolve",
+    "eq",
     "fir",
     "lfilter",
     "moving_mean",
+    "plot_spectrograms",
     "prepare",
     "read_coefficients",
     "read_response",

@@ -2,19 +2,21 @@
 
 from __future__ import annotations
 
-from dataclasses import dataclass, field, replace
+from dataclasses import dataclass, replace
 from functools import lru_cache
-from typing import Any, Sequence
+from typing import Any, Sequence, TypeVar, overload
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core, _double, _running
+from . import _core, _double, _running, response
 from ._arrays import Channels, Coefficients, numbers, real, warn
 
 KINDS = ("fir", "iir", "sos")  # in the order of the engine's kinds
 
 PRECISIONS = ("double", "int16")
+
+_Sample = TypeVar("_Sample", np.int16, np.float32, np.float64)
 
 
 def warn_of(messages: Sequence[str], level: int) -> None:
@@ -22,7 +24,7 @@ def warn_of(messages: Sequence[str], level: int) -> None:
         warn(message, level + 1)
 
 
-@dataclass(frozen=True, eq=False)
+@dataclass(frozen=True, eq=False, repr=False, init=False)
 class Design:
     """A filter's coefficients in double precision, a value: it compares, hashes and never changes.
 
@@ -59,37 +61,35 @@ class Design:
 
     kind: str
     b: Coefficients
-    a: Coefficients = field(default_factory=lambda: np.empty(0))
-    delay: int = 0
+    a: Coefficients
+    delay: int
 
-    def __post_init__(self) -> None:
-        if self.kind not in KINDS:
-            raise ValueError(f"kind: {self.kind!r}; takes one of {', '.join(KINDS)}")
-        b = numbers(self.b, "taps" if self.kind == "fir" else "b")
-        if self.kind == "fir":
-            if np.size(self.a):
+    def __init__(self, kind: str, b: ArrayLike, a: ArrayLike = (), delay: int = 0) -> None:
+        if kind not in KINDS:
+            raise ValueError(f"kind: {kind!r}; takes one of {', '.join(KINDS)}")
+        b = numbers(b, "taps" if kind == "fir" else "b")
+        if kind == "fir":
+            if np.size(a):
                 raise ValueError("a: a design of taps has none")
             a = np.empty(0)
             a.flags.writeable = False
         else:
-            a = numbers(self.a, "a")
-        if self.kind == "sos":
+            a = numbers(a, "a")
+        if kind == "sos":
             if b.ndim != 2 or b.shape[1] != 3 or a.shape != b.shape:
                 raise ValueError(
                     f"b, a: have the shapes {b.shape} and {a.shape}; take (sections, 3) each"
                 )
         else:
-            for name, array in (("taps" if self.kind == "fir" else "b", b), ("a", a)):
+            for name, array in (("taps" if kind == "fir" else "b", b), ("a", a)):
                 if array.ndim != 1:
                     raise ValueError(f"{name}: has the shape {array.shape}; takes (count,)")
         if not a[..., :1].all():
             raise ValueError("a: begins with 0, by which nothing can be divided")
-        object.__setattr__(self, "b", b)
-        object.__setattr__(self, "a", a)
         # Adding 0 makes 0 of -0, which equals it.
-        object.__setattr__(
-            self, "_key", (self.kind, b.shape, (b + 0.0).tobytes(), (a + 0.0).tobytes(), self.delay)
-        )
+        key = (kind, b.shape, (b + 0.0).tobytes(), (a + 0.0).tobytes(), delay)
+        for name, value in (("kind", kind), ("b", b), ("a", a), ("delay", delay), ("_key", key)):
+            object.__setattr__(self, name, value)
 
     def __eq__(self, other: object) -> bool:
         return isinstance(other, Design) and bool(self._key == other._key)  # type: ignore[attr-defined]
@@ -112,6 +112,62 @@ class Design:
             raise ValueError(f"the design is no cascade of sections: its kind is {self.kind}")
         return np.hstack([self.b, self.a])
 
+    def response(
+        self, frequencies: ArrayLike = 512, rate: float | None = None
+    ) -> response.Response:
+        """The response at frequencies, with group delay, zeros and poles.
+
+        Parameters
+        ----------
+        frequencies : int or array_like, optional
+            How many, evenly from 0 up to half the rate, which is left out; or which.
+        rate : float, optional
+            Sampling rate in Hz; without it frequencies are in radians per sample.
+        """
+        return response.respond(self, frequencies, rate)
+
+    def plot(self, rate: float = 48000.0, *, figure: Any = None) -> Any:
+        """Draw magnitude, phase, group delay, poles and zeros; needs matplotlib.
+
+        Parameters
+        ----------
+        rate : float, optional
+            Sampling rate in Hz.
+        figure : matplotlib.figure.Figure, optional
+            Where to draw; by default a new one, which is returned.
+        """
+        return response.plot(self, rate, figure)
+
+    def __repr__(self) -> str:
+        late = f", {self.delay} frames late" if self.delay else ""
+        return f"<jurn.Design: {self._text()}{late}>"
+
+    def _repr_html_(self) -> str:
+        return response.html(self, self._text())
+
+    def _text(self) -> str:
+        """In words: "6 taps"."""
+        if self.kind == "iir":
+            return f"numerator of {len(self.b)} and denominator of {len(self.a)}"
+        count, what = len(self.b), "tap" if self.kind == "fir" else "section"
+        return f"{count} {what}{'s' * (count != 1)}"
+
+    @overload
+    def filter(
+        self, x: NDArray[_Sample], axis: int | None = ..., zi: None = ..., *, precision: str = ..., block: int | None = ..., prepare: bool = ...
+    ) -> NDArray[_Sample]: ...
+    @overload
+    def filter(
+        self, x: ArrayLike, axis: int | None = ..., zi: None = ..., *, precision: str = ..., block: int | None = ..., prepare: bool = ...
+    ) -> NDArray[Any]: ...
+    @overload
+    def filter(
+        self, x: ArrayLike, axis: int | None = ..., *, zi: ArrayLike, precision: str = ..., block: int | None = ..., prepare: bool = ...
+    ) -> tuple[NDArray[Any], NDArray[Any]]: ...
+    @overload
+    def filter(
+        self, x: ArrayLike, axis: int | None, zi: ArrayLike, *, precision: str = ..., block: int | None = ..., prepare: bool = ...
+    ) -> tuple[NDArray[Any], NDArray[Any]]: ...
     def filter(
         self,
         x: ArrayLike,

@@ -86,6 +86,43 @@ def read_coefficients(
     return of_flat(*flat, delay=delay)
 
 
+def eq(filters: str, rate: float) -> Design:
+    """Make an equaliser that is told in words.
+
+    Parameters
+    ----------
+    filters : str
+        Filters, between semicolons or on lines of their own: a type, a frequency in Hz, a gain in dB
+        where it has one, and a width. PK is a peak, LS and HS are shelves, HP and LP high- and
+        low-pass, BP a band-pass, NO a notch, AP an all-pass.
+    rate : float
+        Sampling rate of the recordings.
+
+    Returns
+    -------
+    Design
+        Sections.
+
+    Raises
+    ------
+    ValueError
+        For words that name no filter, or one that does not fit the rate.
+
+    Examples
+    --------
+    >>> import jurn
+    >>> design = jurn.eq("HP 80; PK 3k -4 Q 2", rate=48000)
+    >>> design
+    <jurn.Design: 2 sections>
+    >>> design.response([3000], 48000).magnitude.round(2)
+    array([-4.])
+    """
+    words = [line.strip() for line in filters.replace("\n", ";").split(";") if line.strip()]
+    if not words:
+        raise ValueError("filters: are none")
+    return of_flat(*_core._equaliser(words, int(rate)))
+
+
 def read_response(
     path: Path | Sequence[Path],
     rate: float,

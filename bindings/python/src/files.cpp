@@ -1,11 +1,16 @@
 // Designs and files, for the functions in Python.
+#include <pybind11/complex.h>
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
+
+#include <complex>
 
 #include "bindings.h"
 #include "coefficients/formats.h"
 #include "design/filter_design.h"
+#include "design/frequency_response.h"
 #include "design/prepare.h"
+#include "design/roots.h"
 #include "design/stability.h"
 #include "errors.h"
 #include "impulse_responses/impulse_response.h"
@@ -23,15 +28,18 @@ Flat flat(const jurn::FilterDesign& design) {
   return {design.kind, design.b, design.a};
 }
 
-py::tuple prepare(int kind, std::vector<double> b, std::vector<double> a, bool in_double,
-                  bool as_is, bool as_sections) {
+jurn::FilterDesign of_flat(int kind, std::vector<double> b, std::vector<double> a) {
   const std::size_t group = kind == jurn::FilterDesign::kSections ? 3 : 1;
   const bool recursive = kind != jurn::FilterDesign::kFir;
   if (kind < 0 || kind > jurn::FilterDesign::kSections || b.empty() || a.empty() == recursive ||
       b.size() % group || (group == 3 && a.size() != b.size()))
     throw py::value_error("no design");  // Design of Python says what is wrong
-  const jurn::FilterDesign design{static_cast<jurn::FilterDesign::Kind>(kind), std::move(b),
-                                  std::move(a)};
+  return {static_cast<jurn::FilterDesign::Kind>(kind), std::move(b), std::move(a)};
+}
+
+py::tuple prepare(int kind, std::vector<double> b, std::vector<double> a, bool in_double,
+                  bool as_is, bool as_sections) {
+  const jurn::FilterDesign design = of_flat(kind, std::move(b), std::move(a));
   jurn::PrepareOptions options;
   options.precision = in_double ? jurn::Precision::kDouble : jurn::Precision::kInt16;
   options.as_is = as_is;
@@ -50,6 +58,31 @@ py::tuple prepare(int kind, std::vector<double> b, std::vector<double> a, bool i
   return py::make_tuple(flat(prepared.design), prepared.stable, prepared.pole_radius,
                         prepared.expected_error, prepared.expected_error_rms, notices, warnings,
                         clips);
+}
+
+/** Response and group delay at frequencies in radians per sample. */
+py::tuple response(int kind, std::vector<double> b, std::vector<double> a,
+                   const py::array_t<double, py::array::c_style>& frequencies) {
+  const jurn::FilterDesign design = of_flat(kind, std::move(b), std::move(a));
+  py::array_t<std::complex<double>> values(frequencies.size());
+  py::array_t<double> delays(frequencies.size());
+  for (py::ssize_t i = 0; i < frequencies.size(); ++i) {
+    const jurn::ResponsePoint point = jurn::response_at(design, frequencies.data()[i]);
+    values.mutable_data()[i] = point.value;
+    delays.mutable_data()[i] = point.delay;
+  }
+  return py::make_tuple(values, delays);
+}
+
+/** Zeros and poles. */
+py::tuple roots(int kind, std::vector<double> b, std::vector<double> a) {
+  const jurn::FilterDesign design = of_flat(kind, std::move(b), std::move(a));
+  const auto array = [](const std::vector<std::complex<double>>& from) {
+    return py::array_t<std::complex<double>>(static_cast<py::ssize_t>(from.size()), from.data());
+  };
+  return py::make_tuple(array(jurn::roots_of(design, design.b)),
+                        array(design.a.empty() ? std::vector<std::complex<double>>()
+                                               : jurn::roots_of(design, design.a)));
 }
 
 std::pair<Flat, int> load_design(const std::vector<std::string>& paths, std::optional<int> kind,
@@ -91,6 +124,16 @@ void add_files(py::module_* m) {
   m->def("_prepare", &prepare, py::arg("kind"), py::arg("b"), py::arg("a"), py::arg("in_double"),
          py::arg("as_is"), py::arg("as_sections"),
          "_prepare(kind, b, a, in_double, as_is, as_sections)\n--\n\n");
+  m->def("_response", &response, py::arg("kind"), py::arg("b"), py::arg("a"),
+         py::arg("frequencies"), "_response(kind, b, a, frequencies)\n--\n\n");
+  m->def("_roots", &roots, py::arg("kind"), py::arg("b"), py::arg("a"),
+         "_roots(kind, b, a)\n--\n\n");
+  m->def(
+      "_equaliser",
+      [](const std::vector<std::string>& filters, int rate) {
+        return flat(jurn::parse_equaliser_words(filters, rate));
+      },
+      py::arg("filters"), py::arg("rate"), "_equaliser(filters, rate)\n--\n\n");
   m->def(
       "_coefficient_limit",
       [](int kind, bool in_double) {
