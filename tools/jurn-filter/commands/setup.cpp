@@ -21,7 +21,8 @@ void say(const std::string& name, const SetupFile& file, const PreparedSetup& pr
   std::string gains;
   for (const double peak : prepared.peak_gain) {
     char text[32];
-    std::snprintf(text, sizeof text, peak > 0.0 ? "%.1f" : "none", std::round(10.0 * to_decibels(peak)) / 10.0 + 0.0);
+    std::snprintf(text, sizeof text, peak > 0.0 ? "%.1f" : "none",
+                  std::round(10.0 * to_decibels(peak)) / 10.0 + 0.0);
     gains += (gains.empty() ? "" : ", ") + std::string(text);
   }
   note(name + ": " + std::to_string(file.setup.inputs) + " in, " +
@@ -32,6 +33,11 @@ void say(const std::string& name, const SetupFile& file, const PreparedSetup& pr
   if (latency > 0)
     note(name + ": late by " + std::to_string(latency) +
          " frames where it runs live; they are left out here");
+}
+
+/** What a user has to act on. */
+void warn_of(const std::string& name, const PreparedSetup& prepared) {
+  const int latency = prepared.latency();
   for (std::size_t c = 0; c < prepared.late.size(); ++c)
     if (prepared.late[c] > latency)
       warn(name + ": output " + std::to_string(c) + " is late by " +
@@ -78,7 +84,10 @@ void add_setup(CLI::App* app, Filter* filter, Files* files) {
       options.rate = recording.rate;
       options.result = recording.samples;
       const PreparedSetup prepared = prepare(file.setup, options);
-      if (said_for != recording.rate) say(o->file, file, prepared);
+      if (said_for != recording.rate) {
+        if (!files || !files->common.quiet) say(o->file, file, prepared);
+        warn_of(o->file, prepared);
+      }
       said_for = recording.rate;
       Format format;
       format.rate = recording.rate;
