@@ -97,6 +97,13 @@ jurn.Stream("HP 80")  # incompatible type "str"
 """
 
 
+def test_arrays_of_other_libraries_give_the_same():
+    program = os.path.join(SOURCE, "examples/python/any_library.py")
+    done = subprocess.run([sys.executable, "-W", "error", program], capture_output=True, text=True)
+    assert done.returncode == 0, done.stderr
+    assert "librosa: (2, 353024) float32" in done.stdout
+
+
 def mypy(*arguments):
     path = {**os.environ, "MYPYPATH": os.path.dirname(os.path.dirname(jurn.__file__))}
     done = subprocess.run([sys.executable, "-m", *arguments], env=path, capture_output=True, text=True)

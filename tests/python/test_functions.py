@@ -318,3 +318,17 @@ def test_compare_measures_what_the_truncation_adds():
     assert abs(level - expected) < 0.5 and half.frequencies[-1] == 22050
     mean = jurn.compare(jurn.convolve, x // 4, TAPS[:, None] * [1, 1], axis=0, rate=44100)
     assert mean.largest < 1.1
+
+
+def test_short_responses_are_summed_in_double_and_long_ones_nearly():
+    rng = np.random.default_rng(4)
+    x = rng.uniform(-1, 1, (2, 20000))
+    for count, method, least, most in [(10, "auto", 0, 1e-14), (1024, "auto", 0, 1e-14), (3000, "direct", 0, 3e-14),
+                                       (10, "fft", 1e-9, 8e-7), (3000, "auto", 1e-9, 8e-7)]:
+        taps = rng.normal(size=count) * np.exp(-5 * np.arange(count) / count)
+        ideal = np.stack([signal.oaconvolve(row, taps) for row in x])
+        error = np.abs(jurn.convolve(x, taps, method=method) - ideal).max() / np.abs(ideal).max()
+        assert least <= error <= most, (count, method, error)
+    x[0, 50] = np.nan
+    spoilt = np.isnan(jurn.convolve(x, np.ones(9)))
+    assert spoilt[0, 50:59].all() and spoilt.sum() == 9

@@ -7,8 +7,11 @@ from typing import Any
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
+from . import _double
 from ._arrays import Channels, Samples, numbers
 from ._core import Convolution
+
+_SHORT = 1024  # taps that are summed in double by default
 
 
 def convolve(
@@ -35,7 +38,9 @@ def convolve(
     mode : {'full', 'same', 'valid'}, optional
         As SciPy has it: the whole result, its middle of the length of `x`, or what no edge touches.
     method : {'auto', 'direct', 'fft'}, optional
-        Taken for SciPy's sake: there is one method, which sums short parts and transforms long ones.
+        'direct' sums float64 samples tap by tap in double; 'auto' does so up to 1024 taps. All else is
+        of float32 inside, short parts in sums and long ones in transforms: measured on noise with 10
+        to 100,000 taps, at most 4e-7 of the largest output off.
     axis : int, optional
         Axis of the frames of `x`; by default the last.
     block : int, optional
@@ -76,7 +81,12 @@ def convolve(
     routes = routes_of(taps.reshape(len(taps), -1), channels.count)
     outputs = max((route[1] for route in routes), default=-1) + 1
     start, stop = _kept(mode, len(channels.x), len(taps), tail)
-    y = _run(channels, routes, outputs, stop, block)[start:]
+    if channels.dtype.char == "d" and method != "fft" and (
+        method == "direct" or len(taps) <= _SHORT
+    ):
+        y = _run_direct(channels, routes, outputs, stop)[start:]
+    else:
+        y = _run(channels, routes, outputs, stop, block)[start:]
     if channels.flat:
         return y[:, 0] if outputs == 1 else y
     return np.moveaxis(y, 0, channels.axis)
@@ -96,7 +106,7 @@ def _kept(mode: str, frames: int, taps: int, tail: bool) -> tuple[int, int]:
 def _run(
     x: Channels, routes: list[tuple[int, int, Samples]], outputs: int, frames: int, block: int
 ) -> Samples:
-    """The first frames of the result."""
+    """The first frames of the result, in float32."""
     if frames == 0 or outputs == 0:
         return np.empty((frames, outputs), x.dtype)
     stream = Convolution(routes, inputs=x.count, outputs=outputs, block=block)
@@ -109,11 +119,36 @@ def _run(
     # A transform would spread what is not finite over its whole block.
     padded[bad] = 0.0
     y = stream.run(padded)[:frames].astype(x.dtype, copy=False).reshape(frames, outputs)
+    _spoil(y, bad, routes)
+    return y
+
+
+def _run_direct(
+    x: Channels, routes: list[tuple[int, int, Samples]], outputs: int, frames: int
+) -> Samples:
+    """The same tap by tap in double."""
+    y = np.zeros((frames, outputs))
+    padded = np.zeros((x.count, 1, frames))
+    count = min(frames, x.frames)
+    padded[:, 0, :count] = x.rows[:, :count]
+    bad = ~np.isfinite(padded)
+    padded[bad] = 0.0
+    past, part = np.empty((1, 0)), np.empty((1, frames))
+    for source, to, taps in routes:
+        filters = _double.running(("fir", taps, np.empty(0)), 1)
+        filters.filter_rows(padded[source], part, past)
+        y[:, to] += part[0]
+    if bad.any():
+        _spoil(y, bad[:, 0].T, routes)
+    return y
+
+
+def _spoil(y: Samples, bad: Samples, routes: list[tuple[int, int, Samples]]) -> None:
+    """Makes no numbers of the frames that hear what is none."""
     for source, to, taps in routes:
         heard = np.cumsum(bad[:, source])
         heard[len(taps) :] -= heard[: -len(taps)].copy()
-        y[heard[:frames] > 0, to] = np.nan
-    return y
+        y[heard[: len(y)] > 0, to] = np.nan
 
 
 def routes_of(taps: Samples, inputs: int) -> list[tuple[int, int, Samples]]:
