@@ -26,3 +26,6 @@ checksum_all_packages="g++-arm-linux-gnueabihf g++-arm-linux-gnueabi g++-riscv64
 avx512_packages="bochs bochsbios vgabios isolinux syslinux-common xorriso cpio"
 gstreamer_packages="libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good python3-gi gir1.2-gstreamer-1.0"
 gstreamer_test_packages="jackd2 pipewire wireplumber gstreamer1.0-pipewire dbus libgtest-dev"
+
+# Every script that builds begins with this file.
+scripts/forget-moved

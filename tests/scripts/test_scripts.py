@@ -1,0 +1,74 @@
+"""The scripts beside a busy package manager, and in a checkout that was copied after it was built."""
+
+import os
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+SCRIPTS = os.path.join(os.path.dirname(__file__), "..", "..", "scripts")
+
+
+class ScriptsTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+
+    def command(self, name, text):
+        path = os.path.join(self.folder, name)
+        with open(path, "w", encoding="ascii") as file:
+            file.write("#!/bin/sh\n" + text)
+        os.chmod(path, 0o755)
+
+    def install(self, *packages):
+        environment = {**os.environ, "PATH": self.folder + ":" + os.environ["PATH"]}
+        return subprocess.run([os.path.join(SCRIPTS, "install-packages"), *packages], env=environment,
+                              capture_output=True, text=True, timeout=60)
+
+    def test_waits_for_a_busy_package_manager(self):
+        log = os.path.join(self.folder, "log")
+        self.command("dpkg-query", 'case $4 in here) echo installed ;; *) exit 1 ;; esac\n')
+        self.command("sudo", '"$@"\n')
+        self.command("sleep", "exit 0\n")
+        # Busy three times, then free.
+        self.command("apt-get", f'echo "$@" >>{log}\n[ $(wc -l <{log}) -gt 3 ] && exit 0\n'
+                                "echo 'E: Could not get lock /var/lib/apt/lists/lock' >&2; exit 100\n")
+        done = self.install("here", "missing")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(done.stderr.count("Another package manager is at work"), 1)
+        with open(log, encoding="ascii") as file:
+            self.assertEqual(file.read().splitlines(),
+                             4 * ["-qq update"] +
+                             ["-qq install -y --no-install-recommends missing"])
+        self.command("apt-get", "echo 'E: Unable to locate package missing' >&2; exit 100\n")
+        done = self.install("missing")
+        self.assertEqual((done.returncode, done.stderr),
+                         (1, "E: Unable to locate package missing\n"))
+        self.assertEqual(self.install("here").returncode, 0)
+
+    def test_a_copied_build_folder_is_configured_afresh(self):
+        old, new = (os.path.join(self.folder, name) for name in ("old", "new"))
+        os.makedirs(old + "/scripts")
+        shutil.copy(os.path.join(SCRIPTS, "forget-moved"), old + "/scripts")
+        with open(old + "/CMakeLists.txt", "w", encoding="ascii") as file:
+            file.write("cmake_minimum_required(VERSION 3.20)\nproject(x NONE)\n")
+
+        def configure(folder):
+            subprocess.run([folder + "/scripts/forget-moved"], check=True, capture_output=True)
+            return subprocess.run(["cmake", "-S", folder, "-B", folder + "/build/release"],
+                                  capture_output=True, text=True)
+        self.assertEqual(configure(old).returncode, 0)
+        shutil.copytree(old, new)
+        broken = subprocess.run(["cmake", "-S", new, "-B", new + "/build/release"],
+                                capture_output=True, text=True)
+        self.assertIn("CMakeCache.txt", broken.stderr)
+        self.assertEqual(configure(new).returncode, 0)
+        cache = old + "/build/release/CMakeCache.txt"
+        before = os.path.getmtime(cache)
+        self.assertEqual(configure(old).returncode, 0)  # which is as it was
+        self.assertEqual(os.path.getmtime(cache), before)
+
+
+if __name__ == "__main__":
+    unittest.main()
