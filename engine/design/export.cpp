@@ -63,9 +63,11 @@ std::string with_prefix(const std::string& text, const std::string& prefix) {
 
 std::string text_file(const FilterDesign& design, const ExportOptions& options) {
   std::string out = with_prefix(options.remark, "# ");
+  // Also of floats all digits of the double: it is read as one, and a double beside the float would
+  // be another design, which may be prepared otherwise.
   const auto line = [&](const double* values, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i)
-      out += (i ? " " : "") + number(values[i], options.precision);
+      out += (i ? " " : "") + number(values[i], Precision::kDouble);
     out += "\n";
   };
   if (design.kind == FilterDesign::kFir) {

@@ -5,6 +5,9 @@
 #include <cstddef>
 #include <cstdio>
 #include <optional>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 #include "Convolution_control.h"
 #include "Filter_control.h"
@@ -96,6 +99,22 @@ class Preparation {
     return std::move(result_);
   }
 
+  Prepared run_as_before() {
+    const bool fir = design_.kind == FilterDesign::kFir;
+    const bool records = options_.precision == Precision::kInt16;
+    result_.design = records ? rounded(design_) : design_;
+    result_.runs = records                                   ? Runs::kRecords
+                   : fir                                     ? fir_in_double()
+                   : design_.kind == FilterDesign::kSections ? Runs::kSections
+                                                             : Runs::kDirectForm;
+    if (!fir) {
+      result_.pole_radius = pole_radius(result_.design);
+      result_.stable = is_stable(result_.design, result_.pole_radius);
+    }
+    result_.tail = tail();
+    return std::move(result_);
+  }
+
   /** Runs these sections instead of what run() chose in 16 bits, and measures them. */
   Prepared run_sections(const FilterDesign& chosen, const Prepared& before) {
     result_ = before;
@@ -130,7 +149,7 @@ class Preparation {
   void run_in_double() {
     result_.design = design_;
     if (design_.kind == FilterDesign::kFir) {
-      result_.runs = by_convolution() ? Runs::kConvolution : Runs::kFir;
+      result_.runs = fir_in_double();
       return;
     }
     const double radius = pole_radius(design_);
@@ -138,6 +157,8 @@ class Preparation {
     if (design_.kind == FilterDesign::kIir) direct_in_double(sound, radius);
     judge(sound);
   }
+
+  Runs fir_in_double() const { return by_convolution() ? Runs::kConvolution : Runs::kFir; }
 
   /** Its error is that of the transforms in float, at most kConvolutionError of the level that
    * white noise at full scale has behind the taps: the largest of a second of samples is 5 times
@@ -315,17 +336,33 @@ CoefficientLimit coefficient_limit(FilterDesign::Kind kind, Precision precision)
 
 Prepared prepare(const FilterDesign& design, const PrepareOptions& options) {
   Prepared prepared = Preparation(design, options).run();
-  // What was ordered and scaled anew may be so once more. Who prepares the result again, as a file
-  // of it is when it runs, has to get the same, so it is done here.
-  constexpr int kMostRounds = 4;
-  for (int round = 0; round < kMostRounds && !options.as_is && !prepared.notices.empty() &&
-                      prepared.runs == Runs::kRecords && prepared.stable;
-       ++round) {
-    const Prepared again = Preparation(prepared.design, options).run();
-    if (again.design == prepared.design) break;
-    prepared = Preparation(design, options).run_sections(again.design, prepared);
+  if (prepared.runs != Runs::kRecords || options.as_is || !prepared.stable ||
+      (prepared.notices.empty() && prepared.expected_error <= kGoodEnough))
+    return prepared;
+  // What was ordered and scaled anew may be so once more, even in a circle. Who prepares the result
+  // again, as a file of it is when it runs, has to get the same: of a circle, the first in order.
+  constexpr std::size_t kMostRounds = 8;
+  std::vector<FilterDesign> orders = {prepared.design};
+  while (orders.size() < kMostRounds) {
+    FilterDesign next = Preparation(orders.back(), options).run().design;
+    const auto known = std::find(orders.begin(), orders.end(), next);
+    if (known == orders.end()) {
+      orders.push_back(std::move(next));
+      continue;
+    }
+    const FilterDesign& chosen =
+        *std::min_element(known, orders.end(), [](const FilterDesign& x, const FilterDesign& y) {
+          return std::tie(x.b, x.a) < std::tie(y.b, y.a);
+        });
+    if (!(chosen == prepared.design))
+      prepared = Preparation(design, options).run_sections(chosen, prepared);
+    break;
   }
   return prepared;
+}
+
+Prepared prepared_before(const FilterDesign& design, const PrepareOptions& options) {
+  return Preparation(design, options).run_as_before();
 }
 
 }  // namespace jurn

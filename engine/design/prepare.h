@@ -116,6 +116,12 @@ struct Prepared {
  */
 Prepared prepare(const FilterDesign& design, const PrepareOptions& options = {});
 
+/**
+ * What runs of a design that was prepared before, elsewhere or for a device: neither mended nor
+ * measured again, and without a notice, in no time worth mentioning.
+ */
+Prepared prepared_before(const FilterDesign& design, const PrepareOptions& options = {});
+
 constexpr std::size_t kConvolutionTaps = 64;
 constexpr std::size_t kLongTaps = 4096;
 

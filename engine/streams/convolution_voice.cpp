@@ -31,6 +31,8 @@ struct Room {
   Room(const Convolution_shape& shape, const Routing& routing, double least)
       : response(shape, routing), tail(ringing(routing, least)) {}
 
+  Room(ConvolutionResponse ready, int rings) : response(std::move(ready)), tail(rings) {}
+
   const ConvolutionResponse_ID* get() const { return response.get(); }
 
   ConvolutionResponse response;
@@ -39,14 +41,13 @@ struct Room {
 
 class ConvolutionVoice : public Voice {
  public:
-  ConvolutionVoice(const Routing& routing, int longest, Precision precision, const Format& format)
+  ConvolutionVoice(std::unique_ptr<Room> room, int longest, Precision precision,
+                   const Format& format)
       : Voice(Kind::kConvolution, format),
         shape_{format.inputs, format.outputs, format.block, longest},
         precision_(precision),
         scale_(precision == Precision::kInt16 ? 32768.0 / format.full_scale : 1.0),
-        room_(std::make_shared<Room>(shape_, routing,
-                                     // Half a step of 16 bits, and of 24.
-                                     precision == Precision::kInt16 ? 0x1p-16 : 0x1p-24)),
+        room_(std::move(room)),
         stream_(std::make_unique<ConvolutionStream>(shape_)),
         channels_(static_cast<std::size_t>(std::max(format.inputs, format.outputs))) {
     const std::size_t block = static_cast<std::size_t>(format.block);
@@ -180,7 +181,17 @@ class ConvolutionVoice : public Voice {
 
 std::unique_ptr<Voice> make_convolution(const Routing& routing, int longest, Precision precision,
                                         const Format& format) {
-  return std::make_unique<ConvolutionVoice>(routing, longest, precision, format);
+  const Convolution_shape shape = {format.inputs, format.outputs, format.block, longest};
+  // Half a step of 16 bits, and of 24.
+  const double least = precision == Precision::kInt16 ? 0x1p-16 : 0x1p-24;
+  return std::make_unique<ConvolutionVoice>(std::make_unique<Room>(shape, routing, least), longest,
+                                            precision, format);
+}
+
+std::unique_ptr<Voice> make_convolution(ConvolutionResponse response, int longest,
+                                        Precision precision, const Format& format) {
+  return std::make_unique<ConvolutionVoice>(
+      std::make_unique<Room>(std::move(response), longest - 1), longest, precision, format);
 }
 
 }  // namespace jurn

@@ -92,6 +92,11 @@ ConvolutionResponse::ConvolutionResponse(const Convolution_shape& shape, const R
   set(shape, routes.data(), count);
 }
 
+ConvolutionResponse::ConvolutionResponse(const void* prepared, std::size_t size)
+    : size_(size), response_(allocate<ConvolutionResponse_ID>(size)) {
+  std::memcpy(response_.get(), prepared, size);
+}
+
 void ConvolutionResponse::set(const Convolution_shape& shape, const Convolution_route* routes,
                               int count) {
   if (MORVAX_ConvolutionResponseCalcu_API(response_.get(), size_, &shape, routes, count))

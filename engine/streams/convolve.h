@@ -17,6 +17,10 @@ class ConvolutionResponse {
  public:
   /** Throws when a tap is no finite float. */
   ConvolutionResponse(const Convolution_shape& shape, const Routing& routing);
+  /** A copy of one that was prepared for the same shape, perhaps by another instance of this
+   * program. */
+  ConvolutionResponse(const void* prepared, std::size_t size);
+  std::size_t size() const { return size_; }
   /** Other taps of the same routes, none longer than before. Allocates nothing. */
   void set(const Convolution_shape& shape, const Convolution_route* routes, int count);
   const ConvolutionResponse_ID* get() const { return response_.get(); }

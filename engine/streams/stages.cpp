@@ -259,7 +259,14 @@ std::unique_ptr<Stage> make_stage(std::unique_ptr<Voice> voice, int latency) {
   return std::make_unique<VoiceStage>(std::move(voice), latency);
 }
 
-std::unique_ptr<Stage> make_average(int length, int channels, int block) {
+std::unique_ptr<Stage> make_average(int length, int channels, int block, Precision precision) {
+  if (precision == Precision::kDouble) {
+    Format format;
+    format.inputs = format.outputs = channels;
+    auto stage = std::make_unique<VoiceStage>(make_mean(length, precision, format), 0);
+    stage->tail = 0;
+    return stage;
+  }
   return std::make_unique<AverageStage>(length, channels, block);
 }
 

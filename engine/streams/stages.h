@@ -86,6 +86,7 @@ constexpr int kIirBlock = 512;
 std::unique_ptr<Stage> make_filter(const Prepared& prepared, int channels, int block);
 /** Any voice, whose format has a block and the int16 scale; late by so many frames. */
 std::unique_ptr<Stage> make_stage(std::unique_ptr<Voice> voice, int latency);
-std::unique_ptr<Stage> make_average(int length, int channels, int block);
+std::unique_ptr<Stage> make_average(int length, int channels, int block,
+                                    Precision precision = Precision::kInt16);
 
 }  // namespace jurn

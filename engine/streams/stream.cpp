@@ -255,7 +255,7 @@ void Stream::hear_the_past(int frames) {
     for (std::size_t c = 0; c < old_.size(); ++c)
       for (int i = 0; i < count; ++i)
         old_[c][i] = past_[c * size + static_cast<std::size_t>((warmed_ + i) % past_frames_)];
-    voice.run(old_.data(), count, spare_.data());
+    voice.hear(old_.data(), count, spare_.data());
     warmed_ += count;
   }
   if (warmed_ == heard_) voices_[static_cast<std::size_t>(count_++)] = {std::move(warming_), 0};

@@ -132,6 +132,11 @@ class PerChannel : public Voice {
       for (int done = 0; done < frames; done += kPiece)
         channels_[c].run(in[c] + done, std::min(frames - done, kPiece), out[c] + done);
   }
+  void hear(const double* const* in, int frames, double* const* spare) override {
+    for (std::size_t c = 0; c < channels_.size(); ++c)
+      for (int done = 0; done < frames; done += kPiece)
+        channels_[c].hear(in[c] + done, std::min(frames - done, kPiece), spare[c] + done);
+  }
   void reset() override { std::fill(channels_.begin(), channels_.end(), silent_); }
   int tail() const override { return tail_; }
   int memory() const override { return memory_; }
@@ -169,6 +174,12 @@ class History {
 struct FirChannel {
   explicit FirChannel(const std::vector<double>& b) : taps(b), past(b.size() - 1) {}
 
+  /** What it remembers is its input alone. */
+  void hear(const double* in, int frames, double*) {
+    past.append(in, frames);
+    past.advance(frames);
+  }
+
   void run(const double* in, int frames, double* out) {
     MORVAX_FirRun_API_double(out, past.append(in, frames), frames, taps.data(),
                              static_cast<int>(taps.size()));
@@ -183,6 +194,8 @@ struct FirChannel {
 struct DirectFormChannel {
   explicit DirectFormChannel(const FilterDesign& design)
       : b(design.b), a(design.a), inputs(b.size() - 1), outputs(a.size() - 1) {}
+
+  void hear(const double* in, int frames, double* spare) { run(in, frames, spare); }
 
   void run(const double* in, int frames, double* out) {
     MORVAX_FirRun_API_double(out, inputs.append(in, frames), frames, b.data(),
@@ -212,6 +225,8 @@ struct DirectFormChannel {
  */
 struct MeanChannel {
   explicit MeanChannel(int length) : group(static_cast<std::size_t>(length)), rest(group.size()) {}
+
+  void hear(const double* in, int frames, double* spare) { run(in, frames, spare); }
 
   void run(const double* in, int frames, double* out) {
     for (int i = 0; i < frames; ++i) {

@@ -8,6 +8,8 @@
 
 namespace jurn {
 
+class ConvolutionResponse;
+
 /** What the samples of a stream are like. */
 struct Format {
   int rate = 0;
@@ -60,6 +62,12 @@ class Voice {
   virtual bool run(const short* in, int frames, short* out);
   virtual bool run(const float* in, int frames, float* out);
   virtual bool run(const double* in, int frames, double* out);
+
+  /** Takes frames of the past, whose result nobody needs: `spare` may be overwritten. Multiples of
+   * block() frames. */
+  virtual void hear(const double* const* in, int frames, double* const* spare) {
+    run(in, frames, spare);
+  }
 
   /** Returns to silence. */
   virtual void reset() = 0;
@@ -117,5 +125,8 @@ std::unique_ptr<Voice> make_mean(int length, Precision precision, const Format& 
  */
 std::unique_ptr<Voice> make_convolution(const Routing& routing, int longest, Precision precision,
                                         const Format& format);
+/** The same with a response that is ready, for the format's shape and `longest`. */
+std::unique_ptr<Voice> make_convolution(ConvolutionResponse response, int longest,
+                                        Precision precision, const Format& format);
 
 }  // namespace jurn

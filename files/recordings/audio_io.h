@@ -16,6 +16,7 @@
 #include "recordings/output_file.h"
 #include "recordings/pipe.h"
 #include "streams/rounding.h"
+#include "streams/stamp.h"
 
 namespace jurn {
 
@@ -105,6 +106,8 @@ class AudioWriter {
 
   bool is_standard_output() const { return output_.is_standard_output(); }
   SampleFormat samples() const { return format_; }
+  /** Of what is written from now on. */
+  void keep(Stamp* stamp) { stamp_ = stamp; }
 
  private:
   void start_stream();
@@ -125,6 +128,7 @@ class AudioWriter {
   std::vector<int> int24_;
   std::vector<float> float_;
   std::int64_t clipped_ = 0;
+  Stamp* stamp_ = nullptr;  // or null
 };
 
 /** The endings of the names of all formats that can be written. */

@@ -171,6 +171,7 @@ void AudioWriter::write(const float* in, std::size_t frames) {
     case SampleFormat::kInt16:
       int16_.resize(count);
       to_int16(in, count, int16_.data(), &clipped_, dither_.get());
+      if (stamp_) stamp_->add(int16_.data(), count);
       written = sf_writef_short(file_.get(), int16_.data(), length);
       break;
     case SampleFormat::kInt24:
@@ -180,11 +181,13 @@ void AudioWriter::write(const float* in, std::size_t frames) {
         clipped_ += x > 8388607.0 || x < -8388608.0;
         int24_[i] = static_cast<int>(std::min(std::max(x, -8388608.0), 8388607.0)) * 256;
       }
+      if (stamp_) stamp_->add(int24_.data(), count);
       written = sf_writef_int(file_.get(), int24_.data(), length);
       break;
     case SampleFormat::kFloat:
       float_.resize(count);
       for (std::size_t i = 0; i < count; ++i) float_[i] = in[i] / kFullScale;
+      if (stamp_) stamp_->add(float_.data(), count);
       written = sf_writef_float(file_.get(), float_.data(), length);
       break;
   }

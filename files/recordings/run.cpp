@@ -140,6 +140,8 @@ Summary run(const Job& job) {
     AudioWriter writer(job.output, summary.channels, summary.rate, format, job.overwrite);
     unlock(job);
     chain.back()->rounds = writer.samples() == SampleFormat::kInt16 && !job.dither;
+    Stamp stamp;
+    if (job.stamp) writer.keep(&stamp);
     std::int64_t added = 0;
     for (const std::unique_ptr<Stage>& stage : chain) added += stage->added();
     if (reader.frames()) writer.expect(reader.frames() + added);
@@ -150,6 +152,7 @@ Summary run(const Job& job) {
     summary.on_standard_output = writer.is_standard_output();
     stream(job, job.output, &reader, chain, &writer, &summary);
     writer.commit();
+    if (job.stamp) summary.stamp = stamp.text().data();
     summary.seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     clipped_inside = summary.clipped > 0;

@@ -162,9 +162,13 @@ test('broken files get a sentence, and the filter stays', async () => {
     data.items.add(new File(['0.25 0.5 0.25\n'], 'smooth.txt'));
     window.dispatchEvent(new DragEvent('drop', { dataTransfer: data, cancelable: true }));
   });
-  await page.waitForFunction(() => document.getElementById('file-summary').textContent === 'smooth.txt: FIR of 3 taps.');
+  await page.waitForFunction(() => document.getElementById('file-summary').textContent === 'smooth.txt: read as 3 taps.');
   // Feedback of the other sign: refused, and played once the signs are turned.
   await page.setInputFiles('#coefficients', upload('other.csv', '1 0 0 1 1.8 -0.9\n'));
+  await page.waitForFunction(() => document.getElementById('file-summary').textContent === 'other.csv: read as 1 section.');
+  await page.click('text=Read as 6 taps instead');
+  await page.waitForFunction(() => document.getElementById('file-summary').textContent === 'other.csv: read as 6 taps.');
+  await page.click('text=Read as 1 section instead');
   await page.waitForFunction(() => /unstable/.test(document.getElementById('notices').textContent));
   await page.click('#turn');
   await page.waitForFunction(() => !/unstable/.test(document.getElementById('notices').textContent));

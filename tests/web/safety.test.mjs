@@ -109,7 +109,7 @@ test('a blind test: nothing shows which one sounds, and answers are counted', as
 test('what does not fit is said at once, and what depends on it is off', async () => {
   const { page, errors, close } = await open_();
   await page.setInputFiles('#coefficients', upload('many.txt', '0.0001\n'.repeat(8001)));
-  await says(page, 'file-summary', 'FIR of 8001 taps');
+  await says(page, 'file-summary', 'read as 8001 taps');
   await page.selectOption('#precision', 'int16');
   await says(page, 'notices', '8001 coefficients; in 16-bit samples 1 to 1250 are accepted');
   for (const id of ['save-coefficients', 'save-c', 'save-wav']) assert.ok(await page.locator(`#${id}`).isDisabled(), id);
@@ -184,7 +184,7 @@ test('another link in the same tab, undo and redo, a link that is too long, a ro
   let state = 1;
   const noise = Array.from({ length: 8001 }, () => (state = (Math.imul(state, 1664525) + 1013904223) | 0) / 2 ** 40);
   await page.setInputFiles('#coefficients', upload('many.txt', noise.join('\n')));
-  await says(page, 'file-summary', 'FIR of 8001 taps');
+  await says(page, 'file-summary', 'read as 8001 taps');
   await page.click('#share');
   await says(page, 'message', 'too long for a link');
   await page.waitForFunction(() => location.hash.length < 400);

@@ -99,7 +99,7 @@ test('what cannot work is refused with a sentence: shapes, filters, a closed con
     const late = closing.close().then(() => said(one.change({ kind: 'fir', b: [1] })));
     const lost = offline();
     return [
-      await said(createFilterNode(offline(), { inputs: 3 })),
+      await said(createFilterNode(offline(), { inputs: 17 })),
       await said(createFilterNode(offline(), { filter: { kind: 'fir' } })),
       await said(createFilterNode(offline(), { filter: { kind: 'fir', b: [1] }, outputs: 1 })),
       await said(other.change({ kind: 'fir', b: [1] })),
@@ -112,7 +112,7 @@ test('what cannot work is refused with a sentence: shapes, filters, a closed con
     ];
   });
   const expected = [
-    /^RangeError: a stream of 3 inputs/, /^RangeError: b is missing/, /another number of outputs/,
+    /^RangeError: a stream of 17 inputs/, /^RangeError: b is missing/, /another number of outputs/,
     /audio context is closed/, /audio context is closed/, /audio context is closed/,
     /nothing.js: cannot be loaded as the processor .*option 'worklet'/, /^nothing$/,
     /nothing.wasm: cannot be loaded \(404\)/, /empty.html: is no WebAssembly module .*option 'wasm'/,

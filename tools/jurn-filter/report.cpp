@@ -44,6 +44,7 @@ void print_json(const Summary& s, std::FILE* out) {
       {"narrowed_to_16_bits", !s.narrowed.empty()},
       {"seconds", s.seconds},
   };
+  if (!s.stamp.empty()) json["stamp"] = s.stamp;
   if (s.peak > 0.0) json["peak_dbfs"] = dbfs(s.peak);
   if (s.fitting_gain_db) json["fitting_gain_db"] = *s.fitting_gain_db;
   print_line(json, out);
@@ -74,6 +75,7 @@ void print_text(const Summary& s, std::FILE* out) {
   if (s.not_finite)
     std::fprintf(out, "  input    %lld samples that are no finite numbers were read as silence\n",
                  static_cast<long long>(s.not_finite));
+  if (!s.stamp.empty()) std::fprintf(out, "  stamp    %s\n", s.stamp.c_str());
   std::fprintf(out, "  speed    %.0f times faster than real time\n", duration / s.seconds);
 }
 

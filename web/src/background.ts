@@ -20,13 +20,13 @@ function run<T>(job: Job, transfer: Transferable[], take: (answer: Answer) => T 
 export const readInBackground = (bytes: ArrayBuffer): Promise<{ read: Recording | null; bytes: ArrayBuffer }> =>
   run({ kind: 'read', bytes }, [bytes], (answer) => ('read' in answer ? answer : undefined));
 
-/** The filtered channels, which are taken away, as a WAV file. */
+/** The filtered channels, which are taken away, as a WAV file, and its stamp. */
 export const filterInBackground = (
   library: CompiledLibrary, filter: Filter, channels: Float32Array[], rate: number, int16: boolean,
   progress: (part: number) => void,
-): Promise<Uint8Array<ArrayBuffer>> =>
+): Promise<{ file: Uint8Array<ArrayBuffer>; stamp: string }> =>
   run({ kind: 'filter', library, filter, channels, rate, int16 }, channels.map((channel) => channel.buffer as ArrayBuffer),
       (answer) => {
         if ('part' in answer) progress(answer.part);
-        return 'file' in answer ? answer.file : undefined;
+        return 'file' in answer ? answer : undefined;
       });

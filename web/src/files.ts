@@ -8,10 +8,12 @@ export function download(name: string, content: BlobPart): void {
   setTimeout(() => URL.revokeObjectURL(link.href), 10000);
 }
 
+export const WAV_HEADER = 44; // bytes before the samples
+
 /** A WAV file: 16-bit samples, or floats where the filter runs in floats. */
 export function wav(channels: Float32Array[], rate: number, int16: boolean): Uint8Array<ArrayBuffer> {
   const frames = channels[0].length, width = int16 ? 2 : 4;
-  const bytes = new Uint8Array(44 + frames * channels.length * width);
+  const bytes = new Uint8Array(WAV_HEADER + frames * channels.length * width);
   const view = new DataView(bytes.buffer);
   const mark = (at: number, text: string) => [...text].forEach((c, i) => view.setUint8(at + i, c.charCodeAt(0)));
   mark(0, 'RIFF');
@@ -25,9 +27,9 @@ export function wav(channels: Float32Array[], rate: number, int16: boolean): Uin
   view.setUint16(32, channels.length * width, true);
   view.setUint16(34, 8 * width, true);
   mark(36, 'data');
-  view.setUint32(40, bytes.length - 44, true);
+  view.setUint32(40, bytes.length - WAV_HEADER, true);
   channels.forEach((channel, c) => {
-    let at = 44 + c * width;
+    let at = WAV_HEADER + c * width;
     for (let i = 0; i < frames; ++i, at += channels.length * width) {
       if (int16) view.setInt16(at, Math.max(-32768, Math.min(32767, Math.round(channel[i] * 32768))), true);
       else view.setFloat32(at, channel[i], true);
@@ -36,13 +38,16 @@ export function wav(channels: Float32Array[], rate: number, int16: boolean): Uin
   return bytes;
 }
 
+const MOST_CHANNELS = 16;
+
 export interface Recording {
   rate: number;
   channels: Float32Array<ArrayBuffer>[];
 }
 
 /**
- * The samples of a WAV file of whole numbers or floats, exactly, and its rate; null for other files.
+ * The samples of a WAV file of whole numbers or floats, exactly, and its rate; null for other files
+ * and for those without a sample.
  * Browsers read it too, but Chromium scales positive samples by 32768/32767.
  */
 export function readWav(bytes: ArrayBuffer): Recording | null {
@@ -69,9 +74,9 @@ export function readWav(bytes: ArrayBuffer): Recording | null {
       };
       const sample = read[`${format} ${bits}`];
       const width = bits / 8, frames = Math.floor(size / (count * width));
-      if (!sample || count < 1 || rate < 1 || !(frames >= 1)) return null;
+      if (!sample || count < 1 || count > MOST_CHANNELS || rate < 1 || !(frames >= 1)) return null;
       const channels: Float32Array<ArrayBuffer>[] = [];
-      for (let c = 0; c < Math.min(count, 2); ++c) {
+      for (let c = 0; c < count; ++c) {
         const channel = new Float32Array(frames);
         for (let i = 0, at = from + c * width; i < frames; ++i, at += count * width) {
           channel[i] = sample(at);

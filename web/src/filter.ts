@@ -1,11 +1,11 @@
 // From the setting to the filter that runs, its curves and what is to be said of it.
-import type { Convolution, Filter } from 'jurn-filter';
+import type { Filter } from 'jurn-filter';
 import type { Design, Notice } from 'jurn-filter/design';
 import { bandIsDragged, placeHandles } from './bands.js';
 import type { Curve } from './chart.js';
-import { chart, designer, element, loaded, running, sayError, setting, sound } from './page.js';
+import { chart, designer, element, library, loaded, running, sayError, setting, sound } from './page.js';
 import { respond, respondLong } from './response.js';
-import { roomFilter } from './rooms.js';
+import { roomResponse } from './rooms.js';
 import { equaliserText } from './setting.js';
 import { showCommand } from './take_home.js';
 
@@ -27,6 +27,8 @@ export async function update(exactPeak: boolean): Promise<void> {
   const curves: Curve[] = [];
   let filter: Filter | null = null;
   let runs: Design | null = null;
+  let response: ((inputs: number) => Float32Array[]) | null = null;
+  const filters = await library;
   let peak = 0;
   chart.rate = setting.rate;
   chart.roots = null;
@@ -56,22 +58,28 @@ export async function update(exactPeak: boolean): Promise<void> {
         }
       }
     } else if (setting.kind === 'mean') {
-      filter = { kind: 'average', length: setting.mean };
+      filter = { kind: 'average', length: setting.mean, precision: setting.precision };
       curves.push({ response: respond(filter, setting.rate), colour: 'curve' });
     } else if (setting.kind === 'room') {
       const room = loaded.rooms[setting.room] ?? loaded.rooms.hall;
       if (room) {
-        const convolution = roomFilter(room, setting.wet / 100, setting.rate);
-        filter = convolution;
-        pushLong(curves, convolution, [0, 1], ['left', 'right']);
+        const channels = roomResponse(room, setting.wet / 100);
+        response = () => channels;
+        // A length is reserved, so that rooms fade into each other with their tails.
+        filter = { ...filters.connect(channels, 2), taps: Math.max(2 * setting.rate, channels[0].length) };
+        const names = channels.length === 4 ? ['left', '', '', 'right'] : ['left', 'right'];
+        names.forEach((name, c) => {
+          if (name) curves.push({ response: respondLong(channels[c % channels.length], setting.rate), colour: c === 0 ? 'curve' : 'second', name });
+        });
         element('room-summary').textContent =
           `${room.name}: ${(room.channels[0].length / setting.rate).toFixed(2)} s, ` +
-          `${room.channels[0].length} taps, ${room.channels.length === 1 ? 'mono' : 'stereo'}. No latency is added.`;
+          `${room.channels[0].length} taps, ${['', 'mono', 'stereo'][room.channels.length] ?? `${room.channels.length} channels`}. No latency is added.`;
       }
     } else if (loaded.head) {
       const { head } = loaded;
-      const convolution = head.filter(setting.azimuth, setting.distance);
-      filter = convolution;
+      const { azimuth, distance } = setting;
+      response = (inputs) => head.response(azimuth, distance, inputs);
+      filter = filters.connect(response(2), 2);
       const ears = head.pair(setting.azimuth).map((ear) =>
         respond({ kind: 'fir', b: ear.map((tap) => tap / setting.distance) }, setting.rate));
       curves.push({ response: ears[0], colour: 'curve', name: 'left ear' }, { response: ears[1], colour: 'second', name: 'right ear' });
@@ -86,7 +94,7 @@ export async function update(exactPeak: boolean): Promise<void> {
   element('play-loud').hidden = !loud;
   element('play-loud').textContent = `Play it at +${peak.toFixed(1)} dB`;
   if (loud) notices.push({ text: 'Not played before you click: turn the volume down first', warning: true });
-  Object.assign(running, { filter, design: runs });
+  Object.assign(running, { filter, design: runs, response: filter && response });
   chart.curves = curves;
   if (!bandIsDragged()) chart.fit();
   showNotices(notices);
@@ -110,14 +118,6 @@ export function turned(design: Design): Design {
   if (design.kind === 'fir') return design;
   const group = design.kind === 'sections' ? 3 : design.a.length;
   return { ...design, a: Array.from(design.a, (x, i) => (i % group ? -x : x)) } as Design;
-}
-
-function pushLong(curves: Curve[], { routes }: Convolution, which: number[], names: string[]): void {
-  which.forEach((route, i) =>
-    curves.push({
-      response: respondLong(routes[route].taps as Float32Array, setting.rate),
-      colour: i === 0 ? 'curve' : 'second', name: names[i],
-    }));
 }
 
 function showNotices(notices: (Notice & { good?: boolean })[]): void {

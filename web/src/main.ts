@@ -13,7 +13,7 @@ import { chooseSound, hear, recordingOf, recordings, showPlaying, SOUNDS, toggle
 import { clamp, hasGain, highest, LIMITS, type Kind, type Setting } from './setting.js';
 import { placeSource, wireSource } from './source.js';
 import { showKind, showView, wireTabs } from './tabs.js';
-import { saveC, saveCoefficients, saveWav, showCommand } from './take_home.js';
+import { saveC, saveCoefficients, saveRecording, saveWav, showCommand } from './take_home.js';
 
 const EXAMPLES: Record<string, string> = {
   'telephone.txt': 'Telephone, FIR of 255 taps', 'dark.txt': 'Dark, 8 sections', 'low-cut.txt': 'Low cut, 2 sections',
@@ -100,7 +100,7 @@ function showSetting(): void {
   select('room').value = setting.room;
   input('wet').value = String(setting.wet);
   element<HTMLOutputElement>('wet-value').value = `${setting.wet} %`;
-  showFile();
+  void showFile();
   placeSource();
   showMean();
   select('precision').value = setting.precision;
@@ -237,6 +237,7 @@ function wire(): void {
 
   element('save-coefficients').onclick = () => void saveCoefficients();
   element('save-c').onclick = () => void saveC();
+  element('save-recording').onclick = () => void saveRecording();
   element('save-wav').onclick = () => void saveWav();
   element('run-checksum').onclick = () => void checkBits();
   element('share').onclick = async () => {

@@ -1,23 +1,28 @@
 // Files that are opened or dropped: coefficients, impulse responses, recordings; and the rooms and
 // heads that the page brings along.
+import type { Design } from 'jurn-filter/design';
 import { isAudio, MOST_COEFFICIENT_BYTES } from './files.js';
 import { changed, designer, element, loaded, say, sayError, sayNothing, select, setting, sound } from './page.js';
 import { useRecording } from './recordings.js';
 import { hall, Head, MOST_SECONDS, type ImpulseResponse } from './rooms.js';
 import { showKind } from './tabs.js';
 
+/** The file of now, for whoever wants it read otherwise. */
+let opened: { name: string; bytes: Uint8Array } | null = null;
+
+async function take(name: string, { kind, b, a = [] }: Design): Promise<void> {
+  setting.file = { name, kind, b, a };
+  await showFile();
+  showKind('file');
+  changed();
+}
+
 export async function useCoefficients(name: string, bytes: Uint8Array): Promise<void> {
-  const wanted = select('wanted').value;
   try {
-    const { kind, b, a = [] } = (await designer).parse(name, bytes, {
-      rate: setting.rate, precision: setting.precision,
-      wanted: wanted === 'auto' ? undefined : (wanted as 'sections' | 'fir'),
-    });
+    const design = (await designer).parse(name, bytes, { rate: setting.rate, precision: setting.precision });
     sayNothing();
-    setting.file = { name, kind, b, a };
-    showFile();
-    showKind('file');
-    changed();
+    opened = { name, bytes };
+    await take(name, design);
   } catch (error) {
     sayError(error, '');
   }
@@ -25,17 +30,25 @@ export async function useCoefficients(name: string, bytes: Uint8Array): Promise<
 
 const NO_FILE = element('file-summary').textContent;
 
-export function showFile(): void {
-  if (!setting.file) {
-    element('file-summary').textContent = NO_FILE;
-    return;
-  }
-  const { name, kind, b, a } = setting.file;
-  const count = (n: number, noun: string) => `${n} ${noun}${n === 1 ? '' : 's'}`;
-  const what = kind === 'fir' ? `FIR of ${count(b.length, 'tap')}`
-    : kind === 'sections' ? count(b.length / 3, 'second-order section')
-    : `direct-form IIR of order ${Math.max(b.length, a.length) - 1}`;
-  element('file-summary').textContent = `${name}: ${what}.`;
+/** What the file was read as, and what else it could be. */
+export async function showFile(): Promise<void> {
+  const { file } = setting;
+  const design = await designer;
+  if (file !== setting.file) return;
+  element('file-summary').textContent = file ? `${file.name}: read as ${design.describe(file as Design)}.` : NO_FILE;
+  const kinds = file && opened?.name === file.name ? (['fir', 'iir', 'sections'] as const).filter((kind) => kind !== file.kind) : [];
+  element('instead').replaceChildren(...kinds.flatMap((kind) => {
+    try {
+      const other = design.parse(opened!.name, opened!.bytes, { rate: setting.rate, precision: setting.precision, wanted: kind });
+      const button = document.createElement('button');
+      button.type = 'button';
+      button.textContent = `Read as ${design.describe(other)} instead`;
+      button.onclick = () => void take(opened!.name, other);
+      return [button];
+    } catch {
+      return []; // what it cannot be
+    }
+  }));
 }
 
 let roomFile: File | null = null;
@@ -49,7 +62,7 @@ async function decodeRoom(file: File): Promise<ImpulseResponse> {
   }
   if (buffer.duration > MOST_SECONDS)
     throw new Error(`${file.name}: the response lasts ${buffer.duration.toFixed(1)} s; up to ${MOST_SECONDS} s are accepted.`);
-  const channels = [0, 1].slice(0, buffer.numberOfChannels).map((c) => buffer.getChannelData(c));
+  const channels = Array.from({ length: buffer.numberOfChannels }, (_, c) => buffer.getChannelData(c));
   if (channels.every((channel) => channel.every((x) => x === 0)))
     throw new Error(`${file.name}: the response is silent.`);
   return { name: file.name, channels };

@@ -1,5 +1,5 @@
 // What the parts of the page share: its elements, its state, messages, and what follows a change.
-import type { Filter } from 'jurn-filter';
+import { Library, type Filter } from 'jurn-filter';
 import { DesignError, loadDesigner, type Design } from 'jurn-filter/design';
 import { Chart } from './chart.js';
 import type { Head, ImpulseResponse } from './rooms.js';
@@ -13,10 +13,17 @@ export const select = (id: string) => element<HTMLSelectElement>(id);
 export const setting: Setting = location.hash.length > 1 ? await fromHash(location.hash) : initial();
 export const sound = new Sound(setting.rate);
 export const designer = loadDesigner();
+/** The library on this thread, for what is not heard. */
+export const library = sound.library.then((compiled) => new Library(compiled));
 export const chart = new Chart(element<HTMLCanvasElement>('chart'));
 
 /** What runs now, and what is known of it. */
-export const running: { filter: Filter | null; design: Design | null } = { filter: null, design: null };
+export const running: {
+  filter: Filter | null;
+  design: Design | null;
+  /** Of a room or a head, for a recording of so many channels. */
+  response: ((inputs: number) => Float32Array[]) | null;
+} = { filter: null, design: null, response: null };
 /** What the rate of now has made of rooms and heads. */
 export const loaded: { rooms: Record<string, ImpulseResponse>; head: Head | null } = { rooms: {}, head: null };
 

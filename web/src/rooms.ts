@@ -1,9 +1,7 @@
 // Impulse responses of rooms, and of a head.
-import type { Convolution, Route } from 'jurn-filter';
-
 export interface ImpulseResponse {
   name: string;
-  /** One channel for both sides, or one for each. */
+  /** One channel for all sides, one for each, or four: left to left, left to right, right to left, right to right. */
   channels: Float32Array[];
 }
 
@@ -30,15 +28,15 @@ export function hall(rate: number): ImpulseResponse {
 }
 
 /** The response mixed with the sound itself; its energy is made 1 so that all rooms are as loud. */
-export function roomFilter(room: ImpulseResponse, wet: number, rate: number): Convolution {
+export function roomResponse(room: ImpulseResponse, wet: number): Float32Array[] {
   const energy = Math.max(...room.channels.map((x) => x.reduce((sum, tap) => sum + tap * tap, 0)));
   const gain = energy > 0 ? wet / Math.sqrt(energy) : 0;
-  const routes: Route[] = [0, 1].map((side) => {
-    const taps = room.channels[side % room.channels.length].map((tap) => tap * gain);
-    taps[0] += 1 - wet;
-    return { input: side, output: side, taps };
+  return room.channels.map((channel, c) => {
+    const taps = channel.map((tap) => tap * gain);
+    // Of four, the middle ones lead to the other side.
+    if (room.channels.length !== 4 || c === 0 || c === 3) taps[0] += 1 - wet;
+    return taps;
   });
-  return { kind: 'convolution', routes, taps: Math.max(2 * rate, routes[0].taps.length, routes[1].taps.length) };
 }
 
 /** Pairs of responses around a head, from the file that web/head.cpp writes. */
@@ -68,13 +66,9 @@ export class Head {
   }
 
   /** Both channels of the sound as one source in a direction, quieter with the distance. */
-  filter(azimuth: number, distance: number): Convolution {
-    const gain = 0.5 / distance;
-    const routes: Route[] = [];
-    this.pair(azimuth).forEach((ear, output) => {
-      const taps = ear.map((tap) => tap * gain);
-      for (const input of [0, 1]) routes.push({ input, output, taps });
-    });
-    return { kind: 'convolution', routes };
+  response(azimuth: number, distance: number, inputs: number): Float32Array[] {
+    const gain = 1 / inputs / distance;
+    const ears = this.pair(azimuth).map((ear) => ear.map((tap) => tap * gain));
+    return Array.from({ length: inputs }, () => ears).flat();
   }
 }

@@ -212,7 +212,7 @@ export class Sound {
   }
 
   set volume(db: number) {
-    this.gain = Math.pow(10, db / 20);
+    this.gain = fromDb(db);
     if (this.context && this.node)
       this.master.gain.setTargetAtTime(this.gain, this.context.currentTime, 0.01);
   }

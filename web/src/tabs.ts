@@ -12,7 +12,7 @@ export function showKind(kind: Kind): void {
     tab.tabIndex = chosen ? 0 : -1;
     element(`kind-${tab.dataset.kind}`).hidden = !chosen;
   });
-  document.querySelector<HTMLElement>('.precision')!.hidden = kind !== 'eq' && kind !== 'file';
+  document.querySelector<HTMLElement>('.precision')!.hidden = kind === 'room' || kind === 'head';
   element('chart-hint').textContent = kind === 'eq'
     ? 'Drag a band; the wheel changes its width.' : kind === 'head' ? 'What each ear gets from the source.' : '';
 }

@@ -2,59 +2,68 @@
 import type { Design } from 'jurn-filter/design';
 import { filterInBackground } from './background.js';
 import { download, wav } from './files.js';
-import { designer, element, running, sayError, setting, sound } from './page.js';
-import { recordingOf } from './recordings.js';
+import { designer, element, library, running, sayError, select, setting, sound } from './page.js';
+import { recordingOf, SOUNDS } from './recordings.js';
+
+/** A name that every shell takes as it is. */
+const plain = (name: string) => name.replace(/\.[^.]*$/, '').replace(/[^\p{L}\p{N}_.+-]+/gu, '_').replace(/^[-.]+/, '') || 'file';
 
 function stem(): string {
-  if (setting.kind === 'file' && setting.file) return setting.file.name.replace(/\.[^.]*$/, '');
+  if (setting.kind === 'file' && setting.file) return plain(setting.file.name);
   return { eq: 'equaliser', file: 'filter', room: 'room', head: 'head', mean: 'mean' }[setting.kind];
 }
 
-/** Both ears' or sides' responses as they run, for convolution by the tool. */
-function impulseResponse(): Float32Array[] | null {
-  const { filter } = running;
-  if (filter?.kind !== 'convolution') return null;
-  const gain = setting.kind === 'head' ? 2 : 1;
-  return [0, 1].map((side) =>
-    Float32Array.from(filter.routes.find((route) => route.output === side)!.taps, (tap) => tap * gain));
+/** The recording and what it is called: that is chosen, or the one before the microphone. */
+async function recording(): Promise<AudioBuffer> {
+  return sound.recording ?? recordingOf(setting.sound);
 }
 
-export function showCommand(): void {
-  const { design, filter } = running;
-  let command = '';
-  const double = setting.precision === 'double' ? ' --precision double' : '';
+function recordingName(): string {
+  const key = select('sound').value;
+  const name = plain(key.startsWith('file:') ? key.slice(5) : key in SOUNDS ? key : setting.sound);
+  return `${name === 'out' ? 'recording' : name}.wav`;
+}
+
+/** The command that gives the file of "Filtered WAV" from the other files. */
+function commandOf(): string {
+  const { design, filter, response } = running;
+  const files = `${recordingName()} out.wav`;
+  const bits = setting.precision === 'int16' ? '' : ' --bits float';
   if (design) {
     const subcommand = { fir: 'fir', iir: 'iir', sections: 'sos' }[design.kind];
-    const precision = design.kind === 'sections' || design.b.length > 201 ? '' : double;
-    command = `jurn-filter ${subcommand} in.wav out.wav -c ${stem()}.txt${precision}`;
-  } else if (filter?.kind === 'average') {
-    command = `jurn-filter average in.wav out.wav --length ${filter.length}`;
-  } else if (filter?.kind === 'convolution') {
-    command = `jurn-filter convolve in.wav out.wav --ir ${stem()}.wav`;
+    return `jurn-filter ${subcommand} ${files} -c ${stem()}.txt --precision ${setting.precision}${bits} --stamp`;
   }
-  element('command').innerHTML = '';
-  if (command) {
-    const code = document.createElement('code');
-    code.textContent = command;
-    element('command').append('In a shell: ', code);
-  }
-  element('save-coefficients').textContent = filter?.kind === 'convolution' ? 'Response as WAV' : 'Coefficient file';
+  if (filter?.kind === 'average')
+    return `jurn-filter average ${files} --length ${filter.length} --precision ${setting.precision}${bits} --stamp`;
+  if (response) return `jurn-filter convolve ${files} --ir ${stem()}.wav --bits float --stamp`;
+  return '';
+}
+
+let stamped = '';
+const stampKey = () => commandOf() + JSON.stringify(setting);
+
+export function showCommand(): void {
+  const { design, filter, response } = running;
+  const command = commandOf();
+  element('command').textContent = command;
+  element('command-line').hidden = !command;
+  if (stamped !== stampKey()) element('stamp').textContent = '';
+  element('save-coefficients').textContent = response ? 'Response as WAV' : 'Coefficient file';
   element<HTMLButtonElement>('save-coefficients').disabled = !design && !filter;
   element<HTMLButtonElement>('save-c').disabled = !design && filter?.kind !== 'average';
-  element<HTMLButtonElement>('save-wav').disabled = !filter;
+  for (const id of ['save-wav', 'save-recording']) element<HTMLButtonElement>(id).disabled = !filter;
 }
 
 export async function saveCoefficients(): Promise<void> {
-  const { design, filter } = running;
-  const response = impulseResponse();
-  if (response) download(`${stem()}.wav`, wav(response, setting.rate, false));
+  const { design, filter, response } = running;
+  if (response) download(`${stem()}.wav`, wav(response((await recording()).numberOfChannels), setting.rate, false));
   else if (design) download(`${stem()}.txt`, (await designer).export(design, 'text', stem()));
   else if (filter?.kind === 'average')
     download(`${stem()}.txt`, (await designer).export(averageAsFir(filter.length), 'text', stem()));
 }
 
 const averageAsFir = (length: number): Design =>
-  ({ kind: 'fir', b: new Array<number>(length).fill(1 / length), precision: 'int16' });
+  ({ kind: 'fir', b: new Array<number>(length).fill(1 / length), precision: setting.precision });
 
 export async function saveC(): Promise<void> {
   const { design, filter } = running;
@@ -63,24 +72,35 @@ export async function saveC(): Promise<void> {
     download(`${stem()}.h`, (await designer).export(averageAsFir(filter.length), 'header', stem()));
 }
 
+const channelsOf = (buffer: AudioBuffer) =>
+  Array.from({ length: buffer.numberOfChannels }, (_, c) => new Float32Array(buffer.getChannelData(c)));
+
+export async function saveRecording(): Promise<void> {
+  try {
+    download(recordingName(), wav(channelsOf(await recording()), setting.rate, false));
+  } catch (error) {
+    sayError(error, '');
+  }
+}
+
 export async function saveWav(): Promise<void> {
-  const { filter } = running;
+  const { filter, response } = running;
   if (!filter) return;
   const button = element<HTMLButtonElement>('save-wav');
   button.disabled = true;
   try {
-    const buffer = sound.recording ?? (await recordingOf(setting.sound));
-    // The tail of a room sounds on after the recording.
-    const tail = filter.kind === 'convolution' ? Math.max(...filter.routes.map((route) => route.taps.length)) - 1 : 0;
-    const whole = [0, 1].map((c) => {
-      const channel = new Float32Array(buffer.length + tail);
-      channel.set(buffer.getChannelData(Math.min(c, buffer.numberOfChannels - 1)));
-      return channel;
-    });
-    const int16 = setting.kind === 'mean' || (setting.precision === 'int16' && filter.kind !== 'convolution');
-    const file = await filterInBackground(await sound.library, filter, whole, setting.rate, int16, (part) =>
+    const channels = channelsOf(await recording());
+    const key = stampKey();
+    // Of as many channels as the recording has, as the tool runs it.
+    const whole = response ? (await library).connect(response(channels.length), channels.length) : filter;
+    const int16 = setting.precision === 'int16' && !response;
+    const { file, stamp } = await filterInBackground(await sound.library, whole, channels, setting.rate, int16, (part) =>
       (button.textContent = `${Math.round(100 * part)} %`));
     download(`${stem()}-filtered.wav`, file);
+    if (key === stampKey()) {
+      stamped = key;
+      element('stamp').textContent = `Stamp of the filtered samples: ${stamp}. The command shows the same.`;
+    }
   } catch (error) {
     sayError(error, '');
   }

@@ -1,26 +1,43 @@
 // What takes long with a long recording, away from the page: reading a WAV file, filtering one.
 import { Library, type CompiledLibrary, type Filter } from 'jurn-filter';
-import { readWav, wav, type Recording } from './files.js';
+import { readWav, wav, WAV_HEADER, type Recording } from './files.js';
 
 export type Job =
   | { kind: 'read'; bytes: ArrayBuffer }
   | { kind: 'filter'; library: CompiledLibrary; filter: Filter; channels: Float32Array[]; rate: number; int16: boolean };
 
-export type Answer = { part: number } | { read: Recording | null; bytes: ArrayBuffer } | { file: Uint8Array<ArrayBuffer> } | { error: string };
+export type Answer = { part: number } | { read: Recording | null; bytes: ArrayBuffer } | { file: Uint8Array<ArrayBuffer>; stamp: string } | { error: string };
 
 const answer = (message: Answer, transfer: Transferable[] = []) =>
   (self as unknown as { postMessage(m: Answer, t: Transferable[]): void }).postMessage(message, transfer);
 
-function filtered({ library, filter, channels, rate, int16 }: Job & { kind: 'filter' }): Uint8Array<ArrayBuffer> {
-  const stream = new Library(library).stream({ channels: 2 });
+/** In blocks of the command-line tool, from which the bits of a convolution follow. */
+const BLOCK = 1024;
+
+function filtered({ library: compiled, filter, channels, rate, int16 }: Job & { kind: 'filter' }): { file: Uint8Array<ArrayBuffer>; stamp: string } {
+  const library = new Library(compiled);
+  const inputs = channels.length;
+  const { outputs = inputs, tail = 0 } = filter.kind === 'convolution'
+    ? { outputs: 1 + Math.max(...filter.routes.map(({ output }) => output)), tail: Math.max(...filter.routes.map(({ taps }) => taps.length)) - 1 }
+    : {};
+  const stream = library.stream({ inputs, outputs, block: BLOCK });
   stream.change(filter);
-  const step = 128 * 3750, frames = channels[0].length;
-  for (let at = 0; at < frames; at += step) {
-    answer({ part: at / frames });
-    const part = channels.map((channel) => channel.subarray(at, at + step));
-    stream.process(part, part);
+  const frames = channels[0].length, step = BLOCK * 480;
+  const result = Array.from({ length: outputs }, () => new Float32Array(frames + tail));
+  for (let at = 0; at < frames + tail; at += step) {
+    answer({ part: at / (frames + tail) });
+    const end = Math.min(at + step, frames + tail);
+    const part = channels.map((channel) => {
+      if (end <= frames) return channel.subarray(at, end);
+      const padded = new Float32Array(end - at);
+      if (at < frames) padded.set(channel.subarray(at));
+      return padded;
+    });
+    stream.process(part, result.map((channel) => channel.subarray(at, end)));
   }
-  return wav(channels, rate, int16);
+  const file = wav(result, rate, int16);
+  const samples = int16 ? new Int16Array(file.buffer, WAV_HEADER) : new Float32Array(file.buffer, WAV_HEADER);
+  return { file, stamp: library.stamp(samples) };
 }
 
 self.onmessage = ({ data }: MessageEvent<Job>) => {
@@ -29,8 +46,8 @@ self.onmessage = ({ data }: MessageEvent<Job>) => {
       const read = readWav(data.bytes);
       answer({ read, bytes: data.bytes }, [data.bytes, ...(read ? read.channels.map((channel) => channel.buffer) : [])]);
     } else {
-      const file = filtered(data);
-      answer({ file }, [file.buffer]);
+      const result = filtered(data);
+      answer(result, [result.file.buffer]);
     }
   } catch (error) {
     answer({ error: error instanceof Error ? error.message : String(error) });

@@ -4,38 +4,18 @@
 #include <complex>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "Filter_control.h"
 #include "coefficients/formats.h"
 #include "design/export.h"
 #include "design/prepare.h"
 #include "design/roots.h"
 #include "design/spectrum.h"
+#include "refuse.h"
 
 #define EXPORT extern "C" __attribute__((used, visibility("default")))
-
-/* Debian's C++ library for WebAssembly has no exceptions. Whatever is thrown here is a message for
- * the user and caught by nobody inside: it leaves through the caller, who throws it in its own
- * language and drops this instance. */
-extern "C" [[noreturn]] void jurn_refuse(const char* message);
-
-// NOLINTBEGIN(bugprone-reserved-identifier): the names that compilers call
-extern "C" void* __cxa_allocate_exception(std::size_t bytes) noexcept {
-  return std::malloc(bytes);
-}
-
-extern "C" void __cxa_free_exception(void* memory) noexcept {
-  std::free(memory);
-}
-
-extern "C" [[noreturn]] void __cxa_throw(void* thrown, void*, void (*)(void*)) {
-  jurn_refuse(static_cast<std::exception*>(thrown)->what());
-}
-// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
@@ -89,6 +69,10 @@ void append_design(const FilterDesign& design) {
   text += '}';
 }
 
+jurn::Precision precision_of(int int16) {
+  return int16 ? jurn::Precision::kInt16 : jurn::Precision::kDouble;
+}
+
 FilterDesign design_of(int kind, const double* b, int b_count, const double* a, int a_count) {
   return {static_cast<FilterDesign::Kind>(kind), {b, b + b_count}, {a, a + a_count}};
 }
@@ -103,20 +87,19 @@ EXPORT void jurn_free(void* memory) {
   std::free(memory);
 }
 
-/** Reads a coefficient file. `name` and the bytes are not ended by a zero; a negative `wanted` is
- * whatever the file holds. */
+/** Coefficients that an array may have. */
+EXPORT int jurn_most_coefficients(int kind, int int16) {
+  const auto design = static_cast<FilterDesign::Kind>(kind);
+  const std::size_t most = jurn::coefficient_limit(design, precision_of(int16)).count;
+  return static_cast<int>(most) * (design == FilterDesign::kSections ? 3 : 1);
+}
+
+/** Reads a coefficient file, within what filters of the precision take. `name` and the bytes are
+ * not ended by a zero; a negative `wanted` is whatever the file holds. */
 EXPORT const char* jurn_parse(const char* name, int name_length, const char* bytes, int length,
-                              int wanted, int most_taps, int rate) {
-  const auto limit = [](int count, const char* noun) {
-    return jurn::CoefficientLimit{static_cast<std::size_t>(count),
-                                  std::to_string(count) + noun + ", the limit of this filter"};
-  };
-  jurn::ReadOptions options{{},
-                            {limit(most_taps, " taps"), limit(JURN_COEFFICIENTS, " coefficients"),
-                             limit(JURN_COEFFICIENTS / 3, " sections")},
-                            jurn::CoefficientFormat::kByContent,
-                            {},
-                            rate};
+                              int wanted, int int16, int rate) {
+  jurn::ReadOptions options{
+      {}, jurn::filter_limits(precision_of(int16)), jurn::CoefficientFormat::kByContent, {}, rate};
   if (wanted >= 0) options.wanted = static_cast<FilterDesign::Kind>(wanted);
   const std::string path(name, static_cast<std::size_t>(name_length));
   const std::string_view content(bytes, static_cast<std::size_t>(length));
@@ -128,7 +111,7 @@ EXPORT const char* jurn_parse(const char* name, int name_length, const char* byt
 EXPORT const char* jurn_prepare(int kind, const double* b, int b_count, const double* a,
                                 int a_count, int int16) {
   jurn::PrepareOptions options;
-  options.precision = int16 ? jurn::Precision::kInt16 : jurn::Precision::kDouble;
+  options.precision = precision_of(int16);
   const jurn::Prepared prepared = jurn::prepare(design_of(kind, b, b_count, a, a_count), options);
   text = "{\"design\":";
   append_design(prepared.design);
@@ -145,6 +128,13 @@ EXPORT const char* jurn_prepare(int kind, const double* b, int b_count, const do
     text += prepared.notices[i].is_warning() ? ",\"warning\":true}" : ",\"warning\":false}";
   }
   text += "]}";
+  return text.c_str();
+}
+
+/** What a design is, in words. */
+EXPORT const char* jurn_describe(int kind, const double* b, int b_count, const double* a,
+                                 int a_count) {
+  text = jurn::description_of(design_of(kind, b, b_count, a, a_count));
   return text.c_str();
 }
 
@@ -171,7 +161,7 @@ EXPORT const char* jurn_peak_gain(int kind, const double* b, int b_count, const 
 EXPORT const char* jurn_export(int kind, const double* b, int b_count, const double* a, int a_count,
                                int int16, int as_header, const char* name, int name_length) {
   jurn::ExportOptions options;
-  options.precision = int16 ? jurn::Precision::kInt16 : jurn::Precision::kDouble;
+  options.precision = precision_of(int16);
   options.name = jurn::identifier_of(std::string(name, static_cast<std::size_t>(name_length)));
   text = jurn::export_design(design_of(kind, b, b_count, a, a_count),
                              as_header ? jurn::ExportFormat::kHeader : jurn::ExportFormat::kText,

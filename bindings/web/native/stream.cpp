@@ -1,185 +1,162 @@
-// What the WebAssembly module exports: streams of blocks that fade from filter to filter.
+// What the WebAssembly module exports: the engine's streams, in blocks of a fixed length.
+#include "streams/stream.h"
+
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
 #include <vector>
 
-#include "Convolution_control.h"
 #include "Filter_control.h"
-#include "filters.h"
+#include "design/prepare.h"
+#include "refuse.h"
+#include "streams/convolve.h"
+#include "streams/stages.h"
+#include "streams/stamp.h"
 
 #define EXPORT extern "C" __attribute__((used, visibility("default")))
 
 namespace web {
 namespace {
 
-// How long a filter runs unheard at most, to fill its past, before the fade to it begins.
-constexpr int kMostWarming = 1024;
+using jurn::FilterDesign;
+using jurn::Precision;
+using jurn::Voice;
+
 constexpr float kFullScale = 32768.0f;
 // The largest 16-bit sample: what a saturated one becomes.
 constexpr float kClipped = 32767.0f / 32768.0f;
 
-/** Passes its input on: what a stream without a filter does. */
-class Straight : public Filter {
- public:
-  Straight(int inputs, int outputs, int block)
-      : inputs_(inputs), outputs_(outputs), block_(block) {}
+// What the caller calls a mean; the other kinds are FilterDesign's. The numbers are part of the
+// interface.
+constexpr int kAverage = 3;
 
-  void run_floats(const float* const* in, float* const* out) override {
-    for (int c = outputs_ - 1; c >= 0; --c)
-      std::copy_n(in[std::min(c, inputs_ - 1)], block_, out[c]);
-  }
+Precision precision_of(int int16) {
+  return int16 ? Precision::kInt16 : Precision::kDouble;
+}
 
-  void run_samples(const short* in, short* out) override {
-    for (int i = block_ - 1; i >= 0; --i)
-      for (int c = outputs_ - 1; c >= 0; --c)
-        out[i * outputs_ + c] = in[i * inputs_ + std::min(c, inputs_ - 1)];
-  }
+/** As the tool prepares for floats. */
+jurn::PrepareOptions options_of(int int16) {
+  jurn::PrepareOptions options;
+  options.precision = precision_of(int16);
+  options.result = jurn::SampleFormat::kFloat;
+  return options;
+}
 
-  int memory() const override { return 0; }
+FilterDesign design_of(int kind, const double* b, int b_count, const double* a, int a_count) {
+  return {static_cast<FilterDesign::Kind>(kind), {b, b + b_count}, {a, a + a_count}};
+}
 
- private:
-  int inputs_, outputs_, block_;
-};
+jurn::Format format_of(int inputs, int outputs, int block) {
+  jurn::Format format;
+  format.inputs = inputs;
+  format.outputs = outputs;
+  format.block = block;
+  return format;
+}
 
-/**
- * One stream. A filter that is set first fills its past, unheard, then the output fades to it along
- * a linear ramp. While that goes on, the last of further filters waits; the others are dropped.
- */
+/** A stream, the samples of a block, and what was measured of them. */
 class Stream {
  public:
-  Stream(int inputs, int outputs, int block)
-      : inputs_(inputs),
-        outputs_(outputs),
-        block_(block),
-        floats_(static_cast<std::size_t>((inputs + 2 * outputs) * block)),
-        samples_(static_cast<std::size_t>((inputs + 2 * outputs) * block)),
-        current_(std::make_unique<Straight>(inputs, outputs, block)) {}
+  explicit Stream(const jurn::Format& format)
+      : inputs_(format.inputs),
+        outputs_(format.outputs),
+        block_(format.block),
+        floats_(static_cast<std::size_t>((inputs_ + outputs_) * block_)),
+        samples_(floats_.size()),
+        levels_(static_cast<std::size_t>(inputs_ + outputs_ + 2)),
+        stream_(format, nullptr) {
+    for (int c = 0; c < inputs_ + outputs_; ++c) channels_.push_back(floats_.data() + c * block_);
+  }
 
+  const jurn::Format& format() const { return stream_.format(); }
+  /** Planar, at a full scale of 1: the inputs, then the outputs. */
+  float* floats() { return floats_.data(); }
+  /** Interleaved: the inputs, then the outputs. */
+  short* samples() { return samples_.data(); }
   /** Peaks of the inputs and of the outputs at a full scale of 1, then the clipped samples of both.
    */
-  float* levels() { return levels_; }
+  float* levels() { return levels_.data(); }
+
+  void change(std::unique_ptr<Voice> voice, int fade) {
+    if (!voice) voice = jurn::make_wire(format());
+    stream_.change(std::make_unique<jurn::Change>(std::move(voice), fade));
+    free_retired();
+  }
+  bool changing() const { return stream_.changing(); }
+
+  void run_floats() {
+    float* const outputs = floats_.data() + inputs_ * block_;
+    // The engine's samples have the int16 scale.
+    std::transform(floats_.data(), outputs, floats_.data(), [](float x) { return x * kFullScale; });
+    stream_.process(channels_.data(), block_, channels_.data() + inputs_);
+    std::transform(outputs, outputs + outputs_ * block_, outputs,
+                   [](float x) { return x / kFullScale; });
+    free_retired();
+  }
+
+  void run_samples() {
+    stream_.process(samples_.data(), block_, samples_.data() + inputs_ * block_);
+    free_retired();
+  }
 
   /** Raises the peaks to those of the last block of floats, and counts the clipped samples. */
   void measure() {
     for (int c = 0; c < inputs_ + outputs_; ++c) {
       const bool in = c < inputs_;
       const float scale = in ? 1.0f / kFullScale : 1.0f;  // what the run left there
-      const float* x = floats_.data() + c * block_;
-      float peak = levels_[c];
+      float& peak = levels_[static_cast<std::size_t>(c)];
       int clipped = 0;
       for (int i = 0; i < block_; ++i) {
-        const float magnitude = std::fabs(x[i]) * scale;
+        const float magnitude = std::fabs(channels_[static_cast<std::size_t>(c)][i]) * scale;
         peak = magnitude > peak ? magnitude : peak;
         clipped += magnitude >= kClipped;
       }
-      levels_[c] = peak;
-      levels_[2 * kMaxChannels + (in ? 0 : 1)] += static_cast<float>(clipped);
+      levels_[levels_.size() - (in ? 2 : 1)] += static_cast<float>(clipped);
     }
-  }
-
-  float* floats() { return floats_.data(); }
-  short* samples() { return samples_.data(); }
-  bool changing() const { return next_ || waiting_; }
-
-  void change(Filter* filter, int fade) {
-    std::unique_ptr<Filter> owned(filter);
-    if (!owned) owned = std::make_unique<Straight>(inputs_, outputs_, block_);
-    if (!started_) {
-      current_ = std::move(owned);
-      return;
-    }
-    waiting_ = std::move(owned);
-    waiting_fade_ = fade;
-    begin_waiting();
-  }
-
-  /** Planar: the inputs, then the outputs, at a full scale of 1. */
-  void run_floats() {
-    float* const inputs = floats_.data();
-    float* const outputs = inputs + inputs_ * block_;
-    float* const others = outputs + outputs_ * block_;
-    const float* in[kMaxChannels] = {inputs, inputs + (inputs_ - 1) * block_};
-    float* out[kMaxChannels] = {outputs, outputs + (outputs_ - 1) * block_};
-    float* faded[kMaxChannels] = {others, others + (outputs_ - 1) * block_};
-    for (float* x = inputs; x < outputs; ++x) *x *= kFullScale;
-    current_->run_floats(in, out);
-    if (next_) {
-      next_->run_floats(in, faded);
-      for (int c = 0; c < outputs_; ++c)
-        for (int i = 0; i < block_; ++i) out[c][i] += weight(i) * (faded[c][i] - out[c][i]);
-    }
-    for (float* x = outputs; x < others; ++x) *x /= kFullScale;
-    advance();
-  }
-
-  /** Interleaved: the inputs, then the outputs. */
-  void run_samples() {
-    const short* in = samples_.data();
-    short* out = samples_.data() + inputs_ * block_;
-    short* faded = out + outputs_ * block_;
-    current_->run_samples(in, out);
-    if (next_) {
-      next_->run_samples(in, faded);
-      for (int i = 0; i < outputs_ * block_; ++i) {
-        const float from = out[i];
-        out[i] = to_int16(from + weight(i / outputs_) * (static_cast<float>(faded[i]) - from));
-      }
-    }
-    advance();
   }
 
  private:
-  /** The share of the next filter in frame i of this block. */
-  float weight(int i) const {
-    const int along = faded_ - warming_ + i;
-    return along < 0 ? 0.0f : std::min(1.0f, static_cast<float>(along) / static_cast<float>(fade_));
-  }
-
-  void begin_waiting() {
-    if (next_ || !waiting_) return;
-    if (waiting_->take_over(current_.get())) {
-      current_ = std::move(waiting_);
-      return;
+  /** There is no other thread to do it. */
+  void free_retired() {
+    for (jurn::Change* old = stream_.take_retired(); old;) {
+      const std::unique_ptr<jurn::Change> owned(old);
+      old = old->next;
     }
-    next_ = std::move(waiting_);
-    warming_ = std::min(next_->memory(), kMostWarming);
-    fade_ = std::max(waiting_fade_, 1);
-    faded_ = 0;
-  }
-
-  void advance() {
-    started_ = true;
-    if (!next_) return;
-    faded_ += block_;
-    if (faded_ < warming_ + fade_) return;
-    current_ = std::move(next_);
-    begin_waiting();
   }
 
   const int inputs_, outputs_, block_;
   std::vector<float> floats_;
   std::vector<short> samples_;
-  std::unique_ptr<Filter> current_, next_, waiting_;
-  float levels_[2 * kMaxChannels + 2] = {};
-  bool started_ = false;
-  int warming_ = 0, fade_ = 1, faded_ = 0, waiting_fade_ = 1;
+  std::vector<float> levels_;
+  std::vector<float*> channels_;
+  jurn::Stream stream_;
 };
 
 /** The caller's list of routes: input, output and taps of each; the taps one after another. */
-std::vector<Convolution_route> routes_of(const int* list, int count, const float* taps) {
-  std::vector<Convolution_route> routes;
+jurn::Routing routing_of(int inputs, int outputs, const int* list, int count, const float* taps) {
+  jurn::Routing routing{inputs, outputs, {}};
   for (int i = 0; i < count; ++i, list += 3) {
-    routes.push_back({list[0], list[1], taps, list[2]});
-    if (taps) taps += list[2];
+    routing.routes.push_back({list[0], list[1], {taps, taps + list[2]}});
+    taps += list[2];
   }
-  return routes;
+  return routing;
 }
+
+/** A prepared design, for the caller to read. The layout is part of the interface. */
+struct Settled {
+  int runs;
+  int b_count, a_count;
+  const double *b, *a;
+  jurn::Prepared prepared;
+};
 
 }  // namespace
 }  // namespace web
+
+using web::Voice;
 
 EXPORT void* jurn_allocate(int bytes) {
   return std::malloc(static_cast<std::size_t>(bytes));
@@ -200,38 +177,112 @@ EXPORT int jurn_vectors() {
 }
 #endif
 
+/** Coefficients that an array may have, or samples that a mean may take; 0 is any number. */
 EXPORT int jurn_most_coefficients(int kind, int int16) {
-  return web::most_coefficients(static_cast<web::Kind>(kind), int16 != 0);
+  if (kind == web::kAverage) return int16 ? jurn::kMaxAverage : 0;
+  const auto design = static_cast<web::FilterDesign::Kind>(kind);
+  const std::size_t most = jurn::coefficient_limit(design, web::precision_of(int16)).count;
+  return static_cast<int>(most) * (design == web::FilterDesign::kSections ? 3 : 1);
 }
 
-EXPORT web::Filter* jurn_make_filter(int kind, int int16, int channels, int block, const double* b,
-                                     int b_count, const double* a, int a_count) {
-  return web::make_filter(static_cast<web::Kind>(kind), int16 != 0, channels, block, b, b_count, a,
-                          a_count);
+/** Decides what runs a design: jurn_make_voice takes it. A direct form may become sections. */
+EXPORT web::Settled* jurn_settle(int kind, const double* b, int b_count, const double* a,
+                                 int a_count) {
+  auto* const settled = new web::Settled();
+  settled->prepared =
+      jurn::prepare(web::design_of(kind, b, b_count, a, a_count), web::options_of(0));
+  const jurn::FilterDesign& design = settled->prepared.design;
+  settled->runs = static_cast<int>(settled->prepared.runs);
+  settled->b_count = static_cast<int>(design.b.size());
+  settled->a_count = static_cast<int>(design.a.size());
+  settled->b = design.b.data();
+  settled->a = design.a.data();
+  return settled;
 }
 
-EXPORT unsigned jurn_response_size(int inputs, int outputs, int block, int taps, const int* routes,
-                                   int count) {
+EXPORT void jurn_free_settled(web::Settled* settled) {
+  delete settled;
+}
+
+/** What runs of coefficients as they are; a mean has b[0] samples. */
+EXPORT Voice* jurn_make_voice(int kind, int int16, int inputs, int block, const double* b,
+                              int b_count, const double* a, int a_count) {
+  const jurn::Format format = web::format_of(inputs, inputs, block);
+  if (kind == web::kAverage)
+    return jurn::make_mean(static_cast<int>(b[0]), web::precision_of(int16), format).release();
+  const jurn::FilterDesign design = web::design_of(kind, b, b_count, a, a_count);
+  return make_voice(jurn::prepared_before(design, web::options_of(int16)), format).release();
+}
+
+/** The spectra of a convolution, for jurn_make_convolution of any instance of the same build. */
+EXPORT jurn::ConvolutionResponse* jurn_prepare_response(int inputs, int outputs, int block,
+                                                        int taps, const int* routes, int count,
+                                                        const float* b) {
   const Convolution_shape shape = {inputs, outputs, block, taps};
-  return static_cast<unsigned>(MORVAX_ConvolutionResponseSize_API(
-      &shape, web::routes_of(routes, count, nullptr).data(), count));
+  return new jurn::ConvolutionResponse(shape, web::routing_of(inputs, outputs, routes, count, b));
 }
 
-EXPORT int jurn_prepare_response(void* response, unsigned size, int inputs, int outputs, int block,
-                                 int taps, const int* routes, int count, const float* b) {
-  const Convolution_shape shape = {inputs, outputs, block, taps};
-  return MORVAX_ConvolutionResponseCalcu_API(static_cast<ConvolutionResponse_ID*>(response), size,
-                                             &shape, web::routes_of(routes, count, b).data(),
-                                             count);
+EXPORT const void* jurn_response_bytes(const jurn::ConvolutionResponse* response) {
+  return response->get();
 }
 
-EXPORT web::Filter* jurn_make_convolution(int inputs, int outputs, int block, int taps,
-                                          void* response) {
-  return web::make_convolution(inputs, outputs, block, taps, response);
+EXPORT unsigned jurn_response_size(const jurn::ConvolutionResponse* response) {
+  return static_cast<unsigned>(response->size());
+}
+
+EXPORT void jurn_free_response(jurn::ConvolutionResponse* response) {
+  delete response;
+}
+
+EXPORT Voice* jurn_make_convolution(int inputs, int outputs, int block, int taps, int int16,
+                                    const void* response, unsigned size) {
+  return jurn::make_convolution(jurn::ConvolutionResponse(response, size), taps,
+                                web::precision_of(int16), web::format_of(inputs, outputs, block))
+      .release();
+}
+
+/** How a response of so many channels connects a recording's: the outputs and the number of routes,
+ * then input, output and the response's channel of each. Written to `routes`, 2 + 3 * 16 numbers.
+ */
+EXPORT void jurn_connect(int channels, int inputs, int* routes) {
+  jurn::ImpulseResponse numbered;
+  for (int c = 0; c < channels; ++c) numbered.push_back({static_cast<double>(c)});
+  const jurn::Routing routing =
+      jurn::connect(numbered, jurn::Wiring::kAutomatic, inputs, "the impulse response");
+  *routes++ = routing.outputs;
+  *routes++ = static_cast<int>(routing.routes.size());
+  for (const jurn::Route& route : routing.routes) {
+    *routes++ = route.input;
+    *routes++ = route.output;
+    *routes++ = static_cast<int>(route.taps[0]);
+  }
+}
+
+EXPORT jurn::Stamp* jurn_make_stamp() {
+  return new jurn::Stamp();
+}
+
+EXPORT void jurn_free_stamp(jurn::Stamp* stamp) {
+  delete stamp;
+}
+
+EXPORT void jurn_stamp_floats(jurn::Stamp* stamp, const float* samples, int count) {
+  stamp->add(samples, static_cast<std::size_t>(count));
+}
+
+EXPORT void jurn_stamp_samples(jurn::Stamp* stamp, const short* samples, int count) {
+  stamp->add(samples, static_cast<std::size_t>(count));
+}
+
+/** Eight hexadecimal digits, until the stamp is freed. */
+EXPORT const char* jurn_stamp_text(const jurn::Stamp* stamp) {
+  static std::array<char, 9> text;
+  text = stamp->text();
+  return text.data();
 }
 
 EXPORT web::Stream* jurn_make_stream(int inputs, int outputs, int block) {
-  return new web::Stream(inputs, outputs, block);
+  return new web::Stream(web::format_of(inputs, outputs, block));
 }
 
 EXPORT void jurn_free_stream(web::Stream* stream) {
@@ -246,9 +297,9 @@ EXPORT short* jurn_samples(web::Stream* stream) {
   return stream->samples();
 }
 
-/** Null stands for no filter. */
-EXPORT void jurn_change(web::Stream* stream, web::Filter* filter, int fade) {
-  stream->change(filter, fade);
+/** Takes the voice, which null stands for none of. */
+EXPORT void jurn_change(web::Stream* stream, Voice* voice, int fade) {
+  stream->change(std::unique_ptr<Voice>(voice), fade);
 }
 
 EXPORT int jurn_changing(const web::Stream* stream) {

@@ -2,8 +2,10 @@
 // of settings that come from outside.
 import type { Convolution, Filter, Fir, Iir, Numbers, Sections, Shape } from './filters.js';
 
-const MOST_BLOCK = 1024;
-const MOST_TAPS = 1048576;
+const MOST_BLOCK = 4096;
+const MOST_CHANNELS = 16;
+/** @internal */
+export const MOST_TAPS = 1048576;
 
 /** @internal */
 export function check(holds: boolean, message: string): asserts holds {
@@ -13,8 +15,8 @@ export function check(holds: boolean, message: string): asserts holds {
 /** @internal */
 export function checkShape({ inputs, outputs, block }: Shape): void {
   const isCount = (n: number, most: number) => Number.isInteger(n) && n >= 1 && n <= most;
-  check(isCount(inputs, 2), `a stream of ${inputs} inputs; 1 or 2 are accepted`);
-  check(isCount(outputs, 2), `a stream of ${outputs} outputs; 1 or 2 are accepted`);
+  check(isCount(inputs, MOST_CHANNELS), `a stream of ${inputs} inputs; 1 to ${MOST_CHANNELS} are accepted`);
+  check(isCount(outputs, MOST_CHANNELS), `a stream of ${outputs} outputs; 1 to ${MOST_CHANNELS} are accepted`);
   check(isCount(block, MOST_BLOCK), `blocks of ${block} frames; 1 to ${MOST_BLOCK} are accepted`);
 }
 
@@ -32,16 +34,21 @@ export function checkObject(filter: unknown): asserts filter is Filter {
   check(typeof filter === 'object' && filter !== null, `${String(filter)} is no filter; an object with a kind is needed`);
 }
 
+/** @internal */
+export function checkPrecision(precision: unknown): void {
+  check(precision === undefined || precision === 'double' || precision === 'int16',
+        `the precision '${String(precision)}'; 'double' and 'int16' are accepted`);
+}
+
 /**
  * Throws a RangeError with a sentence where coefficients are missing, too many, not finite, or do
  * not go together. `most` is the length of an array that the user of the design takes.
  */
-export function checkDesign(design: Fir | Iir | Sections, most = 32767): void {
+export function checkDesign(design: Fir | Iir | Sections, most = MOST_TAPS): void {
   checkObject(design);
   const { kind, precision } = design;
   check(kind === 'fir' || kind === 'iir' || kind === 'sections', `'${String(kind)}' is no kind of design`);
-  check(precision === undefined || precision === 'double' || precision === 'int16',
-        `the precision '${String(precision)}'; 'double' and 'int16' are accepted`);
+  checkPrecision(precision);
   checkNumbers('b', design.b, 1, most);
   if (design.kind === 'fir') return;
   const { a, b } = design;
@@ -57,7 +64,8 @@ export function checkDesign(design: Fir | Iir | Sections, most = 32767): void {
 }
 
 /** @internal */
-export function checkConvolution({ routes, taps }: Omit<Convolution, 'kind'>, shape: Shape): void {
+export function checkConvolution({ routes, taps, precision }: Omit<Convolution, 'kind'>, shape: Shape): void {
+  checkPrecision(precision);
   check(Array.isArray(routes), 'routes are missing; an array of input, output and taps is needed');
   routes.forEach((route, i) => {
     check(typeof route === 'object' && route !== null, `route ${i} is ${String(route)}`);

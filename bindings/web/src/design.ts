@@ -46,21 +46,19 @@ interface Exports {
   _initialize(): void;
   jurn_allocate(bytes: number): number;
   jurn_free(address: number): void;
+  jurn_most_coefficients(kind: number, int16: number): number;
   jurn_parse(name: number, nameLength: number, bytes: number, length: number, wanted: number,
-             most: number, rate: number): number;
+             int16: number, rate: number): number;
   jurn_prepare(kind: number, b: number, bCount: number, a: number, aCount: number,
                int16: number): number;
   jurn_export(kind: number, b: number, bCount: number, a: number, aCount: number, int16: number,
               asHeader: number, name: number, nameLength: number): number;
+  jurn_describe(kind: number, b: number, bCount: number, a: number, aCount: number): number;
   jurn_roots(kind: number, b: number, bCount: number, a: number, aCount: number): number;
   jurn_peak_gain(kind: number, b: number, bCount: number, a: number, aCount: number): number;
 }
 
 const KINDS = { fir: 0, iir: 1, sections: 2 } as const;
-/** Coefficients, or sections, that a filter takes. */
-const most = (kind: keyof typeof KINDS, precision?: Precision) =>
-  kind === 'sections' ? 416 : kind === 'fir' && precision !== 'int16' ? 32767 : 1250;
-
 /** Reads, prepares and writes designs; `loadDesigner` makes it. */
 class Designer {
   readonly #module: WebAssembly.Module;
@@ -78,14 +76,14 @@ class Designer {
     const wanted = options.wanted === undefined ? -1 : KINDS[options.wanted];
     const design = this.#call([path, bytes], ([nameAt, bytesAt]) =>
       this.#wasm.jurn_parse(nameAt, path.length, bytesAt, bytes.length, wanted,
-                           most('fir', options.precision), options.rate));
+                           options.precision === 'int16' ? 1 : 0, options.rate));
     return { ...(design as Design), precision: options.precision };
   }
 
   /** Prepares a design to run, as the command-line tool does. */
   prepare(design: Fir | Iir | Sections, precision: Precision = 'double'): Prepared {
     checkDesign(design);
-    const limit = most(design.kind, precision) * (design.kind === 'sections' ? 3 : 1);
+    const limit = this.#wasm.jurn_most_coefficients(KINDS[design.kind], precision === 'int16' ? 1 : 0);
     if (design.b.length > limit)
       throw new RangeError(`${design.b.length} coefficients; ` +
         `${precision === 'int16' ? 'in 16-bit samples ' : ''}1 to ${limit} are accepted`);
@@ -93,6 +91,11 @@ class Designer {
       this.#wasm.jurn_prepare(...coefficients, precision === 'int16' ? 1 : 0)) as Prepared;
     prepared.design.precision = precision;
     return prepared;
+  }
+
+  /** What a design is, in words: "12 taps", "2 sections". */
+  describe(design: Fir | Iir | Sections): string {
+    return this.#withDesign(design, (...coefficients) => this.#wasm.jurn_describe(...coefficients), (words) => words) as string;
   }
 
   roots(design: Fir | Iir | Sections): Roots {

@@ -4,8 +4,9 @@
 export type Numbers = ArrayLike<number>;
 
 /**
- * What computes: `double` filters floats in double precision (floats between sections); `int16`
- * is the library's filter for 16-bit streams, which sums floats and truncates its output to 16 bits.
+ * What computes: `double` is exact to the last bit of a float, recursive filters as sections, FIRs
+ * from 4096 taps on by convolution; `int16` is the library's filter for 16-bit streams, which sums
+ * floats and truncates its output to 16 bits, as a device does. `double` unless it is said.
  */
 export type Precision = 'double' | 'int16';
 
@@ -32,10 +33,11 @@ export interface Sections {
   precision?: Precision;
 }
 
-/** The mean of the last `length` samples, on 16-bit samples. */
+/** The mean of the last `length` samples; in 16 bits of up to 2156. */
 export interface Average {
   kind: 'average';
   length: number;
+  precision?: Precision;
 }
 
 /** One way through a convolution: from an input to an output, both from 0. */
@@ -54,20 +56,33 @@ export interface Convolution {
   kind: 'convolution';
   routes: readonly Route[];
   taps?: number;
+  /** `double` convolves floats, whose sums are floats. */
+  precision?: Precision;
 }
 
-/** A convolution whose spectra are computed, for streams of the shape that it names. */
-export interface PreparedConvolution {
+/** What streams run without more ado. */
+export type Runs = Fir | Iir | Sections | Average;
+
+interface PreparedFor extends Shape {
   kind: 'prepared';
-  inputs: number;
-  outputs: number;
-  block: number;
+}
+
+/** A filter that is ready for streams of the shape that it names; `Library.prepare` makes it. */
+export interface PreparedFilter extends PreparedFor {
+  runs: Runs;
+}
+
+/** A convolution whose spectra are computed. */
+export interface PreparedConvolution extends PreparedFor {
   taps: number;
+  precision?: Precision;
   simd: boolean;
   bytes: Uint8Array;
 }
 
-export type Filter = Fir | Iir | Sections | Average | Convolution | PreparedConvolution;
+export type Prepared = PreparedFilter | PreparedConvolution;
+
+export type Filter = Runs | Convolution | Prepared;
 
 /** The channels and the block length of a stream. */
 export interface Shape {

@@ -1,8 +1,8 @@
 // One instance of the library and the streams that run in it. Used on the main thread, in Node and
 // inside the worklet, hence without anything that only one of them has.
-import type { Filter, PreparedConvolution, Route, Shape } from './filters.js';
+import type { Convolution, Filter, Numbers, Prepared, PreparedConvolution, Runs, Shape } from './filters.js';
 import type { CompiledLibrary } from './module.js';
-import { check, checkConvolution, checkDesign, checkObject, checkShape } from './check.js';
+import { check, checkConvolution, checkDesign, checkObject, checkPrecision, checkShape, MOST_TAPS } from './check.js';
 
 interface Exports {
   memory: WebAssembly.Memory;
@@ -11,20 +11,27 @@ interface Exports {
   jurn_free(address: number): void;
   jurn_version(): number;
   jurn_most_coefficients(kind: number, int16: number): number;
-  jurn_make_filter(
-    kind: number, int16: number, channels: number, block: number,
+  jurn_settle(kind: number, b: number, bCount: number, a: number, aCount: number): number;
+  jurn_free_settled(settled: number): void;
+  jurn_make_voice(
+    kind: number, int16: number, inputs: number, block: number,
     b: number, bCount: number, a: number, aCount: number,
   ): number;
-  jurn_response_size(
-    inputs: number, outputs: number, block: number, taps: number, routes: number, count: number,
-  ): number;
   jurn_prepare_response(
-    response: number, size: number, inputs: number, outputs: number, block: number, taps: number,
-    routes: number, count: number, b: number,
+    inputs: number, outputs: number, block: number, taps: number, routes: number, count: number, b: number,
   ): number;
+  jurn_response_bytes(response: number): number;
+  jurn_response_size(response: number): number;
+  jurn_free_response(response: number): void;
   jurn_make_convolution(
-    inputs: number, outputs: number, block: number, taps: number, response: number,
+    inputs: number, outputs: number, block: number, taps: number, int16: number, response: number, size: number,
   ): number;
+  jurn_connect(channels: number, inputs: number, routes: number): void;
+  jurn_make_stamp(): number;
+  jurn_free_stamp(stamp: number): void;
+  jurn_stamp_floats(stamp: number, samples: number, count: number): void;
+  jurn_stamp_samples(stamp: number, samples: number, count: number): void;
+  jurn_stamp_text(stamp: number): number;
   jurn_make_stream(inputs: number, outputs: number, block: number): number;
   jurn_free_stream(stream: number): void;
   jurn_floats(stream: number): number;
@@ -38,12 +45,17 @@ interface Exports {
 }
 
 const KINDS = { fir: 0, iir: 1, sections: 2, average: 3 } as const;
+// What runs a design, as the engine numbers it.
+const SECTIONS = 1, CONVOLUTION = 3;
+
 /**
  * Streams that nobody holds any more: their memory is given back. What holds a stream's instance
  * does not hold the stream.
  */
 const forgotten = new FinalizationRegistry<{ wasm: Exports; address: number }>(({ wasm, address }) =>
   wasm.jurn_free_stream(address));
+
+const NO_MEMORY = 'no memory is left for the filter';
 
 /** An instance of the compiled library, with memory of its own. */
 export class Library {
@@ -54,17 +66,25 @@ export class Library {
     this.simd = compiled.simd;
     const module = compiled.module as WebAssembly.Module;
     // The C library asks for output, which only a failed assertion would use.
-    const none = () => 52;
-    const imports: Record<string, Record<string, () => number>> = {};
+    const imports: Record<string, Record<string, (value: number) => number>> = {};
     for (const { module: from, name } of WebAssembly.Module.imports(module))
-      (imports[from] ??= {})[name] = none;
+      (imports[from] ??= {})[name] = () => 52;
+    (imports.env ??= {}).jurn_refuse = (message) => {
+      const sentence = this.#text(message);
+      throw sentence === 'std::bad_alloc' ? new Error(NO_MEMORY) : new RangeError(sentence);
+    };
     this.#wasm = new WebAssembly.Instance(module, imports).exports as unknown as Exports;
     this.#wasm._initialize();
   }
 
   get version(): string {
-    const bytes = new Uint8Array(this.#wasm.memory.buffer, this.#wasm.jurn_version() >>> 0, 32);
-    return String.fromCharCode(...bytes.subarray(0, bytes.indexOf(0)));
+    return this.#text(this.#wasm.jurn_version());
+  }
+
+  /** On the audio thread there is no TextDecoder. */
+  #text(signed: number): string {
+    const bytes = new Uint8Array(this.#wasm.memory.buffer), address = signed >>> 0;
+    return String.fromCharCode(...bytes.subarray(address, bytes.indexOf(0, address)));
   }
 
   /** Bytes of memory that the instance holds: they grow as needed, and are used again. */
@@ -90,32 +110,112 @@ export class Library {
     checkShape(shape);
     checkObject(filter);
     if (filter.kind === 'prepared') {
-      check(filter.bytes instanceof Uint8Array && filter.inputs === shape.inputs && filter.outputs === shape.outputs &&
-              filter.block === shape.block && filter.simd === this.simd,
-            'the convolution was prepared for another shape or another build');
+      check(filter.inputs === shape.inputs && filter.outputs === shape.outputs && filter.block === shape.block &&
+              (!('bytes' in filter) || (filter.bytes instanceof Uint8Array && filter.simd === this.simd)),
+            'the filter was prepared for another shape or another build');
+      if (!('bytes' in filter)) this.check(filter.runs, shape);
       return;
     }
     if (filter.kind === 'convolution') return checkConvolution(filter, shape);
     check(filter.kind in KINDS, `'${filter.kind}' is no kind of filter`);
     check(shape.inputs === shape.outputs,
           'only a convolution has another number of outputs than inputs');
-    if (filter.kind === 'average') {
-      const most = this.#wasm.jurn_most_coefficients(KINDS.average, 1);
+    checkPrecision(filter.precision);
+    const most = this.#wasm.jurn_most_coefficients(KINDS[filter.kind], filter.precision === 'int16' ? 1 : 0) || MOST_TAPS;
+    if (filter.kind === 'average')
       check(Number.isInteger(filter.length) && filter.length >= 1 && filter.length <= most,
             `the mean of ${filter.length} samples; 1 to ${most} are accepted`);
-      return;
-    }
-    checkDesign(filter, this.#wasm.jurn_most_coefficients(KINDS[filter.kind],
-                                                          filter.precision === 'int16' ? 1 : 0));
+    else
+      checkDesign(filter, most);
   }
 
   /**
-   * Computes the spectra of a convolution, for streams of this shape in any instance of the same
-   * build. It takes some milliseconds per second of response: keep it off the audio thread.
+   * Does the long part of a change: chooses what runs a design, computes the spectra of a
+   * convolution, for streams of this shape in any instance of the same build. It takes some
+   * milliseconds per second of response, or for a direct form of high order: keep it off the audio
+   * thread.
    */
-  prepare(filter: { routes: readonly Route[]; taps?: number }, shape: Shape): PreparedConvolution {
-    checkShape(shape);
-    checkConvolution(filter, shape);
+  prepare(filter: Filter, shape: Shape): Prepared {
+    this.check(filter, shape);
+    if (filter.kind === 'prepared') return filter;
+    if (filter.kind === 'convolution') return this.#transform(filter, shape);
+    const { inputs, outputs, block } = shape;
+    if (filter.kind === 'average' || filter.precision === 'int16' || filter.kind === 'sections')
+      return { kind: 'prepared', inputs, outputs, block, runs: filter };
+    return this.#with(filter, (kind, b, bCount, a, aCount) => {
+      const settled = this.#made(this.#wasm.jurn_settle(kind, b, bCount, a, aCount));
+      try {
+        const view = new DataView(this.#wasm.memory.buffer, settled);
+        const [runs, numerators, denominators, bAt, aAt] = [0, 4, 8, 12, 16].map((at) => view.getUint32(at, true));
+        if (runs === CONVOLUTION)
+          return this.#transform({
+            kind: 'convolution',
+            routes: Array.from({ length: inputs }, (_, c) => ({ input: c, output: c, taps: filter.b })),
+          }, shape);
+        if (runs !== SECTIONS) return { kind: 'prepared', inputs, outputs, block, runs: filter };
+        const numbers = (at: number, count: number) => Array.from(new Float64Array(this.#wasm.memory.buffer, at, count));
+        return {
+          kind: 'prepared', inputs, outputs, block,
+          runs: { kind: 'sections', b: numbers(bAt, numerators), a: numbers(aAt, denominators) },
+        };
+      } finally {
+        this.#wasm.jurn_free_settled(settled);
+      }
+    });
+  }
+
+  /**
+   * The convolution with a response's channels, as the command-line tool connects them: one filters
+   * every input, as many as there are inputs filter one each, several make as many outputs of a
+   * mono input, and four of a stereo one lead left to left, left to right, right to left, right to
+   * right.
+   */
+  connect(response: readonly Numbers[], inputs: number): Convolution & { outputs: number } {
+    const isCount = (n: number) => n >= 1 && n <= 16;
+    check(isCount(response.length) && isCount(inputs),
+          `an impulse response of ${response.length} channels for ${inputs}; 1 to 16 are accepted`);
+    const held: number[] = [];
+    try {
+      const at = this.#allocate(4 * (2 + 3 * 16), held);
+      this.#wasm.jurn_connect(response.length, inputs, at);
+      const [outputs, count, ...list] = new Int32Array(this.#wasm.memory.buffer, at, 2 + 3 * 16);
+      return {
+        kind: 'convolution', outputs,
+        routes: Array.from({ length: count }, (_, i) => ({
+          input: list[3 * i], output: list[3 * i + 1], taps: response[list[3 * i + 2]],
+        })),
+      };
+    } finally {
+      for (const address of held) this.#wasm.jurn_free(address);
+    }
+  }
+
+  /**
+   * The CRC-32 of interleaved samples as a WAV file holds them, in hexadecimal: what the
+   * command-line tool shows with --stamp.
+   */
+  stamp(samples: Float32Array | Int16Array): string {
+    const stamp = this.#wasm.jurn_make_stamp() >>> 0, held: number[] = [];
+    try {
+      const most = 65536, at = this.#allocate(4 * most, held);
+      for (let done = 0; done < samples.length; done += most) {
+        const part = samples.subarray(done, done + most);
+        if (part instanceof Int16Array) {
+          new Int16Array(this.#wasm.memory.buffer, at, part.length).set(part);
+          this.#wasm.jurn_stamp_samples(stamp, at, part.length);
+        } else {
+          new Float32Array(this.#wasm.memory.buffer, at, part.length).set(part);
+          this.#wasm.jurn_stamp_floats(stamp, at, part.length);
+        }
+      }
+      return this.#text(this.#wasm.jurn_stamp_text(stamp));
+    } finally {
+      for (const address of held) this.#wasm.jurn_free(address);
+      this.#wasm.jurn_free_stamp(stamp);
+    }
+  }
+
+  #transform(filter: Convolution, shape: Shape): PreparedConvolution {
     const { inputs, outputs, block } = shape;
     const count = filter.routes.length;
     const taps = filter.taps ?? filter.routes.reduce((n, r) => Math.max(n, r.taps.length), 1);
@@ -132,42 +232,47 @@ export class Library {
         floats.set(route.taps, at);
         at += route.taps.length;
       });
-      const size = this.#wasm.jurn_response_size(inputs, outputs, block, taps, list, count) >>> 0;
-      check(size > 0, 'the convolution is beyond what the library takes');
-      const response = this.#allocate(size, held);
-      const error = this.#wasm.jurn_prepare_response(
-        response, size, inputs, outputs, block, taps, list, count, b);
-      check(error === 0, `the convolution cannot be prepared (${error})`);
-      const bytes = new Uint8Array(this.#wasm.memory.buffer, response, size).slice();
-      return { kind: 'prepared', inputs, outputs, block, taps, simd: this.simd, bytes };
+      const response = this.#made(this.#wasm.jurn_prepare_response(inputs, outputs, block, taps, list, count, b));
+      const size = this.#wasm.jurn_response_size(response) >>> 0;
+      const from = this.#wasm.jurn_response_bytes(response) >>> 0;
+      const bytes = new Uint8Array(this.#wasm.memory.buffer, from, size).slice();
+      this.#wasm.jurn_free_response(response);
+      return { kind: 'prepared', inputs, outputs, block, taps, precision: filter.precision, simd: this.simd, bytes };
     } finally {
       for (const address of held) this.#wasm.jurn_free(address);
     }
   }
 
-  /** @internal The address of a filter, which the stream that it is handed to owns. */
+  /** @internal The address of a voice, which the stream that it is handed to owns. */
   make(filter: Filter, shape: Shape): number {
-    checkObject(filter);
-    if (filter.kind === 'convolution') filter = this.prepare(filter, shape);
-    else this.check(filter, shape);
-    if (filter.kind === 'prepared') {
-      const response = this.#allocate(filter.bytes.length);
-      new Uint8Array(this.#wasm.memory.buffer).set(filter.bytes, response);
-      return this.#made(this.#wasm.jurn_make_convolution(
-        filter.inputs, filter.outputs, filter.block, filter.taps, response));
+    const ready = this.prepare(filter, shape);
+    if ('bytes' in ready) {
+      const held: number[] = [];
+      try {
+        const response = this.#allocate(ready.bytes.length, held);
+        new Uint8Array(this.#wasm.memory.buffer).set(ready.bytes, response);
+        return this.#made(this.#wasm.jurn_make_convolution(
+          ready.inputs, ready.outputs, ready.block, ready.taps, ready.precision === 'int16' ? 1 : 0,
+          response, ready.bytes.length));
+      } finally {
+        for (const address of held) this.#wasm.jurn_free(address);
+      }
     }
+    return this.#with(ready.runs, (kind, ...coefficients) => this.#made(this.#wasm.jurn_make_voice(
+      kind, ready.runs.precision === 'int16' ? 1 : 0, shape.inputs, shape.block, ...coefficients)));
+  }
+
+  /** Runs with copies of a filter's coefficients. */
+  #with<T>(filter: Runs, run: (kind: number, b: number, bCount: number, a: number, aCount: number) => T): T {
+    const bValues = filter.kind === 'average' ? [filter.length] : filter.b;
+    const aValues = filter.kind === 'iir' || filter.kind === 'sections' ? filter.a : [];
     const held: number[] = [];
     try {
-      const bValues = filter.kind === 'average' ? [filter.length] : filter.b;
-      const aValues = filter.kind === 'iir' || filter.kind === 'sections' ? filter.a : [];
-      const int16 = filter.kind === 'average' || filter.precision === 'int16' ? 1 : 0;
       const b = this.#allocate(8 * bValues.length, held);
       const a = this.#allocate(8 * aValues.length, held);
       new Float64Array(this.#wasm.memory.buffer, b, bValues.length).set(bValues);
       new Float64Array(this.#wasm.memory.buffer, a, aValues.length).set(aValues);
-      return this.#made(this.#wasm.jurn_make_filter(
-        KINDS[filter.kind], int16, shape.inputs, shape.block, b, bValues.length, a,
-        aValues.length));
+      return run(KINDS[filter.kind], b, bValues.length, a, aValues.length);
     } finally {
       for (const address of held) this.#wasm.jurn_free(address);
     }
@@ -181,7 +286,7 @@ export class Library {
 
   /** Addresses come signed, which those above 2 GiB are not. */
   #made(address: number): number {
-    if (address === 0) throw new Error('no memory is left for the filter');
+    if (address === 0) throw new Error(NO_MEMORY);
     return address >>> 0;
   }
 }
@@ -223,9 +328,10 @@ export class Stream {
 
   /**
    * Changes the filter; null stands for none. Before the first block the filter is there at once.
-   * Later it runs unheard for up to 1024 frames, to fill its past, then the output fades to it over
-   * `fade` frames. Convolutions of one reserved length fade within one block. While a change goes
-   * on, the last of further ones waits its turn.
+   * Later it first hears the past: it takes over the state of the one before, or is given the last
+   * 16384 frames of input; then the output fades to it over `fade` frames. A change during a change
+   * fades from what sounds, up to four at once; of more, the last waits its turn. Convolutions of
+   * one reserved length fade within one block.
    */
   change(filter: Filter | null, fade = 1024): void {
     if (!Number.isInteger(fade) || fade < 1 || fade > 1 << 24)
@@ -299,9 +405,9 @@ export class Stream {
    */
   levels(): { peaks: number[]; inputClipped: number; outputClipped: number } {
     this.#measuring = true;
-    const values = new Float32Array(this.#wasm.memory.buffer, this.#wasm.jurn_levels(this.#live()) >>> 0, 6);
-    const peaks = Array.from(values.subarray(0, this.shape.inputs + this.shape.outputs));
-    const [inputClipped, outputClipped] = values.subarray(4);
+    const values = new Float32Array(this.#wasm.memory.buffer, this.#wasm.jurn_levels(this.#live()) >>> 0, this.shape.inputs + this.shape.outputs + 2);
+    const peaks = Array.from(values.subarray(0, -2));
+    const [inputClipped, outputClipped] = values.subarray(-2);
     values.fill(0);
     return { peaks, inputClipped, outputClipped };
   }

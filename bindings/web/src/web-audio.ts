@@ -1,6 +1,6 @@
 /// <reference lib="dom" preserve="true" />
 // The node of a Web Audio graph whose processor runs the library.
-import { checkObject, checkShape } from './check.js';
+import { checkShape } from './check.js';
 import type { Filter, Shape } from './filters.js';
 import { Library } from './library.js';
 import { PROCESSOR, type Change, type Levels, type ProcessorOptions, type Reply } from './messages.js';
@@ -10,7 +10,7 @@ import type { Source } from './read.js';
 export type { Levels } from './messages.js';
 
 export interface FilterNodeOptions {
-  /** Channels in and out, 1 or 2; 2 by default. Other inputs are mixed to it. */
+  /** Channels in and out, up to 16; 2 by default. Other inputs are mixed to it. */
   inputs?: number;
   outputs?: number;
   /** What it starts with; by default it passes its input on. */
@@ -85,7 +85,7 @@ class FilterNode extends AudioWorkletNode {
       await new Promise<void>((done, failed) => {
         this.#waiting.set(number, { done, failed });
         const message: Change = { number, filter: ready, fade };
-        this.port.postMessage(message, ready?.kind === 'prepared' ? [ready.bytes.buffer as ArrayBuffer] : []);
+        this.port.postMessage(message, ready && 'bytes' in ready ? [ready.bytes.buffer as ArrayBuffer] : []);
       });
     } finally {
       this.context.removeEventListener('statechange', onstate);
@@ -115,11 +115,9 @@ const BROKEN = 'the audio thread could not make or run the filter';
 /** Refuses on this thread what the audio thread could not run, and does the long work here. */
 function prepared(library: Library, filter: Filter | null, shape: Shape): Filter | null {
   if (filter === null) return null;
-  checkObject(filter);
-  if (filter.kind === 'convolution') return library.prepare(filter, shape);
-  library.check(filter, shape);
-  // Prepared spectra are moved to the audio thread; the caller keeps its own.
-  return filter.kind === 'prepared' ? { ...filter, bytes: filter.bytes.slice() } : filter;
+  const ready = library.prepare(filter, shape);
+  // Spectra are moved to the audio thread; the caller keeps its own.
+  return 'bytes' in ready && ready === filter ? { ...ready, bytes: ready.bytes.slice() } : ready;
 }
 
 export type { FilterNode };

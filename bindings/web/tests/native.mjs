@@ -1,4 +1,4 @@
-// The native library as the judge: tests/reference.cpp runs the same filter on the same input.
+// The native engine as the judge: tests/reference.cpp runs the same filter on the same input.
 import { spawnSync } from 'node:child_process';
 import { fileURLToPath } from 'node:url';
 
@@ -10,7 +10,7 @@ const KINDS = { fir: 0, iir: 1, sections: 2, average: 3, convolution: 4 };
 export function native(filter, input, outputs = input.length, block = 128) {
   const frames = input[0].length;
   const parts = [];
-  const int16 = filter.precision === 'int16' || filter.kind === 'average' ? 1 : 0;
+  const int16 = filter.precision === 'int16' ? 1 : 0;
   const head = [KINDS[filter.kind], int16, input.length, outputs, block, frames];
   if (filter.kind === 'convolution') {
     parts.push(Int32Array.of(...head, filter.routes.length, 0));
@@ -55,7 +55,14 @@ export const examples = {
     kind: 'sections', b: [1.2, -1.5, 0.5, 0.3, 0, -0.3], a: [1, -1.5, 0.7, 1, -1.9, 0.91],
     precision: 'int16',
   },
-  average: { kind: 'average', length: 300 },
+  // Of order 5, by its roots; and one that stays a direct form, since its roots lie on one spot.
+  'iir of order 5, double': {
+    kind: 'iir', b: [0.01, 0.05, 0.1, 0.1, 0.05, 0.01], a: [1, -2.2, 2.6, -1.7, 0.66, -0.11],
+  },
+  'iir of one spot, double': { kind: 'iir', b: [0.1], a: [1, -2.5, 2.5, -1.25, 0.3125, -0.03125] },
+  'fir of 5000 taps, double': { kind: 'fir', b: Array.from(decaying(5000, 5)) },
+  'average, int16': { kind: 'average', length: 300, precision: 'int16' },
+  'average, double': { kind: 'average', length: 3000 },
   convolution: {
     kind: 'convolution',
     routes: [

@@ -102,7 +102,10 @@ test('convolutions of one reserved length keep their tails', () => {
   stream.process([impulse]);
   stream.change(room(0.25));
   const [left, right] = stream.process([new Float32Array(128 * 60)]);
-  for (let k = 1; k < 8; ++k) assert.ok(Math.abs(left[1000 * k - 128] - 0.25) < 1e-5);
+  // What the long partitions of the new one give is prepared over some blocks first.
+  const echoes = [1, 2, 3, 4, 5, 6, 7].map((k) => Math.round(1e4 * left[1000 * k - 128]) / 1e4);
+  assert.deepEqual(echoes.slice(3), [0.25, 0.25, 0.25, 0.25]);
+  assert.ok(echoes.every((echo, i) => [0.5, 0.25].includes(echo) && echo <= (echoes[i - 1] ?? 0.5)), `${echoes}`);
   assert.deepEqual(left, right);
 });
 
@@ -110,12 +113,12 @@ test('what cannot run is refused with a sentence', () => {
   const library = libraries.vectors;
   const stream = library.stream();
   const refused = [
-    [{ kind: 'fir', b: [] }, /b has 0 coefficients; 1 to 32767/],
+    [{ kind: 'fir', b: [] }, /b has 0 coefficients; 1 to 1048576/],
     [{ kind: 'fir', b: new Array(1251).fill(0), precision: 'int16' }, /1251 coefficients; 1 to 1250/],
     [{ kind: 'fir', b: [1, NaN] }, /b\[1\] is NaN/],
     [{ kind: 'iir', b: [1], a: [2, 1] }, /a starts with 2/],
     [{ kind: 'sections', b: [1, 0], a: [1, 0] }, /three per section/],
-    [{ kind: 'average', length: 2157 }, /1 to 2156/],
+    [{ kind: 'average', length: 2157, precision: 'int16' }, /1 to 2156/],
     [{ kind: 'convolution', routes: [{ input: 0, output: 1, taps: [1] }] }, /output 1/],
     [{ kind: 'convolution', routes: [{ input: 0, output: 0, taps: [] }] }, /no taps/],
     [{ kind: 'echo' }, /no kind/],
@@ -129,7 +132,7 @@ test('what cannot run is refused with a sentence', () => {
   ];
   for (const [filter, message] of refused)
     assert.throws(() => stream.change(filter), (e) => e instanceof RangeError && message.test(e.message));
-  assert.throws(() => library.stream({ inputs: 3 }), /3 inputs/);
+  assert.throws(() => library.stream({ inputs: 17 }), /17 inputs/);
   assert.throws(() => stream.process([new Float32Array(1), new Float32Array(1)]), /2 arrays/);
   stream.free();
   assert.throws(() => stream.process([new Float32Array(128)]), /freed/);

@@ -53,6 +53,10 @@ void add_files(CLI::App* command, Files* files) {
       ->needs(dither)
       ->type_name("N")
       ->capture_default_str();
+  command->add_flag(
+      "--stamp", files->stamp,
+      "Show the CRC-32 of the result's samples, as the web page does: the same stamp, "
+      "the same samples");
   add_raw(command, &files->raw);
   add_common_options(command, &files->common);
 }
@@ -220,6 +224,7 @@ int run_filters(const Files& files, const Filters& filters) {
   if (files.dither) job.dither = files.seed;
   if (job.raw.rate) job.format.stream_type = "raw";
   job.overwrite = files.common.overwrite;
+  job.stamp = files.stamp;
   job.takes_gain = job.takes_gain && !files.common.quiet;  // nobody reads which one would fit
   if (!files.output_dir.empty()) return run_into_folder(job, files);
   if (files.names.size() != 2)

@@ -22,6 +22,7 @@ struct Files {
   InputFormat raw;
   AudioFormat format;
   std::optional<SampleFormat> bits;
+  bool stamp = false;  // shows that of each result
   bool dither = false;
   std::uint32_t seed = 1;  // of the dither
   CommonOptions common;
