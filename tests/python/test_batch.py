@@ -7,6 +7,8 @@ import signal
 import subprocess
 import sys
 import time
+import types
+from concurrent.futures import Future
 
 import numpy as np
 import pytest
@@ -243,3 +245,51 @@ def test_a_lost_worker_changes_nothing(folder):
     batch.write_manifest(folder / "shared.tsv", entries)
     assert (folder / "shared.tsv").read_bytes() == (folder / "alone.tsv").read_bytes()
     assert sorted(os.listdir(folder / "shared")) == sorted(os.listdir(folder / "alone"))
+
+
+class _FakeCluster:
+    """A client of a cluster whose workers are this process: it says what a task has."""
+
+    def __init__(self, version):
+        self.version, self.tasks, self.timeout = version, [], None
+
+    def wait_for_workers(self, count, timeout):
+        self.timeout = timeout
+
+    def run(self, function):
+        return {"tcp://worker:1": self.version}
+
+    def submit(self, function, *arguments, pure, retries):
+        future = Future()
+        future.key, future.status = len(self.tasks), "finished"
+        self.tasks.append(arguments[-1])
+        future.set_result(function(*arguments))
+        return future
+
+
+def test_a_client_that_is_there_gets_several_recordings_a_task(folder, monkeypatch):
+    for i in range(40):
+        os.symlink(folder / "in/speech/Noise.wav", folder / f"in/noise{i:02}.wav")
+    module = types.SimpleNamespace(as_completed=iter)
+    monkeypatch.setitem(sys.modules, "distributed", module)
+    here = _FakeCluster(jurn.__version__)
+    entries = batch.filter_folder(folder / "in", folder / "shared", half, client=here)
+    assert 0 < here.timeout <= 30 and len(here.tasks) < len(entries) / 2
+    assert sorted(name for names in here.tasks for name in names) == [e.name for e in entries]
+    assert entries == batch.filter_folder(folder / "in", folder / "alone", half, jobs=1)
+    with pytest.raises(RuntimeError, match="tcp://worker:1 has jurn 0.1, and this is"):
+        batch.filter_folder(folder / "in", folder / "old", half, client=_FakeCluster("0.1"))
+
+
+def test_a_clip_among_many_costs_what_one_among_few_does(tmp_path):
+    soundfile.write(tmp_path / "clip.wav", np.arange(4800, dtype=np.int16), 48000)
+    costs = []
+    for count in (250, 2000):
+        (tmp_path / f"in{count}").mkdir()
+        for i in range(count):
+            os.link(tmp_path / "clip.wav", tmp_path / f"in{count}/{i}.wav")
+        start = time.process_time()
+        assert batch.main([str(tmp_path / f"in{count}"), str(tmp_path / f"out{count}"), "--average", "9",
+                           "--jobs", "1", "--quiet"]) == 0
+        costs.append((time.process_time() - start) / count)
+    assert costs[1] < 2 * costs[0] and costs[1] < 0.002, costs
