@@ -19,7 +19,7 @@ async function take(name: string, { kind, b, a = [] }: Design): Promise<void> {
 
 export async function useCoefficients(name: string, bytes: Uint8Array): Promise<void> {
   try {
-    const design = (await designer).parse(name, bytes, { rate: setting.rate, precision: setting.precision });
+    const design = (await designer).parse(name, bytes, { rate: setting.rate, precision: setting.precision, signs: 'keep' });
     sayNothing();
     opened = { name, bytes };
     await take(name, design);
@@ -39,7 +39,7 @@ export async function showFile(): Promise<void> {
   const kinds = file && opened?.name === file.name ? (['fir', 'iir', 'sections'] as const).filter((kind) => kind !== file.kind) : [];
   element('instead').replaceChildren(...kinds.flatMap((kind) => {
     try {
-      const other = design.parse(opened!.name, opened!.bytes, { rate: setting.rate, precision: setting.precision, wanted: kind });
+      const other = design.parse(opened!.name, opened!.bytes, { rate: setting.rate, precision: setting.precision, signs: 'keep', wanted: kind });
       const button = document.createElement('button');
       button.type = 'button';
       button.textContent = `Read as ${design.describe(other)} instead`;

@@ -13,6 +13,7 @@
 #include "design/prepare.h"
 #include "design/roots.h"
 #include "design/spectrum.h"
+#include "design/stability.h"
 #include "refuse.h"
 
 #define EXPORT extern "C" __attribute__((used, visibility("default")))
@@ -95,16 +96,19 @@ EXPORT int jurn_most_coefficients(int kind, int int16) {
 }
 
 /** Reads a coefficient file, within what filters of the precision take. `name` and the bytes are
- * not ended by a zero; a negative `wanted` is whatever the file holds. */
+ * not ended by a zero; a negative `wanted` is whatever the file holds. `negate` says whether to
+ * turn the signs of the feedback; negative: what looks turned is refused. */
 EXPORT const char* jurn_parse(const char* name, int name_length, const char* bytes, int length,
-                              int wanted, int int16, int rate) {
+                              int wanted, int int16, int rate, int negate) {
   jurn::ReadOptions options{
       {}, jurn::filter_limits(precision_of(int16)), jurn::CoefficientFormat::kByContent, {}, rate};
   if (wanted >= 0) options.wanted = static_cast<FilterDesign::Kind>(wanted);
   const std::string path(name, static_cast<std::size_t>(name_length));
   const std::string_view content(bytes, static_cast<std::size_t>(length));
+  FilterDesign design = jurn::parse_design(path, content, options);
+  jurn::check_signs(path, negate < 0 ? std::nullopt : std::optional<bool>(negate > 0), &design);
   text.clear();
-  append_design(jurn::parse_design(path, content, options));
+  append_design(design);
   return text.c_str();
 }
 

@@ -13,6 +13,11 @@ export interface ParseOptions {
   /** The sample rate that lines of an equaliser are designed for, in Hz. */
   rate: number;
   precision?: Precision;
+  /**
+   * Of the feedback, which some programs write with the signs turned: `keep` or `turn` them. By
+   * default a filter that is stable only with its signs turned is refused.
+   */
+  signs?: 'keep' | 'turn';
 }
 
 /** What preparing a design found. */
@@ -48,7 +53,7 @@ interface Exports {
   jurn_free(address: number): void;
   jurn_most_coefficients(kind: number, int16: number): number;
   jurn_parse(name: number, nameLength: number, bytes: number, length: number, wanted: number,
-             int16: number, rate: number): number;
+             int16: number, rate: number, negate: number): number;
   jurn_prepare(kind: number, b: number, bCount: number, a: number, aCount: number,
                int16: number): number;
   jurn_export(kind: number, b: number, bCount: number, a: number, aCount: number, int16: number,
@@ -76,7 +81,8 @@ class Designer {
     const wanted = options.wanted === undefined ? -1 : KINDS[options.wanted];
     const design = this.#call([path, bytes], ([nameAt, bytesAt]) =>
       this.#wasm.jurn_parse(nameAt, path.length, bytesAt, bytes.length, wanted,
-                           options.precision === 'int16' ? 1 : 0, options.rate));
+                           options.precision === 'int16' ? 1 : 0, options.rate,
+                           options.signs === undefined ? -1 : options.signs === 'turn' ? 1 : 0));
     return { ...(design as Design), precision: options.precision };
   }
 

@@ -1,0 +1,151 @@
+"""A coefficient file is the same filter in the tool, Python, GStreamer and Node: the same kind, the
+same bits, the same refusal, the same warning. A new front end is one more in FRONT_ENDS."""
+
+import json
+import os
+import re
+import subprocess
+import tempfile
+import unittest
+import warnings
+from pathlib import Path
+
+import numpy as np
+from scipy.io import wavfile
+
+import jurn
+from files_of_everyone import RATE, READ, REFUSED, WARNED
+
+TOOL = os.environ["JURN_FILTER"]
+SPEECH = "/usr/share/sounds/alsa/Front_Center.wav"
+# Formats that need a library which is not compiled to WebAssembly.
+NOT_IN_NODE = (".mat", ".npz", ".json", ".yml")
+# Its taps are fewer where it has to run live, and its delay is latency there.
+NOT_LIVE = ("graphic.txt",)
+# Each front end has its own name for its own option.
+REMEDIES = re.compile(r"; (--[a-z-]+|precision=)\S*( double| it)?( avoids it| keeps .*| may be .*)?$")
+
+
+class Answer:
+    def __init__(self, kind=None, samples=None, warned=(), refused=None):
+        self.kind, self.samples, self.refused = kind, samples, refused
+        # Python filters with a design, which has no name.
+        found = [REMEDIES.sub("", re.sub(r"^\w+\.\w+: ", "", text)) for text in warned]
+        # The tool counts what clips in a recording; the others say beforehand that it may.
+        self.warned = sorted(text for text in found if "signal would clip" not in text)
+
+
+def by_tool(path, kind, precision):
+    done = subprocess.run(
+        [TOOL, kind, SPEECH, "tool.wav", "--overwrite", "-q", "-c", path, "--precision", precision,
+         *(["--time-domain"] if kind == "fir" else [])], capture_output=True, text=True, check=False)
+    said = re.findall(r"^jurn-filter: (?:warning: )?(.*)$", done.stderr, re.M)
+    if done.returncode:
+        return Answer(refused=said[-1])
+    # What became of this recording is no matter of the file.
+    said = [text for text in said if not text.startswith(("tool.wav", "note: "))]
+    return Answer(kind, wavfile.read("tool.wav")[1], said)
+
+
+def by_python(path, kind, precision):
+    with warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        try:
+            design = jurn.read_coefficients(path, RATE, kind=kind, precision=precision)
+        except ValueError as error:
+            return Answer(refused=str(error))
+        samples = design.filter(wavfile.read(SPEECH)[1], precision=precision)
+    return Answer(design.kind, samples, [str(w.message) for w in caught])
+
+
+def by_gstreamer(path, kind, precision):
+    done = subprocess.run(
+        ["gst-launch-1.0", "filesrc", "location=" + SPEECH, "!", "wavparse", "!", "jurnfilter",
+         f"location={path}", f"precision={precision}",
+         f"kind={dict(fir='fir', iir='iir', sos='sections').get(kind, 'automatic')}", "!", "wavenc",
+         "!", "filesink", "location=gst.wav"], capture_output=True, text=True, check=False)
+    said = done.stdout + done.stderr
+    if done.returncode:
+        return Answer(refused=re.search(r"^ERROR: from element \S+: (.*)$", said, re.M)[1])
+    said = re.findall(r"^WARNING: from element \S+: (.*)$", said, re.M)
+    # A live stream lets the filter ring out.
+    return Answer(None, wavfile.read("gst.wav")[1][:len(wavfile.read(SPEECH)[1])], said)
+
+
+FRONT_ENDS = {"tool": by_tool, "Python": by_python, "GStreamer": by_gstreamer}
+
+
+def by_node(cases):
+    """The answers to many cases of one process: (name, kind or None, precision)."""
+    kinds = {"fir": "fir", "iir": "iir", "sos": "sections", None: None}
+    os.makedirs("node", exist_ok=True)
+    Path("samples").write_bytes(wavfile.read(SPEECH)[1].tobytes())
+    question = {"rate": RATE, "cases": [
+        {"name": name, "path": name, "precision": precision,
+         **({"wanted": kinds[kind]} if kind else {})} for name, kind, precision in cases]}
+    done = subprocess.run(["node", Path(__file__).with_name("node.mjs"), ".", "node"], check=True,
+                          input=json.dumps(question), capture_output=True, text=True)
+    back = {"fir": "fir", "iir": "iir", "sections": "sos"}
+    for (name, _, _), answer in zip(cases, json.loads(done.stdout)):
+        if "refused" in answer:
+            yield Answer(refused=answer["refused"])
+        else:
+            yield Answer(back[answer["kind"]], np.fromfile("node/" + name, np.int16),
+                         [f"{name}: {text}" for text in answer["warnings"]])
+
+
+class SameEverywhere(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.addClassCleanup(os.chdir, os.getcwd())
+        os.chdir(folder.name)
+        for name, *_, content in READ + REFUSED + WARNED:
+            if callable(content):
+                content(name)
+            else:
+                Path(name).write_text(content, encoding="utf-8")
+
+    def answers(self, table, automatic, precision="double"):
+        """Of every file: its name, the tool's answer, and those of the others by their names."""
+        cases = [(name, None if automatic else kind, precision) for name, kind, _ in table]
+        in_node = [case for case in cases if not case[0].endswith(NOT_IN_NODE)]
+        node = dict(zip([name for name, _, _ in in_node], by_node(in_node)))
+        for (name, kind, _), (_, wanted, _) in zip(table, cases):
+            others = {"Python": by_python(name, wanted, precision)}
+            if name not in NOT_LIVE:
+                others["GStreamer"] = by_gstreamer(name, wanted, precision)
+                if name in node:
+                    others["Node"] = node[name]
+            yield name, by_tool(name, kind, precision) if kind else others["Python"], others
+
+    def test_files_are_the_same_filter(self):
+        for precision in ("double", "int16"):
+            for name, tool, others in self.answers(READ, True, precision):
+                self.assertIsNone(tool.refused, name)
+                for who, answer in others.items():
+                    with self.subTest(file=name, precision=precision, by=who):
+                        self.assertIsNone(answer.refused)
+                        self.assertIn(answer.kind, (tool.kind, None))
+                        np.testing.assert_array_equal(answer.samples, tool.samples)
+                        self.assertEqual(answer.warned, tool.warned)
+
+    def test_what_cannot_run_is_refused_in_the_same_words(self):
+        for name, tool, others in self.answers(REFUSED, False):
+            self.assertIsNotNone(tool.refused, name)
+            for who, answer in others.items():
+                with self.subTest(file=name, by=who):
+                    self.assertEqual(answer.refused, tool.refused)
+
+    def test_what_runs_differently_is_warned_of_in_the_same_words(self):
+        for name, kind, precision, content in WARNED:
+            for _, tool, others in self.answers([(name, kind, content)], False, precision):
+                self.assertTrue(tool.warned, name)
+                for who, answer in others.items():
+                    with self.subTest(file=name, by=who):
+                        self.assertEqual(answer.warned, tool.warned)
+
+
+if __name__ == "__main__":
+    unittest.main()
