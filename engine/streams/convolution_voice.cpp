@@ -75,17 +75,38 @@ class ConvolutionVoice : public Voice {
   void run(const double* const* in, int frames, double* const* out) override {
     for (int done = 0; done < frames; done += shape_.block) {
       take(in, done, shape_.block);
-      if (next_ && ready_) {
-        previous_ = std::move(room_);
-        room_ = std::move(next_);
-        convolve(previous_.get(), *room_);
-      } else {
-        convolve(nullptr, *room_);
-        if (next_) prepare_fade();
-      }
+      const bool fades = fades_now();
+      convolve(fades ? previous_.get() : nullptr, *room_);
+      if (next_) prepare_fade();
       give(out, done, shape_.block);
     }
   }
+
+  bool run(const short* in, int frames, short* out) override {
+    if (precision_ != Precision::kInt16) return false;
+    for (int done = 0; done < frames; done += shape_.block)
+      convolve_next(in + done * shape_.inputs, out + done * shape_.outputs);
+    return true;
+  }
+  bool run(const double* in, int frames, double* out) override {
+    if (precision_ == Precision::kInt16) return false;
+    float* const floats = floats_.data();
+    for (int done = 0; done < frames; done += shape_.block) {
+      double bad = 0.0;
+      for (int i = 0; i < shape_.block * shape_.inputs; ++i) {
+        const float x = static_cast<float>(in[done * shape_.inputs + i]);
+        const bool is_finite = x - x == 0.0f;
+        floats[i] = is_finite ? x : 0.0f;
+        bad += is_finite ? 0.0 : 1.0;
+      }
+      bad_samples_ += static_cast<unsigned long long>(bad);
+      convolve_next(floats, floats);
+      for (int i = 0; i < shape_.block * shape_.outputs; ++i)
+        out[done * shape_.outputs + i] = static_cast<double>(floats[i]);
+    }
+    return true;
+  }
+  unsigned long long bad_samples() const override { return bad_samples_; }
 
   void preview(const double* const* in, int frames, double* const* out) override {
     auto copy = std::make_unique<ConvolutionStream>(*stream_);
@@ -119,7 +140,10 @@ class ConvolutionVoice : public Voice {
     std::swap(stream_, other->stream_);
     next_ = std::move(room_);
     room_ = std::move(other->room_);
-    prepare_fade();
+    if (format().is_live)
+      prepare_fade();
+    else
+      ready_ = true;
     return true;
   }
 
@@ -159,6 +183,28 @@ class ConvolutionVoice : public Voice {
     }
   }
 
+  /** An interleaved block, through the room or as the fade to the next one. */
+  template <typename Sample>
+  void convolve_next(const Sample* in, Sample* out) {
+    const bool fades = fades_now();
+    if constexpr (sizeof(Sample) == sizeof(short))
+      fades ? MORVAX_ConvolutionFade_API(stream_->get(), previous_->get(), room_->get(), in, out)
+            : MORVAX_ConvolutionRun_API(stream_->get(), room_->get(), in, out);
+    else
+      fades ? MORVAX_ConvolutionFade_API_float(stream_->get(), previous_->get(), room_->get(), in,
+                                               out)
+            : MORVAX_ConvolutionRun_API_float(stream_->get(), room_->get(), in, out);
+    if (next_) prepare_fade();
+  }
+
+  /** Whether this block fades, from previous_ to room_. */
+  bool fades_now() {
+    if (!next_ || !ready_) return false;
+    previous_ = std::move(room_);
+    room_ = std::move(next_);
+    return true;
+  }
+
   /** After a block: another share of the fade to come. */
   void prepare_fade() {
     ready_ = MORVAX_ConvolutionPrepareFade_API(stream_->get(), next_->get()) == 0;
@@ -172,6 +218,7 @@ class ConvolutionVoice : public Voice {
   std::shared_ptr<Room> previous_;  // no longer needed; freed with the voice
   std::unique_ptr<ConvolutionStream> stream_;
   bool ready_ = false;
+  unsigned long long bad_samples_ = 0;
   std::vector<float*> channels_;
   std::vector<float> floats_;
   std::vector<short> samples_;

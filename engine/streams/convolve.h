@@ -1,14 +1,11 @@
-// Convolution without latency, with impulse responses of any length between any channels.
+// The library's convolution: its response and its stream, each with its memory.
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <memory>
+#include <cstddef>
 
 #include "Convolution_control.h"
 #include "streams/memory.h"
 #include "streams/routing.h"
-#include "streams/stages.h"
 
 namespace jurn {
 
@@ -42,18 +39,5 @@ class ConvolutionStream {
   std::size_t size_;
   Owned<ConvolutionStream_ID> stream_;
 };
-
-struct Convolution {
-  Routing routing;
-  int longest = 0;  // taps of any response that will follow
-  /** Asked before each block: what to fade to during the `frames` from `first`, or null. Empty for
-   * a fixed response. */
-  std::function<const Routing*(std::int64_t first, int frames)> change;
-};
-
-/** The partitions follow from the block, so that the bits of the result do, too. With kDouble the
- * samples are floats without a limit; the sums are of floats all the same. */
-std::unique_ptr<Stage> make_convolver(const Convolution& convolution, Precision precision,
-                                      int block);
 
 }  // namespace jurn

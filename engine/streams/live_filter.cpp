@@ -1,11 +1,14 @@
 #include "streams/live_filter.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <iterator>
 
 namespace jurn {
 namespace {
+
+static_assert(kMaxAverage == JURN_HISTORY);
 
 /** The histories of a record, one per channel. */
 FilterIOMEM* history(Filter_ID* filter, int channel) {
@@ -52,7 +55,21 @@ class LiveFilter::Lane {
       std::fill(std::begin(inputs_[c]), std::end(inputs_[c]), short{});
       std::fill(std::begin(outputs_[c]), std::end(outputs_[c]), 0.0f);
     }
-    position_ = 0;
+    position_ = length_ = 0;
+  }
+
+  bool is_lost() {
+    for (int c = 0; c < static_cast<int>(width_); ++c) {
+      const FilterIOMEM& past = *history(&filter, c);
+      if (filter.filtertype == JURN_IIR && length_ > 0 &&
+          !std::isfinite(past.memoutput[filter.alen - 2 + length_]))  // of the last frame
+        return true;
+      if (filter.filtertype == JURN_CASCADE &&
+          !std::all_of(past.mempy, past.mempy + 3 * filter.ns,
+                       [](float y) { return std::isfinite(y); }))
+        return true;
+    }
+    return false;
   }
 
  private:
@@ -71,6 +88,7 @@ class LiveFilter::Lane {
     }
 
     const int length = position_ + count;
+    length_ = length;
     for (int c = 0; c < static_cast<int>(width_); ++c) {
       auto* const past = history(&filter, c);
       std::copy_n(inputs_[c], past_inputs(), past->meminput + length);
@@ -93,6 +111,7 @@ class LiveFilter::Lane {
   std::size_t first_, width_;
   int last_ = kIirBlock;  // FIR: frames of the last call
   int position_ = 0;      // IIR: frames of the block that were filtered
+  int length_ = 0;        // and of the last call
   short block_[2 * kIirBlock] = {};
   short result_[2 * kIirBlock] = {};
   // IIR: the past at the start of the block.
@@ -134,6 +153,11 @@ LiveFilter::~LiveFilter() = default;
 void LiveFilter::process(const short* in, int frames, short* out) {
   for (const auto& lane : lanes_)
     lane->process(in, frames, out, static_cast<std::size_t>(channels_));
+}
+
+bool LiveFilter::is_lost() const {
+  return std::any_of(lanes_.begin(), lanes_.end(),
+                     [](const auto& lane) { return lane->is_lost(); });
 }
 
 void LiveFilter::reset() {

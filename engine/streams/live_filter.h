@@ -6,18 +6,24 @@
 #include <vector>
 
 #include "Filter_control.h"
-#include "streams/stages.h"
+#include "design/filter_design.h"
 
 namespace jurn {
 
+constexpr int kMaxAverage = 2156;
+/** Frames of a direct-form IIR's calls. It sets small carried-over outputs to 0 at the start of
+ * each call, so that the length of the calls can change the output; it is therefore always the
+ * same. */
+constexpr int kIirBlock = 512;
+
 /**
  * Filters interleaved frames of any number of channels in calls of any length, and gives the bits
- * of a stage, whose calls all have one length.
+ * of calls that all have one length.
  *
  * Between two calls of different lengths, the history of an FIR is moved to where the next call
- * looks for it. The direct-form IIR sets small outputs to 0 at the start of each of the stage's
- * calls; a call that ends inside such a block is repeated from the block's start when the next one
- * comes, and only the new frames are kept. Cascades and means take any length.
+ * looks for it. The direct-form IIR sets small outputs to 0 at the start of each
+ * call of kIirBlock frames; a call that ends inside such a block is repeated from the block's start
+ * when the next one comes, and only the new frames are kept. Cascades and means take any length.
  *
  * Only the constructors allocate; a call is as safe in a real-time thread as the library.
  */
@@ -36,6 +42,9 @@ class LiveFilter {
 
   /** Returns to silence. */
   void reset();
+
+  /** Whether the past of a recursive filter holds what is infinite or no number. */
+  bool is_lost() const;
 
  private:
   class Lane;

@@ -4,32 +4,56 @@
 #include <vector>
 
 namespace jurn {
+namespace {
 
-static constexpr std::size_t kPiece = 1 << 20;  // so that an int counts its samples
+constexpr std::size_t kPiece = 1 << 20;  // so that an int counts its samples
+
+// A sum that leaves no bits for fractions, in place of a call that rounds.
+constexpr float kLeavesNoFraction(float) {
+  return 0x1.8p23f;
+}
+constexpr double kLeavesNoFraction(double) {
+  return 0x1.8p52;
+}
+
+/** Written for the compiler's vectors. */
+template <typename Sample>
+int round_piece(const Sample* in, std::size_t count, short* out) {
+  constexpr Sample kLow = -32768, kHigh = 32767, kHalf = 0.5;
+  constexpr Sample kRounds = kLeavesNoFraction(Sample{});
+  int beyond = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const Sample x = in[i];
+    beyond += static_cast<int>(x >= kHigh + kHalf) + static_cast<int>(x < kLow - kHalf);
+    const Sample low = x < kLow ? kLow : x;
+    const Sample limited = low > kHigh ? kHigh : low;
+    out[i] = static_cast<short>(static_cast<int>((limited + kRounds) - kRounds));
+  }
+  return beyond;
+}
+
+template <typename Sample>
+void round_all(const Sample* in, std::size_t count, short* out, std::int64_t* clipped,
+               Dither* dither) {
+  std::vector<Sample> noisy;
+  if (dither) {
+    noisy.assign(in, in + count);
+    for (Sample& x : noisy) x += static_cast<Sample>(dither->next());
+    in = noisy.data();
+  }
+  for (std::size_t first = 0; first < count; first += kPiece)
+    *clipped += round_piece(in + first, std::min(count - first, kPiece), out + first);
+}
+
+}  // namespace
 
 void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clipped,
               Dither* dither) {
-  std::vector<float> noisy;
-  if (dither) {
-    noisy.assign(in, in + count);
-    for (float& x : noisy) x += dither->next();
-    in = noisy.data();
-  }
-  // Written for the compiler's vectors: counters as wide as the samples, and a sum that leaves no
-  // bits for fractions in place of a call that rounds.
-  constexpr float kRounds = 12582912.0f;  // 1.5 * 2^23
-  for (std::size_t first = 0; first < count; first += kPiece) {
-    const std::size_t end = std::min(count, first + kPiece);
-    int beyond = 0;
-    for (std::size_t i = first; i < end; ++i) {
-      const float x = in[i];
-      beyond += static_cast<int>(x >= 32767.5f) + static_cast<int>(x < -32768.5f);
-      const float low = x < -32768.0f ? -32768.0f : x;
-      const float limited = low > 32767.0f ? 32767.0f : low;
-      out[i] = static_cast<short>(static_cast<int>((limited + kRounds) - kRounds));
-    }
-    *clipped += beyond;
-  }
+  round_all(in, count, out, clipped, dither);
+}
+void to_int16(const double* in, std::size_t count, short* out, std::int64_t* clipped,
+              Dither* dither) {
+  round_all(in, count, out, clipped, dither);
 }
 
 }  // namespace jurn

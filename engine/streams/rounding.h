@@ -28,5 +28,7 @@ class Dither {
  * samples that did not fit. */
 void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clipped,
               Dither* dither = nullptr);
+void to_int16(const double* in, std::size_t count, short* out, std::int64_t* clipped,
+              Dither* dither = nullptr);
 
 }  // namespace jurn

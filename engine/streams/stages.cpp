@@ -2,214 +2,137 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "Filter_control.h"
 #include "streams/samples.h"
-#include "streams/voice.h"
 
 namespace jurn {
 namespace {
 
-// Of the convolution with an FIR, whose bits follow from it.
-constexpr int kFirBlock = 1024;
+static_assert(kMaxBlock == JURN_BLOCK);
 
-static_assert(kMaxAverage == JURN_HISTORY && kMaxBlock == JURN_BLOCK);
-
-int frames_per_call(const FilterDesign& design, int block) {
-  if (design.kind == FilterDesign::kIir) return kIirBlock;
-  if (design.kind == FilterDesign::kSections) return block;
-  return std::min(block, JURN_HISTORY + 1 - static_cast<int>(design.b.size()));
+/** Frames of a stage's calls, which change no bit of a voice's result: a multiple of its block. */
+int frames_for(const Voice& voice) {
+  constexpr int kFrames = 1024;
+  return voice.block() < kFrames ? kFrames / voice.block() * voice.block() : voice.block();
 }
 
-/** One channel of an interleaved block, and back; or as many from `channel` on as `width` says. */
-template <typename Sample>
-void split(const Sample* in, std::size_t channels, std::size_t channel, std::vector<Sample>* out,
-           std::size_t width = 1) {
-  for (std::size_t i = 0; i < out->size() / width; ++i)
-    for (std::size_t c = 0; c < width; ++c) (*out)[i * width + c] = in[i * channels + channel + c];
-}
-
-template <typename Sample>
-void join(const std::vector<Sample>& in, std::size_t channels, std::size_t channel, Sample* out,
-          std::size_t width = 1) {
-  for (std::size_t i = 0; i < in.size() / width; ++i)
-    for (std::size_t c = 0; c < width; ++c) out[i * channels + channel + c] = in[i * width + c];
-}
-
-/** The filter for 16-bit streams, one record for every two channels. */
-class FilterStage : public Int16Stage {
+/** A stream and the filters that it goes over to. */
+class Changing {
  public:
-  FilterStage(const FilterDesign& design, int channels, int block)
-      : Int16Stage(channels, channels, frames_per_call(design, block)) {
-    for (int c = 0; c < channels; c += 2) {
-      // Zeroed: the reset leaves the state of a very long cascade alone.
-      filters_.push_back(std::make_unique<Filter_ID>());
-      Filter_ID* const filter = filters_.back().get();
-      std::copy(design.b.begin(), design.b.end(), filter->b);
-      std::copy(design.a.begin(), design.a.end(), filter->a);
-      filter->blen = static_cast<int>(design.b.size());
-      filter->alen = static_cast<int>(design.a.size());
-      filter->n = 2;
-      filter->ns = filter->blen / 3;
-      filter->chanel = std::min(2, channels - c);
-      filter->filtertype = design.kind == FilterDesign::kFir   ? JURN_FIR
-                           : design.kind == FilterDesign::kIir ? JURN_IIR
-                                                               : JURN_CASCADE;
-      MORVAX_FilterReset_API(filter);
+  Changing(const Format& format, std::unique_ptr<Voice> voice, NextFilter next)
+      : frames_(next ? voice->block() : frames_for(*voice)),
+        stream_(format, std::move(voice)),
+        next_(std::move(next)) {}
+
+  template <typename Sample>
+  void process(const Sample* in, Sample* out) {
+    if (next_) {
+      if (std::unique_ptr<Change> change = next_(first_, frames_))
+        stream_.change(std::move(change));
+      first_ += frames_;
+    }
+    stream_.process(in, frames_, out);
+    for (Change* old = stream_.take_retired(); old;) {
+      const std::unique_ptr<Change> owned(old);
+      old = old->next;
     }
   }
+
+  const Stream& stream() const { return stream_; }
+  int frames() const { return frames_; }
 
  private:
-  void run(const short* in, short* out) override {
-    const std::size_t channels = static_cast<std::size_t>(channels_in);
-    if (filters_.size() == 1) {
-      MORVAX_FilterRun_API(filters_[0].get(), in, call_frames * channels_in, out);
-      return;
-    }
-    for (std::size_t i = 0; i < filters_.size(); ++i) {
-      const std::size_t width = static_cast<std::size_t>(filters_[i]->chanel);
-      pair_.resize(static_cast<std::size_t>(call_frames) * width);
-      split(in, channels, 2 * i, &pair_, width);
-      MORVAX_FilterRun_API(filters_[i].get(), pair_.data(), static_cast<int>(pair_.size()),
-                           pair_.data());
-      join(pair_, channels, 2 * i, out, width);
-    }
-  }
-
-  bool is_lost(const float*) const override {
-    const auto is_finite = [&](const Filter_ID& f, const FilterIOMEM& past) {
-      if (f.filtertype == JURN_IIR)
-        return std::isfinite(past.memoutput[f.alen - 2 + call_frames]);  // of the last frame
-      return f.filtertype != JURN_CASCADE || std::all_of(past.mempy, past.mempy + 3 * f.ns,
-                                                         [](float y) { return std::isfinite(y); });
-    };
-    return std::any_of(filters_.begin(), filters_.end(), [&](const auto& f) {
-      return !is_finite(*f, f->memL) || !is_finite(*f, f->memR);
-    });
-  }
-
-  std::vector<std::unique_ptr<Filter_ID>> filters_;
-  std::vector<short> pair_;
+  int frames_;
+  Stream stream_;
+  NextFilter next_;
+  std::int64_t first_ = 0;  // frame of the next call
 };
 
-/** What runs in double: any other voice. */
-class VoiceStage : public Stage {
+class DoubleStage : public BlockStage {
  public:
-  VoiceStage(std::unique_ptr<Voice> voice, int delay)
-      : Stage(voice->format().inputs, voice->format().outputs, frames_for(*voice)),
-        voice_(std::move(voice)),
-        memory_(static_cast<std::size_t>((channels_in + channels_out) * call_frames)) {
-    double* next = memory_.data();
-    for (int c = 0; c < channels_in; ++c, next += call_frames) in_.push_back(next);
-    for (int c = 0; c < channels_out; ++c, next += call_frames) out_.push_back(next);
-    tail = voice_->tail();
-    latency = delay;
-  }
+  explicit DoubleStage(std::unique_ptr<Changing> changing)
+      : BlockStage(changing->stream().format().inputs, changing->stream().format().outputs,
+                   changing->frames(), false),
+        changing_(std::move(changing)) {}
 
  private:
-  // The length of the calls changes no bit of the result.
-  static int frames_for(const Voice& voice) {
-    constexpr int kFrames = 1024;
-    return voice.block() < kFrames ? kFrames / voice.block() * voice.block() : voice.block();
-  }
+  void call(const double* in, double* out) override { changing_->process(in, out); }
 
-  void call(const float* in, float* out) override {
-    if (!rounds && voice_->run(in, call_frames, out)) return;
-    for (int c = 0; c < channels_in; ++c)
-      take_samples(in + c, channels_in, call_frames, in_[static_cast<std::size_t>(c)]);
-    voice_->run(in_.data(), call_frames, out_.data());
-    // To float first, some would come to lie halfway between two whole numbers.
-    for (int c = 0; c < channels_out && rounds; ++c)
-      for (int i = 0; i < call_frames; ++i)
-        out_[static_cast<std::size_t>(c)][i] = std::rint(out_[static_cast<std::size_t>(c)][i]);
-    for (int c = 0; c < channels_out; ++c)
-      give_samples(out_[static_cast<std::size_t>(c)], call_frames, out + c, channels_out);
-  }
-
-  std::unique_ptr<Voice> voice_;
-  std::vector<double> memory_;
-  std::vector<double*> in_, out_;
+  std::unique_ptr<Changing> changing_;
 };
 
-/** The moving average, one record per channel: the moving-sum filter up to its limit, beyond it the
- * int16 filter, whose arithmetic is the same. */
-class AverageStage : public Int16Stage {
+class DeviceStage : public Int16Stage {
  public:
-  AverageStage(int length, int channels, int block)
-      : Int16Stage(channels, channels, block, false), channel_(static_cast<std::size_t>(block)) {
-    const std::size_t count = static_cast<std::size_t>(channels);
-    if (length <= JURN_MOVING_SUM_MAX)
-      sums_.resize(count);
-    else
-      filters_.resize(count);
-    for (shuzhiFilter_ID& sum : sums_) {
-      sum.blen = length;
-      MORVAX_shuzhiFilterCalcu_API(&sum);
-      MORVAX_shuzhiFilterReset_API(&sum);
-    }
-    for (Filter_ID& filter : filters_) {
-      filter.blen = length;
-      filter.chanel = 1;
-      filter.filtertype = JURN_MOVING_AVERAGE;
-      MORVAX_FilterReset_API(&filter);
-    }
-  }
+  explicit DeviceStage(std::unique_ptr<Changing> changing)
+      : Int16Stage(changing->stream().format().inputs, changing->stream().format().outputs,
+                   changing->frames(), changing->stream().voice().kind() != Voice::Kind::kMean),
+        changing_(std::move(changing)) {}
 
  private:
-  void run(const short* in, short* out) override {
-    const std::size_t channels = static_cast<std::size_t>(channels_in);
-    for (std::size_t c = 0; c < channels; ++c) {
-      split(in, channels, c, &channel_);
-      if (!sums_.empty())
-        MORVAX_shuzhiFilterRun_API(&sums_[c], channel_.data(), call_frames, channel_.data());
-      else
-        MORVAX_FilterRun_API(&filters_[c], channel_.data(), call_frames, channel_.data());
-      join(channel_, channels, c, out);
-    }
-  }
+  void run(const short* in, short* out) override { changing_->process(in, out); }
+  bool is_lost(const double*) const override { return changing_->stream().voice().is_lost(); }
 
-  std::vector<shuzhiFilter_ID> sums_;
-  std::vector<Filter_ID> filters_;
-  std::vector<short> channel_;
+  std::unique_ptr<Changing> changing_;
 };
 
 }  // namespace
 
-bool Stage::is_lost(const float* block) const {
-  const std::size_t values = static_cast<std::size_t>(call_frames * channels_out);
-  return !std::all_of(block, block + values, [](float x) { return std::isfinite(x); });
+std::int64_t Stage::added() const {
+  return keep_tail ? std::max<std::int64_t>(tail - delay, 0) + (keep_latency ? latency : 0) : 0;
 }
 
-void Stage::push(const float* in, std::size_t frames, std::vector<float>* out) {
+bool any_lost(const double* samples, std::size_t count) {
+  // 0 times what is finite is 0; the lanes are for the compiler's vectors.
+  constexpr std::size_t kLanes = 8;
+  float lanes[kLanes] = {};
+  std::size_t i = 0;
+  for (; i + kLanes <= count; i += kLanes)
+    for (std::size_t j = 0; j < kLanes; ++j) lanes[j] += static_cast<float>(samples[i + j]) * 0.0f;
+  for (; i < count; ++i) lanes[0] += static_cast<float>(samples[i]) * 0.0f;
+  return std::any_of(lanes, lanes + kLanes, [](float lane) { return lane != 0.0f; });
+}
+
+bool BlockStage::is_lost(const double* block) const {
+  return any_lost(block, static_cast<std::size_t>(call_frames * channels_out));
+}
+
+void BlockStage::call_next(const double* in, double* out) {
+  call(in, out);
+  if (lost_after < 0 && is_lost(out)) lost_after = made_;
+  if (lost_after >= 0)  // what is no number becomes silence
+    std::replace_if(
+        out, out + call_frames * channels_out,
+        [](double x) { return !std::isfinite(static_cast<float>(x)); }, 0.0);
+  made_ += call_frames;
+}
+
+void BlockStage::push(const double* in, std::size_t frames, std::vector<double>* out) {
   const std::size_t values_in = static_cast<std::size_t>(call_frames * channels_in);
   const std::size_t values_out = static_cast<std::size_t>(call_frames * channels_out);
-  const float* const end = in + frames * static_cast<std::size_t>(channels_in);
-  const std::size_t begin = out->size();
-  const auto call_next = [&](const float* next) {
-    out->resize(out->size() + values_out);
-    float* const block = out->data() + out->size() - values_out;
-    call(next, block);
-    if (lost_after < 0 && is_lost(block)) lost_after = made_;
-    if (lost_after >= 0)  // what is no number becomes silence
-      std::replace_if(
-          block, block + values_out, [](float x) { return !std::isfinite(x); }, 0.0f);
-    made_ += call_frames;
-  };
+  const double* const end = in + frames * static_cast<std::size_t>(channels_in);
   const auto left = [&] { return static_cast<std::size_t>(end - in); };
+  const std::size_t begin = out->size();
+  const std::size_t calls = (pending_.size() + left()) / values_in;
+  out->resize(begin + calls * values_out);
+  double* next = out->data() + begin;
   if (!pending_.empty()) {
     const std::size_t missing = std::min(values_in - pending_.size(), left());
     pending_.insert(pending_.end(), in, in + missing);
     in += missing;
     if (pending_.size() == values_in) {
-      call_next(pending_.data());
+      call_next(pending_.data(), next);
+      next += values_out;
       pending_.clear();
     }
   }
-  for (; left() >= values_in; in += values_in) call_next(in);
+  for (; left() >= values_in; in += values_in, next += values_out) call_next(in, next);
   pending_.insert(pending_.end(), in, end);
 
-  const std::int64_t produced = static_cast<std::int64_t>((out->size() - begin)) / channels_out;
-  const std::int64_t drop = std::min(produced, (keep_latency ? 0 : latency) - dropped_);
+  const std::int64_t produced = static_cast<std::int64_t>(calls) * call_frames;
+  const std::int64_t late = delay + (keep_latency ? 0 : latency);
+  const std::int64_t drop = std::min(produced, late - dropped_);
   const auto first = out->begin() + static_cast<std::ptrdiff_t>(begin);
   out->erase(first, first + drop * channels_out);
   dropped_ += drop;
@@ -217,21 +140,23 @@ void Stage::push(const float* in, std::size_t frames, std::vector<float>* out) {
   returned_ += produced - drop;
 }
 
-void Stage::finish(std::vector<float>* out) {
+bool BlockStage::finish(std::vector<double>* out) {
   const std::int64_t total = received_ + added();
-  const std::vector<float> silence(static_cast<std::size_t>(call_frames * channels_in));
+  const std::vector<double> silence(static_cast<std::size_t>(call_frames * channels_in));
+  // `push` counts what it is given as received.
   while (returned_ < total) push(silence.data(), static_cast<std::size_t>(call_frames), out);
   out->resize(out->size() - static_cast<std::size_t>((returned_ - total) * channels_out));
   returned_ = total;
+  return false;
 }
 
 Int16Stage::Int16Stage(int in, int out, int frames, bool can_clip)
-    : Stage(in, out, frames, true),
+    : BlockStage(in, out, frames, true),
       can_clip_(can_clip),
       in_(static_cast<std::size_t>(frames * in)),
       out_(static_cast<std::size_t>(frames * out)) {}
 
-void Int16Stage::call(const float* in, float* out) {
+void Int16Stage::call(const double* in, double* out) {
   to_int16(in, in_.size(), in_.data(), &input_clipped, dither.get());
   run(in_.data(), out_.data());
   int full_scale = 0;  // as wide as a sample, for the compiler's vectors
@@ -243,31 +168,19 @@ void Int16Stage::call(const float* in, float* out) {
   if (can_clip_) clipped += full_scale;
 }
 
-std::unique_ptr<Stage> make_filter(const Prepared& prepared, int channels, int block) {
-  if (prepared.runs == Runs::kRecords) {
-    auto stage = std::make_unique<FilterStage>(prepared.design, channels, block);
-    stage->latency = prepared.design.delay;
-    return stage;
-  }
-  Format format;
-  format.inputs = format.outputs = channels;
-  format.block = kFirBlock;
-  return std::make_unique<VoiceStage>(make_voice(prepared, format), prepared.design.delay);
-}
-
-std::unique_ptr<Stage> make_stage(std::unique_ptr<Voice> voice, int latency) {
-  return std::make_unique<VoiceStage>(std::move(voice), latency);
-}
-
-std::unique_ptr<Stage> make_average(int length, int channels, int block, Precision precision) {
-  if (precision == Precision::kDouble) {
-    Format format;
-    format.inputs = format.outputs = channels;
-    auto stage = std::make_unique<VoiceStage>(make_mean(length, precision, format), 0);
-    stage->tail = 0;
-    return stage;
-  }
-  return std::make_unique<AverageStage>(length, channels, block);
+std::unique_ptr<Stage> make_stage(std::unique_ptr<Voice> voice, Precision precision, int delay,
+                                  NextFilter next) {
+  const int rings = voice->tail();
+  const Format format = voice->format();
+  auto changing = std::make_unique<Changing>(format, std::move(voice), std::move(next));
+  std::unique_ptr<Stage> stage;
+  if (precision == Precision::kInt16)
+    stage = std::make_unique<DeviceStage>(std::move(changing));
+  else
+    stage = std::make_unique<DoubleStage>(std::move(changing));
+  stage->tail = rings;
+  stage->delay = delay;
+  return stage;
 }
 
 }  // namespace jurn

@@ -8,7 +8,6 @@
 #include "Fir_control.h"
 #include "Sections_control.h"
 #include "errors.h"
-#include "streams/live_filter.h"
 #include "streams/memory.h"
 #include "streams/samples.h"
 
@@ -282,6 +281,7 @@ class Int16Voice : public Voice {
   }
 
   void reset() override { filter_.reset(); }
+  bool is_lost() const override { return filter_.is_lost(); }
   int tail() const override { return tail_; }
   int memory() const override { return memory_; }
   std::unique_ptr<Voice> copy() const override {

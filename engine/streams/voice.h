@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "design/prepare.h"
+#include "streams/live_filter.h"
 #include "streams/routing.h"
 
 namespace jurn {
@@ -22,6 +23,9 @@ struct Format {
   /** Frames of past input that a stream keeps at least for filters that come later, and as many as
    * its first one remembers. 0 for streams whose filter never changes. */
   int history = 16384;
+  /** Whether every call has to be done in time. Otherwise a fade of convolutions is that of the
+   * very next block, however much is to be computed for it. */
+  bool is_live = true;
 };
 
 /** A history for streams of impulse responses: 5.5 seconds at 48 kHz. */
@@ -29,7 +33,7 @@ constexpr int kConvolutionHistory = 1 << 18;
 
 inline bool operator==(const Format& x, const Format& y) {
   return x.rate == y.rate && x.inputs == y.inputs && x.outputs == y.outputs && x.block == y.block &&
-         x.full_scale == y.full_scale && x.history == y.history;
+         x.full_scale == y.full_scale && x.history == y.history && x.is_live == y.is_live;
 }
 inline bool operator!=(const Format& x, const Format& y) {
   return !(x == y);
@@ -99,6 +103,9 @@ class Voice {
 
   /** A second one with the same past; null of a kind without copies. Allocates. */
   virtual std::unique_ptr<Voice> copy() const { return nullptr; }
+
+  /** Whether a filter of 16 bits runs with numbers that are infinite or none. */
+  virtual bool is_lost() const { return false; }
 
   /** Input samples that were infinite or no number; they count as 0. */
   virtual unsigned long long bad_samples() const { return 0; }

@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <limits>
 #include <string_view>
 
 #include "coefficients/formats.h"
+#include "coefficients/parse.h"
 #include "design/spectrum.h"
 #include "errors.h"
 #include "file_kind.h"
@@ -21,6 +21,7 @@ namespace {
 
 constexpr int kMostChannels = 16;
 constexpr std::size_t kReadFrames = 65536;
+constexpr std::streamsize kMostText = 1 << 28;  // bytes
 
 /** Converts one channel; its gain at every frequency stays what it was. */
 std::vector<double> resampled(const std::vector<double>& taps, double ratio,
@@ -41,27 +42,62 @@ std::vector<double> resampled(const std::vector<double>& taps, double ratio,
   return result;
 }
 
-/** Whether a file is a text by its first bytes: it begins like a number or a comment. */
-bool is_text(const std::string& path) {
+std::string read_text(const std::string& path, std::streamsize most) {
   std::ifstream file(path, std::ios::binary);
-  char bytes[512];
-  if (!std::filesystem::is_regular_file(path) || !file) return false;
-  file.read(bytes, sizeof bytes);
-  const std::string_view head(bytes, static_cast<std::size_t>(file.gcount()));
-  return !head.empty() && kind_of_file(head).empty() &&
-         std::all_of(head.begin(), head.end(), [](char c) {
-           return static_cast<unsigned char>(c) >= ' ' || (c >= '\t' && c <= '\r');
-         });
+  std::error_code ignored;
+  const std::uintmax_t size = std::filesystem::file_size(path, ignored);
+  most = ignored ? 0
+                 : static_cast<std::streamsize>(
+                       std::min<std::uintmax_t>(size, static_cast<std::uintmax_t>(most)));
+  std::string text(static_cast<std::size_t>(most), '\0');
+  file.read(text.data(), most);
+  text.resize(static_cast<std::size_t>(file.gcount()));
+  return text;
 }
 
-/** Taps as text, which says nothing of a rate: that of the recording is taken. */
-void append_text(const std::string& path, int rate, const ImpulseResponseOptions& options,
-                 ImpulseResponse* response) {
-  std::ifstream file(path, std::ios::binary);
-  const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+/** What a file holds; recordings of every kind are audio. */
+CoefficientFormat format_of(const std::string& path, const ImpulseResponseOptions& options) {
+  if (options.format != CoefficientFormat::kByContent) return options.format;
+  if (!std::filesystem::is_regular_file(path)) return CoefficientFormat::kAudio;
+  const std::string bytes = read_text(path, 512), head = plain_text(bytes);
+  const std::string_view kind = kind_of_file(bytes);
+  for (const char* arrays :
+       {"a NumPy .npy file", "a NumPy .npz archive", "a MATLAB .mat file", "an HDF5 file"})
+    if (kind == arrays) return recognise(path, bytes);
+  const bool is_text =
+      kind.empty() && !head.empty() && std::all_of(head.begin(), head.end(), [](char c) {
+        return static_cast<unsigned char>(c) >= ' ' || (c >= '\t' && c <= '\r');
+      });
+  if (!is_text) return CoefficientFormat::kAudio;
+  return recognise(path, plain_text(read_text(path, kMostText)));
+}
+
+/** The channels of a file that is no recording. What says nothing of a rate is taken to be at that
+ * of the recording. */
+std::vector<std::vector<double>> read_taps(const std::string& path, CoefficientFormat format,
+                                           int rate, const ImpulseResponseOptions& options,
+                                           const CoefficientLimit& limit) {
+  if (format == CoefficientFormat::kNumbers) {
+    const std::string text = plain_text(read_text(path, kMostText));
+    const std::size_t first = text.find_first_not_of(" \t\r\n");
+    if (first == std::string::npos || text[first] != '[') return parse_channels(path, text, rate);
+  }
+  ReadOptions read;
+  read.wanted = FilterDesign::kFir;
+  read.limits = {limit, limit, limit};
+  read.format = format;
+  read.variables = options.variables;
+  read.rate = rate;
+  return {load_design(path, read).b};
+}
+
+void append_taps(const std::string& path, CoefficientFormat format, int rate,
+                 const ImpulseResponseOptions& options, ImpulseResponse* response) {
   const CoefficientLimit limit{static_cast<std::size_t>(options.max_taps),
                                std::to_string(options.max_taps) + " taps; " + options.limit};
-  for (std::vector<double>& taps : parse_channels(path, text, rate)) {
+  const CoefficientLimit most_read{
+      options.truncate ? static_cast<std::size_t>(kMostText) : limit.count, limit.reason};
+  for (std::vector<double>& taps : read_taps(path, format, rate, options, most_read)) {
     if (options.part.offset >= taps.size())
       throw Error(kInputError, path + ": has " + std::to_string(taps.size()) +
                                    " taps, none after an offset of " +
@@ -77,7 +113,9 @@ void append_text(const std::string& path, int rate, const ImpulseResponseOptions
 
 void append_file(const std::string& path, int rate, const ImpulseResponseOptions& options,
                  ImpulseResponse* response) {
-  if (is_text(path)) return append_text(path, rate, options, response);
+  const CoefficientFormat format = format_of(path, options);
+  if (format != CoefficientFormat::kAudio)
+    return append_taps(path, format, rate, options, response);
   AudioReader reader(path, kMostChannels);
   if (reader.rate() != rate && !options.resample)
     throw Error(kInputError, path + ": the response is at " + std::to_string(reader.rate()) +
@@ -167,14 +205,11 @@ ImpulseResponse read_impulse_response(const std::vector<std::string>& paths, int
 }
 
 std::size_t count_channels(const std::string& path) {
-  if (is_text(path)) {
-    ImpulseResponse response;
-    ImpulseResponseOptions options;
-    options.max_taps = std::numeric_limits<int>::max();
-    append_text(path, 0, options, &response);
-    return response.size();
-  }
-  return static_cast<std::size_t>(AudioReader(path, kMostChannels).channels());
+  const ImpulseResponseOptions options;
+  const CoefficientFormat format = format_of(path, options);
+  if (format == CoefficientFormat::kAudio)
+    return static_cast<std::size_t>(AudioReader(path, kMostChannels).channels());
+  return read_taps(path, format, 0, options, {static_cast<std::size_t>(kMostText), ""}).size();
 }
 
 }  // namespace jurn

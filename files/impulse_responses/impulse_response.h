@@ -1,10 +1,12 @@
-// Impulse responses from audio files, and from texts with the taps of a channel in each column.
+// Impulse responses from audio files, from texts with the taps of a channel in each column, and
+// from every other file of taps.
 #pragma once
 
 #include <cstddef>
 #include <string>
 #include <vector>
 
+#include "coefficients/formats.h"
 #include "streams/routing.h"
 
 namespace jurn {
@@ -20,7 +22,9 @@ struct ImpulseResponseOptions {
   int truncate = 0;  // taps, 0 for all
   bool normalise = false;
   int max_taps = 0;
-  std::string limit;  // how an error names the limit and the way around it
+  CoefficientFormat format = CoefficientFormat::kByContent;
+  std::vector<std::string> variables;  // arrays of files with names
+  std::string limit;                   // how an error names the limit and the way around it
 };
 
 /** Reads the channels of one or several files, one after the other, as a response for recordings at

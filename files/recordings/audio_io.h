@@ -1,5 +1,5 @@
-// Audio files in and out. Samples between reader and writer are floats on the int16 scale, which
-// hold 16-bit and 24-bit samples exactly.
+// Audio files in and out. Samples between reader and writer are floats or doubles on the int16
+// scale, which hold 16-bit and 24-bit samples exactly.
 #pragma once
 
 #include <sndfile.h>
@@ -55,6 +55,7 @@ class AudioReader {
 
   /** Reads up to `frames` interleaved frames; fewer only at the end, where it returns 0. */
   std::size_t read(float* out, std::size_t frames);
+  std::size_t read(double* out, std::size_t frames);
 
   Tags tags() const;
 
@@ -63,7 +64,8 @@ class AudioReader {
 
  private:
   void check_received() const;
-  sf_count_t read_int16(float* out, std::size_t frames);
+  template <typename Sample>
+  std::size_t read_samples(Sample* out, std::size_t frames);
 
   std::string path_;
   bool partial_;
@@ -73,6 +75,9 @@ class AudioReader {
   SndfileHandle file_;
   bool repeatable_ = false;
   std::vector<short> int16_;
+  std::vector<int> int32_;
+  std::vector<float> float_;
+  std::vector<double> double_;
   std::int64_t frames_read_ = 0;
   std::int64_t not_finite_ = 0;
 };
@@ -82,8 +87,7 @@ struct AudioFormat {
   std::string type;                 // "wav", "flac" ...; when empty the ending of the file's name
   std::string stream_type = "wav";  // of a stream whose name has no ending
   SampleFormat samples = SampleFormat::kInt16;
-  bool narrower = false;                // where the file cannot hold these, less will do
-  std::optional<std::uint32_t> dither;  // the seed, when samples are rounded to 16 bits
+  bool narrower = false;  // where the file cannot hold these, less will do
 };
 
 /** A result, written block by block. */
@@ -94,6 +98,7 @@ class AudioWriter {
 
   /** Rounds and saturates explicitly: libsndfile would wrap. */
   void write(const float* in, std::size_t frames);
+  void write(const double* in, std::size_t frames);
   void commit();
 
   /** Throws when the format cannot count so many frames. */
@@ -101,15 +106,21 @@ class AudioWriter {
   /** Takes the tags over as far as the format has them. Before the first write. */
   void set_tags(const Tags& tags);
 
+  /** Adds noise before it rounds. Before the first write. */
+  void set_dither(std::uint32_t seed) { dither_ = std::make_unique<Dither>(seed); }
+
   /** Samples that did not fit the file's sample format. */
   std::int64_t clipped() const { return clipped_; }
 
+  const std::string& path() const { return output_.path(); }
   bool is_standard_output() const { return output_.is_standard_output(); }
   SampleFormat samples() const { return format_; }
   /** Of what is written from now on. */
   void keep(Stamp* stamp) { stamp_ = stamp; }
 
  private:
+  template <typename Sample>
+  void write_samples(const Sample* in, std::size_t frames);
   void start_stream();
   std::string stream_header(std::int64_t frames) const;
   void complete_wav_stream();

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr float kFullScale = 32768.0f;
+constexpr double kFullScale = 32768.0;
 constexpr std::int64_t kNoLength = std::int64_t{1} << 50;  // beyond it nobody knows
 
 /** Explains why a file cannot be read, as far as the file system knows. */
@@ -194,23 +194,44 @@ Tags AudioReader::tags() const {
   return tags;
 }
 
-/** Samples of 16 bits need no scaling and are all finite. */
-sf_count_t AudioReader::read_int16(float* out, std::size_t frames) {
-  const std::size_t channels = static_cast<std::size_t>(info_.channels);
-  int16_.resize(frames * channels);
-  const sf_count_t got =
-      sf_readf_short(file_.get(), int16_.data(), static_cast<sf_count_t>(frames));
-  const short* const in = int16_.data();
-  const std::size_t count = static_cast<std::size_t>(got) * channels;
-  for (std::size_t i = 0; i < count; ++i) out[i] = in[i];
-  return got;
+std::size_t AudioReader::read(float* out, std::size_t frames) {
+  return read_samples(out, frames);
+}
+std::size_t AudioReader::read(double* out, std::size_t frames) {
+  return read_samples(out, frames);
 }
 
-std::size_t AudioReader::read(float* out, std::size_t frames) {
-  const bool is_int16 = (info_.format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16;
-  const sf_count_t got = is_int16
-                             ? read_int16(out, frames)
-                             : sf_readf_float(file_.get(), out, static_cast<sf_count_t>(frames));
+template <typename Sample>
+std::size_t AudioReader::read_samples(Sample* out, std::size_t frames) {
+  const std::size_t wanted = frames * static_cast<std::size_t>(channels());
+  const auto read_as = [&](auto* samples, auto* call, double scale) {
+    samples->resize(wanted);
+    const sf_count_t got = call(file_.get(), samples->data(), static_cast<sf_count_t>(frames));
+    const auto* const in = samples->data();
+    const std::size_t count = static_cast<std::size_t>(got) * static_cast<std::size_t>(channels());
+    for (std::size_t i = 0; i < count; ++i)
+      out[i] = static_cast<Sample>(static_cast<double>(in[i]) * scale);
+    return got;
+  };
+  bool is_integer = true;
+  sf_count_t got = 0;
+  switch (info_.format & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_PCM_16:
+      got = read_as(&int16_, sf_readf_short, 1.0);
+      break;
+    case SF_FORMAT_PCM_24:
+    case SF_FORMAT_PCM_32:
+      got = read_as(&int32_, sf_readf_int, 1.0 / 65536.0);
+      break;
+    case SF_FORMAT_DOUBLE:
+      is_integer = false;
+      got = read_as(&double_, sf_readf_double, kFullScale);
+      break;
+    default:
+      is_integer = false;
+      got = read_as(&float_, sf_readf_float, kFullScale);
+      break;
+  }
   check_received();
   if (got == 0 && frames_read_ == 0) throw Error(kInputError, path_ + ": holds no samples");
   if (got < static_cast<sf_count_t>(frames) && !partial_) {
@@ -226,12 +247,10 @@ std::size_t AudioReader::read(float* out, std::size_t frames) {
                                    std::to_string(end) + " came); --partial takes these");
   }
   const std::size_t count = static_cast<std::size_t>(got) * static_cast<std::size_t>(channels());
-  for (std::size_t i = 0; i < count && !is_int16; ++i) {
-    out[i] *= kFullScale;
-    if (!std::isfinite(out[i])) {
-      out[i] = 0.0f;
-      ++not_finite_;
-    }
+  for (std::size_t i = 0; i < count && !is_integer; ++i) {
+    if (std::isfinite(static_cast<float>(out[i]))) continue;
+    out[i] = 0;
+    ++not_finite_;
   }
   frames_read_ += got;
   return static_cast<std::size_t>(got);

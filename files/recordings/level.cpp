@@ -3,71 +3,57 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
+#include <memory>
+#include <string>
 
-#include "Filter_control.h"
+#include "coefficients/parse.h"
+#include "errors.h"
 #include "recordings/signals.h"
+#include "streams/voice.h"
 
 namespace jurn {
 namespace {
 
-static_assert(kMaxLevelLength == JURN_MOVING_SUM_MAX);
-
+constexpr double kLongest = 10.0;  // seconds
 constexpr std::size_t kReadFrames = 1024;
 constexpr double kRounding = 1e-6;  // frames, so that rows fall on whole multiples of a step
 
-/** The running mean of one channel. */
-class RunningMean {
- public:
-  RunningMean(int length, bool square) : square_(square) {
-    for (shuzhiFilter_ID* sum : {&low_, &high_}) {
-      sum->blen = length;
-      MORVAX_shuzhiFilterReset_API(sum);
-    }
-    unit_ = length * (square ? 32768.0 * 32768.0 : 32768.0);
-  }
-
-  /** Returns the mean after one more sample, as a fraction of full scale. */
-  double push(short sample) {
-    const int magnitude = std::min(std::abs(static_cast<int>(sample)), 32767);
-    if (!square_)
-      return MORVAX_shuzhiFilterRun_API_inonesampleoutsum(&low_, static_cast<short>(magnitude)) /
-             unit_;
-    // A square has 30 bits; two running sums of 15 bits each keep it exact.
-    const int power = magnitude * magnitude;
-    const int low =
-        MORVAX_shuzhiFilterRun_API_inonesampleoutsum(&low_, static_cast<short>(power % 32768));
-    const int high =
-        MORVAX_shuzhiFilterRun_API_inonesampleoutsum(&high_, static_cast<short>(power / 32768));
-    return (high * 32768.0 + low) / unit_;
-  }
-
- private:
-  bool square_;
-  double unit_;
-  shuzhiFilter_ID low_{}, high_{};
-};
-
 }  // namespace
+
+void check_length(int length, int rate) {
+  if (length > kLongest * rate)
+    throw Error(kUsageError, "--length " + std::to_string(length) +
+                                 ": the mean is of up to ten seconds, " + shown(kLongest * rate) +
+                                 " samples here");
+}
 
 Loudest measure_level(AudioReader* reader, const LevelOptions& options, const LevelRow& on_row) {
   const std::size_t channels = static_cast<std::size_t>(reader->channels());
-  std::vector<RunningMean> running(channels, RunningMean(options.length, options.square));
+  Format format;
+  format.inputs = format.outputs = reader->channels();
+  const std::unique_ptr<Voice> mean = make_mean(options.length, Precision::kDouble, format);
+  std::vector<double> planar(channels * kReadFrames);
+  std::vector<double*> arrays;
+  for (std::size_t c = 0; c < channels; ++c) arrays.push_back(planar.data() + c * kReadFrames);
   std::vector<double> means(channels);
-  std::vector<float> samples(kReadFrames * channels);
-  std::vector<short> int16(samples.size());
+  std::vector<double> samples(kReadFrames * channels);
   const double step = options.every * reader->rate();
   double next_row = step - kRounding;
-  std::int64_t frame = 0, limited = 0;
+  std::int64_t frame = 0;
   Loudest loudest{0.0, 0.0};
   while (const std::size_t got = reader->read(samples.data(), kReadFrames)) {
     check_interrupted();
-    to_int16(samples.data(), got * channels, int16.data(), &limited);
+    for (std::size_t c = 0; c < channels; ++c)
+      for (std::size_t i = 0; i < got; ++i) {
+        const double x = std::abs(samples[i * channels + c]) / 32768.0;
+        arrays[c][i] = options.square ? x * x : x;
+      }
+    mean->run(arrays.data(), static_cast<int>(got), arrays.data());
     for (std::size_t i = 0; i < got; ++i) {
       ++frame;
       const double seconds = static_cast<double>(frame) / reader->rate();
       for (std::size_t c = 0; c < channels; ++c) {
-        means[c] = running[c].push(int16[i * channels + c]);
+        means[c] = arrays[c][i];
         if (means[c] > loudest.mean) loudest = {means[c], seconds};
       }
       if (static_cast<double>(frame) < next_row) continue;

@@ -8,12 +8,10 @@
 
 namespace jurn {
 
-constexpr int kMaxLevelLength = 256;
-
 struct LevelOptions {
-  int length = kMaxLevelLength;  // samples of the running mean
-  double every = 0.1;            // seconds from row to row
-  bool square = false;           // the mean of the square, not of the magnitude
+  int length = 256;     // samples of the running mean, up to ten seconds
+  double every = 0.1;   // seconds from row to row
+  bool square = false;  // the mean of the square, not of the magnitude
 };
 
 /** The running mean of each channel, as a fraction of full scale. */
@@ -23,6 +21,9 @@ struct Loudest {
   double mean;
   double seconds;  // at which it is that loud
 };
+
+/** Throws where a running mean is longer than ten seconds. */
+void check_length(int length, int rate);
 
 /** Measures the rest of a recording, and hands out one row per instant. */
 Loudest measure_level(AudioReader* reader, const LevelOptions& options, const LevelRow& on_row);

@@ -39,7 +39,7 @@ struct Job {
   InputFormat raw;  // of the input
   AudioFormat format;
   std::optional<SampleFormat> bits;     // of the result; by default those of the recording
-  std::optional<std::uint32_t> dither;  // the seed, where samples are rounded to 16 bits
+  std::optional<std::uint32_t> dither;  // the seed, where samples are rounded to fewer bits
   bool overwrite = false;
   bool stamp = false;  // tells that of the result
   std::vector<std::string> also_read;  // other files that the output must not replace
@@ -48,6 +48,7 @@ struct Job {
   double gain_db = 0.0;     // of that filter
   bool takes_gain = false;  // whether there is one
   int gain_of = 0;          // which filter of several it is, from 1
+  bool fit = false;         // takes another gain where this one clips
   Lock* lock = nullptr;     // of jobs that run at once: held while files open and filters are made
   std::function<void(const Progress&)> on_progress;  // called often; may be empty
 };
@@ -70,6 +71,7 @@ struct Summary {
   double seconds = 0.0;                   // that the run took
   std::optional<double> fitting_gain_db;  // when the result clips, and another gain would avoid it
   std::string stamp;  // of the result, if it was asked for
+  std::optional<double> fitted_gain_db;   // that was taken instead
   int gain_of = 0;  // the filter that this is the gain of, if there are several
 };
 

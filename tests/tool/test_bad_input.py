@@ -62,9 +62,10 @@ class BadInputTest(ToolTest):
                 (["fir", SPEECH, "out.ogg", "-c", "one.txt", "--bits", "24"], "24-bit"),
                 (["fir", SPEECH, "out.flac", "-c", "one.txt", "--bits", "float"], "float"),
                 (["fir", *common, "--precision", "single"], "single"),
-                (["level", SPEECH, "--length", "257"], "256"),
+                (["level", SPEECH, "--length", "480001"], "ten seconds"),
                 (["level", SPEECH, SPEECH], SPEECH),
-                (["average", SPEECH, "out.wav", "--length", "2157"], "2156"),
+                (["average", SPEECH, "out.wav", "--length", "2157",
+                  "--precision", "int16"], "2156"),
                 (["average", SPEECH, "out.wav", "--length", "0"], "--length")):
             self.assert_fails(arguments, word, code=2)
 

@@ -1,12 +1,13 @@
 """Impulse responses in jurn-filter, compared with SciPy; a source around a listener."""
 
+import json
 import os
 import re
 import unittest
 
 import numpy as np
 from scipy import signal
-from scipy.io import wavfile
+from scipy.io import savemat, wavfile
 
 from tool_test import (BAND, CROSSTALK, MUSIC, RESPONSES, SPEECH, STREET, ToolTest, read, to_int16,
                        write_numbers)
@@ -235,6 +236,37 @@ class ConvolveTest(ToolTest):
                              to_int16(convolved(x, expected[:, :20], matrix)))
         self.assert_fails(["convolve", SPEECH, "new.wav", "--ir", write_numbers("x.txt", [[1]]),
                            "--ir", __file__], __file__)
+
+    def test_every_file_of_taps_is_a_response(self):
+        h = np.random.default_rng(8).normal(0, 0.1, 70)
+        np.save("h.npy", h)
+        np.savez("h.npz", taps=h)
+        savemat("h.mat", {"taps": h, "other": np.eye(3)})
+        savemat("room.mat", {"room": h, "hall": -h})
+        h.astype("<f4").tofile("h.raw")
+        for name, text in (("h.json", json.dumps({"taps": h.tolist()})),
+                           ("list.json", json.dumps(h.tolist())),
+                           ("h.h", "const double h[70] = {" + ",".join(map(repr, h.tolist())) + "};"),
+                           ("scalars.txt", "\n".join(f"h[{i}] = {x!r}" for i, x in
+                                                     enumerate(h.tolist()))),
+                           ("utf16.txt", "\n".join(map(repr, h.tolist())))):
+            with open(name, "w", encoding="utf-16" if name == "utf16.txt" else "ascii") as file:
+                file.write(text)
+        expected = to_int16(convolved(read(SPEECH)[1], h[None], [(0, 0, 0)]))
+        for name, *options in (("h.npy",), ("h.npz",), ("h.mat",), ("h.json",), ("list.json",),
+                               ("h.h",), ("scalars.txt",), ("utf16.txt",),
+                               ("room.mat", "--variables", "room"),
+                               ("h.raw", "--format", "FLOAT32LE")):
+            result = self.run_filter("convolve", "--ir", name, *options)
+            self.assert_near(result, expected, name)
+            taps = self.run_filter("fir", "-c", name, *options, "--tail")
+            self.assert_near(taps, expected, name)
+        with open("routes.txt", "w", encoding="ascii") as file:
+            file.write("1 1 h.npy\n1 2 h.json\n")
+        both = self.run_filter("convolve", "--routes", "routes.txt")
+        self.assert_near(both, np.hstack([expected, expected]))
+        np.save("long.npy", np.ones(2**20 + 1))
+        self.assert_fails(["convolve", SPEECH, "no.wav", "--ir", "long.npy"], "long.npy", "1048576")
 
     def test_true_stereo_is_summed_before_it_is_limited(self):
         wavfile.write("loud.wav", 48000, np.full((64, 2), 30000, np.int16))

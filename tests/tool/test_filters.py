@@ -125,10 +125,11 @@ class FilterTest(ToolTest):
         """Noise of the right kind where bits are lost, reproducible, and nowhere else."""
         write_numbers("one.txt", [[1]])
         wavfile.write("low.wav", 48000, np.full(48000, 7.25 / 32768, np.float32))
-        self.run_tool("average", "low.wav", "out.wav", "--length", 1)
+        device = ["--precision", "int16"]
+        self.run_tool("average", "low.wav", "out.wav", "--length", 1, *device)
         self.assertTrue((read("out.wav")[1] == 7).all())
         results = []
-        for command in (["average", "--length", 1], ["fir", "-c", "one.txt", "--bits", 16]):
+        for command in (["average", "--length", 1, *device], ["fir", "-c", "one.txt", "--bits", 16]):
             for seed in (1, 1, 2):
                 self.run_tool(command[0], "low.wav", "out.wav", *command[1:], "--dither", "--seed",
                               seed)
@@ -137,8 +138,21 @@ class FilterTest(ToolTest):
                 self.assertAlmostEqual(results[-1].var(), 3 / 12, delta=0.02)
             self.assertTrue((results[-3] == results[-2]).all())
             self.assertTrue((results[-2] != results[-1]).any())
-        self.run_tool("fir", SPEECH, "out.wav", "-c", "one.txt", "--dither", "--precision", "int16")
-        np.testing.assert_array_equal(read("out.wav")[1], read(SPEECH)[1])
+        # From double to the 16 bits of a recording, and to 24 bits.
+        write_numbers("half.txt", [[0.5]])
+        wavfile.write("odd.wav", 48000, np.full(96000, 101, np.int16))
+        y = self.run_filter("fir", "-c", "half.txt", "--dither", source="odd.wav")
+        self.assertAlmostEqual(y.mean(), 50.5, delta=0.02)
+        self.assertAlmostEqual(y.var(), 3 / 12, delta=0.02)
+        wavfile.write("fine.wav", 48000, np.full(48000, 7.25 / 2**23, np.float32))
+        self.run_tool("fir", "fine.wav", "out.wav", "-c", "one.txt", "--bits", 24, "--dither")
+        y = read("out.wav")[1] / 256
+        self.assertAlmostEqual(y.mean(), 7.25, delta=0.02)
+        self.assertAlmostEqual(y.var(), 3 / 12, delta=0.02)
+        for arguments, word in ((["fir", SPEECH, "new.wav", "-c", "one.txt", *device], "16 bits"),
+                                (["average", SPEECH, "new.wav", "--length", 3, *device], "16 bits"),
+                                (["fir", "low.wav", "new.wav", "-c", "one.txt"], "floats")):
+            self.assert_fails([*arguments, "--dither"], "--dither", word, code=2)
 
     def test_steep_designs_are_prepared(self):
         """Designs that floats spoil as SciPy gives them: silent, thousands off, or unstable."""

@@ -111,14 +111,14 @@ class StreamTest(ToolTest):
         device = ["--precision", "int16"]  # results of 16 bits also between two filters
         for source, bits, *filters in (
                 (SPEECH, "16", ["fir", "-c", "taps.txt", *device],
-                 ["sos", "-c", "eq.txt", *device], ["average", "--length", "8"]),
+                 ["sos", "-c", "eq.txt", *device], ["average", "--length", "8", *device]),
                 # Calls of the IIR and of what follows the latency start where they would in a file.
                 (SPEECH, "16", ir + device, ["iir", "-c", "ba.txt", *device],
                  ir + device + ["--no-tail"]),
                 (SPEECH, "16", ir + ["--fft", "--raw-latency"],
                  ["iir", "-c", "ba.txt", *device, "--block", "7"]),
-                (SPEECH, "16", ["average", "--length", "3"], ["binaural", "--orbit", "1"],
-                 ["convolve", "--ir", BAND, *device, "--fade-to", BAND, "--at", "1.43"]),
+                (SPEECH, "float", ["average", "--length", "3"], ["binaural", "--orbit", "1"],
+                 ["convolve", "--ir", BAND, "--fade-to", BAND, "--at", "1.43"]),
                 (MUSIC, "float", ["fir", "-c", "taps.txt", "--precision", "double"],
                  ["iir", "-c", "ba.txt", "--precision", "double", "--gain", "-6"]),
                 (MUSIC, "float", ["fir", "-c", "loud.txt", "--precision", "double"],

@@ -38,6 +38,7 @@ void print_json(const Summary& s, std::FILE* out) {
       {"peak_dbfs", nullptr},
       {"clipped", s.clipped},
       {"fitting_gain_db", nullptr},
+      {"fitted_gain_db", nullptr},
       {"input_limited", s.input_clipped},
       {"input_not_finite", s.not_finite},
       {"lost_after_seconds", s.lost_after ? Json(*s.lost_after) : Json()},
@@ -47,6 +48,7 @@ void print_json(const Summary& s, std::FILE* out) {
   if (!s.stamp.empty()) json["stamp"] = s.stamp;
   if (s.peak > 0.0) json["peak_dbfs"] = dbfs(s.peak);
   if (s.fitting_gain_db) json["fitting_gain_db"] = *s.fitting_gain_db;
+  if (s.fitted_gain_db) json["fitted_gain_db"] = *s.fitted_gain_db;
   print_line(json, out);
 }
 
@@ -66,6 +68,11 @@ void print_text(const Summary& s, std::FILE* out) {
     std::fprintf(out, " would avoid it");
   }
   std::fprintf(out, "\n");
+  if (s.fitted_gain_db) {
+    std::fprintf(out, "  gain     %.1f dB", *s.fitted_gain_db);
+    if (s.gain_of) std::fprintf(out, " of filter %d", s.gain_of);
+    std::fprintf(out, ", at which it does not clip\n");
+  }
   if (!s.narrowed.empty())
     std::fprintf(out, "  16 bits  %s%s\n", s.narrowed.c_str(),
                  s.dithered ? "; dithered" : "; --dither adds noise instead of distortion");

@@ -3,7 +3,7 @@
 #include "commands/commands.h"
 #include "errors.h"
 #include "impulse_responses/hrtf_set.h"
-#include "streams/long_filter.h"
+#include "streams/voice.h"
 
 namespace jurn {
 namespace {
@@ -19,22 +19,24 @@ Chain binaural_chain(const BinauralOptions& o, int block, const Recording& recor
     throw Error(kInputError, recording.name + ": has " + std::to_string(recording.channels) +
                                  " channels; binaural places a mono recording");
   const auto set = std::make_shared<HrtfSet>(o.sofa, recording.rate);
-  const auto at = [set, gain, elevation = o.elevation](double azimuth) {
+  Format format = format_of(recording);
+  format.outputs = 2;
+  format.block = block;
+  const auto at = [=, elevation = o.elevation, name = o.sofa](double azimuth) {
     ImpulseResponse response = set->at(azimuth, elevation);
     scale(&response, gain);
-    return response;
+    return make_convolution(connect(response, Wiring::kAutomatic, 1, name), set->taps(),
+                            Precision::kDouble, format);
   };
-  LongFilter c;
-  c.response = at(o.azimuth);
-  c.time_domain = true;  // these kinds fade within exactly one call, so the source moves steadily
+  NextFilter next;  // each fades within one call, so that the source moves steadily
   if (o.orbit != 0.0)
-    c.change = [=, start = o.azimuth, rate = recording.rate, seconds = o.orbit,
-                response = ImpulseResponse()](std::int64_t first, int frames) mutable {
+    next = [=, start = o.azimuth, rate = recording.rate, seconds = o.orbit](std::int64_t first,
+                                                                            int frames) {
       const double turns = static_cast<double>(first + frames) / rate / seconds;
-      response = at(start + 360.0 * (turns - std::floor(turns)));
-      return &response;
+      return std::make_unique<Change>(at(start + 360.0 * (turns - std::floor(turns))), frames);
     };
-  std::unique_ptr<Stage> stage = make_long_filter(c, 1, block, o.sofa);
+  std::unique_ptr<Stage> stage = make_stage(at(o.azimuth), Precision::kDouble, 0, std::move(next));
+  stage->tail = set->taps() - 1;
   stage->keep_tail = !o.no_tail;
   return chain_of(std::move(stage));
 }

@@ -1,11 +1,14 @@
 #include "commands/coefficients.h"
 
+#include <algorithm>
 #include <cmath>
 
+#include "coefficients/parse.h"
 #include "design/prepare_once.h"
 #include "design/spectrum.h"
 #include "design/stability.h"
 #include "errors.h"
+#include "recordings/zero_phase.h"
 #include "report.h"
 #include "units.h"
 
@@ -14,8 +17,12 @@ namespace jurn {
 void add_reading(CLI::App* command, ReadingOptions* o) {
   command->add_flag("--normalise", o->normalise,
                     "Scale the filter's largest gain over all frequencies to 0 dB, before --gain");
+  add_format(command, &o->format, &o->variables);
+}
+
+void add_format(CLI::App* command, CoefficientFormat* format, std::vector<std::string>* variables) {
   add_choice<CoefficientFormat>(
-      command, "--format", &o->format,
+      command, "--format", format,
       "Format of the coefficients: numbers (text, CSV), named (Octave, .fcf, "
       "assignments), single (h[0] = ...), npy, npz, mat, json, header (C, of MATLAB), "
       "biquads, equaliser, camilla (YAML), rew (impulse response), audio, or taps "
@@ -41,7 +48,7 @@ void add_reading(CLI::App* command, ReadingOptions* o) {
        {"FLOAT64LE", CoefficientFormat::kRawFloat64}},
       "by content");
   command
-      ->add_option("--variables", o->variables,
+      ->add_option("--variables", *variables,
                    "Names of a .mat file's or header's arrays: taps; b,a; or sections,gain")
       ->delimiter(',')
       ->allow_extra_args(false);
@@ -109,6 +116,43 @@ void add_as_is(CLI::App* command, DesignOptions* o) {
                     "direct form as such");
 }
 
+void add_ends(CLI::App* command, DesignOptions* o) {
+  CLI::Option* tail = command->add_flag("--tail", o->tail,
+                                        "End when the filter has rung out, not with the recording");
+  CLI::Option* align =
+      command->add_flag("--align", o->align, "Take the delay of symmetric taps away");
+  command
+      ->add_flag("--zero-phase", o->zero_phase,
+                 "Forward and backward: nothing is late, and the filter's decibels count twice, "
+                 "those of --gain once")
+      ->excludes(tail)
+      ->excludes(align);
+}
+
+/** Frames by which symmetric taps are late; between two frames, the earlier one. */
+static int delay_of(const std::string& name, const FilterDesign& design) {
+  const auto is_tap = [](double x) { return x != 0.0; };
+  const auto first = std::find_if(design.b.begin(), design.b.end(), is_tap);
+  const auto last = std::find_if(design.b.rbegin(), design.b.rend(), is_tap).base();
+  double largest = 0.0, odd = 0.0, even = 0.0;
+  for (auto low = first, high = last; low < high; ++low) {
+    --high;
+    largest = std::max({largest, std::abs(*low), std::abs(*high)});
+    even = std::max(even, std::abs(*low - *high));
+    odd = std::max(odd, std::abs(*low + *high));
+  }
+  if (design.kind != FilterDesign::kFir || first == design.b.end() ||
+      std::min(even, odd) > 1e-6 * largest)
+    throw Error(kUsageError, name +
+                                 ": has no symmetric taps, whose delay --align could take away; "
+                                 "--zero-phase takes away that of any filter");
+  const auto twice = (first - design.b.begin()) + (last - design.b.begin()) - 1;
+  if (twice % 2)
+    note(name + ": has a delay of " + shown(0.5 * static_cast<double>(twice)) +
+         " frames, half a frame of which stays");
+  return static_cast<int>(twice / 2);
+}
+
 /** Says what preparing a filter found, with the option that helps. */
 static void say(const std::string& name, const Prepared& prepared, bool as_sections) {
   for (const Notice& notice : prepared.notices) {
@@ -138,6 +182,24 @@ Prepared prepare_and_say(const std::string& name, const FilterDesign& design,
   return prepared;
 }
 
+std::unique_ptr<Stage> make_filter(const std::string& name, FilterDesign design, double gain,
+                                   const DesignOptions& options, const Recording& recording,
+                                   bool is_new) {
+  // Of the convolution with long taps, whose bits follow from it.
+  constexpr int kBlock = 1024;
+  if (options.align && design.delay == 0) design.delay = delay_of(name, design);
+  scale(&design, options.zero_phase ? std::sqrt(gain) : gain);
+  const Prepared prepared = prepare_and_say(name, design, options, recording, is_new);
+  Format format = format_of(recording);
+  format.block = kBlock;
+  const auto run = [&] {
+    return make_stage(make_voice(prepared, format), options.precision, design.delay);
+  };
+  std::unique_ptr<Stage> stage = options.zero_phase ? make_zero_phase(run(), run()) : run();
+  stage->keep_tail = options.tail;
+  return stage;
+}
+
 void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
                 const std::string& name, std::function<FilterDesign(int rate)> read) {
   filter->also_read = {options->files.all, options->files.numerator, options->files.denominator};
@@ -148,10 +210,7 @@ void set_design(Filter* filter, std::shared_ptr<const DesignOptions> options,
       rate = recording.rate;
       design = read(rate);
     }
-    FilterDesign scaled = *design;
-    scale(&scaled, gain);
-    const Prepared prepared = prepare_and_say(name, scaled, *options, recording, is_new);
-    return chain_of(make_filter(prepared, recording.channels, filter->block));
+    return chain_of(make_filter(name, *design, gain, *options, recording, is_new));
   };
 }
 

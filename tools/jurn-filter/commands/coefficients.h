@@ -22,6 +22,7 @@ struct ReadingOptions {
   std::optional<bool> negate_a;
 };
 void add_reading(CLI::App* command, ReadingOptions* options);
+void add_format(CLI::App* command, CoefficientFormat* format, std::vector<std::string>* variables);
 void add_signs(CLI::App* command, ReadingOptions* options);
 
 /** A file with all coefficients, or one for the numerator and one for the denominator. */
@@ -46,6 +47,7 @@ struct DesignOptions {
   Precision precision = Precision::kDouble;
   bool as_is = false, as_sections = false;
   bool time_domain = false;
+  bool tail = false, align = false, zero_phase = false;
 };
 CLI::Option* add_coefficients(CLI::App* command, Filter* filter, DesignOptions* options,
                               const char* description);
@@ -53,6 +55,14 @@ void add_precision(CLI::App* command, DesignOptions* options);
 /** How a recursive filter is prepared. */
 void add_preparation(CLI::App* command, DesignOptions* options);
 void add_as_is(CLI::App* command, DesignOptions* options);
+/** Where the result begins and ends. */
+void add_ends(CLI::App* command, DesignOptions* options);
+
+/** What filters a recording with a design times a gain; for a new design says what preparing did.
+ */
+std::unique_ptr<Stage> make_filter(const std::string& name, FilterDesign design, double gain,
+                                   const DesignOptions& options, const Recording& recording,
+                                   bool is_new);
 
 /** Prepares a design and, for a new one, says what that did. */
 Prepared prepare_and_say(const std::string& name, const FilterDesign& design,

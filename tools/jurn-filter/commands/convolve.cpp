@@ -1,12 +1,13 @@
-#include "streams/convolve.h"
-
 #include <algorithm>
 
+#include "Convolution_control.h"
 #include "coefficients/parse.h"
+#include "commands/coefficients.h"
 #include "commands/commands.h"
 #include "errors.h"
 #include "impulse_responses/routes.h"
 #include "streams/long_filter.h"
+#include "streams/voice.h"
 
 namespace jurn {
 namespace {
@@ -80,23 +81,32 @@ std::unique_ptr<Stage> make_default(const ConvolveOptions& o, int block, const R
                                  " channels; convolve takes up to " +
                                  std::to_string(JURN_CONVOLUTION_CHANNELS));
   std::vector<Routing> all;
-  Convolution c;
+  int longest = 0;
   for (std::size_t i = 0; i <= o.fade_at.size(); ++i) {
     all.push_back(read_routing(o, i, recording, gain));
     if (all[i].outputs != all[0].outputs)
       throw Error(kUsageError, o.names(i)[0] + ": makes " + std::to_string(all[i].outputs) +
                                    " channels, and the first response makes " +
                                    std::to_string(all[0].outputs));
-    c.longest = std::max(c.longest, all[i].longest());
+    longest = std::max(longest, all[i].longest());
   }
-  c.routing = all[0];
+  Format format = format_of(recording);
+  format.outputs = all[0].outputs;
+  format.block = block;
+  const auto make = [longest, precision = o.precision, format](const Routing& routing) {
+    return make_convolution(routing, longest, precision, format);
+  };
+  auto first = make(all[0]);
+  NextFilter next;
   if (all.size() > 1)
-    c.change = [all = std::move(all), fades = Fades(o, recording)](std::int64_t first,
-                                                                   int frames) mutable {
-      const std::size_t next = fades.due(first, frames);
-      return next ? &all[next] : nullptr;
+    next = [make, all = std::move(all), fades = Fades(o, recording)](std::int64_t from,
+                                                                     int frames) mutable {
+      const std::size_t due = fades.due(from, frames);
+      return due ? std::make_unique<Change>(make(all[due]), frames) : nullptr;
     };
-  return make_convolver(c, o.precision, block);
+  std::unique_ptr<Stage> stage = make_stage(std::move(first), o.precision, 0, std::move(next));
+  stage->tail = longest - 1;
+  return stage;
 }
 
 std::unique_ptr<Stage> make_long(const ConvolveOptions& o, int block, const Recording& recording,
@@ -217,6 +227,7 @@ void add_convolve(CLI::App* app, Filter* filter, Files* files) {
       ->check(CLI::Range(1, JURN_CONVOLUTION_TAPS));
   convolve->add_flag("--normalise", o->response.normalise,
                      "Scale the response's largest gain to 0 dB");
+  add_format(convolve, &o->response.format, &o->response.variables);
   add_gain(convolve, filter);
   convolve->final_callback([=] { set_convolve(filter, o); });
 }

@@ -49,6 +49,7 @@ void add_eq(CLI::App* app, Filter* filter, Files* files) {
   eq->add_flag("--normalise", o->reading.normalise,
                "Scale the largest gain over all frequencies to 0 dB, before --gain");
   add_preparation(eq, o.get());
+  add_ends(eq, o.get());
   eq->final_callback([=] {
     if (files) take_filters(files, filters.get());
     if (filters->empty() && o->files.all.empty())
@@ -68,11 +69,9 @@ void add_eq(CLI::App* app, Filter* filter, Files* files) {
         if (o->reading.normalise) normalise(name, &designs);
       }
       Chain chain;
-      for (FilterDesign design : designs) {
-        if (chain.empty()) scale(&design, gain);
-        const Prepared prepared = prepare_and_say(name, design, *o, recording, is_new);
-        chain.push_back(make_filter(prepared, recording.channels, filter->block));
-      }
+      for (const FilterDesign& design : designs)
+        chain.push_back(
+            make_filter(name, design, chain.empty() ? gain : 1.0, *o, recording, is_new));
       return chain;
     };
   });

@@ -47,8 +47,8 @@ void add_files(CLI::App* command, Files* files) {
       command, "--bits", &files->bits, "Samples of the result: 16, 24 or float",
       {{"16", SampleFormat::kInt16}, {"24", SampleFormat::kInt24}, {"float", SampleFormat::kFloat}},
       "those of the recording, as far as the filter and the format of the result keep them");
-  CLI::Option* dither =
-      command->add_flag("--dither", files->dither, "Add noise where more bits are rounded to 16");
+  CLI::Option* dither = command->add_flag("--dither", files->dither,
+                                          "Add noise where more bits are rounded to fewer");
   command->add_option("--seed", files->seed, "Of other noise; the same seed makes the same noise")
       ->needs(dither)
       ->type_name("N")
@@ -57,6 +57,8 @@ void add_files(CLI::App* command, Files* files) {
       "--stamp", files->stamp,
       "Show the CRC-32 of the result's samples, as the web page does: the same stamp, "
       "the same samples");
+  command->add_flag("--fit", files->fit,
+                    "Take the gain that the summary would propose where the result clips");
   add_raw(command, &files->raw);
   add_common_options(command, &files->common);
 }
@@ -203,6 +205,15 @@ void add_tail(CLI::App* command, bool* no_tail) {
                     "End with the recording, not when the filter has rung out");
 }
 
+Format format_of(const Recording& recording) {
+  Format format;
+  format.rate = recording.rate;
+  format.inputs = format.outputs = recording.channels;
+  format.history = 0;
+  format.is_live = false;
+  return format;
+}
+
 Chain chain_of(std::unique_ptr<Stage> stage) {
   Chain chain;
   chain.push_back(std::move(stage));
@@ -225,7 +236,11 @@ int run_filters(const Files& files, const Filters& filters) {
   if (job.raw.rate) job.format.stream_type = "raw";
   job.overwrite = files.common.overwrite;
   job.stamp = files.stamp;
-  job.takes_gain = job.takes_gain && !files.common.quiet;  // nobody reads which one would fit
+  if (files.fit && !job.takes_gain)
+    throw Error(kUsageError, "--fit takes a filter that has a --gain");
+  job.fit = files.fit;
+  // Without a summary nobody reads which one would fit.
+  job.takes_gain = job.takes_gain && (files.fit || !files.common.quiet);
   if (!files.output_dir.empty()) return run_into_folder(job, files);
   if (files.names.size() != 2)
     throw Error(kUsageError,

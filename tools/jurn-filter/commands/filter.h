@@ -23,7 +23,7 @@ struct Files {
   AudioFormat format;
   std::optional<SampleFormat> bits;
   bool stamp = false;  // shows that of each result
-  bool dither = false;
+  bool dither = false, fit = false;
   std::uint32_t seed = 1;  // of the dither
   CommonOptions common;
 };
@@ -46,6 +46,9 @@ void add_gain(CLI::App* command, Filter* filter);
 void add_tail(CLI::App* command, bool* no_tail);
 
 Chain chain_of(std::unique_ptr<Stage> stage);
+
+/** Of a voice for a recording: as many channels out as in, and nobody waits for a call. */
+Format format_of(const Recording& recording);
 
 /** Filters every recording through all filters. Returns the exit code. */
 int run_filters(const Files& files, const std::vector<std::unique_ptr<Filter>>& filters);

@@ -14,6 +14,7 @@ void add_fir(CLI::App* app, Filter* filter, Files* files) {
   fir->add_flag("--time-domain", o->time_domain,
                 "Tap by tap whatever the number of taps, as live filters run; by default from 64 "
                 "taps on by transforms, where that is exact enough");
+  add_ends(fir, o.get());
   fir->final_callback([=] { set_design(filter, o, FilterDesign::kFir); });
 }
 

@@ -19,6 +19,7 @@ void add_iir(CLI::App* app, Filter* filter, Files* files) {
       "--as-sections", o->as_sections,
       "With --precision int16: run as sections in any case, not only where rounding spoils "
       "the direct form");
+  add_ends(iir, o.get());
   iir->final_callback([=] {
     if (o->files.all.empty() == (o->files.numerator.empty() || o->files.denominator.empty()))
       throw Error(kUsageError, "iir takes either --coefficients or --numerator and --denominator");

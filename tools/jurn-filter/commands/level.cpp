@@ -34,6 +34,7 @@ struct CloseFile {
 /** Writes the running mean of each channel's magnitude or square, one row per instant. */
 void run_level(const Options& o) {
   AudioReader reader(o.input, 2, o.raw);
+  check_length(o.level.length, reader.rate());
   std::optional<OutputFile> output;
   std::unique_ptr<std::FILE, CloseFile> opened;
   if (!o.output.empty()) {
@@ -76,8 +77,8 @@ void add_level(CLI::App* app, Run* run) {
   CLI::App* level = app->add_subcommand("level", "Measures the level over time");
   level->add_option("IN", o->input, "Recording, mono or stereo")->required();
   level->add_option("OUT", o->output, "CSV file; without it the rows are printed");
-  level->add_option("--length", o->level.length, "Samples of the running mean")
-      ->check(CLI::Range(1, kMaxLevelLength))
+  level->add_option("--length", o->level.length, "Samples of the running mean, up to ten seconds")
+      ->check(CLI::Range(1, 1 << 30))
       ->capture_default_str();
   level->add_option("--every", o->level.every, "Seconds from row to row")
       ->check(between(1e-6, 1e6))

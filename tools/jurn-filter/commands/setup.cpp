@@ -89,13 +89,12 @@ void add_setup(CLI::App* app, Filter* filter, Files* files) {
         warn_of(o->file, prepared);
       }
       said_for = recording.rate;
-      Format format;
-      format.rate = recording.rate;
+      Format format = format_of(recording);
       format.inputs = file.setup.inputs;
       format.outputs = file.setup.outputs();
       format.block = kBlock;
       std::unique_ptr<Stage> stage =
-          make_stage(make_setup_voice(prepared, format), prepared.latency());
+          make_stage(make_setup_voice(prepared, format), Precision::kDouble, prepared.latency());
       stage->keep_tail = !o->no_tail;
       return chain_of(std::move(stage));
     };

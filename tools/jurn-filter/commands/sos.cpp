@@ -14,6 +14,7 @@ void add_sos(CLI::App* app, Filter* filter, Files* files) {
       ->required();
   add_signs(sos, &o->reading);
   add_preparation(sos, o.get());
+  add_ends(sos, o.get());
   sos->final_callback([=] { set_design(filter, o, FilterDesign::kSections); });
 }
 
