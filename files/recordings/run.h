@@ -41,7 +41,7 @@ struct Job {
   std::optional<SampleFormat> bits;     // of the result; by default those of the recording
   std::optional<std::uint32_t> dither;  // the seed, where samples are rounded to fewer bits
   bool overwrite = false;
-  bool stamp = false;  // tells that of the result
+  bool stamp = false;                  // tells that of the result
   std::vector<std::string> also_read;  // other files that the output must not replace
   /** Builds the stages; `gain` multiplies the gain of the filter that may take another one. */
   std::function<Chain(const Recording& recording, double gain)> make_chain;
@@ -70,7 +70,7 @@ struct Summary {
   bool dithered = false;
   double seconds = 0.0;                   // that the run took
   std::optional<double> fitting_gain_db;  // when the result clips, and another gain would avoid it
-  std::string stamp;  // of the result, if it was asked for
+  std::string stamp;                      // of the result, if it was asked for
   std::optional<double> fitted_gain_db;   // that was taken instead
   int gain_of = 0;  // the filter that this is the gain of, if there are several
 };
