@@ -6,7 +6,6 @@
 #include <memory>
 #include <string>
 
-#include "coefficients/parse.h"
 #include "errors.h"
 #include "recordings/signals.h"
 #include "streams/voice.h"
@@ -14,7 +13,7 @@
 namespace jurn {
 namespace {
 
-constexpr double kLongest = 10.0;  // seconds
+constexpr int kLongest = 10;  // seconds
 constexpr std::size_t kReadFrames = 1024;
 constexpr double kRounding = 1e-6;  // frames, so that rows fall on whole multiples of a step
 
@@ -23,8 +22,8 @@ constexpr double kRounding = 1e-6;  // frames, so that rows fall on whole multip
 void check_length(int length, int rate) {
   if (length > kLongest * rate)
     throw Error(kUsageError, "--length " + std::to_string(length) +
-                                 ": the mean is of up to ten seconds, " + shown(kLongest * rate) +
-                                 " samples here");
+                                 ": the mean is of up to ten seconds, " +
+                                 std::to_string(kLongest * rate) + " samples here");
 }
 
 Loudest measure_level(AudioReader* reader, const LevelOptions& options, const LevelRow& on_row) {
