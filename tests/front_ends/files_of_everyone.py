@@ -1,8 +1,9 @@
-"""Coefficient files as people have them, for every front end: (name, kind, bytes or maker)."""
+"""Files as people have them, for every front end: (name, kind, content or what makes the file)."""
 
 import json
 
 import numpy as np
+import soundfile
 from scipy import io, signal
 
 RATE = 48000
@@ -98,4 +99,23 @@ REFUSED = [
 WARNED = [
     ("unstable.txt", "iir", "double", rows([[1.0, 0.0, 0.0], [1.0, -2.5, 1.0]])),
     ("narrow.txt", "iir", "int16", rows(signal.iirnotch(20, 30, RATE))),
+]
+
+# Impulse responses, which run and which do not.
+ROOM = np.random.default_rng(1).standard_normal(3000) * np.exp(-np.arange(3000) / 400) * 0.05
+ROOMS = [
+    ("room.wav", saved(soundfile.write, ROOM, RATE, subtype="PCM_16")),
+    ("room24.flac", saved(soundfile.write, ROOM, RATE, subtype="PCM_24")),
+    ("room.aiff", saved(soundfile.write, ROOM, RATE, subtype="PCM_24")),
+    ("room32.wav", saved(soundfile.write, ROOM, RATE, subtype="FLOAT")),
+    ("room64.wav", saved(soundfile.write, ROOM, RATE, subtype="DOUBLE")),
+    ("room.txt", numbers(ROOM)),
+    ("room.npy", saved(np.save, ROOM)),
+    ("room.mat", saved(lambda path: io.savemat(path, {"h": ROOM}))),
+]
+NO_ROOMS = [
+    ("at44.wav", saved(soundfile.write, ROOM, 44100, subtype="FLOAT")),
+    ("nothing.wav", saved(soundfile.write, np.zeros(0), RATE)),
+    ("empty.wav", ""),
+    ("words.csv", "no numbers\n"),
 ]

@@ -1,5 +1,5 @@
-"""A coefficient file is the same filter in the tool, Python, GStreamer and Node: the same kind, the
-same bits, the same refusal, the same warning. A new front end is one more in FRONT_ENDS."""
+"""A file is the same filter in the tool, Python, GStreamer and Node: the same kind, the same bits, the
+same refusal, the same warning."""
 
 import json
 import os
@@ -14,7 +14,7 @@ import numpy as np
 from scipy.io import wavfile
 
 import jurn
-from files_of_everyone import RATE, READ, REFUSED, WARNED
+from files_of_everyone import NO_ROOMS, RATE, READ, REFUSED, ROOM, ROOMS, WARNED
 
 TOOL = os.environ["JURN_FILTER"]
 SPEECH = "/usr/share/sounds/alsa/Front_Center.wav"
@@ -35,16 +35,32 @@ class Answer:
         self.warned = sorted(text for text in found if "signal would clip" not in text)
 
 
-def by_tool(path, kind, precision):
-    done = subprocess.run(
-        [TOOL, kind, SPEECH, "tool.wav", "--overwrite", "-q", "-c", path, "--precision", precision,
-         *(["--time-domain"] if kind == "fir" else [])], capture_output=True, text=True, check=False)
+def tool(*arguments):
+    """The samples, what is said of the file, and the refusal instead."""
+    done = subprocess.run([TOOL, *arguments[:1], SPEECH, "tool.wav", "--overwrite", "-q",
+                           *arguments[1:]], capture_output=True, text=True, check=False)
     said = re.findall(r"^jurn-filter: (?:warning: )?(.*)$", done.stderr, re.M)
     if done.returncode:
-        return Answer(refused=said[-1])
+        return None, [], said[-1]
     # What became of this recording is no matter of the file.
     said = [text for text in said if not text.startswith(("tool.wav", "note: "))]
-    return Answer(kind, wavfile.read("tool.wav")[1], said)
+    return wavfile.read("tool.wav")[1], said, None
+
+
+def gstreamer(*element):
+    done = subprocess.run(
+        ["gst-launch-1.0", "filesrc", "location=" + SPEECH, "!", "wavparse", "!", *element, "!",
+         "wavenc", "!", "filesink", "location=gst.wav"], capture_output=True, text=True, check=False)
+    said = done.stdout + done.stderr
+    if done.returncode:
+        return None, [], re.search(r"^ERROR: from element \S+: (.*)$", said, re.M)[1]
+    said = re.findall(r"^WARNING: from element \S+: (.*)$", said, re.M)
+    return wavfile.read("gst.wav")[1], said, None
+
+
+def by_tool(path, kind, precision):
+    return Answer(kind, *tool(kind, "-c", path, "--precision", precision,
+                              *(["--time-domain"] if kind == "fir" else [])))
 
 
 def by_python(path, kind, precision):
@@ -59,20 +75,12 @@ def by_python(path, kind, precision):
 
 
 def by_gstreamer(path, kind, precision):
-    done = subprocess.run(
-        ["gst-launch-1.0", "filesrc", "location=" + SPEECH, "!", "wavparse", "!", "jurnfilter",
-         f"location={path}", f"precision={precision}",
-         f"kind={dict(fir='fir', iir='iir', sos='sections').get(kind, 'automatic')}", "!", "wavenc",
-         "!", "filesink", "location=gst.wav"], capture_output=True, text=True, check=False)
-    said = done.stdout + done.stderr
-    if done.returncode:
-        return Answer(refused=re.search(r"^ERROR: from element \S+: (.*)$", said, re.M)[1])
-    said = re.findall(r"^WARNING: from element \S+: (.*)$", said, re.M)
+    names = {"fir": "fir", "iir": "iir", "sos": "sections", None: "automatic"}
+    samples, said, refused = gstreamer("jurnfilter", f"location={path}", f"precision={precision}",
+                                       f"kind={names[kind]}")
     # A live stream lets the filter ring out.
-    return Answer(None, wavfile.read("gst.wav")[1][:len(wavfile.read(SPEECH)[1])], said)
-
-
-FRONT_ENDS = {"tool": by_tool, "Python": by_python, "GStreamer": by_gstreamer}
+    end = len(wavfile.read(SPEECH)[1])
+    return Answer(None, None if samples is None else samples[:end], said, refused)
 
 
 def by_node(cases):
@@ -101,7 +109,7 @@ class SameEverywhere(unittest.TestCase):
         cls.addClassCleanup(folder.cleanup)
         cls.addClassCleanup(os.chdir, os.getcwd())
         os.chdir(folder.name)
-        for name, *_, content in READ + REFUSED + WARNED:
+        for name, *_, content in READ + REFUSED + WARNED + ROOMS + NO_ROOMS:
             if callable(content):
                 content(name)
             else:
@@ -145,6 +153,23 @@ class SameEverywhere(unittest.TestCase):
                 for who, answer in others.items():
                     with self.subTest(file=name, by=who):
                         self.assertEqual(answer.warned, tool.warned)
+
+    def test_impulse_responses_are_the_same_room(self):
+        for name, _ in ROOMS:
+            with self.subTest(file=name):
+                expected, said, _ = tool("convolve", "--ir", name, "--block", "480")
+                samples, warned, _ = gstreamer("jurnconvolve", "block=480", f"location={name}")
+                np.testing.assert_array_equal(samples, expected)
+                self.assertEqual([said, warned], [[], []])
+                np.testing.assert_allclose(jurn.read_response(name, RATE), ROOM, rtol=0,
+                                           atol=1 / 32768)
+        for name, _ in NO_ROOMS:
+            with self.subTest(file=name):
+                *_, refused = tool("convolve", "--ir", name)
+                self.assertEqual(gstreamer("jurnconvolve", f"location={name}")[2], refused)
+                with self.assertRaises(ValueError) as raised:
+                    jurn.read_response(name, RATE)
+                self.assertEqual(str(raised.exception), refused)
 
 
 if __name__ == "__main__":
