@@ -124,7 +124,7 @@ class ConvolutionVoice : public Voice {
     MORVAX_ConvolutionReset_API(stream_->get());
     if (!next_) return;
     previous_ = std::move(room_);
-    room_ = std::move(next_);
+    room_ = std::exchange(next_, nullptr);
   }
   int block() const override { return shape_.block; }
   int tail() const override { return std::max(room_->tail, next_ ? next_->tail : 0); }
@@ -201,7 +201,7 @@ class ConvolutionVoice : public Voice {
   bool fades_now() {
     if (!next_ || !ready_) return false;
     previous_ = std::move(room_);
-    room_ = std::move(next_);
+    room_ = std::exchange(next_, nullptr);
     return true;
   }
 

@@ -1,4 +1,4 @@
-// The native engine as the judge: tests/reference.cpp runs the same filter on the same input.
+// The native engine as the judge: tests/stream.cpp runs the same filter on the same input.
 import { spawnSync } from 'node:child_process';
 import { fileURLToPath } from 'node:url';
 
