@@ -34,10 +34,7 @@ class Changing {
       first_ += frames_;
     }
     stream_.process(in, frames_, out);
-    for (Change* old = stream_.take_retired(); old;) {
-      const std::unique_ptr<Change> owned(old);
-      old = old->next;
-    }
+    stream_.free_retired();
   }
 
   const Stream& stream() const { return stream_; }

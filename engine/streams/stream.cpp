@@ -45,6 +45,13 @@ std::unique_ptr<Change> copy_of(const std::unique_ptr<Change>& change) {
 
 }  // namespace
 
+void free_changes(Change* list) {
+  while (list) {
+    const std::unique_ptr<Change> owned(list);
+    list = list->next;
+  }
+}
+
 Stream::Stream(const Format& format, std::unique_ptr<Voice> first)
     : format_(format),
       piece_(format.block < kPiece ? kPiece / format.block * format.block : format.block),
@@ -88,10 +95,7 @@ void Stream::make_pieces() {
 }
 
 Stream::~Stream() {
-  for (Change* old = take_retired(); old;) {
-    const std::unique_ptr<Change> owned(old);
-    old = old->next;
-  }
+  free_retired();
 }
 
 void Stream::process(const short* in, int frames, short* out) {

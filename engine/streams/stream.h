@@ -19,6 +19,9 @@ struct Change {
   Change* next = nullptr;  // for lists of those that are no longer needed
 };
 
+/** Frees a list of changes. */
+void free_changes(Change* list);
+
 /**
  * A stream of frames. Only the constructors allocate; every other call is safe in a real-time
  * thread.
@@ -83,6 +86,8 @@ class Stream {
 
   /** Hands over what is no longer needed, a list by `next`, to be freed on another thread. */
   Change* take_retired();
+  /** Frees it here, where no thread is in a hurry. */
+  void free_retired() { free_changes(take_retired()); }
 
  private:
   void make_pieces();

@@ -16,12 +16,7 @@ constexpr int kFadeFrames = 1024;
 struct OfferedFilter : Offer {
   explicit OfferedFilter(std::unique_ptr<jurn::Voice> voice, int delay = 0)
       : change(std::make_unique<jurn::Change>(std::move(voice), kFadeFrames)), late(delay) {}
-  ~OfferedFilter() override {
-    while (retired) {
-      const std::unique_ptr<jurn::Change> old(retired);
-      retired = old->next;
-    }
-  }
+  ~OfferedFilter() override { jurn::free_changes(retired); }
 
   std::unique_ptr<jurn::Change> change;
   int late;  // frames by which its result comes later than the input

@@ -13,6 +13,7 @@ const PEAK_FRAMES = 8192;
 const LOUDNESS_SECONDS = 1.5;
 
 const fromDb = (db: number) => Math.pow(10, db / 20);
+const LOUDEST_UNLIMITED = fromDb(LIMIT.threshold);
 const isRiff = (bytes: ArrayBuffer) =>
   bytes.byteLength >= 12 && new DataView(bytes).getUint32(0) === 0x52494646;
 
@@ -225,7 +226,7 @@ export class Sound {
     if (!this.playing || !this.limiter) return 0;
     const { node, before, samples } = this.limiter;
     before.getFloatTimeDomainData(samples);
-    return samples.some((x) => Math.abs(x) > fromDb(LIMIT.threshold)) ? Math.max(0, -node.reduction) : 0;
+    return samples.some((x) => Math.abs(x) > LOUDEST_UNLIMITED) ? Math.max(0, -node.reduction) : 0;
   }
 
   /** Both at the same loudness: the louder one is turned down. */

@@ -170,7 +170,7 @@ class Running {
       process_planar(in, frames, out);
     else
       process(in, frames, out);
-    free_retired();
+    stream_.free_retired();
   }
 
   /** Filters (rows, frames), each row after its own (rows, numbers) of past samples. */
@@ -197,7 +197,7 @@ class Running {
     check(fade >= 1 && stream_.format().history > 0);
     const py::gil_scoped_release unlocked;
     stream_.change(std::make_unique<Change>(to.voice(stream_.format(), &longest_response_), fade));
-    free_retired();
+    stream_.free_retired();
   }
 
   void reset() {
@@ -205,7 +205,7 @@ class Running {
     stream_.reset();
     begun_frames_ = 0;
     bad_samples_ = 0;
-    free_retired();
+    stream_.free_retired();
   }
 
   int tail() const {
@@ -276,13 +276,6 @@ class Running {
                        1, out + at(c, done + i, outs), 1);
       begun_frames_ = held == block ? 0 : held;
       done += count;
-    }
-  }
-
-  void free_retired() {
-    for (Change* old = stream_.take_retired(); old;) {
-      const std::unique_ptr<Change> owned(old);
-      old = old->next;
     }
   }
 

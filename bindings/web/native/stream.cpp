@@ -83,7 +83,7 @@ class Stream {
   void change(std::unique_ptr<Voice> voice, int fade) {
     if (!voice) voice = jurn::make_wire(format());
     stream_.change(std::make_unique<jurn::Change>(std::move(voice), fade));
-    free_retired();
+    stream_.free_retired();  // there is no other thread to do it
   }
   bool changing() const { return stream_.changing(); }
 
@@ -94,12 +94,12 @@ class Stream {
     stream_.process(channels_.data(), block_, channels_.data() + inputs_);
     std::transform(outputs, outputs + outputs_ * block_, outputs,
                    [](float x) { return x / kFullScale; });
-    free_retired();
+    stream_.free_retired();
   }
 
   void run_samples() {
     stream_.process(samples_.data(), block_, samples_.data() + inputs_ * block_);
-    free_retired();
+    stream_.free_retired();
   }
 
   /** Raises the peaks to those of the last block of floats, and counts the clipped samples. */
@@ -119,14 +119,6 @@ class Stream {
   }
 
  private:
-  /** There is no other thread to do it. */
-  void free_retired() {
-    for (jurn::Change* old = stream_.take_retired(); old;) {
-      const std::unique_ptr<jurn::Change> owned(old);
-      old = old->next;
-    }
-  }
-
   const int inputs_, outputs_, block_;
   std::vector<float> floats_;
   std::vector<short> samples_;
