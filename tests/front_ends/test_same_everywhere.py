@@ -48,11 +48,17 @@ def tool(*arguments):
 
 
 def gstreamer(*element):
-    done = subprocess.run(
-        ["gst-launch-1.0", "filesrc", "location=" + SPEECH, "!", "wavparse", "!", *element, "!",
-         "wavenc", "!", "filesink", "location=gst.wav"], capture_output=True, text=True, check=False)
-    said = done.stdout + done.stderr
-    if done.returncode:
+    with subprocess.Popen(
+            ["gst-launch-1.0", "filesrc", "location=" + SPEECH, "!", "wavparse", "!", *element, "!",
+             "wavenc", "!", "filesink", "location=gst.wav"], stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT, text=True) as running:
+        try:
+            said = running.communicate(timeout=30)[0]
+        except subprocess.TimeoutExpired:
+            # After an error before the first frame gst-launch itself may wait for ever.
+            running.kill()
+            said = running.communicate()[0]
+    if running.returncode:
         return None, [], re.search(r"^ERROR: from element \S+: (.*)$", said, re.M)[1]
     said = re.findall(r"^WARNING: from element \S+: (.*)$", said, re.M)
     return wavfile.read("gst.wav")[1], said, None
