@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <exception>
 
+using jurn::OfferedFilter;
 using jurn::gst::BlocksState;
-using jurn::gst::OfferedFilter;
 using jurn::gst::Regrouper;
 using jurn::gst::StreamFormat;
 
@@ -62,7 +62,7 @@ static bool make_stream(GstJurnBlocks* self, std::size_t frames) {
     state->preparer->set_format(format);
     state->stream = std::make_unique<Regrouper>(
         GST_ELEMENT(self), state->preparer.get(),
-        state->preparer->first<OfferedFilter>(GST_JURN_BLOCKS_GET_CLASS(self)->no_filter));
+        state->preparer->first(GST_JURN_BLOCKS_GET_CLASS(self)->no_filter));
   } catch (const std::exception& error) {
     GST_ELEMENT_ERROR(self, LIBRARY, SETTINGS, ("%s", error.what()), (nullptr));
     return false;

@@ -3,10 +3,10 @@
 #include <stdexcept>
 
 #include "Convolution_control.h"
-#include "changing_stream.h"
 #include "element.h"
 #include "impulse_responses/routes.h"
 #include "recordings/audio_io.h"
+#include "streams/changing_stream.h"
 #include "units.h"
 
 namespace jurn::gst {
@@ -85,8 +85,8 @@ void ConvolutionSource::read(const ConvolutionSettings& settings, int rate) {
   files_ = std::move(files);
 }
 
-std::unique_ptr<Offer> ConvolutionSource::prepare(const StreamFormat& format,
-                                                  std::vector<std::string>*) {
+std::unique_ptr<OfferedFilter> ConvolutionSource::prepare(const StreamFormat& format,
+                                                          std::vector<std::string>*) {
   const ConvolutionSettings& settings = next();
   const bool by_routes = !settings.routes.empty();
   const std::string& name = by_routes ? settings.routes : settings.location;

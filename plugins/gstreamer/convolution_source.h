@@ -54,8 +54,8 @@ class ConvolutionSource final : public SettingsPreparer<ConvolutionSettings> {
     jurn::Routing routing;           // of a file of routes
   };
 
-  std::unique_ptr<Offer> prepare(const StreamFormat& format,
-                                 std::vector<std::string>* warnings) override;
+  std::unique_ptr<OfferedFilter> prepare(const StreamFormat& format,
+                                         std::vector<std::string>* warnings) override;
   void settled(bool well) override;
   void read(const ConvolutionSettings& settings, int rate);
   void find_pairs(const ConvolutionSettings& settings);

@@ -5,13 +5,13 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "changing_stream.h"
 #include "coefficients/formats.h"
 #include "coefficients/kinds.h"
 #include "coefficients/parse.h"
 #include "design/prepare_once.h"
 #include "design/stability.h"
 #include "element.h"
+#include "streams/changing_stream.h"
 #include "streams/stages.h"
 #include "units.h"
 
@@ -173,8 +173,8 @@ const FilterDesign& FilterPreparer::read(const FilterSource& source, int rate) {
   return design_;
 }
 
-std::unique_ptr<Offer> FilterPreparer::prepare(const StreamFormat& format,
-                                               std::vector<std::string>* warnings) {
+std::unique_ptr<OfferedFilter> FilterPreparer::prepare(const StreamFormat& format,
+                                                       std::vector<std::string>* warnings) {
   const FilterSource& source = next();
   // A file of coefficients is read for its rate.
   if (!format.rate || source.is_empty()) return nullptr;

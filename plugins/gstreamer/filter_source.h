@@ -74,8 +74,8 @@ class FilterPreparer final : public SettingsPreparer<FilterSource> {
   using SettingsPreparer::SettingsPreparer;
 
  private:
-  std::unique_ptr<Offer> prepare(const StreamFormat& format,
-                                 std::vector<std::string>* warnings) override;
+  std::unique_ptr<OfferedFilter> prepare(const StreamFormat& format,
+                                         std::vector<std::string>* warnings) override;
   const jurn::FilterDesign& read(const FilterSource& source, int rate);
 
   // The worker's own.

@@ -1,7 +1,7 @@
 #include "hrtf_source.h"
 
-#include "changing_stream.h"
 #include "element.h"
+#include "streams/changing_stream.h"
 #include "units.h"
 
 namespace jurn::gst {
@@ -17,7 +17,8 @@ void HrtfSource::read(const HrtfSettings& settings, int rate) {
   written_ = written;
 }
 
-std::unique_ptr<Offer> HrtfSource::prepare(const StreamFormat& format, std::vector<std::string>*) {
+std::unique_ptr<OfferedFilter> HrtfSource::prepare(const StreamFormat& format,
+                                                   std::vector<std::string>*) {
   constexpr int kUsualRate = 48000;
   const HrtfSettings& settings = next();
   if (settings.sofa.empty()) return nullptr;

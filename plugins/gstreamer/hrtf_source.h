@@ -23,8 +23,8 @@ class HrtfSource final : public SettingsPreparer<HrtfSettings> {
   using SettingsPreparer::SettingsPreparer;
 
  private:
-  std::unique_ptr<Offer> prepare(const StreamFormat& format,
-                                 std::vector<std::string>* warnings) override;
+  std::unique_ptr<OfferedFilter> prepare(const StreamFormat& format,
+                                         std::vector<std::string>* warnings) override;
   void read(const HrtfSettings& settings, int rate);
 
   // The worker's own: what was read last, and for what.

@@ -18,7 +18,6 @@
 #include "jurnfilter_state.h"
 
 using jurn::gst::FilterState;
-using jurn::gst::OfferedFilter;
 using jurn::gst::StreamFormat;
 
 namespace {
@@ -64,9 +63,9 @@ static gboolean setup(GstAudioFilter* filter, const GstAudioInfo* info) {
   try {
     state->running.reset();
     state->preparer.set_format(format);
-    state->running = std::make_unique<jurn::gst::ChangingStream>(
-        &state->preparer,
-        state->preparer.first<OfferedFilter>(
+    state->running = std::make_unique<jurn::ChangingStream>(
+        state->preparer.offers(),
+        state->preparer.first(
             "no filter: set location, coefficients, equaliser, or kind=average and length"));
     state->format = format;
     tell_latency(self);

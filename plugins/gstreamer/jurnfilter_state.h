@@ -4,11 +4,11 @@
 #include <atomic>
 #include <memory>
 
-#include "changing_stream.h"
 #include "element.h"
 #include "filter_source.h"
 #include "jurnfilter.h"
 #include "jurnfilter_bands.h"
+#include "streams/changing_stream.h"
 
 namespace jurn::gst {
 

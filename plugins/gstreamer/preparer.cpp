@@ -47,14 +47,11 @@ void Preparer::set_format(const StreamFormat& format) {
   if (format.rate) request();
 }
 
-Offer* Preparer::first_of_any(const char* none) {
+std::unique_ptr<OfferedFilter> Preparer::first(const char* none) {
   wait();
-  Offer* const result = hand_over_.take(running_);
+  std::unique_ptr<OfferedFilter> result(hand_over_.take(running_));
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (!result || !problem_.empty()) {
-    hand_over_.give_back(result);
-    throw std::runtime_error(problem_.empty() ? none : problem_);
-  }
+  if (!result || !problem_.empty()) throw std::runtime_error(problem_.empty() ? none : problem_);
   is_live_ = true;
   return result;
 }
@@ -75,7 +72,7 @@ void Preparer::work() {
     }
     std::vector<std::string> warnings;
     std::string problem;
-    std::unique_ptr<Offer> prepared;
+    std::unique_ptr<OfferedFilter> prepared;
     try {
       prepared = prepare(format, &warnings);
     } catch (const std::exception& error) {

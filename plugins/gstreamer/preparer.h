@@ -10,22 +10,12 @@
 #include <string>
 #include <vector>
 
-#include "streams/hand_over.h"
+#include "streams/changing_stream.h"
 
 namespace jurn::gst {
 
+using jurn::OfferedFilter;
 using jurn::StreamFormat;
-
-/** What is passed to the streaming thread, and given back. */
-struct Offer {
-  Offer() = default;
-  Offer(const Offer&) = delete;
-  Offer& operator=(const Offer&) = delete;
-  virtual ~Offer() = default;
-
-  StreamFormat made_for;
-  Offer* next = nullptr;
-};
 
 /**
  * Does what the properties ask for on a thread of GStreamer's pool, one request after the other,
@@ -55,10 +45,7 @@ class Preparer {
   void set_format(const StreamFormat& format);
   /** The streaming thread: the filter that a stream starts with. Throws a sentence for the user:
    * `none` if the properties ask for no filter. */
-  template <typename T>
-  std::unique_ptr<T> first(const char* none) {
-    return std::unique_ptr<T>(static_cast<T*>(first_of_any(none)));
-  }
+  std::unique_ptr<OfferedFilter> first(const char* none);
   /** The streaming thread, before each buffer. `follow` sets what control sources say. */
   template <typename Follow>
   void settle(Follow follow) {
@@ -69,12 +56,8 @@ class Preparer {
       wait();
     }
   }
-  /** The streaming thread: a newer filter, or null; it has to be given back. */
-  template <typename T>
-  T* take() {
-    return static_cast<T*>(hand_over_.take(running_));
-  }
-  void give_back(Offer* offer) { hand_over_.give_back(offer); }
+  /** Where newer filters come from. */
+  jurn::HandOver<OfferedFilter>* offers() { return &hand_over_; }
 
  protected:
   /**
@@ -83,8 +66,8 @@ class Preparer {
    * can be done without, like reading files, is done, and the result is null. It is null, too, when
    * the properties ask for no filter. Throws a sentence for the user.
    */
-  virtual std::unique_ptr<Offer> prepare(const StreamFormat& format,
-                                         std::vector<std::string>* warnings) = 0;
+  virtual std::unique_ptr<OfferedFilter> prepare(const StreamFormat& format,
+                                                 std::vector<std::string>* warnings) = 0;
   /** On the worker: whether the last preparing went well, while a stream runs. If not, the
    * properties return to what runs. */
   virtual void settled(bool well) = 0;
@@ -92,10 +75,9 @@ class Preparer {
  private:
   static void run(GstElement* element, void* self);
   void work();
-  Offer* first_of_any(const char* none);
 
   GstElement* element_;
-  jurn::HandOver<Offer> hand_over_;
+  jurn::HandOver<OfferedFilter> hand_over_;
   StreamFormat running_;  // the streaming thread's own copy
 
   mutable std::mutex mutex_;  // of what follows; never held while something is prepared

@@ -27,7 +27,7 @@ Regrouper::Regrouper(GstElement* element, Preparer* preparer, std::unique_ptr<Of
     : element_(element),
       preparer_(preparer),
       format_(first->made_for),
-      filter_(preparer, std::move(first)),
+      filter_(preparer->offers(), std::move(first)),
       block_(size(format_.block)) {
   const std::size_t sample = format_.is_float ? sizeof(float) : sizeof(short);
   in_bytes_ = sample * size(format_.inputs);

@@ -7,8 +7,8 @@
 #include <memory>
 #include <vector>
 
-#include "changing_stream.h"
 #include "preparer.h"
+#include "streams/changing_stream.h"
 
 namespace jurn::gst {
 
