@@ -1,6 +1,5 @@
 // Coefficients of Python in the records of the library, and a change of them.
 #include <algorithm>
-#include <iterator>
 #include <memory>
 #include <string>
 
@@ -41,10 +40,6 @@ void plain_coefficients(Record& r, py::handle b, py::handle a, int most_b, int m
   store(denominator, r.a, "a");
   r.blen = static_cast<int>(numerator.size());
   r.alen = static_cast<int>(denominator.size());
-}
-
-bool has_two_filters(const Filterlongfir_ID& r) {
-  return r.filtertype <= JURN_LONG_TWO_FILTERS || (r.filtertype == JURN_LONG_FFT && r.chanel == 2);
 }
 
 /** Writes the taps of the kinds that only the long filter has; both sets become equally long. */
@@ -90,45 +85,10 @@ bool fade_inside(Filterf_ID&, py::handle, py::handle) {
 }
 bool fade_inside(Filterlongfir_ID& r, py::handle taps, py::handle right) {
   if (r.filtertype >= JURN_FIR) return false;
-  const bool in_time = !is_fft(r);
-  if (!in_time && r.filtertype != JURN_LONG_FFT_MONO_TO_STEREO &&
-      !(r.filtertype == JURN_LONG_FFT && r.chanel == 2))
-    throw py::value_error(
-        "this kind switches at once and does not fade; the kinds that do are -5, "
-        "-3 and -6, and -2 in stereo");
   const auto next = std::make_unique<Filterlongfir_ID>(r);
   set_taps(*next, taps, right);
-  if (next->blen != r.blen)
-    throw py::value_error("taps: has " + std::to_string(next->blen) +
-                          " numbers; a fade of this kind keeps the count, " +
-                          std::to_string(r.blen));
-  // A fade that no block has run yet goes on from where it began.
-  const bool pending = r.cmemcall == 1;
-  if (in_time && !pending) MORVAX_FilterlongfirCalcu_APItime(&r);
-  std::copy_n(next->b, next->blen, r.b);
-  std::copy_n(next->bR, next->blen, r.bR);
-  if (in_time) return true;
-  MORVAX_FilterlongfirCalcu_API_forFFT(&r);
-  if (pending) {
-    std::copy(std::begin(next->cmemhLrfft), std::end(next->cmemhLrfft), r.cmemhLrfft);
-    std::copy(std::begin(next->cmemhRrfft), std::end(next->cmemhRrfft), r.cmemhRrfft);
-  }
+  records::fade_inside(r, *next);
   return true;
-}
-
-void set_kind(Filterlongfir_ID& r, int kind, int channels) {
-  if (channels != 1 && channels != 2)
-    throw py::value_error("channels: " + std::to_string(channels) + "; takes 1 or 2");
-  const bool mono_to_stereo =
-      kind == JURN_LONG_FFT_MONO_TO_STEREO || kind == JURN_LONG_MONO_TO_STEREO;
-  const bool stereo_only = kind == JURN_LONG_TWO_FILTERS || kind == JURN_LONG_FFT_LEFT_ONLY ||
-                           kind == JURN_LONG_FFT_CROSSED;
-  if (kind < JURN_LONG_FFT_CROSSED || kind >= JURN_IIR || (mono_to_stereo && channels == 2) ||
-      (stereo_only && channels == 1))
-    throw py::value_error("kind: " + std::to_string(kind) + " does not exist for " +
-                          std::to_string(channels) + (channels == 1 ? " channel" : " channels"));
-  r.filtertype = kind;
-  r.chanel = channels;
 }
 
 }  // namespace jurn::python

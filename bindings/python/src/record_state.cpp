@@ -1,75 +1,8 @@
-// Where the past of a filter lies, for blocks of other lengths, other filters and views.
-#include <algorithm>
-#include <cstring>
-#include <iterator>
-
+// What Python shows of a record: its state as views, and its name.
 #include "records.h"
 
 namespace jurn::python {
 namespace {
-
-/** Calls f(array, past) for the straight histories of the kinds -1 and 0 of both int16 records. */
-template <class Record, class Function>
-void plain_histories(Record& r, Function f) {
-  for (int c = 0; c < r.chanel; ++c) {
-    auto& mem = c ? r.memR : r.memL;
-    if (r.filtertype == JURN_FIR || r.filtertype == JURN_IIR) f(mem.meminput, r.blen - 1);
-    if (r.filtertype == JURN_IIR) f(mem.memoutput, r.alen - 1);
-  }
-}
-
-template <class Function>
-void histories(Filter_ID& r, Function f) {
-  plain_histories(r, f);
-}
-
-template <class Function>
-void histories(Filterf_ID& r, Function f) {
-  f(r.memL.meminput, r.blen - 1);
-  if (r.filtertype == JURN_IIR) f(r.memL.memoutput, r.alen - 1);
-}
-
-template <class Function>
-void histories(Filterlongfir_ID& r, Function f) {
-  plain_histories(r, f);
-  if (r.filtertype != JURN_LONG_TWO_FILTERS && r.filtertype != JURN_LONG_MONO_TO_STEREO) return;
-  f(r.memL.meminput, r.blen - 1);
-  f(r.memR.meminput, r.bRlen - 1);
-  if (r.cmemcall != 1) return;
-  f(r.cmeminputL, r.cmemblen - 1);
-  f(r.cmeminputR, r.cmemblen - 1);
-}
-
-template <class Record>
-void move_all(Record& r, int previous, int next) {
-  histories(r, [=](auto* history, int past) {
-    std::memmove(history + next, history + previous,
-                 static_cast<std::size_t>(past) * sizeof *history);
-  });
-}
-
-/** Copies the newest samples of one history to the end of another one's past. */
-template <class T>
-void inherit_history(T* to, int to_past, const T* from, int from_past, int previous) {
-  const int count = std::min(to_past, from_past + previous);
-  std::copy_n(from + from_past + previous - count, count, to + to_past - count);
-}
-
-template <class Record>
-void plain_inherit(Record& to, Record& from, int previous) {
-  for (int c = 0; c < to.chanel; ++c) {
-    auto& mem = c ? to.memR : to.memL;
-    const auto& old = c ? from.memR : from.memL;
-    if (to.filtertype != JURN_CASCADE) {
-      inherit_history(mem.meminput, to.blen - 1, old.meminput, from.blen - 1, previous);
-      if (to.filtertype == JURN_IIR)
-        inherit_history(mem.memoutput, to.alen - 1, old.memoutput, from.alen - 1, previous);
-    } else if (to.ns == from.ns && to.n == from.n) {
-      std::copy(std::begin(old.mempx), std::end(old.mempx), mem.mempx);
-      std::copy(std::begin(old.mempy), std::end(old.mempy), mem.mempy);
-    }
-  }
-}
 
 /** A view of one array of both channels' states. */
 template <class Memory, class T>
@@ -111,30 +44,28 @@ py::dict plain_state(py::handle owner, Record& r, int previous) {
   return result;
 }
 
+std::string channels_of(int in, int out) {
+  return ", " + std::to_string(in) + (in != out ? " to " + std::to_string(out) : "") +
+         (out == 1 ? " channel>" : " channels>");
+}
+
+/** Any record with a kind. */
+template <class Record>
+std::string described(const char* name, const Record& r, int sections, int order) {
+  std::string text = std::string("<jurn.") + name + ": ";
+  const std::string taps = std::to_string(r.blen);
+  if (r.filtertype == JURN_MOVING_AVERAGE)
+    text += "mean of " + taps + " samples";
+  else if (r.filtertype == JURN_CASCADE)
+    text += "sections of order " + std::to_string(order) + ": " + std::to_string(sections);
+  else if (r.filtertype == JURN_IIR)
+    text += "IIR of " + taps + " and " + std::to_string(r.alen) + " coefficients";
+  else
+    text += "FIR of " + taps + " taps, kind " + std::to_string(r.filtertype);
+  return text + channels_of(channels_in(r), channels_out(r));
+}
+
 }  // namespace
-
-void move_histories(Filter_ID& r, int previous, int next) {
-  move_all(r, previous, next);
-}
-void move_histories(shuzhiFilter_ID&, int, int) {}
-void move_histories(Filterf_ID& r, int previous, int next) {
-  move_all(r, previous, next);
-}
-void move_histories(Filterlongfir_ID& r, int previous, int next) {
-  move_all(r, previous, next);
-}
-
-void inherit(Filter_ID& to, Filter_ID& from, int previous) {
-  plain_inherit(to, from, previous);
-}
-void inherit(Filterf_ID& to, Filterf_ID& from, int previous) {
-  inherit_history(to.memL.meminput, to.blen - 1, from.memL.meminput, from.blen - 1, previous);
-  if (to.filtertype == JURN_IIR)
-    inherit_history(to.memL.memoutput, to.alen - 1, from.memL.memoutput, from.alen - 1, previous);
-}
-void inherit(Filterlongfir_ID& to, Filterlongfir_ID& from, int previous) {
-  plain_inherit(to, from, previous);
-}
 
 py::dict state(py::handle owner, Filter_ID& r, int previous) {
   return plain_state(owner, r, previous);
@@ -164,6 +95,19 @@ py::dict state(py::handle owner, Filterlongfir_ID& r, int previous) {
         channel_view(owner, &r.memL, r.memL.meminput + previous, 2, {r.blen - 1}, {sizeof(short)});
   }
   return result;
+}
+
+std::string described(const Filter_ID& r) {
+  return described("Filter", r, r.ns, r.n);
+}
+std::string described(const shuzhiFilter_ID& r) {
+  return "<jurn.MovingSum: " + std::to_string(r.blen) + " samples>";
+}
+std::string described(const Filterf_ID& r) {
+  return described("FloatFilter", r, 0, 0);
+}
+std::string described(const Filterlongfir_ID& r) {
+  return described("LongFilter", r, r.ns, r.n);
 }
 
 }  // namespace jurn::python

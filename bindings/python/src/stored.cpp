@@ -1,4 +1,4 @@
-// What stored streams have in common: head and checksum.
+// The checksum that stored streams have in common.
 #include <cstring>
 
 #include "stream.h"
@@ -13,17 +13,6 @@ std::uint32_t checksum(std::string_view data) {
 }
 
 }  // namespace
-
-StoredHead stored_head(std::string_view data) {
-  StoredHead head;
-  if (data.size() >= sizeof head) std::memcpy(&head, data.data(), sizeof head);
-  if (data.size() < sizeof head || head.magic != StoredHead().magic)
-    throw py::value_error("data: no stored filter, or one of a machine with another byte order");
-  if (head.format != StoredHead().format)
-    throw py::value_error("data: has the format " + std::to_string(head.format) +
-                          "; this version reads " + std::to_string(StoredHead().format));
-  return head;
-}
 
 py::bytes sealed(std::string data) {
   const std::uint32_t sum = checksum(data);
