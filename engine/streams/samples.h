@@ -19,29 +19,31 @@ inline double to_sample(double x, double) {
   return x;
 }
 
-/** Takes every `stride`-th sample. What is infinite or no number becomes 0; returns how many were.
- */
+/** Takes every `stride`-th sample, to every `step`-th double. What is infinite or no number becomes
+ * 0; returns how many were. */
 template <typename Sample>
-unsigned long long take_samples(const Sample* in, std::ptrdiff_t stride, int count, double* out) {
+unsigned long long take_samples(const Sample* in, std::ptrdiff_t stride, int count, double* out,
+                                std::ptrdiff_t step = 1) {
   if constexpr (sizeof(Sample) == sizeof(short)) {
-    for (int i = 0; i < count; ++i) out[i] = in[i * stride];
+    for (int i = 0; i < count; ++i) out[i * step] = in[i * stride];
     return 0;
   } else {
     double bad = 0.0;
     for (int i = 0; i < count; ++i) {
       const double x = in[i * stride];
       const bool is_finite = x - x == 0.0;
-      out[i] = is_finite ? x : 0.0;
+      out[i * step] = is_finite ? x : 0.0;
       bad += is_finite ? 0.0 : 1.0;
     }
     return static_cast<unsigned long long>(bad);
   }
 }
 
-/** Writes every `stride`-th sample. */
+/** Writes every `stride`-th sample, of every `step`-th double. */
 template <typename Sample>
-void give_samples(const double* in, int count, Sample* out, std::ptrdiff_t stride) {
-  for (int i = 0; i < count; ++i) out[i * stride] = to_sample(in[i], Sample{});
+void give_samples(const double* in, int count, Sample* out, std::ptrdiff_t stride,
+                  std::ptrdiff_t step = 1) {
+  for (int i = 0; i < count; ++i) out[i * stride] = to_sample(in[i * step], Sample{});
 }
 
 }  // namespace jurn

@@ -106,28 +106,13 @@ void BlockStage::call_next(const double* in, double* out) {
 }
 
 void BlockStage::push(const double* in, std::size_t frames, std::vector<double>* out) {
-  const std::size_t values_in = static_cast<std::size_t>(call_frames * channels_in);
-  const std::size_t values_out = static_cast<std::size_t>(call_frames * channels_out);
-  const double* const end = in + frames * static_cast<std::size_t>(channels_in);
-  const auto left = [&] { return static_cast<std::size_t>(end - in); };
   const std::size_t begin = out->size();
-  const std::size_t calls = (pending_.size() + left()) / values_in;
-  out->resize(begin + calls * values_out);
-  double* next = out->data() + begin;
-  if (!pending_.empty()) {
-    const std::size_t missing = std::min(values_in - pending_.size(), left());
-    pending_.insert(pending_.end(), in, in + missing);
-    in += missing;
-    if (pending_.size() == values_in) {
-      call_next(pending_.data(), next);
-      next += values_out;
-      pending_.clear();
-    }
-  }
-  for (; left() >= values_in; in += values_in, next += values_out) call_next(in, next);
-  pending_.insert(pending_.end(), in, end);
+  const std::size_t ready = blocks_.ready(frames);
+  out->resize(begin + ready * static_cast<std::size_t>(channels_out));
+  blocks_.push(in, frames, out->data() + begin,
+               [&](const double* x, double* y, std::size_t) { call_next(x, y); });
 
-  const std::int64_t produced = static_cast<std::int64_t>(calls) * call_frames;
+  const std::int64_t produced = static_cast<std::int64_t>(ready);
   const std::int64_t late = delay + (keep_latency ? 0 : latency);
   const std::int64_t drop = std::min(produced, late - dropped_);
   const auto first = out->begin() + static_cast<std::ptrdiff_t>(begin);
@@ -139,9 +124,8 @@ void BlockStage::push(const double* in, std::size_t frames, std::vector<double>*
 
 bool BlockStage::finish(std::vector<double>* out) {
   const std::int64_t total = received_ + added();
-  const std::vector<double> silence(static_cast<std::size_t>(call_frames * channels_in));
   // `push` counts what it is given as received.
-  while (returned_ < total) push(silence.data(), static_cast<std::size_t>(call_frames), out);
+  while (returned_ < total) push(nullptr, static_cast<std::size_t>(call_frames), out);
   out->resize(out->size() - static_cast<std::size_t>((returned_ - total) * channels_out));
   returned_ = total;
   return false;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "design/prepare.h"
+#include "streams/regrouper.h"
 #include "streams/rounding.h"
 #include "streams/stream.h"
 
@@ -54,7 +55,10 @@ class Stage {
 class BlockStage : public Stage {
  public:
   BlockStage(int in, int out, int frames, bool in_16_bits)
-      : Stage(in, out, in_16_bits), call_frames(frames) {}
+      : Stage(in, out, in_16_bits),
+        call_frames(frames),
+        blocks_(static_cast<std::size_t>(frames), static_cast<std::size_t>(in),
+                static_cast<std::size_t>(out)) {}
 
   void push(const double* in, std::size_t frames, std::vector<double>* out) override;
   bool finish(std::vector<double>* out) override;
@@ -67,7 +71,7 @@ class BlockStage : public Stage {
   virtual bool is_lost(const double* block) const;
   void call_next(const double* in, double* out);
 
-  std::vector<double> pending_;
+  Regrouper<double> blocks_;
   std::int64_t received_ = 0;
   std::int64_t returned_ = 0;
   std::int64_t made_ = 0;     // the latency included

@@ -218,35 +218,45 @@ struct DirectFormChannel {
 };
 
 /**
- * The mean of the last samples, without the drift of a sum that is added to for ever: the samples
- * are cut into groups of `length`; the sum is that of the current group so far, and of the rest of
- * the group before from where the window begins.
+ * The mean of the last `length` samples, 2 or more, without the drift of a sum that is added to for
+ * ever. The samples are cut into groups of half the length. The window is the end of one group, the
+ * whole of the next one and the current one so far. While a group comes in, the one before is
+ * summed from its end, a sample for each that comes, so that every call costs the same.
  */
 struct MeanChannel {
-  explicit MeanChannel(int length) : group(static_cast<std::size_t>(length)), rest(group.size()) {}
+  explicit MeanChannel(int length)
+      : count(static_cast<std::size_t>(length)), ends(count / 2 + 1), last(ends), now(ends) {}
 
   void hear(const double* in, int frames, double* spare) { run(in, frames, spare); }
 
   void run(const double* in, int frames, double* out) {
+    const std::size_t half = count / 2;
+    const std::size_t skip = 1 - count % 2;
     for (int i = 0; i < frames; ++i) {
-      group[at] = in[i];
+      now[at] = in[i];
       sum += in[i];
-      out[i] =
-          (sum + (at + 1 < rest.size() ? rest[at + 1] : 0.0)) / static_cast<double>(group.size());
-      if (++at < group.size()) continue;
-      sum = 0.0;
-      while (at > 0) {
-        --at;
-        sum += group[at];
-        rest[at] = sum;
-      }
-      sum = 0.0;
+      const std::size_t back = half - 1 - at;
+      end += last[back];
+      last[back] = end;
+      out[i] = (ends[at + skip] + whole + sum) / static_cast<double>(count);
+      if (++at < half) continue;
+      ends.swap(last);
+      last.swap(now);
+      whole = sum;
+      at = 0;
+      sum = end = 0.0;
     }
   }
 
-  std::vector<double> group, rest;
-  std::size_t at = 0;
-  double sum = 0.0;
+  std::size_t count;
+  // Of a group, and a 0 behind it:
+  std::vector<double> ends;  // the one before the last: sums from each sample to its end
+  std::vector<double> last;  // the last one: samples, and behind them such sums
+  std::vector<double> now;   // the current one,
+  std::size_t at = 0;        // its samples so far
+  double sum = 0.0;          // and their sum
+  double whole = 0.0;        // sum of the last group
+  double end = 0.0;          // and of what of it was summed from its end
 };
 
 /** The library's 16-bit records. */
@@ -324,6 +334,7 @@ std::unique_ptr<Voice> make_wire(const Format& format) {
 std::unique_ptr<Voice> make_mean(int length, Precision precision, const Format& format) {
   if (precision == Precision::kInt16)
     return std::make_unique<Int16Voice>(Voice::Kind::kMean, format, length - 1, length - 1, length);
+  if (length == 1) return make_wire(format);
   return std::make_unique<PerChannel<MeanChannel>>(Voice::Kind::kMean, format, length - 1,
                                                    length - 1, MeanChannel(length));
 }

@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "element.h"
-#include "regrouper.h"
+#include "timed_stream.h"
 
 namespace jurn::gst {
 struct BlocksState;

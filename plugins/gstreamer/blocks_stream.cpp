@@ -6,8 +6,8 @@
 
 using jurn::OfferedFilter;
 using jurn::gst::BlocksState;
-using jurn::gst::Regrouper;
 using jurn::gst::StreamFormat;
+using jurn::gst::TimedStream;
 
 void jurn::gst::free_pool(BlocksState* state) {
   if (!state->pool) return;
@@ -60,7 +60,7 @@ static bool make_stream(GstJurnBlocks* self, std::size_t frames) {
   format.block = block_for(self, static_cast<int>(frames));
   try {
     state->preparer->set_format(format);
-    state->stream = std::make_unique<Regrouper>(
+    state->stream = std::make_unique<TimedStream>(
         GST_ELEMENT(self), state->preparer.get(),
         state->preparer->first(GST_JURN_BLOCKS_GET_CLASS(self)->no_filter));
   } catch (const std::exception& error) {
@@ -104,14 +104,14 @@ static GstFlowReturn push(GstJurnBlocks* self, GstBuffer* buffer) {
 
 /** Pushes what the frames of an incomplete block give. */
 static void push_pending(GstJurnBlocks* self) {
-  Regrouper* const stream = self->state->stream.get();
+  TimedStream* const stream = self->state->stream.get();
   if (!stream || !self->state->started || !stream->pending()) return;
   push(self, output(self, stream->pending(), [&](guint8* out) { stream->give_pending(out); }));
 }
 
 /** Runs `frames` frames of silence and pushes what they complete, at most `most` frames. */
 static void push_silence(GstJurnBlocks* self, std::size_t frames, std::size_t most) {
-  Regrouper* const stream = self->state->stream.get();
+  TimedStream* const stream = self->state->stream.get();
   GstFlowReturn flow = GST_FLOW_OK;
   while (frames > 0 && most > 0 && flow == GST_FLOW_OK) {
     const std::size_t taken = std::min(frames, kSilence);
@@ -136,7 +136,7 @@ static void push_silence(GstJurnBlocks* self, std::size_t frames, std::size_t mo
 /** Pushes what the pending frames give, and what rings on; then there is silence. */
 static void drain(GstJurnBlocks* self, bool with_tail) {
   BlocksState* const state = self->state;
-  Regrouper* const stream = state->stream.get();
+  TimedStream* const stream = state->stream.get();
   if (!stream || !state->started) return;
   const std::size_t rest =
       stream->pending() + (with_tail ? static_cast<std::size_t>(stream->tail()) : 0);
@@ -183,7 +183,7 @@ GstFlowReturn jurn::gst::generate_output(GstBaseTransform* transform, GstBuffer*
     if (frames > 0 && !make_stream(self, frames)) flow = GST_FLOW_ERROR;
   }
   if (state->stream && frames > 0) {
-    Regrouper* const stream = state->stream.get();
+    TimedStream* const stream = state->stream.get();
     follow(self, GST_BUFFER_PTS(input));
     state->started = true;
     state->is_new_segment = false;
@@ -210,7 +210,7 @@ static GstEvent* fill_gap(GstJurnBlocks* self, GstEvent* event) {
   GstClockTime time, duration;
   gst_event_parse_gap(event, &time, &duration);
   if (!state->stream || !state->started) return event;
-  Regrouper* const stream = state->stream.get();
+  TimedStream* const stream = state->stream.get();
   follow(self, time);
   const guint64 rate = static_cast<guint64>(stream->format().rate);
   const guint64 ringing = stream->pending() + static_cast<guint64>(stream->tail());

@@ -16,7 +16,7 @@ struct BlocksState {
   Statistics statistics;
 
   // The streaming thread's own.
-  std::unique_ptr<Regrouper> stream;  // from the first frame on
+  std::unique_ptr<TimedStream> stream;  // from the first frame on
   GstBufferPool* pool = nullptr;
   std::size_t pool_bytes = 0;
   bool started = false;        // since the last silence

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <functional>
 #include <string>
@@ -207,6 +208,40 @@ TEST(Streams, ComputeWhatTheDesignSays) {
   expect_near(voice_of(long_fir, format_of(1, 1)), format_of(1, 1), direct(long_fir.b, {}), 1e-9);
   expect_near(make_mean(777, Precision::kDouble, format), format,
               direct(std::vector<double>(777, 1.0 / 777.0), {}), 1e-9);
+}
+
+TEST(Streams, AverageExactlyWhateverTheCutAndAtAnEvenCost) {
+  const Format format = format_of(1, 1);
+  for (const int length : {1, 2, 3, 4, 5, 50, 777}) {
+    SCOPED_TRACE(length);
+    // A loud passage, then silence, which the mean has to reach exactly.
+    std::vector<double> x(3000 + static_cast<std::size_t>(length));
+    for (std::size_t i = 0; i < 3000; ++i) x[i] = 1e4 * std::sin(static_cast<double>(i * i));
+    Stream whole(format, make_mean(length, Precision::kDouble, format));
+    Stream cut(format, make_mean(length, Precision::kDouble, format));
+    const std::vector<double> y = run(&whole, x, {1 << 20});
+    EXPECT_EQ(run(&cut, x, {1, 7, 64, 513, 2}), y);
+    for (std::size_t i = 0; i < y.size(); ++i) {
+      long double sum = 0.0;
+      for (std::size_t j = 0; j < static_cast<std::size_t>(length) && j <= i; ++j) sum += x[i - j];
+      ASSERT_NEAR(y[i], static_cast<double>(sum / length), 1e-10) << i;
+    }
+    EXPECT_EQ(y.back(), 0.0);
+  }
+
+  // Of every call the quickest of some runs, so that what else the machine does is not measured.
+  constexpr int kLength = 1 << 17, kFrames = 64;
+  Stream stream(format, make_mean(kLength, Precision::kDouble, format));
+  std::vector<double> seconds(kLength / kFrames, 1.0), block(kFrames, 1.0);
+  for (int round = 0; round < 8; ++round)
+    for (double& least : seconds) {
+      const auto start = std::chrono::steady_clock::now();
+      stream.process(block.data(), kFrames, block.data());
+      const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+      least = std::min(least, taken.count());
+    }
+  std::sort(seconds.begin(), seconds.end());
+  EXPECT_LT(seconds.back(), 20.0 * seconds[seconds.size() / 2]);
 }
 
 TEST(Streams, ChangeNothingByAChangeToTheSameFilter) {

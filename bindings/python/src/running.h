@@ -11,6 +11,7 @@
 #include "convolution_stream.h"
 #include "errors.h"
 #include "streams/live_filter.h"
+#include "streams/regrouper.h"
 #include "streams/samples.h"
 #include "streams/stream.h"
 
@@ -134,22 +135,19 @@ class Running {
  public:
   /** Coefficients as they are, for whole arrays. */
   Running(int kind, const Table<double>& b, const Table<double>& a, int channels)
-      : stream_(format_of(channels, channels),
-                voice_of(kind, b, a, format_of(channels, channels))) {}
+      : stream_(format_of(channels, channels), voice_of(kind, b, a, format_of(channels, channels))),
+        blocks_(blocks_of(stream_.format())) {}
 
   /** For a stream, whose filter can change. */
   Running(const Wanted& first, const Format& format, int longest_response)
       : longest_response_(longest_response),
         stream_(format, first.voice(format, &longest_response_)),
-        begun_(static_cast<std::size_t>(format.block * format.inputs)),
-        finished_(static_cast<std::size_t>(format.block * format.outputs)) {}
+        blocks_(blocks_of(format)) {}
 
   Running(const Running& other)
       : longest_response_((InUse::check(other.in_use_), other.longest_response_)),
         stream_(other.stream_),
-        begun_(other.begun_),
-        finished_(other.finished_),
-        begun_frames_(other.begun_frames_),
+        blocks_(other.blocks_),
         bad_samples_(other.bad_samples_) {}
 
   /** Goes on with (frames, channels), or with (channels, frames). */
@@ -203,7 +201,7 @@ class Running {
   void reset() {
     const InUse in_use(&in_use_);
     stream_.reset();
-    begun_frames_ = 0;
+    blocks_.reset();
     bad_samples_ = 0;
     stream_.free_retired();
   }
@@ -219,6 +217,11 @@ class Running {
   unsigned long long bad_samples() const { return bad_samples_; }
 
  private:
+  static Regrouper<double> blocks_of(const Format& format) {
+    return {static_cast<std::size_t>(format.block), static_cast<std::size_t>(format.inputs),
+            static_cast<std::size_t>(format.outputs)};
+  }
+
   unsigned long long found() const {
     // Those that change take samples in pieces, which the stream counts itself.
     return stream_.bad_samples() +
@@ -254,36 +257,44 @@ class Running {
    * ahead, so that no frame waits. */
   template <typename Sample>
   void process_blocks(const Sample* in, py::ssize_t frames, Sample* out, bool channels_first) {
-    const int block = stream_.format().block, ins = stream_.format().inputs;
-    const int outs = stream_.format().outputs;
-    const auto at = [&](int channel, py::ssize_t frame, int channels) {
+    const auto block = static_cast<py::ssize_t>(stream_.format().block);
+    const py::ssize_t ins = stream_.format().inputs, outs = stream_.format().outputs;
+    std::vector<double> piece(static_cast<std::size_t>(block * ins));
+    std::vector<double> result(static_cast<std::size_t>(block * outs));
+    // Of a table one channel: where it begins and how far its samples lie apart.
+    const auto start = [&](py::ssize_t channel, py::ssize_t frame, py::ssize_t channels) {
       return channels_first ? channel * frames + frame : frame * channels + channel;
     };
-    for (py::ssize_t done = 0; done < frames;) {
-      const int count =
-          static_cast<int>(std::min<py::ssize_t>(frames - done, block - begun_frames_));
-      const int held = begun_frames_ + count;
-      for (int i = 0; i < count; ++i)
-        for (int c = 0; c < ins; ++c)
-          bad_samples_ += take_samples(
-              in + at(c, done + i, ins), 1, 1,
-              begun_.data() + static_cast<std::ptrdiff_t>(begun_frames_ + i) * ins + c);
-      held == block ? stream_.process(begun_.data(), block, finished_.data())
-                    : stream_.preview(begun_.data(), held, finished_.data());
-      for (int i = 0; i < count; ++i)
-        for (int c = 0; c < outs; ++c)
-          give_samples(finished_.data() + static_cast<std::ptrdiff_t>(begun_frames_ + i) * outs + c,
-                       1, out + at(c, done + i, outs), 1);
-      begun_frames_ = held == block ? 0 : held;
-      done += count;
+    const auto stride = [&](py::ssize_t channels) { return channels_first ? 1 : channels; };
+    py::ssize_t given = 0;
+    const auto give = [&](std::size_t count) {
+      for (py::ssize_t c = 0; c < outs; ++c)
+        give_samples(result.data() + c, static_cast<int>(count), out + start(c, given, outs),
+                     stride(outs), outs);
+      given += static_cast<py::ssize_t>(count);
+    };
+    for (py::ssize_t done = 0; done < frames; done += block) {
+      const auto count = static_cast<int>(std::min(frames - done, block));
+      for (py::ssize_t c = 0; c < ins; ++c)
+        bad_samples_ +=
+            take_samples(in + start(c, done, ins), stride(ins), count, piece.data() + c, ins);
+      const std::size_t ready = blocks_.ready(static_cast<std::size_t>(count));
+      blocks_.push(piece.data(), static_cast<std::size_t>(count), result.data(),
+                   [&](const double* x, double* y, std::size_t) {
+                     stream_.process(x, static_cast<int>(block), y);
+                   });
+      give(ready);
     }
+    const std::size_t pending = blocks_.pending();
+    blocks_.give_pending(result.data(), [&](const double* x, std::size_t held, double* y) {
+      stream_.preview(x, static_cast<int>(held), y);
+    });
+    give(pending);
   }
 
   int longest_response_ = 0;  // taps
   jurn::Stream stream_;
-  std::vector<double> begun_;     // a block that is not complete
-  std::vector<double> finished_;  // and what comes of it
-  int begun_frames_ = 0;
+  Regrouper<double> blocks_;
   unsigned long long bad_samples_ = 0;  // that counted as 0
   bool in_use_ = false;
 };

@@ -1,26 +1,26 @@
-// Frames of any count into blocks of one length, and the time of each.
+// A stream in blocks of one length, and the time of what comes out.
 #pragma once
 
 #include <gst/gst.h>
 
 #include <cstddef>
 #include <memory>
-#include <vector>
 
 #include "preparer.h"
 #include "streams/changing_stream.h"
+#include "streams/regrouper.h"
 
 namespace jurn::gst {
 
 /**
- * Regroups what comes in into blocks and counts the time of what goes out. The frames of a block
- * that is not yet complete can be put out ahead, when the time jumps or another segment follows:
- * the block, once complete, gives the rest of its frames, and the filter's past has no seam.
+ * Takes frames of any count, runs them in blocks and counts the time of what goes out. The frames
+ * of a block that is not yet complete can be put out ahead, when the time jumps or another segment
+ * follows.
  */
-class Regrouper {
+class TimedStream {
  public:
   /** A stream of an element's, with its first filter. */
-  Regrouper(GstElement* element, Preparer* preparer, std::unique_ptr<OfferedFilter> first);
+  TimedStream(GstElement* element, Preparer* preparer, std::unique_ptr<OfferedFilter> first);
 
   const StreamFormat& format() const { return format_; }
   /** Frames that ring on. */
@@ -29,11 +29,11 @@ class Regrouper {
   std::size_t out_bytes() const { return out_bytes_; }
 
   /** Frames that `frames` more would complete. */
-  std::size_t ready(std::size_t frames) const;
+  std::size_t ready(std::size_t frames) const { return blocks_.ready(frames); }
   /** Takes frames, silence for null, and writes ready(frames) to `out`. */
   void push(const guint8* in, std::size_t frames, guint8* out, const GstSegment& segment);
   /** Frames taken whose output has not left. */
-  std::size_t pending() const { return taken_ - given_; }
+  std::size_t pending() const { return blocks_.pending(); }
   /** Writes these to `out`, ahead of their block. */
   void give_pending(guint8* out);
   void reset();
@@ -57,11 +57,8 @@ class Regrouper {
   Preparer* preparer_;
   StreamFormat format_;
   ChangingStream filter_;
-  std::size_t block_, in_bytes_, out_bytes_;
-  std::vector<guint8> begun_;     // a block that is not complete
-  std::size_t taken_ = 0;         // frames of it that came in,
-  std::size_t given_ = 0;         // and that were put out ahead
-  std::vector<guint8> finished_;  // what comes out of a block of which a part was
+  std::size_t in_bytes_, out_bytes_;
+  jurn::Regrouper<guint8> blocks_;
   GstClockTime origin_ = GST_CLOCK_TIME_NONE;
   guint64 counted_ = 0;  // frames since then
 };
