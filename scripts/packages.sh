@@ -1,7 +1,7 @@
 # The Debian packages that the scripts install, by purpose. Sourced by them. Some names carry the
 # version of the compilers: Debian 12 has GCC 12 and clang 14.
-gcc=12 clang=14
-[ "$(sed -n 's/^VERSION_ID="\{0,1\}\([0-9]*\).*/\1/p' /etc/os-release 2>/dev/null)" != 13 ] || gcc=14 clang=19
+gcc=12 clang=14 java=17
+[ "$(sed -n 's/^VERSION_ID="\{0,1\}\([0-9]*\).*/\1/p' /etc/os-release 2>/dev/null)" != 13 ] || gcc=14 clang=19 java=21
 old_compilers= # others than these, where Debian has them
 [ $gcc != 12 ] || old_compilers="g++-11 clang-13 clang-15 clang-16"
 build_packages="g++ make cmake pkg-config libsndfile1-dev libcli11-dev nlohmann-json3-dev libmatio-dev libmysofa-dev libsamplerate0-dev libyaml-cpp-dev libzip-dev"
@@ -24,6 +24,7 @@ checksum_all_packages="g++-arm-linux-gnueabihf g++-arm-linux-gnueabi g++-riscv64
   libc6-dev-i386 lib32gcc-$gcc-dev lib32stdc++-$gcc-dev lld nodejs wasi-libc
   libc++-$clang-dev-wasm32 libclang-rt-$clang-dev-wasm32"
 avx512_packages="bochs bochsbios vgabios isolinux syslinux-common xorriso cpio"
+java_packages="openjdk-$java-jdk-headless junit4 binutils"
 gstreamer_packages="libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good python3-gi gir1.2-gstreamer-1.0"
 gstreamer_test_packages="jackd2 pipewire wireplumber gstreamer1.0-pipewire dbus libgtest-dev"
 

@@ -1,6 +1,34 @@
 #include "design/filter_design.h"
 
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "errors.h"
+
 namespace jurn {
+
+FilterDesign checked_design(FilterDesign::Kind kind, std::vector<double> b, std::vector<double> a) {
+  const auto refuse = [](const std::string& message) { throw Error(kUsageError, message); };
+  const std::size_t group = kind == FilterDesign::kSections ? 3 : a.size();
+  if (b.empty()) refuse("the filter has no coefficients");
+  if (kind == FilterDesign::kFir ? !a.empty() : a.empty())
+    refuse(a.empty() ? "the filter has no denominator" : "an FIR has no denominator");
+  if (kind == FilterDesign::kSections && (b.size() % 3 != 0 || a.size() != b.size()))
+    refuse("a section takes three numbers of its numerator and three of its denominator");
+  for (std::vector<double>* const list : {&b, &a})
+    if (!std::all_of(list->begin(), list->end(), [](double x) { return std::isfinite(x); }))
+      refuse("a coefficient is infinite or no number");
+  for (std::size_t k = 0; k < a.size(); k += group) {
+    const double a0 = a[k];
+    if (a0 == 0.0) refuse("a0 is 0, by which the filter would be divided");
+    const std::size_t of_b = kind == FilterDesign::kSections ? 3 : b.size();
+    if (a0 == 1.0) continue;
+    for (std::size_t i = 0; i < of_b; ++i) b[k + i] /= a0;
+    for (std::size_t i = 0; i < group; ++i) a[k + i] /= a0;
+  }
+  return {kind, std::move(b), std::move(a)};
+}
 
 void scale(FilterDesign* design, double gain) {
   // The gain of a cascade is its first section's matter.

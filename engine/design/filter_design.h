@@ -28,6 +28,13 @@ struct CoefficientLimit {
   std::string reason;
 };
 
+/**
+ * A design from arrays of a caller's: throws where there are none, where they do not belong
+ * together, where a number is infinite or none, and for an a0 of 0; others are divided out.
+ * Sections have three numbers each in both arrays, and an FIR an empty `a`.
+ */
+FilterDesign checked_design(FilterDesign::Kind kind, std::vector<double> b, std::vector<double> a);
+
 /** Multiplies the filter's gain. */
 void scale(FilterDesign* design, double gain);
 

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "streams/records.h"
+
 namespace jurn {
 namespace {
 
@@ -122,16 +124,7 @@ class LiveFilter::Lane {
 LiveFilter::LiveFilter(const FilterDesign& design, int channels) : channels_(channels) {
   for (int c = 0; c < channels; c += 2) {
     lanes_.push_back(std::make_unique<Lane>(c, std::min(2, channels - c)));
-    Filter_ID* const filter = &lanes_.back()->filter;
-    std::copy(design.b.begin(), design.b.end(), filter->b);
-    std::copy(design.a.begin(), design.a.end(), filter->a);
-    filter->blen = static_cast<int>(design.b.size());
-    filter->alen = static_cast<int>(design.a.size());
-    filter->n = 2;
-    filter->ns = filter->blen / 3;
-    filter->filtertype = design.kind == FilterDesign::kFir   ? JURN_FIR
-                         : design.kind == FilterDesign::kIir ? JURN_IIR
-                                                             : JURN_CASCADE;
+    records::set_design(lanes_.back()->filter, design);
   }
 }
 

@@ -28,7 +28,7 @@ struct StoredHead {
 /** The head of stored data; throws for none, or one of another format. */
 StoredHead stored_head(std::string_view data);
 
-/** Only the constructors, fade_to() and stored() allocate, and the block after fade_to() frees. */
+/** Only the constructors, stored() and restore() allocate. */
 template <class Record>
 class RecordStream {
  public:
@@ -52,7 +52,7 @@ class RecordStream {
 
   /** Returns to silence and to the newest coefficients. */
   void clear() {
-    previous_.reset();
+    if (previous_) retired_ = std::move(previous_);
     last_ = 0;
     reset(*record_);
   }
@@ -68,7 +68,7 @@ class RecordStream {
       move_histories(*previous_, previous_last_, now);
       if constexpr (!std::is_same_v<Record, shuzhiFilter_ID>)
         fade(*previous_, *record_, in, now, out);
-      previous_.reset();
+      retired_ = std::move(previous_);
     } else {
       run(*record_, in, now, out);
     }
@@ -77,16 +77,24 @@ class RecordStream {
   }
 
   /** The next block fades to a filter of the same kind and channels, which goes on with the past of
-   * this one. */
-  void fade_to(std::unique_ptr<Record> next) {
-    if (!previous_) {
-      previous_ = std::make_unique<Record>(*record_);
+   * this one. `next` is left with what is no longer needed, if anything. */
+  void fade_to(std::unique_ptr<Record>* next) {
+    if (previous_) {
+      inherit(**next, *previous_, previous_last_);
+      exchange(record_.get(), next->get());
+    } else {
+      // What others look at stays in its place.
+      exchange(record_.get(), next->get());
+      previous_ = std::move(*next);
       previous_last_ = last_;
+      inherit(*record_, *previous_, previous_last_);
+      *next = take_retired();
     }
-    inherit(*next, *previous_, previous_last_);
     last_ = 0;
-    *record_ = *next;  // in its place, which others may look at
   }
+
+  /** Hands over the record that a fade was done with, to be freed on another thread. */
+  std::unique_ptr<Record> take_retired() { return std::move(retired_); }
 
   /** The whole state, for the byte order of this machine. Without a checksum. */
   std::string stored() const {
@@ -131,8 +139,15 @@ class RecordStream {
     return record;
   }
 
+  /** Without a third record on the stack. */
+  static void exchange(Record* x, Record* y) {
+    auto* const bytes = reinterpret_cast<unsigned char*>(x);
+    std::swap_ranges(bytes, bytes + sizeof(Record), reinterpret_cast<unsigned char*>(y));
+  }
+
   std::unique_ptr<Record> record_;
   std::unique_ptr<Record> previous_;  // what the next block fades from
+  std::unique_ptr<Record> retired_;   // and did
   int last_ = 0;                      // frames of the previous block
   int previous_last_ = 0;             // and of the last one that previous_ has run
 };

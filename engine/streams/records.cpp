@@ -1,9 +1,11 @@
 #include "streams/records.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "streams/record_stream.h"
 
@@ -103,7 +105,43 @@ void plain_inherit(Record& to, Record& from, int previous) {
   }
 }
 
+/** Copies coefficients that the record takes at most `most` of. */
+template <class Number>
+void store(const std::vector<double>& from, std::size_t most, Number* to) {
+  if (from.size() > most)
+    throw Error(kUsageError, "the filter has " + std::to_string(from.size()) +
+                                 " coefficients; this object takes " + std::to_string(most));
+  for (const double value : from) {
+    *to = static_cast<Number>(value);
+    if (!std::isfinite(*to++))
+      throw Error(kUsageError, "a coefficient is beyond the numbers that this object stores");
+  }
+}
+
+template <class Record>
+void store(Record& r, const FilterDesign& design, std::size_t most) {
+  store(design.b, most, r.b);
+  store(design.a, most, r.a);
+  r.blen = static_cast<int>(design.b.size());
+  r.alen = static_cast<int>(design.a.size());
+  r.filtertype = design.kind == FilterDesign::kFir   ? JURN_FIR
+                 : design.kind == FilterDesign::kIir ? JURN_IIR
+                                                     : JURN_CASCADE;
+}
+
 }  // namespace
+
+void set_design(Filter_ID& r, const FilterDesign& design) {
+  const std::size_t group = design.kind == FilterDesign::kSections ? 3 : 1;
+  store(r, design, JURN_COEFFICIENTS / group * group);
+  r.n = 2;
+  r.ns = r.blen / 3;
+}
+void set_design(Filterf_ID& r, const FilterDesign& design) {
+  if (design.kind == FilterDesign::kSections)
+    throw Error(kUsageError, "this object runs taps, or a numerator and a denominator");
+  store(r, design, JURN_FLOAT_COEFFICIENTS);
+}
 
 bool is_fft(const Filterlongfir_ID& r) {
   return r.filtertype < JURN_FIR && r.filtertype != JURN_LONG_TWO_FILTERS &&
@@ -130,18 +168,20 @@ void set_kind(Filterlongfir_ID& r, int kind, int channels) {
   r.chanel = channels;
 }
 
-void fade_inside(Filterlongfir_ID& r, const Filterlongfir_ID& next) {
-  const bool in_time = !is_fft(r);
-  if (!in_time && r.filtertype != JURN_LONG_FFT_MONO_TO_STEREO &&
-      !(r.filtertype == JURN_LONG_FFT && r.chanel == 2))
+void check_fade(const Filterlongfir_ID& next, int taps) {
+  if (is_fft(next) && next.filtertype != JURN_LONG_FFT_MONO_TO_STEREO &&
+      !(next.filtertype == JURN_LONG_FFT && next.chanel == 2))
     throw Error(kUsageError,
                 "this kind switches at once and does not fade; the kinds that do are -5, "
                 "-3 and -6, and -2 in stereo");
-  if (next.blen != r.blen)
+  if (next.blen != taps)
     throw Error(kUsageError, "taps: has " + std::to_string(next.blen) +
                                  " numbers; a fade of this kind keeps the count, " +
-                                 std::to_string(r.blen));
-  const bool pending = r.cmemcall == 1;
+                                 std::to_string(taps));
+}
+
+void fade_inside(Filterlongfir_ID& r, const Filterlongfir_ID& next) {
+  const bool pending = r.cmemcall == 1, in_time = !is_fft(r);
   if (in_time && !pending) MORVAX_FilterlongfirCalcu_APItime(&r);
   std::copy_n(next.b, next.blen, r.b);
   std::copy_n(next.bR, next.blen, r.bR);

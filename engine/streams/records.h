@@ -4,6 +4,7 @@
 #include <type_traits>
 
 #include "Filter_control.h"
+#include "design/filter_design.h"
 
 namespace jurn::records {
 
@@ -40,6 +41,11 @@ int channels_out(const Filter_ID& r);
 int channels_out(const shuzhiFilter_ID& r);
 int channels_out(const Filterf_ID& r);
 int channels_out(const Filterlongfir_ID& r);
+
+/** Sets kind and coefficients; throws for more than the record takes, and for numbers beyond those
+ * of its coefficients. */
+void set_design(Filter_ID& r, const FilterDesign& design);
+void set_design(Filterf_ID& r, const FilterDesign& design);
 
 /** Frames that a block may have at most. */
 int longest_block(const Filter_ID& r);
@@ -98,8 +104,10 @@ bool has_two_filters(const Filterlongfir_ID& r);
 /** Sets a kind of FIR; throws for a combination that the record does not know. */
 void set_kind(Filterlongfir_ID& r, int kind, int channels);
 
-/** Prepares the library's own fade to the taps of `next`, which is `r` with other taps. A fade that
- * no block has run yet goes on from where it began. Throws for a kind that has none. */
+/** Throws where the record's own fade cannot lead to `next` from as many `taps`. */
+void check_fade(const Filterlongfir_ID& next, int taps);
+/** Prepares that fade to the taps of `next`. A fade that no block has run yet goes on from where it
+ * began. */
 void fade_inside(Filterlongfir_ID& r, const Filterlongfir_ID& next);
 
 }  // namespace jurn::records

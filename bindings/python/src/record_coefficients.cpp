@@ -87,6 +87,7 @@ bool fade_inside(Filterlongfir_ID& r, py::handle taps, py::handle right) {
   if (r.filtertype >= JURN_FIR) return false;
   const auto next = std::make_unique<Filterlongfir_ID>(r);
   set_taps(*next, taps, right);
+  check_fade(*next, r.blen);
   records::fade_inside(r, *next);
   return true;
 }

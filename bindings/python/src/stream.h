@@ -91,6 +91,7 @@ class Stream : public RecordStream<Record> {
       for (py::ssize_t done = 0; done < in.frames; done += step)
         this->run_block(in.data + done * ins, static_cast<int>(std::min(step, in.frames - done)),
                         result.data() + done * outs);
+      this->take_retired();
     }
     return result.finish();
   }
@@ -105,7 +106,7 @@ class Stream : public RecordStream<Record> {
     next->filtertype = record().filtertype;
     if constexpr (!std::is_same_v<Record, Filterf_ID>) next->chanel = record().chanel;
     set_coefficients(*next, b, a, right);
-    Base::fade_to(std::move(next));
+    Base::fade_to(&next);
   }
 
   py::bytes stored() const {
