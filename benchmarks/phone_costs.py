@@ -41,7 +41,7 @@ LOOPS = [
     ("float to int16", COMMON + "samples.cpp", "to_short", 2, "sample"),
     ("transform, first pass", COMMON + "DFTs.cpp", "split_forward", 4, "value"),
     ("transform, radix 4", COMMON + "DFTs.cpp", "radix4_forward", 4, "value"),
-    ("transform, last levels", COMMON + "DFTs.cpp", "complex_forward|forward", 4, "value"),
+    ("transform, last levels", COMMON + "DFTs.cpp", "complex_forward|forward|blocks128_forward", 4, "value"),
     ("inverse, radix 4", COMMON + "DFTs.cpp", "radix4_inverse", 4, "value"),
     ("inverse, last pass", COMMON + "DFTs.cpp", "split_inverse", 4, "value"),
     ("product of spectra", COMMON + "DFTs.cpp", "product", 4, "value"),

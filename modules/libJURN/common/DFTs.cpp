@@ -6,6 +6,8 @@
 
 #include <stddef.h>
 
+#include <initializer_list>
+
 static_assert(offsetof(RealFFT_ID, fft_ip) == 4 && offsetof(RealFFT_ID, fft_w) == 32772 &&
                   offsetof(RealFFT_ID, scale) == 163844 && sizeof(RealFFT_ID) == 163848,
               "RealFFT_ID has no padding");
@@ -14,7 +16,8 @@ static_assert(offsetof(RealFFT_ID, fft_ip) == 4 && offsetof(RealFFT_ID, fft_w) =
  * that length alone, so that no two tables meet:
  *
  *   splitting a real sequence of M     at M           3 M / 4 floats
- *   radix 4 on L = M / 8 values        at 14 L        3 L / 2 floats, right behind
+ *   complex ones of L = M / 8 values   at 14 L        3 L / 2 floats at most, right behind
+ *   blocks of 128 values               at 14 x 128    224 floats
  *   all short lengths                  from 31744 on
  */
 enum {
@@ -80,8 +83,8 @@ void put_row(float* w, int first, int count, int step, int n) {
   }
 }
 
-/** Rows of 16 for each of three steps in turn, k from 0 to count. */
-void put_rows(float* w, int count, const int (&steps)[3], int n) {
+/** Rows of 16 for each of the steps in turn, k from 0 to count. */
+void put_rows(float* w, int count, std::initializer_list<int> steps, int n) {
   for (int first = 0; first < count; first += 16)
     for (int step : steps) {
       put_row(w, first, 16, step, n);
@@ -109,9 +112,14 @@ short MORVAX_KLOV_RealFFT_Init(RealFFT_ID* state, short N) {
   put_row(w + table8, 0, 4, 1, 8);
   for (int i = 0; i < 3; ++i) put_groups(w + table16 + 32 * i, 0, 4, 16, i + 1, 16);
   for (int i = 0; i < 2; ++i) put_groups(w + table32 + 16 * i, 8 * i, 8, 32, 1, 32);
+  if (N >= 1024) put_rows(w + 14 * 128, 16, {1, 2, 3, 4, 5, 6, 7}, 128);
   for (int n = N; n >= 128; n /= 4) {
     put_rows(w + n, n / 8, {2, 1, 5}, n);
-    if (n / 8 >= 64) put_rows(w + 14 * (n / 8), n / 32, {1, 2, 3}, n / 8);
+    const int length = n / 8;
+    if (length == 256)
+      put_row(w + 14 * 256, 0, 128, 1, 256);
+    else if (length == 64 || length >= 512)
+      put_rows(w + 14 * length, length / 4, {1, 2, 3}, length);
   }
   return 0;
 }

@@ -81,7 +81,9 @@ JURN_INLINE bool any(Vec<int, 4> mask) {
 #endif
 
 /** Keeps a loaded vector in its register; GCC would load it anew for each use. */
-#if JURN_X86_CLONES
+#if JURN_X86_CLONES && JURN_VECTOR_BYTES == 64
+#define JURN_LOADED_ONCE(v) __asm__("" : "+v"(v))
+#elif JURN_X86_CLONES
 #define JURN_LOADED_ONCE(v) __asm__("" : "+x"(v))
 #else
 #define JURN_LOADED_ONCE(v) ((void)(v))
