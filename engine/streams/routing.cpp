@@ -90,4 +90,17 @@ void scale(Routing* routing, double gain) {
     for (double& tap : route.taps) tap *= gain;
 }
 
+void add_input(Routing* routing, double gain) {
+  for (int channel = 0; gain != 0.0 && channel < std::min(routing->inputs, routing->outputs);
+       ++channel) {
+    const auto is_straight = [&](const Route& route) {
+      return route.input == channel && route.output == channel;
+    };
+    auto route = std::find_if(routing->routes.begin(), routing->routes.end(), is_straight);
+    if (route == routing->routes.end())
+      route = routing->routes.insert(route, {channel, channel, {0.0}});
+    route->taps[0] += gain;
+  }
+}
+
 }  // namespace jurn

@@ -46,5 +46,7 @@ Routing connect(const ImpulseResponse& response, Wiring wiring, int inputs,
 /** Scales the largest gain to 0 dB: of an output, from all inputs in phase. */
 void normalise(Routing* routing, const std::string& name);
 void scale(Routing* routing, double gain);
+/** Adds each input, times a gain, to the output of the same number. */
+void add_input(Routing* routing, double gain);
 
 }  // namespace jurn

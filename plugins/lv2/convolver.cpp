@@ -1,0 +1,61 @@
+// Convolution with an impulse response from a file.
+#include <cmath>
+
+#include "Convolution_control.h"
+#include "impulse_responses/impulse_response.h"
+#include "plugin.h"
+#include "streams/routing.h"
+#include "units.h"
+
+namespace jurn::lv2 {
+namespace {
+
+enum Control { kWet, kDry, kTruncate, kNormalise, kControls };
+
+constexpr int kBlock = 64;
+constexpr float kSilent = -90.0F;  // dB; as little as a control can say
+
+double gain_of(float decibels) {
+  return decibels <= kSilent ? 0.0 : from_decibels(decibels);
+}
+
+class Convolver final : public Plugin {
+ public:
+  using Plugin::Plugin;
+
+ private:
+  std::unique_ptr<OfferedFilter> make(const Wanted& wanted) override {
+    if (wanted.file.empty()) return nullptr;
+    ImpulseResponseOptions options;
+    options.resample = true;
+    options.max_taps = JURN_CONVOLUTION_TAPS;
+    options.limit = "at most " + std::to_string(JURN_CONVOLUTION_TAPS) + " are supported";
+    options.truncate = static_cast<int>(std::lround(wanted.controls[kTruncate] * wanted.rate));
+    options.normalise = wanted.controls[kNormalise] > 0.0F;
+    Routing routing = connect(read_impulse_response({wanted.file}, wanted.rate, options),
+                              Wiring::kAutomatic, format().inputs, wanted.file);
+    if (routing.outputs != format().outputs)
+      throw std::runtime_error(wanted.file + ": leads to " + std::to_string(routing.outputs) +
+                               " channels, and this plugin has " +
+                               std::to_string(format().outputs));
+    scale(&routing, gain_of(wanted.controls[kWet]));
+    add_input(&routing, gain_of(wanted.controls[kDry]));
+    return offer_of(make_convolution(routing, routing.longest(), Precision::kDouble, format()));
+  }
+};
+
+constexpr Description description(const char* name, int channels) {
+  return {name, channels, channels, kControls, kBlock, kConvolutionHistory, "impulse-response",
+          true};
+}
+
+std::unique_ptr<Plugin> create(const Description& description, const Host& host, double rate) {
+  return std::make_unique<Convolver>(description, host, rate);
+}
+
+}  // namespace
+
+const Kind kConvolverMono{description("convolver-mono", 1), create};
+const Kind kConvolverStereo{description("convolver-stereo", 2), create};
+
+}  // namespace jurn::lv2

@@ -1,0 +1,147 @@
+# Writes what hosts read before they load the module: manifest.ttl, which names the plugins, and
+# jurn.ttl, their ports. The ports stand in the order that plugin.h tells.
+set(turtle "@prefix atom: <http://lv2plug.in/ns/ext/atom#> .
+@prefix doap: <http://usefulinc.com/ns/doap#> .
+@prefix foaf: <http://xmlns.com/foaf/0.1/> .
+@prefix lv2: <http://lv2plug.in/ns/lv2core#> .
+@prefix patch: <http://lv2plug.in/ns/ext/patch#> .
+@prefix pg: <http://lv2plug.in/ns/ext/port-groups#> .
+@prefix pprop: <http://lv2plug.in/ns/ext/port-props#> .
+@prefix pset: <http://lv2plug.in/ns/ext/presets#> .
+@prefix rdf: <http://www.w3.org/1999/02/22-rdf-syntax-ns#> .
+@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .
+@prefix rsz: <http://lv2plug.in/ns/ext/resize-port#> .
+@prefix state: <http://lv2plug.in/ns/ext/state#> .
+@prefix units: <http://lv2plug.in/ns/extensions/units#> .
+@prefix urid: <http://lv2plug.in/ns/ext/urid#> .
+@prefix work: <http://lv2plug.in/ns/ext/worker#> .
+")
+set(manifest "${turtle}")
+
+# Each of these appends a port to the plugin that is being written.
+macro(port text)
+  list(APPEND ports "[\n    lv2:index ${index} ; ${text}\n  ]")
+  math(EXPR index "${index} + 1")
+endmacro()
+macro(audio direction count)
+  foreach(number RANGE 1 ${count})
+    set(label "${direction} ${number}")
+    set(more "")
+    if(${count} EQUAL 2)
+      set(side_1 left)
+      set(side_2 right)
+      set(more " ; lv2:designation pg:${side_${number}}")
+    endif()
+    string(TOLOWER "${direction}_${number}" symbol)
+    port("a lv2:AudioPort, lv2:${direction}putPort ; lv2:symbol \"${symbol}\" ; lv2:name \"${label}\"${more}")
+  endforeach()
+endmacro()
+macro(control symbol label default minimum maximum)
+  port("a lv2:ControlPort, lv2:InputPort ; lv2:symbol \"${symbol}\" ; lv2:name \"${label}\" ;
+    lv2:default ${default} ; lv2:minimum ${minimum} ; lv2:maximum ${maximum}${ARGN}")
+endmacro()
+
+# begin(NAME LABEL CLASS INPUTS OUTPUTS): up to the controls; OPTIONS: BYPASS.
+macro(begin name label class inputs outputs)
+  set(plugin ${name})
+  set(head "<urn:jurn:${name}> a lv2:Plugin, lv2:${class}, doap:Project ;
+  doap:name \"${label}\" ; doap:license <http://opensource.org/licenses/MIT> ;
+  doap:maintainer [ foaf:name \"the JURN authors\" ] ;
+  lv2:minorVersion ${PROJECT_VERSION_MINOR} ; lv2:microVersion 0 ;
+  lv2:optionalFeature lv2:hardRTCapable, work:schedule ;
+  lv2:extensionData work:interface, state:interface")
+  set(ports "")
+  set(index 0)
+  audio(In ${inputs})
+  audio(Out ${outputs})
+  port("a lv2:ControlPort, lv2:OutputPort ; lv2:symbol \"latency\" ; lv2:name \"Latency\" ;
+    lv2:designation lv2:latency ; lv2:portProperty lv2:reportsLatency, lv2:integer ;
+    lv2:minimum 0 ; lv2:maximum 192000 ; lv2:default 0 ; units:unit units:frame")
+  if("${ARGN}" STREQUAL BYPASS)
+    control(enabled "Enabled" 1 0 1 " ; lv2:designation lv2:enabled ; lv2:portProperty lv2:toggled")
+  endif()
+  string(APPEND manifest
+         "\n<urn:jurn:${name}> a lv2:Plugin ; lv2:binary <jurn${CMAKE_SHARED_MODULE_SUFFIX}> ; rdfs:seeAlso <jurn.ttl> .\n")
+endmacro()
+
+# file(PROPERTY LABEL): the ports and the property of a file.
+macro(takes_file property label)
+  string(APPEND head " ;\n  lv2:requiredFeature urid:map ; patch:writable <urn:jurn:${property}>")
+  port("a atom:AtomPort, lv2:InputPort ; lv2:symbol \"control\" ; lv2:name \"Control\" ;
+    lv2:designation lv2:control ; atom:bufferType atom:Sequence ; atom:supports patch:Message ;
+    rsz:minimumSize 8192")
+  port("a atom:AtomPort, lv2:OutputPort ; lv2:symbol \"notify\" ; lv2:name \"Notify\" ;
+    lv2:designation lv2:control ; atom:bufferType atom:Sequence ; atom:supports patch:Message ;
+    rsz:minimumSize 8192")
+  set(property_${property} "\n<urn:jurn:${property}> a lv2:Parameter ; rdfs:label \"${label}\" ; rdfs:range atom:Path .\n")
+endmacro()
+
+macro(end)
+  list(JOIN ports ", " text)
+  string(APPEND turtle "\n${head} ;\n  lv2:port ${text} .\n")
+endmacro()
+
+set(decibels " ; units:unit units:db")
+set(types peak "Peak" low_shelf "Low shelf" high_shelf "High shelf" low_pass "Low-pass" high_pass
+    "High-pass" band_pass "Band-pass" notch "Notch" all_pass "All-pass" tilt "Tilt")
+set(points "")
+set(value 0)
+foreach(i RANGE 1 17 2)
+  list(GET types ${i} label)
+  list(APPEND points "[ rdfs:label \"${label}\" ; rdf:value ${value} ]")
+  math(EXPR value "${value} + 1")
+endforeach()
+list(JOIN points ", " points)
+# Spread over what is heard, an octave and a half apart at the most.
+set(frequencies 25 40 63 100 160 250 400 630 1000 1600 2500 4000 6300 8000 10000 12500)
+foreach(band RANGE 1 16)
+  string(APPEND turtle "\n<urn:jurn:band-${band}> a pg:Group ; lv2:symbol \"band_${band}\" ; lv2:name \"Band ${band}\" .\n")
+endforeach()
+foreach(variant "mono;1" "stereo;2")
+  list(GET variant 0 name)
+  list(GET variant 1 channels)
+  begin(equaliser-${name} "JURN Equaliser (${name})" ParaEQPlugin ${channels} ${channels} BYPASS)
+  foreach(band RANGE 1 16)
+    math(EXPR i "${band} - 1")
+    list(GET frequencies ${i} frequency)
+    set(group " ; pg:group <urn:jurn:band-${band}>")
+    control(on_${band} "Band ${band}" 0 0 1 " ; lv2:portProperty lv2:toggled${group}")
+    control(type_${band} "Type ${band}" 0 0 8
+            " ; lv2:portProperty lv2:integer, lv2:enumeration ; lv2:scalePoint ${points}${group}")
+    control(frequency_${band} "Frequency ${band}" ${frequency} 10 22000
+            " ; lv2:portProperty pprop:logarithmic ; units:unit units:hz${group}")
+    control(gain_${band} "Gain ${band}" 0 -30 30 "${decibels}${group}")
+    control(q_${band} "Q ${band}" 0.7071 0.1 30 " ; lv2:portProperty pprop:logarithmic${group}")
+  endforeach()
+  control(gain "Gain" 0 -30 30 "${decibels}")
+  end()
+
+  begin(convolver-${name} "JURN Convolver (${name})" ReverbPlugin ${channels} ${channels} BYPASS)
+  control(wet "Wet" 0 -90 24 "${decibels}")
+  control(dry "Dry" -90 -90 24 "${decibels}")
+  control(truncate "Longest response" 0 0 20 " ; units:unit units:s ;
+    lv2:scalePoint [ rdfs:label \"All of it\" ; rdf:value 0 ]")
+  control(normalise "Normalise" 0 0 1 " ; lv2:portProperty lv2:toggled")
+  takes_file(impulse-response "Impulse response")
+  end()
+endforeach()
+
+begin(binaural "JURN Binaural" SpatialPlugin 1 2 BYPASS)
+control(azimuth "Azimuth" 0 -180 180 " ; units:unit units:degree")
+control(elevation "Elevation" 0 -90 90 " ; units:unit units:degree")
+control(distance "Distance" 1 0.25 20 " ; units:unit units:m ; lv2:portProperty pprop:logarithmic")
+takes_file(responses "Set of responses (SOFA)")
+end()
+
+foreach(variant "setup-stereo;2;2 outputs" "setup-8-outputs;8;8 outputs")
+  list(GET variant 0 name)
+  list(GET variant 1 outputs)
+  list(GET variant 2 label)
+  begin(${name} "JURN Loudspeaker setup (${label})" FilterPlugin 2 ${outputs})
+  takes_file(setup "Setup")
+  end()
+endforeach()
+
+string(APPEND turtle "${property_impulse-response}${property_responses}${property_setup}")
+file(CONFIGURE OUTPUT ${bundle}/manifest.ttl CONTENT "${manifest}" @ONLY)
+file(CONFIGURE OUTPUT ${bundle}/jurn.ttl CONTENT "${turtle}" @ONLY)

@@ -1,0 +1,68 @@
+// A setup of loudspeakers from a file.
+#include "coefficients/setups.h"
+#include "plugin.h"
+#include "streams/setup_voice.h"
+
+namespace jurn::lv2 {
+namespace {
+
+constexpr int kBlock = 64;
+
+class LoudspeakerSetup final : public Plugin {
+ public:
+  using Plugin::Plugin;
+
+ private:
+  /** The first so many channels to the first outputs; the others are silent. */
+  SetupStep to_outputs(int channels) const {
+    SetupStep step{};
+    step.kind = SetupStep::kMixer;
+    step.name = "outputs";
+    step.outputs = format().outputs;
+    for (int c = 0; c < channels; ++c) step.routes.push_back({c, c, 1.0});
+    return step;
+  }
+
+  /** Silence: all frequencies would harm a tweeter. */
+  std::unique_ptr<Voice> make_idle() const override {
+    Setup setup;
+    setup.inputs = format().inputs;
+    setup.steps = {to_outputs(0)};
+    return make_setup_voice(prepare(setup, {}), format());
+  }
+
+  std::unique_ptr<OfferedFilter> make(const Wanted& wanted) override {
+    if (wanted.file.empty()) return nullptr;
+    Setup setup = read_setup(wanted.file, wanted.rate, format().inputs).setup;
+    const int outputs = setup.outputs();
+    if (setup.inputs != format().inputs || outputs > format().outputs)
+      throw std::runtime_error(wanted.file + ": makes " + std::to_string(outputs) +
+                               " channels of " + std::to_string(setup.inputs) +
+                               ", and this plugin has " + std::to_string(format().outputs) +
+                               " and " + std::to_string(format().inputs));
+    setup.steps.push_back(to_outputs(outputs));
+    PrepareOptions options;
+    options.result = SampleFormat::kFloat;
+    options.rate = wanted.rate;
+    const PreparedSetup prepared = prepare(setup, options);
+    for (const Notice& notice : prepared.notices)
+      if (notice.is_warning()) host().warn(wanted.file + ": " + notice.text);
+    return offer_of(make_setup_voice(prepared, format()), prepared.latency());
+  }
+};
+
+// Bypassed, it would send all frequencies to each driver; so it cannot be.
+constexpr Description description(const char* name, int outputs) {
+  return {name, 2, outputs, 0, kBlock, 1 << 14, "setup", false};
+}
+
+std::unique_ptr<Plugin> create(const Description& description, const Host& host, double rate) {
+  return std::make_unique<LoudspeakerSetup>(description, host, rate);
+}
+
+}  // namespace
+
+const Kind kSetupStereo{description("setup-stereo", 2), create};
+const Kind kSetupMulti{description("setup-8-outputs", 8), create};
+
+}  // namespace jurn::lv2

@@ -1,0 +1,263 @@
+// The LV2 plugins in a host: the tool's samples, changes, files, state.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "../allocations.h"
+#include "host.h"
+
+namespace jurn_test {
+namespace {
+
+constexpr int kRate = 48000, kFrames = 30000, kBands = 16, kBlock = 64;
+constexpr char kHall[] = "/usr/share/jconvolver/config-files/octave-band/oct-48-1k.wav";
+constexpr char kOtherHall[] = "/usr/share/jconvolver/config-files/octave-band/oct-48-4k.wav";
+
+std::vector<float> flat() {
+  std::vector<float> controls;
+  for (int band = 0; band < kBands; ++band)
+    controls.insert(controls.end(), {0.0F, 0.0F, 1000.0F, 0.0F, 0.7071F});
+  controls.push_back(0.0F);
+  return controls;
+}
+std::vector<float> two_bands() {
+  std::vector<float> controls = flat();
+  const float bands[] = {1.0F, 4.0F, 80.0F, 0.0F, 0.5F, 1.0F, 0.0F, 3000.0F, -4.0F, 2.0F};
+  std::copy(std::begin(bands), std::end(bands), controls.begin());
+  return controls;
+}
+const std::vector<float> kConvolver = {-12.0F, -90.0F, 0.0F, 0.0F};
+
+/** 16-bit samples, so that the tool reads the very same. */
+Channels noise(int channels) {
+  std::mt19937 random(3);
+  Channels result(static_cast<std::size_t>(channels), std::vector<float>(kFrames));
+  for (int i = 0; i < kFrames; ++i)
+    for (auto& channel : result)
+      channel[static_cast<std::size_t>(i)] =
+          static_cast<float>(static_cast<int>(random() % 32768) - 16384) / 32768.0F;
+  return result;
+}
+Channels sine() {
+  Channels result(1, std::vector<float>(kFrames));
+  for (int i = 0; i < kFrames; ++i)
+    result[0][static_cast<std::size_t>(i)] = 0.5F * static_cast<float>(std::sin(0.02 * i));
+  return result;
+}
+Channels silence(int channels) {
+  return Channels(static_cast<std::size_t>(channels), std::vector<float>(kFrames));
+}
+
+class Plugins : public testing::Test {
+ protected:
+  Plugins() {
+    std::string name = (std::filesystem::temp_directory_path() / "jurn-XXXXXX").string();
+    folder_ = mkdtemp(name.data());
+  }
+  ~Plugins() override { std::filesystem::remove_all(folder_); }
+
+  Channels tool(const std::string& command, const std::string& rest, const Channels& in,
+                int outputs) const {
+    const std::string source = folder_ + "/in.raw", result = folder_ + "/out.raw";
+    std::ofstream file(source, std::ios::binary);
+    for (std::size_t i = 0; i < kFrames; ++i)
+      for (const auto& channel : in) {
+        const auto sample = static_cast<short>(channel[i] * 32768.0F);
+        file.write(reinterpret_cast<const char*>(&sample), sizeof sample);
+      }
+    file.close();
+    const std::string line = std::string(std::getenv("JURN_FILTER")) + " " + command + " " +
+                             source + " " + result + " --raw 48000," + std::to_string(in.size()) +
+                             " --bits float --overwrite -q " + rest;
+    EXPECT_EQ(std::system(line.c_str()), 0) << line;
+    Channels out = silence(outputs);
+    std::ifstream made(result, std::ios::binary);
+    for (std::size_t i = 0; i < kFrames; ++i)
+      for (auto& channel : out) made.read(reinterpret_cast<char*>(&channel[i]), sizeof(float));
+    return out;
+  }
+
+  std::string folder_;
+};
+
+/** Calls of any length. */
+Channels run(Host* host, const Channels& in, int outputs) {
+  std::mt19937 random(5);
+  Channels out = silence(outputs);
+  for (int at = 0; at < kFrames;) {
+    const int most = random() % 4 ? 700 : 8192;
+    const int frames =
+        std::min(kFrames - at, 1 + static_cast<int>(random() % static_cast<unsigned>(most)));
+    host->run(in, &out, at, frames);
+    at += frames;
+  }
+  return out;
+}
+
+/** The same, `late` frames later. */
+void expect_same(const Channels& heard, const Channels& expected, int late) {
+  for (std::size_t c = 0; c < expected.size(); ++c)
+    for (int i = late; i < kFrames; ++i)
+      ASSERT_EQ(heard[c][static_cast<std::size_t>(i)],
+                expected[c][static_cast<std::size_t>(i - late)])
+          << "channel " << c << ", frame " << i;
+}
+
+TEST_F(Plugins, GiveTheToolsSamplesWhateverTheCalls) {
+  for (const int channels : {1, 2}) {
+    const std::string name = channels == 1 ? "-mono" : "-stereo";
+    const Channels in = noise(channels);
+    Host equaliser("equaliser" + name, kRate, channels, channels, true, two_bands());
+    equaliser.activate();
+    expect_same(run(&equaliser, in, channels),
+                tool("eq", "'HP 80 Q 0.5' 'PK 3000 -4 Q 2'", in, channels), 0);
+    EXPECT_EQ(equaliser.latency, 0.0F);
+
+    Host convolver("convolver" + name, kRate, channels, channels, true, kConvolver);
+    State hall = convolver.save();
+    EXPECT_TRUE(hall.empty());
+    convolver.activate();
+    Channels out = silence(channels);
+    convolver.set_file("impulse-response", kHall);
+    convolver.run(in, &out, 0, 1);
+    convolver.settle();
+    convolver.activate();
+    expect_same(run(&convolver, in, channels),
+                tool("convolve", std::string("--block 64 --gain -12 --ir ") + kHall, in, channels),
+                kBlock);
+    EXPECT_EQ(convolver.latency, kBlock);
+    EXPECT_EQ(convolver.said() + equaliser.said(), "");
+  }
+  const Channels mono = noise(1), stereo = noise(2);
+  Host binaural("binaural", kRate, 1, 2, true, {30.0F, 10.0F, 2.0F});
+  binaural.activate();
+  expect_same(
+      run(&binaural, mono, 2),
+      tool("binaural", "--block 64 --azimuth 30 --elevation 10 --gain -6.020599913279624", mono, 2),
+      kBlock);
+
+  Host setup("setup-8-outputs", kRate, 2, 8, false, {});
+  setup.activate();
+  Channels out = silence(8);
+  setup.run(stereo, &out, 0, kFrames);
+  for (const auto& channel : out)
+    EXPECT_EQ(std::count(channel.begin(), channel.end(), 0.0F), kFrames);  // a tweeter lives
+  setup.set_file("setup", JURN_TWO_WAY);
+  setup.run(stereo, &out, 0, 1);
+  setup.settle();
+  setup.activate();
+  out = run(&setup, stereo, 8);
+  expect_same(out, tool("setup", std::string("-c ") + JURN_TWO_WAY, stereo, 4), kBlock);
+  EXPECT_EQ(std::count(out[5].begin(), out[5].end(), 0.0F), kFrames);
+  EXPECT_EQ(setup.said() + binaural.said(), "");
+}
+
+TEST_F(Plugins, ChangesFadeAndAllocateNothingInTheAudioThread) {
+  const Channels in = sine();
+  Channels out = silence(1);
+  std::vector<float> controls = flat();
+  Host host("equaliser-mono", kRate, 1, 1, true, controls);
+  host.activate();
+  for (int at = 0, call = 0; at + 250 <= kFrames; at += 250, ++call) {
+    if (call == 20) host.control(0) = 1.0F, host.control(2) = 150.0F, host.control(3) = 6.0F;
+    if (call == 50) host.enabled = 0.0F;
+    if (call == 80) host.enabled = 1.0F, host.control(80) = -20.0F;
+    host.settle();
+    const long before = allocations;
+    host.run(in, &out, at, 250);
+    // What the worker made, it made meanwhile; so count where it has nothing to do.
+    if (call % 10 == 5) {
+      EXPECT_EQ(allocations, before);
+    }
+    host.settle();
+  }
+  float step = 0.0F, loudest = 0.0F;
+  for (std::size_t i = 1; i < out[0].size() - 250; ++i) {
+    step = std::max(step, std::abs(out[0][i] - out[0][i - 1]));
+    loudest = std::max(loudest, std::abs(out[0][i]));
+  }
+  EXPECT_GT(loudest, 0.9F);  // the band was heard
+  EXPECT_LT(step, 0.02F * loudest * 1.5F);
+  const std::size_t bypassed = 70 * 250;
+  EXPECT_EQ(out[0][bypassed], in[0][bypassed]);
+}
+
+TEST_F(Plugins, FilesAreStoredToldAndRefusedWithASentence) {
+  const Channels in = noise(2);
+  Channels out = silence(2);
+  Host host("convolver-stereo", kRate, 2, 2, true, kConvolver);
+  host.activate();
+  host.set_file("impulse-response", kHall);
+  host.run(in, &out, 0, 100);
+  host.settle();
+  host.run(in, &out, 100, 100);
+  EXPECT_TRUE(host.told(kHall));
+
+  // One that is missing leaves the other in its place, and says so.
+  host.set_file("impulse-response", "/nowhere.wav");
+  host.run(in, &out, 200, 100);
+  host.settle();
+  host.run(in, &out, 300, 100);
+  EXPECT_TRUE(host.told(kHall));
+  EXPECT_FALSE(host.told("/nowhere.wav"));
+  EXPECT_NE(host.said().find("/nowhere.wav"), std::string::npos) << host.said();
+
+  const State state = host.save();
+  ASSERT_EQ(state.size(), 1U);
+  EXPECT_EQ(state.begin()->second, std::string("stored:") + kHall + std::string(1, '\0'));
+  Host second("convolver-stereo", kRate, 2, 2, true, kConvolver);
+  second.restore(state);
+  second.activate();
+  host.activate();
+  expect_same(run(&second, in, 2), run(&host, in, 2), 0);
+  // While it runs, too.
+  Host third("convolver-stereo", kRate, 2, 2, true, kConvolver);
+  third.activate();
+  third.run(in, &out, 0, 100);
+  third.restore(state);
+  third.run(in, &out, 100, 100);
+  EXPECT_TRUE(third.told(kHall));
+  third.set_file("impulse-response", kOtherHall);
+  third.run(in, &out, 200, 100);
+  third.settle();
+  EXPECT_NE(third.save(), state);
+}
+
+TEST_F(Plugins, RunAtEveryRate) {
+  for (const int rate : {8000, 22050, 44100, 96000, 192000}) {
+    const Channels in = noise(2);
+    for (const bool convolves : {false, true}) {
+      Host host(convolves ? "convolver-stereo" : "equaliser-stereo", rate, 2, 2, true,
+                convolves ? kConvolver : two_bands());
+      host.activate();
+      if (convolves) {
+        Channels out = silence(2);
+        host.set_file("impulse-response", kHall);
+        host.run(in, &out, 0, 1);
+        host.settle();
+      }
+      const Channels out = run(&host, in, 2);
+      float loudest = 0.0F;
+      for (const float sample : out[1]) {
+        ASSERT_TRUE(std::isfinite(sample));
+        loudest = std::max(loudest, std::abs(sample));
+      }
+      EXPECT_GT(loudest, 0.01F) << rate;
+      EXPECT_EQ(host.said(), "");
+    }
+  }
+  std::vector<float> controls = flat();
+  controls[0] = 1.0F;
+  controls[2] = 12000.0F;
+  Host host("equaliser-mono", 8000, 1, 1, true, controls);
+  host.activate();
+  EXPECT_NE(host.said().find("band 1: 12000"), std::string::npos) << host.said();
+}
+
+}  // namespace
+}  // namespace jurn_test
