@@ -142,6 +142,30 @@ foreach(variant "setup-stereo;2;2 outputs" "setup-8-outputs;8;8 outputs")
   end()
 endforeach()
 
+# preset(VARIANT NAME LABEL CONTROL VALUE ...): settings of an equaliser that differ from its own.
+function(preset variant name label)
+  set(uri "urn:jurn:preset-${name}-${variant}")
+  set(values "")
+  while(ARGN)
+    list(POP_FRONT ARGN symbol value)
+    list(APPEND values "[ lv2:symbol \"${symbol}\" ; pset:value ${value} ]")
+  endwhile()
+  list(JOIN values " , " values)
+  string(APPEND manifest "\n<${uri}> a pset:Preset ; lv2:appliesTo <urn:jurn:equaliser-${variant}> ; rdfs:seeAlso <jurn.ttl> .\n")
+  string(APPEND turtle "\n<${uri}> a pset:Preset ; lv2:appliesTo <urn:jurn:equaliser-${variant}> ;
+  rdfs:label \"${label}\" ; lv2:port ${values} .\n")
+  set(manifest "${manifest}" PARENT_SCOPE)
+  set(turtle "${turtle}" PARENT_SCOPE)
+endfunction()
+foreach(variant mono stereo)
+  preset(${variant} voice "Voice: rumble out, presence in" on_1 1 type_1 4 frequency_1 80
+         on_2 1 type_2 0 frequency_2 250 gain_2 -3 q_2 1 on_3 1 type_3 0 frequency_3 4000 gain_3 3 q_3 1)
+  preset(${variant} bass "Bass: 6 dB more, and as much headroom" on_1 1 type_1 1 frequency_1 100 gain_1 6
+         gain -6)
+  preset(${variant} telephone "Telephone" on_1 1 type_1 4 frequency_1 300 on_2 1 type_2 4 frequency_2 300
+         on_3 1 type_3 3 frequency_3 3400 on_4 1 type_4 3 frequency_4 3400)
+endforeach()
+
 string(APPEND turtle "${property_impulse-response}${property_responses}${property_setup}")
 file(CONFIGURE OUTPUT ${bundle}/manifest.ttl CONTENT "${manifest}" @ONLY)
 file(CONFIGURE OUTPUT ${bundle}/jurn.ttl CONTENT "${turtle}" @ONLY)

@@ -32,7 +32,7 @@ class Equaliser final : public Plugin {
       else
         append_sections(filter, wanted.rate, &sections);
     }
-    if (sections.empty()) return nullptr;
+    if (sections.empty()) sections = {1.0, 0.0, 0.0, 1.0, 0.0, 0.0};
     FilterDesign design = sections_design("equaliser", sections, {});
     scale(&design, from_decibels(wanted.controls.back()));
     PrepareOptions options;

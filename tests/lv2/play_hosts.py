@@ -1,0 +1,145 @@
+"""The plugins in hosts that people have: FFmpeg, lv2proc, jalv on JACK, a filter chain of PipeWire.
+
+FFmpeg and lv2proc write files, which are compared with jurn-filter's. JACK and PipeWire have no sound
+card here: jalv has to load a convolver with its file and stay, and what goes through the filter chain
+is recorded and has to be louder by the gain of its equaliser.
+"""
+
+import os
+import subprocess
+import sys
+import tempfile
+import time
+
+import warnings
+
+import numpy as np
+from scipy.io import wavfile
+
+warnings.simplefilter("ignore", wavfile.WavFileWarning)  # of chunks that it does not know
+
+TOOL = os.environ["JURN_FILTER"]
+HALL = "/usr/share/jconvolver/config-files/octave-band/oct-48-1k.wav"
+SPEECH = "/usr/share/sounds/alsa/Front_Center.wav"
+BANDS = {"on_1": 1, "type_1": 4, "frequency_1": 80, "q_1": 0.5, "on_2": 1, "frequency_2": 3000,
+         "gain_2": -4, "q_2": 2}
+CHAIN = """
+context.modules = [
+  { name = libpipewire-module-filter-chain
+    args = {
+      node.description = "JURN"
+      filter.graph = { nodes = [
+        { type = lv2 plugin = "urn:jurn:equaliser-stereo" name = equaliser control = { gain = -6.0 } } ] }
+      capture.props = { node.name = "chain" media.class = Audio/Sink audio.position = [ FL FR ] }
+      playback.props = { node.name = "chained" node.target = "silence" audio.position = [ FL FR ] }
+    } }
+]
+context.objects = [
+  { factory = adapter
+    args = { factory.name = support.null-audio-sink  node.name = silence  media.class = Audio/Sink
+             object.linger = true  audio.position = [ FL FR ] } }
+]
+"""
+STATE = """@prefix lv2: <http://lv2plug.in/ns/lv2core#> .
+@prefix pset: <http://lv2plug.in/ns/ext/presets#> .
+@prefix state: <http://lv2plug.in/ns/ext/state#> .
+@prefix rdfs: <http://www.w3.org/2000/01/rdf-schema#> .
+"""
+
+
+def run(*words, timeout=60, **more):
+    return subprocess.run(words, check=True, capture_output=True, text=True, timeout=timeout, **more)
+
+
+def write_files():
+    run("sox", SPEECH, "-b", "32", "-e", "floating-point", "in.wav")
+    run(TOOL, "eq", "in.wav", "tool.wav", "HP 80 Q 0.5", "PK 3000 -4 Q 2", "--bits", "float", "-q")
+    controls = "|".join(f"{name}={value}" for name, value in BANDS.items())
+    run("ffmpeg", "-loglevel", "error", "-i", "in.wav", "-af",
+        "lv2=p=urn\\\\:jurn\\\\:equaliser-mono:c=" + controls, "-c:a", "pcm_f32le", "ffmpeg.wav")
+    words = [word for name, value in BANDS.items() for word in ("-c", f"{name}:{value}")]
+    run("lv2proc", "-i", "in.wav", "-o", "lv2proc.wav", *words, "urn:jurn:equaliser-mono")
+    expected = wavfile.read("tool.wav")[1]
+    for host in ("ffmpeg", "lv2proc"):
+        heard = wavfile.read(host + ".wav")[1][:len(expected)]
+        # Below that, the end of a decay, the tool's own scale decides what becomes silence.
+        off = np.abs(heard - expected).max()
+        print(f"{host}: off by at most {off:g}", flush=True)
+        if off > 1e-30:
+            return f"{host}: other samples than the tool's"
+    return None
+
+
+def play_with(path):
+    """What jalv says of a convolver whose state names a file."""
+    os.makedirs("hall", exist_ok=True)
+    with open("hall/manifest.ttl", "w", encoding="utf-8") as file:
+        file.write(STATE + "<state.ttl> a pset:Preset ; rdfs:seeAlso <state.ttl> ; "
+                   "lv2:appliesTo <urn:jurn:convolver-stereo> .\n")
+    with open("hall/state.ttl", "w", encoding="utf-8") as file:
+        file.write(STATE + "<> a pset:Preset ; lv2:appliesTo <urn:jurn:convolver-stereo> ; "
+                   f"state:state [ <urn:jurn:impulse-response> <file://{path}> ] .\n")
+    host = subprocess.Popen(["jalv", "-p", "-l", "hall", "urn:jurn:convolver-stereo"],
+                            stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                            stderr=subprocess.STDOUT, text=True)
+    time.sleep(2)
+    alive = host.poll() is None
+    host.terminate()
+    said = host.communicate(timeout=10)[0]
+    return said if alive else "ended: " + said
+
+
+def play_jalv():
+    server = subprocess.Popen(["jackd", "-d", "dummy", "-r", "48000", "-p", "256"],
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        time.sleep(1)
+        missing, there = play_with("/nowhere.wav"), play_with(HALL)
+        if "JURN: /nowhere.wav" not in missing or "JURN:" in there or "ended" in there:
+            return "jalv: " + missing + there
+        print("jalv: runs, with the file of its state", flush=True)
+        return None
+    finally:
+        server.terminate()
+        server.wait()
+
+
+def play_chain(folder):
+    settings = os.path.join(folder, "pipewire", "pipewire.conf.d")
+    os.makedirs(settings)
+    with open(os.path.join(settings, "chain.conf"), "w", encoding="utf-8") as file:
+        file.write(CHAIN)
+    os.environ.update(XDG_RUNTIME_DIR=folder, XDG_CONFIG_HOME=folder, XDG_STATE_HOME=folder)
+    tone = 0.5 * np.sin(0.1 * np.arange(48000 * 4))
+    wavfile.write("tone.wav", 48000, np.stack([tone, tone], 1).astype(np.float32))
+    running = []
+    try:
+        for program in (["pipewire"], ["wireplumber"]):
+            running.append(subprocess.Popen(program, stdout=subprocess.DEVNULL,
+                                            stderr=subprocess.DEVNULL))
+            time.sleep(1.5)
+        running.append(subprocess.Popen(
+            ["pw-record", "--rate", "48000", "--channels", "2", "--format", "f32", "--target",
+             "chained", "heard.wav"], stderr=subprocess.DEVNULL))
+        run("pw-play", "--target", "chain", "tone.wav", timeout=20)
+    finally:
+        for program in reversed(running):
+            program.terminate()
+            program.wait()
+    heard = wavfile.read("heard.wav")[1]
+    peak = float(np.abs(heard).max()) if heard.size else 0.0
+    print(f"PipeWire: a tone of 0.5 comes out as {peak:.4f}", flush=True)
+    return None if abs(peak - 0.5 * 10 ** -0.3) < 1e-3 else "PipeWire: the equaliser did not run"
+
+
+def main():
+    with tempfile.TemporaryDirectory() as folder:
+        os.chmod(folder, 0o700)
+        os.chdir(folder)
+        problems = [write_files(), play_jalv(), play_chain(folder)]
+    sys.exit("\n".join(filter(None, problems)) or 0)
+
+
+if "DBUS_SESSION_BUS_ADDRESS" not in os.environ:
+    os.execvp("dbus-run-session", ["dbus-run-session", "--", sys.executable, *sys.argv])
+main()
