@@ -68,7 +68,7 @@ void Plugin::connect_port(std::uint32_t port, void* data) {
   }
   if (--i < ports_.size())
     ports_[i] = static_cast<const float*>(data);
-  else if ((i -= ports_.size()) == 0)
+  else if (i == ports_.size())
     messages_ = static_cast<const LV2_Atom_Sequence*>(data);
   else
     replies_ = static_cast<LV2_Atom_Sequence*>(data);
