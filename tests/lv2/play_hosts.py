@@ -51,6 +51,18 @@ def run(*words, timeout=60, **more):
     return subprocess.run(words, check=True, capture_output=True, text=True, timeout=timeout, **more)
 
 
+def read(path):
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
+def wait_for(is_there):
+    """At most 20 seconds, for a machine that is busy with other things."""
+    end = time.monotonic() + 20
+    while not is_there() and time.monotonic() < end:
+        time.sleep(0.2)
+
+
 def write_files():
     run("sox", SPEECH, "-b", "32", "-e", "floating-point", "in.wav")
     run(TOOL, "eq", "in.wav", "tool.wav", "HP 80 Q 0.5", "PK 3000 -4 Q 2", "--bits", "float", "-q")
@@ -70,6 +82,10 @@ def write_files():
     return None
 
 
+def jack_ports():
+    return subprocess.run(["jack_lsp"], capture_output=True, text=True, timeout=20, check=False).stdout
+
+
 def play_with(path):
     """What jalv says of a convolver whose state names a file."""
     os.makedirs("hall", exist_ok=True)
@@ -79,21 +95,21 @@ def play_with(path):
     with open("hall/state.ttl", "w", encoding="utf-8") as file:
         file.write(STATE + "<> a pset:Preset ; lv2:appliesTo <urn:jurn:convolver-stereo> ; "
                    f"state:state [ <urn:jurn:impulse-response> <file://{path}> ] .\n")
-    host = subprocess.Popen(["jalv", "-p", "-l", "hall", "urn:jurn:convolver-stereo"],
-                            stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                            stderr=subprocess.STDOUT, text=True)
-    time.sleep(2)
-    alive = host.poll() is None
-    host.terminate()
-    said = host.communicate(timeout=10)[0]
-    return said if alive else "ended: " + said
+    with open("said", "w+", encoding="utf-8") as log:
+        host = subprocess.Popen(["jalv", "-p", "-l", "hall", "urn:jurn:convolver-stereo"],
+                                stdin=subprocess.PIPE, stdout=log, stderr=subprocess.STDOUT)
+        wait_for(lambda: host.poll() is not None or "JURN" in jack_ports())
+        alive = host.poll() is None
+        host.terminate()
+        host.wait()
+        return read("said") if alive else "ended: " + read("said")
 
 
 def play_jalv():
     server = subprocess.Popen(["jackd", "-d", "dummy", "-r", "48000", "-p", "256"],
                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     try:
-        time.sleep(1)
+        wait_for(lambda: "system" in jack_ports())
         missing, there = play_with("/nowhere.wav"), play_with(HALL)
         if "JURN: /nowhere.wav" not in missing or "JURN:" in there or "ended" in there:
             return "jalv: " + missing + there
@@ -102,6 +118,12 @@ def play_jalv():
     finally:
         server.terminate()
         server.wait()
+
+
+def is_node(name):
+    nodes = subprocess.run(["pw-cli", "ls", "Node"], capture_output=True, text=True, timeout=20,
+                           check=False).stdout
+    return f'"{name}"' in nodes
 
 
 def play_chain(folder):
@@ -117,11 +139,12 @@ def play_chain(folder):
         for program in (["pipewire"], ["wireplumber"]):
             running.append(subprocess.Popen(program, stdout=subprocess.DEVNULL,
                                             stderr=subprocess.DEVNULL))
-            time.sleep(1.5)
+        wait_for(lambda: is_node("chained") and is_node("silence"))
         running.append(subprocess.Popen(
             ["pw-record", "--rate", "48000", "--channels", "2", "--format", "f32", "--target",
              "chained", "heard.wav"], stderr=subprocess.DEVNULL))
-        run("pw-play", "--target", "chain", "tone.wav", timeout=20)
+        wait_for(lambda: is_node("pw-record"))
+        run("pw-play", "--target", "chain", "tone.wav")
     finally:
         for program in reversed(running):
             program.terminate()
