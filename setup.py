@@ -25,7 +25,7 @@ class BuildByCMake(build_ext):
         build = Path(os.environ.get("JURN_BUILD_DIR", WORK / "cmake"))
         if "JURN_BUILD_DIR" not in os.environ:
             off = [f"-DJURN_BUILD_{part}=OFF"
-                   for part in ("TESTS", "BENCHMARKS", "EXAMPLES", "PLUGINS")]
+                   for part in ("TESTS", "JAVA", "BENCHMARKS", "EXAMPLES", "PLUGINS")]
             choices = ["-DJURN_BUILD_PYTHON=ON", f"-DJURN_PYTHON={sys.executable}", *off]
             subprocess.run(["cmake", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=Release",
                             *choices], check=True)
