@@ -28,6 +28,10 @@ inline Routes random_routes(Random& random, const Convolution_shape& shape, int 
     r.output = random.in(0, shape.outputs - 1);
     r.taps.resize(random.count(1, shape.taps));
     for (float& x : r.taps) x = static_cast<float>(random.real(0.5));
+    // The taps of a route before, or all but the last: alike ones share their spectra.
+    if (&r != &routes[0] && random.one_in(2))
+      r.taps = routes[random.in(0, &r - &routes[0] - 1)].taps;
+    if (random.one_in(4)) r.taps.back() += 0.5f;
   }
   return routes;
 }

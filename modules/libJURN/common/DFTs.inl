@@ -63,6 +63,15 @@ JURN_INLINE void forward_from(const float* w, float* x, int length, Source sourc
   forward(w, x, length / 4);
 }
 
+static void forward_array(const float* w, float* x, const float* samples, int length) {
+  if (length < 128) {
+    memcpy(x, samples, length * sizeof(float));
+    forward(w, x, length);
+  } else {
+    forward_from(w, x, length, InArray{samples});
+  }
+}
+
 static void forward_samples(const float* w, float* x, const short* samples, int channels,
                             int channel, int length) {
   if (channels == 1)
@@ -138,13 +147,25 @@ JURN_INLINE void inverse_from(const float* w, float* x, int length, float scale,
   }
   for (int n = 4 * base; n <= length; n *= 4) {
     complex_inverse(x + n / 4, n / 8, w, source);
-    split_inverse(x, n, w, scale_at(n));
+    split_inverse<false>(x, n, w, scale_at(n), x);
   }
 }
 
 static short inverse(const float* w, float* x, int length, float scale) {
   inverse_from(w, x, length, scale, InPlace());
   return 0;
+}
+
+/** The last half of what inverse leaves, to out, which may be that half of x. */
+static void inverse_half(const float* w, float* x, int length, float scale, float* out) {
+  if (length < 128) {
+    inverse(w, x, length, scale);
+    memmove(out, x + length / 2, length / 2 * sizeof(float));
+  } else {
+    inverse(w, x, length / 4, 1.f);
+    complex_inverse(x + length / 4, length / 8, w, InPlace());
+    split_inverse<true>(x, length, w, scale, out);
+  }
 }
 
 /** inverse(out = a b), where the product is taken as the first pass reads it. */

@@ -7,6 +7,14 @@
 
 JURN_EXTERN_C_BEGIN
 
+/** MORVAX_KLOV_RealFFT_Run2 of the N samples, which are not changed, into spectrum, which does not
+ * overlap them. */
+void JURN_forward_array(const RealFFT_ID* state, float* spectrum, const float* samples);
+
+/** The last N/2 samples of MORVAX_KLOV_InverseRealFFT_Run2. Spectrum becomes work space; samples
+ * lie outside of it or are its last half. */
+void JURN_inverse_half(const RealFFT_ID* state, float* spectrum, float* samples);
+
 /** Shortest transform that JURN_forward_samples takes. */
 #define JURN_SAMPLES_FFT_MIN 128
 

@@ -87,13 +87,16 @@ static void split_forward(float* x, int length, const float* w, Source source) {
   }
 }
 
-static void split_inverse(float* x, int length, const float* w, float scale) {
+/** Undoes split_forward, from x to out, which may be x. Of the samples the last half alone, if
+ * `last_half`; out may then be where x has it. */
+template <bool last_half>
+static void split_inverse(const float* x, int length, const float* w, float scale, float* out) {
   const ptrdiff_t eighth = length / 8;
   const float* t = real_twiddles(w, length);
   const Floats half = broadcast<Floats>(sqrt_half), gain = broadcast<Floats>(scale);
   for (ptrdiff_t i = 0; i < eighth; i += 16, t += 96) {
     for (int lane = 0; lane < 16; lane += lane_count) {
-      float* p = x + i + lane;
+      const float* const p = x + i + lane;
       const Floats s02 = load_once(p), s13 = load_once(p + eighth);
       const auto a = times_conjugate(load_complex<Floats>(p + 2 * eighth, eighth),
                                      load_complex<Floats>(t + lane, 16));
@@ -104,14 +107,18 @@ static void split_inverse(float* x, int length, const float* w, float scale) {
       const Floats s0 = s02 + a.re, s2 = s02 - a.re, s1 = s13 - a.im, s3 = s13 + a.im;
       const Floats d0 = b.re + c.re, u = b.re - c.re, d2 = b.im + c.im, v = c.im - b.im;
       const Floats d1 = (u + v) * half, d3 = (v - u) * half;
-      store(p, (s0 + d0) * gain);
-      store(p + eighth, (s1 + d1) * gain);
-      store(p + 2 * eighth, (s2 - d2) * gain);
-      store(p + 3 * eighth, (s3 + d3) * gain);
-      store(p + 4 * eighth, (s0 - d0) * gain);
-      store(p + 5 * eighth, (s1 - d1) * gain);
-      store(p + 6 * eighth, (s2 + d2) * gain);
-      store(p + 7 * eighth, (s3 - d3) * gain);
+      float* y = out + i + lane;
+      if constexpr (!last_half) {
+        store(y, (s0 + d0) * gain);
+        store(y + eighth, (s1 + d1) * gain);
+        store(y + 2 * eighth, (s2 - d2) * gain);
+        store(y + 3 * eighth, (s3 + d3) * gain);
+        y += 4 * eighth;
+      }
+      store(y, (s0 - d0) * gain);
+      store(y + eighth, (s1 - d1) * gain);
+      store(y + 2 * eighth, (s2 + d2) * gain);
+      store(y + 3 * eighth, (s3 - d3) * gain);
     }
   }
 }

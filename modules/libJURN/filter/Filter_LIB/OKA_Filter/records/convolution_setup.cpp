@@ -132,6 +132,11 @@ class Fingerprint {
   uint64_t bits_ = 1;
 };
 
+bool same_taps(const Convolution_route& a, const Convolution_route& b) {
+  return a.blen == b.blen &&
+         (a.b == b.b || memcmp(a.b, b.b, static_cast<size_t>(a.blen) * sizeof(float)) == 0);
+}
+
 /** Puts one partition's spectrum in its place among those of its route. */
 void transform_partition(const Convolution_response_st* response, float* memory,
                          const ConvolutionRoute* route, const Convolution_route* taps, int k,
@@ -187,21 +192,29 @@ int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* response, size_t
     MORVAX_KLOV_RealFFT_Init(reinterpret_cast<RealFFT_ID*>(memory + response->fft[k]),
                              static_cast<short>(response->plan.level[k].N));
 
-  auto* route = reinterpret_cast<ConvolutionRoute*>(memory + response->routes);
+  auto* const first = reinterpret_cast<ConvolutionRoute*>(memory + response->routes);
+  int source[JURN_CONVOLUTION_ROUTES];  // of each route placed so far
   for (int output = 0; output < shape->outputs; ++output) {
     response->first_route[output + 1] = response->first_route[output];
     for (int r = 0; r < count; ++r) {
       if (routes[r].output != output) continue;
+      const int place = response->first_route[output + 1]++;
+      int like = 0;
+      while (like < place && !same_taps(routes[source[like]], routes[r])) ++like;
+      source[place] = r;
+      ConvolutionRoute* const route = first + place;
       route->input = routes[r].input;
       for (int k = 0; k < response->plan.levels; ++k) {
         route->partitions[k] = JURN_partitions(&response->plan, k, routes[r].blen);
-        route->spectra[k] = layout.add(spectra_floats(&response->plan, k, routes[r].blen));
         response->products[k] += route->partitions[k];
+        if (like < place) {
+          route->spectra[k] = first[like].spectra[k];
+          continue;
+        }
+        route->spectra[k] = layout.add(spectra_floats(&response->plan, k, routes[r].blen));
         for (int i = 0; i < route->partitions[k]; ++i)
           transform_partition(response, memory, route, &routes[r], k, i);
       }
-      ++route;
-      ++response->first_route[output + 1];
     }
   }
   response->ready = 1;

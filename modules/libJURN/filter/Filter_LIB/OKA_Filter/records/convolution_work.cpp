@@ -5,6 +5,8 @@
 
 #include <string.h>
 
+#include "../../../../common/fast_convolution.h"
+
 namespace {
 
 const RealFFT_ID* fft_of(const Convolution_response_st* response, int k) {
@@ -46,10 +48,13 @@ void ConvolutionWork::transform_window(int input, int frames) {
   int end = stream_->now - frames;
   if (end <= 0) end += stream_->past_frames;
   float* const window = sums(0);
-  const int run = N < end ? N : end;
-  memcpy(window + (N - run), past + (end - run), run * sizeof(float));
-  memcpy(window, past + stream_->past_frames - (N - run), (N - run) * sizeof(float));
-  MORVAX_KLOV_RealFFT_Run2(fft_of(response_, k_), window, static_cast<short>(N));
+  if (N <= end) {
+    JURN_forward_array(fft_of(response_, k_), window, past + (end - N));
+  } else {
+    memcpy(window + (N - end), past, end * sizeof(float));
+    memcpy(window, past + stream_->past_frames - (N - end), (N - end) * sizeof(float));
+    MORVAX_KLOV_RealFFT_Run2(fft_of(response_, k_), window, static_cast<short>(N));
+  }
   JURN_put_spectrum(windows(state_.phase) + input * input_stride() +
                         static_cast<size_t>(state_.newest) * chunk_floats,
                     chunk_stride(), window, N);
@@ -71,14 +76,21 @@ void ConvolutionWork::compute_previous_step() {
 }
 
 void ConvolutionWork::transform_back(int output) {
-  MORVAX_KLOV_InverseRealFFT_Run2(fft_of(response_, k_), sums(output),
-                                  static_cast<short>(level_.N));
+  transform_half_back(output, sums(output) + level_.N / 2);
+}
+
+void ConvolutionWork::transform_half_back(int output, float* half) {
+  JURN_inverse_half(fft_of(response_, k_), sums(output), half);
   count_work(JURN_transform_cost(level_.N));
 }
 
 void ConvolutionWork::transform_back(int output, float* samples) {
-  transform_back(output);
-  memcpy(samples, sums(output) + (level_.N - level_.hop), level_.hop * sizeof(float));
+  if (2 * level_.hop == level_.N) {
+    transform_half_back(output, samples);
+  } else {
+    transform_back(output);
+    memcpy(samples, sums(output) + (level_.N - level_.hop), level_.hop * sizeof(float));
+  }
 }
 
 int ConvolutionWork::pieces_before(int call) const {

@@ -18,7 +18,8 @@ class ConvolutionWork {
   void transform_window(int input, int frames);
   /** Sums all chunks of the current step. */
   void sum();
-  /** The samples of one output: the last `hop` of what stands in its sums afterwards. */
+  /** The samples of one output: the last `hop` of what stands in its sums afterwards, of which the
+   * first half is none. */
   void transform_back(int output);
   /** All chunks of the step before the current one, and their samples into the half of the outputs
    * that is being put out. */
@@ -47,6 +48,8 @@ class ConvolutionWork {
   void sum_chunks(const ConvolutionStep& step, int first, int last);
   void sum_slices(int first, int last);
   void transform_back(int output, float* samples);
+  /** The last half of the samples of one output, which holds the last hop, to `half`. */
+  void transform_half_back(int output, float* half);
 
   Convolution_stream_st* const stream_;
   const Convolution_response_st* const response_;
