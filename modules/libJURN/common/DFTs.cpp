@@ -139,12 +139,13 @@ void MORVAX_rfftmut2(float* out, const float* x1, const float* x2, int N) {
   return JURN_CALL_CLONE(product(out, x1, x2, N));
 }
 
-void JURN_forward_array(const RealFFT_ID* state, float* spectrum, const float* samples) {
-  return JURN_CALL_CLONE(forward_array(state->fft_w, spectrum, samples, state->N));
+void JURN_forward_piece(const RealFFT_ID* state, float* spectrum, const float* samples, int piece) {
+  return JURN_CALL_CLONE(forward_piece(state->fft_w, spectrum, samples, state->N, piece));
 }
 
-void JURN_inverse_half(const RealFFT_ID* state, float* spectrum, float* samples) {
-  return JURN_CALL_CLONE(inverse_half(state->fft_w, spectrum, state->N, state->scale, samples));
+void JURN_inverse_piece(const RealFFT_ID* state, float* spectrum, float* half, int piece) {
+  return JURN_CALL_CLONE(
+      inverse_piece(state->fft_w, spectrum, state->N, state->scale, half, piece));
 }
 
 void JURN_forward_samples(const RealFFT_ID* state, float* spectrum, const short* samples,

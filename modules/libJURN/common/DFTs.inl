@@ -63,12 +63,21 @@ JURN_INLINE void forward_from(const float* w, float* x, int length, Source sourc
   forward(w, x, length / 4);
 }
 
-static void forward_array(const float* w, float* x, const float* samples, int length) {
-  if (length < 128) {
-    memcpy(x, samples, length * sizeof(float));
-    forward(w, x, length);
+/** One of the pieces of forward that JURN_forward_piece counts, or all; the first reads samples. */
+static void forward_piece(const float* w, float* x, const float* samples, int length, int piece) {
+  if (piece == JURN_ALL_PIECES || length < JURN_PIECES_FFT_MIN) {
+    if (length >= 128) {
+      forward_from(w, x, length, InArray{samples});
+    } else {
+      if (x != samples) memcpy(x, samples, length * sizeof(float));
+      forward(w, x, length);
+    }
+  } else if (piece == 0) {
+    split_forward(x, length, w, InArray{samples});
+  } else if (piece < 4) {
+    long_forward(x + piece * (length / 4), length / 8, w);
   } else {
-    forward_from(w, x, length, InArray{samples});
+    forward(w, x, length / 4);
   }
 }
 
@@ -156,15 +165,22 @@ static short inverse(const float* w, float* x, int length, float scale) {
   return 0;
 }
 
-/** The last half of what inverse leaves, to out, which may be that half of x. */
-static void inverse_half(const float* w, float* x, int length, float scale, float* out) {
+/** One of the pieces of inverse, or all; the last gives the last half of the samples. */
+static void inverse_piece(const float* w, float* x, int length, float scale, float* half,
+                          int piece) {
   if (length < 128) {
     inverse(w, x, length, scale);
-    memmove(out, x + length / 2, length / 2 * sizeof(float));
-  } else {
+    memmove(half, x + length / 2, length / 2 * sizeof(float));
+  } else if (piece == JURN_ALL_PIECES || length < JURN_PIECES_FFT_MIN) {
     inverse(w, x, length / 4, 1.f);
     complex_inverse(x + length / 4, length / 8, w, InPlace());
-    split_inverse<true>(x, length, w, scale, out);
+    split_inverse<true>(x, length, w, scale, half);
+  } else if (piece == 0) {
+    inverse(w, x, length / 4, 1.f);
+  } else if (piece < 4) {
+    long_inverse(x + piece * (length / 4), length / 8, w, InPlace());
+  } else {
+    split_inverse<true>(x, length, w, scale, half);
   }
 }
 

@@ -7,13 +7,24 @@
 
 JURN_EXTERN_C_BEGIN
 
-/** MORVAX_KLOV_RealFFT_Run2 of the N samples, which are not changed, into spectrum, which does not
- * overlap them. */
-void JURN_forward_array(const RealFFT_ID* state, float* spectrum, const float* samples);
+/** Transforms from this length on have pieces to be run one by one: of about equal cost, the one
+ * with a transform of N/4 a quarter of all. Shorter ones are one piece, number 0. */
+#define JURN_PIECES_FFT_MIN 512
+#define JURN_ALL_PIECES (-1)
+static inline int JURN_fft_pieces(int N) {
+  return N < JURN_PIECES_FFT_MIN ? 1 : 5;
+}
 
-/** The last N/2 samples of MORVAX_KLOV_InverseRealFFT_Run2. Spectrum becomes work space; samples
- * lie outside of it or are its last half. */
-void JURN_inverse_half(const RealFFT_ID* state, float* spectrum, float* samples);
+/** MORVAX_KLOV_RealFFT_Run2 of the N samples into spectrum, after pieces 0 to the last in turn, or
+ * all at once. The samples are spectrum itself, or do not overlap it and stay as they are; they may
+ * go after the first piece. */
+void JURN_forward_piece(const RealFFT_ID* state, float* spectrum, const float* samples, int piece);
+
+/** The last N/2 samples of MORVAX_KLOV_InverseRealFFT_Run2 after pieces 0 to the last in turn, or
+ * all at once.
+ * Spectrum becomes work space; half, where the last piece puts them, lies outside of it or is its
+ * last half. */
+void JURN_inverse_piece(const RealFFT_ID* state, float* spectrum, float* half, int piece);
 
 /** Shortest transform that JURN_forward_samples takes. */
 #define JURN_SAMPLES_FFT_MIN 128

@@ -121,7 +121,32 @@ JURN_INLINE void blocks32_inverse(float* z, int count, const float* w, Source so
 
 using Pair = Vec < float, lane_count<8 ? 4 : 8>;
 
-/** Transforms three arrays of length values: length real parts, then length imaginary ones. */
+/** Transforms one array of 64 values or more: length real parts, then length imaginary ones. */
+static void long_forward(float* z, int length, const float* w) {
+  int l = length;
+  for (; l > 256; l /= 4) radix4_forward(z, length, l, complex_twiddles(w, l));
+  if (l == 256)
+    blocks256_forward(z, length, w);
+  else if (l == 128)
+    blocks128_forward(z, length, w);
+  else
+    blocks64_forward(z, length, w);
+}
+
+template <class Source>
+static void long_inverse(float* z, int length, const float* w, Source source) {
+  int last = length;
+  while (last > 256) last /= 4;
+  if (last == 256)
+    blocks256_inverse(z, length, w, source);
+  else if (last == 128)
+    blocks128_inverse(z, length, w, source);
+  else
+    blocks64_inverse(z, length, w, source);
+  for (int l = 4 * last; l <= length; l *= 4) radix4_inverse(z, length, l, complex_twiddles(w, l));
+}
+
+/** Transforms three arrays, one after the other. */
 static void complex_forward(float* z, int length, const float* w) {
   if (length == 16) {
     pair_forward<false, Pair>(z, z + 32, 16, 0, w);
@@ -129,16 +154,7 @@ static void complex_forward(float* z, int length, const float* w) {
   } else if (length == 32) {
     blocks32_forward(z, 3, w);
   } else {
-    for (int i = 0; i < 3; ++i, z += 2 * length) {
-      int l = length;
-      for (; l > 256; l /= 4) radix4_forward(z, length, l, complex_twiddles(w, l));
-      if (l == 256)
-        blocks256_forward(z, length, w);
-      else if (l == 128)
-        blocks128_forward(z, length, w);
-      else
-        blocks64_forward(z, length, w);
-    }
+    for (int i = 0; i < 3; ++i) long_forward(z + 2 * i * length, length, w);
   }
 }
 
@@ -150,18 +166,7 @@ static void complex_inverse(float* z, int length, const float* w, Source source)
   } else if (length == 32) {
     blocks32_inverse(z, 3, w, source);
   } else {
-    int last = length;
-    while (last > 256) last /= 4;
-    for (int i = 0; i < 3; ++i, z += 2 * length) {
-      if (last == 256)
-        blocks256_inverse(z, length, w, source);
-      else if (last == 128)
-        blocks128_inverse(z, length, w, source);
-      else
-        blocks64_inverse(z, length, w, source);
-      for (int l = 4 * last; l <= length; l *= 4)
-        radix4_inverse(z, length, l, complex_twiddles(w, l));
-    }
+    for (int i = 0; i < 3; ++i) long_inverse(z + 2 * i * length, length, w, source);
   }
 }
 

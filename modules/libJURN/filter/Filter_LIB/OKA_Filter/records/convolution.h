@@ -10,8 +10,11 @@
  * window of i x phases steps ago: the windows of one phase, every phases-th one, are stored side by
  * side, newest first, in a ring.
  *
- * kernels/convolution_kernels.h says how spectra lie in memory. Where a step's work is spread over
- * calls, a chunk of more than most_products products of window and partition is cut into slices. */
+ * kernels/convolution_kernels.h says how spectra lie in memory. Routes with the same taps share
+ * theirs. Where a step's work is spread over calls, transforms of JURN_PIECES_FFT_MIN and more run
+ * piece by piece, and a chunk of more than most_products products of window and partition is cut
+ * into slices.
+ */
 #ifndef JURN_CONVOLUTION_H
 #define JURN_CONVOLUTION_H
 
@@ -44,8 +47,9 @@ void JURN_plan_convolution(struct ConvolutionPlan* plan, const Convolution_shape
 /** Partitions of a level that a route of blen taps has. */
 int JURN_partitions(const struct ConvolutionPlan* plan, int level, int blen);
 
-/** The cost of one transform, in sums over one chunk of one partition. */
+/** The cost of one transform, in sums over one chunk of one partition, and of one of its pieces. */
 int JURN_transform_cost(int N);
+int JURN_piece_cost(int N, int piece);
 
 #ifdef JURN_CLONE_HOOK
 /* What the runs of a thread have cost so far, in the same unit; only tests and benchmarks have it.

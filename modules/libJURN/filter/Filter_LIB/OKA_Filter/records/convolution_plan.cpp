@@ -4,6 +4,7 @@
  * The unit of cost is the sum over one chunk of one partition. */
 #include "../../../../common/exact_arithmetic.h"
 
+#include "../../../../common/fast_convolution.h"
 #include "convolution.h"
 
 namespace {
@@ -52,7 +53,9 @@ Cost count(ConvolutionPlan* plan, const Convolution_shape* shape) {
     const long long even = (fixed + products) / level->calls;
     cost.mean += (fixed + (cached ? 1 : 2) * products) / level->calls;
     cost.even += even;
-    const long long piece = transform > 4096 * most_products ? transform : 4096 * most_products;
+    const long long piece_of_transform = JURN_fft_pieces(level->N) > 1 ? transform / 4 : transform;
+    const long long piece =
+        piece_of_transform > 4096 * most_products ? piece_of_transform : 4096 * most_products;
     cost.dearest += k > 0 && piece > even ? piece : even;
   }
   return cost;
@@ -64,6 +67,14 @@ int JURN_transform_cost(int N) {
   int log2 = 0;
   while (1 << log2 < N) ++log2;
   return N / 32 * log2 * 5 / 8 + 4;
+}
+
+/* Piece 0 is the transform of N/4, piece -1 all. */
+int JURN_piece_cost(int N, int piece) {
+  const int pieces = JURN_fft_pieces(N);
+  if (pieces == 1 || piece < 0) return JURN_transform_cost(N);
+  const int quarter = JURN_transform_cost(N / 4), others = JURN_transform_cost(N) - quarter;
+  return piece == 0 ? quarter : others * piece / (pieces - 1) - others * (piece - 1) / (pieces - 1);
 }
 
 int JURN_partitions(const ConvolutionPlan* plan, int level, int blen) {

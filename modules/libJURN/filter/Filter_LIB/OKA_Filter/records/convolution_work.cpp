@@ -5,8 +5,6 @@
 
 #include <string.h>
 
-#include "../../../../common/fast_convolution.h"
-
 namespace {
 
 const RealFFT_ID* fft_of(const Convolution_response_st* response, int k) {
@@ -42,23 +40,32 @@ void ConvolutionWork::advance() {
 }
 
 void ConvolutionWork::transform_window(int input, int frames) {
+  transform_window_piece(input, frames, JURN_ALL_PIECES);
+}
+
+void ConvolutionWork::transform_window_piece(int input, int frames, int piece) {
   const int N = level_.N;
-  const float* const past =
-      memory_ + stream_->past + static_cast<size_t>(input) * stream_->past_frames;
-  int end = stream_->now - frames;
-  if (end <= 0) end += stream_->past_frames;
+  const RealFFT_ID* const fft = fft_of(response_, k_);
   float* const window = sums(0);
-  if (N <= end) {
-    JURN_forward_array(fft_of(response_, k_), window, past + (end - N));
-  } else {
-    memcpy(window + (N - end), past, end * sizeof(float));
-    memcpy(window, past + stream_->past_frames - (N - end), (N - end) * sizeof(float));
-    MORVAX_KLOV_RealFFT_Run2(fft_of(response_, k_), window, static_cast<short>(N));
+  const float* samples = window;
+  if (piece <= 0) {
+    const float* const past =
+        memory_ + stream_->past + static_cast<size_t>(input) * stream_->past_frames;
+    int end = stream_->now - frames;
+    if (end <= 0) end += stream_->past_frames;
+    if (N <= end) {
+      samples = past + (end - N);
+    } else {
+      memcpy(window + (N - end), past, end * sizeof(float));
+      memcpy(window, past + stream_->past_frames - (N - end), (N - end) * sizeof(float));
+    }
   }
-  JURN_put_spectrum(windows(state_.phase) + input * input_stride() +
-                        static_cast<size_t>(state_.newest) * chunk_floats,
-                    chunk_stride(), window, N);
-  count_work(JURN_transform_cost(N));
+  JURN_forward_piece(fft, window, samples, piece);
+  if (is_last(piece))
+    JURN_put_spectrum(windows(state_.phase) + input * input_stride() +
+                          static_cast<size_t>(state_.newest) * chunk_floats,
+                      chunk_stride(), window, N);
+  count_work(JURN_piece_cost(N, piece < 0 ? piece : transform_pieces() - 1 - piece));
 }
 
 void ConvolutionWork::sum() {
@@ -72,31 +79,34 @@ void ConvolutionWork::compute_previous_step() {
       step_at(wraps ? level_.phases - 1 : state_.phase - 1, newest < level_.slots ? newest : 0), 0,
       chunks());
   for (int output = 0; output < stream_->shape.outputs; ++output)
-    transform_back(output, outputs(state_.side, output));
+    transform_back_to(outputs(state_.side, output), output, JURN_ALL_PIECES);
 }
 
 void ConvolutionWork::transform_back(int output) {
-  transform_half_back(output, sums(output) + level_.N / 2);
+  transform_back_piece(output, sums(output) + level_.N / 2, JURN_ALL_PIECES);
 }
 
-void ConvolutionWork::transform_half_back(int output, float* half) {
-  JURN_inverse_half(fft_of(response_, k_), sums(output), half);
-  count_work(JURN_transform_cost(level_.N));
+void ConvolutionWork::transform_back_piece(int output, float* half, int piece) {
+  JURN_inverse_piece(fft_of(response_, k_), sums(output), half, piece);
+  count_work(JURN_piece_cost(level_.N, piece));
 }
 
-void ConvolutionWork::transform_back(int output, float* samples) {
+void ConvolutionWork::transform_back_to(float* samples, int output, int piece) {
   if (2 * level_.hop == level_.N) {
-    transform_half_back(output, samples);
+    transform_back_piece(output, samples, piece);
   } else {
-    transform_back(output);
-    memcpy(samples, sums(output) + (level_.N - level_.hop), level_.hop * sizeof(float));
+    transform_back_piece(output, sums(output) + level_.N / 2, piece);
+    if (is_last(piece))
+      memcpy(samples, sums(output) + (level_.N - level_.hop), level_.hop * sizeof(float));
   }
 }
 
 int ConvolutionWork::pieces_before(int call) const {
-  const long long inputs = stream_->shape.inputs, outputs = stream_->shape.outputs;
+  const long long pieces_of_one = transform_pieces();
+  const long long inputs = stream_->shape.inputs * pieces_of_one;
+  const long long outputs = stream_->shape.outputs * pieces_of_one;
   const long long transform = 2LL * slices() * JURN_transform_cost(level_.N);
-  const long long slice = 2LL * (products() > 0 ? products() : 1);
+  const long long slice = 2LL * pieces_of_one * (products() > 0 ? products() : 1);
   const long long all = (inputs + outputs) * transform + chunks() * slices() * slice;
   long long until = all * call / level_.calls;
   const auto take = [&](long long count, long long cost) {
@@ -111,17 +121,18 @@ int ConvolutionWork::pieces_before(int call) const {
 }
 
 void ConvolutionWork::work(int first, int last, int calls) {
-  const int inputs = stream_->shape.inputs, sum_pieces = chunks() * slices();
+  const int transforms = transform_pieces();
+  const int inputs = stream_->shape.inputs * transforms, sum_pieces = chunks() * slices();
   for (; first < last && first < inputs; ++first)
-    transform_window(first, calls * stream_->shape.block);
+    transform_window_piece(first / transforms, calls * stream_->shape.block, first % transforms);
   const int sum_end = last < inputs + sum_pieces ? last : inputs + sum_pieces;
   if (first < sum_end) {
     sum_slices(first - inputs, sum_end - inputs);
     first = sum_end;
   }
   for (; first < last; ++first) {
-    const int output = first - inputs - sum_pieces;
-    transform_back(output, outputs(1 - state_.side, output));
+    const int piece = first - inputs - sum_pieces, output = piece / transforms;
+    transform_back_to(outputs(1 - state_.side, output), output, piece % transforms);
   }
 }
 

@@ -3,6 +3,7 @@
 #ifndef JURN_CONVOLUTION_WORK_H
 #define JURN_CONVOLUTION_WORK_H
 
+#include "../../../../common/fast_convolution.h"
 #include "convolution.h"
 
 /** A level of a stream, with the response that it runs, in one of the stream's sets of sums and
@@ -26,8 +27,8 @@ class ConvolutionWork {
   void compute_previous_step();
 
   /** How many of a step's pieces of work come before a call: those whose middle lies in the calls
-   * before, when all calls take equal shares of the cost. The pieces are every input's transform,
-   * the slices of all chunks, every output's transform. */
+   * before, when all calls take equal shares of the cost. The pieces are those of every input's
+   * transform, the slices of all chunks, those of every output's transform. */
   int pieces_before(int call) const;
   /** Pieces of work from first to last - 1; the window ends `calls` calls ago. */
   void work(int first, int last, int calls);
@@ -47,9 +48,13 @@ class ConvolutionWork {
   ConvolutionStep step_at(int phase, int newest) const;
   void sum_chunks(const ConvolutionStep& step, int first, int last);
   void sum_slices(int first, int last);
-  void transform_back(int output, float* samples);
-  /** The last half of the samples of one output, which holds the last hop, to `half`. */
-  void transform_half_back(int output, float* half);
+  int transform_pieces() const { return JURN_fft_pieces(level_.N); }
+  bool is_last(int piece) const { return piece < 0 || piece == transform_pieces() - 1; }
+  void transform_window_piece(int input, int frames, int piece);
+  /** A piece of an output's transform; the last gives the half that holds the last hop, or the last
+   * hop itself. */
+  void transform_back_piece(int output, float* half, int piece);
+  void transform_back_to(float* samples, int output, int piece);
 
   Convolution_stream_st* const stream_;
   const Convolution_response_st* const response_;
