@@ -1,5 +1,5 @@
 // Chromium and a server for the built page, for the tests beside this file.
-import { createReadStream, existsSync, statSync } from 'node:fs';
+import { existsSync, readFileSync, statSync } from 'node:fs';
 import { createServer } from 'node:http';
 import { createRequire } from 'node:module';
 import { extname, join, normalize } from 'node:path';
@@ -9,24 +9,33 @@ const root = fileURLToPath(new URL('../../', import.meta.url));
 const { chromium } = createRequire(join(root, 'bindings/web/package.json'))('playwright-core');
 const TYPES = {
   '.html': 'text/html', '.js': 'text/javascript', '.css': 'text/css', '.wasm': 'application/wasm',
+  '.svg': 'image/svg+xml', '.webmanifest': 'application/manifest+json',
 };
 
-/** Serves the page; other paths come from `extra`, a map from path to content. */
+/** Serves the page; other paths come from `extra`, a map from path to content. `sent` lists what went out. */
 export async function serve(extra = {}) {
+  const sent = [];
   const server = createServer((request, response) => {
     const path = normalize(decodeURIComponent(new URL(request.url, 'http://x').pathname));
     const file = join(root, 'build/web', path === '/' ? 'index.html' : path);
     if (path in extra) {
-      response.writeHead(200, { 'content-type': 'text/html' }).end(extra[path]);
+      response.writeHead(200, { 'content-type': TYPES[extname(path)] ?? 'text/html' }).end(extra[path]);
     } else if (existsSync(file) && statSync(file).isFile()) {
-      response.writeHead(200, { 'content-type': TYPES[extname(file)] ?? 'application/octet-stream' });
-      createReadStream(file).pipe(response);
+      const modified = statSync(file).mtime.toUTCString();
+      if (request.headers['if-modified-since'] === modified) return response.writeHead(304).end();
+      const bytes = readFileSync(file);
+      sent.push({ path, bytes: bytes.length });
+      response.writeHead(200, { 'content-type': TYPES[extname(file)] ?? 'application/octet-stream', 'last-modified': modified });
+      response.end(bytes);
     } else {
       response.writeHead(404).end();
     }
   });
   await new Promise((done) => server.listen(0, '127.0.0.1', done));
-  return { url: `http://127.0.0.1:${server.address().port}`, close: () => server.close() };
+  return { url: `http://127.0.0.1:${server.address().port}`, sent, close: () => {
+    server.close();
+    server.closeAllConnections();
+  } };
 }
 
 export const launch = (...args) =>
@@ -35,6 +44,14 @@ export const launch = (...args) =>
     args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
            '--disable-background-networking', '--disable-component-update', '--disable-sync', ...args],
   });
+
+/** Playwright's own wait evaluates text in the page, which the page's policy forbids. */
+async function until(page, condition, arg, { timeout = 30000 } = {}) {
+  for (const end = Date.now() + timeout; !(await page.evaluate(condition, arg));) {
+    if (Date.now() > end) throw new Error(`not within ${timeout} ms: ${condition} of ${arg}`);
+    await page.waitForTimeout(30);
+  }
+}
 
 /** A page of the site once it is ready; `errors` collects what the console would show. */
 export async function open(browser, url, options = {}) {
@@ -45,6 +62,7 @@ export async function open(browser, url, options = {}) {
     if (['error', 'warning'].includes(message.type())) errors.push(message.text());
   });
   page.on('pageerror', (error) => errors.push(error.message));
+  page.waitForFunction = (...condition) => until(page, ...condition);
   await page.goto(url);
   await page.waitForFunction(() => document.body.dataset.ready === 'yes' &&
     document.getElementById('engine').textContent !== '');

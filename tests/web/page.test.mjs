@@ -64,7 +64,8 @@ const responseAt = (page, x) => page.evaluate((at) => {
 
 /** A page that plays a tone of both channels and records what it gives. */
 async function playTone(frequency, level) {
-  const context = await browser.newContext({ viewport: { width: 1300, height: 900 } });
+  // The policy of the page lets no such recorder in.
+  const context = await browser.newContext({ viewport: { width: 1300, height: 900 }, bypassCSP: true });
   const page = await context.newPage();
   const errors = [];
   page.on('console', (message) => errors.push(message.text()));
@@ -147,6 +148,9 @@ test('broken files get a sentence, and the filter stays', async () => {
     ['#coefficients', upload('empty.csv', ''), 'empty.csv: holds no numbers'],
     ['#coefficients', upload('photo.txt', '\xff\xd8\xff\xe0 JFIF'), 'photo.txt'],
     ['#recording', upload('noise.wav', 'RIFF....WAVEfmt nothing'), 'noise.wav: this browser cannot read it'],
+    ['#recording', upload('nothing.wav', ''), 'nothing.wav: the file is empty.'],
+    ['#recording', upload('zero.wav', wav([new Float32Array(0)], 48000, true)), 'zero.wav: it holds no sample.'],
+    ['#response', upload('short.wav', wav([new Float32Array(0)], 44100, false)), 'short.wav: it holds no sample.'],
     ['#response', upload('room.wav', 'RIFF'), 'room.wav: this browser cannot read it'],
     ['#response', upload('mute.wav', wav([new Float32Array(1000)], 48000, true)), 'mute.wav: the response is silent'],
     ['#response', upload('long.wav', wav([tone(50, 0.1, 11)], 48000, true)), 'up to 10 s'],
@@ -191,15 +195,83 @@ test('the microphone: denied with a sentence, allowed it is heard', async () => 
   await allowed.close();
 });
 
+const bandOf = (page, i) => page.locator('#bands tr').nth(i).locator('input[type=number]').evaluateAll(
+  (fields) => fields.map((field) => Number(field.value)));
+
+test('a double click adds a band and resets one, a menu at it chooses its type, two fingers its width', async () => {
+  const { page, errors, close } = await open_({ viewport: { width: 1300, height: 900 }, hasTouch: true, reducedMotion: 'reduce' });
+  const count = (n) => page.waitForFunction((wanted) => document.querySelectorAll('.handle').length === wanted, n);
+  const view = await page.locator('#view').boundingBox();
+  await page.mouse.dblclick(view.x + 0.35 * view.width, view.y + 40);
+  await count(5);
+  const [frequency, gain] = await bandOf(page, 4);
+  assert.ok(frequency > 100 && frequency < 400 && gain > 6, `${frequency} Hz, ${gain} dB`);
+  const handle = page.locator('.handle').nth(4);
+  const box = await handle.boundingBox();
+  assert.ok(Math.abs(box.x + box.width / 2 - view.x - 0.35 * view.width) < 3, 'where it was clicked');
+  // Taken at its edge it does not jump, and says where it is on the way.
+  await page.mouse.move(box.x + 4, box.y + 8);
+  await page.mouse.down();
+  await page.mouse.move(box.x + 5, box.y + 8);
+  const near = await bandOf(page, 4);
+  assert.ok(Math.abs(near[0] / frequency - 1) < 0.03 && Math.abs(near[1] - gain) < 0.2, `${near}`);
+  assert.match(await page.textContent('#band-readout'), /^\d+ Hz   \d+\.\d dB   Q 1$/);
+  await page.mouse.up();
+  assert.ok(await page.locator('#band-readout').isHidden());
+  await handle.dblclick();
+  assert.equal((await bandOf(page, 4))[1], 0);
+  await count(5);
+  // New bands from the button lie apart.
+  for (let i = 0; i < 3; ++i) await page.click('#add-band');
+  const places = await Promise.all([0, 1, 2, 3, 4, 5, 6, 7].map(async (i) => (await bandOf(page, i))[0]));
+  places.sort((a, b) => a - b).forEach((f, i) => assert.ok(i === 0 || f > 1.3 * places[i - 1], `${places}`));
+  await handle.click({ button: 'right' });
+  await page.keyboard.press('End');
+  await page.keyboard.press('ArrowDown'); // the first again: the peak
+  for (let i = 0; i < 3; ++i) await page.keyboard.press('ArrowDown');
+  await page.keyboard.press('Enter');
+  assert.equal(await page.locator('#bands select').nth(4).inputValue(), 'HPQ');
+  assert.ok(await handle.evaluate((x) => document.activeElement === x));
+  // Two fingers, apart from each other: twice as wide.
+  const client = await page.context().newCDPSession(page);
+  const fingers = (type, apart) => client.send('Input.dispatchTouchEvent', { type,
+    touchPoints: apart ? [-1, 1].map((side, id) => ({ id, x: view.x + view.width / 2 + (side * apart) / 2, y: view.y + 60 })) : [] });
+  await fingers('touchStart', 100);
+  await fingers('touchMove', 150);
+  await fingers('touchMove', 200);
+  await fingers('touchEnd');
+  assert.equal((await bandOf(page, 4))[2], 0.5);
+  // Who wants less motion: the spectrogram is written over in its place.
+  await page.click('#play');
+  const columns = () => page.evaluate(() => {
+    const { width, height } = document.getElementById('spectrogram');
+    const { data } = document.getElementById('spectrogram').getContext('2d').getImageData(0, 0, width, height);
+    return [...Array(width).keys()].filter((x) => data[4 * (width * (height >> 1) + x) + 3] > 0);
+  });
+  await page.waitForFunction(() => !document.querySelector('#meter-out output').value.startsWith('−∞'));
+  await page.waitForTimeout(400);
+  const written = await columns();
+  assert.ok(written[0] === 0 && written.at(-1) < 400, `${written[0]} to ${written.at(-1)}`);
+  assert.deepEqual(errors, []);
+  await close();
+});
+
 test('keys: bands, tabs, play, original and filtered; a link brings all back', async () => {
   const { page, errors, close } = await open_({});
   const band = page.locator('.handle').nth(1);
   await band.focus();
   for (const key of ['ArrowUp', 'ArrowUp', 'ArrowRight', 'PageUp', 'Shift+ArrowDown']) await page.keyboard.press(key);
-  const [, frequency, gain, q] = await page.locator('#bands tr').nth(1).locator('input').evaluateAll(
-    (fields) => fields.map((field) => field.value));
-  assert.deepEqual([Number(frequency), Number(gain), Number(q)], [445, -4.1, 1.38]);
+  assert.deepEqual(await bandOf(page, 1), [445, -4.1, 1.38]);
   assert.match(await band.getAttribute('aria-valuetext'), /Peak, 445 hertz, -4.1 decibels/);
+  await page.keyboard.press('End');
+  assert.equal((await bandOf(page, 1))[0], 20000);
+  await page.keyboard.press('Home');
+  assert.equal((await bandOf(page, 1))[0], 20);
+  await page.locator('#hear-filtered').focus();
+  await page.keyboard.press('ArrowLeft');
+  assert.equal(await page.getAttribute('#hear-original', 'aria-checked'), 'true');
+  await page.keyboard.press('End');
+  await band.focus();
   await page.keyboard.press('f');
   assert.equal(await page.getAttribute('#hear-original', 'aria-checked'), 'true');
   await page.locator('footer').click();
@@ -215,6 +287,9 @@ test('keys: bands, tabs, play, original and filtered; a link brings all back', a
   await page.locator('#source').focus();
   for (let i = 0; i < 6; ++i) await page.keyboard.press('ArrowLeft');
   assert.match(await page.getAttribute('#source', 'aria-valuetext'), /30 degrees right, 1.0 metres/);
+  await page.keyboard.press('Home');
+  assert.match(await page.getAttribute('#source', 'aria-valuetext'), /^0 degrees/);
+  for (let i = 0; i < 6; ++i) await page.keyboard.press('ArrowRight');
   await page.waitForTimeout(500);
   const again = await open_({}, new URL(page.url()).hash);
   assert.equal(await again.page.inputValue('#azimuth'), '30');
@@ -289,7 +364,7 @@ test('the panel of the same bits: every line, with vectors and without', async (
 
 test('every kind and view on a phone and a desktop: nothing beside the page, every control named', async () => {
   for (const [width, colorScheme] of [[360, 'light'], [768, 'dark'], [1400, 'light']]) {
-    const { page, errors, close } = await open_({ viewport: { width, height: 800 }, colorScheme });
+    const { page, errors, close } = await open_({ viewport: { width, height: 800 }, colorScheme, isMobile: width === 360, hasTouch: width === 360 });
     for (const kind of ['eq', 'file', 'room', 'head', 'mean']) {
       await page.click(`[data-kind=${kind}]`);
       for (const view of ['magnitude', 'phase', 'delay', 'roots']) await page.click(`[data-view=${view}]`);
@@ -297,6 +372,9 @@ test('every kind and view on a phone and a desktop: nothing beside the page, eve
       assert.ok(wide <= 0, `${kind} at ${width}: ${wide} pixels too wide`);
     }
     await page.click('[data-kind=eq]');
+    await page.click('[data-view=magnitude]');
+    assert.match(await page.textContent('#chart-hint'), width === 360 ? /two fingers.*long press/ : /wheel.*right button/);
+    assert.equal(await page.locator('.keys').isVisible(), width !== 360);
     const cut = await page.evaluate(() => [...document.querySelectorAll('.bands, .bands input')]
       .filter((x) => x.scrollWidth > x.clientWidth || x.offsetWidth > x.parentElement.clientWidth).map((x) => x.outerHTML.slice(0, 80)));
     assert.deepEqual(cut, [], `at ${width}`);

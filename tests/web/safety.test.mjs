@@ -44,7 +44,7 @@ const listen = (page) => page.addInitScript(() => {
 });
 
 async function playing(frequency, level, prepare) {
-  const context = await browser.newContext({ viewport: { width: 1300, height: 900 } });
+  const context = await browser.newContext({ viewport: { width: 1300, height: 900 }, bypassCSP: true });
   const page = await context.newPage();
   await listen(page);
   await page.goto(server.url);
@@ -74,8 +74,11 @@ test('loud filters wait for a click, and the limiter holds the loudspeakers', as
   const loud = await page.evaluate(() => window.peak());
   assert.ok(loud > 0.8 && loud <= 1, `${loud}`);
   assert.ok(await page.locator('#play-loud').isHidden());
+  const clips = () => page.textContent('#meter-out .clips');
+  assert.ok(parseInt(await clips()) > 1000, await clips());
   await page.fill('#preamp', '0');
   await page.waitForFunction(() => document.getElementById('limited').hidden);
+  assert.equal(await clips(), '0 clipped', 'of the filter before');
   await close();
 });
 

@@ -1,27 +1,30 @@
-// The two pictures of the README: docs/web-equaliser.png and docs/web-head.png.
+// The two pictures of the README, docs/web-equaliser.png and docs/web-head.png, and the one that
+// links to the page show, web/preview.png.
+import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { launch, open, serve } from './browser.mjs';
 
-const docs = fileURLToPath(new URL('../../docs/', import.meta.url));
+const root = fileURLToPath(new URL('../../', import.meta.url));
 const server = await serve();
 const browser = await launch();
-const take = async (name, colorScheme, prepare) => {
-  const { page, close } = await open(browser, server.url, { viewport: { width: 1280, height: 860 }, colorScheme });
+const take = async (path, colorScheme, prepare, height = 860, width = 1280) => {
+  const { page, close } = await open(browser, server.url, { viewport: { width, height }, colorScheme });
   await page.click('#play');
   await prepare(page);
   await page.waitForTimeout(8000);
   await page.mouse.move(0, 0);
-  await page.screenshot({ path: `${docs}${name}.png` });
+  await page.screenshot({ path: join(root, path) });
   await close();
 };
-await take('web-equaliser', 'dark', async (page) => {
+await take('docs/web-equaliser.png', 'dark', async (page) => {
   await page.selectOption('#precision', 'int16');
 });
-await take('web-head', 'light', async (page) => {
+await take('docs/web-head.png', 'light', async (page) => {
   await page.selectOption('#sound', 'guitar');
   await page.click('[data-kind=head]');
   await page.click('#run-checksum');
   await page.waitForSelector('#bits .same');
 });
+await take('web/preview.png', 'dark', () => {}, 630, 1200);
 await browser.close();
 server.close();

@@ -1,15 +1,34 @@
 // The equaliser: its bands as handles on the curve and as rows of a table.
+import { openMenu } from './menu.js';
 import { changed, chart, element, say, setting } from './page.js';
 import { BAND_TYPES, clamp, hasGain, highest, LIMITS, type Band, type BandType } from './setting.js';
 
-let dragging = false;
+/** The handle that is dragged, and where on it: so it does not jump when it is taken. */
+let drag: { handle: HTMLElement; pointer: number; x: number; y: number } | null = null;
 let selected = 0;
 
-export const bandIsDragged = () => dragging;
+export const bandIsDragged = () => drag !== null;
+
+const FLATTEST = 0.707; // of a pass of second order
 
 const describeBand = (band: Band) =>
   `${BAND_TYPES[band.type]}, ${Math.round(band.frequency)} hertz` +
   (hasGain(band.type) ? `, ${band.gain.toFixed(1)} decibels` : '') + `, Q ${band.q}${band.on ? '' : ', off'}`;
+
+let readoutTimer = 0;
+
+/** At the side of the chart where the handle is not. */
+function showReadout(i: number): void {
+  const band = setting.bands[i], readout = element('band-readout');
+  readout.textContent = [`${frequencyText(band.frequency)} Hz`, ...(hasGain(band.type) ? [`${band.gain.toFixed(1).replace('-', '−')} dB`] : []),
+                         `Q ${band.q}`].join('   ');
+  readout.classList.toggle('left', chart.x(band.frequency) > element('view').clientWidth / 2);
+  readout.hidden = false;
+  clearTimeout(readoutTimer);
+  readoutTimer = window.setTimeout(() => (readout.hidden = drag === null), 1500);
+}
+
+const frequencyText = (frequency: number) => String(frequency < 100 ? frequency : Math.round(frequency));
 
 export function placeHandles(): void {
   const root = element('handles');
@@ -39,21 +58,37 @@ function makeHandle(i: number): HTMLButtonElement {
   handle.setAttribute('aria-valuemin', String(LIMITS.frequency[0]));
   handle.setAttribute('aria-valuemax', String(LIMITS.frequency[1]));
   handle.onfocus = () => selectBand(i);
+  handle.setAttribute('aria-haspopup', 'menu');
   handle.onpointerdown = (event) => {
+    if (event.button !== 0) return;
+    const band = setting.bands[i];
     handle.setPointerCapture(event.pointerId);
-    dragging = true;
+    drag = { handle, pointer: event.pointerId, x: event.clientX - chart.x(band.frequency), y: event.clientY - chart.y(band.gain) };
     selectBand(i);
+    showReadout(i);
   };
   handle.onpointermove = (event) => {
-    if (!handle.hasPointerCapture(event.pointerId)) return;
-    const box = element('view').getBoundingClientRect();
+    if (drag?.pointer !== event.pointerId || drag.handle !== handle) return;
     const band = setting.bands[i];
-    moveBand(i, chart.frequencyAt(event.clientX - box.left),
-             hasGain(band.type) ? chart.valueAt(event.clientY - box.top) - setting.preamp : band.gain);
+    moveBand(i, chart.frequencyAt(event.clientX - drag.x), hasGain(band.type) ? chart.valueAt(event.clientY - drag.y) : band.gain);
   };
-  handle.onpointerup = handle.onpointercancel = () => {
-    dragging = false;
-    changed();
+  handle.onpointerup = handle.onpointercancel = letGo;
+  handle.ondblclick = (event) => {
+    event.stopPropagation();
+    if (hasGain(setting.bands[i].type)) setBand(i, { gain: 0 });
+    else setBand(i, { q: FLATTEST });
+    showReadout(i);
+  };
+  handle.oncontextmenu = (event) => {
+    event.preventDefault();
+    letGo();
+    selectBand(i);
+    openMenu(handle, [
+      ...Object.entries(BAND_TYPES).map(([type, name]) =>
+        ({ name, chosen: setting.bands[i].type === type, run: () => setBand(i, { type: type as BandType }) })),
+      { name: setting.bands[i].on ? 'Off' : 'On', run: () => setBand(i, { on: !setting.bands[i].on }) },
+      { name: 'Remove', run: () => removeBand(i) },
+    ]);
   };
   handle.onwheel = (event) => {
     event.preventDefault();
@@ -70,6 +105,8 @@ function makeHandle(i: number): HTMLButtonElement {
       ArrowDown: () => moveBand(i, band.frequency, band.gain - step),
       PageUp: () => setQ(i, band.q * 1.15),
       PageDown: () => setQ(i, band.q / 1.15),
+      Home: () => moveBand(i, LIMITS.frequency[0], band.gain),
+      End: () => moveBand(i, LIMITS.frequency[1], band.gain),
       Enter: () => setBand(i, { on: !band.on }),
       Delete: () => removeBand(i),
     };
@@ -78,6 +115,16 @@ function makeHandle(i: number): HTMLButtonElement {
     actions[event.key]();
   };
   return handle;
+}
+
+/** Ends the drag, if there is one. */
+export function letGo(): void {
+  if (!drag) return;
+  const { handle, pointer } = drag;
+  drag = null;
+  if (handle.hasPointerCapture(pointer)) handle.releasePointerCapture(pointer);
+  element('band-readout').hidden = true;
+  changed();
 }
 
 function selectBand(i: number): void {
@@ -93,9 +140,17 @@ function moveBand(i: number, frequency: number, gain: number): void {
     frequency: rounded(clamp(frequency, [LIMITS.frequency[0], highest(setting.rate)])),
     gain: +clamp(gain, LIMITS.gain).toFixed(1),
   });
+  showReadout(i);
 }
 
-const setQ = (i: number, q: number) => setBand(i, { q: +clamp(q, LIMITS.q).toPrecision(3) });
+function setQ(i: number, q: number): void {
+  setBand(i, { q: +clamp(q, LIMITS.q).toPrecision(3) });
+  showReadout(i);
+}
+
+/** The Q of the chosen band, for who changes it away from its handle. */
+export const chosenQ = (): number | undefined => setting.bands[selected]?.q;
+export const setChosenQ = (q: number): void => setQ(selected, q);
 
 function setBand(i: number, change: Partial<Band>): void {
   Object.assign(setting.bands[i], change);
@@ -121,7 +176,7 @@ export function showBands(): void {
     on.checked = band.on;
     type.value = band.type;
     for (const [field, value] of [[frequency, band.frequency], [gain, band.gain], [q, band.q]] as const)
-      if (document.activeElement !== field || dragging) field.value = String(value);
+      if (document.activeElement !== field || drag) field.value = String(value);
     gain.disabled = !hasGain(band.type);
     row.classList.toggle('selected', i === selected);
   });
@@ -155,10 +210,18 @@ function makeRow(i: number): HTMLTableRowElement {
   return row;
 }
 
-export function addBand(): void {
+/** The middle of the widest gap between the bands, as ears space frequencies. */
+function gap(): number {
+  const places = [...setting.bands.map(({ frequency }) => frequency), LIMITS.frequency[0], highest(setting.rate)].sort((a, b) => a - b);
+  let widest = 1;
+  for (let i = 2; i < places.length; ++i)
+    if (places[i] / places[i - 1] > places[widest] / places[widest - 1]) widest = i;
+  return Math.sqrt(places[widest] * places[widest - 1]);
+}
+
+export function addBand(frequency = gap(), gain = 0): void {
   if (setting.bands.length >= 32) return say('32 bands are the most that the page shows.');
   setting.bands.push({ on: true, type: 'PK', frequency: 1000, gain: 0, q: 1 });
   selected = setting.bands.length - 1;
-  showBands();
-  changed();
+  moveBand(selected, frequency, gain);
 }

@@ -1,5 +1,7 @@
 // The panel that runs the checksum program here and compares its lines with the native build's.
-import { element, sayError, sound } from './page.js';
+import { hasSimd } from 'jurn-filter';
+import { load } from './files.js';
+import { element, sayError } from './page.js';
 
 export async function checkBits(): Promise<void> {
   const button = element<HTMLButtonElement>('run-checksum');
@@ -7,9 +9,9 @@ export async function checkBits(): Promise<void> {
   button.disabled = true;
   summary.textContent = 'Running…';
   try {
-    const expected = (await (await fetch('checksum.txt')).text()).trim().split('\n').map((line) => line.split(/\s+/));
+    const expected = new TextDecoder().decode(await load('checksum.txt', 'The sums of the native build')).trim().split('\n').map((line) => line.split(/\s+/));
     const results: Record<string, Map<string, string>> = {};
-    const { simd } = await sound.library;
+    const simd = hasSimd();
     const builds = simd ? ['simd', 'scalar'] : ['scalar'];
     await Promise.all(builds.map((build) => new Promise<void>((done, failed) => {
       const worker = new Worker(new URL('./checksum.js', import.meta.url), { type: 'module' });

@@ -21,6 +21,8 @@ export function surface(canvas: HTMLCanvasElement): Surface | null {
   return { context, width, height };
 }
 
+export const lessMotion = matchMedia('(prefers-reduced-motion: reduce)');
+
 let colours: Record<string, string> = {};
 
 export function colour(name: string): string {

@@ -1,4 +1,14 @@
-// Files that the page gives away, and which kinds it is given.
+// Files that the page brings along, gives away, and which kinds it is given.
+
+/** The bytes of a file that the page brings along; else a sentence. */
+export async function load(address: string, name: string): Promise<ArrayBuffer> {
+  const gone = () => {
+    throw new Error(`${name} cannot be loaded: the server of this page is not reached.`);
+  };
+  const response = await fetch(address).catch(gone);
+  if (!response.ok) throw new Error(`${name} cannot be loaded: the server answers ${response.status}.`);
+  return response.arrayBuffer().catch(gone);
+}
 
 export function download(name: string, content: BlobPart): void {
   const link = document.createElement('a');
@@ -46,8 +56,8 @@ export interface Recording {
 }
 
 /**
- * The samples of a WAV file of whole numbers or floats, exactly, and its rate; null for other files
- * and for those without a sample.
+ * The samples of a WAV file of whole numbers or floats, exactly, and its rate; null for other files.
+ * A file without a sample has no channels.
  * Browsers read it too, but Chromium scales positive samples by 32768/32767.
  */
 export function readWav(bytes: ArrayBuffer): Recording | null {
@@ -74,7 +84,8 @@ export function readWav(bytes: ArrayBuffer): Recording | null {
       };
       const sample = read[`${format} ${bits}`];
       const width = bits / 8, frames = Math.floor(size / (count * width));
-      if (!sample || count < 1 || count > MOST_CHANNELS || rate < 1 || !(frames >= 1)) return null;
+      if (!sample || count < 1 || count > MOST_CHANNELS || rate < 1) return null;
+      if (frames === 0) return { rate, channels: [] };
       const channels: Float32Array<ArrayBuffer>[] = [];
       for (let c = 0; c < count; ++c) {
         const channel = new Float32Array(frames);

@@ -3,7 +3,8 @@ import type { Filter } from 'jurn-filter';
 import type { Design, Notice } from 'jurn-filter/design';
 import { bandIsDragged, placeHandles } from './bands.js';
 import type { Curve } from './chart.js';
-import { chart, designer, element, library, loaded, running, sayError, setting, sound } from './page.js';
+import { bring } from './opened.js';
+import { chart, designer, element, loaded, running, sayError, setting, sound } from './page.js';
 import { respond, respondLong } from './response.js';
 import { roomResponse } from './rooms.js';
 import { equaliserText } from './setting.js';
@@ -28,12 +29,16 @@ export async function update(exactPeak: boolean): Promise<void> {
   let filter: Filter | null = null;
   let runs: Design | null = null;
   let response: ((inputs: number) => Float32Array[]) | null = null;
-  const filters = await library;
+  const loading = bring();
+  if (loading) showNotices([{ text: 'Being loaded', warning: false }]);
+  const failure = await loading?.catch((error: unknown) => error);
+  const connect = (channels: Float32Array[]) => loaded.library!.connect(channels, 2);
   let peak = 0;
   chart.rate = setting.rate;
   chart.roots = null;
   element('turn').hidden = true;
   try {
+    if (failure) throw failure;
     if (setting.kind === 'eq' || setting.kind === 'file') {
       const wanted = setting.kind === 'eq'
         ? design.parse('equaliser', new TextEncoder().encode(equaliserText(setting)), { rate: setting.rate, wanted: 'sections' })
@@ -61,12 +66,12 @@ export async function update(exactPeak: boolean): Promise<void> {
       filter = { kind: 'average', length: setting.mean, precision: setting.precision };
       curves.push({ response: respond(filter, setting.rate), colour: 'curve' });
     } else if (setting.kind === 'room') {
-      const room = loaded.rooms[setting.room] ?? loaded.rooms.hall;
+      const room = loaded.rooms[setting.room];
       if (room) {
         const channels = roomResponse(room, setting.wet / 100);
         response = () => channels;
         // A length is reserved, so that rooms fade into each other with their tails.
-        filter = { ...filters.connect(channels, 2), taps: Math.max(2 * setting.rate, channels[0].length) };
+        filter = { ...connect(channels), taps: Math.max(2 * setting.rate, channels[0].length) };
         const names = channels.length === 4 ? ['left', '', '', 'right'] : ['left', 'right'];
         names.forEach((name, c) => {
           if (name) curves.push({ response: respondLong(channels[c % channels.length], setting.rate), colour: c === 0 ? 'curve' : 'second', name });
@@ -79,13 +84,14 @@ export async function update(exactPeak: boolean): Promise<void> {
       const { head } = loaded;
       const { azimuth, distance } = setting;
       response = (inputs) => head.response(azimuth, distance, inputs);
-      filter = filters.connect(response(2), 2);
+      filter = connect(response(2));
       const ears = head.pair(setting.azimuth).map((ear) =>
         respond({ kind: 'fir', b: ear.map((tap) => tap / setting.distance) }, setting.rate));
       curves.push({ response: ears[0], colour: 'curve', name: 'left ear' }, { response: ears[1], colour: 'second', name: 'right ear' });
     }
   } catch (error) {
-    notices.push({ text: `${error instanceof Error ? error.message : String(error)}. You hear the original`, warning: true });
+    const reason = (error instanceof Error ? error.message : String(error)).replace(/\.$/, '');
+    notices.push({ text: `${reason}. You hear the original`, warning: true });
     curves.length = 0;
   }
   if (peak <= UNASKED) allowed = UNASKED;

@@ -1,26 +1,28 @@
 // Ties the parts of the page to its elements.
+import { hasSimd } from 'jurn-filter';
 import type { Design } from 'jurn-filter/design';
 import { addBand, placeHandles, showBands } from './bands.js';
 import { checkBits } from './bits.js';
-import { colour, forgetColours } from './canvas.js';
+import { colour, forgetColours, lessMotion } from './canvas.js';
 import type { View } from './chart.js';
 import { wireBlind } from './blind.js';
+import { keep } from './keep.js';
 import { playLoud, turned, update } from './filter.js';
+import { wireChart } from './gestures.js';
 import { Meter, Spectrogram } from './meters.js';
-import { drop, loadRooms, showFile, useCoefficients, useRoom } from './opened.js';
-import { changed, chart, element, input, say, sayError, select, setting, showLink, sound, undo, whenChanged, whenReplaced } from './page.js';
-import { chooseSound, hear, recordingOf, recordings, showPlaying, SOUNDS, toggleOriginal, togglePlay, useRecording } from './recordings.js';
+import { drop, EXAMPLES, remakeRooms, showFile, useExample, useRoom } from './opened.js';
+import { changed, chart, element, input, say, select, setting, showLink, sound, undo, whenChanged, whenReplaced } from './page.js';
+import { chooseSound, hear, prefetch, recordings, showPlaying, SOUNDS, toggleOriginal, togglePlay, useRecording } from './recordings.js';
+import { wirePresets } from './presets.js';
 import { clamp, hasGain, highest, LIMITS, type Kind, type Setting } from './setting.js';
 import { placeSource, wireSource } from './source.js';
 import { showKind, showView, wireTabs } from './tabs.js';
 import { saveC, saveCoefficients, saveRecording, saveWav, showCommand } from './take_home.js';
 
-const EXAMPLES: Record<string, string> = {
-  'telephone.txt': 'Telephone, FIR of 255 taps', 'dark.txt': 'Dark, 8 sections', 'low-cut.txt': 'Low cut, 2 sections',
-};
-
 const meters = { in: new Meter(element('meter-in')), out: new Meter(element('meter-out')) };
-const spectrogram = new Spectrogram(element<HTMLCanvasElement>('spectrogram'));
+const spectrogram = new Spectrogram(element<HTMLCanvasElement>('spectrogram'), element<HTMLCanvasElement>('spectrogram-axes'));
+/** Who asks for less motion sees the pictures of the sound change twice a second. */
+const STILL_MILLISECONDS = 500;
 
 function clock(seconds: number): string {
   return `${Math.floor(seconds / 60)}:${String(Math.floor(seconds % 60)).padStart(2, '0')}`;
@@ -38,15 +40,36 @@ function showLimiter(by: number): void {
   output.hidden = now - limitedAt > 700;
 }
 
+const OLD_LEVELS_MILLISECONDS = 300; // after which no level of the filter before arrives
+let countedOf = '';
+
+/** Clips are those of one filter; a head that is gone around is one. */
+function countClips(): void {
+  const { sound: _sound, azimuth: _azimuth, distance: _distance, ...filter } = setting;
+  const key = JSON.stringify(filter);
+  if (key === countedOf) return;
+  countedOf = key;
+  meters.out.restart();
+  setTimeout(() => meters.out.restart(), OLD_LEVELS_MILLISECONDS);
+}
+
+function countAllClips(): void {
+  meters.in.restart();
+  meters.out.restart();
+}
+
 const spectrum = new Float32Array(sound.bins);
 let lastTick = 0;
+let lastPicture = 0;
 
 function tick(now: number): void {
   requestAnimationFrame(tick);
+  const picture = !lessMotion.matches || now - lastPicture >= STILL_MILLISECONDS;
+  if (picture) lastPicture = now;
   if (sound.spectrum(spectrum)) {
-    spectrogram.push(spectrum, setting.rate);
+    spectrogram.push(spectrum, setting.rate, now);
     chart.spectrum = spectrum;
-    if (chart.view === 'magnitude') chart.draw();
+    if (picture && chart.view === 'magnitude') chart.draw();
   } else if (chart.spectrum) {
     chart.spectrum = null;
     chart.draw();
@@ -54,7 +77,7 @@ function tick(now: number): void {
   if (input('orbit').checked && setting.kind === 'head' && sound.playing) {
     const turned = setting.azimuth + ((now - lastTick) / 1000) * 45;
     setting.azimuth = turned > 180 ? turned - 360 : turned;
-    placeSource();
+    if (picture) placeSource();
     changed();
   }
   lastTick = now;
@@ -80,7 +103,7 @@ async function useRate(): Promise<void> {
   const wasPlaying = sound.playing && !sound.microphone;
   recordings.clear();
   await sound.setRate(setting.rate);
-  await loadRooms();
+  await remakeRooms();
   setting.bands.forEach((band) => (band.frequency = Math.min(band.frequency, highest(setting.rate))));
   showBands();
   changed();
@@ -123,9 +146,10 @@ async function replace(wanted: Setting): Promise<void> {
 function wire(): void {
   for (const [key, { name }] of Object.entries(SOUNDS)) select('sound').add(new Option(name, key));
   select('sound').add(new Option('Microphone', 'microphone'));
-  select('sound').onchange = () => void chooseSound();
+  select('sound').onchange = () => void chooseSound().then(countAllClips);
   input('equal').onchange = () => (sound.equalLoudness = input('equal').checked);
   wireBlind();
+  wirePresets((wanted) => replace(wanted).then(countAllClips));
   element('play-loud').onclick = () => {
     playLoud();
     changed();
@@ -133,11 +157,21 @@ function wire(): void {
   element('undo').onclick = () => void undo(-1);
   element('redo').onclick = () => void undo(1);
   element('play').onclick = () => void togglePlay();
-  element('hear-original').onclick = () => hear(true);
-  element('hear-filtered').onclick = () => hear(false);
+  // The sound is on its way when the click comes.
+  element('play').onpointerenter = element('play').onfocus = prefetch;
+  for (const [id, original] of [['hear-original', true], ['hear-filtered', false]] as const) {
+    element(id).onclick = () => hear(original);
+    element(id).onkeydown = (event) => {
+      if (!/^(Arrow|Home$|End$)/.test(event.key)) return;
+      event.preventDefault();
+      const first = event.key === 'Home' || (event.key !== 'End' && !original);
+      hear(first);
+      element(first ? 'hear-original' : 'hear-filtered').focus();
+    };
+  }
   input('recording').onchange = () => {
     const file = input('recording').files?.[0];
-    if (file) void useRecording(file).then(showPlaying);
+    if (file) void useRecording(file).then(showPlaying).then(countAllClips);
   };
   const volume = () => {
     sound.volume = input('volume').valueAsNumber;
@@ -156,14 +190,9 @@ function wire(): void {
     changed();
   });
   wireTabs('[data-view]', (tab) => showView(tab.dataset.view as View));
-  element('view').onpointermove = (event) => {
-    const x = event.clientX - element('view').getBoundingClientRect().left;
-    element<HTMLOutputElement>('readout').value =
-      chart.readout(clamp(chart.frequencyAt(x), [LIMITS.frequency[0], chart.top]));
-  };
-  element('view').onpointerleave = () => (element<HTMLOutputElement>('readout').value = '');
+  wireChart();
 
-  element('add-band').onclick = addBand;
+  element('add-band').onclick = () => addBand();
   element('flat').onclick = () => {
     setting.bands.forEach((band) => (band.gain = 0));
     setting.bands = setting.bands.filter((band) => hasGain(band.type));
@@ -184,9 +213,9 @@ function wire(): void {
     input('coefficients').value = '';
   };
   for (const [file, name] of Object.entries(EXAMPLES)) select('example').add(new Option(name, file));
-  select('example').onchange = async () => {
+  select('example').onchange = () => {
     const name = select('example').value;
-    if (name) await useCoefficients(name, new Uint8Array(await (await fetch(`coefficients/${name}`)).arrayBuffer()));
+    if (name) void useExample(name);
   };
   element('turn').onclick = () => {
     if (setting.file) setting.file.a = [...(turned(setting.file as Design).a ?? [])];
@@ -285,19 +314,23 @@ function wire(): void {
     event.preventDefault();
     document.body.classList.remove('dragging');
     const file = event.dataTransfer?.files[0];
-    if (file) void drop(file).then(showPlaying);
+    if (file) void drop(file).then(showPlaying).then(countAllClips);
   });
   new ResizeObserver(() => {
     placeHandles();
     chart.draw();
   }).observe(element('view'));
+  new ResizeObserver(() => spectrogram.drawAxes()).observe(element('spectrogram'));
 }
 
-async function start(): Promise<void> {
+function start(): void {
   const theme = localStorage.getItem('theme');
   if (theme) document.documentElement.dataset.theme = theme;
   void colour('curve');
-  whenChanged(update);
+  whenChanged(async (settled) => {
+    await update(settled);
+    countClips();
+  });
   wire();
   whenReplaced(replace);
   showSetting();
@@ -305,14 +338,8 @@ async function start(): Promise<void> {
   showCommand();
   changed();
   requestAnimationFrame(tick);
-  try {
-    // Ready before the first click: the recording, the rooms, the program.
-    const [{ simd }] = await Promise.all([sound.library, loadRooms(), recordingOf(setting.sound).then((buffer) => sound.use(buffer))]);
-    element('engine').textContent = ` WebAssembly ${simd ? 'with' : 'without'} 128-bit vectors.`;
-    changed();
-  } catch (error) {
-    sayError(error, 'The page could not load everything it needs');
-  }
+  element('engine').textContent = ` WebAssembly ${hasSimd() ? 'with' : 'without'} 128-bit vectors.`;
+  keep().catch(() => {}); // where it is forbidden the page goes on as it is
 }
 
-void start();
+start();

@@ -1,5 +1,5 @@
 // Level meters and the running spectrogram.
-import { colour, levelBetween, surface } from './canvas.js';
+import { colour, frequencyLabel, lessMotion, levelBetween, surface } from './canvas.js';
 
 const FLOOR = -60;
 
@@ -16,10 +16,13 @@ export class Meter {
     this.canvas = root.querySelector('canvas')!;
     this.value = root.querySelector('output')!;
     this.clips = root.querySelector('button')!;
-    this.clips.onclick = () => {
-      this.clippedBefore = this.clipped;
-      this.show();
-    };
+    this.clips.onclick = () => this.restart();
+  }
+
+  /** Counts the clips anew. */
+  restart(): void {
+    this.clippedBefore = this.clipped;
+    this.show();
   }
 
   set(peaks: number[], clipped: number): void {
@@ -73,33 +76,76 @@ function heat(level: number): [number, number, number] {
 const HEAT = Uint8ClampedArray.from({ length: 256 * 4 }, (_, i) =>
   i % 4 === 3 ? 255 : heat(Math.floor(i / 4) / 255)[i % 4]);
 
-export class Spectrogram {
-  constructor(private readonly canvas: HTMLCanvasElement) {}
+const PIXELS_A_SECOND = 100;
+const MARKS = [100, 300, 1000, 3000, 10000];
 
-  /** Appends a column of levels in dB, evenly spaced up to half the rate. */
-  push(spectrum: Float32Array, rate: number): void {
-    const { clientWidth, clientHeight } = this.canvas;
-    const width = clientWidth, height = Math.round(clientHeight * Math.min(2, devicePixelRatio || 1));
+/**
+ * The last seconds of a spectrum: they move to the left, or, for who asks for less motion, stay and
+ * are written over from the left.
+ */
+export class Spectrogram {
+  private before = 0;
+  private at = 0;
+
+  constructor(private readonly canvas: HTMLCanvasElement, private readonly axes: HTMLCanvasElement) {
+    lessMotion.addEventListener('change', () => this.drawAxes());
+  }
+
+  /** Appends the time since the last call, of levels in dB evenly spaced up to half the rate. */
+  push(spectrum: Float32Array, rate: number, now: number): void {
+    const { clientWidth: width, clientHeight } = this.canvas;
+    const height = Math.round(clientHeight * Math.min(2, devicePixelRatio || 1));
     if (width === 0 || height === 0) return;
+    const passed = now - this.before;
+    // After a pause it goes on where it was.
+    const columns = passed > 1000 ? 2 : Math.min(width, Math.floor((passed / 1000) * PIXELS_A_SECOND));
+    if (columns < 1) return;
+    this.before = passed > 1000 ? now : this.before + (columns / PIXELS_A_SECOND) * 1000;
     const g = this.canvas.getContext('2d', { willReadFrequently: false })!;
     if (this.canvas.width !== width || this.canvas.height !== height) {
       this.canvas.width = width;
       this.canvas.height = height;
+      this.at = 0;
     }
-    g.drawImage(this.canvas, -2, 0);
-    const column = g.createImageData(2, height);
+    const column = g.createImageData(columns, height);
     const bin = (f: number) => (f / (rate / 2)) * spectrum.length;
     for (let y = 0; y < height; ++y) {
       const f = LOW * Math.pow(HIGH / LOW, 1 - y / height);
       const from = bin(f), to = bin(f * Math.pow(HIGH / LOW, 1 / height));
       const level = levelBetween(spectrum, from, to);
       const shade = Math.round(255 * Math.min(1, Math.max(0, (level + 100) / 80)));
-      for (let x = 0; x < 2; ++x) column.data.set(HEAT.subarray(4 * shade, 4 * shade + 4), 4 * (2 * y + x));
+      for (let x = 0; x < columns; ++x) column.data.set(HEAT.subarray(4 * shade, 4 * shade + 4), 4 * (columns * y + x));
     }
-    g.putImageData(column, width - 2, 0);
-    // Marks at each decade.
-    g.fillStyle = 'rgba(255,255,255,.18)';
-    for (const f of [100, 1000, 10000])
-      g.fillRect(width - 2, height * (1 - Math.log(f / LOW) / Math.log(HIGH / LOW)), 2, 1);
+    if (lessMotion.matches) {
+      g.putImageData(column, this.at, 0);
+      this.at = (this.at + columns) % width;
+      g.clearRect(this.at, 0, 6, height);
+    } else {
+      g.drawImage(this.canvas, -columns, 0);
+      g.putImageData(column, width - columns, 0);
+    }
+  }
+
+  drawAxes(): void {
+    const s = surface(this.axes);
+    if (!s) return;
+    const { context: g, width, height } = s;
+    g.clearRect(0, 0, width, height);
+    g.font = '11px system-ui, "DejaVu Sans", sans-serif';
+    g.shadowColor = '#000';
+    g.shadowBlur = 3;
+    g.textBaseline = 'middle';
+    for (const f of MARKS) {
+      const y = height * (1 - Math.log(f / LOW) / Math.log(HIGH / LOW));
+      g.fillStyle = 'rgba(255,255,255,.18)';
+      g.fillRect(0, Math.round(y), width, 1);
+      g.fillStyle = '#dde3ea';
+      g.fillText(frequencyLabel(f) + (f === MARKS.at(-1) ? ' Hz' : ''), 6, y);
+    }
+    if (lessMotion.matches) return;
+    g.textAlign = 'center';
+    g.textBaseline = 'bottom';
+    for (let seconds = 2; seconds * PIXELS_A_SECOND < width - 40; seconds += 2)
+      g.fillText(`−${seconds} s`, width - seconds * PIXELS_A_SECOND, height - 4);
   }
 }

@@ -1,10 +1,11 @@
 // Files that are opened or dropped: coefficients, impulse responses, recordings; and the rooms and
 // heads that the page brings along.
 import type { Design } from 'jurn-filter/design';
-import { isAudio, MOST_COEFFICIENT_BYTES } from './files.js';
-import { changed, designer, element, loaded, say, sayError, sayNothing, select, setting, sound } from './page.js';
+import { isAudio, load, MOST_COEFFICIENT_BYTES } from './files.js';
+import { changed, designer, element, library, loaded, say, sayError, sayNothing, select, setting, sound } from './page.js';
 import { useRecording } from './recordings.js';
 import { hall, Head, MOST_SECONDS, type ImpulseResponse } from './rooms.js';
+import { NoSamples } from './sound.js';
 import { showKind } from './tabs.js';
 
 /** The file of now, for whoever wants it read otherwise. */
@@ -23,6 +24,19 @@ export async function useCoefficients(name: string, bytes: Uint8Array): Promise<
     sayNothing();
     opened = { name, bytes };
     await take(name, design);
+  } catch (error) {
+    sayError(error, '');
+  }
+}
+
+/** Files of coefficients that the page brings along. */
+export const EXAMPLES: Record<string, string> = {
+  'telephone.txt': 'Telephone, FIR of 255 taps', 'dark.txt': 'Dark, 8 sections', 'low-cut.txt': 'Low cut, 2 sections',
+};
+
+export async function useExample(file: string): Promise<void> {
+  try {
+    await useCoefficients(file, new Uint8Array(await load(`coefficients/${file}`, file)));
   } catch (error) {
     sayError(error, '');
   }
@@ -57,8 +71,9 @@ async function decodeRoom(file: File): Promise<ImpulseResponse> {
   let buffer: AudioBuffer;
   try {
     buffer = await sound.decode(await file.arrayBuffer());
-  } catch {
-    throw new Error(`${file.name}: this browser cannot read it as an impulse response. WAV and FLAC are read.`);
+  } catch (error) {
+    throw new Error(error instanceof NoSamples ? `${file.name}: ${error.message}.`
+      : `${file.name}: this browser cannot read it as an impulse response. WAV and FLAC are read.`);
   }
   if (buffer.duration > MOST_SECONDS)
     throw new Error(`${file.name}: the response lasts ${buffer.duration.toFixed(1)} s; up to ${MOST_SECONDS} s are accepted.`);
@@ -89,13 +104,44 @@ export async function drop(file: File): Promise<void> {
   else await useCoefficients(file.name, new Uint8Array(await file.arrayBuffer()));
 }
 
-export async function loadRooms(): Promise<void> {
-  if (roomFile) loaded.rooms.file = await decodeRoom(roomFile);
-  loaded.rooms.hall = hall(setting.rate);
-  const [left, right, responses] = await Promise.all([
-    ...['left', 'right'].map(async (side) => sound.decode(await (await fetch(`rooms/street-${side}.wav`)).arrayBuffer())),
-    fetch(`head-${setting.rate}.bin`).then((response) => response.arrayBuffer()),
-  ] as [Promise<AudioBuffer>, Promise<AudioBuffer>, Promise<ArrayBuffer>]);
-  loaded.rooms.street = { name: 'Street', channels: [left.getChannelData(0), right.getChannelData(0)] };
-  loaded.head = new Head(responses);
+/** What was made at another rate goes; a room of one's own comes along. */
+export async function remakeRooms(): Promise<void> {
+  loaded.rooms = roomFile ? { file: await decodeRoom(roomFile) } : {};
+  loaded.head = null;
+}
+
+const isMissing = () =>
+  setting.kind === 'head' ? !loaded.head || !loaded.library
+    : setting.kind === 'room' && (!loaded.rooms[setting.room] || !loaded.library);
+
+const underWay = new Map<string, Promise<void>>();
+
+/** Loads the room or the head that is chosen; null where it is there already. */
+export function bring(): Promise<void> | null {
+  if (!isMissing()) return null;
+  const { kind, room, rate } = setting;
+  const key = `${kind} ${room} ${rate}`;
+  let loading = underWay.get(key);
+  if (!loading) {
+    const both = Promise.all([kind === 'head' ? loadHead(rate) : loadRoom(room, rate), library()]);
+    loading = both.then(() => {}).catch((error) => {
+      // Of what is no longer wanted nobody needs to know.
+      if (kind === setting.kind && (kind === 'head' || room === setting.room)) throw error;
+    }).finally(() => underWay.delete(key));
+    underWay.set(key, loading);
+  }
+  return loading;
+}
+
+async function loadHead(rate: number): Promise<void> {
+  if (loaded.head) return;
+  const head = new Head(await load(`head-${rate}.bin`, 'The head'));
+  if (rate === setting.rate) loaded.head = head;
+}
+
+async function loadRoom(name: string, rate: number): Promise<void> {
+  if (loaded.rooms[name]) return;
+  const room = name === 'street' ? { name: 'Street', channels: await Promise.all(['left', 'right'].map(async (side) =>
+    (await sound.decode(await load(`rooms/street-${side}.wav`, 'The street'))).getChannelData(0))) } : hall(rate);
+  if (rate === setting.rate) loaded.rooms[name] = room;
 }

@@ -14,7 +14,7 @@ export const setting: Setting = location.hash.length > 1 ? await fromHash(locati
 export const sound = new Sound(setting.rate);
 export const designer = loadDesigner();
 /** The library on this thread, for what is not heard. */
-export const library = sound.library.then((compiled) => new Library(compiled));
+export const library = async (): Promise<Library> => (loaded.library ??= new Library(await sound.library));
 export const chart = new Chart(element<HTMLCanvasElement>('chart'));
 
 /** What runs now, and what is known of it. */
@@ -24,8 +24,9 @@ export const running: {
   /** Of a room or a head, for a recording of so many channels. */
   response: ((inputs: number) => Float32Array[]) | null;
 } = { filter: null, design: null, response: null };
-/** What the rate of now has made of rooms and heads. */
-export const loaded: { rooms: Record<string, ImpulseResponse>; head: Head | null } = { rooms: {}, head: null };
+/** What the rate of now has made of rooms and heads, and what connects them. */
+export const loaded: { rooms: Record<string, ImpulseResponse>; head: Head | null; library: Library | null } =
+  { rooms: {}, head: null, library: null };
 
 let messageTimer = 0;
 
@@ -113,8 +114,9 @@ export function changed(): void {
   queued = true;
   requestAnimationFrame(() => {
     queued = false;
-    void update(false);
+    const call = (settled: boolean) => void update(settled).catch((error) => sayError(error, ''));
+    call(false);
     clearTimeout(settleTimer);
-    settleTimer = window.setTimeout(() => void update(true), 400);
+    settleTimer = window.setTimeout(() => call(true), 400);
   });
 }

@@ -1,5 +1,7 @@
 // What is heard: the built-in sounds, dropped recordings, the microphone.
+import { load } from './files.js';
 import { element, input, say, sayError, sayNothing, select, setting, showLink, sound } from './page.js';
+import { NoSamples } from './sound.js';
 
 export const SOUNDS: Record<string, { name: string; file: string }> = {
   music: { name: 'Music', file: 'sounds/music.flac' },
@@ -17,20 +19,32 @@ export function recordingOf(key: string): Promise<AudioBuffer> {
   if (!recording) {
     recording = bytesOf(key).then((bytes) => sound.decode(bytes));
     recordings.set(key, recording);
+    // What failed is tried again.
+    recording.catch(() => recordings.get(key) === recording && recordings.delete(key));
   }
   return recording;
+}
+
+/** Loads what Play needs. If that fails, Play says so. */
+export function prefetch(): void {
+  void sound.library.catch(() => {});
+  if (!sound.recording && select('sound').value !== 'microphone') recordingOf(select('sound').value).catch(() => {});
 }
 
 async function bytesOf(key: string): Promise<ArrayBuffer> {
   const own = dropped.get(key);
   if (own) return own.arrayBuffer();
   const { file, name } = SOUNDS[key] ?? SOUNDS.music;
-  const response = await fetch(file);
-  if (!response.ok) throw new Error(`${name} cannot be loaded (${response.status}).`);
-  return response.arrayBuffer();
+  return load(file, name);
 }
 
-export async function chooseSound(): Promise<void> {
+/** What was chosen last and is being read; Play waits for it instead of playing what was there before. */
+let coming: Promise<void> = Promise.resolve();
+
+export const chooseSound = (): Promise<void> => (coming = choose());
+export const useRecording = (file: File): Promise<void> => (coming = read(file));
+
+async function choose(): Promise<void> {
   const key = select('sound').value;
   try {
     if (key === 'microphone') {
@@ -48,12 +62,14 @@ export async function chooseSound(): Promise<void> {
 }
 
 export async function togglePlay(): Promise<void> {
+  sound.wake();
   try {
     if (sound.playing) {
       sound.stop();
     } else if (select('sound').value === 'microphone') {
       await sound.listen();
     } else {
+      await coming;
       if (!sound.recording) await sound.use(await recordingOf(select('sound').value));
       await sound.play();
     }
@@ -74,15 +90,17 @@ let hearOriginal = false;
 export function hear(original: boolean): void {
   hearOriginal = original;
   sound.hearOriginal = original;
-  element('hear-original').setAttribute('aria-checked', String(original));
-  element('hear-filtered').setAttribute('aria-checked', String(!original));
+  for (const [id, chosen] of [['hear-original', original], ['hear-filtered', !original]] as const) {
+    element(id).setAttribute('aria-checked', String(chosen));
+    element(id).tabIndex = chosen ? 0 : -1;
+  }
 }
 
 export const toggleOriginal = () => {
   if (!sound.blind) hear(!hearOriginal);
 };
 
-export async function useRecording(file: File): Promise<void> {
+async function read(file: File): Promise<void> {
   try {
     const buffer = await sound.decode(await file.arrayBuffer());
     sayNothing();
@@ -92,7 +110,7 @@ export async function useRecording(file: File): Promise<void> {
     recordings.set(key, Promise.resolve(buffer));
     select('sound').value = key;
     await sound.use(buffer);
-  } catch {
-    say(`${file.name}: this browser cannot read it as a recording. WAV, FLAC, MP3, Ogg and M4A are read.`);
+  } catch (error) {
+    say(error instanceof NoSamples ? `${file.name}: ${error.message}.` : `${file.name}: this browser cannot read it as a recording. WAV, FLAC, MP3, Ogg and M4A are read.`);
   }
 }

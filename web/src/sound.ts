@@ -17,6 +17,9 @@ const LOUDEST_UNLIMITED = fromDb(LIMIT.threshold);
 const isRiff = (bytes: ArrayBuffer) =>
   bytes.byteLength >= 12 && new DataView(bytes).getUint32(0) === 0x52494646;
 
+/** Of a file that is no recording because there is nothing in it. */
+export class NoSamples extends Error {}
+
 /** The loudness of a path: its power weighted as hearing weights it, over the last seconds. */
 class Loudness {
   private readonly analyser: AnalyserNode;
@@ -46,7 +49,7 @@ async function started(context: AudioContext): Promise<void> {
 }
 
 export class Sound {
-  readonly library: Promise<CompiledLibrary> = compileLibrary();
+  private compiled: Promise<CompiledLibrary> | null = null;
   onlevels: ((levels: Levels) => void) | null = null;
   onended: (() => void) | null = null;
   private context: AudioContext | null = null;
@@ -73,6 +76,14 @@ export class Sound {
   blind = false;
 
   constructor(private rate: number) {}
+
+  /** Loaded when it is used first; what failed is tried again. */
+  get library(): Promise<CompiledLibrary> {
+    return (this.compiled ??= compileLibrary().catch((error) => {
+      this.compiled = null;
+      throw error;
+    }));
+  }
 
   get playing(): boolean {
     return this.source !== null;
@@ -103,7 +114,8 @@ export class Sound {
   /** The graph; made on the first click, before which browsers allow no sound. */
   private async ready(): Promise<AudioContext> {
     if (this.context && this.node) return this.context;
-    const context = (this.context ??= new AudioContext({ sampleRate: this.rate, latencyHint: 'interactive' }));
+    this.wake();
+    const context = this.context!;
     const generation = this.generation;
     const node = await createFilterNode(context, { filter: this.wanted, library: await this.library, levels: true });
     if (generation !== this.generation || this.node) return this.ready();
@@ -136,13 +148,21 @@ export class Sound {
 
   /** Reads a recording in any format that the browser knows. */
   async decode(bytes: ArrayBuffer): Promise<AudioBuffer> {
+    if (bytes.byteLength === 0) throw new NoSamples('the file is empty');
     let exact: Recording | null = null;
     if (isRiff(bytes)) ({ read: exact, bytes } = await readInBackground(bytes));
+    if (exact?.channels.length === 0) throw new NoSamples('it holds no sample');
     if (exact?.rate !== this.rate) return new OfflineAudioContext(2, 1, this.rate).decodeAudioData(bytes);
     const { channels } = exact;
     const buffer = new AudioBuffer({ length: channels[0].length, numberOfChannels: channels.length, sampleRate: this.rate });
     channels.forEach((channel, c) => buffer.copyToChannel(channel, c));
     return buffer;
+  }
+
+  /** To be called by the click itself, since some browsers let no sound begin after a wait. */
+  wake(): void {
+    this.context ??= new AudioContext({ sampleRate: this.rate, latencyHint: 'interactive' });
+    if (!this.playing) void this.context.resume().catch(() => {});
   }
 
   async use(buffer: AudioBuffer): Promise<void> {

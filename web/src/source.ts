@@ -38,13 +38,18 @@ export function wireSource(): void {
     moveSource((Math.atan2(x, -y) * 180) / Math.PI, toDistance(Math.min(Math.hypot(x, y), RADIUS)));
   };
   source.onkeydown = (event) => {
+    const { azimuth, distance } = setting;
+    const step = event.shiftKey ? 1 : 5;
     const moves: Record<string, [number, number]> = {
-      ArrowRight: [5, 1], ArrowLeft: [-5, 1], ArrowUp: [0, 1.1], ArrowDown: [0, 1 / 1.1],
+      ArrowRight: [azimuth + step, distance], ArrowLeft: [azimuth - step, distance],
+      ArrowUp: [azimuth, distance * 1.1], ArrowDown: [azimuth, distance / 1.1],
+      PageUp: [azimuth, distance * 1.5], PageDown: [azimuth, distance / 1.5],
+      Home: [0, distance], End: [-180, distance], // in front, behind
     };
     const move = moves[event.key];
     if (!move) return;
     event.preventDefault();
-    moveSource(setting.azimuth + move[0], setting.distance * move[1]);
+    moveSource(...move);
   };
   input('azimuth').oninput = () => {
     if (Number.isFinite(input('azimuth').valueAsNumber)) moveSource(input('azimuth').valueAsNumber, setting.distance);

@@ -13,8 +13,21 @@ export function showKind(kind: Kind): void {
     element(`kind-${tab.dataset.kind}`).hidden = !chosen;
   });
   document.querySelector<HTMLElement>('.precision')!.hidden = kind === 'room' || kind === 'head';
-  element('chart-hint').textContent = kind === 'eq'
-    ? 'Drag a band; the wheel changes its width.' : kind === 'head' ? 'What each ear gets from the source.' : '';
+  showHint();
+}
+
+const touch = matchMedia('(pointer: coarse)');
+touch.addEventListener('change', showHint);
+
+/** What can be done with the chart as it is now, on this device. */
+function showHint(): void {
+  const { kind } = setting;
+  element('chart-hint').textContent =
+    kind === 'head' ? (chart.view === 'roots' ? '' : 'What each ear gets from the source.')
+    : kind !== 'eq' ? ''
+    : chart.view !== 'magnitude' ? 'Bands are dragged in the view of the magnitude.'
+    : touch.matches ? 'Drag a band; two fingers change its width, a long press chooses its type. A double tap adds a band, or resets one.'
+    : 'Drag a band; the wheel changes its width, the right button chooses its type. A double click adds a band, or resets one.';
 }
 
 export function showView(view: View): void {
@@ -23,21 +36,22 @@ export function showView(view: View): void {
     tab.setAttribute('aria-selected', String(tab.dataset.view === view));
     tab.tabIndex = tab.dataset.view === view ? 0 : -1;
   });
+  showHint();
   chart.fit();
   placeHandles();
   chart.draw();
 }
 
-/** Arrow keys go from tab to tab. */
+/** Arrow keys go from tab to tab, Home and End to the first and the last. */
 export function wireTabs(selector: string, choose: (tab: HTMLElement) => void): void {
   const tabs = [...document.querySelectorAll<HTMLElement>(selector)];
   tabs.forEach((tab, i) => {
     tab.onclick = () => choose(tab);
     tab.onkeydown = (event) => {
-      const step = event.key === 'ArrowRight' ? 1 : event.key === 'ArrowLeft' ? -1 : 0;
-      if (step === 0) return;
+      const to = { ArrowRight: i + 1, ArrowLeft: i - 1, Home: 0, End: -1 }[event.key];
+      if (to === undefined) return;
       event.preventDefault();
-      const next = tabs[(i + step + tabs.length) % tabs.length];
+      const next = tabs[(to + tabs.length) % tabs.length];
       next.focus();
       choose(next);
     };

@@ -92,7 +92,7 @@ export async function saveWav(): Promise<void> {
     const channels = channelsOf(await recording());
     const key = stampKey();
     // Of as many channels as the recording has, as the tool runs it.
-    const whole = response ? (await library).connect(response(channels.length), channels.length) : filter;
+    const whole = response ? (await library()).connect(response(channels.length), channels.length) : filter;
     const int16 = setting.precision === 'int16' && !response;
     const { file, stamp } = await filterInBackground(await sound.library, whole, channels, setting.rate, int16, (part) =>
       (button.textContent = `${Math.round(100 * part)} %`));

@@ -20,7 +20,9 @@ export async function read(source: Source): Promise<BufferSource> {
   const scheme = /^([a-z][a-z0-9+.-]+):/i.exec(address)?.[1].toLowerCase();
   if (readFile && (scheme === undefined || scheme === 'file'))
     return (await readFile(scheme ? new URL(address) : address)) as BufferSource;
-  const response = await fetch(address);
+  const response = await fetch(address).catch((error: Error) => {
+    throw new Error(`${address}: cannot be loaded (${error.message})`);
+  });
   if (!response.ok) throw new Error(`${address}: cannot be loaded (${response.status})`);
   return response.arrayBuffer();
 }
