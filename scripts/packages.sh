@@ -4,7 +4,7 @@ gcc=12 clang=14 java=17
 [ "$(sed -n 's/^VERSION_ID="\{0,1\}\([0-9]*\).*/\1/p' /etc/os-release 2>/dev/null)" != 13 ] || gcc=14 clang=19 java=21
 old_compilers= # others than these, where Debian has them
 [ $gcc != 12 ] || old_compilers="g++-11 clang-13 clang-15 clang-16"
-build_packages="g++ make cmake pkg-config libsndfile1-dev libcli11-dev nlohmann-json3-dev libmatio-dev libmysofa-dev libsamplerate0-dev libyaml-cpp-dev libzip-dev"
+build_packages="g++ make cmake pkg-config libsndfile1-dev libflac-dev libcli11-dev nlohmann-json3-dev libmatio-dev libmysofa-dev libsamplerate0-dev libyaml-cpp-dev libzip-dev"
 recording_packages="alsa-utils sonic-pi-samples jconvolver-config-files libmysofa1"
 picture_packages="gnuplot-nox fonts-dejavu-core"
 test_packages="libgtest-dev python3 python3-numpy python3-scipy python3-h5py sox"

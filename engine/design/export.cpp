@@ -34,6 +34,17 @@ Table table_of(const FilterDesign& design) {
   return table;
 }
 
+constexpr const char* kKinds[] = {"fir", "iir", "sections"};
+constexpr const char* kPrecisions[] = {"int16", "double"};
+
+Mark mark_for(const FilterDesign& design, const ExportOptions& options) {
+  return {design.kind, options.precision};
+}
+
+std::string comment_of(const Mark& mark) {
+  return std::string(kMarkName) + ": " + text_of(mark);
+}
+
 /** The shortest decimal that is this value again, as a float or a double, in every locale. */
 std::string number(double value, Precision precision) {
   char text[40];
@@ -63,6 +74,7 @@ std::string with_prefix(const std::string& text, const std::string& prefix) {
 
 std::string text_file(const FilterDesign& design, const ExportOptions& options) {
   std::string out = with_prefix(options.remark, "# ");
+  out += with_prefix(comment_of(mark_for(design, options)), "# ");
   // Also of floats all digits of the double: it is read as one, and a double beside the float would
   // be another design, which may be prepared otherwise.
   const auto line = [&](const double* values, std::size_t count) {
@@ -92,13 +104,9 @@ void append(double value, std::string* out) {
   append_little_endian(bits, 8, out);
 }
 
-std::string numpy_file(const FilterDesign& design) {
-  const Table table = table_of(design);
-  std::string shape = std::to_string(table.columns) + ",";
-  if (design.kind != FilterDesign::kFir)
-    shape =
-        std::to_string(table.values.size() / table.columns) + ", " + std::to_string(table.columns);
-  std::string header = "{'descr': '<f8', 'fortran_order': False, 'shape': (" + shape + "), }";
+std::string numpy_header(const std::string& type, const std::string& shape) {
+  std::string header =
+      "{'descr': '" + type + "', 'fortran_order': False, 'shape': (" + shape + "), }";
   header.resize((header.size() + 10 + 63) / 64 * 64 + 64 - 10, ' ');
   header.back() = '\n';
   std::string out = "\x93NUMPY";
@@ -106,31 +114,44 @@ std::string numpy_file(const FilterDesign& design) {
   out += '\0';
   out += static_cast<char>(header.size() & 255);
   out += static_cast<char>(header.size() >> 8);
-  out += header;
-  for (const double value : table.values) append(value, &out);
-  return out;
+  return out + header;
 }
 
-/** One matrix of level 4: five integers, the name, and the values column by column. */
+std::string numpy_file(const FilterDesign& design, const ExportOptions& options) {
+  const Table table = table_of(design);
+  std::string shape = std::to_string(table.columns) + ",";
+  if (design.kind != FilterDesign::kFir)
+    shape =
+        std::to_string(table.values.size() / table.columns) + ", " + std::to_string(table.columns);
+  std::string out = numpy_header("<f8", shape);
+  for (const double value : table.values) append(value, &out);
+  const std::string mark = text_of(mark_for(design, options));
+  return out + numpy_header("|S" + std::to_string(mark.size()), "") + mark;
+}
+
+/** One matrix of level 4: five integers, the name, and the values column by column, doubles for
+ * numbers and for text. */
 void append_matrix(const std::string& name, std::size_t rows, const std::vector<double>& values,
-                   std::string* out) {
+                   std::string* out, bool is_text = false) {
   const std::size_t columns = values.size() / rows;
-  for (const std::size_t x : {std::size_t{0}, rows, columns, std::size_t{0}, name.size() + 1})
+  for (const std::size_t x : {std::size_t{is_text}, rows, columns, std::size_t{0}, name.size() + 1})
     append_little_endian(x, 4, out);
   out->append(name.c_str(), name.size() + 1);
   for (std::size_t c = 0; c < columns; ++c)
     for (std::size_t r = 0; r < rows; ++r) append(values[r * columns + c], out);
 }
 
-std::string matlab_file(const FilterDesign& design) {
+std::string matlab_file(const FilterDesign& design, const ExportOptions& options) {
   std::string out;
   if (design.kind == FilterDesign::kSections) {
     const Table table = table_of(design);
     append_matrix("sos", table.values.size() / 6, table.values, &out);
-    return out;
+  } else {
+    append_matrix("b", 1, design.b, &out);
+    if (design.kind == FilterDesign::kIir) append_matrix("a", 1, design.a, &out);
   }
-  append_matrix("b", 1, design.b, &out);
-  if (design.kind == FilterDesign::kIir) append_matrix("a", 1, design.a, &out);
+  const std::string mark = text_of(mark_for(design, options));
+  append_matrix(kMarkName, 1, {mark.begin(), mark.end()}, &out, true);
   return out;
 }
 
@@ -208,6 +229,7 @@ std::string header_file(const FilterDesign& design, const ExportOptions& options
   const bool iir = design.kind == FilterDesign::kIir;
   const std::string count = std::to_string(design.b.size() / 3);
   std::string out = with_prefix(options.remark, "// ");
+  out += with_prefix(comment_of(mark_for(design, options)), "// ");
   out +=
       "#ifndef @NAME@_FILTER_H\n#define @NAME@_FILTER_H\n\n#include <string.h>\n\n"
       "#include \"Filter_control.h\"\n\n";
@@ -256,15 +278,29 @@ std::string header_file(const FilterDesign& design, const ExportOptions& options
 
 }  // namespace
 
+std::string text_of(const Mark& mark) {
+  return std::string(kKinds[mark.kind]) + ", " + kPrecisions[static_cast<int>(mark.precision)];
+}
+
+std::optional<Mark> parse_mark(std::string_view text) {
+  for (const auto kind : {FilterDesign::kFir, FilterDesign::kIir, FilterDesign::kSections})
+    for (const auto precision : {Precision::kInt16, Precision::kDouble}) {
+      const Mark mark{kind, precision};
+      const std::string words = text_of(mark);
+      if (text.substr(0, words.size()) == words) return mark;
+    }
+  return std::nullopt;
+}
+
 std::string export_design(const FilterDesign& design, ExportFormat format,
                           const ExportOptions& options) {
   switch (format) {
     case ExportFormat::kHeader:
       return header_file(design, options);
     case ExportFormat::kNumPy:
-      return numpy_file(design);
+      return numpy_file(design, options);
     case ExportFormat::kMatlab:
-      return matlab_file(design);
+      return matlab_file(design, options);
     default:
       return text_file(design, options);
   }

@@ -1,7 +1,9 @@
 // Coefficients as files that other programs read, exactly as they run.
 #pragma once
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "design/prepare.h"
 
@@ -20,7 +22,22 @@ struct ExportOptions {
   std::string remark;           // one or more lines about the filter, for header and text
 };
 
-/** The bytes of a file. Numbers are written with as many digits as give the same value again. */
+/**
+ * What a file says of itself, so that it is read as what it is and runs as it is: "prepared:
+ * sections, int16" in a comment of header and text; "sections, int16" in the variable `prepared`
+ * of .mat, and in a second array of .npy, which NumPy passes over.
+ */
+struct Mark {
+  FilterDesign::Kind kind;
+  Precision precision;
+};
+constexpr char kMarkName[] = "prepared";
+std::string text_of(const Mark& mark);
+/** The mark that a text begins with. */
+std::optional<Mark> parse_mark(std::string_view text);
+
+/** The bytes of a file, with its mark. Numbers are written with as many digits as give the same
+ * value again. */
 std::string export_design(const FilterDesign& design, ExportFormat format,
                           const ExportOptions& options);
 

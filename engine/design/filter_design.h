@@ -2,10 +2,15 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace jurn {
+
+/** Int16 is what runs on a device: the library's filters for 16-bit streams, in float. Double is
+ * for everything else: sections, FIRs and convolution in double precision or close to it. */
+enum class Precision { kInt16, kDouble };
 
 /** A filter's coefficients, at the precision of their file. */
 struct FilterDesign {
@@ -16,10 +21,14 @@ struct FilterDesign {
   /** Frames by which the result is late only because of how the filter is made; whoever can, drops
    * them. */
   int delay = 0;
+  /** The precision that it was prepared for before, as an exported file tells: there it runs as it
+   * is. */
+  std::optional<Precision> prepared = std::nullopt;
 };
 
 inline bool operator==(const FilterDesign& x, const FilterDesign& y) {
-  return x.kind == y.kind && x.b == y.b && x.a == y.a && x.delay == y.delay;
+  return x.kind == y.kind && x.b == y.b && x.a == y.a && x.delay == y.delay &&
+         x.prepared == y.prepared;
 }
 
 /** What a filter may have at most, and how an error names it. */

@@ -84,11 +84,16 @@ std::string count_of_sections(const FilterDesign& design) {
   return std::to_string(count) + (count == 1 ? " section" : " sections");
 }
 
+/** Whether the coefficients run as they are. */
+bool runs_as_is(const FilterDesign& design, const PrepareOptions& options) {
+  return options.as_is || (design.prepared == options.precision && !options.as_sections);
+}
+
 /** The steps of preparing one design. */
 class Preparation {
  public:
   Preparation(const FilterDesign& design, const PrepareOptions& options)
-      : design_(design), options_(options) {}
+      : design_(design), options_(options), as_is_(runs_as_is(design, options)) {}
 
   Prepared run() {
     if (options_.precision == Precision::kInt16)
@@ -177,7 +182,7 @@ class Preparation {
 
   void direct_in_double(bool sound, double radius) {
     result_.runs = Runs::kDirectForm;
-    if (options_.as_is) return;
+    if (as_is_) return;
     FilterDesign& design = result_.design;
     if (design.b.size() <= 3 && design.a.size() <= 3) {
       design.kind = FilterDesign::kSections;
@@ -230,8 +235,7 @@ class Preparation {
       const ErrorMeter meter(factored ? *factored : design_, radius);
       use(as_it_is, meter.of(as_it_is));
       const bool stable = runs_stable(as_it_is);
-      if (options_.as_is || (stable && result_.expected_error <= 1.0 && !options_.as_sections))
-        return;
+      if (as_is_ || (stable && result_.expected_error <= 1.0 && !options_.as_sections)) return;
       if (factored) {
         const FilterDesign sections = rounded(*factored);
         const Difference error = meter.of(sections);
@@ -244,23 +248,23 @@ class Preparation {
         use(sections, error);
         return note(Notice::kFactored, why + "runs as " + count_of_sections(sections));
       }
-    } else if (factored && !options_.as_is) {
+    } else if (factored && !as_is_) {
       use(rounded(*factored), {});
       return note(Notice::kFactored, "runs as " + count_of_sections(result_.design));
     }
-    if (!options_.as_is && (sound || options_.as_sections))
+    if (!as_is_ && (sound || options_.as_sections))
       note(Notice::kUnfactored, "its coefficients cannot be factored into sections");
   }
 
   void sections(bool sound, double radius) {
     FilterDesign scaled = design_;
-    const int bits = options_.as_is ? 0 : scale_sections(&scaled);
+    const int bits = as_is_ ? 0 : scale_sections(&scaled);
     use(rounded(scaled), {});
     bool paired = false;
     if (sound) {
       const ErrorMeter meter(design_, radius);
       use(result_.design, meter.of(result_.design));
-      if (!options_.as_is && result_.expected_error > kGoodEnough)
+      if (!as_is_ && result_.expected_error > kGoodEnough)
         if (std::optional<FilterDesign> other = paired_sections(design_)) {
           scale_sections(&*other);
           const FilterDesign candidate = rounded(*other);
@@ -308,6 +312,7 @@ class Preparation {
 
   const FilterDesign& design_;
   const PrepareOptions& options_;
+  const bool as_is_;
   Prepared result_;
 };
 
@@ -336,7 +341,7 @@ CoefficientLimit coefficient_limit(FilterDesign::Kind kind, Precision precision)
 
 Prepared prepare(const FilterDesign& design, const PrepareOptions& options) {
   Prepared prepared = Preparation(design, options).run();
-  if (prepared.runs != Runs::kRecords || options.as_is || !prepared.stable ||
+  if (prepared.runs != Runs::kRecords || runs_as_is(design, options) || !prepared.stable ||
       (prepared.notices.empty() && prepared.expected_error <= kGoodEnough))
     return prepared;
   // What was ordered and scaled anew may be so once more, even in a circle. Who prepares the result

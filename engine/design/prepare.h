@@ -14,10 +14,6 @@
 
 namespace jurn {
 
-/** Int16 is what runs on a device: the library's filters for 16-bit streams, in float. Double is
- * for everything else: sections, FIRs and convolution in double precision or close to it. */
-enum class Precision { kInt16, kDouble };
-
 /** What the samples of a result hold. */
 enum class SampleFormat { kInt16, kInt24, kFloat };
 
@@ -111,7 +107,8 @@ struct Prepared {
  * nearest poles and the sections ordered by rising pole radius. Direct form: becomes sections where
  * it would be unstable or more than 1 LSB off as it is. FIR: only rounded.
  *
- * A design that is unstable in itself runs as it is. What was prepared, prepares to itself. In 16
+ * A design that is unstable in itself runs as it is, and so does one that says that it is prepared
+ * for this precision; both are measured all the same. What was prepared, prepares to itself. In 16
  * bits it takes milliseconds: it runs the filter over tens of thousands of samples.
  */
 Prepared prepare(const FilterDesign& design, const PrepareOptions& options = {});

@@ -216,8 +216,8 @@ std::string description_of(const FilterDesign& design) {
          count_of(design.a.size(), "coefficient");
 }
 
-FilterDesign design_of(const std::string& path, const std::vector<Array>& all,
-                       const ReadOptions& options) {
+static FilterDesign design_of_numbers(const std::string& path, const std::vector<Array>& all,
+                                      const ReadOptions& options) {
   std::vector<Array> arrays =
       options.variables.empty() ? all : chosen(path, all, options.variables);
   if (arrays.empty()) refuse(path, arrays, options);
@@ -242,6 +242,24 @@ FilterDesign design_of(const std::string& path, const std::vector<Array>& all,
     default:
       return sections_of(path, arrays, options);
   }
+}
+
+FilterDesign design_of(const std::string& path, const std::vector<Array>& all,
+                       const ReadOptions& options) {
+  std::vector<Array> arrays;
+  std::optional<Mark> mark;
+  for (const Array& array : all)
+    if (array.text.empty())
+      arrays.push_back(array);
+    else if (array.name == kMarkName && options.variables.empty())
+      mark = parse_mark(array.text);
+  FilterDesign design = read_marked(path, mark, options, [&](const ReadOptions& as_marked) {
+    return design_of_numbers(path, arrays, as_marked);
+  });
+  if (mark && mark->kind == FilterDesign::kIir && arrays.size() == 1)
+    for (std::vector<double>* row : {&design.b, &design.a})  // the table filled the shorter one up
+      while (row->size() > 1 && row->back() == 0.0) row->pop_back();
+  return design;
 }
 
 FilterDesign sections_design(const std::string& path, const std::vector<double>& sections,

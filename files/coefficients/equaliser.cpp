@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cmath>
 
+#include "coefficients/channels.h"
 #include "coefficients/equaliser_words.h"
 #include "coefficients/parse.h"
 #include "design/graphic_equaliser.h"
@@ -102,14 +103,63 @@ std::vector<GraphicPoint> parse_points(const std::string& path, int line, std::s
   return points;
 }
 
-/** The filters of a text, whose gain the chain does not have yet. */
+/** Lines that hold for the same channels. */
+struct Group {
+  std::vector<std::string> channels;  // none: all
+  int line;                           // where they are named
+  Equaliser equaliser;
+  double preamp = 0.0;
+  bool any = false, has_points = false;
+
+  std::vector<FilterDesign> chain() const { return equaliser.chain(from_decibels(preamp)); }
+};
+
+/** The filters of a text. */
 class Lines {
  public:
-  Lines(const std::string& path, const ReadOptions& options)
-      : path_(path), options_(options), equaliser_(path, options) {}
+  Lines(const std::string& path, const ReadOptions& options, std::string_view text)
+      : path_(path), options_(options) {
+    begin({});
+    read_all(text);
+  }
 
-  std::vector<FilterDesign> chain(std::string_view text,
-                                  const std::vector<std::string>& more = {}) {
+  /** One filter for all channels. */
+  std::vector<FilterDesign> chain(const std::vector<std::string>& more = {}) {
+    for (const Group& group : groups_)
+      if (!group.channels.empty())
+        fail(path_, group.line,
+             "'Channel' of Equalizer APO filters channels in different ways; one filter for all "
+             "channels runs here, and setup runs them all");
+    for (const std::string& filter : more)
+      groups_[0].equaliser.add(Words("'" + filter + "'", 0, filter));
+    return groups_[0].chain();
+  }
+
+  /** What becomes of each of so many channels. */
+  Setup setup(int channels) const {
+    Setup setup;
+    setup.inputs = channels;
+    for (const Group& group : groups_)
+      for (FilterDesign& design : group.chain()) {
+        if (!group.any && !group.has_points) continue;
+        SetupStep step{};
+        step.kind = SetupStep::kFilter;
+        step.name = group.line ? "line " + std::to_string(group.line) : "the first lines";
+        step.channels = channels_of(path_, group.line, group.channels, channels);
+        step.design = std::move(design);
+        setup.steps.push_back(std::move(step));
+      }
+    return setup;
+  }
+
+ private:
+  /** Lines for these channels, behind those for others; all lines for all make one group. */
+  void begin(const std::vector<std::string>& channels) {
+    if (!groups_.empty() && groups_.back().channels == channels) return;
+    groups_.push_back({channels, line_, Equaliser(path_, options_)});
+  }
+
+  void read_all(std::string_view text) {
     const std::vector<std::string_view> lines = lines_of(text);
     // Without a colon it is filters in words alone, one a line.
     const bool words = std::none_of(lines.begin(), lines.end(), [](std::string_view line) {
@@ -121,17 +171,17 @@ class Lines {
       if (!words) {
         read(content);
       } else if (!split(content, kSpace).empty()) {
-        equaliser_.add(Words(path_, line_, content));
-        any_ = true;
+        last().equaliser.add(Words(path_, line_, content));
+        last().any = true;
       }
     }
-    if (!any_ && !has_points_)
+    if (std::none_of(groups_.begin(), groups_.end(),
+                     [](const Group& group) { return group.any || group.has_points; }))
       fail(path_, "holds no equaliser; accepted are lines of Preamp, Filter and GraphicEQ");
-    for (const std::string& filter : more) equaliser_.add(Words("'" + filter + "'", 0, filter));
-    return equaliser_.chain(from_decibels(preamp_));
   }
 
- private:
+  Group& last() { return groups_.back(); }
+
   void read(std::string_view content) {
     const std::size_t colon = content.find(':');
     if (colon == std::string_view::npos) return read_without_colon(content);
@@ -142,28 +192,27 @@ class Lines {
     const std::string_view value = content.substr(colon + 1);
     if (name == "preamp") {
       Words words(path_, line_, value);
-      preamp_ += words.quantity("Preamp", "db");
-      if (std::abs(preamp_) > 200.0)
-        fail(path_, line_, "Preamp " + shown(preamp_) + " dB: accepted is -200 to 200");
-      any_ = true;
+      last().preamp += words.quantity("Preamp", "db");
+      if (std::abs(last().preamp) > 200.0)
+        fail(path_, line_, "Preamp " + shown(last().preamp) + " dB: accepted is -200 to 200");
+      last().any = true;
     } else if (name.substr(0, 6) == "filter" && key.size() <= 2 &&
                (name.size() == 6 || std::isdigit(static_cast<unsigned char>(name[6])))) {
-      parse_filter(path_, line_, value, &equaliser_);
-      any_ = true;
+      parse_filter(path_, line_, value, &last().equaliser);
+      last().any = true;
     } else if (name == "graphiceq") {
-      if (has_points_) fail(path_, line_, "a second GraphicEQ is not supported");
-      has_points_ = true;
+      if (last().has_points) fail(path_, line_, "a second GraphicEQ is not supported");
+      last().has_points = true;
       const std::size_t most = std::min(options_.limits.fir.count, options_.graphic_taps);
-      equaliser_.add_taps(linear_phase_taps(parse_points(path_, line_, value), options_.rate,
-                                            graphic_taps(options_.rate, most)));
-    } else if (name == "channel" || name == "device") {
-      // What is for some channels or devices only would become another filter.
+      last().equaliser.add_taps(linear_phase_taps(parse_points(path_, line_, value), options_.rate,
+                                                  graphic_taps(options_.rate, most)));
+    } else if (name == "channel") {
+      begin(channel_names(path_, line_, value));
+    } else if (name == "device") {
+      // What is for some devices only would become another filter.
       const std::vector<std::string_view> words = split(value, kSpace);
       if (words.size() != 1 || lower(words[0]) != "all")
-        fail(path_, line_,
-             quote(key[0]) +
-                 " of Equalizer APO is supported for \"all\" alone: a filter of some "
-                 "channels would run on every one");
+        fail(path_, line_, "'Device' of Equalizer APO is supported for \"all\" alone");
     } else if (!key.empty() && !is_remark(key)) {
       fail(path_, line_,
            quote(content.substr(0, colon)) +
@@ -180,16 +229,15 @@ class Lines {
       fail(path_, line_, quote(content) + " has no colon behind the filter's number");
     if (in_notes_ || !names_equaliser_type(content) || !starts_number(std::string(words[1])))
       return;
-    equaliser_.add(Words(path_, line_, content));
-    any_ = true;
+    last().equaliser.add(Words(path_, line_, content));
+    last().any = true;
   }
 
   const std::string& path_;
   const ReadOptions& options_;
-  Equaliser equaliser_;
-  double preamp_ = 0.0;
+  std::vector<Group> groups_;
   int line_ = 0;
-  bool any_ = false, has_points_ = false, in_notes_ = false;  // REW's notes may have any lines
+  bool in_notes_ = false;  // REW's notes may have any lines
 };
 
 }  // namespace
@@ -198,7 +246,7 @@ FilterDesign parse_equaliser(const std::string& path, std::string_view text,
                              const ReadOptions& options) {
   ReadOptions any_kind = options;
   any_kind.wanted.reset();
-  std::vector<FilterDesign> chain = Lines(path, any_kind).chain(text);
+  std::vector<FilterDesign> chain = Lines(path, any_kind, text).chain();
   if (chain.size() > 1)
     fail(
         path,
@@ -213,11 +261,25 @@ FilterDesign parse_equaliser(const std::string& path, std::string_view text,
 std::vector<FilterDesign> parse_equaliser_chain(const std::string& path, std::string_view text,
                                                 const std::vector<std::string>& filters,
                                                 const ReadOptions& options) {
-  if (!path.empty()) return Lines(path, options).chain(plain_text(text), filters);
+  if (!path.empty()) return Lines(path, options, plain_text(text)).chain(filters);
   static const std::string name = "the filters";
   Equaliser equaliser(name, options);
   for (const std::string& filter : filters) equaliser.add(Words("'" + filter + "'", 0, filter));
   return equaliser.chain(1.0);
+}
+
+Setup parse_equaliser_setup(const std::string& path, std::string_view text, int channels,
+                            const ReadOptions& options) {
+  return Lines(path, options, plain_text(text)).setup(channels);
+}
+
+bool names_channels(std::string_view text) {
+  const std::string plain = plain_text(text);
+  for (const std::string_view line : lines_of(plain)) {
+    const std::vector<std::string_view> words = split(line.substr(0, line.find('#')), " \t:,");
+    if (words.size() > 1 && lower(words[0]) == "channel" && lower(words[1]) != "all") return true;
+  }
+  return false;
 }
 
 FilterDesign parse_equaliser_words(const std::vector<std::string>& filters, int rate) {

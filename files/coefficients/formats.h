@@ -10,6 +10,7 @@
 #include "design/filter_design.h"
 #include "design/graphic_equaliser.h"
 #include "design/prepare.h"
+#include "design/setup.h"
 
 namespace jurn {
 
@@ -96,10 +97,20 @@ FilterDesign parse_equaliser_words(const std::vector<std::string>& filters, int 
 std::vector<FilterDesign> parse_equaliser_chain(const std::string& path, std::string_view text,
                                                 const std::vector<std::string>& filters,
                                                 const ReadOptions& options);
-/** The same with the text of a file, if `path` names one. */
+/** An equaliser's text as a setup of so many channels, each line on those that the `Channel` before
+ * it names. */
+Setup parse_equaliser_setup(const std::string& path, std::string_view text, int channels,
+                            const ReadOptions& options);
+/** Whether such a text filters channels in different ways. */
+bool names_channels(std::string_view text);
+/** The chain of a file's text, if `path` names one. */
 std::vector<FilterDesign> load_equaliser(const std::string& path,
                                          const std::vector<std::string>& filters,
                                          const ReadOptions& options);
+/** The same as a setup of so many channels, where the file filters them in different ways. */
+std::optional<Setup> load_channel_filters(const std::string& path,
+                                          const std::vector<std::string>& filters, int channels,
+                                          const ReadOptions& options);
 /** One of these filters, for any rate; and the words for it, whose numbers give the same filter. */
 EqualiserFilter parse_equaliser_filter(const std::string& text);
 std::string text_of(const EqualiserFilter& filter);

@@ -79,7 +79,9 @@ double number(const std::string& path, const Token& token) {
   while (digits.size() > 1 &&
          std::string_view("fFlLuU").find(digits.back()) != std::string_view::npos)
     digits.remove_suffix(1);
-  return parse_number(path, token.line, digits);
+  const double value = parse_number(path, token.line, digits);
+  const bool is_float = digits.size() < token.text.size() && (token.text.back() | 32) == 'f';
+  return is_float ? static_cast<double>(static_cast<float>(value)) : value;
 }
 
 /** The bits of a fixed-point type; plain int holds lengths and counts. */
@@ -103,13 +105,16 @@ class Reader {
  public:
   Reader(const std::string& path, std::string_view code) : path_(path), tokens_(tokens_of(code)) {}
 
-  std::vector<Declaration> declarations() {
+  std::vector<Declaration> declarations(bool inside_bodies) {
+    at_ = 0;
     std::vector<Declaration> result;
     int bits = 0;
     while (at_ < tokens_.size()) {
       const std::string_view text = tokens_[at_].text;
       if (text == "#") {
         directive();
+      } else if (text == "{" && !inside_bodies && !opens_scope()) {
+        skip_body();
       } else if (is_name(text) && (next_is(1, "[") || next_is(1, "="))) {
         Declaration d = declaration();
         d.integer_bits = bits;
@@ -129,6 +134,22 @@ class Reader {
  private:
   bool next_is(std::size_t ahead, std::string_view text) const {
     return at_ + ahead < tokens_.size() && tokens_[at_ + ahead].text == text;
+  }
+
+  /** Whether declarations follow, as in extern "C" and namespaces, and no function or type. */
+  bool opens_scope() const {
+    const auto before = [&](std::size_t tokens) {
+      return at_ >= tokens ? tokens_[at_ - tokens].text : std::string_view();
+    };
+    return before(1) == "\"" || before(1) == "namespace" || before(2) == "namespace";
+  }
+
+  void skip_body() {
+    int depth = 0;
+    do {
+      depth += next_is(0, "{") ? 1 : next_is(0, "}") ? -1 : 0;
+      ++at_;
+    } while (depth > 0 && at_ < tokens_.size());
   }
 
   void directive() {
@@ -317,7 +338,8 @@ void check_section_count(const std::string& path, const Declaration& num,
 std::vector<Array> parse_header(const std::string& path, std::string_view text) {
   const std::string code = without_comments(text);
   Reader reader(path, code);
-  const std::vector<Declaration> all = reader.declarations();
+  std::vector<Declaration> all = reader.declarations(false);
+  if (all.empty()) all = reader.declarations(true);
   const FractionBits fixed = fraction_bits_of(text);
   std::vector<Array> result;
   for (const Declaration& d : all) {
@@ -351,6 +373,13 @@ std::vector<Array> parse_header(const std::string& path, std::string_view text) 
       if (d.integer_bits) divide(scale_of(d, fixed, "numerator", full_scale));
     }
     result.push_back(std::move(array));
+  }
+  if (const std::optional<Mark> mark = mark_of_comments(text)) {
+    for (Array& array : result)  // of an exported header: NAME_b
+      array.name = array.name.substr(array.name.find_last_of('_') + 1);
+    result.emplace_back();
+    result.back().name = kMarkName;
+    result.back().text = text_of(*mark);
   }
   return result;
 }

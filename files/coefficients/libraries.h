@@ -11,6 +11,10 @@ namespace jurn {
 /** All matrices of a MATLAB file, those of structures by the names of their fields. */
 std::vector<Array> read_mat(const std::string& path);
 
+/** The same of a file of level 7.3, and of any HDF5 file with arrays; through a library that is
+ * loaded. */
+std::vector<Array> read_hdf5(const std::string& path, void* library);
+
 /** The arrays of an archive that numpy.savez or savez_compressed wrote. */
 std::vector<Array> read_npz(const std::string& path, const std::string& bytes);
 

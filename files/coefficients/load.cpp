@@ -124,4 +124,24 @@ std::vector<FilterDesign> load_equaliser(const std::string& path,
   return parse_equaliser_chain(piped ? "standard input" : path, bytes, filters, options);
 }
 
+std::optional<Setup> load_channel_filters(const std::string& path,
+                                          const std::vector<std::string>& filters, int channels,
+                                          const ReadOptions& options) {
+  if (path.empty()) return std::nullopt;
+  const bool piped = path == kStandardStream;
+  const std::string bytes = piped ? read_standard_input() : read_file(path);
+  if (!names_channels(bytes)) return std::nullopt;
+  Setup setup = parse_equaliser_setup(piped ? "standard input" : path, bytes, channels, options);
+  if (filters.empty()) return setup;
+  for (FilterDesign& design : parse_equaliser_chain({}, {}, filters, options)) {
+    SetupStep step{};
+    step.kind = SetupStep::kFilter;
+    step.name = "the filters";
+    for (int c = 0; c < channels; ++c) step.channels.push_back(c);
+    step.design = std::move(design);
+    setup.steps.push_back(std::move(step));
+  }
+  return setup;
+}
+
 }  // namespace jurn

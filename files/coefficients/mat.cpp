@@ -6,9 +6,11 @@
 #include <matio.h>
 
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <mutex>
 
 #include "coefficients/parse.h"
 #include "errors.h"
@@ -20,6 +22,7 @@ constexpr std::size_t kMaxValues = 1000000;
 
 /** What is used of the library. */
 struct Matio {
+  void* library;
   decltype(&Mat_Open) open;
   decltype(&Mat_Close) close;
   decltype(&Mat_VarReadNextInfo) next_info;
@@ -42,6 +45,7 @@ const Matio& matio() {
   static const Matio loaded = [] {
     void* const library = dlopen(JURN_MATIO_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     Matio m{};
+    m.library = library;
     find(library, "Mat_Open", &m.open);
     find(library, "Mat_Close", &m.close);
     find(library, "Mat_VarReadNextInfo", &m.next_info);
@@ -49,10 +53,6 @@ const Matio& matio() {
     find(library, "Mat_VarGetNumberOfFields", &m.count_fields);
     find(library, "Mat_VarGetStructFieldByIndex", &m.field);
     find(library, "Mat_VarFree", &m.free);
-    // HDF5, which reads level 7.3, would print its own account of every error.
-    using SetPrinting = int (*)(std::int64_t stack, void* print, void* data);
-    if (const auto set_printing = reinterpret_cast<SetPrinting>(dlsym(library, "H5Eset_auto2")))
-      set_printing(0, nullptr, nullptr);
     return m;
   }();
   return loaded;
@@ -102,6 +102,12 @@ bool is_matrix(const matvar_t& variable) {
          variable.dims[1] > 0;
 }
 
+/** Whether it is what export writes about itself. */
+bool is_mark(const matvar_t& variable) {
+  return variable.class_type == MAT_C_CHAR && variable.name == std::string(kMarkName) &&
+         variable.rank == 2 && variable.dims[0] == 1 && variable.dims[1] < 100;
+}
+
 void check_size(const std::string& path, const matvar_t& variable) {
   const std::size_t rows = variable.dims[0], columns = variable.dims[1];
   if (rows > kMaxValues || columns > kMaxValues / rows)
@@ -119,10 +125,15 @@ void add_arrays(const std::string& path, const matvar_t& variable, std::vector<A
         if (field->name && field->data) add_arrays(path, *field, arrays);
     return;
   }
-  if (!is_matrix(variable)) return;
-  check_size(path, variable);
   Array array;
   array.name = variable.name;
+  if (is_mark(variable)) {
+    const auto* const letters = static_cast<const char*>(variable.data);
+    array.text.assign(letters, letters + variable.dims[1]);
+    return arrays->push_back(std::move(array));
+  }
+  if (!is_matrix(variable)) return;
+  check_size(path, variable);
   array.rows = variable.dims[0];
   array.columns = variable.dims[1];
   const Append append = append_of(variable.class_type);
@@ -136,6 +147,19 @@ void add_arrays(const std::string& path, const matvar_t& variable, std::vector<A
   arrays->push_back(std::move(array));
 }
 
+/** Whether a file is one of level 7.3, or another of HDF5, which may begin with a block of the
+ * user's. */
+bool is_hdf5(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  for (const int at : {0, 512, 1024, 2048}) {
+    char magic[8];
+    file.seekg(at);
+    if (!file.read(magic, sizeof magic)) return false;
+    if (std::memcmp(magic, "\x89HDF\r\n\x1a\n", sizeof magic) == 0) return true;
+  }
+  return false;
+}
+
 /** Whether a file of level 5 ends inside one of its elements, which libmatio does not notice: it
  * would hand out memory that nothing was read into. */
 bool is_cut_off(const std::string& path) {
@@ -143,7 +167,7 @@ bool is_cut_off(const std::string& path) {
   unsigned char header[128];
   if (!file.read(reinterpret_cast<char*>(header), sizeof header)) return false;
   const bool little = header[126] == 'I' && header[127] == 'M';
-  if (header[little ? 125 : 124] != 1) return false;  // another version: HDF5 tells by itself
+  if (header[little ? 125 : 124] != 1) return false;  // level 4
   const std::uintmax_t size = std::filesystem::file_size(path);
   std::uintmax_t position = sizeof header;
   for (unsigned char tag[8]; position + sizeof tag <= size;) {
@@ -159,6 +183,9 @@ bool is_cut_off(const std::string& path) {
 }  // namespace
 
 std::vector<Array> read_mat(const std::string& path) {
+  static std::mutex mutex;  // the libraries are made for one thread
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (is_hdf5(path)) return read_hdf5(path, matio().library);
   if (is_cut_off(path)) fail(path, "is a MATLAB file that was cut off");
   const std::unique_ptr<mat_t, int (*)(mat_t*)> file(matio().open(path.c_str(), MAT_ACC_RDONLY),
                                                      matio().close);
@@ -168,7 +195,7 @@ std::vector<Array> read_mat(const std::string& path) {
     const std::unique_ptr<matvar_t, void (*)(matvar_t*)> variable(next, matio().free);
     if (!variable->name) continue;
     if (variable->class_type != MAT_C_STRUCT) {
-      if (!is_matrix(*variable)) continue;
+      if (!is_matrix(*variable) && !is_mark(*variable)) continue;
       check_size(path, *variable);
     }
     if (matio().read_data(file.get(), variable.get()) != 0 || !variable->data)

@@ -8,6 +8,8 @@
 namespace jurn {
 namespace {
 
+constexpr char kMagic[] = "\x93NUMPY";
+
 /** The text after a key of the header, which is a Python dictionary in one line. */
 std::string_view value_of(const std::string& path, std::string_view header, const char* key) {
   std::size_t at = header.find("'" + std::string(key) + "'");
@@ -71,10 +73,18 @@ std::vector<std::size_t> parse_shape(const std::string& path, std::string_view t
   return shape;
 }
 
+/** The text of an array of one text behind the numbers, as export writes it; nothing of others. */
+std::string text_of_array(std::string_view bytes) {
+  const std::size_t end = bytes.find('\n');
+  const bool is_text = bytes.substr(0, 6) == kMagic && end != std::string_view::npos &&
+                       bytes.substr(0, end).find("'descr': '|S") != std::string_view::npos;
+  return is_text ? std::string(bytes.substr(end + 1)) : std::string();
+}
+
 }  // namespace
 
-Array parse_npy(const std::string& path, std::string_view bytes, bool of_archive) {
-  if (bytes.substr(0, 6) != "\x93NUMPY") fail(path, "is no .npy file of NumPy");
+std::vector<Array> parse_npy(const std::string& path, std::string_view bytes, bool of_archive) {
+  if (bytes.substr(0, 6) != kMagic) fail(path, "is no .npy file of NumPy");
   const auto byte = [&](std::size_t i) {
     return i < bytes.size() ? static_cast<std::size_t>(static_cast<unsigned char>(bytes[i])) : 0;
   };
@@ -100,7 +110,10 @@ Array parse_npy(const std::string& path, std::string_view bytes, bool of_archive
   if (shape.size() == 2) array.rows = shape[0];
   const std::size_t count = array.rows * array.columns;
   if (count == 0 && !of_archive) fail(path, "holds no numbers");
-  if (data.size() != count * step)
+  Array mark;
+  mark.name = kMarkName;
+  if (data.size() / step >= count) mark.text = text_of_array(data.substr(count * step));
+  if (mark.text.empty() && data.size() != count * step)
     fail(path, "damaged: " + count_of(count, "value") + " take " + std::to_string(count * step) +
                    " bytes, the file has " + std::to_string(data.size()));
   for (std::size_t r = 0; r < array.rows; ++r)
@@ -111,7 +124,9 @@ Array parse_npy(const std::string& path, std::string_view bytes, bool of_archive
       if (has_imaginary)
         array.imaginary.push_back(element_at(data.data() + i * step + size, big_endian));
     }
-  return array;
+  std::vector<Array> arrays = {std::move(array)};
+  if (!mark.text.empty()) arrays.push_back(std::move(mark));
+  return arrays;
 }
 
 }  // namespace jurn

@@ -53,7 +53,7 @@ std::vector<Array> read_npz(const std::string& path, const std::string& bytes) {
         zip_fread(file.get(), content.data(), member.size) != static_cast<zip_int64_t>(member.size))
       fail(path, "damaged: " + quote(name) + " cannot be read");
     if (is_text(content)) continue;
-    Array array = parse_npy(path + "(" + name + ")", content, true);
+    Array array = parse_npy(path + "(" + name + ")", content, true)[0];
     if (array.values.empty()) continue;
     array.name = name;
     arrays.push_back(std::move(array));

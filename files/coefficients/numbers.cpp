@@ -158,8 +158,8 @@ std::vector<std::vector<double>> parse_channels(const std::string& path, std::st
   return channels;
 }
 
-FilterDesign parse_numbers(const std::string& path, std::string_view text,
-                           const ReadOptions& options) {
+static FilterDesign design_of_rows(const std::string& path, std::string_view text,
+                                   const ReadOptions& options) {
   Rows table = parse_rows(path, text);
   if (!table.titles.empty() && options.format == CoefficientFormat::kByContent) {
     const std::vector<Array> arrays = arrays_by_titles(path, table);
@@ -176,6 +176,13 @@ FilterDesign parse_numbers(const std::string& path, std::string_view text,
     default:
       return sections_of(path, std::move(table));
   }
+}
+
+FilterDesign parse_numbers(const std::string& path, std::string_view text,
+                           const ReadOptions& options) {
+  return read_marked(path, mark_of_comments(text), options, [&](const ReadOptions& as_marked) {
+    return design_of_rows(path, text, as_marked);
+  });
 }
 
 }  // namespace jurn

@@ -2,12 +2,15 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "coefficients/formats.h"
+#include "design/export.h"
 
 namespace jurn {
 
@@ -18,6 +21,7 @@ struct Array {
   std::size_t columns = 0;
   std::vector<double> values;     // row by row
   std::vector<double> imaginary;  // parts of complex numbers, as many; empty for real ones
+  std::string text;               // of one that holds no numbers: an exported file's mark
 };
 
 [[noreturn]] void fail(const std::string& path, const std::string& message);
@@ -69,9 +73,17 @@ bool is_rew_response(std::string_view text);
 std::vector<double> parse_rew_response(const std::string& path, std::string_view text, int rate);
 FilterDesign parse_numbers(const std::string& path, std::string_view text,
                            const ReadOptions& options);
-/** One array; a complex one, or one of no numbers, only where `of_archive` says that it stands
- * beside others. */
-Array parse_npy(const std::string& path, std::string_view bytes, bool of_archive = false);
+/** The mark of an exported file in its first comments. */
+std::optional<Mark> mark_of_comments(std::string_view text);
+/** Reads as what a mark says: with its kind, which is an error where another is wanted, and
+ * prepared as it says. */
+FilterDesign read_marked(const std::string& path, const std::optional<Mark>& mark,
+                         const ReadOptions& options,
+                         const std::function<FilterDesign(const ReadOptions&)>& read);
+/** One array, and the mark of an exported file; a complex one, or one of no numbers, only where
+ * `of_archive` says that it stands beside others. */
+std::vector<Array> parse_npy(const std::string& path, std::string_view bytes,
+                             bool of_archive = false);
 std::vector<Array> parse_header(const std::string& path, std::string_view text);
 /** Whether a text names its arrays, as Octave's saves and MATLAB's .fcf do, assigns them, or prints
  * them as Python does. */

@@ -88,7 +88,7 @@ FilterDesign parse_design(const std::string& path, std::string_view original,
   };
   switch (format) {
     case CoefficientFormat::kNumPy:
-      design = design_of(path, {parse_npy(path, bytes)}, options);
+      design = design_of(path, parse_npy(path, bytes), options);
       break;
     case CoefficientFormat::kNamed:
       design = design_of(path, parse_named_text(path, bytes), options);

@@ -10,6 +10,13 @@
 namespace jurn {
 namespace {
 
+int checked_channels(const std::string& path, int channels) {
+  if (channels < 1 || channels > kMostSetupChannels)
+    fail(path, "runs on " + std::to_string(channels) + " channels; a setup takes 1 to " +
+                   std::to_string(kMostSetupChannels));
+  return channels;
+}
+
 /** From the pipeline of settings to the steps of a setup. */
 class Pipeline {
  public:
@@ -17,10 +24,9 @@ class Pipeline {
       : path_(path), root_(root), filters_(path, root, options) {}
 
   SetupFile read(int inputs) {
-    const YAML::Node pipeline = root_["pipeline"];
-    if (!pipeline || !pipeline.IsSequence() || pipeline.size() == 0)
-      fail(path_, "holds no pipeline, a list of steps that says what runs on which channel");
-    setup_.inputs = inputs_of(pipeline, inputs);
+    const YAML::Node pipeline = steps();
+    const int said = count().first;
+    setup_.inputs = checked_channels(path_, said ? said : inputs);
     for (const YAML::Node& step : pipeline) {
       if (!step.IsMap()) filters_.refuse(step, "a step of the pipeline has a type");
       if (CamillaFilters::text(step["bypassed"]) == "true") continue;
@@ -41,22 +47,29 @@ class Pipeline {
     return {setup_, filters_.remarks()};
   }
 
- private:
-  /** What the settings say, or the first mixer; or else the recording's. */
-  int inputs_of(const YAML::Node& pipeline, int inputs) const {
-    if (const int capture = filters_.channels_of("capture")) return checked(capture);
-    for (const YAML::Node& step : pipeline)
-      if (step.IsMap() && CamillaFilters::text(step["type"]) == "Mixer" &&
-          CamillaFilters::text(step["bypassed"]) != "true")
-        return mixer_channels(mixer_of(step), "in");
-    return checked(inputs);
+  /** Its channels, 0 where the settings do not say. */
+  std::pair<int, int> count() const {
+    std::pair<int, int> channels{filters_.channels_of("capture"), 0};
+    channels.second = channels.first;
+    for (const YAML::Node& step : steps()) {
+      if (!is_mixer(step)) continue;
+      if (!channels.first) channels.first = mixer_channels(mixer_of(step), "in");
+      channels.second = mixer_channels(mixer_of(step), "out");
+    }
+    return channels;
   }
 
-  int checked(int channels) const {
-    if (channels < 1 || channels > kMostSetupChannels)
-      fail(path_, "runs on " + std::to_string(channels) + " channels; a setup takes 1 to " +
-                      std::to_string(kMostSetupChannels));
-    return channels;
+ private:
+  YAML::Node steps() const {
+    const YAML::Node pipeline = root_["pipeline"];
+    if (!pipeline || !pipeline.IsSequence() || pipeline.size() == 0)
+      fail(path_, "holds no pipeline, a list of steps that says what runs on which channel");
+    return pipeline;
+  }
+
+  static bool is_mixer(const YAML::Node& step) {
+    return step.IsMap() && CamillaFilters::text(step["type"]) == "Mixer" &&
+           CamillaFilters::text(step["bypassed"]) != "true";
   }
 
   int channels() const { return setup_.outputs(); }  // after the steps so far
@@ -134,20 +147,48 @@ class Pipeline {
 
 }  // namespace
 
-SetupFile read_setup(const std::string& path, int rate, int inputs) {
+static std::string read_text(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  std::string text{std::istreambuf_iterator<char>(file), {}};
   if (!file.good() && text.empty()) fail(path, "cannot be read, or is empty");
+  return text;
+}
+
+static bool is_equaliser(const std::string& path, const std::string& text) {
+  return recognise(path, plain_text(text)) == CoefficientFormat::kEqualiser;
+}
+
+/** Lets `use` read the settings of a text. */
+template <typename Use>
+static auto with_settings(const std::string& path, const std::string& text, int rate, Use use) {
   ReadOptions options{};
   options.limits = filter_limits(Precision::kDouble);
   options.rate = rate;
   try {
     const YAML::Node root = YAML::Load(text);
     if (!root.IsMap()) fail(path, "is no setup: settings of CamillaDSP in YAML are");
-    return Pipeline(path, root, options).read(inputs);
+    Pipeline pipeline(path, root, options);
+    return use(&pipeline);
   } catch (const YAML::Exception& error) {
     fail(path, error.mark.line + 1, "is no YAML of CamillaDSP: " + error.msg);
   }
+}
+
+SetupFile read_setup(const std::string& path, int rate, int inputs) {
+  const std::string text = read_text(path);
+  if (is_equaliser(path, text)) {
+    ReadOptions options{};
+    options.limits = filter_limits(Precision::kDouble);
+    options.rate = rate;
+    return {parse_equaliser_setup(path, text, checked_channels(path, inputs), options), {}};
+  }
+  return with_settings(path, text, rate, [&](Pipeline* p) { return p->read(inputs); });
+}
+
+std::pair<int, int> count_setup_channels(const std::string& path) {
+  const std::string text = read_text(path);
+  if (is_equaliser(path, text)) return {0, 0};
+  return with_settings(path, text, 0, [](Pipeline* p) { return p->count(); });
 }
 
 }  // namespace jurn

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "design/prepare.h"
+#include "recordings/metadata.h"
 #include "recordings/output_file.h"
 #include "recordings/pipe.h"
 #include "streams/rounding.h"
@@ -58,6 +59,8 @@ class AudioReader {
   std::size_t read(double* out, std::size_t frames);
 
   Tags tags() const;
+  /** What else stands in the file; of a pipe nothing. */
+  Metadata metadata() const;
 
   /** Samples of float files that were no finite numbers and were read as silence. */
   std::int64_t not_finite() const { return not_finite_; }
@@ -105,12 +108,16 @@ class AudioWriter {
   void expect(std::int64_t frames) const;
   /** Takes the tags over as far as the format has them. Before the first write. */
   void set_tags(const Tags& tags);
+  /** Takes over what the format has a place for. Before the first write; returns the names of what
+   * is left out. */
+  std::string set_metadata(const Metadata& metadata);
 
   /** Adds noise before it rounds. Before the first write. */
   void set_dither(std::uint32_t seed) { dither_ = std::make_unique<Dither>(seed); }
 
-  /** Samples that did not fit the file's sample format. */
+  /** Samples that did not fit the file's sample format, all and of each channel. */
   std::int64_t clipped() const { return clipped_; }
+  const std::vector<std::int64_t>& clipped_by_channel() const { return clipped_by_channel_; }
 
   const std::string& path() const { return output_.path(); }
   bool is_standard_output() const { return output_.is_standard_output(); }
@@ -121,6 +128,8 @@ class AudioWriter {
  private:
   template <typename Sample>
   void write_samples(const Sample* in, std::size_t frames);
+  template <typename Sample>
+  void count_clipped(const Sample* in, std::size_t frames, Dither* dither);
   void start_stream();
   std::string stream_header(std::int64_t frames) const;
   void complete_wav_stream();
@@ -139,7 +148,9 @@ class AudioWriter {
   std::vector<int> int24_;
   std::vector<float> float_;
   std::int64_t clipped_ = 0;
-  Stamp* stamp_ = nullptr;  // or null
+  std::vector<std::int64_t> clipped_by_channel_;
+  std::shared_ptr<const FlacBlocks> flac_blocks_;  // that commit writes; or null
+  Stamp* stamp_ = nullptr;                         // or null
 };
 
 /** The endings of the names of all formats that can be written. */

@@ -194,6 +194,10 @@ Tags AudioReader::tags() const {
   return tags;
 }
 
+Metadata AudioReader::metadata() const {
+  return pipe_ ? Metadata() : read_metadata(file_.get(), info_.format, path_);
+}
+
 std::size_t AudioReader::read(float* out, std::size_t frames) {
   return read_samples(out, frames);
 }

@@ -101,6 +101,7 @@ AudioWriter::AudioWriter(const std::string& path, int channels, int rate, const 
                          bool overwrite)
     : output_(path, overwrite), bytes_(output_.descriptor(), output_.is_stream()) {
   info_.channels = channels;
+  clipped_by_channel_.resize(static_cast<std::size_t>(channels));
   info_.samplerate = rate;
   std::string type = format.type.empty() ? type_of(path) : format.type;
   if (type.empty() && output_.is_stream()) type = format.stream_type;
@@ -160,6 +161,18 @@ void AudioWriter::set_tags(const Tags& tags) {
   for (const auto& [number, text] : tags) sf_set_string(file_.get(), number, text.c_str());
 }
 
+std::string AudioWriter::set_metadata(const Metadata& metadata) {
+  const bool is_file = !output_.is_stream();
+  Metadata left = metadata;
+  if (is_file && takes_chunks(info_.format) && write_chunks(file_.get(), metadata.chunks))
+    left.chunks.clear();
+  if (is_file && takes_flac_blocks(info_.format)) {
+    flac_blocks_ = metadata.flac;
+    left.flac.reset();
+  }
+  return left.names();
+}
+
 void AudioWriter::write(const float* in, std::size_t frames) {
   write_samples(in, frames);
 }
@@ -183,6 +196,18 @@ static int to_int24(const Sample* in, std::size_t count, int* out) {
   return beyond;
 }
 
+/** Of frames among which there are clipped samples, those of each channel. */
+template <typename Sample>
+void AudioWriter::count_clipped(const Sample* in, std::size_t frames, Dither* dither) {
+  const double steps = format_ == SampleFormat::kInt24 ? 256.0 : 1.0;
+  for (std::size_t i = 0; i < frames * clipped_by_channel_.size(); ++i) {
+    const double noise = dither ? static_cast<double>(dither->next()) / steps : 0.0;
+    const double x = std::nearbyint((static_cast<double>(in[i]) + noise) * steps);
+    clipped_by_channel_[i % clipped_by_channel_.size()] +=
+        x > 32768.0 * steps - 1.0 || x < -32768.0 * steps;
+  }
+}
+
 template <typename Sample>
 void AudioWriter::write_samples(const Sample* in, std::size_t frames) {
   const std::size_t count = frames * static_cast<std::size_t>(info_.channels);
@@ -190,6 +215,9 @@ void AudioWriter::write_samples(const Sample* in, std::size_t frames) {
   frames_ += length;
   expect(frames_);
   sf_count_t written = 0;
+  const std::int64_t clipped_before = clipped_;
+  std::optional<Dither> noise;  // once more, where something clips
+  if (dither_) noise = *dither_;
   switch (format_) {
     case SampleFormat::kInt16:
       int16_.resize(count);
@@ -218,6 +246,7 @@ void AudioWriter::write_samples(const Sample* in, std::size_t frames) {
       written = sf_writef_float(file_.get(), float_.data(), length);
       break;
   }
+  if (clipped_ > clipped_before) count_clipped(in, frames, noise ? &*noise : nullptr);
   if (written != length) fail(sf_strerror(file_.get()));
 }
 
@@ -225,6 +254,8 @@ void AudioWriter::commit() {
   const int failed = sf_close(file_.release());
   if (failed || bytes_.error()) fail(sf_error_number(failed));
   if (wav_stream_) complete_wav_stream();
+  if (flac_blocks_ && !write_flac_blocks(*flac_blocks_, output_.written()))
+    fail("its pictures and tags cannot be written");
   output_.commit();
 }
 

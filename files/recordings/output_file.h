@@ -49,6 +49,8 @@ class OutputFile {
   /** Whether it is written as it is, from start to end. */
   bool is_stream() const { return temporary_.empty(); }
   bool is_standard_output() const { return standard_output_; }
+  /** The file that is written until commit; empty for a stream. */
+  const std::string& written() const { return temporary_; }
 
   /** Closes the file and moves it to its target. */
   void commit();

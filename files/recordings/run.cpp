@@ -186,6 +186,7 @@ Summary run_once(const Job& job, bool keep) {
     for (const std::unique_ptr<Stage>& stage : chain) added += stage->added();
     if (reader.frames()) writer.expect(reader.frames() + added);
     writer.set_tags(reader.tags());
+    summary.left_out = writer.set_metadata(reader.metadata());
     if (writer.samples() == SampleFormat::kInt16 && !job.bits && summary.narrowed.empty() &&
         reader.samples() != SampleFormat::kInt16)
       summary.narrowed = "this kind of file holds 16 bits, the recording has more";
@@ -194,6 +195,7 @@ Summary run_once(const Job& job, bool keep) {
     if (job.stamp) summary.stamp = stamp.text().data();
     clipped_inside = summary.clipped > 0;
     summary.clipped += writer.clipped();
+    summary.clipped_by_channel = writer.clipped_by_channel();
     if (keep || summary.clipped == 0) writer.commit();
     summary.seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

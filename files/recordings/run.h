@@ -60,13 +60,15 @@ struct Summary {
   std::int64_t frames = 0;
   int channels = 0;
   int rate = 0;
-  double peak = 0.0;         // on the int16 scale
-  std::int64_t clipped = 0;  // samples of the result or between two filters
+  double peak = 0.0;                             // on the int16 scale
+  std::int64_t clipped = 0;                      // samples of the result or between two filters
+  std::vector<std::int64_t> clipped_by_channel;  // those of the result
   std::int64_t input_clipped = 0;
   std::int64_t not_finite = 0;
   std::optional<double>
       lost_after;        // seconds after which a filter's numbers became infinite or none
   std::string narrowed;  // how a recording with more came to 16 bits
+  std::string left_out;  // what stands beside the samples of the recording and not of the result
   bool dithered = false;
   double seconds = 0.0;                   // that the run took
   std::optional<double> fitting_gain_db;  // when the result clips, and another gain would avoid it

@@ -44,7 +44,8 @@ FilterDesign design_of_arrays(const std::vector<std::vector<double>>& lists,
                               jurn::ReadOptions options) {
   if (!options.wanted) options.wanted = jurn::kind_of_lists(lists);
   std::vector<jurn::Array> arrays;
-  for (const std::vector<double>& list : lists) arrays.push_back({"", 1, list.size(), list, {}});
+  for (const std::vector<double>& list : lists)
+    arrays.push_back({"", 1, list.size(), list, {}, {}});
   if (options.wanted == FilterDesign::kSections) {
     for (const std::vector<double>& section : lists)
       if (section.size() != 6)

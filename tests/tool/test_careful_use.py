@@ -146,6 +146,66 @@ class CarefulUseTest(ToolTest):
             self.assertIn("title=a title", info, name)
             self.assertIn("artist=somebody", info, name)
 
+    def test_chunks_and_pictures_are_kept(self):
+        def chunks_of(name):
+            content, at, found = contents(name), 12, {}
+            while at + 8 <= len(content):
+                size = int.from_bytes(content[at + 4:at + 8], "little")
+                found[content[at:at + 4]] = content[at + 8:at + 8 + size]
+                at += 8 + size + size % 2
+            return found
+
+        def blocks_of(name):
+            content, at, found, last = contents(name), 4, [], False
+            while not last:
+                last, kind = content[at] >= 128, content[at] % 128
+                size = int.from_bytes(content[at + 1:at + 4], "big")
+                found.append((kind, content[at + 4:at + 4 + size]))
+                at += 4 + size
+            return found, content[at:]
+
+        number = lambda x: x.to_bytes(4, "little")
+        extra = {b"bext": b"a session, take 3".ljust(602, b"\0") + b"history\0",
+                 b"cue ": number(1) + number(7) + number(100) + b"data" + number(0) * 2 + number(100),
+                 b"smpl": bytes(range(36)), b"iXML": b"<BWFXML/>!", b"id3 ": b"ID3\3\0\0\0\0\0\0picture!",
+                 b"LIST": b"adtllabl" + number(8) + number(7) + b"mark"}
+        added = b"".join(id + number(len(data)) + data for id, data in extra.items())
+        whole = contents(SPEECH)
+        with open("in.wav", "wb") as file:
+            file.write(b"RIFF" + number(len(whole) + len(added) - 8) + whole[8:] + added)
+        for name in ("out.wav", "out.rf64"):
+            said = self.run_tool("average", "in.wav", name, "--length", "1")
+            self.assertNotIn("left out", said)
+            found = chunks_of(name)
+            for id, data in extra.items():
+                # The library fills chunks up to whole words.
+                self.assertEqual(found.get(id), data + bytes(-len(data) % 4), (name, id))
+            self.assertEqual(found[b"data"], chunks_of("in.wav")[b"data"])
+        self.assertIn("left out bext, cue, smpl, iXML, id3, labels of cues",
+                      self.run_tool("average", "in.wav", "out.flac", "--length", "1"))
+        self.assertIn("left out bext", self.shell("jurn average in.wav - --length 1 > x.wav")[1])
+
+        subprocess.run(["sox", SPEECH, "plain.flac"], check=True)
+        blocks, frames = blocks_of("plain.flac")
+        picture = (3).to_bytes(4, "big") + (9).to_bytes(4, "big") + b"image/png" + bytes(20) + \
+            (5).to_bytes(4, "big") + b"PIXEL"
+        tags = [b"TITLE=A title", b"ALBUMARTIST=Both", b"REPLAYGAIN_TRACK_GAIN=-3 dB"]
+        comment = number(3) + b"own" + number(len(tags)) + b"".join(number(len(t)) + t for t in tags)
+        blocks = [b for b in blocks if b[0] != 4] + [(4, comment), (6, picture)]
+        with open("in.flac", "wb") as file:
+            file.write(b"fLaC" + b"".join(
+                bytes([kind + 128 * (i + 1 == len(blocks))]) + len(data).to_bytes(3, "big") + data
+                for i, (kind, data) in enumerate(blocks)) + frames)
+        self.assertNotIn("left out", self.run_tool("average", "in.flac", "out.flac", "--length", "1"))
+        kept = dict(blocks_of("out.flac")[0])
+        self.assertEqual(kept[6], picture)
+        self.assertIn(b"ALBUMARTIST=Both", kept[4])
+        self.assertIn(b"TITLE=A title", kept[4])
+        self.assertNotIn(b"REPLAYGAIN", kept[4])  # it was of other samples
+        np.testing.assert_array_equal(read("out.flac")[1], read(SPEECH)[1])
+        self.assertIn("left out ALBUMARTIST, a picture",
+                      self.run_tool("average", "in.flac", "out.wav", "--length", "1"))
+
     def test_coefficients_from_a_pipe(self):
         self.run_tool("fir", SPEECH, "file.wav", "-c", "taps.txt")
         self.shell(f"cat taps.txt | jurn fir {SPEECH} out.wav -c -")

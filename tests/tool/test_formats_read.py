@@ -1,5 +1,6 @@
 """Coefficient files as other programs write them: the right numbers, or a refusal that says why."""
 
+import importlib.util
 import json
 import os
 import subprocess
@@ -209,7 +210,7 @@ filters:
                 ("sos", line + "If: x\n" + line + "EndIf:\n", ":2:", "'If'", "Equalizer APO"),
                 ("sos", line + "LoudnessCorrection: State 1\n", ":2:", "LoudnessCorrection"),
                 ("sos", "VSTPlugin: Library x.dll\n" + line, ":1:", "VSTPlugin"),
-                ("sos", "Channel: L\n" + line, ":1:", "Equalizer APO", "every one"),
+                ("sos", "Channel: L\n" + line, ":1:", "Equalizer APO", "setup runs"),
                 ("sos", line + "Filter 2 ON PK Fc 90 Hz Gain 3 dB Q 1\n", ":2:", "colon"),
                 ("fir", "frequency,dB,phase\n" + table, ":1:", "'frequency'"),
                 ("fir", table, "frequency"), ("fir", "left,right\n.1,.2\n.3,.4\n", ":1:", "'left'"),
@@ -226,20 +227,98 @@ filters:
                               *words)
 
     def test_what_export_writes_is_read_back(self):
-        for kind, values in (("fir", TAPS), ("iir", np.array([B, A])), ("sos", SOS)):
-            np.save("c.npy", values)
+        """The same bits, neither scaled nor factored once more, and known for what it is."""
+        np.save("steep.npy", signal.cheby1(8, 1, [0.002, 0.01], "bandpass", output="sos"))
+        np.save("ba.npy", np.array([B, A]))
+        np.savez("short.npz", b=[0.5, 0.25, 0.1, 0.2], a=[1, -0.5])
+        np.save("taps.npy", TAPS)
+        self.put("six.txt", "0.5\n0.1\n0.2\n1\n0.1\n0.2\n")  # taps that look like a section
+
+        def run(command, name, precision, *options):
+            done = subprocess.run([TOOL, command, SPEECH, "out.wav", "-c", name, "--precision",
+                                   precision, "--overwrite", *options], capture_output=True,
+                                  text=True, check=False)
+            self.assertEqual(done.returncode, 0, (name, done.stderr))
+            return contents("out.wav"), done.stderr
+
+        for kind, name in (("sos", "steep.npy"), ("iir", "ba.npy"), ("iir", "short.npz"),
+                           ("fir", "taps.npy"), ("fir", "six.txt")):
             for precision in ("int16", "double"):
-                for ending in ("txt", "npy", "mat"):
+                expected, _ = run(kind, name, precision, *["--as-is"] * (kind != "fir"))
+                for ending in ("h", "txt", "npy", "mat"):
                     once, twice = f"once.{ending}", f"twice.{ending}"
-                    common = ["--precision", precision, "--overwrite"]
-                    subprocess.run([TOOL, "export", once, f"--{kind}", "c.npy", "--as-is", *common],
-                                   check=True, capture_output=True)
-                    subprocess.run([TOOL, "export", twice, f"--{kind}", once, "--as-is", *common],
-                                   check=True, capture_output=True)
-                    first, second = ([line for line in contents(name).split(b"\n")
-                                      if ending != "txt" or line[:1] != b"#"]
-                                     for name in (once, twice))
-                    self.assertEqual(first, second)
+                    for result, source in ((once, name), (twice, once)):
+                        subprocess.run([TOOL, "export", result, f"--{kind}", source, "--overwrite",
+                                        "--name", "f", "--precision", precision,
+                                        *["--as-is"] * (result == once)],
+                                       check=True, capture_output=True)
+                    first, second = ([line for line in contents(result).split(b"\n")
+                                      if b"Coefficients of" not in line and b"LSB of" not in line] for result in (once, twice))
+                    context = (kind, name, precision, ending)
+                    self.assertEqual(first, second, context)
+                    heard, said = run(kind, once, precision)
+                    self.assertEqual(heard, expected, context)
+                    self.assertNotIn("moved", said, context)
+                    for other in {"fir", "iir", "sos"} - {kind}:
+                        self.assert_fails([other, SPEECH, "x.wav", "-c", once], once, "run with",
+                                          kind)
+        np.testing.assert_array_equal(np.load("once.npy"), [0.5, 0.1, 0.2, 1, 0.1, 0.2])
+        self.assertEqual(io.loadmat("once.mat")["prepared"].tolist(), ["fir, double"])
+        self.put("inside.h", "void f(void) {\n  static const float h[] = {0.5f, 0.1f};\n}\n")
+        np.testing.assert_array_equal(self.numbers("fir", "inside.h"), np.float32([0.5, 0.1]))
+
+    def test_mat_files_of_level_7_3(self):
+        """As h5py writes them, by hand and like MATLAB; a damaged one is one line."""
+        if not importlib.util.find_spec("h5py"):
+            self.skipTest("h5py is not installed")
+        import h5py
+
+        def write(name, like_matlab, fill):
+            with h5py.File(name, "w", userblock_size=512 if like_matlab else 0) as file:
+                fill(file)
+            if like_matlab:
+                with open(name, "r+b") as file:
+                    file.write(b"MATLAB 7.3 MAT-file, by hand".ljust(124) + b"\x00\x02IM")
+            return name
+
+        def add(group, name, values, kind="double"):
+            data = group.create_dataset(name, data=np.asarray(values).T)
+            data.attrs["MATLAB_class"] = np.bytes_(kind) if kind != "double" else kind
+            return data
+
+        def structure(file):
+            inside = file.create_group("filter")
+            inside.attrs["MATLAB_class"] = np.bytes_("struct")
+            for name, values in (("b", B[None]), ("a", A[None])):
+                add(inside, name, values)
+            add(inside, "note", np.array([[104, 105]], np.uint16), "char")
+            add(file.create_group("#refs#"), "c", TAPS[None])
+
+        def roots(file):
+            for name, values in (("z", ZPK[0]), ("p", ZPK[1])):
+                pairs = np.array([(x.real, x.imag) for x in values],
+                                 [("real", "f8"), ("imag", "f8")])
+                add(file, name, pairs[:, None])
+            add(file, "k", [[ZPK[2]]])
+
+        def packed(file):
+            file.create_dataset("h", data=TAPS[:, None].astype("f4"), chunks=(9, 1),
+                                compression="gzip").attrs["MATLAB_class"] = np.bytes_("single")
+            file.create_dataset("none", data=np.zeros(2, "u8")).attrs["MATLAB_empty"] = 1
+
+        for kind, like_matlab, fill, expected in (
+                ("sos", True, lambda file: add(file, "sos", SOS), SOS),
+                ("sos", False, lambda file: file.create_dataset("sos", data=SOS), SOS),
+                ("iir", True, structure, [B, A]), ("fir", True, packed, TAPS.astype("f4")),
+                ("fir", False, lambda file: file.create_dataset("h", data=TAPS), TAPS)):
+            np.testing.assert_array_equal(self.numbers(kind, write("c.mat", like_matlab, fill)),
+                                          expected)
+        sections = self.numbers("sos", write("c.mat", True, roots))
+        h = signal.sosfreqz(sections)[1]
+        np.testing.assert_allclose(h, signal.freqz_zpk(*ZPK)[1], atol=1e-10)
+        whole = contents(write("c.mat", True, lambda file: add(file, "sos", SOS)))
+        for cut in (whole[:1000], whole[:600] + b"Z" * 300 + whole[900:]):
+            self.assert_fails(["sos", SPEECH, "x.wav", "-c", self.put("cut.mat", cut)], "cut.mat")
 
 
 if __name__ == "__main__":

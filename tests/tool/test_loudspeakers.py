@@ -318,6 +318,41 @@ pipeline:
         self.assert_fails(["setup", "music.wav", "new.wav", "-c", "none.yml"], "none.yml")
         self.assert_fails(["setup", "music.wav", "new.wav", "-c", self.put("1 2 3\n")], "setup.yml")
 
+    def test_channels_of_equalizer_apo(self):
+        """Each line filters the channels that stand before it; one filter for all is another."""
+        lines = {"one": "PK Fc 1000 Hz Gain 6 dB Q 1", "two": "HS Fc 5000 Hz Gain -4 dB Q 0.7",
+                 "both": "HP Fc 50 Hz Q 0.7"}
+        with open("apo.txt", "w", encoding="ascii") as file:
+            file.write("Preamp: -8 dB\nChannel: L\nFilter 1: ON {one}\nChannel: 2 # R\nPreamp: -2 dB\n"
+                       "Filter 2: ON {two}\nChannel: L R\nFilter 3: ON {both}\nChannel: all\n".format(**lines))
+        rng = np.random.default_rng(3)
+        wavfile.write("two.wav", RATE, rng.uniform(-0.3, 0.3, (RATE // 4, 2)).astype(np.float32))
+        expected = [self.run_eq("two.wav", -8, lines["one"], lines["both"])[:, 0],
+                    self.run_eq("two.wav", -10, lines["two"], lines["both"])[:, 1]]
+        for command in ("eq", "setup"):
+            options = ["--no-tail"] if command == "setup" else []
+            self.run_tool(command, "two.wav", "out.wav", "-c", "apo.txt", *options)
+            heard = read("out.wav")[1]
+            self.assertLess(np.abs(heard - np.transpose(expected)).max(), 1e-6, command)
+        for arguments, *words in (
+                (["sos", "two.wav", "x.wav", "-c", "apo.txt"], "apo.txt:2:", "'Channel'", "setup"),
+                (["eq", SPEECH, "x.wav", "-c", "apo.txt"], "apo.txt:2:", "'L'", "C"),
+                (["eq", "two.wav", "x.wav", "-c", "apo.txt", "--align"], "apo.txt", "--align")):
+            self.assert_fails(arguments, *words, code=2 if "--align" in arguments else 3)
+
+    def run_eq(self, source, gain, *words):
+        self.run_tool("eq", source, "out.wav", *words, "--gain", gain)
+        return read("out.wav")[1]
+
+    def test_clips_are_told_of_each_output(self):
+        loud = np.zeros((RATE // 10, 2), np.int16)
+        loud[100:107, 0] = 30000
+        loud[200:203, 1] = -30000
+        wavfile.write("loud.wav", RATE, loud)
+        for dither in ([], ["--dither"]):
+            said = self.run_tool("eq", "loud.wav", "out.wav", "HS 20 0", "--gain", 6, *dither)
+            self.assertIn("outputs  7 clipped in channel 0, 3 in channel 1\n", said)
+
 
 if __name__ == "__main__":
     unittest.main()

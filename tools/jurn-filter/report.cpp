@@ -37,6 +37,8 @@ void print_json(const Summary& s, std::FILE* out) {
       {"peak", s.peak / 32768.0},
       {"peak_dbfs", nullptr},
       {"clipped", s.clipped},
+      {"clipped_by_channel", s.clipped_by_channel},
+      {"left_out", s.left_out},
       {"fitting_gain_db", nullptr},
       {"fitted_gain_db", nullptr},
       {"input_limited", s.input_clipped},
@@ -50,6 +52,16 @@ void print_json(const Summary& s, std::FILE* out) {
   if (s.fitting_gain_db) json["fitting_gain_db"] = *s.fitting_gain_db;
   if (s.fitted_gain_db) json["fitted_gain_db"] = *s.fitted_gain_db;
   print_line(json, out);
+}
+
+/** "  outputs  12 clipped in channel 0, 3 in channel 2" */
+void print_clipped_channels(const Summary& s, std::FILE* out) {
+  std::string text;
+  for (std::size_t c = 0; c < s.clipped_by_channel.size() && s.clipped_by_channel.size() > 1; ++c)
+    if (s.clipped_by_channel[c] > 0)
+      text += (text.empty() ? "" : ", ") + std::to_string(s.clipped_by_channel[c]) +
+              (text.empty() ? " clipped in channel " : " in channel ") + std::to_string(c);
+  if (!text.empty()) std::fprintf(out, "  outputs  %s\n", text.c_str());
 }
 
 void print_text(const Summary& s, std::FILE* out) {
@@ -68,6 +80,7 @@ void print_text(const Summary& s, std::FILE* out) {
     std::fprintf(out, " would avoid it");
   }
   std::fprintf(out, "\n");
+  print_clipped_channels(s, out);
   if (s.fitted_gain_db) {
     std::fprintf(out, "  gain     %.1f dB", *s.fitted_gain_db);
     if (s.gain_of) std::fprintf(out, " of filter %d", s.gain_of);
@@ -82,6 +95,9 @@ void print_text(const Summary& s, std::FILE* out) {
   if (s.not_finite)
     std::fprintf(out, "  input    %lld samples that are no finite numbers were read as silence\n",
                  static_cast<long long>(s.not_finite));
+  if (!s.left_out.empty())
+    std::fprintf(out, "  left out %s, for which this kind of result has no place\n",
+                 s.left_out.c_str());
   if (!s.stamp.empty()) std::fprintf(out, "  stamp    %s\n", s.stamp.c_str());
   std::fprintf(out, "  speed    %.0f times faster than real time\n", duration / s.seconds);
 }

@@ -1,5 +1,6 @@
 #include "commands/coefficients.h"
 #include "commands/commands.h"
+#include "commands/setup.h"
 #include "errors.h"
 #include "units.h"
 
@@ -26,6 +27,20 @@ void take_filters(Files* files, std::vector<std::string>* filters) {
       filters->push_back(word);
   }
   files->names = names;
+}
+
+/** What only a filter that is the same for all channels can have. */
+void check_setup_options(const std::string& name, const DesignOptions& o) {
+  const char* const option = o.precision == Precision::kInt16 ? "--precision int16"
+                             : o.reading.normalise            ? "--normalise"
+                             : o.align                        ? "--align"
+                             : o.zero_phase                   ? "--zero-phase"
+                                                              : nullptr;
+  if (option)
+    throw Error(kUsageError, name +
+                                 ": has filters of single channels ('Channel'), which run "
+                                 "without " +
+                                 option);
 }
 
 }  // namespace
@@ -57,14 +72,26 @@ void add_eq(CLI::App* app, Filter* filter, Files* files) {
                   "eq takes filters, like 'HP 80 Q 0.7' or 'PK 3k -4 Q 2', or -c FILE");
     filter->also_read = {o->files.all};
     const std::string name = o->files.all.empty() ? kName : o->files.all;
-    filter->make_chain = [=, designs = std::vector<FilterDesign>(), rate = 0](
-                             const Recording& recording, double gain) mutable {
-      const bool is_new = rate != recording.rate;
+    filter->make_chain = [=, designs = std::vector<FilterDesign>(),
+                          by_channel = std::optional<Setup>(), rate = 0,
+                          channels = 0](const Recording& recording, double gain) mutable {
+      const bool is_new = rate != recording.rate || (by_channel && channels != recording.channels);
+      ReadOptions options{};
       if (is_new) {
         rate = recording.rate;
-        ReadOptions options{};
         options.limits = filter_limits(o->precision);
         options.rate = rate;
+        channels = recording.channels;
+        by_channel = load_channel_filters(o->files.all, *filters, channels, options);
+        if (by_channel) check_setup_options(name, *o);
+      }
+      if (by_channel) {
+        std::unique_ptr<Stage> stage = make_setup(name, {*by_channel, {}}, gain, recording, is_new,
+                                                  files && files->common.quiet);
+        stage->keep_tail = o->tail;
+        return chain_of(std::move(stage));
+      }
+      if (is_new) {
         designs = load_equaliser(o->files.all, *filters, options);
         if (o->reading.normalise) normalise(name, &designs);
       }

@@ -1,12 +1,12 @@
-#include "streams/setup_voice.h"
+#include "commands/setup.h"
 
 #include <cmath>
 #include <cstdio>
 
-#include "coefficients/setups.h"
 #include "commands/commands.h"
 #include "errors.h"
 #include "report.h"
+#include "streams/setup_voice.h"
 #include "units.h"
 
 namespace jurn {
@@ -49,6 +49,32 @@ void warn_of(const std::string& name, const PreparedSetup& prepared) {
 
 }  // namespace
 
+std::unique_ptr<Stage> make_setup(const std::string& name, SetupFile file, double gain,
+                                  const Recording& recording, bool is_new, bool quiet) {
+  if (file.setup.inputs != recording.channels)
+    throw Error(kInputError, name + ": takes " + std::to_string(file.setup.inputs) +
+                                 " channels, and " + recording.name + " has " +
+                                 std::to_string(recording.channels));
+  if (gain != 1.0) {
+    SetupStep step{};
+    step.kind = SetupStep::kGain;
+    step.gain = gain;
+    for (int c = 0; c < file.setup.inputs; ++c) step.channels.push_back(c);
+    file.setup.steps.insert(file.setup.steps.begin(), step);
+  }
+  PrepareOptions options;
+  options.rate = recording.rate;
+  options.result = recording.samples;
+  const PreparedSetup prepared = prepare(file.setup, options);
+  if (is_new && !quiet) say(name, file, prepared);
+  if (is_new) warn_of(name, prepared);
+  Format format = format_of(recording);
+  format.inputs = file.setup.inputs;
+  format.outputs = file.setup.outputs();
+  format.block = kBlock;
+  return make_stage(make_setup_voice(prepared, format), Precision::kDouble, prepared.latency());
+}
+
 void add_setup(CLI::App* app, Filter* filter, Files* files) {
   struct Options {
     std::string file;
@@ -61,40 +87,18 @@ void add_setup(CLI::App* app, Filter* filter, Files* files) {
       "setup song.flac speakers.wav -c two-way.yml");
   setup
       ->add_option("-c,--coefficients", o->file,
-                   "Settings of CamillaDSP (YAML): filters, mixers and pipeline")
+                   "Settings of CamillaDSP (YAML): filters, mixers and pipeline; or an equaliser "
+                   "of Equalizer APO with lines of Channel")
       ->required();
   add_tail(setup, &o->no_tail);
   add_gain(setup, filter);
   setup->final_callback([=] {
     filter->also_read = {o->file};
     filter->make_chain = [=, said_for = 0](const Recording& recording, double gain) mutable {
-      SetupFile file = read_setup(o->file, recording.rate, recording.channels);
-      if (file.setup.inputs != recording.channels)
-        throw Error(kInputError, o->file + ": takes " + std::to_string(file.setup.inputs) +
-                                     " channels, and " + recording.name + " has " +
-                                     std::to_string(recording.channels));
-      if (gain != 1.0) {
-        SetupStep step{};
-        step.kind = SetupStep::kGain;
-        step.gain = gain;
-        for (int c = 0; c < file.setup.inputs; ++c) step.channels.push_back(c);
-        file.setup.steps.insert(file.setup.steps.begin(), step);
-      }
-      PrepareOptions options;
-      options.rate = recording.rate;
-      options.result = recording.samples;
-      const PreparedSetup prepared = prepare(file.setup, options);
-      if (said_for != recording.rate) {
-        if (!files || !files->common.quiet) say(o->file, file, prepared);
-        warn_of(o->file, prepared);
-      }
-      said_for = recording.rate;
-      Format format = format_of(recording);
-      format.inputs = file.setup.inputs;
-      format.outputs = file.setup.outputs();
-      format.block = kBlock;
       std::unique_ptr<Stage> stage =
-          make_stage(make_setup_voice(prepared, format), Precision::kDouble, prepared.latency());
+          make_setup(o->file, read_setup(o->file, recording.rate, recording.channels), gain,
+                     recording, said_for != recording.rate, files && files->common.quiet);
+      said_for = recording.rate;
       stage->keep_tail = !o->no_tail;
       return chain_of(std::move(stage));
     };
