@@ -67,13 +67,13 @@ JURN_INLINE void forward_from(const float* w, float* x, int length, Source sourc
 static void forward_piece(const float* w, float* x, const float* samples, int length, int piece) {
   if (piece == JURN_ALL_PIECES || length < JURN_PIECES_FFT_MIN) {
     if (length >= 128) {
-      forward_from(w, x, length, InArray{samples});
+      forward_from(w, x, length, InOther{{samples}});
     } else {
       if (x != samples) memcpy(x, samples, length * sizeof(float));
       forward(w, x, length);
     }
   } else if (piece == 0) {
-    split_forward(x, length, w, InArray{samples});
+    split_forward(x, length, w, InOther{{samples}});
   } else if (piece < 4) {
     long_forward(x + piece * (length / 4), length / 8, w);
   } else {

@@ -32,11 +32,14 @@ JURN_INLINE void halve_inverse(float* x, int length, const float* w, float scale
 }
 
 /** The samples of the first pass of a forward transform, from the array that it works in, from
- * int16 samples, or from one channel of interleaved ones. */
+ * another one, from int16 samples, or from one channel of interleaved ones. A type of its own for
+ * the other array lets compilers build the pass in place around one pointer. */
 struct InArray {
   const float* x;
   JURN_INLINED Floats at(ptrdiff_t i) const { return load_once(x + i); }
 };
+
+struct InOther : InArray {};
 
 using Ints = Vec<int, lane_count>;
 
