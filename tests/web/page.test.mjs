@@ -373,6 +373,10 @@ test('every kind and view on a phone and a desktop: nothing beside the page, eve
     }
     await page.click('[data-kind=eq]');
     await page.click('[data-view=magnitude]');
+    const top = () => page.evaluate(() => document.getElementById('view').getBoundingClientRect().top);
+    const before = await top();
+    assert.match(await responseAt(page, 0.5), /dB/);
+    assert.equal(await top(), before, 'the chart slips away under the pointer');
     assert.match(await page.textContent('#chart-hint'), width === 360 ? /two fingers.*long press/ : /wheel.*right button/);
     assert.equal(await page.locator('.keys').isVisible(), width !== 360);
     const cut = await page.evaluate(() => [...document.querySelectorAll('.bands, .bands input')]
