@@ -1,4 +1,5 @@
-// The engine's streams behind objects of Java's: any design in double, and impulse responses.
+// The engine's streams behind objects of another language's: any design in double, and impulse
+// responses.
 #include <algorithm>
 #include <utility>
 
@@ -9,7 +10,7 @@
 #include "running.h"
 #include "streams/changing_stream.h"
 
-namespace jurn::java {
+namespace jurn::bindings {
 namespace {
 
 constexpr double kLongestMean = 1 << 24;
@@ -85,6 +86,10 @@ class StreamRunning : public Running {
   void run(const short* in, int frames, short* out) override { stream_.process(in, frames, out); }
   void run(const float* in, int frames, float* out) override { stream_.process(in, frames, out); }
 
+  void run(const float* const* in, int frames, float* const* out) override {
+    stream_.process(in, frames, out);
+  }
+
   void change(const Wanted& to, int fade) override {
     auto offer = std::make_unique<OfferedFilter>(voice_of(to, format_, longest_));
     offer->change->fade = fade;
@@ -120,4 +125,4 @@ std::unique_ptr<Running> make_stream(const std::vector<int>& shape, const Wanted
   return std::make_unique<StreamRunning>(format, longest, wanted);
 }
 
-}  // namespace jurn::java
+}  // namespace jurn::bindings

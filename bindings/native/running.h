@@ -1,4 +1,4 @@
-// What runs behind an object of Java's.
+// What runs behind an object of another language's.
 #pragma once
 
 #include <cstddef>
@@ -7,12 +7,12 @@
 #include <string_view>
 #include <vector>
 
-namespace jurn::java {
+namespace jurn::bindings {
 
-/** The records behind objects; the numbers are those of Native.java. */
+/** The records behind objects; the numbers are part of the interface. */
 enum class What { kFilter, kMovingSum, kFloatFilter, kLongFilter };
 
-/** Coefficients as Java hands them over. */
+/** Coefficients as they are handed over. */
 struct Wanted {
   int kind;               // FilterDesign's or one of below; a long filter's own
   std::vector<double> b;  // of routes, the taps of all of them
@@ -37,6 +37,8 @@ class Running {
   virtual void run(const short* in, int frames, short* out);
   virtual void run(const float* in, int frames, float* out);
   virtual void run(const short* in, int frames, float* out);
+  /** Each channel in an array of its own. */
+  virtual void run(const float* const* in, int frames, float* const* out);
 
   /** Any thread, also while another one runs. */
   virtual void change(const Wanted& to, int fade);
@@ -65,4 +67,4 @@ std::unique_ptr<Running> make_record(What what, int channels, const Wanted* want
 /** `shape` is rate, inputs, outputs, frames of a block and longest taps. */
 std::unique_ptr<Running> make_stream(const std::vector<int>& shape, const Wanted& wanted);
 
-}  // namespace jurn::java
+}  // namespace jurn::bindings

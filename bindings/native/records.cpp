@@ -1,4 +1,4 @@
-// The library's records behind objects of Java's.
+// The library's records behind objects of another language's.
 #include <algorithm>
 #include <iterator>
 #include <type_traits>
@@ -9,7 +9,7 @@
 #include "streams/hand_over.h"
 #include "streams/record_stream.h"
 
-namespace jurn::java {
+namespace jurn::bindings {
 namespace {
 
 using namespace records;
@@ -221,4 +221,4 @@ std::unique_ptr<Running> make_record(What what, int channels, const Wanted* want
   }
 }
 
-}  // namespace jurn::java
+}  // namespace jurn::bindings

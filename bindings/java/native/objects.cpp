@@ -6,30 +6,11 @@
 #include "calls.h"
 
 namespace jurn::java {
-
-void Running::run(const short*, int, short*) {
-  throw Error(kUsageError, "this object does not filter int16 samples");
-}
-void Running::run(const float*, int, float*) {
-  throw Error(kUsageError, "this object does not filter floats");
-}
-void Running::run(const short*, int, float*) {
-  throw Error(kUsageError, "this object does not filter int16 samples to floats");
-}
-void Running::change(const Wanted&, int) {
-  throw Error(kUsageError, "this object has no coefficients to fade to");
-}
-int Running::push(short) {
-  throw Error(kUsageError, "this object has no running sum");
-}
-std::string Running::stored() {
-  throw Error(kUsageError, "this object cannot be stored");
-}
-void Running::restore(std::string_view) {
-  throw Error(kUsageError, "this object cannot be stored");
-}
-
 namespace {
+
+using bindings::Running;
+using bindings::Wanted;
+using bindings::What;
 
 Running* at(jlong object) {
   // NOLINTNEXTLINE(performance-no-int-to-ptr): Java keeps addresses in numbers
@@ -49,7 +30,7 @@ jlong make_record_object(JNIEnv* env, jclass, jint what, jint channels, jint kin
                          jdoubleArray a) {
   return guarded(env, [&] {
     const Wanted wanted = {kind, listed(env, b), listed(env, a), {}};
-    return address(make_record(static_cast<What>(what), channels, &wanted));
+    return address(bindings::make_record(static_cast<What>(what), channels, &wanted));
   });
 }
 
@@ -57,14 +38,14 @@ jlong make_stream_object(JNIEnv* env, jclass, jintArray shape, jint kind, jdoubl
                          jdoubleArray a, jintArray routes) {
   return guarded(env, [&] {
     const std::vector<jint> numbers = listed(env, shape);
-    return address(
-        make_stream({numbers.begin(), numbers.end()}, wanted_of(env, kind, b, a, routes)));
+    return address(bindings::make_stream({numbers.begin(), numbers.end()},
+                                         wanted_of(env, kind, b, a, routes)));
   });
 }
 
 jlong restore(JNIEnv* env, jclass, jint what, jbyteArray bytes) {
   return guarded(env, [&] {
-    std::unique_ptr<Running> object = make_record(static_cast<What>(what), 1, nullptr);
+    std::unique_ptr<Running> object = bindings::make_record(static_cast<What>(what), 1, nullptr);
     object->restore(bytes_of(env, bytes));
     return address(std::move(object));
   });

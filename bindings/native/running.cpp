@@ -1,0 +1,32 @@
+#include "running.h"
+
+#include "errors.h"
+
+namespace jurn::bindings {
+
+void Running::run(const short*, int, short*) {
+  throw Error(kUsageError, "this object does not filter int16 samples");
+}
+void Running::run(const float*, int, float*) {
+  throw Error(kUsageError, "this object does not filter floats");
+}
+void Running::run(const short*, int, float*) {
+  throw Error(kUsageError, "this object does not filter int16 samples to floats");
+}
+void Running::run(const float* const*, int, float* const*) {
+  throw Error(kUsageError, "this object takes its channels interleaved");
+}
+void Running::change(const Wanted&, int) {
+  throw Error(kUsageError, "this object has no coefficients to fade to");
+}
+int Running::push(short) {
+  throw Error(kUsageError, "this object has no running sum");
+}
+std::string Running::stored() {
+  throw Error(kUsageError, "this object cannot be stored");
+}
+void Running::restore(std::string_view) {
+  throw Error(kUsageError, "this object cannot be stored");
+}
+
+}  // namespace jurn::bindings
