@@ -114,8 +114,8 @@ static gboolean query(GstBaseTransform* transform, GstPadDirection direction, Gs
     return GST_BASE_TRANSFORM_CLASS(gst_jurn_blocks_parent_class)
         ->query(transform, direction, asked);
   const StreamFormat format = self->state->preparer->format();
-  return jurn::gst::answer_latency(transform, asked, self->state->regroups ? format.block : 0,
-                                   format.rate);
+  const int block = self->state->regroups ? format.block : 0;
+  return jurn::gst::answer_latency(transform, asked, block + self->state->late, format.rate);
 }
 
 static gboolean start(GstBaseTransform* transform) {

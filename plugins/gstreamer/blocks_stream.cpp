@@ -80,6 +80,13 @@ static void count(GstJurnBlocks* self, const guint8* bytes, std::size_t frames) 
                                 frames * channels, channels, format.rate);
 }
 
+/** Tells the pipeline when another filter is late by another time. */
+static void tell_latency(GstJurnBlocks* self) {
+  const int frames = self->state->stream ? self->state->stream->latency() : 0;
+  if (self->state->late.exchange(frames) != frames)
+    gst_element_post_message(GST_ELEMENT(self), gst_message_new_latency(GST_OBJECT(self)));
+}
+
 /** A buffer of the next `frames` output frames, which `fill` writes. */
 template <typename Fill>
 static GstBuffer* output(GstJurnBlocks* self, std::size_t frames, Fill fill) {
@@ -199,6 +206,7 @@ GstFlowReturn jurn::gst::generate_output(GstBaseTransform* transform, GstBuffer*
       stream->push(in.data, frames, nullptr, transform->segment);
     }
   }
+  tell_latency(self);
   gst_buffer_unmap(input, &in);
   gst_buffer_unref(input);
   return flow;

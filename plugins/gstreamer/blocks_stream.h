@@ -13,6 +13,7 @@ struct BlocksState {
   std::atomic<int> wanted_block{0};
   std::atomic<bool> keeps_tail{true};
   std::atomic<bool> regroups{false};
+  std::atomic<int> late{0};  // frames by which the filter is, as those of linear phase are
   Statistics statistics;
 
   // The streaming thread's own.

@@ -3,10 +3,12 @@
 #include <stdexcept>
 
 #include "Convolution_control.h"
+#include "coefficients/setups.h"
 #include "element.h"
 #include "impulse_responses/routes.h"
 #include "recordings/audio_io.h"
 #include "streams/changing_stream.h"
+#include "streams/setup_voice.h"
 #include "units.h"
 
 namespace jurn::gst {
@@ -49,7 +51,10 @@ void ConvolutionSource::find_pairs(const ConvolutionSettings& settings) {
   ChannelPairs pairs;
   std::string problem;
   try {
-    if (!settings.routes.empty())
+    if (!settings.setup.empty()) {
+      if (const auto channels = jurn::count_setup_channels(settings.setup); channels.first)
+        pairs = {channels};
+    } else if (!settings.routes.empty())
       pairs = {jurn::count_routes(settings.routes)};
     else if (!settings.location.empty())
       pairs = pairs_of(jurn::count_channels(settings.location));
@@ -85,13 +90,47 @@ void ConvolutionSource::read(const ConvolutionSettings& settings, int rate) {
   files_ = std::move(files);
 }
 
+std::unique_ptr<OfferedFilter> ConvolutionSource::prepare_setup(
+    const ConvolutionSettings& settings, const StreamFormat& format,
+    std::vector<std::string>* warnings) {
+  const std::string& name = settings.setup;
+  if (settings.normalise) throw std::runtime_error(name + ": normalise is for impulse responses");
+  if (settings.precision == jurn::Precision::kInt16)
+    throw std::runtime_error(name + ": setups run in double; precision=int16 is for others");
+  if (!format.rate || !format.block) return nullptr;
+  jurn::Setup setup = jurn::read_setup(name, format.rate, format.inputs).setup;
+  if (setup.inputs != format.inputs || setup.outputs() != format.outputs)
+    throw std::runtime_error(name + ": connects " + std::to_string(setup.inputs) + " to " +
+                             std::to_string(setup.outputs()) + " channels, and the stream has " +
+                             std::to_string(format.inputs) + " and " +
+                             std::to_string(format.outputs));
+  if (settings.gain_db != 0.0) {
+    jurn::SetupStep gain{};
+    gain.kind = jurn::SetupStep::kGain;
+    gain.gain = jurn::from_decibels(settings.gain_db);
+    for (int c = 0; c < setup.inputs; ++c) gain.channels.push_back(c);
+    setup.steps.insert(setup.steps.begin(), std::move(gain));
+  }
+  jurn::PrepareOptions options;
+  options.result = format.is_float ? jurn::SampleFormat::kFloat : jurn::SampleFormat::kInt16;
+  options.rate = format.rate;
+  const jurn::PreparedSetup prepared = jurn::prepare(setup, options);
+  for (const jurn::Notice& notice : prepared.notices)
+    if (notice.is_warning()) warnings->push_back(name + ": " + notice.text);
+  return std::make_unique<OfferedFilter>(
+      jurn::make_setup_voice(prepared,
+                             engine_format(format, format.block, jurn::kConvolutionHistory)),
+      prepared.latency());
+}
+
 std::unique_ptr<OfferedFilter> ConvolutionSource::prepare(const StreamFormat& format,
-                                                          std::vector<std::string>*) {
+                                                          std::vector<std::string>* warnings) {
   const ConvolutionSettings& settings = next();
   const bool by_routes = !settings.routes.empty();
-  const std::string& name = by_routes ? settings.routes : settings.location;
+  const std::string& name = settings.file();
   find_pairs(settings);
   if (name.empty()) return nullptr;
+  if (!settings.setup.empty()) return prepare_setup(settings, format, warnings);
   read(settings, format.rate ? format.rate : by_routes ? kUsualRate : rate_of(name));
   if (!format.block) return nullptr;
   jurn::Routing routing =

@@ -12,22 +12,28 @@
 
 namespace jurn::gst {
 
-/** What the properties ask for: a file of responses, or one of routes. */
+/** What the properties ask for: a file of responses, one of routes, or one of a setup. */
 struct ConvolutionSettings {
-  std::string location, routes;
+  std::string location, routes, setup;
   double gain_db = 0.0;
   bool normalise = false, resample = false;
   jurn::Precision precision = jurn::Precision::kDouble;
   int setting = 0;  // which time the files were set: the same name may mean another file
 
-  void set_location(const std::string& path) {
-    location = path;
-    if (!path.empty()) routes.clear();
-    ++setting;
+  void set_location(const std::string& path) { set(&location, path); }
+  void set_routes(const std::string& path) { set(&routes, path); }
+  void set_setup(const std::string& path) { set(&setup, path); }
+  /** The one that is set, or none. */
+  const std::string& file() const {
+    return !setup.empty() ? setup : !routes.empty() ? routes : location;
   }
-  void set_routes(const std::string& path) {
-    routes = path;
-    if (!path.empty()) location.clear();
+
+ private:
+  /** Each replaces the others, and an empty one only itself. */
+  void set(std::string* one, const std::string& path) {
+    for (std::string* other : {&location, &routes, &setup})
+      if (!path.empty()) other->clear();
+    *one = path;
     ++setting;
   }
 };
@@ -59,6 +65,9 @@ class ConvolutionSource final : public SettingsPreparer<ConvolutionSettings> {
   void settled(bool well) override;
   void read(const ConvolutionSettings& settings, int rate);
   void find_pairs(const ConvolutionSettings& settings);
+  std::unique_ptr<OfferedFilter> prepare_setup(const ConvolutionSettings& settings,
+                                               const StreamFormat& format,
+                                               std::vector<std::string>* warnings);
 
   mutable std::mutex mutex_;
   ChannelPairs pairs_;

@@ -18,7 +18,7 @@ using jurn::gst::ConvolutionSource;
 
 namespace {
 
-enum Property { kLocation = 1, kRoutes, kGain, kNormalise, kResample, kPrecision };
+enum Property { kLocation = 1, kRoutes, kSetup, kGain, kNormalise, kResample, kPrecision };
 
 constexpr char kCaps[] = GST_AUDIO_CAPS_MAKE("{ " GST_AUDIO_NE(S16) ", " GST_AUDIO_NE(
     F32) " }") ", layout = (string) interleaved, channels = (int) [ 1, 16 ]";
@@ -76,6 +76,8 @@ static void set_property(GObject* object, guint id, const GValue* value, GParamS
       return change([&](Settings* s) { s->set_location(jurn::gst::text_of(value)); });
     case kRoutes:
       return change([&](Settings* s) { s->set_routes(jurn::gst::text_of(value)); });
+    case kSetup:
+      return change([&](Settings* s) { s->set_setup(jurn::gst::text_of(value)); });
     case kGain:
       return change([&](Settings* s) { s->gain_db = g_value_get_double(value); });
     case kNormalise:
@@ -98,6 +100,8 @@ static void get_property(GObject* object, guint id, GValue* value, GParamSpec* s
       return g_value_set_string(value, settings.location.c_str());
     case kRoutes:
       return g_value_set_string(value, settings.routes.c_str());
+    case kSetup:
+      return g_value_set_string(value, settings.setup.c_str());
     case kGain:
       return g_value_set_double(value, settings.gain_db);
     case kNormalise:
@@ -129,12 +133,16 @@ static void gst_jurn_convolve_class_init(GstJurnConvolveClass* klass) {
                          "location", "Location",
                          "Impulse response: one channel for all; one for each channel, or for "
                          "both ears of a mono stream; or four for stereo, left to left, left to "
-                         "right, right to left, right to right; replaces routes",
+                         "right, right to left, right to right; replaces routes and setup",
                          nullptr, flags));
   install(kRoutes, g_param_spec_string("routes", "Routes",
                                        "File of routes between any channels, as jurn-filter reads "
-                                       "it; replaces location",
+                                       "it; replaces location and setup",
                                        nullptr, flags));
+  install(kSetup, g_param_spec_string("setup", "Setup",
+                                      "File of a whole setup of loudspeakers: filters, delays and "
+                                      "mixers per channel, in double; replaces location and routes",
+                                      nullptr, flags));
   install(kGain, g_param_spec_double("gain", "Gain", "Gain in dB", -200.0, 200.0, 0.0,
                                      static_cast<GParamFlags>(flags | GST_PARAM_CONTROLLABLE)));
   install(kNormalise, g_param_spec_boolean("normalise", "Normalise",
@@ -155,5 +163,5 @@ static void gst_jurn_convolve_class_init(GstJurnConvolveClass* klass) {
       "Convolves with impulse responses of any length without latency", "the JURN authors");
   jurn::gst::add_pad_templates(element_class, kCaps, kCaps);
   GST_BASE_TRANSFORM_CLASS(klass)->transform_caps = transform_caps;
-  GST_JURN_BLOCKS_CLASS(klass)->no_filter = "no impulse response: set location or routes";
+  GST_JURN_BLOCKS_CLASS(klass)->no_filter = "no impulse response: set location, routes or setup";
 }

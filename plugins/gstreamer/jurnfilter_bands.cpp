@@ -21,7 +21,7 @@ G_DEFINE_TYPE(GstJurnFilterBand, gst_jurn_filter_band, GST_TYPE_OBJECT)
 
 namespace {
 
-enum Property { kFrequency = 1, kGain, kQ, kTypeOfBand };
+enum Property { kFrequency = 1, kGain, kQ, kTypeOfBand, kTargetFrequency, kTargetQ };
 
 GType band_type() {
   static const GEnumValue values[] = {
@@ -33,6 +33,9 @@ GType band_type() {
       {static_cast<gint>(EqualiserType::kBandPass), "Band-pass", "band-pass"},
       {static_cast<gint>(EqualiserType::kNotch), "Notch", "notch"},
       {static_cast<gint>(EqualiserType::kAllPass), "All-pass", "all-pass"},
+      {static_cast<gint>(EqualiserType::kTilt), "Tilt around the frequency", "tilt"},
+      {static_cast<gint>(EqualiserType::kLinkwitzTransform), "Linkwitz transform",
+       "linkwitz-transform"},
       {0, nullptr, nullptr}};
   static const GType type = g_enum_register_static("GstJurnFilterBandType", values);
   return type;
@@ -53,6 +56,12 @@ void set_width(EqualiserFilter* band, double q) {
 void set_type(EqualiserFilter* band, EqualiserType type) {
   band->type = type;
   if (band->order && !is_pass(type)) set_width(band, 0.0);
+  if (type == EqualiserType::kTilt) return set_width(band, 0.0);
+  if (type == EqualiserType::kLinkwitzTransform) {
+    if (band->q == 0.0) set_width(band, std::sqrt(0.5));
+    if (band->target_frequency == 0.0) band->target_frequency = band->frequency;
+    if (band->target_q == 0.0) band->target_q = band->q;
+  }
   if (band->q == 0.0 && band->octaves == 0.0 && !band->order) band->q = std::sqrt(0.5);
 }
 
@@ -62,7 +71,7 @@ GstJurnFilterBand* band_of(GObject* object) {
 
 void set_property(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
   GstJurnFilterBand* const self = band_of(object);
-  if (id < kFrequency || id > kTypeOfBand) {
+  if (id < kFrequency || id > kTargetQ) {
     G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
     return;
   }
@@ -74,6 +83,8 @@ void set_property(GObject* object, guint id, const GValue* value, GParamSpec* sp
     if (id == kGain) band.gain = g_value_get_double(value);
     if (id == kQ) set_width(&band, g_value_get_double(value));
     if (id == kTypeOfBand) set_type(&band, static_cast<EqualiserType>(g_value_get_enum(value)));
+    if (id == kTargetFrequency) band.target_frequency = g_value_get_double(value);
+    if (id == kTargetQ) band.target_q = g_value_get_double(value);
     source->set_band(self->index, band);
   });
 }
@@ -94,6 +105,10 @@ void get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
       return g_value_set_double(value, band.q);
     case kTypeOfBand:
       return g_value_set_enum(value, static_cast<gint>(band.type));
+    case kTargetFrequency:
+      return g_value_set_double(value, band.target_frequency);
+    case kTargetQ:
+      return g_value_set_double(value, band.target_q);
     default:
       G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
   }
@@ -115,12 +130,19 @@ static void gst_jurn_filter_band_class_init(GstJurnFilterBandClass* klass) {
   };
   install(kFrequency, g_param_spec_double("frequency", "Frequency", "Centre or corner in Hz", 0.0,
                                           1e6, 1000.0, flags));
-  install(kGain, g_param_spec_double("gain", "Gain", "Gain in dB, of peaks and shelves", -200.0,
-                                     200.0, 0.0, flags));
+  install(kGain, g_param_spec_double("gain", "Gain", "Gain in dB, of peaks, shelves and tilts",
+                                     -200.0, 200.0, 0.0, flags));
   install(kQ, g_param_spec_double("q", "Q",
                                   "Width; replaces an order or a width in octaves. 0: the steepest "
                                   "shelf or pass without overshoot",
                                   0.0, 1e6, 0.0, flags));
+  install(kTargetFrequency,
+          g_param_spec_double("target-frequency", "Target frequency",
+                              "What the frequency becomes, of a Linkwitz transform, in Hz", 0.0,
+                              1e6, 0.0, flags));
+  install(kTargetQ,
+          g_param_spec_double("target-q", "Target Q", "What the Q becomes, of a Linkwitz transform",
+                              0.0, 1e6, 0.0, flags));
   install(kTypeOfBand, g_param_spec_enum("type", "Type", "Kind of the band", band_type(),
                                          static_cast<gint>(EqualiserType::kPeak), flags));
 }

@@ -25,6 +25,8 @@ class TimedStream {
   const StreamFormat& format() const { return format_; }
   /** Frames that ring on. */
   int tail() const { return filter_.tail(); }
+  /** Frames by which the filter is late. */
+  int latency() const { return filter_.latency(); }
   std::size_t in_bytes() const { return in_bytes_; }  // of a frame
   std::size_t out_bytes() const { return out_bytes_; }
 

@@ -18,7 +18,7 @@ AT_44_KHZ = RESPONSES + "octave-band/oct-44-1k.wav"
 DOCUMENT = os.path.join(os.path.dirname(__file__), "..", "..", "docs", "gstreamer.md")
 ELEMENTS = {
     "jurnfilter": ["location", "kind", "coefficients", "equaliser", "gain", "length"],
-    "jurnconvolve": ["location", "routes", "gain", "normalise", "resample", "precision", "block"],
+    "jurnconvolve": ["location", "routes", "setup", "gain", "normalise", "resample", "precision", "block"],
     "jurnbinaural": ["sofa", "azimuth", "elevation", "gain"],
 }
 
@@ -154,6 +154,32 @@ class PipelineTest(unittest.TestCase):
                                    check=True).stdout
             for name in [*properties, "statistics", "statistics-interval", "tail"]:
                 self.assertRegex(shown, r"(?m)^  %s +: \w" % name)
+
+    def test_setup(self):
+        """The tool's samples; a latency for linear phase; and a sentence for what is none."""
+        with open("apo.txt", "w", encoding="ascii") as file:
+            file.write("Channel: L\nFilter: ON PK Fc 1000 Hz Gain -6 dB Q 1\nChannel: R\nPreamp: -3 dB\n")
+        two_way = os.path.join(os.path.dirname(__file__), "../../examples/setups/two-way.yml")
+        subprocess.run(["sox", SPEECH, "two.wav", "remix", "1", "1"], check=True)
+        for setup, channels in (("apo.txt", 2), (os.path.abspath(two_way), 4)):
+            tool = subprocess.run([TOOL, "setup", "two.wav", "tool.wav", "-c", setup, "--overwrite",
+                                   "--no-tail"], check=True, capture_output=True, text=True)
+            late = re.search(r"late by (\d+) frames", tool.stderr)
+            late = int(late[1]) * channels if late else 0
+            done = launch("filesrc", "location=two.wav", "!", "wavparse", "!", "jurnconvolve",
+                          "setup=" + setup, "tail=false", "block=1024", "!", "wavenc", "!",
+                          "filesink", "location=gst.wav")
+            self.assertEqual(done.returncode, 0, done.stderr)
+            heard, expected = (array.array("h", subprocess.run(
+                ["sox", name, "-t", "s16", "-"], check=True, capture_output=True).stdout)
+                for name in ("gst.wav", "tool.wav"))
+            self.assertEqual(len(expected), channels * len(samples("two.wav")[1]) // 2)
+            self.assertEqual(heard[late:], expected[:len(expected) - late], setup)
+        with open("apo.txt", "w", encoding="ascii") as file:
+            file.write("Channel: C\nPreamp: -3 dB\n")
+        done = launch("filesrc", "location=two.wav", "!", "wavparse", "!", "jurnconvolve", "setup=apo.txt",
+                      "!", "fakesink")
+        self.assertIn("apo.txt:1:", done.stderr)
 
     def test_nothing_leaks(self):
         for element in (["jurnfilter", "equaliser=PK Fc 3000 Hz Gain -4 dB Q 2"],

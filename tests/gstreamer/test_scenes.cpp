@@ -305,6 +305,18 @@ TEST_F(Scenes, BandsAreChildren) {
   plain.caps(caps_of(1));
   plain.push_all(in, 500, 500);
   EXPECT_TRUE(harness.pull_all<short>() == plain.pull_all<short>());
+  const auto set_type = [&](guint band, const char* type) {
+    GObject* const child = gst_child_proxy_get_child_by_index(GST_CHILD_PROXY(it), band);
+    gst_util_set_object_arg(child, "type", type);
+    gst_object_unref(child);
+  };
+  set_type(0, "linkwitz-transform");
+  gst_child_proxy_set(GST_CHILD_PROXY(it), "band0::frequency", 70.0, "band0::q", 1.125,
+                      "band0::target-frequency", 28.0, "band0::target-q", 0.75, nullptr);
+  set_type(1, "tilt");
+  g_object_get(it, "equaliser", &lines, nullptr);
+  EXPECT_STREQ(lines, "LT Fc 70 Hz Q 1.125 to 28 Hz Q 0.75; TILT Fc 3000 Hz Gain -4.5 dB");
+  g_free(lines);
   gst_util_set_object_arg(G_OBJECT(it), "equaliser", "PK 1k 3 Q 1");
   EXPECT_EQ(gst_child_proxy_get_children_count(GST_CHILD_PROXY(it)), 1u);
   gst_object_unref(it);

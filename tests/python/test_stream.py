@@ -223,3 +223,46 @@ def test_designs_have_pictures():
         page = design._repr_html_()
         assert "<svg" in page and len(page) < 6000 and "nan" not in page
     assert repr(EQ) == "<jurn.Design: 2 sections>"
+
+
+def test_a_setup_runs_and_fades(tmp_path):
+    """Each channel's own filters, as the file says; another setup and a design follow."""
+    left = jurn.eq("PK 1k 6 Q 1", 48000)
+    file = tmp_path / "apo.txt"
+    file.write_text("Channel: L\nFilter: ON PK Fc 1000 Hz Gain 6 dB Q 1\nChannel: R\nPreamp: -6 dB\n")
+    setup = jurn.read_setup(file, 48000)
+    assert (setup.inputs, setup.outputs, setup.latency, setup.warnings) == (2, 2, 0, ())
+    x = noise(np.float64)
+    stream = jurn.Stream(setup)
+    y = run(stream, x)
+    np.testing.assert_array_equal(y[:, 0], jurn.sosfilt(left.sos, x[:, 0]))
+    np.testing.assert_allclose(y[:, 1], x[:, 1] * 10 ** -0.3, rtol=1e-14)
+    stream.change(left, fade=10)
+    np.testing.assert_array_equal(run(stream, x)[400:, 1].shape, (3600,))
+    mixer = tmp_path / "mono.yml"
+    mixer.write_text("mixers: {m: {channels: {in: 2, out: 1}, mapping: [{dest: 0, sources: "
+                     "[{channel: 0}, {channel: 1, inverted: true}]}]}}\n"
+                     "pipeline: [{type: Mixer, name: m}]\n")
+    mono = jurn.Stream(jurn.read_setup(mixer, 44100))
+    np.testing.assert_array_equal(run(mono, x)[:, 0], x[:, 0] - x[:, 1])
+    for call, text in ((lambda: jurn.Stream(setup, precision="int16"), "double"),
+                       (lambda: jurn.Stream(setup, channels=3), "2 inputs"),
+                       (lambda: jurn.read_setup(file, 48000, 1), "apo.txt:1:")):
+        with pytest.raises(ValueError, match=text):
+            call()
+
+
+def test_what_was_prepared_runs_as_it_is(tmp_path):
+    tiny = [[1e-12, 0, 0, 1, -0.5, 0], [1e12, 0, 0, 1, -0.25, 0]]
+    file = tmp_path / "sos.txt"
+    text = "\n".join(" ".join(map(repr, map(float, row))) for row in tiny) + "\n"
+    x = noise(np.int16, 1)
+    heard = []
+    for mark in ("", "# prepared: sections, int16\n"):
+        file.write_text(mark + text)
+        design = jurn.read_coefficients(file)
+        assert design.prepared == ("int16" if mark else None)
+        heard.append(jurn.Stream(design, precision="int16").process(x))
+        as_is = jurn.prepare(design).design.b[0, 0]
+        assert (as_is == np.float32(1e-12)) == bool(mark)
+    assert heard[0].any() and not heard[1].any()  # a section so quiet is silent on the device

@@ -3,7 +3,7 @@
 Functions for whole arrays, which read like SciPy's: `fir`, `lfilter`, `sosfilt`, `moving_mean`,
 `convolve`. For streams, block by block, `Stream`, whose filter can be any and change; and an object
 for each record of the library: `Filter`, `MovingSum`, `FloatFilter`, `LongFilter`, `Convolution`.
-Equalisers in words: `eq`. Files: `read_coefficients`, `read_response`. What the exact output differs by from
+Equalisers in words: `eq`. Files: `read_coefficients`, `read_response`, `read_setup`. What the exact output differs by from
 the ideal one: `compare`. Many recordings: the module `jurn.batch`.
 
 The frames of an array lie along its last axis, as SciPy and librosa have them; ``axis=0`` takes
@@ -27,6 +27,7 @@ from .designs import Design, prepare
 from .files import eq, read_coefficients, read_response
 from .functions import fir, lfilter, moving_mean, sosfilt
 from .response import Response, plot_spectrograms
+from .setups import Setup, read_setup
 from .streams import Stream
 
 
@@ -62,6 +63,7 @@ __all__ = [
     "LongFilter",
     "MovingSum",
     "Response",
+    "Setup",
     "Stream",
     "__version__",
     "compare",
@@ -74,5 +76,6 @@ __all__ = [
     "prepare",
     "read_coefficients",
     "read_response",
+    "read_setup",
     "sosfilt",
 ]

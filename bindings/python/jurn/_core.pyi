@@ -150,7 +150,13 @@ class Convolution(_Stream):
     def taps(self) -> int: ...
 
 def _prepare(
-    kind: int, b: list[float], a: list[float], in_double: bool, as_is: bool, as_sections: bool
+    kind: int,
+    b: list[float],
+    a: list[float],
+    in_double: bool,
+    as_is: bool,
+    as_sections: bool,
+    prepared_in_double: Optional[bool],
 ) -> Tuple[_Flat, bool, float, float, float, list[str], list[str], list[str]]: ...
 def _coefficient_limit(kind: int, in_double: bool) -> Tuple[int, str]: ...
 def _load_design(
@@ -160,7 +166,12 @@ def _load_design(
     rate: int,
     negate: Optional[bool],
     in_double: bool,
-) -> Tuple[_Flat, int]: ...
+) -> Tuple[_Flat, int, Optional[bool]]: ...
+class _Setup: ...
+
+def _read_setup(
+    path: str, rate: int, channels: int
+) -> Tuple[_Setup, int, int, int, list[str], list[str]]: ...
 def _response(
     kind: int, b: list[float], a: list[float], frequencies: NDArray[np.float64]
 ) -> Tuple[NDArray[np.complex128], NDArray[np.float64]]: ...
@@ -181,6 +192,7 @@ class _Running:
         kind: int,
         b: Any,
         a: NDArray[np.float64],
+        as_is: bool,
         in_int16: bool,
         inputs: int,
         outputs: int,
@@ -192,7 +204,7 @@ class _Running:
         self, x: NDArray[Any], y: NDArray[Any], channels_first: bool = False
     ) -> None: ...
     def change(
-        self, kind: int, b: Any, a: NDArray[np.float64], in_int16: bool, fade: int
+        self, kind: int, b: Any, a: NDArray[np.float64], as_is: bool, in_int16: bool, fade: int
     ) -> None: ...
     def reset(self) -> None: ...
     def copy(self) -> _Running: ...

@@ -39,6 +39,9 @@ class Design:
     delay : int
         Frames by which all that leaves the filter is late, as linear phase is. Without `zi`,
         `filter` takes them away: the result is in time with the samples.
+    prepared : {None, 'double', 'int16'}
+        The precision that it was prepared for before, as a file of `jurn-filter export` tells: there
+        it runs as it is.
 
     Raises
     ------
@@ -63,8 +66,16 @@ class Design:
     b: Coefficients
     a: Coefficients
     delay: int
+    prepared: str | None
 
-    def __init__(self, kind: str, b: ArrayLike, a: ArrayLike = (), delay: int = 0) -> None:
+    def __init__(
+        self,
+        kind: str,
+        b: ArrayLike,
+        a: ArrayLike = (),
+        delay: int = 0,
+        prepared: str | None = None,
+    ) -> None:
         if kind not in KINDS:
             raise ValueError(f"kind: {kind!r}; takes one of {', '.join(KINDS)}")
         b = numbers(b, "taps" if kind == "fir" else "b")
@@ -87,8 +98,9 @@ class Design:
         if not a[..., :1].all():
             raise ValueError("a: begins with 0, by which nothing can be divided")
         # Adding 0 makes 0 of -0, which equals it.
-        key = (kind, b.shape, (b + 0.0).tobytes(), (a + 0.0).tobytes(), delay)
-        for name, value in (("kind", kind), ("b", b), ("a", a), ("delay", delay), ("_key", key)):
+        key = (kind, b.shape, (b + 0.0).tobytes(), (a + 0.0).tobytes(), delay, prepared)
+        values = {"kind": kind, "b": b, "a": a, "delay": delay, "prepared": prepared, "_key": key}
+        for name, value in values.items():
             object.__setattr__(self, name, value)
 
     def __eq__(self, other: object) -> bool:
@@ -280,9 +292,12 @@ def _kept(
     return Design(kind, np.frombuffer(b).reshape(b_shape), np.frombuffer(a).reshape(a_shape))
 
 
-def of_flat(kind: int, b: list[float], a: list[float], delay: int = 0) -> Design:
+def of_flat(
+    kind: int, b: list[float], a: list[float], delay: int = 0, prepared: str | None = None
+) -> Design:
     rows = (-1, 3) if KINDS[kind] == "sos" else (-1,)
-    return Design(KINDS[kind], np.array(b).reshape(rows), np.array(a).reshape(rows), delay)
+    arrays = np.array(b).reshape(rows), np.array(a).reshape(rows)
+    return Design(KINDS[kind], *arrays, delay, prepared)
 
 
 @dataclass(frozen=True)
@@ -368,7 +383,9 @@ def _prepared(design: Design, precision: str, as_is: bool, as_sections: bool) ->
     """Takes milliseconds for a design that is new, and nothing for one that was met before."""
     _check_length(design, precision)
     flat, stable, radius, largest, rms, notices, warnings, clips = _core._prepare(
-        *design._divided()._flat(), precision == "double", as_is, as_sections
+        *design._divided()._flat(),
+        *(precision == "double", as_is, as_sections),
+        None if design.prepared is None else design.prepared == "double",
     )
     return Prepared(
         of_flat(*flat), stable, radius, largest, rms, tuple(notices), tuple(warnings), tuple(clips)

@@ -75,7 +75,7 @@ def read_coefficients(
         raise ValueError(f"kind: {kind!r}; takes one of {', '.join(KINDS)}")
     if precision not in PRECISIONS:
         raise ValueError(f"precision: {precision!r}; takes 'int16' or 'double'")
-    flat, delay = _core._load_design(
+    flat, delay, in_double = _core._load_design(
         names,
         None if kind is None else KINDS.index(kind),
         list(variables),
@@ -83,7 +83,8 @@ def read_coefficients(
         negate_a,
         precision == "double",
     )
-    return of_flat(*flat, delay=delay)
+    prepared = None if in_double is None else PRECISIONS[0 if in_double else 1]
+    return of_flat(*flat, delay=delay, prepared=prepared)
 
 
 def eq(filters: str, rate: float) -> Design:

@@ -11,12 +11,13 @@ from numpy.typing import ArrayLike, NDArray
 from . import _core, _double
 from ._arrays import real, warn
 from .designs import PRECISIONS, Design, of_flat, prepare
+from .setups import Setup
 
 Route = Tuple[int, int, ArrayLike]
-StreamFilter = Union[Design, int, Sequence[Route], None]
+StreamFilter = Union[Design, Setup, int, Sequence[Route], None]
 
 _Sample = TypeVar("_Sample", np.int16, np.float32, np.float64)
-_KINDS = (*_double.KINDS, "routes", "none")  # in the order of the module's
+_KINDS = (*_double.KINDS, "routes", "none", "setup")  # in the order of the module's
 _NOTHING = np.empty(0)
 
 
@@ -27,11 +28,20 @@ class _Wanted:
         self.b: Any = _NOTHING
         self.a = _NOTHING
         self.delay = self.inputs = self.outputs = 0
+        self.as_is = False
         self.clips: Sequence[str] = ()
         self.routes: list[Route] = []
         if what is None:
             self.kind, self.text = "none", "no filter"
+        elif isinstance(what, Setup):
+            if precision != "double":
+                raise ValueError(f"precision: {precision!r}; a setup takes 'double'")
+            for message in what.warnings:
+                warn(message, level + 1)
+            self.kind, self.b, self.text = "setup", what._setup, what._text()
+            self.delay, self.inputs, self.outputs = what.latency, what.inputs, what.outputs
         elif isinstance(what, Design):
+            self.as_is = what.prepared == precision
             ready = prepare(what, precision=precision)
             for message in ready.warnings:
                 warn(message, level + 1)
@@ -56,14 +66,14 @@ class _Wanted:
                 length = operator.index(what)
             except TypeError:
                 raise TypeError(
-                    f"filter: {type(what).__name__}; takes a Design, the length of a mean, routes "
-                    "or None"
+                    f"filter: {type(what).__name__}; takes a Design, a Setup, the length of a mean, "
+                    "routes or None"
                 ) from None
             self.kind, self.b, self.text = "mean", np.array([float(length)]), f"mean of {length}"
 
     @property
-    def arguments(self) -> tuple[int, Any, Any]:
-        return _KINDS.index(self.kind), self.b, self.a
+    def arguments(self) -> tuple[int, Any, Any, bool]:
+        return _KINDS.index(self.kind), self.b, self.a, self.as_is
 
 
 class Stream:
@@ -75,9 +85,10 @@ class Stream:
 
     Parameters
     ----------
-    filter : Design, int, sequence of routes, or None
+    filter : Design, Setup, int, sequence of routes, or None
         A design filters each channel; a number n is the mean of n samples; routes are tuples
-        ``(input, output, taps)`` and convolve; None passes the input.
+        ``(input, output, taps)`` and convolve; a setup has filters, delays and mixers of its own
+        for each channel; None passes the input.
     channels : int, optional
         Channels of the input; by default 1, or what the routes need.
     outputs : int, optional
@@ -138,6 +149,8 @@ class Stream:
         self._channels = _count(channels, wanted.inputs or 1, "channels")
         self._outputs = _count(outputs, wanted.outputs or self._channels, "outputs")
         self._check_routes(wanted)
+        if isinstance(filter, Setup):
+            rate = filter.rate
         rate = _count(rate, 0, "rate", 1 << 30)
         block = _count(block, 0, "block", 4096) if self._in_blocks else 1
         if self._in_blocks:
@@ -152,6 +165,12 @@ class Stream:
     def _check_routes(self, wanted: _Wanted) -> None:
         if self._in_blocks and max(self._channels, self._outputs) > 16:
             raise ValueError("channels: a convolution takes up to 16")
+        ends = (self._channels, self._outputs)
+        if wanted.kind == "setup" and (wanted.inputs, wanted.outputs) != ends:
+            raise ValueError(
+                f"setup: has {wanted.inputs} inputs and {wanted.outputs} outputs; there are "
+                f"{self._channels} and {self._outputs}"
+            )
         if wanted.inputs > self._channels or wanted.outputs > self._outputs:
             raise ValueError(
                 f"routes: need {wanted.inputs} inputs and {wanted.outputs} outputs; there are "

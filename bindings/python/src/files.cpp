@@ -7,6 +7,7 @@
 
 #include "bindings.h"
 #include "coefficients/formats.h"
+#include "coefficients/setups.h"
 #include "design/filter_design.h"
 #include "design/frequency_response.h"
 #include "design/prepare.h"
@@ -37,11 +38,16 @@ jurn::FilterDesign of_flat(int kind, std::vector<double> b, std::vector<double> 
   return {static_cast<jurn::FilterDesign::Kind>(kind), std::move(b), std::move(a)};
 }
 
+jurn::Precision precision_of(bool in_double) {
+  return in_double ? jurn::Precision::kDouble : jurn::Precision::kInt16;
+}
+
 py::tuple prepare(int kind, std::vector<double> b, std::vector<double> a, bool in_double,
-                  bool as_is, bool as_sections) {
-  const jurn::FilterDesign design = of_flat(kind, std::move(b), std::move(a));
+                  bool as_is, bool as_sections, std::optional<bool> prepared_in_double) {
+  jurn::FilterDesign design = of_flat(kind, std::move(b), std::move(a));
+  if (prepared_in_double) design.prepared = precision_of(*prepared_in_double);
   jurn::PrepareOptions options;
-  options.precision = in_double ? jurn::Precision::kDouble : jurn::Precision::kInt16;
+  options.precision = precision_of(in_double);
   options.as_is = as_is;
   options.as_sections = as_sections;
   jurn::Prepared prepared;
@@ -85,19 +91,22 @@ py::tuple roots(int kind, std::vector<double> b, std::vector<double> a) {
                                                : jurn::roots_of(design, design.a)));
 }
 
-std::pair<Flat, int> load_design(const std::vector<std::string>& paths, std::optional<int> kind,
-                                 const std::vector<std::string>& variables, int rate,
-                                 std::optional<bool> negate, bool in_double) {
+std::tuple<Flat, int, std::optional<bool>> load_design(const std::vector<std::string>& paths,
+                                                       std::optional<int> kind,
+                                                       const std::vector<std::string>& variables,
+                                                       int rate, std::optional<bool> negate,
+                                                       bool in_double) {
   jurn::ReadOptions options;
   if (kind) options.wanted = static_cast<jurn::FilterDesign::Kind>(*kind);
-  options.limits =
-      jurn::filter_limits(in_double ? jurn::Precision::kDouble : jurn::Precision::kInt16);
+  options.limits = jurn::filter_limits(precision_of(in_double));
   options.variables = variables;
   options.rate = rate;
   jurn::FilterDesign design = paths.size() == 2 ? jurn::load_design(paths[0], paths[1], options)
                                                 : jurn::load_design(paths[0], options);
   jurn::check_signs(paths.back(), negate, &design);
-  return {flat(design), design.delay};
+  std::optional<bool> prepared_in_double;
+  if (design.prepared) prepared_in_double = *design.prepared == jurn::Precision::kDouble;
+  return {flat(design), design.delay, prepared_in_double};
 }
 
 jurn::ImpulseResponse read_response(const std::vector<std::string>& paths, int rate, bool resample,
@@ -111,9 +120,25 @@ jurn::ImpulseResponse read_response(const std::vector<std::string>& paths, int r
   return jurn::read_impulse_response(paths, rate, options);
 }
 
+/** A setup, what was rounded in it, what to warn of, and the frames by which it is late. */
+py::tuple read_setup(const std::string& path, int rate, int channels) {
+  const jurn::SetupFile file = jurn::read_setup(path, rate, channels);
+  jurn::PrepareOptions options;
+  options.rate = rate;
+  const jurn::PreparedSetup prepared = jurn::prepare(file.setup, options);
+  std::vector<std::string> warnings;
+  for (const jurn::Notice& notice : prepared.notices)
+    if (notice.is_warning()) warnings.push_back(notice.text);
+  return py::make_tuple(file.setup, file.setup.inputs, file.setup.outputs(), prepared.latency(),
+                        file.remarks, warnings);
+}
+
 }  // namespace
 
 void add_files(py::module_* m) {
+  py::class_<jurn::Setup>(*m, "_Setup");
+  m->def("_read_setup", &read_setup, py::arg("path"), py::arg("rate"), py::arg("channels"),
+         "_read_setup(path, rate, channels)\n--\n\n");
   py::register_exception_translator([](std::exception_ptr error) {
     try {
       if (error) std::rethrow_exception(error);
@@ -122,8 +147,8 @@ void add_files(py::module_* m) {
     }
   });
   m->def("_prepare", &prepare, py::arg("kind"), py::arg("b"), py::arg("a"), py::arg("in_double"),
-         py::arg("as_is"), py::arg("as_sections"),
-         "_prepare(kind, b, a, in_double, as_is, as_sections)\n--\n\n");
+         py::arg("as_is"), py::arg("as_sections"), py::arg("prepared_in_double"),
+         "_prepare(kind, b, a, in_double, as_is, as_sections, prepared_in_double)\n--\n\n");
   m->def("_response", &response, py::arg("kind"), py::arg("b"), py::arg("a"),
          py::arg("frequencies"), "_response(kind, b, a, frequencies)\n--\n\n");
   m->def("_roots", &roots, py::arg("kind"), py::arg("b"), py::arg("a"),
@@ -137,9 +162,8 @@ void add_files(py::module_* m) {
   m->def(
       "_coefficient_limit",
       [](int kind, bool in_double) {
-        const jurn::CoefficientLimit limit =
-            jurn::coefficient_limit(static_cast<jurn::FilterDesign::Kind>(kind),
-                                    in_double ? jurn::Precision::kDouble : jurn::Precision::kInt16);
+        const jurn::CoefficientLimit limit = jurn::coefficient_limit(
+            static_cast<jurn::FilterDesign::Kind>(kind), precision_of(in_double));
         return std::make_pair(limit.count, limit.reason);
       },
       py::arg("kind"), py::arg("in_double"), "_coefficient_limit(kind, in_double)\n--\n\n");

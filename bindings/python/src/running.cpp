@@ -61,22 +61,23 @@ void add_running(py::module_* m) {
         "__init__(self, kind, b, a, channels)\n--\n\n");
   c.def_static(
       "stream",
-      [](int kind, const py::object& b, const Table<double>& a, bool in_int16, int inputs,
-         int outputs, int rate, int block, int taps) {
-        const Wanted wanted(kind, b, a, precision_of(in_int16));
+      [](int kind, const py::object& b, const Table<double>& a, bool as_is, bool in_int16,
+         int inputs, int outputs, int rate, int block, int taps) {
+        const Wanted wanted(kind, b, a, precision_of(in_int16), as_is);
         const Format format = changing_format(inputs, outputs, rate, block);
         const py::gil_scoped_release unlocked;
         return std::make_unique<Running>(wanted, format, taps);
       },
-      py::arg("kind"), py::arg("b"), py::arg("a"), py::arg("in_int16"), py::arg("inputs"),
-      py::arg("outputs"), py::arg("rate"), py::arg("block"), py::arg("taps"),
-      "stream(kind, b, a, in_int16, inputs, outputs, rate, block, taps)\n--\n\n");
+      py::arg("kind"), py::arg("b"), py::arg("a"), py::arg("as_is"), py::arg("in_int16"),
+      py::arg("inputs"), py::arg("outputs"), py::arg("rate"), py::arg("block"), py::arg("taps"),
+      "stream(kind, b, a, as_is, in_int16, inputs, outputs, rate, block, taps)\n--\n\n");
   c.def(
       "change",
-      [](Running& r, int kind, const py::object& b, const Table<double>& a, bool in_int16,
-         int fade) { r.change(Wanted(kind, b, a, precision_of(in_int16)), fade); },
-      py::arg("kind"), py::arg("b"), py::arg("a"), py::arg("in_int16"), py::arg("fade"),
-      "change(self, kind, b, a, in_int16, fade)\n--\n\n");
+      [](Running& r, int kind, const py::object& b, const Table<double>& a, bool as_is,
+         bool in_int16,
+         int fade) { r.change(Wanted(kind, b, a, precision_of(in_int16), as_is), fade); },
+      py::arg("kind"), py::arg("b"), py::arg("a"), py::arg("as_is"), py::arg("in_int16"),
+      py::arg("fade"), "change(self, kind, b, a, as_is, in_int16, fade)\n--\n\n");
   c.def("reset", &Running::reset, "reset(self)\n--\n\n");
   c.def(
       "copy", [](const Running& r) { return std::make_unique<Running>(r); }, "copy(self)\n--\n\n");

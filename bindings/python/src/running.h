@@ -13,12 +13,13 @@
 #include "streams/live_filter.h"
 #include "streams/regrouper.h"
 #include "streams/samples.h"
+#include "streams/setup_voice.h"
 #include "streams/stream.h"
 
 namespace jurn::python {
 
-constexpr py::ssize_t kFrames = 1 << 20;  // of a call, which counts them in int
-enum { kMean = 3, kRoutes, kWire };       // behind the kinds of designs
+constexpr py::ssize_t kFrames = 1 << 20;     // of a call, which counts them in int
+enum { kMean = 3, kRoutes, kWire, kSetup };  // behind the kinds of designs
 constexpr double kLongestMean = 1 << 24;
 
 /** A table in one piece. Python brings nothing else here; anything else is refused. */
@@ -68,11 +69,14 @@ inline std::unique_ptr<Voice> voice_of(int kind, const Table<double>& b, const T
 }
 
 /** What a stream filters with, as the package says it: a kind, b and a. Of a mean b is its length,
- * of a convolution routes. */
+ * of a convolution routes, of a setup what was read. `as_is` runs coefficients neither scaled nor
+ * factored. */
 struct Wanted {
-  Wanted(int what, const py::object& b, const Table<double>& a, Precision in)
-      : kind(what), precision(in) {
-    if (kind == kRoutes)
+  Wanted(int what, const py::object& b, const Table<double>& a, Precision in, bool unchanged)
+      : kind(what), precision(in), as_is(unchanged) {
+    if (kind == kSetup)
+      setup = b.cast<Setup>();
+    else if (kind == kRoutes)
       routes = read_routes(b);
     else if (kind == kMean)
       length = length_of_mean(b.cast<Table<double>>(), precision);
@@ -82,6 +86,16 @@ struct Wanted {
 
   std::unique_ptr<Voice> voice(const Format& format, int* longest_response) const {
     if (kind == kWire) return make_wire(format);
+    PrepareOptions options;
+    options.precision = precision;
+    options.result = SampleFormat::kFloat;
+    options.rate = format.rate;
+    options.in_blocks = false;
+    options.as_is = as_is;
+    if (kind == kSetup) {
+      check(setup.inputs == format.inputs && setup.outputs() == format.outputs);
+      return make_setup_voice(prepare(setup, options), format);
+    }
     if (kind != kRoutes && format.inputs != format.outputs)
       throw Error(kInputError,
                   "a filter of each channel has as many outputs as inputs; routes can "
@@ -95,17 +109,14 @@ struct Wanted {
       *longest_response = std::max(*longest_response, routing.longest());
       return make_convolution(routing, *longest_response, precision, format);
     }
-    PrepareOptions options;
-    options.precision = precision;
-    options.result = SampleFormat::kFloat;
-    options.rate = format.rate;
-    options.in_blocks = false;
     return make_voice(prepare(design, options), format);
   }
 
   int kind;
   Precision precision;
+  bool as_is;
   int length = 0;
+  Setup setup;
   FilterDesign design{FilterDesign::kFir, {}, {}};
   Routes routes;
 };
