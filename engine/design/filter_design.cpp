@@ -37,3 +37,14 @@ void scale(FilterDesign* design, double gain) {
 }
 
 }  // namespace jurn
+
+std::size_t std::hash<jurn::FilterDesign>::operator()(const jurn::FilterDesign& design) const {
+  std::size_t sum = 0;
+  const auto add = [&sum](std::size_t part) { sum = sum * 0x100000001b3u + part; };
+  add(design.kind);
+  add(static_cast<std::size_t>(design.delay));
+  add(design.b.size());
+  for (const auto* const all : {&design.b, &design.a})
+    for (const double c : *all) add(std::hash<double>()(c));
+  return sum;
+}

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,7 +16,7 @@ enum class Precision { kInt16, kDouble };
 /** A filter's coefficients, at the precision of their file. */
 struct FilterDesign {
   enum Kind { kFir, kIir, kSections };
-  Kind kind;
+  Kind kind = kFir;
   std::vector<double> b;  // taps, numerator, or three per section
   std::vector<double> a;  // IIR: denominator from a0 = 1; sections: three per section, a0 = 1
   /** Frames by which the result is late only because of how the filter is made; whoever can, drops
@@ -48,3 +49,9 @@ FilterDesign checked_design(FilterDesign::Kind kind, std::vector<double> b, std:
 void scale(FilterDesign* design, double gain);
 
 }  // namespace jurn
+
+/** Equal designs have one hash. */
+template <>
+struct std::hash<jurn::FilterDesign> {
+  std::size_t operator()(const jurn::FilterDesign& design) const;
+};

@@ -339,6 +339,12 @@ CoefficientLimit coefficient_limit(FilterDesign::Kind kind, Precision precision)
   }
 }
 
+bool fits(const FilterDesign& design, Precision precision) {
+  const std::size_t most = coefficient_limit(design.kind, precision).count *
+                           (design.kind == FilterDesign::kSections ? 3 : 1);
+  return design.b.size() <= most && design.a.size() <= most;
+}
+
 Prepared prepare(const FilterDesign& design, const PrepareOptions& options) {
   Prepared prepared = Preparation(design, options).run();
   if (prepared.runs != Runs::kRecords || runs_as_is(design, options) || !prepared.stable ||

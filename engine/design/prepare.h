@@ -39,6 +39,8 @@ inline bool operator==(const PrepareOptions& x, const PrepareOptions& y) {
 /** The coefficients that a filter may have: taps, coefficients of a numerator or denominator, or
  * sections. */
 CoefficientLimit coefficient_limit(FilterDesign::Kind kind, Precision precision);
+/** Whether a design is within these. */
+bool fits(const FilterDesign& design, Precision precision);
 
 /** What preparing found or did. Texts are clauses without a file's name and without a full stop, so
  * that a front end can put the name before and the name of its option behind. */

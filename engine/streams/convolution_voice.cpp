@@ -2,12 +2,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "Convolution_control.h"
 #include "streams/convolve.h"
 #include "streams/samples.h"
+#include "streams/state_bytes.h"
 #include "streams/voice.h"
 
 namespace jurn {
@@ -33,6 +35,21 @@ struct Room {
 
   Room(ConvolutionResponse ready, int rings) : response(std::move(ready)), tail(rings) {}
 
+  void store(StateBytes* to) const {
+    std::string bytes(static_cast<const char*>(static_cast<const void*>(get())), response.size());
+    int rings = tail;
+    to->pass_sized(&bytes);
+    to->pass(&rings);
+  }
+  static std::shared_ptr<Room> restored(StateBytes* from) {
+    std::string bytes;
+    int rings = 0;
+    from->pass_sized(&bytes);
+    from->pass(&rings);
+    StateBytes::check(!bytes.empty() && rings >= 0);
+    return std::make_shared<Room>(ConvolutionResponse(bytes.data(), bytes.size()), rings);
+  }
+
   const ConvolutionResponse_ID* get() const { return response.get(); }
 
   ConvolutionResponse response;
@@ -41,7 +58,7 @@ struct Room {
 
 class ConvolutionVoice : public Voice {
  public:
-  ConvolutionVoice(std::unique_ptr<Room> room, int longest, Precision precision,
+  ConvolutionVoice(std::shared_ptr<Room> room, int longest, Precision precision,
                    const Format& format)
       : Voice(Kind::kConvolution, format),
         shape_{format.inputs, format.outputs, format.block, longest},
@@ -65,6 +82,7 @@ class ConvolutionVoice : public Voice {
         next_(other.next_),
         stream_(std::make_unique<ConvolutionStream>(*other.stream_)),
         ready_(other.ready_),
+        bad_samples_(other.bad_samples_),
         channels_(other.channels_.size()),
         floats_(other.floats_),
         samples_(other.samples_) {
@@ -131,6 +149,28 @@ class ConvolutionVoice : public Voice {
   int memory() const override { return tail(); }
   bool changing() const override { return next_ != nullptr; }
   std::unique_ptr<Voice> copy() const override { return std::make_unique<ConvolutionVoice>(*this); }
+
+  bool store(StateBytes* to) override {
+    auto kind = Kind::kConvolution;
+    to->pass(&kind);
+    to->pass(&precision_);
+    to->pass(&shape_.taps);
+    room_->store(to);
+    pass_state(to);
+    return true;
+  }
+  void pass_state(StateBytes* state) override {
+    int fades = next_ ? 1 : 0, ready = ready_ ? 1 : 0;
+    state->pass(&fades);
+    state->pass(&ready);
+    if (fades && state->reads())
+      next_ = Room::restored(state);
+    else if (fades)
+      next_->store(state);
+    ready_ = ready != 0;
+    state->pass(&bad_samples_);
+    stream_->pass_state(state);
+  }
 
   bool replace(Voice* voice) override {
     if (voice->kind() != Kind::kConvolution) return false;
@@ -239,6 +279,18 @@ std::unique_ptr<Voice> make_convolution(ConvolutionResponse response, int longes
                                         Precision precision, const Format& format) {
   return std::make_unique<ConvolutionVoice>(
       std::make_unique<Room>(std::move(response), longest - 1), longest, precision, format);
+}
+
+std::unique_ptr<Voice> restored_convolution(StateBytes* from, const Format& format) {
+  auto precision = Precision::kDouble;
+  int longest = 0;
+  from->pass(&precision);
+  from->pass(&longest);
+  const Convolution_shape shape = {format.inputs, format.outputs, format.block, longest};
+  StateBytes::check(MORVAX_ConvolutionStreamSize_API(&shape) > 0);
+  auto voice = std::make_unique<ConvolutionVoice>(Room::restored(from), longest, precision, format);
+  voice->pass_state(from);
+  return voice;
 }
 
 }  // namespace jurn

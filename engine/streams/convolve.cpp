@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "errors.h"
+#include "streams/state_bytes.h"
 
 namespace jurn {
 
@@ -41,6 +42,10 @@ ConvolutionStream::ConvolutionStream(const Convolution_shape& shape)
 ConvolutionStream::ConvolutionStream(const ConvolutionStream& other)
     : size_(other.size_), stream_(allocate<ConvolutionStream_ID>(size_)) {
   std::memcpy(static_cast<void*>(get()), other.get(), size_);
+}
+
+void ConvolutionStream::pass_state(StateBytes* state) {
+  state->pass(static_cast<void*>(get()), size_);
 }
 
 }  // namespace jurn

@@ -9,6 +9,8 @@
 
 namespace jurn {
 
+class StateBytes;
+
 /** A response of the library's, ready for streams of its shape. */
 class ConvolutionResponse {
  public:
@@ -34,6 +36,8 @@ class ConvolutionStream {
   /** Another one with the same past. */
   ConvolutionStream(const ConvolutionStream& other);
   ConvolutionStream_ID* get() const { return stream_.get(); }
+  /** Passes the past, to bytes or from those of a stream of the same shape. */
+  void pass_state(StateBytes* state);
 
  private:
   std::size_t size_;

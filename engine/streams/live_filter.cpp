@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "streams/records.h"
+#include "streams/state_bytes.h"
 
 namespace jurn {
 namespace {
@@ -58,6 +59,16 @@ class LiveFilter::Lane {
       std::fill(std::begin(outputs_[c]), std::end(outputs_[c]), 0.0f);
     }
     position_ = length_ = 0;
+  }
+
+  void pass_state(StateBytes* state) {
+    for (FilterIOMEM* const past : {&filter.memL, &filter.memR}) state->pass(past);
+    for (int* const frames : {&last_, &position_, &length_}) state->pass(frames);
+    state->pass(&block_);
+    state->pass(&inputs_);
+    state->pass(&outputs_);
+    StateBytes::check(last_ >= 1 && last_ <= kIirBlock && position_ >= 0 && position_ < kIirBlock &&
+                      length_ >= 0 && length_ <= kIirBlock && records::is_valid(filter));
   }
 
   bool is_lost() {
@@ -155,6 +166,10 @@ bool LiveFilter::is_lost() const {
 
 void LiveFilter::reset() {
   for (const auto& lane : lanes_) lane->reset();
+}
+
+void LiveFilter::pass_state(StateBytes* state) {
+  for (const auto& lane : lanes_) lane->pass_state(state);
 }
 
 }  // namespace jurn

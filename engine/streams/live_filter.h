@@ -10,6 +10,8 @@
 
 namespace jurn {
 
+class StateBytes;
+
 constexpr int kMaxAverage = 2156;
 /** Frames of a direct-form IIR's calls. It sets small carried-over outputs to 0 at the start of
  * each call, so that the length of the calls can change the output; it is therefore always the
@@ -42,6 +44,9 @@ class LiveFilter {
 
   /** Returns to silence. */
   void reset();
+
+  /** Passes the past, to bytes or from those of a filter with the same coefficients. */
+  void pass_state(StateBytes* state);
 
   /** Whether the past of a recursive filter holds what is infinite or no number. */
   bool is_lost() const;

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "streams/state_bytes.h"
+
 namespace jurn {
 
 /**
@@ -80,6 +82,14 @@ class Regrouper {
 
   /** Forgets what has not left. */
   void reset() { taken_ = given_ = 0; }
+
+  /** Passes what has begun, to bytes or from those of a regrouper made alike. */
+  void pass_state(StateBytes* state) {
+    state->pass(&taken_);
+    state->pass(&given_);
+    state->pass_all(&begun_);
+    StateBytes::check(taken_ < block_ && given_ <= taken_);
+  }
 
  private:
   std::ptrdiff_t place(std::size_t frame) const {

@@ -67,9 +67,20 @@ void Stamp::add(const short* samples, std::size_t count) {
   for (; i < count; ++i) add_bytes(half(i), 2);
 }
 
+void Stamp::add(const unsigned char* bytes, std::size_t count) {
+  std::size_t i = 0;
+  for (; i + 8 <= count; i += 8) {
+    std::array<std::uint32_t, 2> words{};
+    for (std::size_t k = 0; k < 8; ++k)
+      words[k / 4] |= static_cast<std::uint32_t>(bytes[i + k]) << (8 * (k % 4));
+    add(words[0], words[1]);
+  }
+  for (; i < count; ++i) add_bytes(bytes[i], 1);
+}
+
 std::array<char, 9> Stamp::text() const {
   std::array<char, 9> digits{};
-  std::snprintf(digits.data(), digits.size(), "%08x", static_cast<unsigned>(~rest_));
+  std::snprintf(digits.data(), digits.size(), "%08x", static_cast<unsigned>(number()));
   return digits;
 }
 

@@ -16,7 +16,9 @@ class Stamp {
   void add(const short* samples, std::size_t count);
   void add(const float* samples, std::size_t count);
   void add(const int* samples, std::size_t count);
+  void add(const unsigned char* bytes, std::size_t count);
 
+  std::uint32_t number() const { return ~rest_; }
   /** Eight hexadecimal digits and a zero. */
   std::array<char, 9> text() const;
 

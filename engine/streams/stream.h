@@ -47,6 +47,13 @@ class Stream {
   Stream(const Stream& other);
   Stream& operator=(const Stream&) = delete;
 
+  /** Writes the stream, within a change, too; nothing of it changes. Throws where a voice is of a
+   * kind that cannot be stored. Allocates. */
+  void store(StateBytes* to);
+  /** What store() wrote: it goes on as that stream would have, bit by bit. Throws for another
+   * format than `wanted`, if there is one. */
+  explicit Stream(StateBytes* from, const Format* wanted = nullptr);
+
   const Format& format() const { return format_; }
 
   /** Filters interleaved frames; `out` may be `in` where both have as many channels. A multiple of
@@ -91,6 +98,8 @@ class Stream {
 
  private:
   void make_pieces();
+  void pass_state(StateBytes* state);
+  void pass_change(StateBytes* state, std::unique_ptr<Change>* change) const;
 
   struct Sounding {
     std::unique_ptr<Change> change;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <utility>
 #include <vector>
 
 #include "Fir_control.h"
@@ -10,9 +11,79 @@
 #include "errors.h"
 #include "streams/memory.h"
 #include "streams/samples.h"
+#include "streams/state_bytes.h"
 
 namespace jurn {
 namespace {
+
+/** What makes a voice that does not convolve. */
+struct Recipe {
+  Voice::Kind kind = Voice::Kind::kWire;
+  int length = 0;  // of a mean
+  Precision precision = Precision::kDouble;
+  Prepared prepared;  // of a design: what runs, the coefficients and the tail
+};
+
+Recipe recipe_of(Voice::Kind kind, Runs runs, const FilterDesign& design, int tail) {
+  Recipe recipe;
+  recipe.kind = kind;
+  recipe.prepared.runs = runs;
+  recipe.prepared.design = design;
+  recipe.prepared.tail = tail;
+  return recipe;
+}
+
+Recipe recipe_of_mean(int length, Precision precision) {
+  Recipe recipe;
+  recipe.kind = Voice::Kind::kMean;
+  recipe.length = length;
+  recipe.precision = precision;
+  recipe.prepared.tail = length - 1;
+  return recipe;
+}
+
+void pass(StateBytes* state, Recipe* recipe) {
+  FilterDesign& design = recipe->prepared.design;
+  int kind = design.kind;
+  for (int* const value : {&recipe->length, &kind, &recipe->prepared.tail}) state->pass(value);
+  state->pass(&recipe->precision);
+  state->pass(&recipe->prepared.runs);
+  state->pass_sized(&design.b);
+  state->pass_sized(&design.a);
+  StateBytes::check(kind >= FilterDesign::kFir && kind <= FilterDesign::kSections &&
+                    recipe->prepared.tail >= 0);
+  design.kind = static_cast<FilterDesign::Kind>(kind);
+}
+
+/** Whether what was read can be made into a voice. */
+bool is_sound(const Recipe& recipe) {
+  const FilterDesign& design = recipe.prepared.design;
+  const bool in_16_bits = recipe.precision == Precision::kInt16;
+  switch (recipe.kind) {
+    case Voice::Kind::kWire:
+      return true;
+    case Voice::Kind::kMean:
+      return recipe.length >= 1 && (!in_16_bits || recipe.length <= kMaxAverage);
+    case Voice::Kind::kSections:
+      return recipe.prepared.runs == Runs::kSections && design.kind == FilterDesign::kSections &&
+             fits(design, Precision::kDouble);
+    case Voice::Kind::kFir:
+      return recipe.prepared.runs == Runs::kFir && design.kind == FilterDesign::kFir;
+    case Voice::Kind::kDirectForm:
+      return recipe.prepared.runs == Runs::kDirectForm && design.kind == FilterDesign::kIir;
+    case Voice::Kind::kInt16:
+      return recipe.prepared.runs == Runs::kRecords && fits(design, Precision::kInt16);
+    default:
+      return false;
+  }
+}
+
+/** Writes a voice, which that recipe makes. */
+void write(StateBytes* to, Recipe recipe, Voice* voice) {
+  to->pass(&recipe.kind);
+  pass(to, &recipe);
+  voice->pass_state(to);
+}
 
 class Wire : public Voice {
  public:
@@ -28,6 +99,10 @@ class Wire : public Voice {
   int tail() const override { return 0; }
   int memory() const override { return 0; }
   std::unique_ptr<Voice> copy() const override { return std::make_unique<Wire>(format()); }
+  bool store(StateBytes* to) override {
+    write(to, Recipe(), this);
+    return true;
+  }
 };
 
 /** The library's sections in double, for every 64 channels a stream. */
@@ -51,6 +126,7 @@ class SectionsVoice : public Voice {
       const Sections_shape shape = {std::min(format.inputs - c, JURN_SECTIONS_CHANNELS), sections};
       size = MORVAX_SectionsStreamSize_API(&shape);
       streams_.push_back(allocate<SectionsStream_ID>(size));
+      sizes_.push_back(size);
       MORVAX_SectionsStreamCalcu_API(streams_.back().get(), size, &shape);
     }
   }
@@ -99,6 +175,15 @@ class SectionsVoice : public Voice {
     return other;
   }
 
+  bool store(StateBytes* to) override {
+    write(to, recipe_of(kind(), Runs::kSections, design_, tail_), this);
+    return true;
+  }
+  void pass_state(StateBytes* state) override {
+    for (std::size_t i = 0; i < streams_.size(); ++i)
+      state->pass(static_cast<void*>(streams_[i].get()), sizes_[i]);
+  }
+
   unsigned long long bad_samples() const override {
     unsigned long long sum = 0;
     for (const auto& stream : streams_) sum += MORVAX_SectionsBadSamples_API(stream.get());
@@ -109,6 +194,7 @@ class SectionsVoice : public Voice {
   FilterDesign design_;
   Owned<SectionsFilter_ID> filter_;
   std::vector<Owned<SectionsStream_ID>> streams_;
+  std::vector<std::size_t> sizes_;
   int tail_;
 };
 
@@ -144,6 +230,13 @@ class PerChannel : public Voice {
     other->channels_ = channels_;
     return other;
   }
+  bool store(StateBytes* to) override {
+    write(to, silent_.recipe(tail_), this);
+    return true;
+  }
+  void pass_state(StateBytes* state) override {
+    for (Channel& channel : channels_) channel.pass_state(state);
+  }
 
  private:
   std::vector<Channel> channels_;
@@ -164,6 +257,9 @@ class History {
   double* piece() { return samples_.data() + past_; }
   /** Makes the piece past. */
   void advance(int frames) { std::copy_n(samples_.data() + frames, past_, samples_.data()); }
+  void pass_state(StateBytes* state) {
+    state->pass(static_cast<void*>(samples_.data()), past_ * sizeof(double));
+  }
 
  private:
   std::size_t past_;
@@ -184,6 +280,11 @@ struct FirChannel {
                              static_cast<int>(taps.size()));
     past.advance(frames);
   }
+
+  Recipe recipe(int tail) const {
+    return recipe_of(Voice::Kind::kFir, Runs::kFir, {FilterDesign::kFir, taps, {}}, tail);
+  }
+  void pass_state(StateBytes* state) { past.pass_state(state); }
 
   std::vector<double> taps;
   History past;
@@ -211,6 +312,14 @@ struct DirectFormChannel {
       out[i] = sum;
     }
     outputs.advance(frames);
+  }
+
+  Recipe recipe(int tail) const {
+    return recipe_of(Voice::Kind::kDirectForm, Runs::kDirectForm, {FilterDesign::kIir, b, a}, tail);
+  }
+  void pass_state(StateBytes* state) {
+    inputs.pass_state(state);
+    outputs.pass_state(state);
   }
 
   std::vector<double> b, a;
@@ -248,6 +357,14 @@ struct MeanChannel {
     }
   }
 
+  Recipe recipe(int) const { return recipe_of_mean(static_cast<int>(count), Precision::kDouble); }
+  void pass_state(StateBytes* state) {
+    for (std::vector<double>* const group : {&ends, &last, &now}) state->pass_all(group);
+    state->pass(&at);
+    for (double* const value : {&sum, &whole, &end}) state->pass(value);
+    StateBytes::check(at < count / 2);
+  }
+
   std::size_t count;
   // Of a group, and a 0 behind it:
   std::vector<double> ends;  // the one before the last: sums from each sample to its end
@@ -262,14 +379,18 @@ struct MeanChannel {
 /** The library's 16-bit records. */
 class Int16Voice : public Voice {
  public:
-  template <typename... Filter>
-  Int16Voice(Kind kind, const Format& format, int rings, int remembers, Filter&&... filter)
-      : Voice(kind, format),
-        filter_(made_of(std::forward<Filter>(filter)..., format.inputs)),
+  Int16Voice(const Recipe& recipe, const Format& format)
+      : Int16Voice(recipe, format,
+                   recipe.kind == Kind::kMean ? LiveFilter(recipe.length, format.inputs)
+                                              : LiveFilter(recipe.prepared.design, format.inputs)) {
+  }
+  /** With the past of `filter`. */
+  Int16Voice(const Recipe& recipe, const Format& format, const LiveFilter& filter)
+      : Voice(recipe.kind, format),
+        recipe_(recipe),
+        filter_(filter),
         samples_(static_cast<std::size_t>(format.inputs) * kPiece),
-        scale_(32768.0 / format.full_scale),
-        tail_(rings),
-        memory_(remembers) {}
+        scale_(32768.0 / format.full_scale) {}
 
   void run(const double* const* in, int frames, double* const* out) override {
     const int channels = format().inputs;
@@ -292,24 +413,22 @@ class Int16Voice : public Voice {
 
   void reset() override { filter_.reset(); }
   bool is_lost() const override { return filter_.is_lost(); }
-  int tail() const override { return tail_; }
-  int memory() const override { return memory_; }
+  int tail() const override { return recipe_.prepared.tail; }
+  int memory() const override { return tail(); }
   std::unique_ptr<Voice> copy() const override {
-    return std::make_unique<Int16Voice>(kind(), format(), tail_, memory_, filter_);
+    return std::make_unique<Int16Voice>(recipe_, format(), filter_);
   }
+  bool store(StateBytes* to) override {
+    write(to, recipe_, this);
+    return true;
+  }
+  void pass_state(StateBytes* state) override { filter_.pass_state(state); }
 
  private:
-  /** One like another, with its past; or a new one. */
-  static LiveFilter made_of(const LiveFilter& other, int) { return other; }
-  template <typename What>
-  static LiveFilter made_of(const What& what, int channels) {
-    return LiveFilter(what, channels);
-  }
-
+  Recipe recipe_;
   LiveFilter filter_;
   std::vector<short> samples_;
   double scale_;  // from the format's samples to the int16 scale
-  int tail_, memory_;
 };
 
 }  // namespace
@@ -333,7 +452,7 @@ std::unique_ptr<Voice> make_wire(const Format& format) {
 
 std::unique_ptr<Voice> make_mean(int length, Precision precision, const Format& format) {
   if (precision == Precision::kInt16)
-    return std::make_unique<Int16Voice>(Voice::Kind::kMean, format, length - 1, length - 1, length);
+    return std::make_unique<Int16Voice>(recipe_of_mean(length, precision), format);
   if (length == 1) return make_wire(format);
   return std::make_unique<PerChannel<MeanChannel>>(Voice::Kind::kMean, format, length - 1,
                                                    length - 1, MeanChannel(length));
@@ -343,8 +462,8 @@ std::unique_ptr<Voice> make_voice(const Prepared& prepared, const Format& format
   const FilterDesign& design = prepared.design;
   switch (prepared.runs) {
     case Runs::kRecords:
-      return std::make_unique<Int16Voice>(Voice::Kind::kInt16, format, prepared.tail, prepared.tail,
-                                          design);
+      return std::make_unique<Int16Voice>(
+          recipe_of(Voice::Kind::kInt16, Runs::kRecords, design, prepared.tail), format);
     case Runs::kSections:
       return std::make_unique<SectionsVoice>(design, prepared.tail, format);
     case Runs::kFir:
@@ -360,6 +479,23 @@ std::unique_ptr<Voice> make_voice(const Prepared& prepared, const Format& format
   Routing routing{format.inputs, format.outputs, {}};
   for (int c = 0; c < format.inputs; ++c) routing.routes.push_back({c, c, design.b});
   return make_convolution(routing, routing.longest(), Precision::kDouble, format);
+}
+
+std::unique_ptr<Voice> restored_voice(StateBytes* from, const Format& format) {
+  Recipe recipe;
+  from->pass(&recipe.kind);
+  if (recipe.kind == Voice::Kind::kConvolution) return restored_convolution(from, format);
+  pass(from, &recipe);
+  StateBytes::check(is_sound(recipe));
+  FilterDesign& design = recipe.prepared.design;
+  if (recipe.kind != Voice::Kind::kWire && recipe.kind != Voice::Kind::kMean)
+    design = checked_design(design.kind, std::move(design.b), std::move(design.a));
+  std::unique_ptr<Voice> voice = recipe.kind == Voice::Kind::kWire ? make_wire(format)
+                                 : recipe.kind == Voice::Kind::kMean
+                                     ? make_mean(recipe.length, recipe.precision, format)
+                                     : make_voice(recipe.prepared, format);
+  voice->pass_state(from);
+  return voice;
 }
 
 }  // namespace jurn

@@ -10,6 +10,7 @@
 namespace jurn {
 
 class ConvolutionResponse;
+class StateBytes;
 
 /** What the samples of a stream are like. */
 struct Format {
@@ -104,6 +105,12 @@ class Voice {
   /** A second one with the same past; null of a kind without copies. Allocates. */
   virtual std::unique_ptr<Voice> copy() const { return nullptr; }
 
+  /** Writes its kind, what makes another one, and the past: for restored_voice(). False for a kind
+   * whose streams cannot be stored. Allocates. */
+  virtual bool store(StateBytes*) { return false; }
+  /** Passes the past, to bytes or from those of a voice made alike. */
+  virtual void pass_state(StateBytes*) {}
+
   /** Whether a filter of 16 bits runs with numbers that are infinite or none. */
   virtual bool is_lost() const { return false; }
 
@@ -135,5 +142,10 @@ std::unique_ptr<Voice> make_convolution(const Routing& routing, int longest, Pre
 /** The same with a response that is ready, for the format's shape and `longest`. */
 std::unique_ptr<Voice> make_convolution(ConvolutionResponse response, int longest,
                                         Precision precision, const Format& format);
+
+/** What store() of a voice wrote in this format. */
+std::unique_ptr<Voice> restored_voice(StateBytes* from, const Format& format);
+/** The same behind the kind, of a convolution. */
+std::unique_ptr<Voice> restored_convolution(StateBytes* from, const Format& format);
 
 }  // namespace jurn

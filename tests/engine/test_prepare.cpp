@@ -76,6 +76,15 @@ TEST(Prepare, IsKeptByDesignAndUse) {
   others[4].as_is = true;
   others[5].as_sections = true;
   for (const PrepareOptions& other : others) EXPECT_NE(first, prepare_once(design, other));
+  // Equal designs have one hash, others another one.
+  const std::hash<FilterDesign> hash;
+  FilterDesign equal = design, longer = design, late = design;
+  equal.b.push_back(0.0);
+  longer.b.push_back(-0.0);
+  late.delay = 1;
+  EXPECT_EQ(hash(equal), hash(longer));
+  EXPECT_NE(hash(design), hash(longer));
+  EXPECT_NE(hash(design), hash(late));
   FilterDesign louder = design;
   scale(&louder, 2.0);
   EXPECT_NE(first, prepare_once(louder, options));

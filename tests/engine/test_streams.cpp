@@ -11,6 +11,9 @@
 
 #include "../allocations.h"
 #include "design/prepare.h"
+#include "errors.h"
+#include "streams/setup_voice.h"
+#include "streams/state_bytes.h"
 #include "streams/stream.h"
 
 namespace jurn {
@@ -451,7 +454,19 @@ TEST(Streams, PreviewABlockThatIsNotComplete) {
   }
 }
 
-TEST(Streams, GoOnAsCopiesAlsoWithinAChange) {
+std::string stored(Stream* stream) {
+  StateBytes to;
+  stream->store(&to);
+  return to.sealed("stream");
+}
+std::unique_ptr<Stream> restored(const std::string& bytes, const Format* wanted = nullptr) {
+  StateBytes from(bytes, "stream");
+  auto stream = std::make_unique<Stream>(&from, wanted);
+  from.check_end();
+  return stream;
+}
+
+TEST(Streams, GoOnAsCopiesAndFromBytesAlsoWithinAChange) {
   for (const Kind& from : all_kinds())
     for (const Kind& to : all_kinds()) {
       SCOPED_TRACE(from.name + std::string(" to ") + to.name);
@@ -459,20 +474,67 @@ TEST(Streams, GoOnAsCopiesAlsoWithinAChange) {
       const std::vector<short> in = noise(64 * 2 * 60, 20000);
       Stream stream(format, from.make(format));
       std::vector<short> out(64 * 2), copied(out.size()), ahead(out.size());
-      std::unique_ptr<Stream> copy;
+      std::unique_ptr<Stream> copy, again;
       for (std::size_t block = 0; block < 60; ++block) {
         const short* const x = in.data() + block * out.size();
         if (block == 20) stream.change(std::make_unique<Change>(to.make(format), 1000));
-        if (block == 20 || block == 25 || block == 50) copy = std::make_unique<Stream>(stream);
+        if (block == 20 || block == 25 || block == 50) {
+          copy = std::make_unique<Stream>(stream);
+          again = restored(stored(&stream), &format);
+          ASSERT_EQ(stored(again.get()), stored(&stream));
+        }
         stream.preview(x, 30, ahead.data());
         stream.process(x, 64, out.data());
         for (std::size_t i = 0; i < 60; ++i) ASSERT_NEAR(ahead[i], out[i], 1) << block << ", " << i;
         if (!copy) continue;
-        if (block == 20) copy->preview(x, 30, ahead.data());  // as the other one did
-        copy->process(x, 64, copied.data());
-        ASSERT_EQ(copied, out) << block;
+        for (Stream* const other : {copy.get(), again.get()}) {
+          if (block == 20) other->preview(x, 30, ahead.data());  // as the first one did
+          other->process(x, 64, copied.data());
+          ASSERT_EQ(copied, out) << block;
+        }
       }
     }
+}
+
+TEST(Streams, RefuseBytesThatAreNotTheirs) {
+  const auto refusal = [](const std::string& bytes, const Format* wanted = nullptr) {
+    try {
+      restored(bytes, wanted);
+    } catch (const Error& error) {
+      return std::string(error.what());
+    }
+    return std::string("none");
+  };
+  const Format format = format_of(2);
+  const std::vector<short> in = noise(64 * 2 * 10, 20000);
+  for (const Kind& kind : all_kinds()) {
+    SCOPED_TRACE(kind.name);
+    Stream stream(format, kind.make(format));
+    run(&stream, in, {64});
+    const std::string bytes = stored(&stream);
+    EXPECT_EQ(refusal(bytes), "none");
+    for (std::size_t at = 0; at < bytes.size(); at += 1 + bytes.size() / 50) {
+      EXPECT_NE(refusal(bytes.substr(0, at)), "none") << at;
+      std::string altered = bytes;
+      altered[at] = static_cast<char>(altered[at] ^ 4);
+      EXPECT_NE(refusal(altered), "none") << at;
+    }
+    EXPECT_EQ(refusal(bytes.substr(0, bytes.size() - 1)), "data: was altered, or is cut");
+    Format other = format;
+    other.rate = 44100;
+    EXPECT_EQ(refusal(bytes, &other),
+              "data: holds a stream of 2 inputs, 2 outputs, blocks of 64 and 48000 Hz; this one is "
+              "of 2 inputs, 2 outputs, blocks of 64 and 44100 Hz");
+  }
+  EXPECT_EQ(refusal("RIFF...."), "data: no stream, or one of a machine with another byte order");
+  EXPECT_NE(refusal(StateBytes().sealed("filter")).find("data: holds filter of version"),
+            std::string::npos);
+  EXPECT_EQ(refusal(StateBytes().sealed("stream")), "data: holds what cannot run, or is cut");
+  jurn::Setup setup;
+  setup.inputs = 2;
+  Stream loudspeakers(format, make_setup_voice(prepare(setup, {}), format));
+  StateBytes to;
+  EXPECT_THROW(loudspeakers.store(&to), Error);
 }
 
 TEST(Streams, CountWhatIsNoNumberAsSilence) {

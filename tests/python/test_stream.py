@@ -59,10 +59,37 @@ def test_a_stream_gives_what_the_whole_array_does_however_it_is_cut(kind, dtype)
     np.testing.assert_array_equal(again, y)
     other = jurn.Stream(what, 2)
     run(other, x[:500], SIZES[:4])
-    for twin in (other.copy(), copy.copy(other), copy.deepcopy(other), other):
+    stored = [jurn.Stream.from_bytes(other.to_bytes()), pickle.loads(pickle.dumps(other))]
+    for twin in (other.copy(), copy.copy(other), copy.deepcopy(other), *stored, other):
         np.testing.assert_array_equal(run(twin, x[500:], SIZES[4:]), y[500:])
-    with pytest.raises(TypeError, match="cannot be stored"):
-        pickle.dumps(stream)
+
+
+def test_bytes_hold_all_of_a_stream_and_are_checked():
+    x = noise(np.float64)
+    for new in KINDS.values():  # within a change
+        stream = jurn.Stream(ROUTES, 2, taps=3000)
+        stream.process(x[:1111])
+        stream.change(new[0], fade=1500)
+        stream.process(x[1111:1400])
+        twin = jurn.Stream.from_bytes(stream.to_bytes())
+        assert repr(twin) == repr(stream) and twin.changing == stream.changing
+        assert (twin.latency, twin.tail) == (stream.latency, stream.tail)
+        np.testing.assert_array_equal(twin.process(x[1400:]), stream.process(x[1400:]))
+        twin.change(KINDS["sos"][0])
+        twin.process(x)
+    device = jurn.Stream(30, 2, precision="int16")
+    device.process(noise(np.int16))
+    data = bytes(device)
+    again = jurn.Stream.from_bytes(data)
+    assert again.precision == "int16" and again.to_bytes() == data
+    for wrong in (b"", b"RIFF", data[:-1], data[:100], data[:99] + b"?" + data[100:], data + b"0",
+                  bytes(jurn.Filter.average(3))):
+        with pytest.raises(ValueError, match="^data: (is cut|was altered|no stream)"):
+            jurn.Stream.from_bytes(wrong)
+    with pytest.raises(TypeError):
+        jurn.Stream.from_bytes("text")
+    with pytest.raises(TypeError, match="without its constructor"):
+        jurn.Stream.__new__(jurn.Stream).to_bytes()
 
 
 def test_many_channels_are_alike_and_one_is_flat():

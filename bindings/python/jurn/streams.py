@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import json
 import operator
 from typing import Any, Sequence, Tuple, TypeVar, Union, overload
 
@@ -178,8 +179,7 @@ class Stream:
             )
 
     def _take(self, wanted: _Wanted) -> None:
-        self._wanted = wanted
-        self._clips = wanted.clips
+        self._text, self._delay, self._clips = wanted.text, wanted.delay, wanted.clips
 
     @overload
     def process(
@@ -302,8 +302,38 @@ class Stream:
     def __deepcopy__(self, memo: dict[Any, Any]) -> Stream:
         return self.copy()
 
+    def to_bytes(self) -> bytes:
+        """The whole state, within a change, too: `from_bytes` goes on from there, bit by bit.
+
+        The bytes are for the same version of jurn on machines of the same kind. A stream can be
+        pickled, too.
+        """
+        note = {name: value for name, value in self.__dict__.items() if name != "_running"}
+        return self._running.stored(json.dumps(note))
+
+    __bytes__ = to_bytes
+
+    @classmethod
+    def from_bytes(cls, data: bytes) -> Stream:
+        """The stream that `to_bytes` stored.
+
+        Parameters
+        ----------
+        data : bytes
+            What `to_bytes` gave. Only take them from where you would take a pickle from.
+
+        Raises
+        ------
+        ValueError
+            For bytes that were altered or cut, or are of another version or kind.
+        """
+        running, note = _core._Running.restored(data)
+        other = object.__new__(cls)
+        other.__dict__.update(json.loads(note), _running=running)
+        return other
+
     def __reduce__(self) -> Any:
-        raise TypeError("a Stream cannot be stored; a Design can, and Filter and Convolution")
+        return type(self).from_bytes, (self.to_bytes(),)
 
     @property
     def channels(self) -> int:
@@ -323,7 +353,7 @@ class Stream:
     @property
     def latency(self) -> int:
         """Frames by which all that the newest filter lets out is late, as linear phase is."""
-        return self._wanted.delay
+        return self._delay
 
     @property
     def tail(self) -> int:
@@ -339,7 +369,7 @@ class Stream:
         self._running.bad_samples
         ins, outs = self._channels, self._outputs
         channels = f"{ins} channel{'s' * (ins > 1)}" + (f" to {outs}" if outs != ins else "")
-        return f"<jurn.Stream: {self._wanted.text}, {channels}, {self._precision}>"
+        return f"<jurn.Stream: {self._text}, {channels}, {self._precision}>"
 
 
 def _count(value: int | None, default: int, name: str, most: int = 4096) -> int:

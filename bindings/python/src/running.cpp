@@ -81,6 +81,18 @@ void add_running(py::module_* m) {
   c.def("reset", &Running::reset, "reset(self)\n--\n\n");
   c.def(
       "copy", [](const Running& r) { return std::make_unique<Running>(r); }, "copy(self)\n--\n\n");
+  c.def(
+      "stored", [](Running& r, const std::string& note) { return py::bytes(r.stored(note)); },
+      py::arg("note"), "stored(self, note)\n--\n\n");
+  c.def_static(
+      "restored",
+      [](const py::bytes& data) {
+        std::string note;
+        StateBytes from(data, kStored);
+        auto running = std::make_unique<Running>(&from, &note);
+        return py::make_tuple(std::move(running), note);
+      },
+      py::arg("data"), "restored(data)\n--\n\n");
   c.def_property_readonly("tail", &Running::tail);
   c.def_property_readonly("changing", &Running::changing);
   c.def(

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "streams/regrouper.h"
 #include "streams/samples.h"
 #include "streams/setup_voice.h"
+#include "streams/state_bytes.h"
 #include "streams/stream.h"
 
 namespace jurn::python {
@@ -40,12 +42,9 @@ inline std::vector<double> listed(const Table<double>& values) {
 
 inline FilterDesign design_of(int kind, const Table<double>& numerator,
                               const Table<double>& denominator) {
-  std::vector<double> b = listed(numerator), a = listed(denominator);
-  const bool sections = kind == FilterDesign::kSections, fir = kind == FilterDesign::kFir;
-  check(kind >= 0 && kind <= FilterDesign::kSections && !b.empty() && a.empty() == fir &&
-        (!sections || (b.size() % 3 == 0 && a.size() == b.size())));
-  for (std::size_t i = 0; i < a.size(); i += sections ? 3 : a.size()) check(a[i] == 1.0);
-  return {static_cast<FilterDesign::Kind>(kind), std::move(b), std::move(a)};
+  check(kind >= 0 && kind <= FilterDesign::kSections);
+  return checked_design(static_cast<FilterDesign::Kind>(kind), listed(numerator),
+                        listed(denominator));
 }
 
 inline int length_of_mean(const Table<double>& b, Precision precision) {
@@ -141,6 +140,9 @@ inline Format changing_format(int inputs, int outputs, int rate, int block) {
   return format;
 }
 
+/** What the bytes of a stream hold. */
+inline const std::string kStored = "stream";
+
 /** A filter as it runs, and its past. */
 class Running {
  public:
@@ -160,6 +162,25 @@ class Running {
         stream_(other.stream_),
         blocks_(other.blocks_),
         bad_samples_(other.bad_samples_) {}
+
+  /** What stored() gave: it goes on from there, with what the package noted. */
+  Running(StateBytes* from, std::string* note)
+      : longest_response_((from->pass_sized(note), 0)),
+        stream_(from),
+        blocks_(blocks_of(stream_.format())) {
+    pass_state(from);
+    from->check_end();
+  }
+
+  /** The whole state, and what the package notes with it. */
+  std::string stored(std::string note) {
+    const InUse in_use(&in_use_);
+    StateBytes to;
+    to.pass_sized(&note);
+    stream_.store(&to);
+    pass_state(&to);
+    return to.sealed(kStored);
+  }
 
   /** Goes on with (frames, channels), or with (channels, frames). */
   template <typename Sample>
@@ -228,6 +249,12 @@ class Running {
   unsigned long long bad_samples() const { return bad_samples_; }
 
  private:
+  void pass_state(StateBytes* state) {
+    state->pass(&longest_response_);
+    state->pass(&bad_samples_);
+    blocks_.pass_state(state);
+  }
+
   static Regrouper<double> blocks_of(const Format& format) {
     return {static_cast<std::size_t>(format.block), static_cast<std::size_t>(format.inputs),
             static_cast<std::size_t>(format.outputs)};

@@ -1,0 +1,72 @@
+#include "streams/state_bytes.h"
+
+#include <cstring>
+
+#include "Filter_control.h"
+#include "errors.h"
+#include "streams/stamp.h"
+
+namespace jurn {
+namespace {
+
+constexpr std::uint32_t kMagic = 0x4e52554b;  // on machines with the byte order of this one
+
+std::uint32_t checksum(std::string_view bytes) {
+  Stamp stamp;
+  stamp.add(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+  return stamp.number();
+}
+
+/** What the bytes hold, and what they are for. */
+std::string head_of(const std::string& what) {
+  return what + " of version " + MORVAX_Version_API() + ", " + std::to_string(sizeof(void*) * 8) +
+         " bits";
+}
+
+}  // namespace
+
+StateBytes::StateBytes(std::string_view bytes, const std::string& what)
+    : reads_(true), left_(bytes) {
+  std::uint32_t magic = 0, sum = 0;
+  if (bytes.size() >= sizeof magic) pass(&magic);
+  if (magic != kMagic)
+    throw Error(kInputError, "data: no " + what + ", or one of a machine with another byte order");
+  if (left_.size() < sizeof sum) throw Error(kInputError, "data: is cut");
+  const std::string_view sealed = bytes.substr(0, bytes.size() - sizeof sum);
+  std::memcpy(&sum, sealed.data() + sealed.size(), sizeof sum);
+  if (checksum(sealed) != sum) throw Error(kInputError, "data: was altered, or is cut");
+  left_.remove_suffix(sizeof sum);
+  std::string head;
+  pass_sized(&head);
+  if (head != head_of(what))
+    throw Error(kInputError, "data: holds " + head + "; this reads " + head_of(what));
+}
+
+std::string StateBytes::sealed(const std::string& what) const {
+  StateBytes all;
+  std::uint32_t magic = kMagic;
+  std::string head = head_of(what);
+  all.pass(&magic);
+  all.pass_sized(&head);
+  all.written_ += written_;
+  std::uint32_t sum = checksum(all.written_);
+  all.pass(&sum);
+  return all.written_;
+}
+
+void StateBytes::check(bool right) {
+  if (!right) throw Error(kInputError, "data: holds what cannot run, or is cut");
+}
+
+void StateBytes::pass(void* value, std::size_t size) {
+  if (size == 0) return;
+  if (!reads_) {
+    written_.append(static_cast<const char*>(value), size);
+    return;
+  }
+  check(size <= left_.size());
+  std::memcpy(value, left_.data(), size);
+  left_.remove_prefix(size);
+}
+
+}  // namespace jurn
