@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 namespace jurn {
@@ -15,7 +16,6 @@ class Step {
  public:
   explicit Step(const std::vector<int>& channels) : channels_(channels) {}
   virtual ~Step() = default;
-  Step(const Step&) = delete;
   Step& operator=(const Step&) = delete;
 
   virtual void run(double* const* samples, int frames) = 0;
@@ -23,8 +23,12 @@ class Step {
   virtual int block() const { return 1; }
   /** Takes the past of the step in its place; false where that is another kind of step. */
   virtual bool follow(const Step& other) = 0;
+  /** A second one with the same past. */
+  virtual std::unique_ptr<Step> copy() const = 0;
 
  protected:
+  Step(const Step&) = default;
+
   const std::vector<int> channels_;
 };
 
@@ -35,6 +39,8 @@ class FilterStep : public Step {
     format.inputs = format.outputs = static_cast<int>(channels.size());
     voice_ = make_voice(prepared, format);
   }
+  FilterStep(const std::vector<int>& channels, std::unique_ptr<Voice> voice)
+      : Step(channels), voice_(std::move(voice)), own_(channels.size()) {}
 
   void run(double* const* samples, int frames) override {
     for (std::size_t i = 0; i < own_.size(); ++i)
@@ -46,6 +52,9 @@ class FilterStep : public Step {
   bool follow(const Step& other) override {
     const auto* const filter = dynamic_cast<const FilterStep*>(&other);
     return filter && filter->channels_ == channels_ && voice_->follow(*filter->voice_);
+  }
+  std::unique_ptr<Step> copy() const override {
+    return std::make_unique<FilterStep>(channels_, voice_->copy());
   }
 
  private:
@@ -82,6 +91,7 @@ class DelayStep : public Step {
     at_ = delay->at_;
     return true;
   }
+  std::unique_ptr<Step> copy() const override { return std::make_unique<DelayStep>(*this); }
 
  private:
   std::size_t frames_;
@@ -101,6 +111,7 @@ class GainStep : public Step {
     const auto* const gain = dynamic_cast<const GainStep*>(&other);
     return gain && gain->channels_ == channels_;
   }
+  std::unique_ptr<Step> copy() const override { return std::make_unique<GainStep>(*this); }
 
  private:
   double gain_;
@@ -129,6 +140,7 @@ class MixerStep : public Step {
     const auto* const mixer = dynamic_cast<const MixerStep*>(&other);
     return mixer && mixer->mixed_.size() == mixed_.size();
   }
+  std::unique_ptr<Step> copy() const override { return std::make_unique<MixerStep>(*this); }
 
  private:
   std::vector<MixerRoute> routes_;
@@ -147,8 +159,16 @@ class SetupVoice : public Voice {
       most = std::max(most, setup.channels_after(s + 1));
     }
     for (const auto& step : steps_) block_ = std::max(block_, step->block());
-    memory_.resize(static_cast<std::size_t>(most) * static_cast<std::size_t>(piece_));
-    for (int c = 0; c < most; ++c) samples_.push_back(memory_.data() + c * piece_);
+    make_pieces(static_cast<std::size_t>(most));
+  }
+  /** With the same past. */
+  SetupVoice(const SetupVoice& other)
+      : Voice(Kind::kSetup, other.format()),
+        piece_(other.piece_),
+        block_(other.block_),
+        tail_(other.tail_) {
+    for (const auto& step : other.steps_) steps_.push_back(step->copy());
+    make_pieces(other.samples_.size());
   }
 
   void run(const double* const* in, int frames, double* const* out) override {
@@ -178,8 +198,15 @@ class SetupVoice : public Voice {
     if (!same) reset();
     return same;
   }
+  std::unique_ptr<Voice> copy() const override { return std::make_unique<SetupVoice>(*this); }
 
  private:
+  void make_pieces(std::size_t channels) {
+    const std::size_t piece = static_cast<std::size_t>(piece_);
+    memory_.resize(channels * piece);
+    for (std::size_t c = 0; c < channels; ++c) samples_.push_back(memory_.data() + c * piece);
+  }
+
   void add(const SetupStep& step, const Prepared& filter) {
     switch (step.kind) {
       case SetupStep::kMixer:
