@@ -58,8 +58,8 @@ async function saved(page, button, folder) {
 async function takeHome(page, name) {
   const folder = mkdtempSync(join(tmpdir(), 'jurn home '));
   try {
-    await page.waitForFunction(() => !document.getElementById('save-wav').disabled);
     await page.waitForTimeout(600);
+    await page.waitForFunction(() => !document.getElementById('save-wav').disabled);
     const command = await page.textContent('#command');
     for (const button of ['#save-recording', '#save-coefficients']) await saved(page, button, folder);
     const wanted = samplesOf(await saved(page, '#save-wav', folder));

@@ -30,7 +30,12 @@ export async function update(exactPeak: boolean): Promise<void> {
   let runs: Design | null = null;
   let response: ((inputs: number) => Float32Array[]) | null = null;
   const loading = bring();
-  if (loading) showNotices([{ text: 'Being loaded', warning: false }]);
+  if (loading) {
+    showNotices([{ text: 'Being loaded', warning: false }]);
+    // What was chosen before is heard on, but nobody takes it home for the new one.
+    Object.assign(running, { filter: null, design: null, response: null });
+    showCommand();
+  }
   const failure = await loading?.catch((error: unknown) => error);
   const connect = (channels: Float32Array[]) => loaded.library!.connect(channels, 2);
   let peak = 0;
