@@ -18,7 +18,7 @@ LAYERS = [
     ["files/recordings"],
     ["files/coefficients"],
     ["files/impulse_responses"],
-    ["tools", "bindings/python", "plugins", "bindings/web"],
+    ["tools", "bindings/python", "bindings/java", "plugins", "bindings/web"],
     ["web"],
 ]
 # Headers that several layers include: they may include only what the lowest of these may.
