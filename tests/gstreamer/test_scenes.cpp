@@ -305,9 +305,9 @@ TEST_F(Scenes, BandsAreChildren) {
   plain.caps(caps_of(1));
   plain.push_all(in, 500, 500);
   EXPECT_TRUE(harness.pull_all<short>() == plain.pull_all<short>());
-  const auto set_type = [&](guint band, const char* type) {
+  const auto set_type = [&](guint band, const char* name) {
     GObject* const child = gst_child_proxy_get_child_by_index(GST_CHILD_PROXY(it), band);
-    gst_util_set_object_arg(child, "type", type);
+    gst_util_set_object_arg(child, "type", name);
     gst_object_unref(child);
   };
   set_type(0, "linkwitz-transform");
