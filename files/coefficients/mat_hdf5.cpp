@@ -141,7 +141,8 @@ class Reader {
     if (h_.size_of(type.id()) >= result.size() ||
         h_.read_attribute(attribute.id(), type.id(), result.data()) < 0)
       return "unknown";
-    return result.c_str();
+    result.resize(std::strlen(result.c_str()));  // it may be padded
+    return result;
   }
 
   void add_array(hid_t object, const char* name) {

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <exception>
 
-using jurn::OfferedFilter;
 using jurn::gst::BlocksState;
 using jurn::gst::StreamFormat;
 using jurn::gst::TimedStream;

@@ -25,6 +25,15 @@ class Setup:
         What was rounded.
     warnings : tuple of str
         What a stream of it warns of.
+
+    Examples
+    --------
+    >>> import pathlib, tempfile
+    >>> import jurn
+    >>> file = pathlib.Path(tempfile.mkdtemp(), "quiet.txt")
+    >>> _ = file.write_text("Preamp: -6 dB\\n")
+    >>> jurn.read_setup(file, 48000).outputs
+    2
     """
 
     inputs: int

@@ -136,7 +136,7 @@ py::tuple read_setup(const std::string& path, int rate, int channels) {
 }  // namespace
 
 void add_files(py::module_* m) {
-  py::class_<jurn::Setup>(*m, "_Setup");
+  const py::class_<jurn::Setup> setup(*m, "_Setup");
   m->def("_read_setup", &read_setup, py::arg("path"), py::arg("rate"), py::arg("channels"),
          "_read_setup(path, rate, channels)\n--\n\n");
   py::register_exception_translator([](std::exception_ptr error) {

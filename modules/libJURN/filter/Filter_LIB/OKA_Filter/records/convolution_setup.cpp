@@ -194,11 +194,11 @@ int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* response, size_t
 
   auto* const first = reinterpret_cast<ConvolutionRoute*>(memory + response->routes);
   int source[JURN_CONVOLUTION_ROUTES];  // of each route placed so far
+  int placed = 0;
   for (int output = 0; output < shape->outputs; ++output) {
-    response->first_route[output + 1] = response->first_route[output];
     for (int r = 0; r < count; ++r) {
       if (routes[r].output != output) continue;
-      const int place = response->first_route[output + 1]++;
+      const int place = placed++;
       int like = 0;
       while (like < place && !same_taps(routes[source[like]], routes[r])) ++like;
       source[place] = r;
@@ -216,6 +216,7 @@ int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* response, size_t
           transform_partition(response, memory, route, &routes[r], k, i);
       }
     }
+    response->first_route[output + 1] = placed;
   }
   response->ready = 1;
   return JURN_CONVOLUTION_OK;
