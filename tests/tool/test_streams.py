@@ -4,6 +4,7 @@ import json
 import os
 import pty
 import re
+import select
 import resource
 import shlex
 import signal
@@ -246,10 +247,13 @@ class StreamTest(ToolTest):
             with subprocess.Popen([TOOL, "average", "-", "/dev/null", "--raw", "8000,1", "--length",
                                    "3", *quiet], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                   stderr=stderr) as running:
-                for _ in range(20):
+                # A second and more, and on a busy machine until it shows something.
+                for turn in range(200):
                     running.stdin.write(bytes(8192))
                     running.stdin.flush()
                     time.sleep(0.08)
+                    if turn >= 20 and (quiet or select.select([terminal], [], [], 0)[0]):
+                        break
             os.write(stderr, b".")
             shown = b""
             while not shown.endswith(b"."):
