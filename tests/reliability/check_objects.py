@@ -10,7 +10,7 @@ import subprocess
 import sys
 
 ALLOWED = {
-    "memcpy", "memmove", "memset",
+    "memcmp", "memcpy", "memmove", "memset",
     "__cpu_model", "__cpu_indicator_init",  # filled in by the compiler's run-time at program start
     "_GLOBAL_OFFSET_TABLE_",
 }

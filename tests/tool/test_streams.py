@@ -4,8 +4,8 @@ import json
 import os
 import pty
 import re
-import select
 import resource
+import select
 import shlex
 import signal
 import subprocess
