@@ -27,14 +27,8 @@ class BuildByCMake(build_ext):
             off = [f"-DJURN_BUILD_{part}=OFF"
                    for part in ("TESTS", "JAVA", "BENCHMARKS", "EXAMPLES", "PLUGINS")]
             choices = ["-DJURN_BUILD_PYTHON=ON", f"-DJURN_PYTHON={sys.executable}", *off]
-            environment = dict(os.environ)
-            if os.name == "posix":
-                # What the module never calls of the library is left out by the linker.
-                for name in ("CFLAGS", "CXXFLAGS"):
-                    environment[name] = (environment.get(name, "")
-                                         + " -ffunction-sections -fdata-sections")
             subprocess.run(["cmake", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=Release",
-                            *choices], check=True, env=environment)
+                            *choices], check=True)
         subprocess.run(["cmake", "--build", build, "--config", "Release", "--parallel",
                         str(os.cpu_count()), "--target", "jurn_python"], check=True)
         name = "_core" + sysconfig.get_config_var("EXT_SUFFIX")
