@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <complex>
 #include <cstddef>
+#include <utility>
 
 #include "Sections_control.h"
 #include "design/spectrum.h"
@@ -130,6 +131,15 @@ int PreparedSetup::latency() const {
   for (const int frames : late)
     if (frames >= 0 && (least < 0 || frames < least)) least = frames;
   return std::max(least, 0);
+}
+
+void scale(Setup* setup, double gain) {
+  if (gain == 1.0) return;
+  SetupStep step{};
+  step.kind = SetupStep::kGain;
+  step.gain = gain;
+  for (int c = 0; c < setup->inputs; ++c) step.channels.push_back(c);
+  setup->steps.insert(setup->steps.begin(), std::move(step));
 }
 
 PreparedSetup prepare(const Setup& setup, const PrepareOptions& given) {

@@ -55,6 +55,9 @@ struct PreparedSetup {
   int latency() const;
 };
 
+/** Multiplies all inputs by a gain. */
+void scale(Setup* setup, double gain);
+
 /** Prepares every filter to run in double, whatever precision `options` name. */
 PreparedSetup prepare(const Setup& setup, const PrepareOptions& options);
 

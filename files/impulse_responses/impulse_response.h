@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Convolution_control.h"
 #include "coefficients/formats.h"
 #include "streams/routing.h"
 
@@ -21,10 +22,11 @@ struct ImpulseResponseOptions {
   Part part;         // of each file, at its own rate
   int truncate = 0;  // taps, 0 for all
   bool normalise = false;
-  int max_taps = 0;
+  int max_taps = JURN_CONVOLUTION_TAPS;
   CoefficientFormat format = CoefficientFormat::kByContent;
   std::vector<std::string> variables;  // arrays of files with names
-  std::string limit;                   // how an error names the limit and the way around it
+  // How an error names the limit and the way around it.
+  std::string limit = "at most " + std::to_string(JURN_CONVOLUTION_TAPS) + " are supported";
 };
 
 /** Reads the channels of one or several files, one after the other, as a response for recordings at

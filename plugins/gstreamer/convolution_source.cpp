@@ -80,8 +80,6 @@ void ConvolutionSource::read(const ConvolutionSettings& settings, int rate) {
   files_ = {};
   jurn::ImpulseResponseOptions options;
   options.resample = settings.resample;
-  options.max_taps = JURN_CONVOLUTION_TAPS;
-  options.limit = "at most " + std::to_string(JURN_CONVOLUTION_TAPS) + " are supported";
   Files files{name, rate, settings.setting, settings.resample, written, {}, {}};
   if (by_routes)
     files.routing = jurn::read_routes(name, rate, options);
@@ -104,13 +102,7 @@ std::unique_ptr<OfferedFilter> ConvolutionSource::prepare_setup(
                              std::to_string(setup.outputs()) + " channels, and the stream has " +
                              std::to_string(format.inputs) + " and " +
                              std::to_string(format.outputs));
-  if (settings.gain_db != 0.0) {
-    jurn::SetupStep gain{};
-    gain.kind = jurn::SetupStep::kGain;
-    gain.gain = jurn::from_decibels(settings.gain_db);
-    for (int c = 0; c < setup.inputs; ++c) gain.channels.push_back(c);
-    setup.steps.insert(setup.steps.begin(), std::move(gain));
-  }
+  jurn::scale(&setup, jurn::from_decibels(settings.gain_db));
   jurn::PrepareOptions options;
   options.result = format.is_float ? jurn::SampleFormat::kFloat : jurn::SampleFormat::kInt16;
   options.rate = format.rate;

@@ -17,10 +17,10 @@ class Binaural final : public Plugin {
  private:
   std::unique_ptr<OfferedFilter> make(const Wanted& wanted) override {
     const std::string& file = wanted.file.empty() ? kUsual : wanted.file;
-    if (!set_ || file != read_) {
+    if (!set_ || wanted.naming != read_) {
       set_.reset();
       set_ = std::make_unique<HrtfSet>(file, wanted.rate);
-      read_ = file;
+      read_ = wanted.naming;
     }
     ImpulseResponse ears = set_->at(wanted.controls[kAzimuth], wanted.controls[kElevation]);
     scale(&ears, 1.0 / wanted.controls[kDistance]);  // as the pressure of a point falls
@@ -30,7 +30,7 @@ class Binaural final : public Plugin {
 
   inline static const std::string kUsual = JURN_DEFAULT_SOFA;
   std::unique_ptr<HrtfSet> set_;
-  std::string read_;
+  int read_ = 0;  // which naming
 };
 
 std::unique_ptr<Plugin> create(const Description& description, const Host& host, double rate) {

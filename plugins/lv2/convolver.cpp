@@ -1,7 +1,7 @@
 // Convolution with an impulse response from a file.
 #include <cmath>
+#include <tuple>
 
-#include "Convolution_control.h"
 #include "impulse_responses/impulse_response.h"
 #include "plugin.h"
 #include "streams/routing.h"
@@ -28,12 +28,15 @@ class Convolver final : public Plugin {
     if (wanted.file.empty()) return nullptr;
     ImpulseResponseOptions options;
     options.resample = true;
-    options.max_taps = JURN_CONVOLUTION_TAPS;
-    options.limit = "at most " + std::to_string(JURN_CONVOLUTION_TAPS) + " are supported";
     options.truncate = static_cast<int>(std::lround(wanted.controls[kTruncate] * wanted.rate));
     options.normalise = wanted.controls[kNormalise] > 0.0F;
-    Routing routing = connect(read_impulse_response({wanted.file}, wanted.rate, options),
-                              Wiring::kAutomatic, format().inputs, wanted.file);
+    const Read read{wanted.naming, options.truncate, options.normalise};
+    if (read != read_) {
+      read_ = {};
+      response_ = read_impulse_response({wanted.file}, wanted.rate, options);
+      read_ = read;
+    }
+    Routing routing = connect(response_, Wiring::kAutomatic, format().inputs, wanted.file);
     if (routing.outputs != format().outputs)
       throw std::runtime_error(wanted.file + ": leads to " + std::to_string(routing.outputs) +
                                " channels, and this plugin has " +
@@ -42,6 +45,11 @@ class Convolver final : public Plugin {
     add_input(&routing, gain_of(wanted.controls[kDry]));
     return offer_of(make_convolution(routing, routing.longest(), Precision::kDouble, format()));
   }
+
+  // What was read last: levels change more often than files.
+  using Read = std::tuple<int, int, bool>;  // which naming, taps, whether normalised
+  Read read_{};
+  ImpulseResponse response_;
 };
 
 constexpr Description description(const char* name, int channels) {

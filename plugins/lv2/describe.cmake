@@ -92,7 +92,7 @@ foreach(i RANGE 1 17 2)
   math(EXPR value "${value} + 1")
 endforeach()
 list(JOIN points ", " points)
-# Spread over what is heard, an octave and a half apart at the most.
+# Two thirds of an octave apart, one third at the top.
 set(frequencies 25 40 63 100 160 250 400 630 1000 1600 2500 4000 6300 8000 10000 12500)
 foreach(band RANGE 1 16)
   string(APPEND turtle "\n<urn:jurn:band-${band}> a pg:Group ; lv2:symbol \"band_${band}\" ; lv2:name \"Band ${band}\" .\n")

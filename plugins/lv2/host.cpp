@@ -18,7 +18,6 @@ Host::Host(const LV2_Feature* const* features) {
   string = urid(LV2_ATOM__String);
   urid_type = urid(LV2_ATOM__URID);
   object = urid(LV2_ATOM__Object);
-  sequence = urid(LV2_ATOM__Sequence);
   patch_get = urid(LV2_PATCH__Get);
   patch_set = urid(LV2_PATCH__Set);
   patch_property = urid(LV2_PATCH__property);

@@ -25,8 +25,8 @@ struct Host {
   const LV2_Worker_Schedule* worker = nullptr;
   const LV2_Log_Log* log = nullptr;
 
-  LV2_URID path, string, urid_type, object, sequence, patch_get, patch_set, patch_property,
-      patch_value, warning, error;
+  LV2_URID path, string, urid_type, object, patch_get, patch_set, patch_property, patch_value,
+      warning, error;
 };
 
 }  // namespace jurn::lv2

@@ -92,6 +92,7 @@ std::unique_ptr<OfferedFilter> Plugin::make_wanted(const std::vector<float>& con
   if (!bypass || controls[0] > 0.0F)
     made = make({{controls.begin() + static_cast<std::ptrdiff_t>(bypass), controls.end()},
                  wanted_file_,
+                 naming_,
                  format_.rate});
   if (!made) made = offer_of(make_idle());
   made->made_for = running_;
@@ -181,11 +182,13 @@ void Plugin::work(const void* message, std::uint32_t bytes, LV2_Worker_Respond_F
   if (bytes > start) {
     const char* const text = static_cast<const char*>(message) + start;
     wanted_file_.assign(text, strnlen(text, bytes - start));
+    ++naming_;
   }
   try {
     offers_.offer(make_wanted(controls));
   } catch (const std::exception& problem) {
     host_.say(host_.error, problem.what());
+    if (wanted_file_ != before) ++naming_;
     wanted_file_ = before;
   }
   is_working_.store(false, std::memory_order_release);
@@ -267,6 +270,7 @@ LV2_State_Status Plugin::restore(LV2_State_Retrieve_Function retrieve, LV2_State
   }
   const std::lock_guard<std::mutex> lock(mutex_);
   wanted_file_ = path;
+  ++naming_;
   answer(path.c_str(), static_cast<std::uint32_t>(path.size() + 1));
   if (!stream_) return LV2_STATE_SUCCESS;
   try {

@@ -35,13 +35,15 @@ constexpr char kPrefix[] = "urn:jurn:";
 struct Wanted {
   std::vector<float> controls;
   std::string file;
+  int naming = 0;  // which time a file was named: the same name may mean another file
   int rate = 0;
 };
 
 /**
  * A plugin that runs. run() belongs to the audio thread: it allocates nothing, waits for nothing,
  * and asks the host's worker for another filter where a control or the file changed. The newest
- * filter fades in; while one is made, what changes meanwhile waits for the next.
+ * filter fades in; while one is made, what changes meanwhile waits for the next. In a host without
+ * a worker, run() makes the filters itself.
  */
 class Plugin {
  public:
@@ -112,6 +114,7 @@ class Plugin {
 
   std::mutex mutex_;  // of what makes filters
   std::string wanted_file_;
+  int naming_ = 0;
 };
 
 /** The plugins, each by its description. */

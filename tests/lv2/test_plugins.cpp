@@ -207,6 +207,27 @@ TEST_F(Plugins, FilesAreStoredToldAndRefusedWithASentence) {
   EXPECT_FALSE(host.told("/nowhere.wav"));
   EXPECT_NE(host.said().find("/nowhere.wav"), std::string::npos) << host.said();
 
+  // A level is no reason to read a file again; naming it again is.
+  const std::string moved = folder_ + "/hall.wav";
+  std::filesystem::copy_file(kHall, moved);
+  host.set_file("impulse-response", moved);
+  host.run(in, &out, 400, 100);
+  host.settle();
+  std::filesystem::remove(moved);
+  const std::string said = host.said();
+  host.control(0) = -6.0F;
+  host.run(in, &out, 500, 100);
+  host.settle();
+  EXPECT_EQ(host.said(), said);
+  host.set_file("impulse-response", moved);
+  host.run(in, &out, 600, 100);
+  host.settle();
+  EXPECT_NE(host.said(), said);
+  host.control(0) = kConvolver[0];
+  host.set_file("impulse-response", kHall);
+  host.run(in, &out, 700, 100);
+  host.settle();
+
   const State state = host.save();
   ASSERT_EQ(state.size(), 1U);
   EXPECT_EQ(state.begin()->second, std::string("stored:") + kHall + std::string(1, '\0'));

@@ -115,8 +115,6 @@ jurn::ImpulseResponse read_response(const std::vector<std::string>& paths, int r
   options.resample = resample;
   options.truncate = truncate;
   options.normalise = normalise;
-  options.max_taps = 1 << 20;
-  options.limit = "the convolution takes " + std::to_string(options.max_taps);
   return jurn::read_impulse_response(paths, rate, options);
 }
 

@@ -152,11 +152,10 @@ void set_convolve(Filter* filter, const std::shared_ptr<ConvolveOptions>& o) {
   o->response.max_taps = o->fft           ? kMaxFftTaps
                          : o->time_domain ? kMaxTimeDomainTaps
                                           : JURN_CONVOLUTION_TAPS;
-  o->response.limit = is_long
-                          ? "--fft takes " + std::to_string(kMaxFftTaps) + ", --time-domain " +
-                                std::to_string(kMaxTimeDomainTaps) + ", neither of them " +
-                                std::to_string(JURN_CONVOLUTION_TAPS)
-                          : "at most " + std::to_string(JURN_CONVOLUTION_TAPS) + " are supported";
+  if (is_long)
+    o->response.limit = "--fft takes " + std::to_string(kMaxFftTaps) + ", --time-domain " +
+                        std::to_string(kMaxTimeDomainTaps) + ", neither of them " +
+                        std::to_string(JURN_CONVOLUTION_TAPS);
   if (o->response.truncate > o->response.max_taps)
     throw Error(kUsageError,
                 "--truncate " + std::to_string(o->response.truncate) + ": " + o->response.limit);

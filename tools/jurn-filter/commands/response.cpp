@@ -96,9 +96,6 @@ std::vector<NamedFilter> read_filters(Options* o) {
     } else if (!request.impulse_response.empty()) {
       const std::string& path = request.impulse_response;
       options.impulse_response.normalise = options.reading.normalise;
-      options.impulse_response.max_taps = JURN_CONVOLUTION_TAPS;
-      options.impulse_response.limit =
-          "at most " + std::to_string(JURN_CONVOLUTION_TAPS) + " can run";
       const ImpulseResponse channels =
           read_impulse_response({path}, o->rate, options.impulse_response);
       for (std::size_t c = 0; c < channels.size(); ++c)

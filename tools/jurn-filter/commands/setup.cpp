@@ -55,13 +55,7 @@ std::unique_ptr<Stage> make_setup(const std::string& name, SetupFile file, doubl
     throw Error(kInputError, name + ": takes " + std::to_string(file.setup.inputs) +
                                  " channels, and " + recording.name + " has " +
                                  std::to_string(recording.channels));
-  if (gain != 1.0) {
-    SetupStep step{};
-    step.kind = SetupStep::kGain;
-    step.gain = gain;
-    for (int c = 0; c < file.setup.inputs; ++c) step.channels.push_back(c);
-    file.setup.steps.insert(file.setup.steps.begin(), step);
-  }
+  scale(&file.setup, gain);
   PrepareOptions options;
   options.rate = recording.rate;
   options.result = recording.samples;
