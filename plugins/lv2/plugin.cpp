@@ -112,16 +112,17 @@ void Plugin::activate() {
     first->made_for = running_;
   }
   offers_.empty();
+  // A filter that the worker still has to make was asked for before: ask again once it is there.
+  is_changed_ = requests_.load(std::memory_order_acquire) > 0;
   stream_ = std::make_unique<ChangingStream>(&offers_, std::move(first));
   std::fill(block_out_.begin(), block_out_.end(), 0.0F);
   filled_ = 0;
 }
 
 void Plugin::run(int frames) {
-  take_messages();
   is_changed_ |= read_controls();
-  if (is_changed_ && !is_working_.load(std::memory_order_acquire))
-    is_changed_ = !request(nullptr, 0);
+  take_messages();
+  if (is_changed_ && requests_.load(std::memory_order_acquire) == 0) request(nullptr, 0);
   filter(frames);
   if (latency_)
     *latency_ =
@@ -152,24 +153,23 @@ void Plugin::filter(int frames) {
   }
 }
 
-/** Asks the worker for a filter by the controls, and by a file if one is given. False if it has no
- * room. */
-bool Plugin::request(const char* file, std::uint32_t bytes) {
+/** Asks the worker for a filter by the controls, and by a file if one is given. If it has no room,
+ * what changed of the controls waits for the next call. */
+void Plugin::request(const char* file, std::uint32_t bytes) {
   const std::size_t controls = controls_.size() * sizeof(float);
-  if (bytes > file_.size()) return true;
+  if (bytes > file_.size()) return;
   std::memcpy(message_.data(), controls_.data(), controls);
   if (file) std::memcpy(message_.data() + controls, file, bytes);
   const auto length = static_cast<std::uint32_t>(controls) + bytes;
+  requests_.fetch_add(1, std::memory_order_relaxed);
   if (!host_.worker) {
     work(message_.data(), length, nullptr, nullptr);
-    return true;
+  } else if (host_.worker->schedule_work(host_.worker->handle, length, message_.data()) !=
+             LV2_WORKER_SUCCESS) {
+    requests_.fetch_sub(1, std::memory_order_relaxed);
+    return;
   }
-  is_working_.store(true, std::memory_order_release);
-  if (host_.worker->schedule_work(host_.worker->handle, length, message_.data()) ==
-      LV2_WORKER_SUCCESS)
-    return true;
-  is_working_.store(false, std::memory_order_release);
-  return false;
+  is_changed_ = false;
 }
 
 void Plugin::work(const void* message, std::uint32_t bytes, LV2_Worker_Respond_Function respond,
@@ -191,7 +191,7 @@ void Plugin::work(const void* message, std::uint32_t bytes, LV2_Worker_Respond_F
     if (wanted_file_ != before) ++naming_;
     wanted_file_ = before;
   }
-  is_working_.store(false, std::memory_order_release);
+  requests_.fetch_sub(1, std::memory_order_release);
   if (bytes > start && respond)
     respond(handle, static_cast<std::uint32_t>(wanted_file_.size() + 1), wanted_file_.c_str());
 }

@@ -83,7 +83,7 @@ class Plugin {
   std::unique_ptr<OfferedFilter> make_wanted(const std::vector<float>& controls);
   bool read_controls();
   void take_messages();
-  bool request(const char* file, std::uint32_t bytes);
+  void request(const char* file, std::uint32_t bytes);
   void filter(int frames);
 
   const Description& description_;
@@ -109,8 +109,8 @@ class Plugin {
   std::vector<float> block_in_, block_out_;
   std::vector<const float*> pieces_in_;
   std::vector<float*> pieces_out_;
-  int filled_ = 0;  // frames of the block
-  std::atomic<bool> is_working_{false};
+  int filled_ = 0;                // frames of the block
+  std::atomic<int> requests_{0};  // that the worker has not done
 
   std::mutex mutex_;  // of what makes filters
   std::string wanted_file_;

@@ -131,6 +131,7 @@ class Host {
 
   float& control(std::size_t i) { return controls_[i]; }
   float enabled = 1.0F, latency = -1.0F;
+  int asked = 0;  // how often the plugin asked for its worker
 
  private:
   static LV2_URID urid(const std::string& uri) {
@@ -202,6 +203,7 @@ class Host {
   LV2_Worker_Schedule schedule_{
       this, [](LV2_Worker_Schedule_Handle to, std::uint32_t bytes, const void* data) {
         auto* const self = static_cast<Host*>(to);
+        ++self->asked;
         {
           const std::lock_guard<std::mutex> lock(self->mutex_);
           self->work_.emplace_back(static_cast<const char*>(data), bytes);

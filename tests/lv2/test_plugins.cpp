@@ -227,6 +227,10 @@ TEST_F(Plugins, FilesAreStoredToldAndRefusedWithASentence) {
   host.set_file("impulse-response", kHall);
   host.run(in, &out, 700, 100);
   host.settle();
+  // The one request for both was enough.
+  const int asked = host.asked;
+  host.run(in, &out, 800, 100);
+  EXPECT_EQ(host.asked, asked);
 
   const State state = host.save();
   ASSERT_EQ(state.size(), 1U);
