@@ -29,4 +29,11 @@ void Running::restore(std::string_view) {
   throw Error(kUsageError, "this object cannot be stored");
 }
 
+std::unique_ptr<Running> restored(What what, std::string_view data) {
+  if (what >= What::kSections) return restored_stream(what, data);
+  std::unique_ptr<Running> object = make_record(what, 1, nullptr);
+  object->restore(data);
+  return object;
+}
+
 }  // namespace jurn::bindings

@@ -9,8 +9,16 @@
 
 namespace jurn::bindings {
 
-/** The records behind objects; the numbers are part of the interface. */
-enum class What { kFilter, kMovingSum, kFloatFilter, kLongFilter };
+/** What is behind an object, a record or a stream; the numbers are part of the interface. */
+enum class What {
+  kFilter,
+  kMovingSum,
+  kFloatFilter,
+  kLongFilter,
+  kSections,
+  kStream,
+  kConvolution,
+};
 
 /** Coefficients as they are handed over. */
 struct Wanted {
@@ -43,6 +51,7 @@ class Running {
   /** Any thread, also while another one runs. */
   virtual void change(const Wanted& to, int fade);
   virtual void reset() = 0;
+  virtual int rate() const { return 0; }
   virtual int latency() const { return 0; }
   virtual int tail() const { return 0; }
   virtual int push(short sample);
@@ -65,6 +74,10 @@ class Running {
 /** `wanted` null: an object to be restored. */
 std::unique_ptr<Running> make_record(What what, int channels, const Wanted* wanted);
 /** `shape` is rate, inputs, outputs, frames of a block and longest taps. */
-std::unique_ptr<Running> make_stream(const std::vector<int>& shape, const Wanted& wanted);
+std::unique_ptr<Running> make_stream(What what, const std::vector<int>& shape,
+                                     const Wanted& wanted);
+std::unique_ptr<Running> restored_stream(What what, std::string_view data);
+/** Goes on from what stored() of an object of the same kind gave. */
+std::unique_ptr<Running> restored(What what, std::string_view data);
 
 }  // namespace jurn::bindings

@@ -72,13 +72,33 @@ Format format_of(const std::vector<int>& shape) {
   return format;
 }
 
+const char* word_of(What what) {
+  return what == What::kSections ? "sections" : what == What::kStream ? "stream" : "convolution";
+}
+
 class StreamRunning : public Running {
  public:
-  StreamRunning(const Format& format, int longest, const Wanted& wanted)
-      : format_(format),
+  StreamRunning(What what, const Format& format, int longest, const Wanted& wanted)
+      : what_(what),
+        format_(format),
         longest_(longest),
         stream_(&offers_, std::make_unique<OfferedFilter>(voice_of(wanted, format, longest))) {}
+  /** What stored() has sealed. */
+  StreamRunning(What what, StateBytes* from) : what_(what), stream_(&offers_, from, {}) {
+    format_ = stream_.format();
+    from->pass(&longest_);
+    from->check_end();
+    StateBytes::check(longest_ >= 1 && longest_ <= JURN_CONVOLUTION_TAPS);
+  }
 
+  std::string stored() override {
+    StateBytes to;
+    stream_.store(&to);
+    to.pass(&longest_);
+    return to.sealed(word_of(what_));
+  }
+
+  int rate() const override { return format_.rate; }
   int inputs() const override { return format_.inputs; }
   int outputs() const override { return format_.outputs; }
   int block() const override { return format_.block; }
@@ -99,15 +119,17 @@ class StreamRunning : public Running {
   int tail() const override { return stream_.tail(); }
 
  private:
+  What what_;
   Format format_;
-  int longest_;
+  int longest_ = 0;
   HandOver<OfferedFilter> offers_;
   ChangingStream stream_;
 };
 
 }  // namespace
 
-std::unique_ptr<Running> make_stream(const std::vector<int>& shape, const Wanted& wanted) {
+std::unique_ptr<Running> make_stream(What what, const std::vector<int>& shape,
+                                     const Wanted& wanted) {
   const Format format = format_of(shape);
   const int longest = shape[4];
   if (format.rate < 1) fail("the rate is not 1 Hz or more");
@@ -122,7 +144,12 @@ std::unique_ptr<Running> make_stream(const std::vector<int>& shape, const Wanted
   if (longest < 1 || longest > JURN_CONVOLUTION_TAPS)
     fail("the longest response is not from 1 to " + std::to_string(JURN_CONVOLUTION_TAPS) +
          " taps");
-  return std::make_unique<StreamRunning>(format, longest, wanted);
+  return std::make_unique<StreamRunning>(what, format, longest, wanted);
+}
+
+std::unique_ptr<Running> restored_stream(What what, std::string_view data) {
+  StateBytes from(data, word_of(what));
+  return std::make_unique<StreamRunning>(what, &from);
 }
 
 }  // namespace jurn::bindings

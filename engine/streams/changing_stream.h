@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "streams/hand_over.h"
+#include "streams/state_bytes.h"
 #include "streams/stream.h"
 
 namespace jurn {
@@ -45,17 +46,24 @@ class ChangingStream {
   /** A stream of what its first filter was made for. */
   ChangingStream(HandOver<OfferedFilter>* offers, std::unique_ptr<OfferedFilter> first)
       : ChangingStream(offers, first->change->voice->format(), first.get()) {}
+  /** What store() wrote, which takes offers that were made for `running`. */
+  ChangingStream(HandOver<OfferedFilter>* offers, StateBytes* from, const StreamFormat& running)
+      : offers_(offers), running_(running), stream_(from), latency_(0) {
+    from->pass(&latency_);
+  }
+
+  /** Writes the stream, which takes what was offered. Allocates. */
+  void store(StateBytes* to) {
+    take_offer();
+    stream_.store(to);
+    to->pass(&latency_);
+  }
 
   /** Interleaved frames, or channels in arrays of their own; `out` may be `in` where both have as
    * many channels. */
   template <typename In, typename Out>
   void process(In in, int frames, Out out) {
-    if (OfferedFilter* const offer = offers_->take(running_)) {
-      stream_.change(std::move(offer->change));
-      latency_ = offer->late;
-      offer->retired = stream_.take_retired();
-      offers_->give_back(offer);
-    }
+    take_offer();
     stream_.process(in, frames, out);
   }
   /** What the first frames of the next block will give. */
@@ -63,6 +71,7 @@ class ChangingStream {
   void preview(const Sample* in, int frames, Sample* out) {
     stream_.preview(in, frames, out);
   }
+  const Format& format() const { return stream_.format(); }
   /** Returns to silence and to the newest filter. */
   void reset() { stream_.reset(); }
   /** Frames that ring on. */
@@ -76,6 +85,15 @@ class ChangingStream {
         running_(first->made_for),
         stream_(format, std::move(first->change->voice)),
         latency_(first->late) {}
+
+  void take_offer() {
+    OfferedFilter* const offer = offers_->take(running_);
+    if (!offer) return;
+    stream_.change(std::move(offer->change));
+    latency_ = offer->late;
+    offer->retired = stream_.take_retired();
+    offers_->give_back(offer);
+  }
 
   HandOver<OfferedFilter>* offers_;
   StreamFormat running_;

@@ -34,20 +34,18 @@ jlong make_record_object(JNIEnv* env, jclass, jint what, jint channels, jint kin
   });
 }
 
-jlong make_stream_object(JNIEnv* env, jclass, jintArray shape, jint kind, jdoubleArray b,
+jlong make_stream_object(JNIEnv* env, jclass, jint what, jintArray shape, jint kind, jdoubleArray b,
                          jdoubleArray a, jintArray routes) {
   return guarded(env, [&] {
     const std::vector<jint> numbers = listed(env, shape);
-    return address(bindings::make_stream({numbers.begin(), numbers.end()},
+    return address(bindings::make_stream(static_cast<What>(what), {numbers.begin(), numbers.end()},
                                          wanted_of(env, kind, b, a, routes)));
   });
 }
 
 jlong restore(JNIEnv* env, jclass, jint what, jbyteArray bytes) {
   return guarded(env, [&] {
-    std::unique_ptr<Running> object = bindings::make_record(static_cast<What>(what), 1, nullptr);
-    object->restore(bytes_of(env, bytes));
-    return address(std::move(object));
+    return address(bindings::restored(static_cast<What>(what), bytes_of(env, bytes)));
   });
 }
 
@@ -80,6 +78,8 @@ jint number(JNIEnv*, jclass, jlong object, jint which) {
       return running.block();
     case 3:
       return running.latency();
+    case 4:
+      return running.rate();
     default:
       return running.tail();
   }
@@ -151,7 +151,7 @@ void run_buffers(JNIEnv* env, jclass, jlong object, jobject in, jint in_at, jobj
 const std::vector<JNINativeMethod>& running_methods() {
   static const std::vector<JNINativeMethod> table = {
       method("makeRecord", "(III[D[D)J", make_record_object),
-      method("makeStream", "([II[D[D[I)J", make_stream_object),
+      method("makeStream", "(I[II[D[D[I)J", make_stream_object),
       method("restore", "(I[B)J", restore),
       method("stored", "(J)[B", stored),
       method("free", "(J)V", free_object),

@@ -42,9 +42,18 @@ public final class Convolution extends StreamProcessor {
      */
     public Convolution(
             int rate, int inputs, int outputs, int block, int longest, List<Route> routes) {
-        super(Native.makeStream(
-                new int[] {rate, inputs, outputs, block, longest},
+        this(Native.makeStream(
+                Native.CONVOLUTION, new int[] {rate, inputs, outputs, block, longest},
                 Native.ROUTES, taps(routes), Native.NONE, shapes(routes)));
+    }
+
+    private Convolution(long address) {
+        super(address);
+    }
+
+    /** Continues exactly where {@link #toBytes} was called, in another process, too. */
+    public static Convolution fromBytes(byte[] bytes) {
+        return new Convolution(restored(Native.CONVOLUTION, bytes));
     }
 
     /**

@@ -12,11 +12,14 @@ import java.util.Locale;
 
 /** The native methods: one table, which the library registers when it is loaded. */
 final class Native {
-    // Records behind objects.
+    // Records and streams behind objects.
     static final int FILTER = 0;
     static final int MOVING_SUM = 1;
     static final int FLOAT_FILTER = 2;
     static final int LONG_FILTER = 3;
+    static final int SECTIONS = 4;
+    static final int STREAM = 5;
+    static final int CONVOLUTION = 6;
 
     // Kinds behind those of designs.
     static final int MEAN = 3;
@@ -27,7 +30,8 @@ final class Native {
     static final int OUTPUTS = 1;
     static final int BLOCK = 2;
     static final int LATENCY = 3;
-    static final int TAIL = 4;
+    static final int RATE = 4;
+    static final int TAIL = 5;
 
     static final double[] NONE = {};
     static final int[] NO_ROUTES = {};
@@ -83,7 +87,8 @@ final class Native {
 
     static native long makeRecord(int what, int channels, int kind, double[] b, double[] a);
 
-    static native long makeStream(int[] shape, int kind, double[] b, double[] a, int[] routes);
+    static native long makeStream(
+            int what, int[] shape, int kind, double[] b, double[] a, int[] routes);
 
     static native long restore(int what, byte[] stored);
 

@@ -19,7 +19,16 @@ public final class Sections extends StreamProcessor {
      * @param channels 1 to 64, each filtered alike
      */
     public Sections(Design design, int rate, int channels) {
-        super(Stream.make(checked(design), rate, channels));
+        this(Stream.make(Native.SECTIONS, checked(design), rate, channels));
+    }
+
+    private Sections(long address) {
+        super(address);
+    }
+
+    /** Continues exactly where {@link #toBytes} was called, in another process, too. */
+    public static Sections fromBytes(byte[] bytes) {
+        return new Sections(restored(Native.SECTIONS, bytes));
     }
 
     /**

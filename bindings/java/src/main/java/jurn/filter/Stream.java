@@ -14,8 +14,6 @@ package jurn.filter;
  * }</pre>
  */
 public final class Stream extends StreamProcessor {
-    private final int rate;
-
     /**
      * Makes a stream, silent.
      *
@@ -23,17 +21,17 @@ public final class Stream extends StreamProcessor {
      * @param channels 1 to 64, each filtered alike
      */
     public Stream(Design design, int rate, int channels) {
-        this(make(design, rate, channels), rate);
+        this(make(Native.STREAM, design, rate, channels));
     }
 
-    private Stream(long address, int rate) {
+    private Stream(long address) {
         super(address);
-        this.rate = rate;
     }
 
-    static long make(Design design, int rate, int channels) {
+    static long make(int what, Design design, int rate, int channels) {
         int[] shape = {rate, channels, channels, 1, 1};
-        return Native.makeStream(shape, design.kind(), design.b(), design.a(), Native.NO_ROUTES);
+        return Native.makeStream(
+                what, shape, design.kind(), design.b(), design.a(), Native.NO_ROUTES);
     }
 
     /**
@@ -45,12 +43,13 @@ public final class Stream extends StreamProcessor {
         int[] shape = {rate, channels, channels, 1, 1};
         double[] lengths = {length};
         return new Stream(
-                Native.makeStream(shape, Native.MEAN, lengths, Native.NONE, Native.NO_ROUTES), rate);
+                Native.makeStream(
+                        Native.STREAM, shape, Native.MEAN, lengths, Native.NONE, Native.NO_ROUTES));
     }
 
-    /** Frames a second. */
-    public int getRate() {
-        return rate;
+    /** Continues exactly where {@link #toBytes} was called, in another process, too. */
+    public static Stream fromBytes(byte[] bytes) {
+        return new Stream(restored(Native.STREAM, bytes));
     }
 
     /**

@@ -39,6 +39,20 @@ public abstract class StreamProcessor extends ShortProcessor {
         }
     }
 
+    /** Frames a second. */
+    public final int getRate() {
+        return number(Native.RATE);
+    }
+
+    /**
+     * The whole state, within a fade, too, checked when it is restored. For the same version of this
+     * package on a machine of the same kind. A Stream or Sections of two channels takes up to 256
+     * KiB, a Convolution the taps and up to 2 MiB an input.
+     */
+    public final byte[] toBytes() {
+        return stored();
+    }
+
     /** Frames that the filter rings on after its input has ended, as far as that is heard. */
     public final int getTail() {
         return number(Native.TAIL);

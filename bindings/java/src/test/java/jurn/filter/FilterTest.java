@@ -84,6 +84,11 @@ public class FilterTest {
         return out;
     }
 
+    private static Convolution convolution(double[] taps) {
+        return new Convolution(RATE, 1, 1, 256, taps.length,
+                Collections.singletonList(new Convolution.Route(0, 0, taps)));
+    }
+
     private static final String TEN_TAPS = "0.1 0.2 0.3 -0.2 0.1 0.05 0 0.02 0.01 0.3\n";
     private static final double[] TAPS = {0.1, 0.2, 0.3, -0.2, 0.1, 0.05, 0, 0.02, 0.01, 0.3};
     private static final double[] B = {0.2, 0.1, 0.05}, A = {1.0, -1.2, 0.5};
@@ -120,9 +125,7 @@ public class FilterTest {
                 byJava(new LongFilter(LongFilter.Kind.TIME_DOMAIN, 1, TAPS), 0));
 
         // Rooms, whose last block the tool fills with silence.
-        Convolution room = new Convolution(
-                RATE, 1, 1, 256, TAPS.length,
-                Collections.singletonList(new Convolution.Route(0, 0, TAPS)));
+        Convolution room = convolution(TAPS);
         short[] expected = byTool("convolve", "--ir", taps, "--block", "256");
         int whole = speech.length / 256 * 256;
         short[] convolved = new short[whole];
@@ -220,19 +223,41 @@ public class FilterTest {
         sum.process(speech, 0, new short[99], 0, 99);
         LongFilter room = new LongFilter(LongFilter.Kind.FFT, 2, TAPS);
         room.process(speech, 0, new short[2000], 0, 1000);
+        // Streams within a fade, which a twin completes, and from which it fades on.
+        Stream stream = new Stream(Design.equaliser(RATE, "PK 1k -6 Q 1"), RATE, 2);
+        stream.process(speech, 0, new short[2000], 0, 1000);
+        stream.fadeTo(Design.fir(TAPS), 4000);
+        Sections sections = new Sections(Design.equaliser(RATE, "LS 90 +4"), RATE, 1);
+        sections.process(speech, 0, new short[999], 0, 999);
+        Convolution hall = convolution(TAPS);
+        hall.process(speech, 0, new short[512], 0, 512);
+        hall.fadeTo(Collections.singletonList(new Convolution.Route(0, 0, B)));
+        Stream streams = Stream.fromBytes(stream.toBytes());
+        assertEquals(2, streams.getOutputs());
+        assertEquals(RATE, streams.getRate());
         for (ShortProcessor[] pair : new ShortProcessor[][] {
             {filter, twin}, {sum, MovingSum.fromBytes(sum.toBytes())},
-            {room, LongFilter.fromBytes(room.toBytes())}
+            {room, LongFilter.fromBytes(room.toBytes())}, {stream, streams},
+            {sections, Sections.fromBytes(sections.toBytes())},
+            {hall, Convolution.fromBytes(hall.toBytes())}
         }) {
-            short[] x = Arrays.copyOfRange(speech, 5000, 7000), y = x.clone();
-            pair[0].process(x);
-            pair[1].process(y);
-            assertArrayEquals(x, y);
+            for (int call = 0; call < 2; ++call) {
+                short[] x = Arrays.copyOfRange(speech, 5000, 7048), y = x.clone();
+                pair[0].process(x);
+                pair[1].process(y);
+                assertArrayEquals(x, y);
+                if (pair[0] instanceof Stream) {
+                    for (ShortProcessor each : pair) ((Stream) each).fadeTo(Design.iir(B, A), 99);
+                }
+            }
         }
         byte[] altered = filter.toBytes();
         altered[1000] ^= 4;
         assertThrows(IllegalArgumentException.class, () -> Filter.fromBytes(altered));
         assertThrows(IllegalArgumentException.class, () -> MovingSum.fromBytes(filter.toBytes()));
+        refuses("holds stream", () -> Convolution.fromBytes(stream.toBytes()));
+        refuses("holds convolution", () -> Stream.fromBytes(hall.toBytes()));
+        refuses("no sections", () -> Sections.fromBytes(filter.toBytes()));
     }
 
     private static void refuses(String sentence, Runnable call) {
@@ -300,11 +325,11 @@ public class FilterTest {
                         if (object instanceof LongFilter) ((LongFilter) object).fadeTo(TAPS);
                         break;
                     case 3:
-                        if (object instanceof Filter) {
-                            byte[] bytes = ((Filter) object).toBytes();
-                            if (random.nextBoolean()) bytes[random.nextInt(bytes.length)] ^= 1;
-                            objects.add(Filter.fromBytes(bytes));
-                        }
+                        byte[] bytes = object instanceof Filter ? ((Filter) object).toBytes()
+                                : object instanceof Stream ? ((Stream) object).toBytes() : new byte[0];
+                        if (bytes.length > 0 && random.nextBoolean()) bytes[random.nextInt(bytes.length)] ^= 1;
+                        objects.add(object instanceof Filter
+                                ? Filter.fromBytes(bytes) : Stream.fromBytes(bytes));
                         break;
                     case 4:
                         if (object instanceof StreamProcessor) {
