@@ -20,46 +20,65 @@ int Routing::longest() const {
   return static_cast<int>(most);
 }
 
-Routing connect(const ImpulseResponse& response, Wiring wiring, int inputs,
-                const std::string& name) {
-  const int count = static_cast<int>(response.size());
-  Routing routing{inputs, inputs, {}};
-  const auto add = [&](int input, int output, int channel) {
-    routing.routes.push_back({input, output, response[static_cast<std::size_t>(channel)]});
-  };
-  const std::string channels =
-      name + ": has " + std::to_string(count) + (count == 1 ? " channel" : " channels");
+std::vector<Connection> connections(int channels, Wiring wiring, int inputs,
+                                    const std::string& name) {
+  std::vector<Connection> result;
+  const std::string has =
+      name + ": has " + std::to_string(channels) + (channels == 1 ? " channel" : " channels");
   if (wiring == Wiring::kAutomatic) {
-    if (count == 4 && inputs == 2) {
-      for (int i = 0; i < 4; ++i) add(i / 2, i % 2, i);
-      return routing;
+    if (channels == 4 && inputs == 2) {
+      for (int i = 0; i < 4; ++i) result.push_back({i / 2, i % 2, i});
+      return result;
     }
-    if (inputs == 1 && count > 1) {
-      routing.outputs = count;
-      for (int i = 0; i < count; ++i) add(0, i, i);
-      return routing;
+    if (inputs == 1) {
+      for (int i = 0; i < channels; ++i) result.push_back({0, i, i});
+      return result;
     }
-    if (count != 1 && count != inputs)
-      throw Error(kUsageError, channels + ", which do not connect a recording of " +
-                                   std::to_string(inputs) + "; --routes says how");
+    if (channels != 1 && channels != inputs)
+      throw Error(kUsageError, has + ", and a recording of " + std::to_string(inputs) +
+                                   " takes 1 or " + std::to_string(inputs) +
+                                   (inputs == 2 ? ", or 4 for true stereo" : "") +
+                                   "; routes connect any");
     wiring = Wiring::kStraight;
   }
   if (wiring == Wiring::kStraight) {
-    if (count != 1 && count != inputs)
-      throw Error(kUsageError, channels + "; straight through go 1 or the recording's " +
-                                   std::to_string(inputs));
-    for (int i = 0; i < inputs; ++i) add(i, i, count == 1 ? 0 : i);
-    return routing;
+    if (channels != 1 && channels != inputs)
+      throw Error(kUsageError,
+                  has + "; straight through go 1 or the recording's " + std::to_string(inputs));
+    for (int i = 0; i < inputs; ++i) result.push_back({i, i, channels == 1 ? 0 : i});
+    return result;
   }
-  if (count > 2) throw Error(kUsageError, channels + "; this --route takes 1 or 2");
+  if (channels > 2) throw Error(kUsageError, has + "; this --route takes 1 or 2");
   const bool mono = wiring == Wiring::kMonoToStereo;
   if (inputs != (mono ? 1 : 2))
     throw Error(kUsageError,
                 std::string("this --route takes a ") + (mono ? "mono" : "stereo") + " recording");
-  routing.outputs = 2;
   for (int output = 0; output < 2; ++output)
-    add(wiring == Wiring::kCrossed ? 1 - output : 0, output, count == 1 ? 0 : output);
+    result.push_back(
+        {wiring == Wiring::kCrossed ? 1 - output : 0, output, channels == 1 ? 0 : output});
+  return result;
+}
+
+Routing connect(const ImpulseResponse& response, Wiring wiring, int inputs,
+                const std::string& name) {
+  Routing routing{inputs, 0, {}};
+  for (const Connection& c : connections(static_cast<int>(response.size()), wiring, inputs, name)) {
+    routing.outputs = std::max(routing.outputs, c.output + 1);
+    routing.routes.push_back({c.input, c.output, response[static_cast<std::size_t>(c.channel)]});
+  }
   return routing;
+}
+
+void check_channels(const std::string& name, const Ends& filter, const std::string& owner,
+                    const Ends& there) {
+  const auto check = [&](const char* verb, int count, int owned) {
+    if (count != owned)
+      throw Error(kInputError, name + ": " + verb + " " + std::to_string(count) +
+                                   (count == 1 ? " channel, and " : " channels, and ") + owner +
+                                   " has " + std::to_string(owned));
+  };
+  check("takes", filter.inputs, there.inputs);
+  check("makes", filter.outputs, there.outputs);
 }
 
 void normalise(Routing* routing, const std::string& name) {

@@ -34,14 +34,32 @@ enum class Wiring {
   kMonoToStereo,  // a mono recording to both outputs
 };
 
+/** The channel of a response that leads from an input to an output. */
+struct Connection {
+  int input, output, channel;
+};
+
 /**
- * Connects a recording of `inputs` channels. By default one channel of taps filters every channel;
- * as many as the recording has filter one each; several make as many outputs of a mono recording;
- * and four of a stereo recording lead left to left, left to right, right to left, right to right.
- * An error begins with `name`.
+ * How a response of `channels` channels connects a recording of `inputs`. By default one channel of
+ * taps filters every channel; as many as the recording has filter one each; several make as many
+ * outputs of a mono recording; and four of a stereo recording lead left to left, left to right,
+ * right to left, right to right. An error begins with `name`.
  */
+std::vector<Connection> connections(int channels, Wiring wiring, int inputs,
+                                    const std::string& name);
+/** The same with the taps. */
 Routing connect(const ImpulseResponse& response, Wiring wiring, int inputs,
                 const std::string& name);
+
+/** How many channels a filter takes and makes. */
+struct Ends {
+  int inputs, outputs;
+};
+
+/** Throws where a filter does not fit the channels of something, which `owner` names. The error
+ * begins with `name`. */
+void check_channels(const std::string& name, const Ends& filter, const std::string& owner,
+                    const Ends& there);
 
 /** Scales the largest gain to 0 dB: of an output, from all inputs in phase. */
 void normalise(Routing* routing, const std::string& name);

@@ -97,11 +97,8 @@ std::unique_ptr<OfferedFilter> ConvolutionSource::prepare_setup(
     throw std::runtime_error(name + ": setups run in double; precision=int16 is for others");
   if (!format.rate || !format.block) return nullptr;
   jurn::Setup setup = jurn::read_setup(name, format.rate, format.inputs).setup;
-  if (setup.inputs != format.inputs || setup.outputs() != format.outputs)
-    throw std::runtime_error(name + ": connects " + std::to_string(setup.inputs) + " to " +
-                             std::to_string(setup.outputs()) + " channels, and the stream has " +
-                             std::to_string(format.inputs) + " and " +
-                             std::to_string(format.outputs));
+  jurn::check_channels(name, {setup.inputs, setup.outputs()}, "the stream",
+                       {format.inputs, format.outputs});
   jurn::scale(&setup, jurn::from_decibels(settings.gain_db));
   jurn::PrepareOptions options;
   options.result = format.is_float ? jurn::SampleFormat::kFloat : jurn::SampleFormat::kInt16;
@@ -128,11 +125,8 @@ std::unique_ptr<OfferedFilter> ConvolutionSource::prepare(const StreamFormat& fo
   jurn::Routing routing =
       by_routes ? files_.routing
                 : jurn::connect(files_.response, jurn::Wiring::kAutomatic, format.inputs, name);
-  if (routing.inputs != format.inputs || routing.outputs != format.outputs)
-    throw std::runtime_error(name + ": connects " + std::to_string(routing.inputs) + " to " +
-                             std::to_string(routing.outputs) + " channels, and the stream has " +
-                             std::to_string(format.inputs) + " and " +
-                             std::to_string(format.outputs));
+  jurn::check_channels(name, {routing.inputs, routing.outputs}, "the stream",
+                       {format.inputs, format.outputs});
   if (settings.normalise) jurn::normalise(&routing, name);
   jurn::scale(&routing, jurn::from_decibels(settings.gain_db));
   return std::make_unique<OfferedFilter>(

@@ -1,4 +1,6 @@
 // A setup of loudspeakers from a file.
+#include <algorithm>
+
 #include "coefficients/setups.h"
 #include "plugin.h"
 #include "streams/setup_voice.h"
@@ -35,11 +37,8 @@ class LoudspeakerSetup final : public Plugin {
     if (wanted.file.empty()) return nullptr;
     Setup setup = read_setup(wanted.file, wanted.rate, format().inputs).setup;
     const int outputs = setup.outputs();
-    if (setup.inputs != format().inputs || outputs > format().outputs)
-      throw std::runtime_error(wanted.file + ": makes " + std::to_string(outputs) +
-                               " channels of " + std::to_string(setup.inputs) +
-                               ", and this plugin has " + std::to_string(format().outputs) +
-                               " and " + std::to_string(format().inputs));
+    check_channels(wanted.file, {setup.inputs, outputs}, "this plugin",
+                   {format().inputs, std::min(outputs, format().outputs)});
     setup.steps.push_back(to_outputs(outputs));
     PrepareOptions options;
     options.result = SampleFormat::kFloat;

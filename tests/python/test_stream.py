@@ -273,7 +273,7 @@ def test_a_setup_runs_and_fades(tmp_path):
     mono = jurn.Stream(jurn.read_setup(mixer, 44100))
     np.testing.assert_array_equal(run(mono, x)[:, 0], x[:, 0] - x[:, 1])
     for call, text in ((lambda: jurn.Stream(setup, precision="int16"), "double"),
-                       (lambda: jurn.Stream(setup, channels=3), "2 inputs"),
+                       (lambda: jurn.Stream(setup, channels=3), "setup: takes 2 channels, and the stream has 3"),
                        (lambda: jurn.read_setup(file, 48000, 1), "apo.txt:1:")):
         with pytest.raises(ValueError, match=text):
             call()

@@ -149,6 +149,7 @@ class Convolution(_Stream):
     @property
     def taps(self) -> int: ...
 
+def _connections(channels: int, inputs: int, name: str) -> list[Tuple[int, int, int]]: ...
 def _prepare(
     kind: int,
     b: list[float],

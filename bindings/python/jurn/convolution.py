@@ -9,7 +9,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _double
 from ._arrays import Channels, Samples, numbers
-from ._core import Convolution
+from ._core import Convolution, _connections
 
 _SHORT = 1024  # taps that are summed in double by default
 
@@ -153,14 +153,4 @@ def _spoil(y: Samples, bad: Samples, routes: list[tuple[int, int, Samples]]) -> 
 
 def routes_of(taps: Samples, inputs: int) -> list[tuple[int, int, Samples]]:
     """What goes through which taps to where."""
-    responses = taps.shape[1]
-    if responses == 4 and inputs == 2:
-        return [(i // 2, i % 2, taps[:, i]) for i in range(4)]
-    if inputs == 1:
-        return [(0, c, taps[:, c]) for c in range(responses)]
-    if responses not in (1, inputs):
-        raise ValueError(
-            f"ir: has {responses} columns; for {inputs} channels it takes 1 or {inputs}"
-            + (", or 4 for true stereo" if inputs == 2 else "")
-        )
-    return [(c, c, taps[:, c % responses]) for c in range(inputs)]
+    return [(i, o, taps[:, c]) for i, o, c in _connections(taps.shape[1], inputs, "ir")]

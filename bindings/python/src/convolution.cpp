@@ -2,9 +2,12 @@
 #include <pybind11/stl.h>
 
 #include <optional>
+#include <tuple>
+#include <vector>
 
 #include "bindings.h"
 #include "convolution_stream.h"
+#include "streams/routing.h"
 
 namespace jurn::python {
 
@@ -133,6 +136,15 @@ data : bytes
       "Taps that a response may have at most.");
   c.def_property_readonly(
       "latency", [](const Convolution&) { return 0; }, "Frames by which the output is late: none.");
+  m->def(
+      "_connections",
+      [](int channels, int inputs, const std::string& name) {
+        std::vector<std::tuple<int, int, int>> all;
+        for (const Connection& each : connections(channels, Wiring::kAutomatic, inputs, name))
+          all.emplace_back(each.input, each.output, each.channel);
+        return all;
+      },
+      arg("channels"), arg("inputs"), arg("name"), "_connections(channels, inputs, name)\n--\n\n");
 }
 
 }  // namespace jurn::python

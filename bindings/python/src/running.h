@@ -92,7 +92,8 @@ struct Wanted {
     options.in_blocks = false;
     options.as_is = as_is;
     if (kind == kSetup) {
-      check(setup.inputs == format.inputs && setup.outputs() == format.outputs);
+      check_channels("setup", {setup.inputs, setup.outputs()}, "the stream",
+                     {format.inputs, format.outputs});
       return make_setup_voice(prepare(setup, options), format);
     }
     if (kind != kRoutes && format.inputs != format.outputs)

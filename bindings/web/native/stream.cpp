@@ -237,16 +237,16 @@ EXPORT Voice* jurn_make_convolution(int inputs, int outputs, int block, int taps
  * then input, output and the response's channel of each. Written to `routes`, 2 + 3 * 16 numbers.
  */
 EXPORT void jurn_connect(int channels, int inputs, int* routes) {
-  jurn::ImpulseResponse numbered;
-  for (int c = 0; c < channels; ++c) numbered.push_back({static_cast<double>(c)});
-  const jurn::Routing routing =
-      jurn::connect(numbered, jurn::Wiring::kAutomatic, inputs, "the impulse response");
-  *routes++ = routing.outputs;
-  *routes++ = static_cast<int>(routing.routes.size());
-  for (const jurn::Route& route : routing.routes) {
-    *routes++ = route.input;
-    *routes++ = route.output;
-    *routes++ = static_cast<int>(route.taps[0]);
+  const std::vector<jurn::Connection> all =
+      jurn::connections(channels, jurn::Wiring::kAutomatic, inputs, "the impulse response");
+  int outputs = 0;
+  for (const jurn::Connection& c : all) outputs = std::max(outputs, c.output + 1);
+  *routes++ = outputs;
+  *routes++ = static_cast<int>(all.size());
+  for (const jurn::Connection& c : all) {
+    *routes++ = c.input;
+    *routes++ = c.output;
+    *routes++ = c.channel;
   }
 }
 

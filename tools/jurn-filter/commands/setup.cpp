@@ -51,10 +51,8 @@ void warn_of(const std::string& name, const PreparedSetup& prepared) {
 
 std::unique_ptr<Stage> make_setup(const std::string& name, SetupFile file, double gain,
                                   const Recording& recording, bool is_new, bool quiet) {
-  if (file.setup.inputs != recording.channels)
-    throw Error(kInputError, name + ": takes " + std::to_string(file.setup.inputs) +
-                                 " channels, and " + recording.name + " has " +
-                                 std::to_string(recording.channels));
+  const Ends ends{file.setup.inputs, file.setup.outputs()};
+  check_channels(name, ends, recording.name, {recording.channels, ends.outputs});
   scale(&file.setup, gain);
   PrepareOptions options;
   options.rate = recording.rate;
@@ -63,8 +61,7 @@ std::unique_ptr<Stage> make_setup(const std::string& name, SetupFile file, doubl
   if (is_new && !quiet) say(name, file, prepared);
   if (is_new) warn_of(name, prepared);
   Format format = format_of(recording);
-  format.inputs = file.setup.inputs;
-  format.outputs = file.setup.outputs();
+  format.outputs = ends.outputs;
   format.block = kBlock;
   return make_stage(make_setup_voice(prepared, format), Precision::kDouble, prepared.latency());
 }
