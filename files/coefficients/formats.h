@@ -79,10 +79,22 @@ FilterDesign load_design(const std::string& path, const ReadOptions& options);
 FilterDesign load_design(const std::string& numerator, const std::string& denominator,
                          ReadOptions options);
 
-/** The same from memory, for the formats that need no library: not kMatlab, kAudio, kNumPyArchive,
- * kJson and kCamilla. `path` is for the errors. */
+/** The same from memory, for the formats that need no library: not kMatlab, kNumPyArchive, kJson
+ * and kCamilla, and of kAudio what find_audio finds. `path` is for the errors. */
 FilterDesign parse_design(const std::string& path, std::string_view bytes,
                           const ReadOptions& options);
+
+/** An unfolded member of an archive. */
+struct ArchiveMember {
+  std::string name;  // "taps.npy"
+  std::string content;
+};
+
+/** The same of the arrays of a .npz archive; other members are passed over. */
+FilterDesign parse_archive(const std::string& path, const std::vector<ArchiveMember>& members,
+                           const ReadOptions& options);
+/** Whether a member of this name is an array. */
+bool is_array(std::string_view name);
 
 /** What a design was read as, in words: "12 taps", "numerator and denominator of 6 and 6
  * coefficients", "2 sections". */

@@ -15,8 +15,8 @@ std::vector<Array> read_mat(const std::string& path);
  * loaded. */
 std::vector<Array> read_hdf5(const std::string& path, void* library);
 
-/** The arrays of an archive that numpy.savez or savez_compressed wrote. */
-std::vector<Array> read_npz(const std::string& path, const std::string& bytes);
+/** The members of an archive that numpy.savez or savez_compressed wrote. */
+std::vector<ArchiveMember> read_npz(const std::string& path, const std::string& bytes);
 
 /** The arrays of a JSON text by their keys: lists, lists of lists, and objects with b0 ... a2,
  * which are sections; roots are pairs of real and imaginary part. */

@@ -46,12 +46,10 @@ const std::string& read_standard_input() {
 
 std::vector<double> read_audio(const std::string& path, const CoefficientLimit& limit) {
   AudioReader reader(path, 1);
-  if (reader.frames() > static_cast<std::int64_t>(limit.count))
-    fail(path, "holds " + std::to_string(reader.frames()) + " samples, more than " + limit.reason +
-                   "; convolve takes longer responses");
+  check_length_of_audio(path, static_cast<std::size_t>(reader.frames()), limit);
   std::vector<float> samples(limit.count);
   samples.resize(reader.read(samples.data(), samples.size()));
-  if (reader.not_finite()) fail(path, "holds samples that are no finite numbers");
+  if (reader.not_finite()) fail(path, kNotFinite);
   std::vector<double> taps;
   for (const float sample : samples) taps.push_back(static_cast<double>(sample) / 32768.0);
   return taps;
@@ -77,16 +75,14 @@ FilterDesign load_design(const std::string& given, const ReadOptions& options) {
   FilterDesign design{FilterDesign::kFir, {}, {}};
   switch (format) {
     case CoefficientFormat::kAudio:
-      if (options.wanted && options.wanted != FilterDesign::kFir)
-        fail(path, "is audio; its samples are taps of fir");
+      if (options.wanted && options.wanted != FilterDesign::kFir) fail(path, kAudioIsTaps);
       design.b = read_audio(path, options.limits.fir);
       break;
     case CoefficientFormat::kMatlab:
       design = design_of(path, read_mat(path), options);
       break;
     case CoefficientFormat::kNumPyArchive:
-      design = design_of(path, read_npz(path, bytes), options);
-      break;
+      return parse_archive(path, read_npz(path, bytes), options);
     case CoefficientFormat::kCamilla:
       design = read_camilla(path, text, options);
       break;

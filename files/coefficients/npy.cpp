@@ -129,4 +129,31 @@ std::vector<Array> parse_npy(const std::string& path, std::string_view bytes, bo
   return arrays;
 }
 
+/** Whether an array holds text or objects, which can be no coefficients. */
+static bool holds_no_numbers(std::string_view content) {
+  const std::size_t at = content.find("'descr': '");
+  return at != std::string_view::npos && at + 11 < content.size() &&
+         std::string_view("USOb?").find(content[at + 11]) != std::string_view::npos;
+}
+
+bool is_array(std::string_view name) {
+  return name.size() > 4 && name.substr(name.size() - 4) == ".npy";
+}
+
+FilterDesign parse_archive(const std::string& path, const std::vector<ArchiveMember>& members,
+                           const ReadOptions& options) {
+  std::vector<Array> arrays;
+  for (const ArchiveMember& member : members) {
+    if (!is_array(member.name) || holds_no_numbers(member.content)) continue;
+    const std::string name = member.name.substr(0, member.name.size() - 4);
+    Array array = parse_npy(path + "(" + name + ")", member.content, true)[0];
+    if (array.values.empty()) continue;
+    array.name = name;
+    arrays.push_back(std::move(array));
+  }
+  FilterDesign design = design_of(path, arrays, options);
+  check_design(path, design, options.limits);
+  return design;
+}
+
 }  // namespace jurn

@@ -16,16 +16,9 @@ struct Close {
   void operator()(zip_file_t* file) const { zip_fclose(file); }
 };
 
-/** Whether an array holds text or objects, which can be no coefficients. */
-bool is_text(const std::string& content) {
-  const std::size_t at = content.find("'descr': '");
-  return at != std::string::npos && at + 11 < content.size() &&
-         std::string("USOb?").find(content[at + 11]) != std::string::npos;
-}
-
 }  // namespace
 
-std::vector<Array> read_npz(const std::string& path, const std::string& bytes) {
+std::vector<ArchiveMember> read_npz(const std::string& path, const std::string& bytes) {
   zip_error_t error;
   zip_error_init(&error);
   zip_source_t* const source = zip_source_buffer_create(bytes.data(), bytes.size(), 0, &error);
@@ -35,15 +28,14 @@ std::vector<Array> read_npz(const std::string& path, const std::string& bytes) {
     if (source) zip_source_free(source);
     fail(path, std::string("damaged: ") + zip_error_strerror(&error));
   }
-  std::vector<Array> arrays;
+  std::vector<ArchiveMember> members;
   for (zip_int64_t i = 0; i < zip_get_num_entries(archive.get(), 0); ++i) {
     zip_stat_t member;
     if (zip_stat_index(archive.get(), static_cast<zip_uint64_t>(i), 0, &member) != 0 ||
         !(member.valid & ZIP_STAT_NAME) || !(member.valid & ZIP_STAT_SIZE))
       fail(path, "damaged: a member of the archive has no name or size");
-    std::string name = member.name;
-    if (name.size() < 5 || name.substr(name.size() - 4) != ".npy") continue;
-    name.resize(name.size() - 4);
+    const std::string name = member.name;
+    if (!is_array(name)) continue;
     if (member.size > kMaxBytes)
       fail(path, quote(name) + " is larger than any array of coefficients");
     const std::unique_ptr<zip_file_t, Close> file(
@@ -52,13 +44,9 @@ std::vector<Array> read_npz(const std::string& path, const std::string& bytes) {
     if (!file ||
         zip_fread(file.get(), content.data(), member.size) != static_cast<zip_int64_t>(member.size))
       fail(path, "damaged: " + quote(name) + " cannot be read");
-    if (is_text(content)) continue;
-    Array array = parse_npy(path + "(" + name + ")", content, true)[0];
-    if (array.values.empty()) continue;
-    array.name = name;
-    arrays.push_back(std::move(array));
+    members.push_back({name, std::move(content)});
   }
-  return arrays;
+  return members;
 }
 
 }  // namespace jurn

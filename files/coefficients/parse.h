@@ -67,6 +67,13 @@ FilterDesign sections_design(const std::string& path, const std::vector<double>&
 /** Taps without a header; full scale of integers is 1. */
 std::vector<double> parse_raw(const std::string& path, std::string_view bytes,
                               CoefficientFormat format);
+/** The samples of a mono recording; and what is said of one that is too long or not finite. */
+std::vector<double> parse_audio(const std::string& path, std::string_view bytes,
+                                const CoefficientLimit& limit);
+void check_length_of_audio(const std::string& path, std::size_t length,
+                           const CoefficientLimit& limit);
+constexpr char kAudioIsTaps[] = "is audio; its samples are taps of fir";
+constexpr char kNotFinite[] = "holds samples that are no finite numbers";
 /** Whether a text is an impulse response that REW wrote, and its taps; one for another rate is
  * refused where the rate is known. */
 bool is_rew_response(std::string_view text);

@@ -113,11 +113,14 @@ FilterDesign parse_design(const std::string& path, std::string_view original,
     case CoefficientFormat::kRawFloat64:
       taps(parse_raw(path, original, format));
       break;
+    case CoefficientFormat::kAudio:
+      if (options.wanted && options.wanted != FilterDesign::kFir) fail(path, kAudioIsTaps);
+      design.b = parse_audio(path, original, options.limits.fir);
+      break;
     case CoefficientFormat::kNumPyArchive:
     case CoefficientFormat::kJson:
     case CoefficientFormat::kCamilla:
     case CoefficientFormat::kMatlab:
-    case CoefficientFormat::kAudio:
       fail(path, "is of a format that is read from files by the tool, GStreamer and Python alone");
     case CoefficientFormat::kEqualiser:
       design = parse_equaliser(path, bytes, options);

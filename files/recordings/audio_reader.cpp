@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "audio_bytes.h"
 #include "errors.h"
 #include "file_kind.h"
 #include "recordings/audio_io.h"

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "audio_bytes.h"
 #include "errors.h"
 #include "recordings/signals.h"
 
@@ -30,10 +31,6 @@ std::uint32_t read_uint32(const char* bytes) {
 }
 
 }  // namespace
-
-bool is_unknown(std::uint32_t length) {
-  return length == 0 || length >= 0xFFFFFF00u || (length >= 0x7FFFF000u && length <= 0x80000000u);
-}
 
 PipeReader::PipeReader(int descriptor, bool raw) : descriptor_(descriptor) {
   if (!raw) complete_wav_header();

@@ -66,10 +66,6 @@ class ByteWriter {
   sf_count_t length_ = 0;
 };
 
-/** Whether a program that writes to a pipe means "no idea" by this length of a header: 0, all ones,
- * or the largest signed number, some of these less a header. */
-bool is_unknown(std::uint32_t length);
-
 /** The header of a WAV stream; lengths that its 32 bits cannot hold stand for an unknown one. */
 std::string wav_header(int channels, int rate, int bits, bool is_float, sf_count_t frames);
 

@@ -11,6 +11,7 @@ import warnings
 from pathlib import Path
 
 import numpy as np
+import soundfile
 from scipy.io import wavfile
 
 import jurn
@@ -19,7 +20,7 @@ from files_of_everyone import NO_ROOMS, RATE, READ, REFUSED, ROOM, ROOMS, WARNED
 TOOL = os.environ["JURN_FILTER"]
 SPEECH = "/usr/share/sounds/alsa/Front_Center.wav"
 # Formats that need a library which is not compiled to WebAssembly.
-NOT_IN_NODE = (".mat", ".npz", ".json", ".yml")
+NOT_IN_NODE = (".mat", ".json", ".yml", ".flac")
 # Its taps are fewer where it has to run live, and its delay is latency there.
 NOT_LIVE = ("graphic.txt",)
 # Each front end has its own name for its own option.
@@ -89,18 +90,22 @@ def by_gstreamer(path, kind, precision):
     return Answer(None, None if samples is None else samples[:end], said, refused)
 
 
+def ask_node(cases, recordings=()):
+    os.makedirs("node", exist_ok=True)
+    Path("samples").write_bytes(wavfile.read(SPEECH)[1].tobytes())
+    done = subprocess.run(["node", Path(__file__).with_name("node.mjs"), ".", "node"], check=True,
+                          input=json.dumps({"rate": RATE, "cases": cases, "recordings": recordings}),
+                          capture_output=True, text=True)
+    return json.loads(done.stdout)
+
+
 def by_node(cases):
     """The answers to many cases of one process: (name, kind or None, precision)."""
     kinds = {"fir": "fir", "iir": "iir", "sos": "sections", None: None}
-    os.makedirs("node", exist_ok=True)
-    Path("samples").write_bytes(wavfile.read(SPEECH)[1].tobytes())
-    question = {"rate": RATE, "cases": [
-        {"name": name, "path": name, "precision": precision,
-         **({"wanted": kinds[kind]} if kind else {})} for name, kind, precision in cases]}
-    done = subprocess.run(["node", Path(__file__).with_name("node.mjs"), ".", "node"], check=True,
-                          input=json.dumps(question), capture_output=True, text=True)
+    asked = ask_node([{"name": name, "path": name, "precision": precision,
+                       **({"wanted": kinds[kind]} if kind else {})} for name, kind, precision in cases])
     back = {"fir": "fir", "iir": "iir", "sections": "sos"}
-    for (name, _, _), answer in zip(cases, json.loads(done.stdout)):
+    for (name, _, _), answer in zip(cases, asked["answers"]):
         if "refused" in answer:
             yield Answer(refused=answer["refused"])
         else:
@@ -159,6 +164,26 @@ class SameEverywhere(unittest.TestCase):
                 for who, answer in others.items():
                     with self.subTest(file=name, by=who):
                         self.assertEqual(answer.warned, tool.warned)
+
+    def test_recordings_are_the_same_samples_without_libsndfile(self):
+        spellings = [("WAV", "PCM_U8"), ("AIFF", "PCM_S8"), ("AIFF", "PCM_U8"), ("RF64", "PCM_16")]
+        spellings += [(form, kind) for form in ("WAV", "WAVEX", "AIFF") for kind in
+                      ("PCM_16", "PCM_24", "PCM_32", "FLOAT", "DOUBLE")]
+        spellings += [("AIFF", "PCM_16", "LITTLE")]
+        wave = np.random.default_rng(2).uniform(-1, 1, (1001, 3))
+        wave[:2] = [[1, -1, 0], [-1, 1, 1e-30]]
+        names = []
+        for i, (form, kind, *endian) in enumerate(spellings):
+            names.append(f"{i}-{form}-{kind}.au")
+            soundfile.write(names[-1], wave[:, :1 + i % 3], 44100, kind, *endian, format=form)
+        soundfile.write("law.wav", wave, RATE, "ULAW")
+        *found, law = ask_node([], names + ["law.wav"])["found"]
+        self.assertIsNone(law)
+        for i, (name, audio) in enumerate(zip(names, found)):
+            with self.subTest(file=name):
+                self.assertEqual(audio, {"rate": 44100, "channels": 1 + i % 3})
+                expected = soundfile.read(name, always_2d=True)[0].T.astype(np.float32)
+                np.testing.assert_array_equal(np.fromfile("node/" + name, np.float32), expected.ravel())
 
     def test_impulse_responses_are_the_same_room(self):
         for name, _ in ROOMS:

@@ -62,6 +62,15 @@ const responseAt = (page, x) => page.evaluate((at) => {
   return document.getElementById('readout').value;
 }, x);
 
+/** A file that soundfile or NumPy writes with these statements about `w`, 64 samples in double. */
+const written = (name, statements) => upload(name, execFileSync('/usr/bin/python3', ['-c', `import io, sys, struct
+import numpy as np
+import scipy.io.wavfile
+w = np.sin(np.arange(64)) / 3
+f = io.BytesIO()
+${statements}
+sys.stdout.buffer.write(f.getvalue())`]));
+
 /** A page that plays a tone of both channels and records what it gives. */
 async function playTone(frequency, level) {
   // The policy of the page lets no such recorder in.
@@ -147,6 +156,9 @@ test('broken files get a sentence, and the filter stays', async () => {
     ['#coefficients', upload('taps.txt', '1 2 three'), "taps.txt:1: 'three' is no number"],
     ['#coefficients', upload('empty.csv', ''), 'empty.csv: holds no numbers'],
     ['#coefficients', upload('photo.txt', '\xff\xd8\xff\xe0 JFIF'), 'photo.txt'],
+    ['#coefficients', upload('silence.wav', wav([new Float32Array(0)], 48000, true)), 'silence.wav: holds no samples'],
+    ['#coefficients', upload('flac.txt', 'fLaC\0\0\0\x22'), 'flac.txt: is audio of a kind'],
+    ['#recording', upload('cut.wav', wav([tone(50, 0.1, 1)], 48000, true).subarray(0, 500)), 'cut.wav: was cut off (its header counts 96044 bytes, the file has 500).'],
     ['#recording', upload('noise.wav', 'RIFF....WAVEfmt nothing'), 'noise.wav: this browser cannot read it'],
     ['#recording', upload('nothing.wav', ''), 'nothing.wav: the file is empty.'],
     ['#recording', upload('zero.wav', wav([new Float32Array(0)], 48000, true)), 'zero.wav: it holds no sample.'],
@@ -176,6 +188,46 @@ test('broken files get a sentence, and the filter stays', async () => {
   await page.waitForFunction(() => /unstable/.test(document.getElementById('notices').textContent));
   await page.click('#turn');
   await page.waitForFunction(() => !/unstable/.test(document.getElementById('notices').textContent));
+  assert.deepEqual(errors, []);
+  await close();
+});
+
+test('archives of NumPy, recordings as taps, AIFF and double: read as the tool reads them', async () => {
+  const { page, errors, close } = await open_({ acceptDownloads: true });
+  const says = (id, text) => page.waitForFunction(
+    ([at, part]) => document.getElementById(at).textContent.includes(part), [id, text]);
+  const wide = written('w.wav', 'scipy.io.wavfile.write(f, 48000, w)');
+  const aiff = (rate) => written(`${rate}.aiff`, `
+form = b'COMM' + struct.pack('>ihIh', 18, 1, 64, 24) + struct.pack('>hQ', 16383 + 15, ${rate} << 48)
+form += b'SSND' + struct.pack('>iii', 200, 0, 0) + b''.join(struct.pack('>i', int(x * 2 ** 23))[1:] for x in w)
+f.write(b'FORM' + struct.pack('>i', 4 + len(form)) + b'AIFF' + form)`);
+  const samples = Float32Array.from({ length: 64 }, (_, i) => Math.sin(i) / 3);
+  const steps = samples.map((_, i) => Math.trunc((Math.sin(i) / 3) * 2 ** 23) / 2 ** 23);
+  await page.setInputFiles('#coefficients', written('b and a.npz', 'np.savez_compressed(f, b=[1, 0.5], a=[1, -0.5], x="text")'));
+  await says('file-summary', 'b and a.npz: read as numerator and denominator of 2 and 2');
+  await page.setInputFiles('#coefficients', wide);
+  await says('file-summary', 'w.wav: read as 64 taps');
+  const taps = (await saved(page, '#save-coefficients')).bytes.toString().trim().split('\n').slice(1).map(Number);
+  assert.deepEqual(Float32Array.from(taps), samples);
+  // On the field for coefficients a recording is taps; elsewhere it is heard.
+  const drop = (file, at) => page.evaluate(([name, bytes, place]) => {
+    const data = new DataTransfer();
+    data.items.add(new File([Uint8Array.from(bytes)], name));
+    document.querySelector(place).dispatchEvent(new DragEvent('drop', { dataTransfer: data, bubbles: true, cancelable: true }));
+  }, [file.name, [...file.buffer], at]);
+  await drop(aiff(48000), '[for=coefficients]');
+  await says('file-summary', '48000.aiff: read as 64 taps');
+  for (const [file, expected] of [[wide, samples], [aiff(48000), steps]]) {
+    await drop(file, 'main');
+    await page.waitForFunction((key) => document.getElementById('sound').value === key, `file:${file.name}`);
+    const { bytes } = await saved(page, '#save-recording');
+    assert.deepEqual(new Float32Array(new Uint8Array(bytes.subarray(44)).buffer), expected, file.name);
+  }
+  // Of another rate: as many seconds.
+  await page.setInputFiles('#recording', aiff(24000));
+  await page.waitForFunction(() => document.getElementById('sound').value === 'file:24000.aiff');
+  const { bytes } = await saved(page, '#save-recording');
+  assert.equal(bytes.length, 44 + 4 * 128);
   assert.deepEqual(errors, []);
   await close();
 });
@@ -315,6 +367,22 @@ test('what is taken home: coefficients, C code that compiles, the recording with
   assert.match(mark, /^# .*int16/);
   const rows = lines.map((line) => line.trim().split(/\s+/).map(Number));
   assert.ok(rows.length >= 4 && rows.every((row) => row.length === 6 && row[3] === 1));
+  // A file that says what it was prepared for runs as it is, saved again and by its link.
+  const asIs = '# prepared: sections, int16\n1024 0 0 1 -0.5 0.25\n0.0009765625 0 0 1 0.5 0.25\n';
+  const numbers = (text) => text.split('\n').slice(1).join().match(/[-\d.e]+/g).map(Number);
+  const again = async (of) => numbers((await saved(of, '#save-coefficients')).bytes.toString());
+  for (const [text, same] of [[asIs.replace('int16', 'double'), false], [asIs, true]]) {
+    await page.setInputFiles('#coefficients', upload(`${same}.txt`, text));
+    await page.waitForFunction((start) => document.getElementById('file-summary').textContent.startsWith(start), `${same}.txt`);
+    await page.waitForFunction((name) => document.getElementById('command').textContent.includes(name), `${same}.txt`);
+    assert[same ? 'deepEqual' : 'notDeepEqual'](await again(page), numbers(asIs));
+  }
+  await page.waitForFunction((before) => location.hash !== before, new URL(page.url()).hash);
+  const linked = await open_({ acceptDownloads: true }, new URL(page.url()).hash);
+  assert.deepEqual(await again(linked.page), numbers(asIs));
+  await linked.close();
+  await page.click('[data-kind=eq]');
+  await page.waitForFunction(() => document.getElementById('command').textContent.includes('equaliser.txt'));
   const code = await saved(page, '#save-c');
   execFileSync('cc', ['-std=c99', '-Wall', '-Werror', '-fsyntax-only', '-x', 'c', '-',
                       ...['common', 'Delay/Delay_LIB', 'filter/Filter_LIB'].map((f) => `-I${root}modules/libJURN/${f}`)],

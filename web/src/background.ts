@@ -1,6 +1,6 @@
 // Hands the long work with recordings to worker.ts, one worker per piece.
 import type { CompiledLibrary, Filter } from 'jurn-filter';
-import type { Recording } from './files.js';
+import type { Audio } from 'jurn-filter/design';
 import type { Answer, Job } from './worker.js';
 
 function run<T>(job: Job, transfer: Transferable[], take: (answer: Answer) => T | undefined): Promise<T> {
@@ -16,9 +16,10 @@ function run<T>(job: Job, transfer: Transferable[], take: (answer: Answer) => T 
   }).finally(() => worker.terminate());
 }
 
-/** As readWav. The bytes are taken away and come back, for other readers. */
-export const readInBackground = (bytes: ArrayBuffer): Promise<{ read: Recording | null; bytes: ArrayBuffer }> =>
-  run({ kind: 'read', bytes }, [bytes], (answer) => ('read' in answer ? answer : undefined));
+/** The recording in WAV and AIFF files. The bytes are taken away; for what the browser has to read, or
+ * to bring to the rate, bytes come back. */
+export const readInBackground = (name: string, bytes: ArrayBuffer, rate: number): Promise<{ read: Audio | null; bytes: ArrayBuffer }> =>
+  run({ kind: 'read', name, bytes, rate }, [bytes], (answer) => ('read' in answer ? answer : undefined));
 
 /** The filtered channels, which are taken away, as a WAV file, and its stamp. */
 export const filterInBackground = (

@@ -48,60 +48,6 @@ export function wav(channels: Float32Array[], rate: number, int16: boolean): Uin
   return bytes;
 }
 
-const MOST_CHANNELS = 16;
-
-export interface Recording {
-  rate: number;
-  channels: Float32Array<ArrayBuffer>[];
-}
-
-/**
- * The samples of a WAV file of whole numbers or floats, exactly, and its rate; null for other files.
- * A file without a sample has no channels.
- * Browsers read it too, but Chromium scales positive samples by 32768/32767.
- */
-export function readWav(bytes: ArrayBuffer): Recording | null {
-  const view = new DataView(bytes);
-  const mark = (at: number) => String.fromCharCode(...new Uint8Array(bytes, at, 4));
-  if (bytes.byteLength < 12 || mark(0) !== 'RIFF' || mark(8) !== 'WAVE') return null;
-  let format = 0, count = 0, rate = 0, bits = 0;
-  for (let at = 12; at + 8 <= bytes.byteLength;) {
-    const name = mark(at), from = at + 8;
-    const size = Math.min(view.getUint32(at + 4, true), bytes.byteLength - from);
-    if (name === 'fmt ' && size >= 16) {
-      format = view.getUint16(from, true);
-      count = view.getUint16(from + 2, true);
-      rate = view.getUint32(from + 4, true);
-      bits = view.getUint16(from + 14, true);
-      if (format === 0xfffe && size >= 26) format = view.getUint16(from + 24, true);
-    } else if (name === 'data') {
-      const read: Record<string, (at: number) => number> = {
-        '1 16': (i) => view.getInt16(i, true) / 2 ** 15,
-        '1 24': (i) => (view.getUint16(i, true) + view.getInt8(i + 2) * 65536) / 2 ** 23,
-        '1 32': (i) => view.getInt32(i, true) / 2 ** 31,
-        '3 32': (i) => view.getFloat32(i, true),
-        '3 64': (i) => view.getFloat64(i, true),
-      };
-      const sample = read[`${format} ${bits}`];
-      const width = bits / 8, frames = Math.floor(size / (count * width));
-      if (!sample || count < 1 || count > MOST_CHANNELS || rate < 1) return null;
-      if (frames === 0) return { rate, channels: [] };
-      const channels: Float32Array<ArrayBuffer>[] = [];
-      for (let c = 0; c < count; ++c) {
-        const channel = new Float32Array(frames);
-        for (let i = 0, at = from + c * width; i < frames; ++i, at += count * width) {
-          channel[i] = sample(at);
-          if (!Number.isFinite(channel[i])) return null;
-        }
-        channels.push(channel);
-      }
-      return { rate, channels };
-    }
-    at = from + size + (size % 2);
-  }
-  return null;
-}
-
 /** The size of the largest file of coefficients that is read: 32767 numbers take a fifth of it. */
 export const MOST_COEFFICIENT_BYTES = 5e6;
 

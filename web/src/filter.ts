@@ -128,7 +128,7 @@ export async function update(exactPeak: boolean): Promise<void> {
 export function turned(design: Design): Design {
   if (design.kind === 'fir') return design;
   const group = design.kind === 'sections' ? 3 : design.a.length;
-  return { ...design, a: Array.from(design.a, (x, i) => (i % group ? -x : x)) } as Design;
+  return { ...design, a: Array.from(design.a, (x, i) => (i % group ? -x : x)), prepared: undefined } as Design;
 }
 
 function showNotices(notices: (Notice & { good?: boolean })[]): void {

@@ -10,7 +10,7 @@ import { keep } from './keep.js';
 import { playLoud, turned, update } from './filter.js';
 import { wireChart } from './gestures.js';
 import { Meter, Spectrogram } from './meters.js';
-import { drop, EXAMPLES, remakeRooms, showFile, useExample, useRoom } from './opened.js';
+import { drop, EXAMPLES, remakeRooms, showFile, useCoefficientFile, useExample, useRoom } from './opened.js';
 import { changed, chart, element, input, say, select, setting, showLink, sound, undo, whenChanged, whenReplaced } from './page.js';
 import { chooseSound, hear, prefetch, recordings, showPlaying, SOUNDS, toggleOriginal, togglePlay, useRecording } from './recordings.js';
 import { wirePresets } from './presets.js';
@@ -148,6 +148,7 @@ function wire(): void {
   select('sound').add(new Option('Microphone', 'microphone'));
   select('sound').onchange = () => void chooseSound().then(countAllClips);
   input('equal').onchange = () => (sound.equalLoudness = input('equal').checked);
+  sound.onremark = say;
   wireBlind();
   wirePresets((wanted) => replace(wanted).then(countAllClips));
   element('play-loud').onclick = () => {
@@ -209,7 +210,7 @@ function wire(): void {
 
   input('coefficients').onchange = () => {
     const file = input('coefficients').files?.[0];
-    if (file) void drop(file);
+    if (file) void useCoefficientFile(file);
     input('coefficients').value = '';
   };
   for (const [file, name] of Object.entries(EXAMPLES)) select('example').add(new Option(name, file));
@@ -218,7 +219,7 @@ function wire(): void {
     if (name) void useExample(name);
   };
   element('turn').onclick = () => {
-    if (setting.file) setting.file.a = [...(turned(setting.file as Design).a ?? [])];
+    if (setting.file) setting.file = { ...setting.file, a: [...(turned(setting.file as Design).a ?? [])], prepared: undefined };
     changed();
   };
 
@@ -314,7 +315,8 @@ function wire(): void {
     event.preventDefault();
     document.body.classList.remove('dragging');
     const file = event.dataTransfer?.files[0];
-    if (file) void drop(file).then(showPlaying).then(countAllClips);
+    const asked = (event.target as Element).closest?.('[for=coefficients]');
+    if (file) void (asked ? useCoefficientFile(file) : drop(file)).then(showPlaying).then(countAllClips);
   });
   new ResizeObserver(() => {
     placeHandles();

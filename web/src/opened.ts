@@ -5,14 +5,14 @@ import { isAudio, load, MOST_COEFFICIENT_BYTES } from './files.js';
 import { changed, designer, element, library, loaded, say, sayError, sayNothing, select, setting, sound } from './page.js';
 import { useRecording } from './recordings.js';
 import { hall, Head, MOST_SECONDS, type ImpulseResponse } from './rooms.js';
-import { NoSamples } from './sound.js';
+import { Refused } from './sound.js';
 import { showKind } from './tabs.js';
 
 /** The file of now, for whoever wants it read otherwise. */
 let opened: { name: string; bytes: Uint8Array } | null = null;
 
-async function take(name: string, { kind, b, a = [] }: Design): Promise<void> {
-  setting.file = { name, kind, b, a };
+async function take(name: string, { kind, b, a = [], prepared }: Design): Promise<void> {
+  setting.file = { name, kind, b, a, prepared };
   await showFile();
   showKind('file');
   changed();
@@ -20,7 +20,7 @@ async function take(name: string, { kind, b, a = [] }: Design): Promise<void> {
 
 export async function useCoefficients(name: string, bytes: Uint8Array): Promise<void> {
   try {
-    const design = (await designer).parse(name, bytes, { rate: setting.rate, precision: setting.precision, signs: 'keep' });
+    const design = await (await designer).read(name, bytes, { rate: setting.rate, precision: setting.precision, signs: 'keep' });
     sayNothing();
     opened = { name, bytes };
     await take(name, design);
@@ -51,9 +51,9 @@ export async function showFile(): Promise<void> {
   if (file !== setting.file) return;
   element('file-summary').textContent = file ? `${file.name}: read as ${design.describe(file as Design)}.` : NO_FILE;
   const kinds = file && opened?.name === file.name ? (['fir', 'iir', 'sections'] as const).filter((kind) => kind !== file.kind) : [];
-  element('instead').replaceChildren(...kinds.flatMap((kind) => {
+  const buttons = await Promise.all(kinds.map(async (kind) => {
     try {
-      const other = design.parse(opened!.name, opened!.bytes, { rate: setting.rate, precision: setting.precision, signs: 'keep', wanted: kind });
+      const other = await design.read(opened!.name, opened!.bytes, { rate: setting.rate, precision: setting.precision, signs: 'keep', wanted: kind });
       const button = document.createElement('button');
       button.type = 'button';
       button.textContent = `Read as ${design.describe(other)} instead`;
@@ -63,6 +63,7 @@ export async function showFile(): Promise<void> {
       return []; // what it cannot be
     }
   }));
+  if (file === setting.file) element('instead').replaceChildren(...buttons.flat());
 }
 
 let roomFile: File | null = null;
@@ -70,10 +71,10 @@ let roomFile: File | null = null;
 async function decodeRoom(file: File): Promise<ImpulseResponse> {
   let buffer: AudioBuffer;
   try {
-    buffer = await sound.decode(await file.arrayBuffer());
+    buffer = await sound.decode(file.name, await file.arrayBuffer());
   } catch (error) {
-    throw new Error(error instanceof NoSamples ? `${file.name}: ${error.message}.`
-      : `${file.name}: this browser cannot read it as an impulse response. WAV and FLAC are read.`);
+    throw new Error(error instanceof Refused ? error.message
+      : `${file.name}: this browser cannot read it as an impulse response. WAV, AIFF and FLAC are read.`);
   }
   if (buffer.duration > MOST_SECONDS)
     throw new Error(`${file.name}: the response lasts ${buffer.duration.toFixed(1)} s; up to ${MOST_SECONDS} s are accepted.`);
@@ -99,7 +100,12 @@ export async function useRoom(file: File): Promise<void> {
 
 export async function drop(file: File): Promise<void> {
   if (isAudio(file)) await (setting.kind === 'room' ? useRoom(file) : useRecording(file));
-  else if (file.size > MOST_COEFFICIENT_BYTES)
+  else await useCoefficientFile(file);
+}
+
+/** A recording is taps where coefficients are asked for. */
+export async function useCoefficientFile(file: File): Promise<void> {
+  if (file.size > MOST_COEFFICIENT_BYTES)
     say(`${file.name}: has ${(file.size / 1e6).toFixed(1)} MB; files of coefficients up to ${MOST_COEFFICIENT_BYTES / 1e6} MB are read.`);
   else await useCoefficients(file.name, new Uint8Array(await file.arrayBuffer()));
 }
@@ -142,6 +148,6 @@ async function loadHead(rate: number): Promise<void> {
 async function loadRoom(name: string, rate: number): Promise<void> {
   if (loaded.rooms[name]) return;
   const room = name === 'street' ? { name: 'Street', channels: await Promise.all(['left', 'right'].map(async (side) =>
-    (await sound.decode(await load(`rooms/street-${side}.wav`, 'The street'))).getChannelData(0))) } : hall(rate);
+    (await sound.decode('The street', await load(`rooms/street-${side}.wav`, 'The street'))).getChannelData(0))) } : hall(rate);
   if (rate === setting.rate) loaded.rooms[name] = room;
 }

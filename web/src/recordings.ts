@@ -1,7 +1,7 @@
 // What is heard: the built-in sounds, dropped recordings, the microphone.
 import { load } from './files.js';
 import { element, input, say, sayError, sayNothing, select, setting, showLink, sound } from './page.js';
-import { NoSamples } from './sound.js';
+import { Refused } from './sound.js';
 
 export const SOUNDS: Record<string, { name: string; file: string }> = {
   music: { name: 'Music', file: 'sounds/music.flac' },
@@ -17,7 +17,7 @@ const dropped = new Map<string, File>();
 export function recordingOf(key: string): Promise<AudioBuffer> {
   let recording = recordings.get(key);
   if (!recording) {
-    recording = bytesOf(key).then((bytes) => sound.decode(bytes));
+    recording = bytesOf(key).then((bytes) => sound.decode(SOUNDS[key]?.name ?? key.slice(5), bytes));
     recordings.set(key, recording);
     // What failed is tried again.
     recording.catch(() => recordings.get(key) === recording && recordings.delete(key));
@@ -102,8 +102,9 @@ export const toggleOriginal = () => {
 
 async function read(file: File): Promise<void> {
   try {
-    const buffer = await sound.decode(await file.arrayBuffer());
+    const bytes = await file.arrayBuffer();
     sayNothing();
+    const buffer = await sound.decode(file.name, bytes);
     const key = `file:${file.name}`;
     if (!dropped.has(key)) select('sound').add(new Option(file.name, key));
     dropped.set(key, file);
@@ -111,6 +112,6 @@ async function read(file: File): Promise<void> {
     select('sound').value = key;
     await sound.use(buffer);
   } catch (error) {
-    say(error instanceof NoSamples ? `${file.name}: ${error.message}.` : `${file.name}: this browser cannot read it as a recording. WAV, FLAC, MP3, Ogg and M4A are read.`);
+    say(error instanceof Refused ? error.message : `${file.name}: this browser cannot read it as a recording. WAV, AIFF, FLAC, MP3, Ogg and M4A are read.`);
   }
 }

@@ -26,7 +26,7 @@ export interface Setting {
   preamp: number;
   bands: Band[];
   /** A design that was read from a file, as it was before it was prepared. */
-  file: { name: string; kind: 'fir' | 'iir' | 'sections'; b: number[]; a: number[] } | null;
+  file: { name: string; kind: 'fir' | 'iir' | 'sections'; b: number[]; a: number[]; prepared?: 'double' | 'int16' } | null;
   room: string;
   wet: number;
   azimuth: number;
@@ -128,6 +128,7 @@ export function fromJson(json: string): Setting {
     try {
       checkDesign(file);
       setting.file = { name: String(file.name), kind: file.kind, b: file.b, a: file.a ?? [] };
+      if (file.prepared === 'int16' || file.prepared === 'double') setting.file.prepared = file.prepared;
     } catch {
       // A damaged file is none.
     }

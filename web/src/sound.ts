@@ -1,8 +1,8 @@
 // What sounds: a recording in a loop or the microphone, through the filter and past it.
 import { createFilterNode, type FilterNode, type Levels } from 'jurn-filter/web-audio';
 import { readInBackground } from './background.js';
-import type { Recording } from './files.js';
 import { compileLibrary, type CompiledLibrary, type Filter } from 'jurn-filter';
+import type { Audio } from 'jurn-filter/design';
 
 const SWITCH_SECONDS = 0.02;
 // The limiter before the loudspeakers. What a compressor adds by itself to make up for it is undone.
@@ -14,11 +14,12 @@ const LOUDNESS_SECONDS = 1.5;
 
 const fromDb = (db: number) => Math.pow(10, db / 20);
 const LOUDEST_UNLIMITED = fromDb(LIMIT.threshold);
-const isRiff = (bytes: ArrayBuffer) =>
-  bytes.byteLength >= 12 && new DataView(bytes).getUint32(0) === 0x52494646;
+const MOST_CHANNELS = 16;
+/** "RIFF", "RF64" and "FORM": of files that the engine may read. */
+const MARKS = [0x52494646, 0x52463634, 0x464f524d];
 
-/** Of a file that is no recording because there is nothing in it. */
-export class NoSamples extends Error {}
+/** The sentence about a file that nothing is heard of. */
+export class Refused extends Error {}
 
 /** The loudness of a path: its power weighted as hearing weights it, over the last seconds. */
 class Loudness {
@@ -51,7 +52,8 @@ async function started(context: AudioContext): Promise<void> {
 export class Sound {
   private compiled: Promise<CompiledLibrary> | null = null;
   onlevels: ((levels: Levels) => void) | null = null;
-  onended: (() => void) | null = null;
+  /** Receives what is to be said of a recording that is played all the same. */
+  onremark: ((sentence: string) => void) | null = null;
   private context: AudioContext | null = null;
   private node: FilterNode | null = null;
   private dry!: GainNode;
@@ -146,14 +148,19 @@ export class Sound {
     return context;
   }
 
-  /** Reads a recording in any format that the browser knows. */
-  async decode(bytes: ArrayBuffer): Promise<AudioBuffer> {
-    if (bytes.byteLength === 0) throw new NoSamples('the file is empty');
-    let exact: Recording | null = null;
-    if (isRiff(bytes)) ({ read: exact, bytes } = await readInBackground(bytes));
-    if (exact?.channels.length === 0) throw new NoSamples('it holds no sample');
-    if (exact?.rate !== this.rate) return new OfflineAudioContext(2, 1, this.rate).decodeAudioData(bytes);
-    const { channels } = exact;
+  /** Reads a recording: WAV and AIFF by the engine, whose samples are exact, others by the browser. */
+  async decode(name: string, bytes: ArrayBuffer): Promise<AudioBuffer> {
+    if (bytes.byteLength === 0) throw new Refused(`${name}: the file is empty.`);
+    let exact: Audio | null = null;
+    if (bytes.byteLength >= 12 && MARKS.includes(new DataView(bytes).getUint32(0)))
+      ({ read: exact, bytes } = await readInBackground(name, bytes, this.rate).catch((error: Error) => {
+        throw new Refused(`${error.message}.`);
+      }));
+    const channels = exact?.channels ?? [];
+    if (channels.length > MOST_CHANNELS) throw new Refused(`${name}: has ${channels.length} channels; up to ${MOST_CHANNELS} are played.`);
+    if (channels[0]?.length === 0) throw new Refused(`${name}: it holds no sample.`);
+    if (exact?.notFinite) this.onremark?.(`${name}: ${exact.notFinite} samples are infinite or no numbers; they count as silence.`);
+    if (channels.length === 0) return new OfflineAudioContext(2, 1, this.rate).decodeAudioData(bytes);
     const buffer = new AudioBuffer({ length: channels[0].length, numberOfChannels: channels.length, sampleRate: this.rate });
     channels.forEach((channel, c) => buffer.copyToChannel(channel, c));
     return buffer;

@@ -1,12 +1,13 @@
-// What takes long with a long recording, away from the page: reading a WAV file, filtering one.
+// What takes long with a long recording, away from the page: reading its file, filtering it.
 import { Library, type CompiledLibrary, type Filter } from 'jurn-filter';
-import { readWav, wav, WAV_HEADER, type Recording } from './files.js';
+import { loadDesigner, type Audio } from 'jurn-filter/design';
+import { wav, WAV_HEADER } from './files.js';
 
 export type Job =
-  | { kind: 'read'; bytes: ArrayBuffer }
+  | { kind: 'read'; name: string; bytes: ArrayBuffer; rate: number }
   | { kind: 'filter'; library: CompiledLibrary; filter: Filter; channels: Float32Array[]; rate: number; int16: boolean };
 
-export type Answer = { part: number } | { read: Recording | null; bytes: ArrayBuffer } | { file: Uint8Array<ArrayBuffer>; stamp: string } | { error: string };
+export type Answer = { part: number } | { read: Audio | null; bytes: ArrayBuffer } | { file: Uint8Array<ArrayBuffer>; stamp: string } | { error: string };
 
 const answer = (message: Answer, transfer: Transferable[] = []) =>
   (self as unknown as { postMessage(m: Answer, t: Transferable[]): void }).postMessage(message, transfer);
@@ -40,11 +41,21 @@ function filtered({ library: compiled, filter, channels, rate, int16 }: Job & { 
   return { file, stamp: library.stamp(samples) };
 }
 
-self.onmessage = ({ data }: MessageEvent<Job>) => {
+/** The recording at the page's rate; of another rate, or of a kind that only browsers know, bytes for
+ * the browser. */
+async function read({ name, bytes, rate }: Job & { kind: 'read' }): Promise<{ read: Audio | null; bytes: ArrayBuffer }> {
+  const designer = await loadDesigner({ wasm: new URL('./jurn/design.wasm', import.meta.url) });
+  const audio = designer.readAudio(name, new Uint8Array(bytes));
+  if (!audio || audio.rate === rate || audio.channels[0].length === 0) return { read: audio, bytes };
+  const floats = wav(audio.channels, audio.rate, false).buffer;
+  return { read: { ...audio, channels: [] }, bytes: floats };
+}
+
+self.onmessage = async ({ data }: MessageEvent<Job>) => {
   try {
     if (data.kind === 'read') {
-      const read = readWav(data.bytes);
-      answer({ read, bytes: data.bytes }, [data.bytes, ...(read ? read.channels.map((channel) => channel.buffer) : [])]);
+      const result = await read(data);
+      answer(result, [result.bytes, ...(result.read?.channels ?? []).map((channel) => channel.buffer)]);
     } else {
       const result = filtered(data);
       answer(result, [result.file.buffer]);

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "audio_bytes.h"
 #include "coefficients/formats.h"
 #include "design/export.h"
 #include "design/prepare.h"
@@ -67,6 +68,9 @@ void append_design(const FilterDesign& design) {
   append_numbers("b", design.b);
   text += ',';
   append_numbers("a", design.a);
+  if (design.prepared)
+    text += std::string(",\"prepared\":\"") +
+            (*design.prepared == jurn::Precision::kInt16 ? "int16\"" : "double\"");
   text += '}';
 }
 
@@ -77,6 +81,28 @@ jurn::Precision precision_of(int int16) {
 FilterDesign design_of(int kind, const double* b, int b_count, const double* a, int a_count) {
   return {static_cast<FilterDesign::Kind>(kind), {b, b + b_count}, {a, a + a_count}};
 }
+
+jurn::ReadOptions options_of(int wanted, int int16, int rate) {
+  jurn::ReadOptions options{
+      {}, jurn::filter_limits(precision_of(int16)), jurn::CoefficientFormat::kByContent, {}, rate};
+  if (wanted >= 0) options.wanted = static_cast<FilterDesign::Kind>(wanted);
+  return options;
+}
+
+/** The text of a design that was read. A negative `negate` refuses what looks turned. */
+const char* read_design(const std::string& path, FilterDesign design, int negate) {
+  jurn::check_signs(path, negate < 0 ? std::nullopt : std::optional<bool>(negate > 0), &design);
+  text.clear();
+  append_design(design);
+  return text.c_str();
+}
+
+/** The recording of jurn_find_audio. The first three are part of the interface. */
+struct Found {
+  int rate, channels;
+  unsigned frames;
+  jurn::AudioBytes audio;
+} found;
 
 }  // namespace
 
@@ -100,36 +126,75 @@ EXPORT int jurn_most_coefficients(int kind, int int16) {
  * turn the signs of the feedback; negative: what looks turned is refused. */
 EXPORT const char* jurn_parse(const char* name, int name_length, const char* bytes, int length,
                               int wanted, int int16, int rate, int negate) {
-  jurn::ReadOptions options{
-      {}, jurn::filter_limits(precision_of(int16)), jurn::CoefficientFormat::kByContent, {}, rate};
-  if (wanted >= 0) options.wanted = static_cast<FilterDesign::Kind>(wanted);
   const std::string path(name, static_cast<std::size_t>(name_length));
   const std::string_view content(bytes, static_cast<std::size_t>(length));
-  FilterDesign design = jurn::parse_design(path, content, options);
-  jurn::check_signs(path, negate < 0 ? std::nullopt : std::optional<bool>(negate > 0), &design);
-  text.clear();
-  append_design(design);
-  return text.c_str();
+  return read_design(path, jurn::parse_design(path, content, options_of(wanted, int16, rate)),
+                     negate);
 }
 
+/** The same of a .npz archive: of each member `lengths` has the bytes of its name and of its
+ * content, which follow one another in `members`. */
+EXPORT const char* jurn_parse_archive(const char* name, int name_length, const char* members,
+                                      const int* lengths, int count, int wanted, int int16,
+                                      int rate, int negate) {
+  std::vector<jurn::ArchiveMember> list;
+  const auto take = [&](int length) {
+    members += length;
+    return std::string(members - length, members);
+  };
+  for (int i = 0; i < count; ++i, lengths += 2) {
+    std::string member = take(lengths[0]);
+    list.push_back({std::move(member), take(lengths[1])});
+  }
+  const std::string path(name, static_cast<std::size_t>(name_length));
+  return read_design(path, jurn::parse_archive(path, list, options_of(wanted, int16, rate)),
+                     negate);
+}
+
+/** The recording in a file: rate, channels and frames; null where there is none that the engine
+ * reads. The bytes stay the caller's, for jurn_read_audio. */
+EXPORT const Found* jurn_find_audio(const char* name, int name_length, const char* bytes,
+                                    unsigned length) {
+  const std::optional<jurn::AudioBytes> audio = jurn::find_audio(
+      std::string(name, static_cast<std::size_t>(name_length)), std::string_view(bytes, length));
+  if (!audio) return nullptr;
+  found = {audio->rate, audio->channels, static_cast<unsigned>(audio->length()), *audio};
+  return &found;
+}
+
+/** Samples of a channel as floats. Those that are no finite numbers become 0; returns how many. */
+EXPORT int jurn_read_audio(unsigned first, unsigned count, int channel, float* samples) {
+  int bad = 0;
+  for (unsigned i = 0; i < count; ++i) {
+    const float sample = static_cast<float>(found.audio.at(first + i, channel));
+    bad += !std::isfinite(sample);
+    samples[i] = std::isfinite(sample) ? sample : 0.0f;
+  }
+  return bad;
+}
+
+/** `prepared` says for what the design was prepared before: 0 for double, 1 for 16 bits; negative:
+ * for nothing. */
 EXPORT const char* jurn_prepare(int kind, const double* b, int b_count, const double* a,
-                                int a_count, int int16) {
+                                int a_count, int int16, int prepared) {
   jurn::PrepareOptions options;
   options.precision = precision_of(int16);
-  const jurn::Prepared prepared = jurn::prepare(design_of(kind, b, b_count, a, a_count), options);
+  FilterDesign design = design_of(kind, b, b_count, a, a_count);
+  if (prepared >= 0) design.prepared = precision_of(prepared);
+  const jurn::Prepared result = jurn::prepare(design, options);
   text = "{\"design\":";
-  append_design(prepared.design);
+  append_design(result.design);
   text += ",\"stable\":";
-  text += prepared.stable ? "true" : "false";
+  text += result.stable ? "true" : "false";
   text += ",\"poleRadius\":";
-  append_number(prepared.pole_radius);
+  append_number(result.pole_radius);
   text += ",\"expectedError\":";
-  append_number(prepared.expected_error);
+  append_number(result.expected_error);
   text += ",\"notices\":[";
-  for (std::size_t i = 0; i < prepared.notices.size(); ++i) {
+  for (std::size_t i = 0; i < result.notices.size(); ++i) {
     text += i > 0 ? ",{\"text\":" : "{\"text\":";
-    append_string(prepared.notices[i].text);
-    text += prepared.notices[i].is_warning() ? ",\"warning\":true}" : ",\"warning\":false}";
+    append_string(result.notices[i].text);
+    text += result.notices[i].is_warning() ? ",\"warning\":true}" : ",\"warning\":false}";
   }
   text += "]}";
   return text.c_str();

@@ -1,11 +1,19 @@
 // Coefficient files and designs: the command-line tool's own code, compiled along.
 import type { Fir, Iir, Numbers, Precision, Sections } from './filters.js';
-import { checkDesign } from './check.js';
+import { checkDesign, checkPrecision } from './check.js';
 import { compile, type Source } from './read.js';
+import { isArchive, unfold } from './archive.js';
+import { DesignError } from './errors.js';
 
 export type { Source } from './read.js';
+export { DesignError } from './errors.js';
 
-export type Design = (Fir | Iir | Sections) & { b: number[]; a?: number[] };
+export type Design = (Fir | Iir | Sections) & {
+  b: number[];
+  a?: number[];
+  /** The precision that a file says it was prepared for: there it runs as it is. */
+  prepared?: Precision;
+};
 
 export interface ParseOptions {
   /** What is expected; by default whatever the file holds. */
@@ -18,6 +26,15 @@ export interface ParseOptions {
    * default a filter that is stable only with its signs turned is refused.
    */
   signs?: 'keep' | 'turn';
+}
+
+/** The samples of a recording, as the command-line tool reads them. */
+export interface Audio {
+  rate: number;
+  /** Rounded to floats; the full scale of whole numbers is 1. */
+  channels: Float32Array<ArrayBuffer>[];
+  /** Samples that were infinite or no number, which became 0. */
+  notFinite: number;
 }
 
 /** What preparing a design found. */
@@ -43,9 +60,6 @@ export interface Roots {
   poles: number[];
 }
 
-/** The sentence that says what is wrong with a file or design. */
-export class DesignError extends Error {}
-
 interface Exports {
   memory: WebAssembly.Memory;
   _initialize(): void;
@@ -54,8 +68,12 @@ interface Exports {
   jurn_most_coefficients(kind: number, int16: number): number;
   jurn_parse(name: number, nameLength: number, bytes: number, length: number, wanted: number,
              int16: number, rate: number, negate: number): number;
+  jurn_parse_archive(name: number, nameLength: number, members: number, lengths: number, count: number,
+                     wanted: number, int16: number, rate: number, negate: number): number;
+  jurn_find_audio(name: number, nameLength: number, bytes: number, length: number): number;
+  jurn_read_audio(first: number, count: number, channel: number, samples: number): number;
   jurn_prepare(kind: number, b: number, bCount: number, a: number, aCount: number,
-               int16: number): number;
+               int16: number, prepared: number): number;
   jurn_export(kind: number, b: number, bCount: number, a: number, aCount: number, int16: number,
               asHeader: number, name: number, nameLength: number): number;
   jurn_describe(kind: number, b: number, bCount: number, a: number, aCount: number): number;
@@ -75,26 +93,66 @@ class Designer {
     this.#wasm = this.#instance();
   }
 
-  /** Reads a coefficient file; throws a DesignError that names the file, the line and the value. */
+  /**
+   * Reads a coefficient file, mono WAV and AIFF files among them; throws a DesignError that names the
+   * file, the line and the value. Archives of NumPy take `read`.
+   */
   parse(name: string, bytes: Uint8Array, options: ParseOptions): Design {
     const path = new TextEncoder().encode(name);
-    const wanted = options.wanted === undefined ? -1 : KINDS[options.wanted];
-    const design = this.#call([path, bytes], ([nameAt, bytesAt]) =>
-      this.#wasm.jurn_parse(nameAt, path.length, bytesAt, bytes.length, wanted,
-                           options.precision === 'int16' ? 1 : 0, options.rate,
-                           options.signs === undefined ? -1 : options.signs === 'turn' ? 1 : 0));
-    return { ...(design as Design), precision: options.precision };
+    const design = this.#call<Design>([path, bytes], ([nameAt, bytesAt]) =>
+      this.#wasm.jurn_parse(nameAt, path.length, bytesAt, bytes.length, ...numbersOf(options)));
+    return { ...design, precision: options.precision };
+  }
+
+  /** The same of any file, .npz archives of NumPy included. */
+  async read(name: string, bytes: Uint8Array, options: ParseOptions): Promise<Design> {
+    if (!isArchive(bytes)) return this.parse(name, bytes, options);
+    const members = await unfold(name, bytes);
+    if (members.length === 0) return this.parse(name, bytes, options); // which says what it is
+    const path = new TextEncoder().encode(name), parts = members.flat();
+    const all = new Uint8Array(parts.reduce((sum, part) => sum + part.length, 0));
+    parts.reduce((at, part) => (all.set(part, at), at + part.length), 0);
+    const lengths = new Uint8Array(Int32Array.from(parts, (part) => part.length).buffer);
+    const design = this.#call<Design>([path, all, lengths], ([nameAt, allAt, lengthsAt]) =>
+      this.#wasm.jurn_parse_archive(nameAt, path.length, allAt, lengthsAt, members.length, ...numbersOf(options)));
+    return { ...design, precision: options.precision };
+  }
+
+  /**
+   * The recording in a WAV or AIFF file of whole numbers or floats; null for other files. Without
+   * frames its channels are empty. Throws a DesignError for one that is cut off.
+   */
+  readAudio(name: string, bytes: Uint8Array): Audio | null {
+    const path = new TextEncoder().encode(name), part = 65536;
+    return this.#call([path, bytes, new Float64Array(part / 2)], ([nameAt, bytesAt, samplesAt]) => {
+      const found = this.#wasm.jurn_find_audio(nameAt, path.length, bytesAt, bytes.length) >>> 0;
+      if (found === 0) return null;
+      const [rate, count, frames] = new Uint32Array(this.#wasm.memory.buffer, found, 3);
+      const audio: Audio = { rate, channels: [], notFinite: 0 };
+      for (let c = 0; c < count; ++c) {
+        const channel = new Float32Array(frames);
+        for (let at = 0; at < frames; at += part) {
+          const now = Math.min(part, frames - at);
+          audio.notFinite += this.#wasm.jurn_read_audio(at, now, c, samplesAt);
+          channel.set(new Float32Array(this.#wasm.memory.buffer, samplesAt, now), at);
+        }
+        audio.channels.push(channel);
+      }
+      return audio;
+    });
   }
 
   /** Prepares a design to run, as the command-line tool does. */
-  prepare(design: Fir | Iir | Sections, precision: Precision = 'double'): Prepared {
+  prepare(design: (Fir | Iir | Sections) & { prepared?: Precision }, precision: Precision = 'double'): Prepared {
     checkDesign(design);
+    checkPrecision(design.prepared);
     const limit = this.#wasm.jurn_most_coefficients(KINDS[design.kind], precision === 'int16' ? 1 : 0);
     if (design.b.length > limit)
       throw new RangeError(`${design.b.length} coefficients; ` +
         `${precision === 'int16' ? 'in 16-bit samples ' : ''}1 to ${limit} are accepted`);
     const prepared = this.#withDesign(design, (...coefficients) =>
-      this.#wasm.jurn_prepare(...coefficients, precision === 'int16' ? 1 : 0)) as Prepared;
+      this.#wasm.jurn_prepare(...coefficients, precision === 'int16' ? 1 : 0,
+                              design.prepared === undefined ? -1 : design.prepared === 'int16' ? 1 : 0)) as Prepared;
     prepared.design.precision = precision;
     return prepared;
   }
@@ -145,14 +203,15 @@ class Designer {
     return address;
   }
 
-  /** Runs with copies of the arrays in the instance's memory, and reads the text it returns. */
-  #call(arrays: (Uint8Array | Float64Array)[], run: (at: number[]) => number,
-               read: (text: string) => unknown = JSON.parse): unknown {
+  /** Runs with copies of the arrays in the instance's memory; a number is the address of a text. */
+  #call<T>(arrays: (Uint8Array | Float64Array)[], run: (at: number[]) => number | T,
+           read: (text: string) => T = JSON.parse): T {
     try {
       const addresses = arrays.map((array) => this.#copy(array));
-      const result = text(this.#wasm, run(addresses));
+      const result = run(addresses);
+      const taken = typeof result === 'number' ? read(text(this.#wasm, result)) : result;
       for (const address of addresses) this.#wasm.jurn_free(address);
-      return read(result);
+      return taken;
     } catch (error) {
       // Nothing was unwound inside.
       this.#wasm = this.#instance();
@@ -174,6 +233,11 @@ class Designer {
     wasm._initialize();
     return wasm;
   }
+}
+
+function numbersOf({ wanted, precision, rate, signs }: ParseOptions): [number, number, number, number] {
+  return [wanted === undefined ? -1 : KINDS[wanted], precision === 'int16' ? 1 : 0, rate,
+          signs === undefined ? -1 : signs === 'turn' ? 1 : 0];
 }
 
 function text(wasm: Exports, signed: number): string {
