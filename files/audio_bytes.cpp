@@ -50,6 +50,7 @@ std::string_view samples_between(const std::string& path, std::string_view bytes
     throw Error(kInputError, path + ": was cut off (its header counts " +
                                  std::to_string(from + length) + " bytes, the file has " +
                                  std::to_string(bytes.size()) + ")");
+  if (from >= bytes.size()) return {};
   return bytes.substr(static_cast<std::size_t>(from), static_cast<std::size_t>(length));
 }
 

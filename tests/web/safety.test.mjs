@@ -1,6 +1,7 @@
 // What protects ears and patience: the limiter, the click before what is loud, blind tests, files
 // that do not fit, long recordings, links and undo.
 import assert from 'node:assert/strict';
+import { readFileSync } from 'node:fs';
 import { after, before, test } from 'node:test';
 import { fromHash, initial, toHash } from '../../build/web/setting.js';
 import { byChance } from '../../build/web/chance.js';
@@ -79,6 +80,43 @@ test('loud filters wait for a click, and the limiter holds the loudspeakers', as
   await page.fill('#preamp', '0');
   await page.waitForFunction(() => document.getElementById('limited').hidden);
   assert.equal(await clips(), '0 clipped', 'of the filter before');
+  await close();
+});
+
+test('a band alone: its curve in the chart and its sound, while all bands are taken home', async () => {
+  const { page, close } = await playing(1000, 0.25);
+  const heard = (level) => page.waitForFunction((wanted) => Math.abs(window.peak() / wanted - 1) < 0.03, level);
+  const handle = page.locator('.handle').nth(1);
+  for (const [field, value] of [[0, 1000], [1, 6]]) await page.locator('#bands tr').nth(1).locator('input[type=number]').nth(field).fill(String(value));
+  for (const [field, value] of [[0, 1000], [1, -12]]) await page.locator('#bands tr').nth(0).locator('input[type=number]').nth(field).fill(String(value));
+  await page.locator('#bands select').first().selectOption('PK');
+  // A volume of -6 dB and the bands of 6 and -12 dB.
+  const at = (db) => 0.25 * 10 ** ((db - 6) / 20);
+  await heard(at(-6));
+  await handle.focus();
+  await page.keyboard.press('s');
+  await says(page, 'notices', 'You hear band 2 alone; what you take home has all bands');
+  await heard(at(6));
+  const [download] = await Promise.all([page.waitForEvent('download'), page.click('#save-coefficients')]);
+  assert.equal(readFileSync(await download.path(), 'utf8').trim().split('\n').length, 5);
+  // Its own colour is bold in the chart, beside those of the others.
+  const coloured = () => page.evaluate(async () => {
+    for (let frame = 0; frame < 3; ++frame) await new Promise(requestAnimationFrame);
+    const chart = document.getElementById('chart');
+    const { data } = chart.getContext('2d').getImageData(0, 0, chart.width, chart.height);
+    const [r, g, b] = getComputedStyle(document.documentElement).getPropertyValue('--second').match(/\w\w/g).map((x) => parseInt(x, 16));
+    let count = 0;
+    for (let i = 0; i < data.length; i += 4) count += data[i + 3] > 150 && Math.abs(data[i] - r) + Math.abs(data[i + 1] - g) + Math.abs(data[i + 2] - b) < 30;
+    return count;
+  });
+  await page.click('#play');
+  const bold = await coloured();
+  await page.click('#solo-end');
+  await page.waitForFunction(() => document.getElementById('solo-end').hidden);
+  const thin = await coloured();
+  await page.click('#play');
+  await heard(at(-6));
+  assert.ok(thin > 100 && bold > 1.3 * thin, `${bold} pixels, then ${thin}`);
   await close();
 });
 

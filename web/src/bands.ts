@@ -9,6 +9,25 @@ let selected = 0;
 
 export const bandIsDragged = () => drag !== null;
 
+/** The band that is heard alone. */
+let alone: Band | null = null;
+
+/** Its index; what is no band any more, or switched off, is not heard alone. */
+export function soloBand(): number | null {
+  const i = alone ? setting.bands.indexOf(alone) : -1;
+  if (i < 0 || !setting.bands[i].on || setting.kind !== 'eq') alone = null;
+  return alone ? i : null;
+}
+
+export const selectedBand = () => selected;
+
+/** Hears one band alone, or all again. */
+export function solo(i: number | null): void {
+  alone = i === null || soloBand() === i ? null : setting.bands[i];
+  if (alone) setBand(i!, { on: true });
+  else changed();
+}
+
 const FLATTEST = 0.707; // of a pass of second order
 
 const describeBand = (band: Band) =>
@@ -45,6 +64,7 @@ export function placeHandles(): void {
     handle.setAttribute('aria-valuetext', describeBand(band));
     handle.setAttribute('aria-disabled', String(!band.on));
     handle.classList.toggle('selected', i === selected);
+    handle.classList.toggle('solo', i === soloBand());
   });
 }
 
@@ -86,6 +106,7 @@ function makeHandle(i: number): HTMLButtonElement {
     openMenu(handle, [
       ...Object.entries(BAND_TYPES).map(([type, name]) =>
         ({ name, chosen: setting.bands[i].type === type, run: () => setBand(i, { type: type as BandType }) })),
+      { name: soloBand() === i ? 'Hear all bands' : 'Solo', run: () => solo(i) },
       { name: setting.bands[i].on ? 'Off' : 'On', run: () => setBand(i, { on: !setting.bands[i].on }) },
       { name: 'Remove', run: () => removeBand(i) },
     ]);
@@ -109,6 +130,7 @@ function makeHandle(i: number): HTMLButtonElement {
       End: () => moveBand(i, LIMITS.frequency[1], band.gain),
       Enter: () => setBand(i, { on: !band.on }),
       Delete: () => removeBand(i),
+      s: () => solo(i),
     };
     if (!actions[event.key]) return;
     event.preventDefault();
@@ -129,7 +151,9 @@ export function letGo(): void {
 
 function selectBand(i: number): void {
   selected = i;
+  chart.selected = i;
   placeHandles();
+  chart.draw();
   document.querySelectorAll('#bands tr').forEach((row, k) => row.classList.toggle('selected', k === i));
 }
 

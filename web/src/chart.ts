@@ -23,6 +23,10 @@ const FONT = '11px system-ui, "DejaVu Sans", sans-serif';
 export class Chart {
   view: View = 'magnitude';
   curves: Curve[] = [];
+  /** Of the bands of an equaliser, each alone; nothing of those that are off. */
+  bands: (Response | null)[] = [];
+  selected = 0;
+  solo: number | null = null;
   roots: Roots | null = null;
   /** Magnitudes in dB of what sounds, evenly spaced up to half the rate; drawn behind. */
   spectrum: Float32Array | null = null;
@@ -137,23 +141,11 @@ export class Chart {
     g.clip();
     if (this.spectrum && this.view === 'magnitude') this.drawSpectrum(g, bottom);
     g.lineJoin = 'round';
+    if (this.view === 'magnitude') this.drawBands(g);
     this.curves.forEach(({ response, colour: name }, index) => {
-      const peak = Math.max(...response.magnitude);
-      g.beginPath();
-      let drawing = false;
-      for (let i = 0; i < response.frequency.length; ++i) {
-        const value = response[this.view as 'magnitude'][i];
-        if (!Number.isFinite(value) || (this.view !== 'magnitude' && response.magnitude[i] < peak - 80)) {
-          drawing = false;
-          continue;
-        }
-        const x = this.x(response.frequency[i]), y = this.y(value);
-        if (drawing) g.lineTo(x, y);
-        else g.moveTo(x, y);
-        drawing = true;
-      }
+      this.trace(g, response);
       g.strokeStyle = colour(name);
-      g.lineWidth = index === 0 ? 2.4 : 1.6;
+      g.lineWidth = index > 0 || this.solo !== null ? 1.6 : 2.4;
       g.stroke();
     });
     g.restore();
@@ -168,6 +160,41 @@ export class Chart {
         g.fillText(curve.name ?? '', right - 6, MARGIN.top + 4 + 15 * i);
       });
     }
+  }
+
+  private trace(g: CanvasRenderingContext2D, response: Response): void {
+    const peak = Math.max(...response.magnitude);
+    g.beginPath();
+    let drawing = false;
+    for (let i = 0; i < response.frequency.length; ++i) {
+      const value = response[this.view as 'magnitude'][i];
+      if (!Number.isFinite(value) || (this.view !== 'magnitude' && response.magnitude[i] < peak - 80)) {
+        drawing = false;
+        continue;
+      }
+      const x = this.x(response.frequency[i]), y = this.y(value);
+      if (drawing) g.lineTo(x, y);
+      else g.moveTo(x, y);
+      drawing = true;
+    }
+  }
+
+  /** What each band does by itself; the selected one is filled, the one that is heard alone is bold. */
+  private drawBands(g: CanvasRenderingContext2D): void {
+    g.strokeStyle = g.fillStyle = colour('second');
+    this.bands.forEach((response, i) => {
+      if (!response) return;
+      this.trace(g, response);
+      g.lineWidth = i === this.solo ? 2.4 : 1.2;
+      g.globalAlpha = i === this.selected || i === this.solo ? 1 : 0.55;
+      g.stroke();
+      if (i !== this.selected) return;
+      g.lineTo(this.x(this.top), this.y(0));
+      g.lineTo(this.x(LOWEST), this.y(0));
+      g.globalAlpha = 0.14;
+      g.fill();
+    });
+    g.globalAlpha = 1;
   }
 
   private note(g: CanvasRenderingContext2D, text: string): void {

@@ -1,13 +1,13 @@
 // From the setting to the filter that runs, its curves and what is to be said of it.
 import type { Filter } from 'jurn-filter';
 import type { Design, Notice } from 'jurn-filter/design';
-import { bandIsDragged, placeHandles } from './bands.js';
+import { bandIsDragged, placeHandles, selectedBand, soloBand } from './bands.js';
 import type { Curve } from './chart.js';
 import { bring } from './opened.js';
 import { chart, designer, element, loaded, running, sayError, setting, sound } from './page.js';
-import { respond, respondLong } from './response.js';
+import { respond, respondLong, type Response } from './response.js';
 import { roomResponse } from './rooms.js';
-import { equaliserText } from './setting.js';
+import { bandLine, equaliserText, type Band } from './setting.js';
 import { showCommand } from './take_home.js';
 
 /** Gains in dB up to which a filter is played without asking; a click raises it. */
@@ -19,6 +19,21 @@ let wasLoud = false;
 /** What was asked for is heard. */
 export function playLoud(): void {
   allowed = asked + 1;
+}
+
+/** The responses of bands alone, while their lines and the rate stay. */
+let ofBands = new Map<string, Response>();
+
+function respondBands(parse: (text: string) => Design, bands: Band[]): (Response | null)[] {
+  const before = ofBands;
+  ofBands = new Map();
+  return bands.map((band) => {
+    if (!band.on) return null;
+    const line = bandLine(band, 0), key = `${line} at ${setting.rate}`;
+    const response = ofBands.get(key) ?? before.get(key) ?? respond(parse(line), setting.rate);
+    ofBands.set(key, response);
+    return response;
+  });
 }
 
 /** The exact peak takes too long while something is dragged; the drawn curve's does till then. */
@@ -41,12 +56,19 @@ export async function update(exactPeak: boolean): Promise<void> {
   let peak = 0;
   chart.rate = setting.rate;
   chart.roots = null;
+  chart.bands = [];
+  chart.selected = selectedBand();
+  const alone = soloBand();
+  chart.solo = alone;
+  element('solo-end').hidden = alone === null;
+  let heard: Filter | null = null; // of a band that is heard alone
   element('turn').hidden = true;
   try {
     if (failure) throw failure;
     if (setting.kind === 'eq' || setting.kind === 'file') {
-      const wanted = setting.kind === 'eq'
-        ? design.parse('equaliser', new TextEncoder().encode(equaliserText(setting)), { rate: setting.rate, wanted: 'sections' })
+      const parse = (text: string) =>
+        design.parse('equaliser', new TextEncoder().encode(text), { rate: setting.rate, wanted: 'sections' });
+      const wanted = setting.kind === 'eq' ? parse(equaliserText(setting))
         : setting.file ? ({ ...setting.file } as Design) : null;
       if (wanted) {
         const prepared = design.prepare(wanted, setting.precision);
@@ -59,7 +81,15 @@ export async function update(exactPeak: boolean): Promise<void> {
           element('turn').hidden = !setting.file || !design.prepare(turned(wanted), setting.precision).stable;
         } else {
           filter = runs;
-          peak = exactPeak ? 20 * Math.log10(design.peakGain(runs)) : Math.max(...curves[0].response.magnitude);
+          let sounding = runs;
+          if (setting.kind === 'eq') chart.bands = respondBands(parse, setting.bands);
+          if (alone !== null) {
+            const one = parse(equaliserText({ ...setting, bands: [setting.bands[alone]] }));
+            heard = sounding = design.prepare(one, setting.precision).design;
+            notices.push({ text: `You hear band ${alone + 1} alone; what you take home has all bands`, warning: false });
+          }
+          peak = exactPeak ? 20 * Math.log10(design.peakGain(sounding))
+            : Math.max(...(alone === null ? curves[0].response : respond(sounding, setting.rate)).magnitude);
           if (peak > 0.05)
             notices.push({ text: `Gain up to +${peak.toFixed(1)} dB: a full-scale sound can clip`, warning: peak > 12 });
           // Beyond one step the preparation warns by itself.
@@ -114,7 +144,7 @@ export async function update(exactPeak: boolean): Promise<void> {
   chart.draw();
   try {
     // Too loud: what was heard before goes on.
-    if (!exactPeak && !loud) await sound.filter(filter);
+    if (!exactPeak && !loud) await sound.filter(heard ?? filter);
     // The exact peak lies between two points of the curve.
     if (exactPeak && loud && !wasLoud) await sound.filter(null);
     wasLoud = loud;

@@ -1,7 +1,7 @@
 // Ties the parts of the page to its elements.
 import { hasSimd } from 'jurn-filter';
 import type { Design } from 'jurn-filter/design';
-import { addBand, placeHandles, showBands } from './bands.js';
+import { addBand, placeHandles, showBands, solo, soloBand } from './bands.js';
 import { checkBits } from './bits.js';
 import { colour, forgetColours, lessMotion } from './canvas.js';
 import type { View } from './chart.js';
@@ -46,7 +46,7 @@ let countedOf = '';
 /** Clips are those of one filter; a head that is gone around is one. */
 function countClips(): void {
   const { sound: _sound, azimuth: _azimuth, distance: _distance, ...filter } = setting;
-  const key = JSON.stringify(filter);
+  const key = JSON.stringify([filter, soloBand()]);
   if (key === countedOf) return;
   countedOf = key;
   meters.out.restart();
@@ -155,6 +155,7 @@ function wire(): void {
     playLoud();
     changed();
   };
+  element('solo-end').onclick = () => solo(null);
   element('undo').onclick = () => void undo(-1);
   element('redo').onclick = () => void undo(1);
   element('play').onclick = () => void togglePlay();

@@ -138,10 +138,10 @@ export function fromJson(json: string): Setting {
 
 /** Lines that the tool and the designer of this page read as the same equaliser. */
 export function equaliserText(setting: Setting): string {
-  const lines = [`Preamp: ${setting.preamp} dB`];
-  setting.bands.forEach((band, i) => {
-    const gain = hasGain(band.type) ? ` Gain ${band.gain} dB` : '';
-    lines.push(`Filter ${i + 1}: ${band.on ? 'ON' : 'OFF'} ${band.type} Fc ${band.frequency} Hz${gain} Q ${band.q}`);
-  });
-  return lines.join('\n') + '\n';
+  return [`Preamp: ${setting.preamp} dB`, ...setting.bands.map(bandLine)].join('\n') + '\n';
+}
+
+export function bandLine(band: Band, i: number): string {
+  const gain = hasGain(band.type) ? ` Gain ${band.gain} dB` : '';
+  return `Filter ${i + 1}: ${band.on ? 'ON' : 'OFF'} ${band.type} Fc ${band.frequency} Hz${gain} Q ${band.q}`;
 }

@@ -26,8 +26,8 @@ function showHint(): void {
     kind === 'head' ? (chart.view === 'roots' ? '' : 'What each ear gets from the source.')
     : kind !== 'eq' ? ''
     : chart.view !== 'magnitude' ? 'Bands are dragged in the view of the magnitude.'
-    : touch.matches ? 'Drag a band; two fingers change its width, a long press chooses its type. A double tap adds a band, or resets one.'
-    : 'Drag a band; the wheel changes its width, the right button chooses its type. A double click adds a band, or resets one.';
+    : touch.matches ? 'Drag a band; two fingers change its width, a long press chooses its type or hears it alone. A double tap adds a band, or resets one.'
+    : 'Drag a band; the wheel changes its width, the right button chooses its type or hears it alone. A double click adds a band, or resets one.';
 }
 
 export function showView(view: View): void {
