@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -93,6 +94,9 @@ struct AudioFormat {
   bool narrower = false;  // where the file cannot hold these, less will do
 };
 
+/** Hears samples as they are written: short, int with 24 bits in the upper ones, or float. */
+using Written = std::function<void(SampleFormat, const void* samples, std::size_t count)>;
+
 /** A result, written block by block. */
 class AudioWriter {
  public:
@@ -124,12 +128,15 @@ class AudioWriter {
   SampleFormat samples() const { return format_; }
   /** Of what is written from now on. */
   void keep(Stamp* stamp) { stamp_ = stamp; }
+  void tell(Written written) { written_ = std::move(written); }
 
  private:
   template <typename Sample>
   void write_samples(const Sample* in, std::size_t frames);
   template <typename Sample>
   void count_clipped(const Sample* in, std::size_t frames, Dither* dither);
+  template <typename Sample>
+  void pass_on(const std::vector<Sample>& samples) const;
   void start_stream();
   std::string stream_header(std::int64_t frames) const;
   void complete_wav_stream();
@@ -151,6 +158,7 @@ class AudioWriter {
   std::vector<std::int64_t> clipped_by_channel_;
   std::shared_ptr<const FlacBlocks> flac_blocks_;  // that commit writes; or null
   Stamp* stamp_ = nullptr;                         // or null
+  Written written_;                                // or empty
 };
 
 /** The endings of the names of all formats that can be written. */

@@ -208,6 +208,13 @@ void AudioWriter::count_clipped(const Sample* in, std::size_t frames, Dither* di
   }
 }
 
+/** Tells what is about to be written to who wants to know. */
+template <typename Sample>
+void AudioWriter::pass_on(const std::vector<Sample>& samples) const {
+  if (stamp_) stamp_->add(samples.data(), samples.size());
+  if (written_) written_(format_, samples.data(), samples.size());
+}
+
 template <typename Sample>
 void AudioWriter::write_samples(const Sample* in, std::size_t frames) {
   const std::size_t count = frames * static_cast<std::size_t>(info_.channels);
@@ -222,7 +229,7 @@ void AudioWriter::write_samples(const Sample* in, std::size_t frames) {
     case SampleFormat::kInt16:
       int16_.resize(count);
       to_int16(in, count, int16_.data(), &clipped_, dither_.get());
-      if (stamp_) stamp_->add(int16_.data(), count);
+      pass_on(int16_);
       written = sf_writef_short(file_.get(), int16_.data(), length);
       break;
     case SampleFormat::kInt24: {
@@ -234,7 +241,7 @@ void AudioWriter::write_samples(const Sample* in, std::size_t frames) {
       int24_.resize(count);
       clipped_ += dither_ ? to_int24(noisy.data(), count, int24_.data())
                           : to_int24(in, count, int24_.data());
-      if (stamp_) stamp_->add(int24_.data(), count);
+      pass_on(int24_);
       written = sf_writef_int(file_.get(), int24_.data(), length);
       break;
     }
@@ -242,7 +249,7 @@ void AudioWriter::write_samples(const Sample* in, std::size_t frames) {
       float_.resize(count);
       for (std::size_t i = 0; i < count; ++i)
         float_[i] = static_cast<float>(in[i] / static_cast<Sample>(kFullScale));
-      if (stamp_) stamp_->add(float_.data(), count);
+      pass_on(float_);
       written = sf_writef_float(file_.get(), float_.data(), length);
       break;
   }

@@ -46,15 +46,21 @@ std::vector<Chunk> read_chunks(SNDFILE* file) {
        at = sf_next_chunk_iterator(at)) {
     SF_CHUNK_INFO info{};
     if (sf_get_chunk_size(at, &info) != SF_ERR_NO_ERROR || info.datalen > kMostBytes) continue;
+    const unsigned int length = info.datalen;
     Chunk chunk;
-    chunk.bytes.resize(info.datalen);
-    info.data = chunk.bytes.data();
-    if (sf_get_chunk_data(at, &info) != SF_ERR_NO_ERROR) continue;
+    const auto read = [&](unsigned int count) {
+      chunk.bytes.resize(count);
+      info.datalen = count;
+      info.data = chunk.bytes.data();
+      return sf_get_chunk_data(at, &info) == SF_ERR_NO_ERROR;
+    };
+    if (!read(std::min(length, 4u))) continue;  // of the samples no more
     chunk.id.assign(info.id, std::min<std::size_t>(info.id_size, 4));
     const bool is_name =
         chunk.id.size() == 4 && std::all_of(chunk.id.begin(), chunk.id.end(),
                                             [](unsigned char c) { return std::isprint(c) != 0; });
-    if (is_name && !is_of_samples(chunk.id, chunk.bytes)) chunks.push_back(std::move(chunk));
+    if (is_name && !is_of_samples(chunk.id, chunk.bytes) && read(length))
+      chunks.push_back(std::move(chunk));
   }
   return chunks;
 }

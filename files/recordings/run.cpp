@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 
 #include "errors.h"
@@ -182,6 +183,7 @@ Summary run_once(const Job& job, bool keep) {
     unlock(job);
     Stamp stamp;
     if (job.stamp) writer.keep(&stamp);
+    writer.tell(job.written);
     std::int64_t added = 0;
     for (const std::unique_ptr<Stage>& stage : chain) added += stage->added();
     if (reader.frames()) writer.expect(reader.frames() + added);
@@ -209,6 +211,26 @@ Summary run_once(const Job& job, bool keep) {
 }
 
 }  // namespace
+
+Format format_of(const Recording& recording) {
+  Format format;
+  format.rate = recording.rate;
+  format.inputs = format.outputs = recording.channels;
+  format.block = kRecordingBlock;
+  format.history = 0;
+  format.is_live = false;
+  return format;
+}
+
+std::string loss_of(const Summary& summary) {
+  if (!summary.lost_after) return {};
+  char seconds[32];
+  std::snprintf(seconds, sizeof seconds, "%.3f", *summary.lost_after);
+  return std::string(
+             "the filter's numbers grow beyond all bounds, and the result is silent or worthless "
+             "from second ") +
+         seconds + " on; the filter is unstable";
+}
 
 Summary run(const Job& job) {
   if (!job.fit) return run_once(job, true);

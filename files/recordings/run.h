@@ -25,6 +25,12 @@ struct Recording {
   SampleFormat samples = SampleFormat::kInt16;  // what those of the result hold
 };
 
+/** Frames per call of filters with long taps, whose bits follow from it, and of others. */
+constexpr int kRecordingBlock = 1024;
+
+/** Of a voice for a recording: as many channels out as in, and nobody waits for a call. */
+Format format_of(const Recording& recording);
+
 /** How far a run has come. */
 struct Progress {
   const std::string& what;  // the result, or what else is being done
@@ -42,6 +48,7 @@ struct Job {
   std::optional<std::uint32_t> dither;  // the seed, where samples are rounded to fewer bits
   bool overwrite = false;
   bool stamp = false;                  // tells that of the result
+  Written written;                     // hears the samples of the result; may be empty
   std::vector<std::string> also_read;  // other files that the output must not replace
   /** Builds the stages; `gain` multiplies the gain of the filter that may take another one. */
   std::function<Chain(const Recording& recording, double gain)> make_chain;
@@ -76,6 +83,10 @@ struct Summary {
   std::optional<double> fitted_gain_db;   // that was taken instead
   int gain_of = 0;  // the filter that this is the gain of, if there are several
 };
+
+/** What a user has to know of a result whose filter's numbers grew beyond all bounds; else empty.
+ */
+std::string loss_of(const Summary& summary);
 
 /** Runs the job in constant memory. An error, or an interruption, leaves no output behind. */
 Summary run(const Job& job);

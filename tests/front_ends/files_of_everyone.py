@@ -126,3 +126,25 @@ NO_ROOMS = [
     ("empty.wav", ""),
     ("words.csv", "no numbers\n"),
 ]
+
+# Recordings of 16 bits, as GStreamer calls the decoder's samples, and of more; and what is none.
+SPEECH, SPEECH_RATE = soundfile.read("/usr/share/sounds/alsa/Front_Center.wav")
+SPEECH = 0.9 * SPEECH[:48000]
+TWO = np.stack([SPEECH, 0.3 * SPEECH[::-1]], 1)
+RECORDINGS = [
+    ("speech.wav", "S16LE", saved(soundfile.write, SPEECH, SPEECH_RATE, subtype="PCM_16")),
+    ("two.wav", "S16LE", saved(soundfile.write, TWO, SPEECH_RATE, subtype="PCM_16")),
+    ("speech.flac", "S16LE", saved(soundfile.write, SPEECH, SPEECH_RATE, subtype="PCM_16")),
+    ("two.aiff", "S16LE", saved(soundfile.write, TWO, SPEECH_RATE, subtype="PCM_16")),
+    ("two.ogg", None, saved(soundfile.write, TWO, SPEECH_RATE)),
+    ("speech24.wav", "F32LE", saved(soundfile.write, SPEECH, SPEECH_RATE, subtype="PCM_24")),
+    ("two24.flac", "F32LE", saved(soundfile.write, TWO, SPEECH_RATE, subtype="PCM_24")),
+    ("speech32.wav", None, saved(soundfile.write, SPEECH, SPEECH_RATE, subtype="PCM_32")),
+    ("floats.wav", "F32LE", saved(soundfile.write, SPEECH, SPEECH_RATE, subtype="FLOAT")),
+    ("doubles.wav", None, saved(soundfile.write, TWO, SPEECH_RATE, subtype="DOUBLE")),
+]
+NO_RECORDINGS = [
+    ("no.wav", ""),
+    ("words.wav", "one two three\n"),
+    ("words.flac", "fLaC but no more\n"),
+]

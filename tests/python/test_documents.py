@@ -124,7 +124,7 @@ def test_types_say_what_comes_out(tmp_path):
 
 # pybind11's metaclass, which no stub can name, and classes that only their makers make.
 NOT_SAID = r"""
-jurn\._core\.(Convolution|_?(Long|Float)?Filter|MovingSum|_Reader|_Writer|_Running|_Setup)
+jurn\._core\.(Convolution|_?(Long|Float)?Filter|MovingSum|_Reader|_Writer|_Running|_RecordingFilter|_Setup)
 jurn\._core\.((Long|Float)?Filter|_Setup)\.__init__
 """
 

@@ -1,4 +1,4 @@
-from typing import Any, Optional, Sequence, Tuple
+from typing import Any, Callable, Optional, Sequence, Tuple
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
@@ -231,6 +231,31 @@ def _run_from_state(
     z: NDArray[np.float64],
 ) -> int: ...
 
+class _RecordingFilter:
+    def __init__(
+        self,
+        kind: int,
+        b: NDArray[np.float64],
+        a: NDArray[np.float64],
+        as_is: bool,
+        in_int16: bool,
+        delay: int,
+        rate: int,
+        channels: int,
+        bits: int,
+    ) -> None: ...
+    @staticmethod
+    def of_response(
+        path: str, in_int16: bool, rate: int, channels: int
+    ) -> _RecordingFilter: ...
+
+def _filter_recording(
+    input: str,
+    output: str,
+    filter_for: Callable[[int, int, int], _RecordingFilter],
+    written: Callable[[NDArray[Any]], None],
+) -> Tuple[int, int, int, list[str]]: ...
+
 class _Reader:
     def __init__(self, path: str) -> None: ...
     @property
@@ -238,13 +263,18 @@ class _Reader:
     @property
     def rate(self) -> int: ...
     @property
-    def frames(self) -> int: ...
-    @property
     def bits(self) -> int: ...
     def read(self, frames: int) -> NDArray[Any]: ...
 
 class _Writer:
-    def __init__(self, path: str, channels: int, rate: int, bits: int) -> None: ...
+    def __init__(
+        self,
+        path: str,
+        channels: int,
+        rate: int,
+        bits: int,
+        written: Callable[[NDArray[Any]], None],
+    ) -> None: ...
     def write(self, samples: NDArray[Any]) -> None: ...
     def commit(self) -> None: ...
 

@@ -82,7 +82,7 @@ def filter_folder(
         The folders; results keep the names of their recordings.
     function : callable
         Takes the samples, of shape (frames, channels), and the rate, and returns the result. Samples
-        are int16 for recordings of up to 16 bits, and float32 on the same scale for others.
+        are int16 for recordings of up to 16 bits, and float64 on the same scale for others.
     jobs : int, optional
         Recordings at a time; by default as many as there are cores.
     scheduler : str, optional
@@ -252,7 +252,7 @@ def main(arguments: list[str] | None = None) -> int:
     if o.coefficients:
         function = CoefficientFilter(os.path.abspath(o.coefficients), o.kind, o.rate, o.precision)
     elif o.ir:
-        function = ResponseFilter(os.path.abspath(o.ir))
+        function = ResponseFilter(os.path.abspath(o.ir), o.precision)
     else:
         function = MeanFilter(o.average, o.precision)
     progress = None if o.quiet or not sys.stderr.isatty() else _Progress()

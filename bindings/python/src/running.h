@@ -83,13 +83,19 @@ struct Wanted {
       design = design_of(kind, b.cast<Table<double>>(), a);
   }
 
+  /** For arrays, whose samples have any type and come in any pieces. */
   std::unique_ptr<Voice> voice(const Format& format, int* longest_response) const {
-    if (kind == kWire) return make_wire(format);
     PrepareOptions options;
-    options.precision = precision;
     options.result = SampleFormat::kFloat;
-    options.rate = format.rate;
     options.in_blocks = false;
+    return voice(format, options, longest_response);
+  }
+
+  std::unique_ptr<Voice> voice(const Format& format, PrepareOptions options,
+                               int* longest_response) const {
+    if (kind == kWire) return make_wire(format);
+    options.precision = precision;
+    options.rate = format.rate;
     options.as_is = as_is;
     if (kind == kSetup) {
       check_channels("setup", {setup.inputs, setup.outputs()}, "the stream",

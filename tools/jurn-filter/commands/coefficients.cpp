@@ -185,13 +185,10 @@ Prepared prepare_and_say(const std::string& name, const FilterDesign& design,
 std::unique_ptr<Stage> make_filter(const std::string& name, FilterDesign design, double gain,
                                    const DesignOptions& options, const Recording& recording,
                                    bool is_new) {
-  // Of the convolution with long taps, whose bits follow from it.
-  constexpr int kBlock = 1024;
   if (options.align && design.delay == 0) design.delay = delay_of(name, design);
   scale(&design, options.zero_phase ? std::sqrt(gain) : gain);
   const Prepared prepared = prepare_and_say(name, design, options, recording, is_new);
-  Format format = format_of(recording);
-  format.block = kBlock;
+  const Format format = format_of(recording);
   const auto run = [&] {
     return make_stage(make_voice(prepared, format), options.precision, design.delay);
   };

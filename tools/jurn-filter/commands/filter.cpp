@@ -96,14 +96,7 @@ Summary run_shown(Job job, bool quiet) {
   ProgressLine line;
   if (!quiet) job.on_progress = [&line](const Progress& p) { line.show(p); };
   const Summary summary = run(job);
-  if (summary.lost_after) {
-    char seconds[32];
-    std::snprintf(seconds, sizeof seconds, "%.3f", *summary.lost_after);
-    warn(summary.output +
-         ": the filter's numbers grow beyond all bounds, and the result is silent "
-         "or worthless from second " +
-         seconds + " on; the filter is unstable");
-  }
+  if (summary.lost_after) warn(summary.output + ": " + loss_of(summary));
   return summary;
 }
 
@@ -203,15 +196,6 @@ void add_gain(CLI::App* command, Filter* filter) {
 void add_tail(CLI::App* command, bool* no_tail) {
   command->add_flag("--no-tail", *no_tail,
                     "End with the recording, not when the filter has rung out");
-}
-
-Format format_of(const Recording& recording) {
-  Format format;
-  format.rate = recording.rate;
-  format.inputs = format.outputs = recording.channels;
-  format.history = 0;
-  format.is_live = false;
-  return format;
 }
 
 Chain chain_of(std::unique_ptr<Stage> stage) {

@@ -30,7 +30,7 @@ struct Files {
 
 /** One filter of a series. */
 struct Filter {
-  int block = 1024;
+  int block = kRecordingBlock;
   double gain_db = 0.0;
   bool takes_gain = false;
   std::vector<std::string> also_read;  // files that the result must not replace
@@ -46,9 +46,6 @@ void add_gain(CLI::App* command, Filter* filter);
 void add_tail(CLI::App* command, bool* no_tail);
 
 Chain chain_of(std::unique_ptr<Stage> stage);
-
-/** Of a voice for a recording: as many channels out as in, and nobody waits for a call. */
-Format format_of(const Recording& recording);
 
 /** Filters every recording through all filters. Returns the exit code. */
 int run_filters(const Files& files, const std::vector<std::unique_ptr<Filter>>& filters);

@@ -12,9 +12,6 @@
 namespace jurn {
 namespace {
 
-// Of the convolution with long taps, whose bits follow from it.
-constexpr int kBlock = 1024;
-
 /** "2 inputs, 4 outputs; largest gains -6.0, 0.0 ... dB; late by 3843 frames" and what else a user
  * wants to know before it plays. */
 void say(const std::string& name, const SetupFile& file, const PreparedSetup& prepared) {
@@ -62,7 +59,6 @@ std::unique_ptr<Stage> make_setup(const std::string& name, SetupFile file, doubl
   if (is_new) warn_of(name, prepared);
   Format format = format_of(recording);
   format.outputs = ends.outputs;
-  format.block = kBlock;
   return make_stage(make_setup_voice(prepared, format), Precision::kDouble, prepared.latency());
 }
 
