@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "design/windows.h"
 #include "units.h"
 
 namespace jurn {
@@ -10,16 +11,6 @@ namespace {
 
 constexpr double kAttenuation = 100.0;  // dB
 constexpr double kBeta = 0.1102 * (kAttenuation - 8.7);
-
-/** The modified Bessel function of the first kind and order 0. */
-double bessel_i0(double x) {
-  double sum = 1.0, term = 1.0;
-  for (int k = 1; term > 1e-17 * sum; ++k) {
-    term *= (x / (2.0 * k)) * (x / (2.0 * k));
-    sum += term;
-  }
-  return sum;
-}
 
 /** Subtracts the low-pass of a corner from the taps, or adds it; its gain at 0 Hz is 1. */
 void add_low_pass(double corner, double sign, int rate, std::vector<double>* taps) {
