@@ -194,6 +194,41 @@ def test_memory_does_not_grow_with_the_recording(folder):
     assert peaks[1] - peaks[0] < 8000  # KiB; the recording has 56,000
 
 
+def test_folders_of_a_storage_are_filtered_like_those_of_the_machine(folder, monkeypatch, capsys):
+    fsspec = pytest.importorskip("fsspec")
+    taps = str(folder / "taps.txt")
+    assert batch.main([str(folder / "in"), str(folder / "out"), "-c", taps]) == 0
+    (folder / "in/bad.wav").write_text("none")
+    store = fsspec.filesystem("memory")
+    store.put(str(folder / "in"), "/recordings", recursive=True)
+    arguments = ["memory://recordings", "memory://recordings/results", "-c", taps]
+    monkeypatch.setenv("TMPDIR", str(folder))
+    monkeypatch.setattr("tempfile.tempdir", None)
+    assert batch.main(arguments) == 3  # for the bad one; the others are there
+    said = capsys.readouterr().err
+    assert "bad.wav: " in said and "memory://recordings/bad.wav" in said
+    assert store.cat("/recordings/results/manifest.tsv") == (folder / "out/manifest.tsv").read_bytes()
+    for name in ("loop_safari.flac", "speech/Front_Left.wav"):
+        assert store.cat(f"/recordings/results/{name}") == (folder / "out" / name).read_bytes()
+    kept = store.modified("/recordings/results/loop_safari.flac")
+    assert batch.main(arguments) == 3 and "not finished" in capsys.readouterr().err
+    store.rm("/recordings/bad.wav")
+    store.rm("/recordings/results/speech/Noise.wav")
+    assert batch.main([*arguments, "--resume"]) == 0
+    assert store.exists("/recordings/results/speech/Noise.wav")
+    assert store.modified("/recordings/results/loop_safari.flac") == kept
+    assert not [name for name in os.listdir(folder) if name not in ("in", "out", "taps.txt")]
+    assert batch.main(arguments) == 3
+    assert "memory://recordings/results/loop_safari.flac exists" in capsys.readouterr().err
+    check = ["--overwrite", "--check", "memory://recordings/results/manifest.tsv"]
+    assert batch.main([f"file://{folder}/in/speech", f"file://{folder}/new", "-c", taps, *check]) == 1
+    assert (folder / "new/Noise.wav").read_bytes() == (folder / "out/speech/Noise.wav").read_bytes()
+    assert batch.main(["memory://recordings/", "memory://recordings", "-c", taps]) == 3
+    assert "would replace" in capsys.readouterr().err
+    assert batch.main(["nowhere://in", str(folder / "x"), "-c", taps]) == 3
+    assert "nowhere" in capsys.readouterr().err
+
+
 def usable_cluster(distributed):
     """Where shared memory is closed to the user, no worker process ever starts."""
     code = ("import distributed; c = distributed.LocalCluster(n_workers=1, dashboard_address=None);"

@@ -11,7 +11,7 @@ from typing import Any, Callable, Iterable
 import numpy as np
 from numpy.typing import NDArray
 
-from . import _core, _double
+from . import _core, _double, _storage
 from ._arrays import collected_warnings, warn
 from .designs import KINDS, Design, prepare
 from .files import read_coefficients
@@ -148,6 +148,22 @@ class _Tally:
         return Entry(name, frames, peak, self.clipped, self.hash.hexdigest())
 
 
+def _filter(
+    function: Filter | StreamFilter, source: str, target: str, tally: _Tally
+) -> tuple[int, int]:
+    """Channels and rate of the result."""
+    if not isinstance(function, StreamFilter):
+        return _through(function, source, target, tally)
+    channels, rate, bad_samples, said = _core._filter_recording(
+        source, target, function.voice, tally.add
+    )
+    if bad_samples:
+        said.append(f"samples that are infinite or no number count as 0: {bad_samples}")
+    for message in said:
+        warn(message, 1)
+    return channels, rate
+
+
 def _through(function: Filter, source: str, target: str, tally: _Tally) -> tuple[int, int]:
     """A whole recording through a function: channels and rate of the result."""
     reader = _core._Reader(source)
@@ -166,23 +182,15 @@ def filter_file(
     source: str, target: str, function: Filter | StreamFilter, name: str
 ) -> Result:
     """One recording; errors are returned, for a worker that raises them would be tried again."""
-    result, tally = Result(name), _Tally()
-    files = os.path.join(source, name), os.path.join(target, name)
+    result, tally, here = Result(name), _Tally(), ""
     with collected_warnings() as result.warnings:
         try:
-            if isinstance(function, StreamFilter):
-                channels, result.rate, bad_samples, said = _core._filter_recording(
-                    *files, function.voice, tally.add
-                )
-                if bad_samples:
-                    said.append(f"samples that are infinite or no number count as 0: {bad_samples}")
-                for message in said:
-                    warn(message, 1)
-            else:
-                channels, result.rate = _through(function, *files, tally)
+            with _storage.fetched(source, name) as here, _storage.stored(target, name) as there:
+                channels, result.rate = _filter(function, here, there, tally)
             result.entry = tally.entry(name, channels)
         except Exception as error:
-            result.error = f"{type(error).__name__}: {error}"
+            said = str(error).replace(here, _storage.join(source, name)) if here else str(error)
+            result.error = f"{type(error).__name__}: {said}"
     return result
 
 

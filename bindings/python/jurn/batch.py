@@ -18,10 +18,9 @@ import sys
 import time
 import warnings
 from collections import defaultdict
-from pathlib import Path
 from typing import Any, Callable, Iterator
 
-from . import _core, _sharing
+from . import _core, _sharing, _storage
 from ._arrays import JurnWarning
 from ._recordings import (
     CoefficientFilter,
@@ -79,7 +78,8 @@ def filter_folder(
     Parameters
     ----------
     source, target : path
-        The folders; results keep the names of their recordings.
+        The folders; results keep the names of their recordings. URLs like ``s3://bucket/folder`` are
+        of any storage that the package fsspec knows.
     function : callable
         Takes the samples, of shape (frames, channels), and the rate, and returns the result. Samples
         are int16 for recordings of up to 16 bits, and float64 on the same scale for others.
@@ -94,7 +94,8 @@ def filter_folder(
         Whether to replace results that exist.
     resume : bool, optional
         Whether to go on with a run that was stopped or killed, or had errors: results that it has
-        finished are kept. While a run goes on, ``.jurn-batch.journal`` in `target` says which.
+        finished are kept. While a run goes on, ``.jurn-batch.journal`` in `target` says which, or,
+        of a storage, a file in this machine's folder for temporary ones.
     manifest : path, optional
         A file for the entries, written when all are there.
     done : callable, optional
@@ -111,6 +112,8 @@ def filter_folder(
         When the folder has no recordings.
     FileExistsError
         When a result exists.
+    ValueError
+        When the folders are the same.
     BatchError
         When recordings could not be filtered.
 
@@ -124,24 +127,27 @@ def filter_folder(
     >>> entries[0].name
     'Front_Center.wav'
     """
-    source, target = Path(source).absolute(), Path(target).absolute()
+    source, target = _storage.absolute(source), _storage.absolute(target)
+    if source == target:
+        raise ValueError(f"{target}: the results would replace their recordings")
     names = list(_recordings(source, target))
     if not names:
         raise FileNotFoundError(f"{source}: has no recordings")
-    path = target / ".jurn-batch.journal"
-    if not overwrite and not path.exists():
-        for name in names:
-            if os.path.exists(target / name):
-                raise FileExistsError(f"{target / name} exists; overwrite is needed to replace it")
-    folders = {os.path.dirname(os.path.join(target, name)) for name in names}
+    path = _storage.journal_of(target)
+    there = _storage.existing(target, names)
+    if there and not overwrite and not path.exists():
+        first = _storage.join(target, min(there))
+        raise FileExistsError(f"{first} exists; overwrite is needed to replace it")
+    folders: set[str] = set()  # of this machine
+    if not _storage.is_url(target):
+        folders = {os.path.dirname(os.path.join(target, name)) for name in names}
     for folder in folders:
         os.makedirs(folder, exist_ok=True)
     journal = Journal(path, _described(function), resume, overwrite)
     if journal.goes_on:
         _remove_leftovers(folders)
-    left = [name for name in names
-            if not (name in journal.entries and os.path.exists(target / name))]
-    work = (str(source), str(target), function)
+    left = [name for name in names if not (name in journal.entries and name in there)]
+    work = (source, target, function)
     cluster = client or scheduler
     shared = (_sharing.on_cluster(work, left, cluster) if cluster
               else _sharing.on_threads(work, left, jobs))
@@ -218,11 +224,14 @@ def _warn(function: Filter | StreamFilter, results: list[Result]) -> None:
             )
 
 
-def _recordings(source: Path, target: Path) -> Iterator[str]:
+def _recordings(source: str, target: str) -> Iterator[str]:
     endings = {"." + ending for ending in _core._audio_types()}
-    for path in sorted(source.rglob("*")):
-        if path.suffix.lower() in endings and target not in path.parents and path.is_file():
-            yield path.relative_to(source).as_posix()
+    inside = target[len(source) + 1 :] + "/" if target.startswith(source + "/") else None
+    for name in _storage.files(source):
+        if os.path.splitext(name)[1].lower() in endings and not (
+            inside and name.startswith(inside)
+        ):
+            yield name
 
 
 def main(arguments: list[str] | None = None) -> int:
@@ -230,7 +239,7 @@ def main(arguments: list[str] | None = None) -> int:
     parser = argparse.ArgumentParser(
         prog="jurn.batch", description="Filters a folder of recordings and writes a manifest."
     )
-    parser.add_argument("source", metavar="IN", help="folder of recordings")
+    parser.add_argument("source", metavar="IN", help="folder of recordings, or its URL")
     parser.add_argument("target", metavar="OUT", help="folder for the results")
     what = parser.add_mutually_exclusive_group(required=True)
     what.add_argument("-c", "--coefficients", metavar="FILE", help="filter with coefficients")
@@ -266,7 +275,7 @@ def main(arguments: list[str] | None = None) -> int:
                 entries = filter_folder(
                     o.source, o.target, function, jobs=o.jobs, scheduler=o.scheduler,
                     overwrite=o.overwrite, resume=o.resume, done=progress,
-                    manifest=o.manifest or os.path.join(o.target, "manifest.tsv"),
+                    manifest=o.manifest or _storage.join(_storage.absolute(o.target), "manifest.tsv"),
                 )
             except BatchError as error:
                 entries, code = error.entries, 3

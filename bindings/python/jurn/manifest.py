@@ -8,6 +8,8 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Iterable
 
+from . import _storage
+
 _ESCAPES = {"\\": "\\\\", "\t": "\\t", "\n": "\\n", "\r": "\\r"}
 _CHARACTERS = {escape: character for character, escape in _ESCAPES.items()}
 
@@ -59,7 +61,11 @@ def write_manifest(path: str | os.PathLike[str], entries: Iterable[Entry]) -> No
     Tabs and ends of line in names, and backslashes, are written as ``\\t``, ``\\n``, ``\\r`` and
     ``\\\\``.
     """
-    write_lines(Path(path), map(str, sorted(entries)))
+    path, lines = os.fspath(path), map(str, sorted(entries))
+    if _storage.is_url(path):
+        _storage.write_text(path, "".join(f"{line}\n" for line in lines))
+    else:
+        write_lines(Path(path), lines)
 
 
 def write_lines(path: Path, lines: Iterable[str]) -> None:
@@ -73,7 +79,7 @@ def write_lines(path: Path, lines: Iterable[str]) -> None:
 def read_manifest(path: str | os.PathLike[str]) -> list[Entry]:
     """Read the entries of a manifest; a line that is none is a ValueError."""
     entries = []
-    for number, line in enumerate(Path(path).read_text("utf-8").split("\n")[:-1], 1):
+    for number, line in enumerate(_storage.read_text(os.fspath(path)).split("\n")[:-1], 1):
         try:
             entries.append(_entry(line))
         except ValueError:
