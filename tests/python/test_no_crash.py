@@ -15,6 +15,7 @@ import pytest
 
 import jurn
 
+EQUALISER = jurn.eq("HP 80; PK 3k -4 Q 2", 48000)
 CLASSES = [jurn.Filter, jurn.MovingSum, jurn.FloatFilter, jurn.LongFilter, jurn.Convolution]
 EXPECTED = (TypeError, ValueError, RuntimeError, OverflowError, MemoryError, IndexError)
 
@@ -150,7 +151,39 @@ class Fuzz:
             data = data[: self.rng.randrange(len(data) + 1)]
         return bytes(data)
 
+    def filter(self):
+        """What a Stream filters with, perhaps."""
+        what = self.rng.randrange(8)
+        if what < 3:
+            return [None, self.size(), self.taps()][what]
+        if what < 6:
+            return [(self.rng.randrange(2), self.rng.randrange(-1, 2), self.taps()) for _ in range(what - 3)]
+        return jurn.Design("fir", self.taps()) if what == 6 or self.rng.random() < 0.9 else EQUALISER
+
+    def stream(self):
+        if self.rng.random() < 0.2:
+            return jurn.Stream.from_bytes(self.data())
+        return jurn.Stream(self.filter(), self.rng.choice([None, 1, 2, 2, 3, 17, 0]),
+                           outputs=self.rng.choice([None, None, None, 2, 5000]),
+                           precision=self.rng.choice(["double", "double", "int16", 1]),
+                           block=self.rng.choice([1, 64, 256, 5000, -1]),
+                           taps=self.rng.choice([None, 300, 0]), rate=self.rng.choice([48000, 1, -1]))
+
+    def use_stream(self, o):
+        pick = self.rng.randrange(6)
+        if pick < 3:
+            x = self.array()
+            if pick:  # one that fits
+                x = np.resize(x.astype(self.rng.choice(["i2", "f4", "f8"])), (self.size(), o.channels))
+            return o.process(x.T, axis=-1) if self.rng.random() < 0.3 else o.process(x, self.rng.choice([None, x]))
+        if pick == 3:
+            return o.change(self.filter(), fade=self.rng.choice([1, 100, 480, 0]))
+        return self.rng.choice([copy.copy, bytes, repr, lambda o: o.reset(), lambda o: o.tail + o.changing,
+                                lambda o: pickle.loads(pickle.dumps(o))])(o)
+
     def make(self):
+        if self.rng.random() < 0.15:
+            return self.stream()
         kind, pick, c = self.rng.choice(CLASSES), self.rng.random(), self.rng.choice([1, 1, 2, 2, 0, 3, -1])
         if pick < 0.1:
             return kind.__new__(kind)
@@ -179,6 +212,8 @@ class Fuzz:
 
     def use(self):
         o, pick = self.rng.choice(self.objects), self.rng.randrange(9)
+        if isinstance(o, jurn.Stream):
+            return self.use_stream(o)
         if pick < 4:
             x = self.array()
             if pick > 1:  # one that fits
