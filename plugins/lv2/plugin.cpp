@@ -42,14 +42,9 @@ Plugin::Plugin(const Description& description, const Host& host, double rate)
       out_(size(description.outputs)),
       ports_(size(description.controls + description.has_bypass)),
       controls_(ports_.size()),
-      message_(controls_.size() * sizeof(float) + file_.size()),
-      pieces_in_(in_.size()),
-      pieces_out_(out_.size()) {
+      message_(controls_.size() * sizeof(float) + file_.size()) {
   if (host_.map) lv2_atom_forge_init(&forge_, host_.map);
   if (description.file) file_urid_ = host_.urid((std::string(kPrefix) + description.file).c_str());
-  if (description.block == 1) return;
-  block_in_.resize(in_.size() * size(description.block));
-  block_out_.resize(out_.size() * size(description.block));
 }
 
 void Plugin::connect_port(std::uint32_t port, void* data) {
@@ -114,43 +109,15 @@ void Plugin::activate() {
   offers_.empty();
   // A filter that the worker still has to make was asked for before: ask again once it is there.
   is_changed_ = requests_.load(std::memory_order_acquire) > 0;
-  stream_ = std::make_unique<ChangingStream>(&offers_, std::move(first));
-  std::fill(block_out_.begin(), block_out_.end(), 0.0F);
-  filled_ = 0;
+  stream_ = std::make_unique<BlockStream>(&offers_, std::move(first));
 }
 
 void Plugin::run(int frames) {
   is_changed_ |= read_controls();
   take_messages();
   if (is_changed_ && requests_.load(std::memory_order_acquire) == 0) request(nullptr, 0);
-  filter(frames);
-  if (latency_)
-    *latency_ =
-        static_cast<float>(stream_->latency() + (description_.block == 1 ? 0 : description_.block));
-}
-
-void Plugin::filter(int frames) {
-  const int block = description_.block;
-  if (block == 1) {
-    stream_->process(in_.data(), frames, out_.data());
-    return;
-  }
-  for (int done = 0; done < frames;) {
-    const int count = std::min(frames - done, block - filled_);
-    const auto copy = [&](const float* from, float* to) { std::copy_n(from, count, to); };
-    // All inputs before all outputs: any of them may share memory.
-    for (std::size_t c = 0; c < in_.size(); ++c)
-      copy(in_[c] + done, &block_in_[c * size(block) + size(filled_)]);
-    for (std::size_t c = 0; c < out_.size(); ++c)
-      copy(&block_out_[c * size(block) + size(filled_)], out_[c] + done);
-    done += count;
-    filled_ += count;
-    if (filled_ < block) continue;
-    filled_ = 0;
-    for (std::size_t c = 0; c < in_.size(); ++c) pieces_in_[c] = &block_in_[c * size(block)];
-    for (std::size_t c = 0; c < out_.size(); ++c) pieces_out_[c] = &block_out_[c * size(block)];
-    stream_->process(pieces_in_.data(), block, pieces_out_.data());
-  }
+  stream_->process(in_.data(), frames, out_.data());
+  if (latency_) *latency_ = static_cast<float>(stream_->latency());
 }
 
 /** Asks the worker for a filter by the controls, and by a file if one is given. If it has no room,

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "host.h"
-#include "streams/changing_stream.h"
+#include "streams/block_stream.h"
 
 namespace jurn::lv2 {
 
@@ -84,7 +84,6 @@ class Plugin {
   bool read_controls();
   void take_messages();
   void request(const char* file, std::uint32_t bytes);
-  void filter(int frames);
 
   const Description& description_;
   Host host_;
@@ -105,11 +104,7 @@ class Plugin {
   std::array<char, 4096> file_{};
   bool tells_file_ = false, is_changed_ = false;
   LV2_Atom_Forge forge_{};
-  std::unique_ptr<ChangingStream> stream_;
-  std::vector<float> block_in_, block_out_;
-  std::vector<const float*> pieces_in_;
-  std::vector<float*> pieces_out_;
-  int filled_ = 0;                // frames of the block
+  std::unique_ptr<BlockStream> stream_;
   std::atomic<int> requests_{0};  // that the worker has not done
 
   std::mutex mutex_;  // of what makes filters
