@@ -27,6 +27,8 @@ avx512_packages="bochs bochsbios vgabios isolinux syslinux-common xorriso cpio"
 java_packages="openjdk-$java-jdk-headless junit4 binutils"
 gstreamer_packages="libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good python3-gi gir1.2-gstreamer-1.0"
 gstreamer_test_packages="jackd2 pipewire wireplumber gstreamer1.0-pipewire dbus libgtest-dev"
+live_packages="libpipewire-0.3-dev pipewire-bin"
+live_test_packages="pipewire wireplumber dbus libmysofa1"
 lv2_packages="lv2-dev lilv-utils"
 lv2_test_packages="sordi lv2proc jalv ffmpeg jackd2 pipewire wireplumber dbus libgtest-dev"
 

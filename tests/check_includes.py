@@ -18,6 +18,7 @@ LAYERS = [
     ["files/recordings"],
     ["files/coefficients"],
     ["files/impulse_responses"],
+    ["files/filters"],
     ["tools", "bindings/python", "bindings/java", "plugins", "bindings/web"],
     ["web"],
 ]

@@ -13,7 +13,7 @@
 namespace jurn {
 namespace {
 
-volatile std::sig_atomic_t signal_came = 0;
+volatile std::sig_atomic_t signal_came = 0, is_accepted = 0;
 
 std::int64_t milliseconds() {
   timespec now{};
@@ -29,11 +29,11 @@ static_assert(std::atomic<std::int64_t>::is_always_lock_free);
 
 extern "C" void on_signal(int) {
   const int error = errno;
-  if (!signal_came)
+  if (first_came == 0)
     first_came = milliseconds();
   else if (milliseconds() - first_came > kSameSignal)
     _exit(kInterruptedCode);
-  signal_came = 1;
+  signal_came = !is_accepted;
   errno = error;
 }
 
@@ -49,6 +49,11 @@ void catch_signals() {
 
 bool is_interrupted() {
   return signal_came != 0;
+}
+
+void accept_interruption() {
+  is_accepted = 1;
+  signal_came = 0;
 }
 
 void check_interrupted() {

@@ -9,6 +9,8 @@ namespace jurn {
 void catch_signals();
 
 bool is_interrupted();
+/** The signal was the usual way to end: what is complete is still written. */
+void accept_interruption();
 void check_interrupted();
 
 }  // namespace jurn

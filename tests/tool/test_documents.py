@@ -64,6 +64,8 @@ class DocumentsTest(ToolTest):
                     *(line.strip() for block in of_help() for line in block.splitlines())]
         self.assertGreater(len(commands), 20)
         for command in commands:
+            if " live " in command:
+                continue  # these run until they are ended; tests/live types them
             with self.subTest(command):
                 for left in Path(".").glob("*"):
                     if left.name != "jurn-filter":

@@ -29,6 +29,7 @@ _jurn_filter() {
       --format) words="numbers named single npy npz mat json header biquads equaliser camilla rew audio S16LE S24LE3 S24LE S32LE FLOAT32LE FLOAT64LE" ;;
       --route) words="straight crossed left-only mono-to-stereo" ;;
       --of) words="magnitude square" ;;
+      --as) words="coefficients response routes setup hrtf" ;;
       --show) words="magnitude phase delay impulse step poles" ;;
     esac
   fi

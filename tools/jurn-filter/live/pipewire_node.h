@@ -1,0 +1,70 @@
+// A filter in the graph of PipeWire.
+#pragma once
+
+#include <pipewire/pipewire.h>
+#include <spa/param/latency.h>
+
+#include <atomic>
+#include <functional>
+#include <string>
+
+#include "live/live_audio.h"
+
+namespace jurn {
+
+struct NodeOptions {
+  std::string name = "JURN";
+  std::string target;  // the name of the node to play to or to record from; empty: the default
+  bool is_microphone = false;  // a source of what another source gives; otherwise a sink
+  bool is_default = false;     // what programs use unless the user chose something else
+};
+
+/**
+ * A sink or a source that programs see, and the stream that leads on from it or to it. Both are
+ * driven by one graph; the rate is the graph's. Throws where no server answers.
+ *
+ * The thread of `loop` makes and destroys it; the audio thread is PipeWire's.
+ */
+class PipewireNode {
+ public:
+  /** Calls on_rate(rate) whenever the graph told the rate of the samples, before any of them. */
+  PipewireNode(pw_loop* loop, const NodeOptions& options, LiveAudio* audio,
+               std::function<void(int rate)> on_rate);
+  ~PipewireNode();
+  PipewireNode(const PipewireNode&) = delete;
+  PipewireNode& operator=(const PipewireNode&) = delete;
+
+  /** Whether the server is gone. */
+  bool is_lost() const { return is_lost_; }
+  /** Tells the graph by how much the filter is late, when that changed. */
+  void tell_latency();
+
+ private:
+  struct Side {
+    pw_stream* stream = nullptr;
+    spa_hook listener{};
+    int rate = 0;
+  };
+
+  void connect(Side* side, pw_direction direction, const NodeOptions& options);
+  void changed(Side* side, std::uint32_t id, const spa_pod* param);
+  void process();
+
+  static const pw_stream_events kInEvents, kOutEvents;
+  static const pw_core_events kCoreEvents;
+
+  LiveAudio* audio_;
+  std::function<void(int rate)> on_rate_;
+  pw_context* context_ = nullptr;
+  pw_core* core_ = nullptr;
+  spa_hook core_listener_{};
+  Side in_, out_;
+  std::atomic<spa_io_position*> position_{nullptr};
+  std::uint64_t expected_ = 0;  // position of the next cycle
+  std::uint32_t clock_ = 0;     // that it is one of
+  bool is_lost_ = false;
+  int told_latency_ = 0;
+  spa_latency_info latency_[2]{};  // of what follows and of what comes before
+};
+
+}  // namespace jurn
