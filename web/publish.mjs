@@ -13,7 +13,7 @@ const inline = [...html.matchAll(/<script(?: type="importmap")?>([^]*?)<\/script
 writeFileSync(join(folder, 'index.html'), html.replace('SCRIPTS', inline.join(' ')));
 
 // The rest comes when it is used: what is heard, the sums, and what was not chosen of two.
-const LATER = /^(sounds|rooms|coefficients)\/|^head-|^checksum|^preview|\.wasm$/;
+const LATER = /^(sounds|rooms|coefficients)\/|^head-|^checksum|^preview|^design_tab|\.wasm$/;
 const FIRST = ['jurn/design.wasm'];
 const files = readdirSync(folder, { recursive: true, withFileTypes: true }).filter((entry) => entry.isFile())
   .map((entry) => join(entry.parentPath ?? entry.path, entry.name).slice(join(folder, '/').length)).filter((name) => name !== 'service-worker.js').sort();

@@ -36,6 +36,31 @@ class Equaliser {
     add_taps(linear_phase_pass(f, options_.rate));
   }
 
+  /** "IIR Order 2 Coefficients b0 b1 b2 a0 a1 a2", as Equalizer APO has them, or those of order 1.
+   */
+  void add_coefficients(Words words) {
+    for (const char* const word : {"iir", "order"}) {
+      if (words.ahead() != word) words.fail("IIR takes: Order 2 Coefficients b0 b1 b2 a0 a1 a2");
+      words.skip();
+    }
+    const double order = words.left() ? words.number(words.next()) : 0.0;
+    if ((order != 1.0 && order != 2.0) || words.ahead() != "coefficients")
+      words.fail("IIR of order 1 or 2 is supported, with its Coefficients behind");
+    words.skip();
+    const std::size_t count = static_cast<std::size_t>(order) + 1;
+    std::vector<double> section(6, 0.0);
+    for (std::size_t i = 0; i < 2 * count; ++i) {
+      if (!words.left())
+        words.fail("IIR of this order has " + std::to_string(2 * count) + " numbers");
+      section[i < count ? i : 3 + i - count] = words.number(words.next());
+    }
+    if (words.left()) words.fail(quote(words.next()) + " behind the coefficients");
+    const double a0 = section[3];
+    if (a0 == 0.0) words.fail("IIR has an a0 of 0");
+    for (double& value : section) value /= a0;
+    sections_.insert(sections_.end(), section.begin(), section.end());
+  }
+
   /** Of linear phase. */
   void add_taps(std::vector<double> taps) {
     FilterDesign design{FilterDesign::kFir, std::move(taps), {}};
@@ -72,7 +97,10 @@ void parse_filter(const std::string& path, int line, std::string_view text, Equa
   if (state != "on")
     words.fail(quote(words.left() ? words.next() : "") + " where a filter says ON or OFF");
   words.skip();
-  if (words.left() && words.ahead() != "none") equaliser->add(words);
+  if (words.ahead() == "iir")
+    equaliser->add_coefficients(words);
+  else if (words.left() && words.ahead() != "none")
+    equaliser->add(words);
 }
 
 /** Lines that room correction programs write about a measurement, which change no filter. */

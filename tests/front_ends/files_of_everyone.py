@@ -76,6 +76,8 @@ READ = [
     ("zpk.txt", "sos", f"z = {Z.tolist()}\np = {P.tolist()}\nk = {K!r}\n"),
     ("zpk.mat", "sos", saved(lambda path: io.savemat(path, {"z": Z, "p": P, "k": K}))),
     ("equaliser.txt", "sos", APO),
+    ("coefficients.txt", "sos", "Filter 1: ON IIR Order 2 Coefficients 1 -1.8 0.9 2 -3.6 1.7\n"
+                                "Filter: ON IIR Order 1 Coefficients 1 0.5 1 -0.5\n"),
     ("camilla.yml", "sos", CAMILLA),
     ("graphic.txt", "fir", "GraphicEQ: 20 -3; 100 2; 1000 0; 10000 -4; 20000 0\n"),
 ]
@@ -92,6 +94,8 @@ REFUSED = [
     ("complex.npy", "fir", saved(np.save, TAPS + 1j)),
     ("sections.txt", "sos", rows(np.tile(SOS[:1], (20000, 1)))),
     ("apo.txt", "sos", "Preamp: -3 dB\nLoudnessCorrection: State 1\nFilter 1: ON PK Fc 100 Hz Gain 3 dB Q 1\n"),
+    ("third.txt", "sos", "Filter 1: ON IIR Order 3 Coefficients 1 0 0 0 1 0 0 0\n"),
+    ("short.txt", "sos", "Filter 1: ON IIR Order 2 Coefficients 1 0 0 1 0\n"),
     ("beyond.txt", "sos", "Filter 1: ON PK Fc 90000 Hz Gain 3 dB Q 1\n"),
     ("five.txt", None, rows(SOS[:, :5])),
     ("stereo.wav", "fir", saved(soundfile.write, np.ones((9, 2)), RATE, subtype="PCM_16")),

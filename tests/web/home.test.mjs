@@ -91,6 +91,10 @@ const scenes = {
   'IIR of order 4': file('iir.txt', '0.1 0.2 0.3 0.2 0.1\n1 -0.9 0.6 -0.2 0.05\n', 'numerator and denominator of 5 and 5'),
   sections: file('sos.csv', '1.2,-1.5,0.5,1,-1.5,0.7\n0.3,0,-0.3,1,-1.9,0.91\n', '2 sections'),
   mean: kind('mean'),
+  'a design': async (page) => {
+    await page.click('[data-kind=design]');
+    await page.waitForFunction(() => document.getElementById('command').textContent.includes('butterworth.txt'));
+  },
   'room of two channels': async (page) => {
     await page.click('[data-kind=room]');
     await page.selectOption('#room', 'street');

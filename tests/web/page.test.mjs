@@ -335,7 +335,7 @@ test('keys: bands, tabs, play, original and filtered; a link brings all back', a
   await page.keyboard.press('Delete');
   assert.equal(await page.locator('#bands tr').count(), 3);
   await page.locator('[data-kind=eq]').focus();
-  for (let i = 0; i < 3; ++i) await page.keyboard.press('ArrowRight');
+  for (let i = 0; i < 4; ++i) await page.keyboard.press('ArrowRight');
   assert.equal(await page.getAttribute('[data-kind=head]', 'aria-selected'), 'true');
   await page.locator('#source').focus();
   for (let i = 0; i < 6; ++i) await page.keyboard.press('ArrowLeft');
@@ -437,9 +437,9 @@ test('the panel of the same bits: every line, with vectors and without', async (
 test('every kind and view on a phone and a desktop: nothing beside the page, every control named', async () => {
   for (const [width, colorScheme] of [[360, 'light'], [768, 'dark'], [1400, 'light']]) {
     const { page, errors, close } = await open_({ viewport: { width, height: 800 }, colorScheme, isMobile: width === 360, hasTouch: width === 360 });
-    for (const kind of ['eq', 'file', 'room', 'head', 'mean']) {
+    for (const kind of ['eq', 'design', 'file', 'room', 'head', 'mean']) {
       await page.click(`[data-kind=${kind}]`);
-      for (const view of ['magnitude', 'phase', 'delay', 'roots']) await page.click(`[data-view=${view}]`);
+      for (const view of ['magnitude', 'phase', 'delay', 'roots', 'impulse', 'step']) await page.click(`[data-view=${view}]`);
       const wide = await page.evaluate(() => document.scrollingElement.scrollWidth - innerWidth);
       assert.ok(wide <= 0, `${kind} at ${width}: ${wide} pixels too wide`);
     }

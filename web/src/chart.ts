@@ -2,10 +2,19 @@
 import { colour, frequencyLabel, levelBetween, surface } from './canvas.js';
 import { LOWEST, type Response } from './response.js';
 
-export type View = 'magnitude' | 'phase' | 'delay' | 'roots';
+export type View = 'magnitude' | 'phase' | 'delay' | 'roots' | 'impulse' | 'step';
+export const isTime = (view: View): view is 'impulse' | 'step' => view === 'impulse' || view === 'step';
 
 export interface Curve {
   response: Response;
+  colour: string;
+  name?: string;
+}
+
+/** What an impulse and a step become, sample by sample. */
+export interface TimeCurve {
+  impulse: ArrayLike<number>;
+  step: ArrayLike<number> | null;
   colour: string;
   name?: string;
 }
@@ -16,7 +25,7 @@ export interface Roots {
 }
 
 const MARGIN = { left: 44, right: 12, top: 10, bottom: 24 };
-const UNITS = { magnitude: 'dB', phase: '°', delay: 'ms', roots: '' };
+const UNITS = { magnitude: 'dB', phase: '°', delay: 'ms', roots: '', impulse: '', step: '' };
 const FREQUENCIES = [20, 50, 100, 200, 500, 1000, 2000, 5000, 10000, 20000];
 const FONT = '11px system-ui, "DejaVu Sans", sans-serif';
 
@@ -28,6 +37,7 @@ export class Chart {
   selected = 0;
   solo: number | null = null;
   roots: Roots | null = null;
+  time: TimeCurve[] = [];
   /** Magnitudes in dB of what sounds, evenly spaced up to half the rate; drawn behind. */
   spectrum: Float32Array | null = null;
   rate = 48000;
@@ -63,7 +73,7 @@ export class Chart {
 
   /** What the curves say at a frequency. */
   readout(frequency: number): string {
-    if (this.view === 'roots' || this.curves.length === 0) return '';
+    if (this.view === 'roots' || isTime(this.view) || this.curves.length === 0) return '';
     const f = this.curves[0].response.frequency;
     const i = Math.max(0, f.findIndex((x) => x >= frequency));
     const parts = [`${Math.round(frequency)} Hz`];
@@ -77,7 +87,7 @@ export class Chart {
 
   /** Chooses the range of the values; not while a band is dragged, or the curve would slip away. */
   fit(): void {
-    if (this.view === 'roots') return;
+    if (this.view === 'roots' || isTime(this.view)) return;
     let low = Infinity, high = -Infinity;
     for (const { response } of this.curves) {
       const peak = Math.max(...response.magnitude);
@@ -105,7 +115,56 @@ export class Chart {
     s.context.clearRect(0, 0, s.width, s.height);
     s.context.font = FONT;
     if (this.view === 'roots') this.drawRoots(s.context, s.width, s.height);
+    else if (isTime(this.view)) this.drawTime(s.context, s.width, s.height, this.view);
     else this.drawCurves(s.context, s.width, s.height);
+  }
+
+  private drawTime(g: CanvasRenderingContext2D, width: number, height: number, view: 'impulse' | 'step'): void {
+    const curves = this.time.flatMap(({ [view]: values, colour: name, name: title }) => values ? [{ values, name, title }] : []);
+    if (curves.length === 0)
+      return this.note(g, this.time.length > 0 ? 'Of a room the impulse response is shown.' : 'No filter yet: the sound passes as it is.');
+    const count = Math.max(2, ...curves.map(({ values }) => values.length));
+    let low = 0, high = 0;
+    for (const { values } of curves) for (let i = 0; i < values.length; ++i) {
+      low = Math.min(low, values[i]);
+      high = Math.max(high, values[i]);
+    }
+    if (!(high > low && Number.isFinite(high - low))) [low, high] = [-1, 1];
+    const pad = 0.06 * (high - low), bottom = height - MARGIN.bottom, right = width - MARGIN.right;
+    const x = (i: number) => MARGIN.left + ((right - MARGIN.left) * i) / (count - 1);
+    const y = (v: number) => MARGIN.top + ((bottom - MARGIN.top) * (high + pad - v)) / (high - low + 2 * pad);
+    g.lineWidth = 1;
+    g.fillStyle = colour('dim');
+    g.textAlign = 'right';
+    g.textBaseline = 'middle';
+    const step = niceStep((high - low) / Math.max(3, height / 55), 'delay');
+    for (let v = Math.ceil((low - pad) / step) * step; v <= high + pad; v += step) {
+      g.strokeStyle = colour(Math.abs(v) < step / 2 ? 'line' : 'grid');
+      line(g, MARGIN.left, Math.round(y(v)) + 0.5, right, Math.round(y(v)) + 0.5);
+      g.fillText(`${+v.toPrecision(3)}`, MARGIN.left - 6, y(v));
+    }
+    g.textAlign = 'center';
+    g.textBaseline = 'top';
+    g.strokeStyle = colour('grid');
+    const milliseconds = (1000 * (count - 1)) / this.rate, every = niceStep(milliseconds / Math.max(3, width / 90), 'delay');
+    for (let t = 0; t <= milliseconds * 1.0001; t += every) {
+      const at = Math.round(x((t * this.rate) / 1000)) + 0.5;
+      line(g, at, MARGIN.top, at, bottom);
+      g.fillText(`${+t.toPrecision(6)}${t === 0 ? ' ms' : ''}`, Math.min(at, right - 8), bottom + 6);
+    }
+    curves.forEach(({ values, name, title }, index) => {
+      g.beginPath();
+      for (let i = 0; i < values.length; ++i) g.lineTo(x(i), y(values[i]));
+      g.strokeStyle = colour(name);
+      g.lineWidth = values.length > 4 * width ? 1 : 2 - 0.4 * index;
+      g.stroke();
+      // Few samples are dots, too.
+      g.fillStyle = colour(name);
+      if (values.length < width / 8) for (let i = 0; i < values.length; ++i) g.fillRect(x(i) - 2.5, y(values[i]) - 2.5, 5, 5);
+      if (curves.length < 2) return;
+      g.textAlign = 'right';
+      g.fillText(title ?? '', right - 6, MARGIN.top + 4 + 15 * index);
+    });
   }
 
   private drawCurves(g: CanvasRenderingContext2D, width: number, height: number): void {

@@ -2,13 +2,13 @@
 import type { Filter } from 'jurn-filter';
 import type { Design, Notice } from 'jurn-filter/design';
 import { bandIsDragged, placeHandles, selectedBand, soloBand } from './bands.js';
-import type { Curve } from './chart.js';
+import { isTime, type Curve } from './chart.js';
 import { bring } from './opened.js';
 import { chart, designer, element, loaded, running, sayError, setting, sound } from './page.js';
 import { respond, respondLong, type Response } from './response.js';
 import { roomResponse } from './rooms.js';
 import { bandLine, equaliserText, type Band } from './setting.js';
-import { showCommand } from './take_home.js';
+import { averageAsFir, showCommand } from './take_home.js';
 
 /** Gains in dB up to which a filter is played without asking; a click raises it. */
 const UNASKED = 12;
@@ -57,6 +57,7 @@ export async function update(exactPeak: boolean): Promise<void> {
   chart.rate = setting.rate;
   chart.roots = null;
   chart.bands = [];
+  chart.time = [];
   chart.selected = selectedBand();
   const alone = soloBand();
   chart.solo = alone;
@@ -65,17 +66,20 @@ export async function update(exactPeak: boolean): Promise<void> {
   element('turn').hidden = true;
   try {
     if (failure) throw failure;
-    if (setting.kind === 'eq' || setting.kind === 'file') {
+    if (setting.kind === 'eq' || setting.kind === 'file' || setting.kind === 'design') {
       const parse = (text: string) =>
         design.parse('equaliser', new TextEncoder().encode(text), { rate: setting.rate, wanted: 'sections' });
       const wanted = setting.kind === 'eq' ? parse(equaliserText(setting))
+        : setting.kind === 'design' ? design.design(setting.design, setting.rate)
         : setting.file ? ({ ...setting.file } as Design) : null;
       if (wanted) {
+        if (setting.kind === 'design') showDelay(wanted, design.describe(wanted));
         const prepared = design.prepare(wanted, setting.precision);
         runs = prepared.design;
         notices.push(...prepared.notices);
         chart.roots = runs.b.length <= 400 ? design.roots(runs) : null;
         curves.push({ response: respond(runs, setting.rate), colour: 'curve' });
+        if (isTime(chart.view)) chart.time = [{ ...design.timeResponses(runs), colour: 'curve' }];
         if (!prepared.stable) {
           notices.push({ text: 'Not played, since it is unstable: you hear the original', warning: true });
           element('turn').hidden = !setting.file || !design.prepare(turned(wanted), setting.precision).stable;
@@ -100,6 +104,7 @@ export async function update(exactPeak: boolean): Promise<void> {
     } else if (setting.kind === 'mean') {
       filter = { kind: 'average', length: setting.mean, precision: setting.precision };
       curves.push({ response: respond(filter, setting.rate), colour: 'curve' });
+      if (isTime(chart.view)) chart.time = [{ ...design.timeResponses(averageAsFir(setting.mean)), colour: 'curve' }];
     } else if (setting.kind === 'room') {
       const room = loaded.rooms[setting.room];
       if (room) {
@@ -109,7 +114,10 @@ export async function update(exactPeak: boolean): Promise<void> {
         filter = { ...connect(channels), taps: Math.max(2 * setting.rate, channels[0].length) };
         const names = channels.length === 4 ? ['left', '', '', 'right'] : ['left', 'right'];
         names.forEach((name, c) => {
-          if (name) curves.push({ response: respondLong(channels[c % channels.length], setting.rate), colour: c === 0 ? 'curve' : 'second', name });
+          if (!name) return;
+          const impulse = channels[c % channels.length], colour = c === 0 ? 'curve' : 'second';
+          curves.push({ response: respondLong(impulse, setting.rate), colour, name });
+          chart.time.push({ impulse, step: null, colour, name });
         });
         element('room-summary').textContent =
           `${room.name}: ${(room.channels[0].length / setting.rate).toFixed(2)} s, ` +
@@ -120,9 +128,12 @@ export async function update(exactPeak: boolean): Promise<void> {
       const { azimuth, distance } = setting;
       response = (inputs) => head.response(azimuth, distance, inputs);
       filter = connect(response(2));
-      const ears = head.pair(setting.azimuth).map((ear) =>
-        respond({ kind: 'fir', b: ear.map((tap) => tap / setting.distance) }, setting.rate));
-      curves.push({ response: ears[0], colour: 'curve', name: 'left ear' }, { response: ears[1], colour: 'second', name: 'right ear' });
+      head.pair(setting.azimuth).forEach((ear, c) => {
+        const impulse = ear.map((tap) => tap / setting.distance);
+        const shown = { colour: ['curve', 'second'][c], name: ['left ear', 'right ear'][c] };
+        curves.push({ response: respond({ kind: 'fir', b: impulse }, setting.rate), ...shown });
+        chart.time.push({ ...design.timeResponses({ kind: 'fir', b: impulse }), ...shown });
+      });
     }
   } catch (error) {
     const reason = (error instanceof Error ? error.message : String(error)).replace(/\.$/, '');
@@ -159,6 +170,13 @@ export function turned(design: Design): Design {
   if (design.kind === 'fir') return design;
   const group = design.kind === 'sections' ? 3 : design.a.length;
   return { ...design, a: Array.from(design.a, (x, i) => (i % group ? -x : x)), prepared: undefined } as Design;
+}
+
+/** What a designed filter is, and by how much one of linear phase is late. */
+function showDelay(design: Design, words: string): void {
+  const frames = (design.b.length - 1) / 2;
+  element('design-summary').textContent = design.kind !== 'fir' ? `${words}. Equal to SciPy's to 1e-9.`
+    : `${words}, late by ${frames} frames, ${((1000 * frames) / setting.rate).toFixed(2)} ms. Equal to SciPy's to 1e-9.`;
 }
 
 function showNotices(notices: (Notice & { good?: boolean })[]): void {

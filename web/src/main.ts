@@ -17,7 +17,7 @@ import { wirePresets } from './presets.js';
 import { clamp, hasGain, highest, LIMITS, type Kind, type Setting } from './setting.js';
 import { placeSource, wireSource } from './source.js';
 import { showKind, showView, wireTabs } from './tabs.js';
-import { saveC, saveCoefficients, saveRecording, saveWav, showCommand } from './take_home.js';
+import { saveC, saveCoefficients, saveFor, saveRecording, saveWav, showCommand } from './take_home.js';
 
 const meters = { in: new Meter(element('meter-in')), out: new Meter(element('meter-out')) };
 const spectrogram = new Spectrogram(element<HTMLCanvasElement>('spectrogram'), element<HTMLCanvasElement>('spectrogram-axes'));
@@ -268,6 +268,8 @@ function wire(): void {
 
   element('save-coefficients').onclick = () => void saveCoefficients();
   element('save-c').onclick = () => void saveC();
+  for (const [id, program] of [['save-npy', 'npy'], ['save-cmsis', 'cmsis'], ['save-web-audio', 'web-audio'], ['save-lines', 'equaliser']] as const)
+    element(id).onclick = () => void saveFor(program);
   element('save-recording').onclick = () => void saveRecording();
   element('save-wav').onclick = () => void saveWav();
   element('run-checksum').onclick = () => void checkBits();

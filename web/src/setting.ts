@@ -1,4 +1,5 @@
 // Everything that a link holds.
+import type { FamilyDesign } from 'jurn-filter/design';
 import { checkDesign } from 'jurn-filter';
 
 export const BAND_TYPES = {
@@ -16,7 +17,7 @@ export interface Band {
 
 export const hasGain = (type: BandType) => type === 'PK' || type === 'LSC' || type === 'HSC';
 
-export type Kind = 'eq' | 'file' | 'room' | 'head' | 'mean';
+export type Kind = 'eq' | 'design' | 'file' | 'room' | 'head' | 'mean';
 
 export interface Setting {
   rate: number;
@@ -27,6 +28,7 @@ export interface Setting {
   bands: Band[];
   /** A design that was read from a file, as it was before it was prepared. */
   file: { name: string; kind: 'fir' | 'iir' | 'sections'; b: number[]; a: number[]; prepared?: 'double' | 'int16' } | null;
+  design: Required<FamilyDesign>;
   room: string;
   wet: number;
   azimuth: number;
@@ -47,6 +49,10 @@ export const initial = (): Setting => ({
     { on: true, type: 'HSC', frequency: 9000, gain: -3, q: 0.7 },
   ],
   file: null,
+  design: {
+    family: 'butterworth', order: 4, taps: 101, pass: 'low', low: 1000, high: 4000, ripple: 1, attenuation: 60,
+    window: 'hamming', beta: 8, transition: 1000, weight: 1,
+  },
   room: 'hall',
   wet: 40,
   azimuth: 60,
@@ -57,6 +63,23 @@ export const initial = (): Setting => ({
 export const LIMITS = {
   frequency: [20, 20000], gain: [-24, 24], q: [0.1, 20], preamp: [-40, 20], wet: [0, 100],
   azimuth: [-180, 180], distance: [0.3, 5], mean: [1, 2156],
+} as const;
+
+/** What a design may have, beyond what the engine says of the combination. */
+export const DESIGN_LIMITS = {
+  order: [1, 50], taps: [1, 32767], low: [0.001, 1e6], high: [0.001, 1e6], ripple: [1e-6, 60], attenuation: [0.1, 300],
+  beta: [0, 100], transition: [0.1, 1e6], weight: [1e-4, 1e6],
+} as const;
+
+export const DESIGN_NAMES = {
+  family: {
+    butterworth: 'Butterworth', chebyshev1: 'Chebyshev I', chebyshev2: 'Chebyshev II', elliptic: 'Elliptic', bessel: 'Bessel',
+    windowed: 'FIR, windowed', equiripple: 'FIR, equiripple',
+  },
+  pass: { low: 'Low-pass', high: 'High-pass', band: 'Band-pass', stop: 'Band-stop' },
+  window: {
+    rectangular: 'Rectangular', hann: 'Hann', hamming: 'Hamming', blackman: 'Blackman', 'blackman-harris': 'Blackman-Harris', kaiser: 'Kaiser',
+  },
 } as const;
 
 export function clamp(value: number, [low, high]: readonly [number, number]): number {
@@ -73,7 +96,7 @@ export const LONGEST_LINK = 8000;
 function needed(setting: Setting): Partial<Setting> {
   const before: Record<string, unknown> = { ...initial() };
   return Object.fromEntries(Object.entries(setting).filter(([key, value]) =>
-    JSON.stringify(value) !== JSON.stringify(before[key]) && (key !== 'file' || setting.kind === 'file')));
+    JSON.stringify(value) !== JSON.stringify(before[key]) && (key !== 'file' || setting.kind === 'file') && (key !== 'design' || setting.kind === 'design')));
 }
 
 async function through(bytes: Uint8Array<ArrayBuffer>, stream: CompressionStream | DecompressionStream): Promise<Uint8Array<ArrayBuffer>> {
@@ -110,7 +133,7 @@ export function fromJson(json: string): Setting {
   for (const key of ['preamp', 'wet', 'azimuth', 'distance', 'mean'] as const) number(key);
   setting.mean = Math.round(setting.mean);
   if ([44100, 48000, 96000].includes(given.rate as number)) setting.rate = given.rate as number;
-  if (['eq', 'file', 'room', 'head', 'mean'].includes(given.kind as string)) setting.kind = given.kind as Kind;
+  if (['eq', 'design', 'file', 'room', 'head', 'mean'].includes(given.kind as string)) setting.kind = given.kind as Kind;
   if (given.precision === 'int16') setting.precision = 'int16';
   if (typeof given.sound === 'string') setting.sound = given.sound;
   if (typeof given.room === 'string') setting.room = given.room;
@@ -122,6 +145,14 @@ export function fromJson(json: string): Setting {
       gain: clamp(Number(band.gain) || 0, LIMITS.gain),
       q: clamp(Number(band.q) || 1, LIMITS.q),
     }));
+  }
+  const wanted = given.design;
+  if (typeof wanted === 'object' && wanted !== null) {
+    const design: Record<string, unknown> = setting.design, from = wanted as Record<string, unknown>;
+    for (const [key, limits] of Object.entries(DESIGN_LIMITS))
+      if (Number.isFinite(from[key])) design[key] = clamp(from[key] as number, limits);
+    for (const [key, names] of Object.entries(DESIGN_NAMES)) if (Object.hasOwn(names, String(from[key]))) design[key] = from[key];
+    for (const key of ['order', 'taps']) design[key] = Math.round(design[key] as number);
   }
   const file = given.file as Setting['file'];
   if (file) {

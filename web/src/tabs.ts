@@ -1,7 +1,7 @@
 // The tabs of filters and of views.
 import { placeHandles } from './bands.js';
 import type { View } from './chart.js';
-import { chart, element, setting } from './page.js';
+import { changed, chart, element, sayError, setting } from './page.js';
 import type { Kind } from './setting.js';
 
 export function showKind(kind: Kind): void {
@@ -12,6 +12,7 @@ export function showKind(kind: Kind): void {
     tab.tabIndex = chosen ? 0 : -1;
     element(`kind-${tab.dataset.kind}`).hidden = !chosen;
   });
+  if (kind === 'design') void import('./design_tab.js').then(({ showDesign }) => showDesign()).catch((error) => sayError(error, 'The design tab'));
   document.querySelector<HTMLElement>('.precision')!.hidden = kind === 'room' || kind === 'head';
   showHint();
 }
@@ -40,6 +41,7 @@ export function showView(view: View): void {
   chart.fit();
   placeHandles();
   chart.draw();
+  changed(); // the responses in time are computed where they are looked at
 }
 
 /** Arrow keys go from tab to tab, Home and End to the first and the last. */

@@ -4,12 +4,14 @@ import { filterInBackground } from './background.js';
 import { download, wav } from './files.js';
 import { designer, element, library, running, sayError, select, setting, sound } from './page.js';
 import { recordingOf, SOUNDS } from './recordings.js';
+import { equaliserText } from './setting.js';
 
 /** A name that every shell takes as it is. */
 const plain = (name: string) => name.replace(/\.[^.]*$/, '').replace(/[^\p{L}\p{N}_.+-]+/gu, '_').replace(/^[-.]+/, '') || 'file';
 
 function stem(): string {
   if (setting.kind === 'file' && setting.file) return plain(setting.file.name);
+  if (setting.kind === 'design') return setting.design.family;
   return { eq: 'equaliser', file: 'filter', room: 'room', head: 'head', mean: 'mean' }[setting.kind];
 }
 
@@ -51,6 +53,8 @@ export function showCommand(): void {
   element('save-coefficients').textContent = response ? 'Response as WAV' : 'Coefficient file';
   element<HTMLButtonElement>('save-coefficients').disabled = !design && !filter;
   element<HTMLButtonElement>('save-c').disabled = !design && filter?.kind !== 'average';
+  for (const id of ['save-npy', 'save-cmsis', 'save-web-audio', 'save-lines'])
+    element<HTMLButtonElement>(id).disabled = !design || (id === 'save-lines' && design.kind === 'fir');
   for (const id of ['save-wav', 'save-recording']) element<HTMLButtonElement>(id).disabled = !filter;
 }
 
@@ -62,7 +66,7 @@ export async function saveCoefficients(): Promise<void> {
     download(`${stem()}.txt`, (await designer).export(averageAsFir(filter.length), 'text', stem()));
 }
 
-const averageAsFir = (length: number): Design =>
+export const averageAsFir = (length: number): Design =>
   ({ kind: 'fir', b: new Array<number>(length).fill(1 / length), precision: setting.precision });
 
 export async function saveC(): Promise<void> {
@@ -70,6 +74,22 @@ export async function saveC(): Promise<void> {
   if (design) download(`${stem()}.h`, (await designer).export(design, 'header', stem()));
   else if (filter?.kind === 'average')
     download(`${stem()}.h`, (await designer).export(averageAsFir(filter.length), 'header', stem()));
+}
+
+/** The files for other programs. */
+export async function saveFor(program: 'npy' | 'cmsis' | 'web-audio' | 'equaliser'): Promise<void> {
+  const { design } = running;
+  if (!design) return;
+  const name = stem();
+  try {
+    if (program === 'npy') download(`${name}.npy`, (await designer).export(design, 'npy', name));
+    // An equaliser has its own lines, which other rates read as well.
+    else if (program === 'equaliser' && setting.kind === 'eq') download(`${name}-lines.txt`, equaliserText(setting));
+    else download(name + { cmsis: '-cmsis.h', 'web-audio': '.mjs', equaliser: '-lines.txt' }[program],
+                  (await designer).code(design, program, name, setting.rate));
+  } catch (error) {
+    sayError(error, '');
+  }
 }
 
 const channelsOf = (buffer: AudioBuffer) =>

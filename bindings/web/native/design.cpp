@@ -10,7 +10,10 @@
 
 #include "audio_bytes.h"
 #include "coefficients/formats.h"
+#include "design/by_family.h"
 #include "design/export.h"
+#include "design/export_code.h"
+#include "design/frequency_response.h"
 #include "design/prepare.h"
 #include "design/roots.h"
 #include "design/spectrum.h"
@@ -226,14 +229,64 @@ EXPORT const char* jurn_peak_gain(int kind, const double* b, int b_count, const 
   return text.c_str();
 }
 
-/** A file of the design as it runs: for the tool, or C code. `name` is made an identifier. */
+/** A design of a family, by the numbers of FamilyDesign in their order. */
+EXPORT const char* jurn_design(const double* numbers, int rate) {
+  const auto whole = [&] { return static_cast<int>(*numbers++); };
+  jurn::FamilyDesign f;
+  f.family = static_cast<jurn::Family>(whole());
+  f.order = whole();
+  f.corners.pass = static_cast<jurn::Pass>(whole());
+  f.corners.low = *numbers++;
+  f.corners.high = *numbers++;
+  f.ripple = *numbers++;
+  f.attenuation = *numbers++;
+  f.window = static_cast<jurn::Window>(whole());
+  f.beta = *numbers++;
+  f.transition = *numbers++;
+  f.weight = *numbers++;
+  text.clear();
+  append_design(jurn::design_of_family(f, rate));
+  return text.c_str();
+}
+
+/** What an impulse and a step become, until the first has decayed. */
+EXPORT const char* jurn_time_responses(int kind, const double* b, int b_count, const double* a,
+                                       int a_count) {
+  const std::vector<double> impulse =
+      jurn::impulse_response(design_of(kind, b, b_count, a, a_count));
+  std::vector<double> step;
+  double sum = 0.0;
+  for (const double x : impulse) step.push_back(sum += x);
+  text = "{";
+  append_numbers("impulse", impulse);
+  text += ',';
+  append_numbers("step", step);
+  text += '}';
+  return text.c_str();
+}
+
+/** The design as it stands for other programs, by the numbers of CodeFormat. */
+EXPORT const char* jurn_code(int kind, const double* b, int b_count, const double* a, int a_count,
+                             int format, const char* name, int name_length, int rate) {
+  text = jurn::code_of(
+      design_of(kind, b, b_count, a, a_count), static_cast<jurn::CodeFormat>(format),
+      jurn::identifier_of(std::string(name, static_cast<std::size_t>(name_length))), rate);
+  return text.c_str();
+}
+
+/** Bytes of the last result. */
+EXPORT unsigned jurn_length() {
+  return static_cast<unsigned>(text.size());
+}
+
+/** A file of the design as it runs, by the numbers of ExportFormat. `name` is made an identifier.
+ */
 EXPORT const char* jurn_export(int kind, const double* b, int b_count, const double* a, int a_count,
-                               int int16, int as_header, const char* name, int name_length) {
+                               int int16, int format, const char* name, int name_length) {
   jurn::ExportOptions options;
   options.precision = precision_of(int16);
   options.name = jurn::identifier_of(std::string(name, static_cast<std::size_t>(name_length)));
   text = jurn::export_design(design_of(kind, b, b_count, a, a_count),
-                             as_header ? jurn::ExportFormat::kHeader : jurn::ExportFormat::kText,
-                             options);
+                             static_cast<jurn::ExportFormat>(format), options);
   return text.c_str();
 }

@@ -37,6 +37,41 @@ export interface Audio {
   notFinite: number;
 }
 
+const FAMILIES = ['butterworth', 'chebyshev1', 'chebyshev2', 'elliptic', 'bessel', 'windowed', 'equiripple'] as const;
+const PASSES = ['low', 'high', 'band', 'stop'] as const;
+const WINDOWS = ['rectangular', 'hann', 'hamming', 'blackman', 'blackman-harris', 'kaiser'] as const;
+
+/** A filter by the name of its family; what the family does not know may be left out. */
+export interface FamilyDesign {
+  family: (typeof FAMILIES)[number];
+  /** Of the prototype, 1 to 50; a band-pass or band-stop has twice as many poles. */
+  order?: number;
+  /** Of the FIRs. */
+  taps?: number;
+  pass: (typeof PASSES)[number];
+  /** The corner in Hz, or the lower one of a band. */
+  low: number;
+  high?: number;
+  /** In dB where it lets pass, and where it stops. */
+  ripple?: number;
+  attenuation?: number;
+  window?: (typeof WINDOWS)[number];
+  /** Of Kaiser's window. */
+  beta?: number;
+  /** Of an equiripple FIR: from passing to stopping in Hz, and how much more an error counts where it stops. */
+  transition?: number;
+  weight?: number;
+}
+
+/** What an impulse and a step become. */
+export interface TimeResponses {
+  impulse: number[];
+  step: number[];
+}
+
+const FORMATS = { header: 0, npy: 1, mat: 2, text: 3 } as const;
+const CODES = { cmsis: 0, 'web-audio': 1, equaliser: 2 } as const;
+
 /** What preparing a design found. */
 export interface Notice {
   text: string;
@@ -75,7 +110,12 @@ interface Exports {
   jurn_prepare(kind: number, b: number, bCount: number, a: number, aCount: number,
                int16: number, prepared: number): number;
   jurn_export(kind: number, b: number, bCount: number, a: number, aCount: number, int16: number,
-              asHeader: number, name: number, nameLength: number): number;
+              format: number, name: number, nameLength: number): number;
+  jurn_length(): number;
+  jurn_design(numbers: number, rate: number): number;
+  jurn_time_responses(kind: number, b: number, bCount: number, a: number, aCount: number): number;
+  jurn_code(kind: number, b: number, bCount: number, a: number, aCount: number, format: number, name: number,
+            nameLength: number, rate: number): number;
   jurn_describe(kind: number, b: number, bCount: number, a: number, aCount: number): number;
   jurn_roots(kind: number, b: number, bCount: number, a: number, aCount: number): number;
   jurn_peak_gain(kind: number, b: number, bCount: number, a: number, aCount: number): number;
@@ -172,16 +212,59 @@ class Designer {
   }
 
   /**
-   * A prepared design as a file: `text` for the command-line tool and other programs, `header` for C
-   * and C++, with the functions that set up and run the library's filter.
+   * A filter of a family, at a rate in Hz: the coefficients of scipy.signal's butter, cheby1, cheby2, ellip,
+   * bessel, firwin and remez. Throws a DesignError for what the family cannot do.
    */
-  export(design: Fir | Iir | Sections, format: 'text' | 'header', name = 'filter'): string {
+  design(wanted: FamilyDesign, rate: number): Design {
+    const { family, order = 4, taps = 101, pass, low, high = 0, ripple = 1, attenuation = 60, window = 'hamming', beta = 8,
+            transition = 0, weight = 1 } = wanted;
+    const isFir = family === 'windowed' || family === 'equiripple';
+    const places = [FAMILIES.indexOf(family), PASSES.indexOf(pass), WINDOWS.indexOf(window)];
+    const numbers = [places[0], isFir ? taps : order, places[1], low, high, ripple, attenuation, places[2], beta, transition, weight];
+    if (places.includes(-1) || !numbers.every((x) => Math.abs(x) < 1e9) || !(rate >= 1 && rate <= 1e7))
+      throw new RangeError('the family, pass or window is none of those that are known, or a number is none');
+    return this.#call<Design>([Float64Array.from(numbers)], ([at]) => this.#wasm.jurn_design(at, rate));
+  }
+
+  /** What an impulse and a step become, until they have decayed by 60 dB. */
+  timeResponses(design: Fir | Iir | Sections): TimeResponses {
+    return this.#withDesign(design, (...coefficients) => this.#wasm.jurn_time_responses(...coefficients)) as TimeResponses;
+  }
+
+  /**
+   * A prepared design as a file: `text` for the command-line tool and other programs, `header` for C
+   * and C++, with the functions that set up and run the library's filter, `npy` for NumPy, `mat` for
+   * MATLAB.
+   */
+  export(design: Fir | Iir | Sections, format: 'text' | 'header', name?: string): string;
+  export(design: Fir | Iir | Sections, format: 'npy' | 'mat', name?: string): Uint8Array<ArrayBuffer>;
+  export(design: Fir | Iir | Sections, format: keyof typeof FORMATS, name = 'filter'): string | Uint8Array<ArrayBuffer> {
+    return this.#named(design, name, (coefficients, at, length) =>
+      this.#wasm.jurn_export(...coefficients, design.precision === 'int16' ? 1 : 0, FORMATS[format], at, length),
+      format === 'npy' || format === 'mat');
+  }
+
+  /**
+   * A design for what other programs run: C for CMSIS-DSP, nodes of Web Audio, lines of Equalizer APO.
+   * Throws a DesignError where they have no such filter.
+   */
+  code(design: Fir | Iir | Sections, format: keyof typeof CODES, name: string, rate: number): string {
+    return this.#named(design, name, (coefficients, at, length) =>
+      this.#wasm.jurn_code(...coefficients, CODES[format], at, length, rate), false) as string;
+  }
+
+  #named(design: Fir | Iir | Sections, name: string,
+         run: (coefficients: [number, number, number, number, number], at: number, length: number) => number,
+         binary: boolean): string | Uint8Array<ArrayBuffer> {
     const path = new TextEncoder().encode(name);
-    return this.#withDesign(design, (...coefficients) => {
+    let address = 0;
+    const file = this.#withDesign(design, (...coefficients) => {
       const at = this.#copy(path);
-      return this.#wasm.jurn_export(...coefficients, design.precision === 'int16' ? 1 : 0,
-                                   format === 'header' ? 1 : 0, at, path.length);
-    }, (file) => file) as string;
+      address = run(coefficients, at, path.length) >>> 0;
+      this.#wasm.jurn_free(at);
+      return address;
+    }, (content) => binary ? new Uint8Array(this.#wasm.memory.buffer).slice(address, address + this.#wasm.jurn_length()) : content);
+    return file as string | Uint8Array<ArrayBuffer>;
   }
 
   #withDesign(

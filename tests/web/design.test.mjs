@@ -1,0 +1,160 @@
+// The design tab: its filters are SciPy's, and what it writes for other programs gives their response.
+import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
+import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { after, before, test } from 'node:test';
+import { fileURLToPath } from 'node:url';
+import { loadDesigner } from '../../bindings/web/dist/design.node.js';
+import { launch, open, serve } from './browser.mjs';
+
+const root = fileURLToPath(new URL('../../', import.meta.url));
+const tool = process.env.JURN_FILTER ?? join(root, 'build/release/tools/jurn-filter/jurn-filter');
+const folder = mkdtempSync(join(tmpdir(), 'jurn-design-'));
+const designer = await loadDesigner();
+let server, browser;
+
+before(async () => {
+  server = await serve();
+  browser = await launch();
+});
+
+after(async () => {
+  await browser?.close();
+  server?.close();
+  rmSync(folder, { recursive: true });
+});
+
+const says = (page, id, text) => page.waitForFunction(
+  ([at, part]) => document.getElementById(at).textContent.includes(part), [id, text]);
+
+async function saved(page, button) {
+  const [download] = await Promise.all([page.waitForEvent('download'), page.click(button)]);
+  await download.saveAs(join(folder, download.suggestedFilename()));
+  return join(folder, download.suggestedFilename());
+}
+
+/** The difference of a .npy file from what SciPy says. */
+const difference = (file, expression) => Number(execFileSync('/usr/bin/python3', ['-c', `import sys
+import numpy as np
+from scipy import signal
+print(np.abs(np.load(sys.argv[1]) - ${expression}).max())`, file]));
+
+// What CMSIS-DSP's manual says of its functions, as far as the exported file uses them.
+const ARM_MATH = `#include <stdint.h>
+typedef float float32_t;
+typedef struct { int n; const float* c; float* s; } arm_biquad_cascade_df2T_instance_f32, arm_fir_instance_f32;
+static void arm_biquad_cascade_df2T_init_f32(arm_biquad_cascade_df2T_instance_f32* f, uint8_t n, const float* c, float* s) {
+  f->n = n; f->c = c; f->s = s;
+  for (int i = 0; i < 2 * n; ++i) s[i] = 0;
+}
+static void arm_biquad_cascade_df2T_f32(const arm_biquad_cascade_df2T_instance_f32* f, const float* in, float* out, uint32_t count) {
+  for (uint32_t i = 0; i < count; ++i) {
+    float x = in[i];
+    for (int k = 0; k < f->n; ++k) {
+      const float* c = f->c + 5 * k;
+      float* d = f->s + 2 * k;
+      const float y = c[0] * x + d[0];
+      d[0] = c[1] * x + c[3] * y + d[1];
+      d[1] = c[2] * x + c[4] * y;
+      x = y;
+    }
+    out[i] = x;
+  }
+}
+static void arm_fir_init_f32(arm_fir_instance_f32* f, uint16_t n, const float* c, float* s, uint32_t block) {
+  f->n = n; f->c = c; f->s = s;
+  for (uint32_t i = 0; i < n + block - 1; ++i) s[i] = 0;
+}
+static void arm_fir_f32(const arm_fir_instance_f32* f, const float* in, float* out, uint32_t count) {
+  for (uint32_t i = 0; i < count; ++i) f->s[f->n - 1 + i] = in[i];
+  for (uint32_t i = 0; i < count; ++i) {
+    out[i] = 0;
+    for (int k = 0; k < f->n; ++k) out[i] += f->c[k] * f->s[i + k];
+  }
+}
+`;
+
+const LENGTH = 256;
+
+/** The impulse response of an exported C file. */
+function runC(file, name, call, type) {
+  writeFileSync(join(folder, 'arm_math.h'), ARM_MATH);
+  const init = call === 'arm_fir_f32' ? `${name}_init(&f, state, ${LENGTH})` : `${name}_init(&f, state)`;
+  const source = `#include <stdio.h>\n#include "${file}"\nint main(void) { static float state[4096], x[${LENGTH}] = {1}, y[${LENGTH}]; ${type} f;
+    ${init}; ${call}(&f, x, y, ${LENGTH}); for (int i = 0; i < ${LENGTH}; ++i) printf("%.9g\\n", y[i]); return 0; }`;
+  execFileSync('cc', ['-x', 'c', '-std=c99', '-Wall', '-Werror', '-Wno-unused-function', '-I', folder, '-o', join(folder, 'run'), '-'], { input: source });
+  return execFileSync(join(folder, 'run')).toString().trim().split('\n').map(Number);
+}
+
+/** The impulse response of an exported module in Chromium. */
+const runWebAudio = (page, code, name) => page.evaluate(async ([text, from, length]) => {
+  const module = await import(URL.createObjectURL(new Blob([text], { type: 'text/javascript' })));
+  const context = new OfflineAudioContext(1, length, 48000);
+  const buffer = new AudioBuffer({ length, sampleRate: 48000 });
+  buffer.copyToChannel(Float32Array.of(1), 0);
+  const source = new AudioBufferSourceNode(context, { buffer });
+  const nodes = [module[from](context)].flat();
+  source.connect(nodes[0]);
+  nodes.at(-1).connect(context.destination);
+  source.start();
+  return [...(await context.startRendering()).getChannelData(0)];
+}, [code, name, LENGTH]);
+
+function assertClose(found, expected, message) {
+  assert.ok(expected.some((x) => Math.abs(x) > 0.01), message);
+  found.forEach((x, i) => assert.ok(Math.abs(x - (expected[i] ?? 0)) < 1e-4, `${message}: sample ${i} is ${x}, not ${expected[i]}`));
+}
+
+test('designs of the tab are SciPy\'s, and run elsewhere as they run here', async () => {
+  const { page, errors, close } = await open(browser, server.url, { acceptDownloads: true, bypassCSP: true });
+  assert.ok(!server.sent.some(({ path }) => path === '/design_tab.js'), 'before it is used');
+  await page.click('[data-kind=design]');
+  await page.selectOption('#design-family', 'elliptic');
+  await page.selectOption('#design-pass', 'band');
+  for (const [key, value] of [['order', 3], ['low', 700], ['high', 5000], ['ripple', 0.5], ['attenuation', 55]])
+    await page.fill(`#design-${key}`, String(value));
+  assert.ok(await page.locator('#design-taps').isHidden());
+  await says(page, 'design-summary', '3 sections');
+  await page.click('[data-view=step]');
+  await says(page, 'command', 'elliptic.txt');
+  // The settled change has the last number that was typed.
+  await page.waitForFunction((before) => location.hash !== before, '');
+  const npy = await saved(page, '#save-npy');
+  assert.ok(difference(npy, "signal.ellip(3, 0.5, 55, [700, 5000], 'bandpass', output='sos', fs=48000)") < 1e-9);
+  const design = designer.parse('elliptic.npy', readFileSync(npy), { rate: 48000 });
+  const { impulse, step } = designer.timeResponses(design);
+  assert.ok(Math.abs(step.at(-1)) < 0.01 && Math.abs(step[5] - impulse.slice(0, 6).reduce((a, b) => a + b)) < 1e-12);
+  assertClose(runC(await saved(page, '#save-cmsis'), 'elliptic', 'arm_biquad_cascade_df2T_f32', 'arm_biquad_cascade_df2T_instance_f32'),
+              impulse, 'CMSIS-DSP');
+  assertClose(await runWebAudio(page, readFileSync(await saved(page, '#save-web-audio'), 'utf8'), 'elliptic'), impulse, 'Web Audio');
+  // Lines of an equaliser are read back as the same numbers, by the tool as well.
+  const lines = await saved(page, '#save-lines');
+  assert.match(readFileSync(lines, 'utf8'), /^Filter: ON IIR Order 2 Coefficients/m);
+  const read = designer.parse('lines.txt', readFileSync(lines), { rate: 48000 });
+  assert.deepEqual([read.b, read.a], [design.b, design.a]);
+  assert.ok(execFileSync(tool, ['response', '--sos', lines, '--rate', '48000', '--csv', '-']).toString().split('\n').length > 100);
+
+  // A link brings the design along; an FIR has taps, and no lines.
+  await page.selectOption('#design-family', 'equiripple');
+  await page.selectOption('#design-pass', 'high');
+  for (const [key, value] of [['taps', 64], ['transition', 900]]) await page.fill(`#design-${key}`, String(value));
+  await says(page, 'notices', '64 taps, an even number, let nothing pass');
+  await page.fill('#design-taps', '65');
+  await says(page, 'design-summary', '65 taps, late by 32 frames, 0.67 ms');
+  await page.waitForFunction(() => document.getElementById('save-lines').disabled);
+  const fir = await saved(page, '#save-npy');
+  assert.ok(difference(fir, "signal.remez(65, [0, 250, 1150, 24000], [0, 1], fs=48000)") < 1e-9);
+  const taps = designer.parse('fir.npy', readFileSync(fir), { rate: 48000 }).b;
+  assertClose(runC(await saved(page, '#save-cmsis'), 'equiripple', 'arm_fir_f32', 'arm_fir_instance_f32'), taps, 'CMSIS-DSP');
+  assertClose(await runWebAudio(page, readFileSync(await saved(page, '#save-web-audio'), 'utf8'), 'equiripple'), taps, 'Web Audio');
+  await page.click('#share');
+  await page.waitForFunction(() => location.hash.length > 1);
+  const linked = await open(browser, `${server.url}/${new URL(page.url()).hash}`);
+  await says(linked.page, 'design-summary', '65 taps');
+  await linked.page.waitForFunction(() => document.getElementById('design-transition')?.value === '900');
+  assert.deepEqual([...errors, ...linked.errors], []);
+  await linked.close();
+  await close();
+});
