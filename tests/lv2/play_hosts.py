@@ -1,11 +1,13 @@
-"""The plugins in hosts that people have: FFmpeg, lv2proc, jalv on JACK, a filter chain of PipeWire.
+"""The plugins in hosts that people have: FFmpeg, lv2proc, jalv on JACK, Ardour, a filter chain of PipeWire.
 
 FFmpeg and lv2proc write files, which are compared with jurn-filter's. JACK and PipeWire have no sound
 card here: jalv has to load a convolver with its file and stay, and what goes through the filter chain
 is recorded and has to be louder by the gain of its equaliser.
 """
 
+import glob
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -19,6 +21,7 @@ from scipy.io import wavfile
 warnings.simplefilter("ignore", wavfile.WavFileWarning)  # of chunks that it does not know
 
 TOOL = os.environ["JURN_FILTER"]
+TESTS = os.path.dirname(os.path.abspath(__file__))
 HALL = "/usr/share/jconvolver/config-files/octave-band/oct-48-1k.wav"
 SPEECH = "/usr/share/sounds/alsa/Front_Center.wav"
 BANDS = {"on_1": 1, "type_1": 4, "frequency_1": 80, "q_1": 0.5, "on_2": 1, "frequency_2": 3000,
@@ -120,6 +123,20 @@ def play_jalv():
         server.wait()
 
 
+def play_ardour():
+    """A track with the equaliser, and the session saved and loaded; where Ardour is installed."""
+    program = next(iter(glob.glob("/usr/bin/ardour*-lua")), None)
+    if not program:
+        print("Ardour: is not installed, left out (scripts/lv2 test ardour)", flush=True)
+        return None
+    said = run(program, os.path.join(TESTS, "ardour.lua"), env={**os.environ, "HOME": os.getcwd()}).stdout
+    peaks = [float(peak) for peak in re.findall(r"^gain .* peak (.*)$", said, re.MULTILINE)]
+    print(f"Ardour: peaks {peaks} dB", flush=True)
+    # What it shows are falling meters of a constant: exact but for their own rounding.
+    right = len(peaks) == 2 and np.allclose(peaks, [-6.0206, -12.0206], atol=0.01)
+    return None if right and "loaded -6.0" in said else "Ardour: " + said
+
+
 def is_node(name):
     nodes = subprocess.run(["pw-cli", "ls", "Node"], capture_output=True, text=True, timeout=20,
                            check=False).stdout
@@ -159,7 +176,7 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         os.chmod(folder, 0o700)
         os.chdir(folder)
-        problems = [write_files(), play_jalv(), play_chain(folder)]
+        problems = [write_files(), play_jalv(), play_ardour(), play_chain(folder)]
     sys.exit("\n".join(filter(None, problems)) or 0)
 
 
