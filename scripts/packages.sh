@@ -18,7 +18,7 @@ style_packages="clang clang-format clang-tidy cppcheck"
 checksum_packages="clang g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-s390x-linux-gnu qemu-user"
 web_packages="cmake make clang lld wasi-libc libc++-$clang-dev-wasm32 libclang-rt-$clang-dev-wasm32
   g++ libmysofa-dev libmysofa1 sonic-pi-samples alsa-utils jconvolver-config-files python3"
-web_test_packages="chromium fonts-dejavu-core"
+web_test_packages="chromium firefox-esr fonts-dejavu-core"
 checksum_all_packages="g++-arm-linux-gnueabi g++-riscv64-linux-gnu
   g++-powerpc64le-linux-gnu g++-powerpc64-linux-gnu g++-mips64el-linux-gnuabi64
   libc6-dev-i386 lib32gcc-$gcc-dev lib32stdc++-$gcc-dev lld nodejs wasi-libc

@@ -6,7 +6,8 @@ import { extname, join, normalize } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
-const { chromium } = createRequire(join(root, 'bindings/web/package.json'))('playwright-core');
+const require = createRequire(join(root, 'bindings/web/package.json'));
+const { chromium } = require('playwright-core');
 const TYPES = {
   '.html': 'text/html', '.js': 'text/javascript', '.css': 'text/css', '.wasm': 'application/wasm',
   '.svg': 'image/svg+xml', '.webmanifest': 'application/manifest+json',
@@ -45,11 +46,16 @@ export const launch = (...args) =>
            '--disable-background-networking', '--disable-component-update', '--disable-sync', ...args],
   });
 
+/** Debian's Firefox, over WebDriver BiDi. */
+export const launchFirefox = () => require('puppeteer-core').launch({
+  browser: 'firefox', executablePath: process.env.FIREFOX ?? '/usr/bin/firefox-esr', headless: true, timeout: 60000, protocolTimeout: 60000,
+});
+
 /** Playwright's own wait evaluates text in the page, which the page's policy forbids. */
-async function until(page, condition, arg, { timeout = 30000 } = {}) {
+export async function until(page, condition, arg, { timeout = 30000 } = {}) {
   for (const end = Date.now() + timeout; !(await page.evaluate(condition, arg));) {
     if (Date.now() > end) throw new Error(`not within ${timeout} ms: ${condition} of ${arg}`);
-    await page.waitForTimeout(30);
+    await new Promise((done) => setTimeout(done, 30));
   }
 }
 

@@ -3,6 +3,7 @@ import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
 import { examples, native, signal } from '../../bindings/web/tests/native.mjs';
 import { launch, serve } from './browser.mjs';
+import { renderIn } from './render.mjs';
 
 const FRAMES = 128 * 200;
 const SHORT = 128 * 80;
@@ -20,32 +21,7 @@ after(async () => {
   server?.close();
 });
 
-/** Renders channels through a node; the changes happen at their frame, a multiple of 128. */
-function render(filter, input, changes = [], simd = true) {
-  const plain = (f) => f && JSON.parse(JSON.stringify(f, (_, v) => (ArrayBuffer.isView(v) ? Array.from(v) : v)));
-  return page.evaluate(async ({ filter, input, changes, simd }) => {
-    const { createFilterNode } = await import('/jurn/web-audio.js');
-    const { compileLibrary } = await import('/jurn/index.js');
-    const channels = input.map((x) => Float32Array.from(x));
-    const context = new OfflineAudioContext(channels.length, channels[0].length, 48000);
-    const node = await createFilterNode(context, {
-      inputs: channels.length, filter, library: await compileLibrary({ simd }),
-    });
-    const buffer = context.createBuffer(channels.length, channels[0].length, 48000);
-    channels.forEach((x, c) => buffer.copyToChannel(x, c));
-    const source = context.createBufferSource();
-    source.buffer = buffer;
-    source.connect(node).connect(context.destination);
-    source.start();
-    for (const { frame, filter: next, seconds } of changes)
-      void context.suspend(frame / 48000).then(async () => {
-        await node.change(next, seconds);
-        await context.resume();
-      });
-    const rendered = await context.startRendering();
-    return channels.map((_, c) => Array.from(rendered.getChannelData(c)));
-  }, { filter: plain(filter), input: input.map((x) => Array.from(x)), changes, simd });
-}
+const render = (...what) => renderIn(page, ...what);
 
 for (const [name, filter] of Object.entries(examples)) {
   test(`${name}: through the worklet, the bits of the native library`, async () => {
