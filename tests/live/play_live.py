@@ -149,17 +149,20 @@ def differing(heard, expected, late):
     heard, expected = wavfile.read(heard)[1], wavfile.read(expected)[1]
     lag = correlate(heard[:, 0].astype(float), expected[:, 0].astype(float), method="fft").argmax()
     lag = int(lag) - len(expected) + 1
-    length = len(expected) - late  # the last block is still on its way
-    part = heard[lag:lag + length]
-    if len(part) < length or lag < late:
-        return length
-    return int((part != expected[:length]).any(1).sum())
+    # One node may wake some cycles of silence after the other; the last block is still on its way.
+    skipped = max(late - lag, 0)
+    part = heard[lag + skipped:lag + len(expected) - late]
+    wanted = expected[skipped:len(expected) - late]
+    if len(part) < len(wanted) or expected[:skipped].any():
+        print(f"lag {lag}, {len(heard)} and {len(expected)} frames", flush=True)
+        return len(wanted)
+    return int((part != wanted).any(1).sum())
 
 
 def scene_same_samples(_):
     """Every sample is the tool's, whatever the quantum. A player may drop or repeat something when
-    that changes, so a first node keeps what comes; and on a busy machine cycles are missed, so a
-    run without such counts."""
+    that changes, so a first node keeps what comes. On a busy machine cycles are missed between the
+    two: one run of five has to be without."""
     noise("noise.wav", 4)
     write("nothing.txt", "Preamp: 0 dB\n")
     write("eq.txt", EQUALISER)
@@ -184,7 +187,7 @@ def scene_same_samples(_):
             other = differing("heard.wav", "expected.wav", 64)
             print(f"{what}: {other} other samples than the tool's, {missed} cycles missed",
                   flush=True)
-            if other == 0 or missed == 0:
+            if other == 0:
                 break
         if other:
             fail(f"{what} gives other samples than the tool")
