@@ -1,6 +1,7 @@
 """Builds the package for Python by CMake, with the rest of the project, of which it is a target.
 
 JURN_BUILD_DIR names a build folder of CMake to use; without it, one of its own is made.
+JURN_READ_FILES=OFF leaves out what reads and writes files, as happens by itself without libsndfile.
 """
 
 import os
@@ -26,7 +27,8 @@ class BuildByCMake(build_ext):
         if "JURN_BUILD_DIR" not in os.environ:
             off = [f"-DJURN_BUILD_{part}=OFF"
                    for part in ("TESTS", "JAVA", "BENCHMARKS", "EXAMPLES", "PLUGINS")]
-            choices = ["-DJURN_BUILD_PYTHON=ON", f"-DJURN_PYTHON={sys.executable}", *off]
+            choices = ["-DJURN_BUILD_PYTHON=ON", f"-DJURN_PYTHON={sys.executable}", *off,
+                       f"-DJURN_READ_FILES={os.environ.get('JURN_READ_FILES', 'ON')}"]
             subprocess.run(["cmake", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=Release",
                             *choices], check=True)
         subprocess.run(["cmake", "--build", build, "--config", "Release", "--parallel",

@@ -31,6 +31,7 @@ void add_streams(pybind11::module_* m);
 void add_moving_sum(pybind11::module_* m);
 void add_float_filter(pybind11::module_* m);
 void add_convolution(pybind11::module_* m);
+void add_designs(pybind11::module_* m);
 void add_files(pybind11::module_* m);
 void add_recordings(pybind11::module_* m);
 void add_running(pybind11::module_* m);

@@ -10,6 +10,7 @@ PYBIND11_MODULE(_core, m) {
   m.attr("__version__") = MORVAX_Version_API();
   jurn::python::add_streams(&m);
   jurn::python::add_convolution(&m);
+  jurn::python::add_designs(&m);
   jurn::python::add_files(&m);
   jurn::python::add_recordings(&m);
   jurn::python::add_running(&m);
