@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "audio_bytes.h"
 
 #include <cmath>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "file_kind.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
-"""Fails on an include or import that points upward: front ends, files, engine, library.
+"""Fails on an include or import that points upward: front ends, files, engine, library; and on a
+source that does not ask for exact arithmetic first, where other build systems compile it, too.
 
 usage: check_includes.py [ROOT]
 """
@@ -19,11 +20,15 @@ LAYERS = [
     ["files/coefficients"],
     ["files/impulse_responses"],
     ["files/filters"],
-    ["tools", "bindings/python", "bindings/java", "plugins", "bindings/web"],
+    ["tools", "bindings/python", "bindings/java", "bindings/native", "bindings/swift", "plugins",
+     "bindings/web"],
     ["web"],
 ]
 # Headers that several layers include: they may include only what the lowest of these may.
 SHARED = {"modules/libJURN/filter/Filter_LIB": 2, "engine": 4, "files": 6}
+# Their sources begin with this include.
+FIRST = {"modules": "exact_arithmetic.h", "engine": "exact.h", "files/coefficients": "exact.h",
+         "bindings/native": "exact.h", "bindings/swift/native": "exact.h"}
 PATHS = [".", "modules", "modules/libJURN/common", "modules/libJURN/Delay/Delay_LIB",
          "modules/libJURN/filter/Filter_LIB", "engine", "files", "tools/jurn-filter"]
 LAYER = {folder: row for row, folders in enumerate(LAYERS) for folder in folders} | SHARED
@@ -55,7 +60,12 @@ def main():
             if (own is None or {"node_modules", "dist", "build"} & set(source.parts)
                     or path.suffix not in (".h", ".c", ".cpp", ".inl", ".ts", ".mjs")):
                 continue
-            for match in INCLUDE.finditer(path.read_text()):
+            text = path.read_text()
+            first = next((FIRST[p.as_posix()] for p in source.parents if p.as_posix() in FIRST), None)
+            found = INCLUDE.search(text)
+            if first and path.suffix == ".cpp" and (not found or pathlib.Path(found[1]).name != first):
+                wrong.append(f'{source}: begins without #include "{first}"')
+            for match in INCLUDE.finditer(text):
                 target = included(root, source, match[1] or re.sub(r"\.js$", ".ts", match[2]))
                 other = target and layer_of(target)
                 if not other:

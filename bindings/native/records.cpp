@@ -1,4 +1,6 @@
 // The library's records behind objects of another language's.
+#include "exact.h"
+
 #include <algorithm>
 #include <iterator>
 #include <type_traits>

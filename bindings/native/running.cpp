@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "running.h"
 
 #include "errors.h"

@@ -1,11 +1,13 @@
 // The engine's streams behind objects of another language's: any design in double, and impulse
 // responses.
+#include "exact.h"
+
 #include <algorithm>
 #include <utility>
 
 #include "Convolution_control.h"
 #include "Sections_control.h"
-#include "design/prepare.h"
+#include "designs.h"
 #include "errors.h"
 #include "running.h"
 #include "streams/changing_stream.h"
@@ -50,15 +52,7 @@ std::unique_ptr<Voice> voice_of(const Wanted& wanted, const Format& format, int 
   }
   const auto kind = static_cast<FilterDesign::Kind>(wanted.kind);
   const FilterDesign design = checked_design(kind, wanted.b, wanted.a);
-  const CoefficientLimit limit = coefficient_limit(kind, Precision::kDouble);
-  const std::size_t group = kind == FilterDesign::kSections ? 3 : 1;
-  if (std::max(design.b.size(), design.a.size()) > limit.count * group)
-    fail("the filter has more than " + limit.reason);
-  PrepareOptions options;
-  options.result = SampleFormat::kFloat;
-  options.rate = format.rate;
-  options.in_blocks = false;
-  return make_voice(prepare(design, options), format);
+  return make_voice(*prepared(design, format.rate, Precision::kDouble), format);
 }
 
 Format format_of(const std::vector<int>& shape) {

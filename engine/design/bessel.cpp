@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/bessel.h"
 
 #include <cmath>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/butterworth.h"
 
 #include <cmath>

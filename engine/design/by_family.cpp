@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/by_family.h"
 
 #include "design/bessel.h"

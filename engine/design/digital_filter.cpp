@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/digital_filter.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/equaliser.h"
 #include "units.h"
 

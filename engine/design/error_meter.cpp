@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/error_meter.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/export.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/export_code.h"
 
 #include <charconv>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/filter_design.h"
 
 #include <algorithm>

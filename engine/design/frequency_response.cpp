@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/frequency_response.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/graphic_equaliser.h"
 
 #include <algorithm>

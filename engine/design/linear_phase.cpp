@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/linear_phase.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/prepare.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/prepare_once.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/roots.h"
 #include "units.h"
 

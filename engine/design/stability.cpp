@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/stability.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/windowed_fir.h"
 
 #include <cmath>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "design/windows.h"
 
 #include <cmath>

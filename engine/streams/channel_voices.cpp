@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "streams/channel_voices.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // A voice that convolves.
+#include "exact.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>

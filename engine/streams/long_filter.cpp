@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "streams/long_filter.h"
 
 #include <algorithm>

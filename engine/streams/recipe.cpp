@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "streams/recipe.h"
 
 #include "streams/live_filter.h"

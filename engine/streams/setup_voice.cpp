@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "streams/setup_voice.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "streams/stages.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "streams/stamp.h"
 
 #include <cstdio>

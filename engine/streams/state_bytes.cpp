@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "streams/state_bytes.h"
 
 #include <cstring>

@@ -1,4 +1,6 @@
 // A stream to bytes and back.
+#include "exact.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <string>

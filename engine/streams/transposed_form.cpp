@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "streams/transposed_form.h"
 
 #include <algorithm>

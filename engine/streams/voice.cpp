@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "streams/voice.h"
 
 #include <algorithm>

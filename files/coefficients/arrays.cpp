@@ -1,4 +1,6 @@
 // From named or unnamed arrays to a design.
+#include "exact.h"
+
 #include <algorithm>
 #include <cctype>
 #include <iterator>

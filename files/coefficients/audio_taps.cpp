@@ -1,5 +1,7 @@
 // Taps that are the samples of a recording in memory. The tool reads these through libsndfile, and
 // so every format that it knows.
+#include "exact.h"
+
 #include <cmath>
 
 #include "audio_bytes.h"

@@ -1,4 +1,6 @@
 // Lists of biquads, as room correction programs write them.
+#include "exact.h"
+
 #include <algorithm>
 #include <iterator>
 

@@ -1,4 +1,6 @@
 // The filters of CamillaDSP's settings as one filter for all channels, through yaml-cpp.
+#include "exact.h"
+
 #include <set>
 
 #include "coefficients/camilla_filters.h"

@@ -1,4 +1,6 @@
 // Biquads of CamillaDSP, and what is made of several.
+#include "exact.h"
+
 #include <cmath>
 #include <cstdio>
 #include <map>

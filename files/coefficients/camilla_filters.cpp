@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "coefficients/camilla_filters.h"
 
 #include <cmath>

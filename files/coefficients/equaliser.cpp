@@ -1,4 +1,6 @@
 // Equalisers: lines of room correction programs, and filters in words.
+#include "exact.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cmath>

@@ -1,4 +1,6 @@
 // One filter of an equaliser in words, as room correction programs write it and as people type it.
+#include "exact.h"
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>

@@ -1,5 +1,7 @@
 // C headers with coefficients, as MATLAB's filter designer exports them: the direct form (B, BL or
 // NUM, NL and DEN, DL) and sections (NUM and DEN with MWSPT_NSEC rows, gains between the sections).
+#include "exact.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cmath>

@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "coefficients/kinds.h"
 
 #include <cmath>

@@ -1,4 +1,6 @@
 // Coefficients from files; those of recordings come through libsndfile.
+#include "exact.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 

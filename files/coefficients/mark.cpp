@@ -1,4 +1,6 @@
 // The marks of exported files: what they hold, and for what precision it was prepared.
+#include "exact.h"
+
 #include "coefficients/parse.h"
 
 namespace jurn {

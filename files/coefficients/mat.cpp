@@ -1,5 +1,7 @@
 // MATLAB files, through libmatio. It brings some thirty libraries, so it is loaded when it is
 // needed.
+#include "exact.h"
+
 #include "coefficients/libraries.h"
 
 #include <dlfcn.h>

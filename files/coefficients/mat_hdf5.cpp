@@ -1,5 +1,7 @@
 // MATLAB files of level 7.3, which are HDF5 files, and other HDF5 files with arrays: through the
 // HDF5 library that libmatio brings. libmatio itself reads those alone that MATLAB wrote.
+#include "exact.h"
+
 #include <dlfcn.h>
 #include <hdf5.h>
 

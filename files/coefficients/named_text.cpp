@@ -1,5 +1,7 @@
 // Texts that name their arrays: Octave's saves, MATLAB's .fcf, and assignments of MATLAB and
 // Python, whose printed arrays need no name.
+#include "exact.h"
+
 #include <algorithm>
 #include <cctype>
 

@@ -1,4 +1,6 @@
 // Arrays that numpy.save writes.
+#include "exact.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>

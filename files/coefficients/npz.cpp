@@ -1,4 +1,6 @@
 // Archives of numpy.savez, through libzip.
+#include "exact.h"
+
 #include <zip.h>
 
 #include <memory>

@@ -1,5 +1,7 @@
 // Numbers separated by white space, commas or semicolons, in lines: what people type, spreadsheets
 // export and numpy.savetxt writes.
+#include "exact.h"
+
 #include <algorithm>
 #include <cmath>
 #include <iterator>

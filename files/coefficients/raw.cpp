@@ -1,4 +1,6 @@
 // Taps without a header, as CamillaDSP takes and other programs write them.
+#include "exact.h"
+
 #include "audio_bytes.h"
 #include "coefficients/parse.h"
 

@@ -1,5 +1,7 @@
 // Impulse responses that REW exports as text: lines of settings with their names behind "//", then
 // one sample in each line.
+#include "exact.h"
+
 #include <cmath>
 
 #include "coefficients/parse.h"

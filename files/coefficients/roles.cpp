@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "coefficients/roles.h"
 
 #include <iterator>

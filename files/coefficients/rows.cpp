@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include "coefficients/rows.h"
 
 #include <algorithm>

@@ -1,4 +1,6 @@
 // Texts that give coefficients one by one: "h[0] = 0.5;", "b0 = 0.25".
+#include "exact.h"
+
 #include <algorithm>
 #include <cctype>
 #include <map>

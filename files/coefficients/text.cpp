@@ -1,3 +1,5 @@
+#include "exact.h"
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>

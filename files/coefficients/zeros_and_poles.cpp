@@ -1,4 +1,6 @@
 // Filters given by their zeros, poles and gain.
+#include "exact.h"
+
 #include <algorithm>
 #include <cmath>
 #include <complex>

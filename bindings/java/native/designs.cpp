@@ -1,14 +1,11 @@
 // The methods of Native.java for designs, which are values: kind, b and a go in and come out.
-#include <algorithm>
-#include <optional>
+#include "designs.h"
 
 #include "JURN_api.h"
 #include "calls.h"
 #include "coefficients/formats.h"
 #include "design/frequency_response.h"
-#include "design/prepare_once.h"
 #include "design/spectrum.h"
-#include "design/stability.h"
 
 namespace jurn::java {
 namespace {
@@ -39,50 +36,26 @@ jobjectArray check(JNIEnv* env, jclass, jint kind, jdoubleArray b, jdoubleArray 
 /** A coefficient file's bytes. */
 jobjectArray parse(JNIEnv* env, jclass, jbyteArray name, jbyteArray content, jint rate) {
   return guarded(env, [&] {
-    const ReadOptions options{
-        {}, filter_limits(Precision::kDouble), CoefficientFormat::kByContent, {}, rate};
-    const std::string path = bytes_of(env, name);
-    FilterDesign design = parse_design(path, bytes_of(env, content), options);
-    check_signs(path, std::nullopt, &design);
-    return answer(env, design);
+    return answer(env, bindings::read_design(bytes_of(env, name), bytes_of(env, content), rate));
   });
 }
 
 /** Filters in words, one in a line. */
 jobjectArray words(JNIEnv* env, jclass, jbyteArray lines, jint rate) {
-  return guarded(env, [&] {
-    std::vector<std::string> filters(1);
-    for (const char c : bytes_of(env, lines))
-      if (c == '\n')
-        filters.emplace_back();
-      else
-        filters.back() += c;
-    return answer(env, parse_equaliser_words(filters, rate));
-  });
+  return guarded(
+      env, [&] { return answer(env, bindings::design_of_words(bytes_of(env, lines), rate)); });
 }
 
 jobjectArray prepare(JNIEnv* env, jclass, jint kind, jdoubleArray b, jdoubleArray a, jint rate,
                      jboolean in_int16) {
   return guarded(env, [&] {
-    PrepareOptions options;
-    options.precision = in_int16 ? Precision::kInt16 : Precision::kDouble;
-    options.result = in_int16 ? SampleFormat::kInt16 : SampleFormat::kFloat;
-    options.rate = rate;
-    options.in_blocks = false;
-    const FilterDesign design = design_of(env, kind, b, a);
-    const CoefficientLimit limit = coefficient_limit(design.kind, options.precision);
-    const std::size_t group = design.kind == FilterDesign::kSections ? 3 : 1;
-    if (std::max(design.b.size(), design.a.size()) > limit.count * group)
-      throw Error(kUsageError, "the filter has more than " + limit.reason);
-    const auto prepared = prepare_once(design, options);
-    std::string notices;
-    for (const Notice& notice : prepared->notices)
-      notices += (notice.is_warning() ? "!" : " ") + notice.text + "\n";
+    const auto prepared = bindings::prepared(design_of(env, kind, b, a), rate,
+                                             in_int16 ? Precision::kInt16 : Precision::kDouble);
     return answer(
         env, prepared->design,
         {static_cast<double>(prepared->runs), prepared->stable ? 1.0 : 0.0, prepared->pole_radius,
          prepared->expected_error, static_cast<double>(prepared->tail)},
-        notices);
+        bindings::notices_of(*prepared));
   });
 }
 
