@@ -14,12 +14,12 @@ const library = await loadLibrary();
 const bytes = readFileSync(join(from, 'samples'));
 const samples = new Int16Array(bytes.buffer, bytes.byteOffset, bytes.length / 2);
 
-const answers = await Promise.all(cases.map(async ({ name, path, wanted, precision }) => {
+const answers = await Promise.all(cases.map(async ({ name, path, wanted, precision, room }) => {
   try {
     const design = await designer.read(path, readFileSync(join(from, name)), { rate, wanted, precision });
     const prepared = designer.prepare(design, precision);
     const stream = library.stream({ block: 128 });
-    stream.change(prepared.design);
+    stream.change(room ? library.connect([design.b], 1) : prepared.design);
     const padded = new Int16Array(Math.ceil(samples.length / 128) * 128);
     padded.set(samples);
     writeFileSync(join(to, name), stream.processInt16(padded).slice(0, samples.length));

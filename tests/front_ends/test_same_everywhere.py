@@ -103,10 +103,11 @@ def ask_node(cases, recordings=()):
     return json.loads(done.stdout)
 
 
-def by_node(cases):
-    """The answers to many cases of one process: (name, kind or None, precision)."""
+def by_node(cases, room=False):
+    """The answers to many cases of one process: (name, kind or None, precision); taps may be those
+    of a room, which convolve."""
     kinds = {"fir": "fir", "iir": "iir", "sos": "sections", None: None}
-    asked = ask_node([{"name": name, "path": name, "precision": precision,
+    asked = ask_node([{"name": name, "path": name, "precision": precision, "room": room,
                        **({"wanted": kinds[kind]} if kind else {})} for name, kind, precision in cases])
     back = {"fir": "fir", "iir": "iir", "sections": "sos"}
     for (name, _, _), answer in zip(cases, asked["answers"]):
@@ -199,6 +200,12 @@ class SameEverywhere(unittest.TestCase):
                 self.assertEqual([said, warned], [[], []])
                 np.testing.assert_allclose(jurn.read_response(name, RATE), ROOM, rtol=0,
                                            atol=1 / 32768)
+        cases = [(name, "fir", "double") for name, _ in ROOMS if not name.endswith(NOT_IN_NODE)]
+        for (name, *_), answer in zip(cases, by_node(cases, room=True)):
+            with self.subTest(file=name, by="Node"):
+                expected = tool("convolve", "--ir", name, "--block", "128", "--no-tail")[0]
+                self.assertIsNone(answer.refused)
+                np.testing.assert_array_equal(answer.samples, expected)
         for name, _ in NO_ROOMS:
             with self.subTest(file=name):
                 *_, refused = tool("convolve", "--ir", name)
