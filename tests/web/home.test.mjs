@@ -90,6 +90,7 @@ const scenes = {
   'FIR of 6000 taps': file('longer.txt', taps(6000), '6000 taps'),
   'IIR of order 4': file('iir.txt', '0.1 0.2 0.3 0.2 0.1\n1 -0.9 0.6 -0.2 0.05\n', 'numerator and denominator of 5 and 5'),
   sections: file('sos.csv', '1.2,-1.5,0.5,1,-1.5,0.7\n0.3,0,-0.3,1,-1.9,0.91\n', '2 sections'),
+  'single channels': file('two.txt', 'Preamp: -6 dB\nFilter 1: ON PK Fc 900 Hz Gain 4 dB Q 2\nChannel: L\nFilter: ON LPQ Fc 500 Hz Q 0.7\n', 'read as filters of single channels'),
   mean: kind('mean'),
   'a design': async (page) => {
     await page.click('[data-kind=design]');
@@ -114,7 +115,8 @@ const scenes = {
 
 /** What the tool refuses, too. */
 const unfit = (scene, precision, channels) =>
-  (precision === 'int16' && /1251|6000|room|head/.test(scene)) || (channels === 'four' && /room of two|head/.test(scene));
+  (precision === 'int16' && /1251|6000|room|head|single/.test(scene)) || (channels === 'four' && /room of two|head/.test(scene)) ||
+  (channels === 'mono' && /single/.test(scene));
 
 for (const [channels, recording] of Object.entries(recordings))
   test(`a recording of ${channels} channels: the command shown gives the filtered file`, async () => {

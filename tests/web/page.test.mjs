@@ -158,6 +158,8 @@ test('broken files get a sentence, and the filter stays', async () => {
     ['#coefficients', upload('photo.txt', '\xff\xd8\xff\xe0 JFIF'), 'photo.txt'],
     ['#coefficients', upload('silence.wav', wav([new Float32Array(0)], 48000, true)), 'silence.wav: holds no samples'],
     ['#coefficients', upload('flac.txt', 'fLaC\0\0\0\x22'), 'flac.txt: is audio of a kind'],
+    ['#coefficients', upload('graphic.txt', 'Channel: L\nGraphicEQ: 100 1; 1000 2\n'), 'graphic.txt: has GraphicEQ or linear filters for single channels'],
+    ['#coefficients', upload('three.txt', 'Channel: 3\nFilter: ON PK Fc 900 Hz Gain 4 dB Q 2\n'), "three.txt:1: there is no channel '3' among 2 channels"],
     ['#recording', upload('cut.wav', wav([tone(50, 0.1, 1)], 48000, true).subarray(0, 500)), 'cut.wav: was cut off (its header counts 96044 bytes, the file has 500).'],
     ['#recording', upload('noise.wav', 'RIFF....WAVEfmt nothing'), 'noise.wav: this browser cannot read it'],
     ['#recording', upload('nothing.wav', ''), 'nothing.wav: the file is empty.'],

@@ -35,6 +35,16 @@ for (const [name, filter] of Object.entries(examples)) {
   });
 }
 
+test('filters of single channels leave the others as they are', async () => {
+  const { precision: _, ...design } = examples['sections, double'];
+  const input = signal(2, 128 * 20), expected = native(design, input);
+  const [left, right] = await render({ kind: 'channels', steps: [{ channels: [1], design }] }, input);
+  assert.deepEqual(Float32Array.from(left), input[0]);
+  assert.deepEqual(Float32Array.from(right), expected[1]);
+  const three = { kind: 'channels', steps: [{ channels: [2], design }] };
+  await assert.rejects(render(three, input), /step 0 is for the channels 2; the stream has 2, counted from 0/);
+});
+
 test('changes while it runs fade without a step, whatever the kinds', async () => {
   // A slow tone: any step would stand out against its slope.
   const tone = Float32Array.from({ length: FRAMES }, (_, i) => 0.5 * Math.sin(0.01 * i));

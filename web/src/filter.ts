@@ -44,16 +44,21 @@ export async function update(exactPeak: boolean): Promise<void> {
   let filter: Filter | null = null;
   let runs: Design | null = null;
   let response: ((inputs: number) => Float32Array[]) | null = null;
+  let channels: typeof running.channels = null;
   const loading = bring();
   if (loading) {
     showNotices([{ text: 'Being loaded', warning: false }]);
     // What was chosen before is heard on, but nobody takes it home for the new one.
-    Object.assign(running, { filter: null, design: null, response: null });
+    Object.assign(running, { filter: null, design: null, response: null, channels: null });
     showCommand();
   }
   const failure = await loading?.catch((error: unknown) => error);
   const connect = (channels: Float32Array[]) => loaded.library!.connect(channels, 2);
   let peak = 0;
+  const sayGain = () => {
+    if (peak > 0.05)
+      notices.push({ text: `Gain up to +${peak.toFixed(1)} dB: a full-scale sound can clip`, warning: peak > 12 });
+  };
   chart.rate = setting.rate;
   chart.roots = null;
   chart.bands = [];
@@ -66,7 +71,23 @@ export async function update(exactPeak: boolean): Promise<void> {
   element('turn').hidden = true;
   try {
     if (failure) throw failure;
-    if (setting.kind === 'eq' || setting.kind === 'file' || setting.kind === 'design') {
+    if (setting.kind === 'file' && setting.channels) {
+      const { name, text } = setting.channels, bytes = new TextEncoder().encode(text);
+      channels = (inputs) => design.parseChannels(name, bytes, inputs, setting.rate)!;
+      const { steps } = channels(2);
+      for (const [c, side] of ['left', 'right'].entries()) {
+        const own = steps.filter((step) => step.channels.includes(c)).map((step) => step.design);
+        const whole: Design = {
+          kind: 'sections', b: [1, 0, 0, ...own.flatMap(({ b }) => Array.from(b))], a: [1, 0, 0, ...own.flatMap(({ a }) => Array.from(a))],
+        };
+        const shown = { colour: ['curve', 'second'][c], name: side };
+        curves.push({ response: respond(whole, setting.rate), ...shown });
+        if (isTime(chart.view)) chart.time.push({ ...design.timeResponses(whole), ...shown });
+        peak = Math.max(peak, exactPeak ? 20 * Math.log10(design.peakGain(whole)) : Math.max(...curves[c].response.magnitude));
+      }
+      filter = { kind: 'channels', steps };
+      sayGain();
+    } else if (setting.kind === 'eq' || setting.kind === 'file' || setting.kind === 'design') {
       const parse = (text: string) =>
         design.parse('equaliser', new TextEncoder().encode(text), { rate: setting.rate, wanted: 'sections' });
       const wanted = setting.kind === 'eq' ? parse(equaliserText(setting))
@@ -94,8 +115,7 @@ export async function update(exactPeak: boolean): Promise<void> {
           }
           peak = exactPeak ? 20 * Math.log10(design.peakGain(sounding))
             : Math.max(...(alone === null ? curves[0].response : respond(sounding, setting.rate)).magnitude);
-          if (peak > 0.05)
-            notices.push({ text: `Gain up to +${peak.toFixed(1)} dB: a full-scale sound can clip`, warning: peak > 12 });
+          sayGain();
           // Beyond one step the preparation warns by itself.
           if (setting.precision === 'int16' && runs.kind !== 'fir' && (prepared.expectedError ?? 1) < 1)
             notices.push({ text: `At most ${prepared.expectedError!.toPrecision(2)} LSB off in float, on noise at full scale`, warning: false, good: true });
@@ -146,7 +166,7 @@ export async function update(exactPeak: boolean): Promise<void> {
   element('play-loud').hidden = !loud;
   element('play-loud').textContent = `Play it at +${peak.toFixed(1)} dB`;
   if (loud) notices.push({ text: 'Not played before you click: turn the volume down first', warning: true });
-  Object.assign(running, { filter, design: runs, response: filter && response });
+  Object.assign(running, { filter, design: runs, response: filter && response, channels: filter && channels });
   chart.curves = curves;
   if (!bandIsDragged()) chart.fit();
   showNotices(notices);

@@ -13,6 +13,7 @@ let opened: { name: string; bytes: Uint8Array } | null = null;
 
 async function take(name: string, { kind, b, a = [], prepared }: Design): Promise<void> {
   setting.file = { name, kind, b, a, prepared };
+  setting.channels = null;
   await showFile();
   showKind('file');
   changed();
@@ -20,6 +21,14 @@ async function take(name: string, { kind, b, a = [], prepared }: Design): Promis
 
 export async function useCoefficients(name: string, bytes: Uint8Array): Promise<void> {
   try {
+    if ((await designer).parseChannels(name, bytes, 2, setting.rate)) {
+      sayNothing();
+      setting.channels = { name, text: new TextDecoder().decode(bytes) };
+      setting.file = opened = null;
+      await showFile();
+      showKind('file');
+      return changed();
+    }
     const design = await (await designer).read(name, bytes, { rate: setting.rate, precision: setting.precision, signs: 'keep' });
     sayNothing();
     opened = { name, bytes };
@@ -46,10 +55,10 @@ const NO_FILE = element('file-summary').textContent;
 
 /** What the file was read as, and what else it could be. */
 export async function showFile(): Promise<void> {
-  const { file } = setting;
+  const { file, channels } = setting;
   const design = await designer;
-  if (file !== setting.file) return;
-  element('file-summary').textContent = file ? `${file.name}: read as ${design.describe(file as Design)}.` : NO_FILE;
+  if (file !== setting.file || channels !== setting.channels) return;
+  element('file-summary').textContent = channels ? `${channels.name}: read as filters of single channels.` : file ? `${file.name}: read as ${design.describe(file as Design)}.` : NO_FILE;
   const kinds = file && opened?.name === file.name ? (['fir', 'iir', 'sections'] as const).filter((kind) => kind !== file.kind) : [];
   const buttons = await Promise.all(kinds.map(async (kind) => {
     try {

@@ -1,5 +1,5 @@
 // What the parts of the page share: its elements, its state, messages, and what follows a change.
-import { Library, type Filter } from 'jurn-filter';
+import { Library, type ChannelFilters, type Filter } from 'jurn-filter';
 import { DesignError, loadDesigner, type Design } from 'jurn-filter/design';
 import { Chart } from './chart.js';
 import type { Head, ImpulseResponse } from './rooms.js';
@@ -23,7 +23,9 @@ export const running: {
   design: Design | null;
   /** Of a room or a head, for a recording of so many channels. */
   response: ((inputs: number) => Float32Array[]) | null;
-} = { filter: null, design: null, response: null };
+  /** Of a text that filters single channels, for a recording of so many. */
+  channels: ((inputs: number) => ChannelFilters) | null;
+} = { filter: null, design: null, response: null, channels: null };
 /** What the rate of now has made of rooms and heads, and what connects them. */
 export const loaded: { rooms: Record<string, ImpulseResponse>; head: Head | null; library: Library | null } =
   { rooms: {}, head: null, library: null };
@@ -81,7 +83,7 @@ export async function showLink(): Promise<{ link: string; whole: boolean }> {
   showHistory();
   let hash = '#' + (await toHash(setting));
   const whole = hash.length <= LONGEST_LINK;
-  if (!whole) hash = '#' + (await toHash({ ...setting, file: null }));
+  if (!whole) hash = '#' + (await toHash({ ...setting, file: null, channels: null }));
   shown = hash;
   if (location.hash !== hash) history.replaceState(null, '', hash);
   return { link: location.href, whole };

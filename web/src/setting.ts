@@ -28,6 +28,8 @@ export interface Setting {
   bands: Band[];
   /** A design that was read from a file, as it was before it was prepared. */
   file: { name: string; kind: 'fir' | 'iir' | 'sections'; b: number[]; a: number[]; prepared?: 'double' | 'int16' } | null;
+  /** A text that filters channels in different ways; it takes the place of `file`. */
+  channels: { name: string; text: string } | null;
   design: Required<FamilyDesign>;
   room: string;
   wet: number;
@@ -49,6 +51,7 @@ export const initial = (): Setting => ({
     { on: true, type: 'HSC', frequency: 9000, gain: -3, q: 0.7 },
   ],
   file: null,
+  channels: null,
   design: {
     family: 'butterworth', order: 4, taps: 101, pass: 'low', low: 1000, high: 4000, ripple: 1, attenuation: 60,
     window: 'hamming', beta: 8, transition: 1000, weight: 1,
@@ -96,7 +99,7 @@ export const LONGEST_LINK = 8000;
 function needed(setting: Setting): Partial<Setting> {
   const before: Record<string, unknown> = { ...initial() };
   return Object.fromEntries(Object.entries(setting).filter(([key, value]) =>
-    JSON.stringify(value) !== JSON.stringify(before[key]) && (key !== 'file' || setting.kind === 'file') && (key !== 'design' || setting.kind === 'design')));
+    JSON.stringify(value) !== JSON.stringify(before[key]) && (key !== 'file' || setting.kind === 'file') && (key !== 'channels' || setting.kind === 'file') && (key !== 'design' || setting.kind === 'design')));
 }
 
 async function through(bytes: Uint8Array<ArrayBuffer>, stream: CompressionStream | DecompressionStream): Promise<Uint8Array<ArrayBuffer>> {
@@ -146,6 +149,8 @@ export function fromJson(json: string): Setting {
       q: clamp(Number(band.q) || 1, LIMITS.q),
     }));
   }
+  const channels = given.channels as Setting['channels'];
+  if (typeof channels?.text === 'string') setting.channels = { name: String(channels.name), text: channels.text };
   const wanted = given.design;
   if (typeof wanted === 'object' && wanted !== null) {
     const design: Record<string, unknown> = setting.design, from = wanted as Record<string, unknown>;

@@ -13,7 +13,7 @@ export function showKind(kind: Kind): void {
     element(`kind-${tab.dataset.kind}`).hidden = !chosen;
   });
   if (kind === 'design') void import('./design_tab.js').then(({ showDesign }) => showDesign()).catch((error) => sayError(error, 'The design tab'));
-  document.querySelector<HTMLElement>('.precision')!.hidden = kind === 'room' || kind === 'head';
+  document.querySelector<HTMLElement>('.precision')!.hidden = kind === 'room' || kind === 'head' || (kind === 'file' && setting.channels !== null);
   showHint();
 }
 

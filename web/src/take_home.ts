@@ -10,7 +10,8 @@ import { equaliserText } from './setting.js';
 const plain = (name: string) => name.replace(/\.[^.]*$/, '').replace(/[^\p{L}\p{N}_.+-]+/gu, '_').replace(/^[-.]+/, '') || 'file';
 
 function stem(): string {
-  if (setting.kind === 'file' && setting.file) return plain(setting.file.name);
+  const opened = setting.channels ?? setting.file;
+  if (setting.kind === 'file' && opened) return plain(opened.name);
   if (setting.kind === 'design') return setting.design.family;
   return { eq: 'equaliser', file: 'filter', room: 'room', head: 'head', mean: 'mean' }[setting.kind];
 }
@@ -28,7 +29,7 @@ function recordingName(): string {
 
 /** The command that gives the file of "Filtered WAV" from the other files. */
 function commandOf(): string {
-  const { design, filter, response } = running;
+  const { design, filter, response, channels } = running;
   const files = `${recordingName()} out.wav`;
   const bits = setting.precision === 'int16' ? '' : ' --bits float';
   if (design) {
@@ -37,6 +38,7 @@ function commandOf(): string {
   }
   if (filter?.kind === 'average')
     return `jurn-filter average ${files} --length ${filter.length} --precision ${setting.precision}${bits} --stamp`;
+  if (channels) return `jurn-filter setup ${files} -c ${stem()}.txt --no-tail --bits float --stamp`;
   if (response) return `jurn-filter convolve ${files} --ir ${stem()}.wav --bits float --stamp`;
   return '';
 }
@@ -59,8 +61,9 @@ export function showCommand(): void {
 }
 
 export async function saveCoefficients(): Promise<void> {
-  const { design, filter, response } = running;
-  if (response) download(`${stem()}.wav`, wav(response((await recording()).numberOfChannels), setting.rate, false));
+  const { design, filter, response, channels } = running;
+  if (channels) download(`${stem()}.txt`, setting.channels!.text);
+  else if (response) download(`${stem()}.wav`, wav(response((await recording()).numberOfChannels), setting.rate, false));
   else if (design) download(`${stem()}.txt`, (await designer).export(design, 'text', stem()));
   else if (filter?.kind === 'average')
     download(`${stem()}.txt`, (await designer).export(averageAsFir(filter.length), 'text', stem()));
@@ -104,7 +107,7 @@ export async function saveRecording(): Promise<void> {
 }
 
 export async function saveWav(): Promise<void> {
-  const { filter, response } = running;
+  const { filter, response, channels: filters } = running;
   if (!filter) return;
   const button = element<HTMLButtonElement>('save-wav');
   button.disabled = true;
@@ -112,8 +115,9 @@ export async function saveWav(): Promise<void> {
     const channels = channelsOf(await recording());
     const key = stampKey();
     // Of as many channels as the recording has, as the tool runs it.
-    const whole = response ? (await library()).connect(response(channels.length), channels.length) : filter;
-    const int16 = setting.precision === 'int16' && !response;
+    const whole = response ? (await library()).connect(response(channels.length), channels.length)
+      : filters ? filters(channels.length) : filter;
+    const int16 = setting.precision === 'int16' && !response && !filters;
     const { file, stamp } = await filterInBackground(await sound.library, whole, channels, setting.rate, int16, (part) =>
       (button.textContent = `${Math.round(100 * part)} %`));
     download(`${stem()}-filtered.wav`, file);

@@ -4,6 +4,7 @@
 #include <complex>
 #include <cstdio>
 #include <cstdlib>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -152,6 +153,33 @@ EXPORT const char* jurn_parse_archive(const char* name, int name_length, const c
   const std::string path(name, static_cast<std::size_t>(name_length));
   return read_design(path, jurn::parse_archive(path, list, options_of(wanted, int16, rate)),
                      negate);
+}
+
+/** The filters of single channels in an equaliser's text, as steps for so many channels; null where
+ * the text filters all channels alike. */
+EXPORT const char* jurn_parse_channels(const char* name, int name_length, const char* bytes,
+                                       int length, int channels, int rate) {
+  const std::string path(name, static_cast<std::size_t>(name_length));
+  const std::string_view content(bytes, static_cast<std::size_t>(length));
+  text = "null";
+  if (!jurn::names_channels(content)) return text.c_str();
+  const jurn::Setup setup =
+      jurn::parse_equaliser_setup(path, content, channels, options_of(-1, 0, rate));
+  text = "[";
+  for (const jurn::SetupStep& step : setup.steps) {
+    if (step.design.kind != FilterDesign::kSections)
+      throw std::runtime_error(
+          path +
+          ": has GraphicEQ or linear filters for single channels, which setup of "
+          "jurn-filter runs");
+    text += text.size() > 1 ? ",{" : "{";
+    append_numbers("channels", {step.channels.begin(), step.channels.end()});
+    text += ",\"design\":";
+    append_design(step.design);
+    text += '}';
+  }
+  text += ']';
+  return text.c_str();
 }
 
 /** The recording in a file: rate, channels and frames; null where there is none that the engine

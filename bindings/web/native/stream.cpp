@@ -7,12 +7,15 @@
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "Filter_control.h"
 #include "design/prepare.h"
 #include "refuse.h"
 #include "streams/convolve.h"
+#include "streams/setup_voice.h"
 #include "streams/stages.h"
 #include "streams/stamp.h"
 
@@ -204,6 +207,28 @@ EXPORT Voice* jurn_make_voice(int kind, int int16, int inputs, int block, const 
     return jurn::make_mean(static_cast<int>(b[0]), web::precision_of(int16), format).release();
   const jurn::FilterDesign design = web::design_of(kind, b, b_count, a, a_count);
   return make_voice(jurn::prepared_before(design, web::options_of(int16)), format).release();
+}
+
+/** What runs sections on single channels, step after step. Of each step `numbers` has how many
+ * channels it filters, these, how many coefficients b and a have each, and both. */
+EXPORT Voice* jurn_make_channel_filters(int inputs, int block, const double* numbers, int steps) {
+  const auto take = [&] { return static_cast<int>(*numbers++); };
+  jurn::Setup setup;
+  setup.inputs = inputs;
+  for (int i = 0; i < steps; ++i) {
+    jurn::SetupStep step{};
+    step.kind = jurn::SetupStep::kFilter;
+    step.name = "step " + std::to_string(i);
+    for (int left = take(); left > 0; --left) step.channels.push_back(take());
+    const int count = take();
+    step.design =
+        web::design_of(web::FilterDesign::kSections, numbers, count, numbers + count, count);
+    numbers += 2 * count;
+    setup.steps.push_back(std::move(step));
+  }
+  return make_setup_voice(jurn::prepare(setup, web::options_of(0)),
+                          web::format_of(inputs, inputs, block))
+      .release();
 }
 
 /** The spectra of a convolution, for jurn_make_convolution of any instance of the same build. */

@@ -1,6 +1,6 @@
 // What filters and designs have to be, said in sentences: the one check of streams, of designs and
 // of settings that come from outside.
-import type { Convolution, Filter, Fir, Iir, Numbers, Sections, Shape } from './filters.js';
+import type { ChannelFilters, Convolution, Filter, Fir, Iir, Numbers, Sections, Shape } from './filters.js';
 
 const MOST_BLOCK = 4096;
 const MOST_CHANNELS = 16;
@@ -61,6 +61,20 @@ export function checkDesign(design: Fir | Iir | Sections, most = MOST_TAPS): voi
         `b has ${b.length} and a ${a.length} coefficients; each takes three per section`);
   for (let i = 0; i < a.length; i += 3)
     check(a[i] === 1, `section ${i / 3}: a starts with ${a[i]}, not with 1`);
+}
+
+/** @internal */
+export function checkChannels({ steps }: ChannelFilters, shape: Shape): void {
+  check(Array.isArray(steps), 'steps are missing; an array of channels and design is needed');
+  check(shape.inputs === shape.outputs, 'filters of single channels need as many outputs as inputs');
+  steps.forEach((step, i) => {
+    check(typeof step === 'object' && step !== null && Array.isArray(step.channels), `step ${i} has no channels`);
+    check(step.channels.length > 0 && step.channels.every((c: number) => Number.isInteger(c) && c >= 0 && c < shape.inputs) &&
+            new Set(step.channels).size === step.channels.length,
+          `step ${i} is for the channels ${step.channels.join(', ')}; the stream has ${shape.inputs}, counted from 0`);
+    checkDesign(step.design);
+    check(step.design.kind === 'sections', `step ${i} is no filter of sections`);
+  });
 }
 
 /** @internal */

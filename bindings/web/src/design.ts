@@ -1,5 +1,5 @@
 // Coefficient files and designs: the command-line tool's own code, compiled along.
-import type { Fir, Iir, Numbers, Precision, Sections } from './filters.js';
+import type { ChannelFilters, Fir, Iir, Numbers, Precision, Sections } from './filters.js';
 import { checkDesign, checkPrecision } from './check.js';
 import { compile, type Source } from './read.js';
 import { isArchive, unfold } from './archive.js';
@@ -105,6 +105,7 @@ interface Exports {
              int16: number, rate: number, negate: number): number;
   jurn_parse_archive(name: number, nameLength: number, members: number, lengths: number, count: number,
                      wanted: number, int16: number, rate: number, negate: number): number;
+  jurn_parse_channels(name: number, nameLength: number, bytes: number, length: number, channels: number, rate: number): number;
   jurn_find_audio(name: number, nameLength: number, bytes: number, length: number): number;
   jurn_read_audio(first: number, count: number, channel: number, samples: number): number;
   jurn_prepare(kind: number, b: number, bCount: number, a: number, aCount: number,
@@ -156,6 +157,17 @@ class Designer {
     const design = this.#call<Design>([path, all, lengths], ([nameAt, allAt, lengthsAt]) =>
       this.#wasm.jurn_parse_archive(nameAt, path.length, allAt, lengthsAt, members.length, ...numbersOf(options)));
     return { ...design, precision: options.precision };
+  }
+
+  /**
+   * The filters of an equaliser's text with lines of `Channel`, for so many channels; null where it
+   * filters all channels alike.
+   */
+  parseChannels(name: string, bytes: Uint8Array, channels: number, rate: number): ChannelFilters | null {
+    const path = new TextEncoder().encode(name);
+    const steps = this.#call<ChannelFilters['steps'] | null>([path, bytes], ([nameAt, bytesAt]) =>
+      this.#wasm.jurn_parse_channels(nameAt, path.length, bytesAt, bytes.length, channels, rate));
+    return steps && { kind: 'channels', steps };
   }
 
   /**

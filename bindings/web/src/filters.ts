@@ -60,6 +60,13 @@ export interface Convolution {
   precision?: Precision;
 }
 
+/** Sections on single channels, counted from 0, step after step: of a setup of loudspeakers. */
+export interface ChannelFilters {
+  kind: 'channels';
+  steps: readonly { channels: readonly number[]; design: Sections }[];
+  precision?: 'double';
+}
+
 /** What streams run without more ado. */
 export type Runs = Fir | Iir | Sections | Average;
 
@@ -69,7 +76,7 @@ interface PreparedFor extends Shape {
 
 /** A filter that is ready for streams of the shape that it names; `Library.prepare` makes it. */
 export interface PreparedFilter extends PreparedFor {
-  runs: Runs;
+  runs: Runs | ChannelFilters;
 }
 
 /** A convolution whose spectra are computed. */
@@ -82,7 +89,7 @@ export interface PreparedConvolution extends PreparedFor {
 
 export type Prepared = PreparedFilter | PreparedConvolution;
 
-export type Filter = Runs | Convolution | Prepared;
+export type Filter = Runs | ChannelFilters | Convolution | Prepared;
 
 /** The channels and the block length of a stream. */
 export interface Shape {

@@ -1,8 +1,8 @@
 // One instance of the library and the streams that run in it. Used on the main thread, in Node and
 // inside the worklet, hence without anything that only one of them has.
-import type { Convolution, Filter, Numbers, Prepared, PreparedConvolution, Runs, Shape } from './filters.js';
+import type { ChannelFilters, Convolution, Filter, Numbers, Prepared, PreparedConvolution, Runs, Shape } from './filters.js';
 import type { CompiledLibrary } from './module.js';
-import { check, checkConvolution, checkDesign, checkObject, checkPrecision, checkShape, MOST_TAPS } from './check.js';
+import { check, checkChannels, checkConvolution, checkDesign, checkObject, checkPrecision, checkShape, MOST_TAPS } from './check.js';
 
 interface Exports {
   memory: WebAssembly.Memory;
@@ -17,6 +17,7 @@ interface Exports {
     kind: number, int16: number, inputs: number, block: number,
     b: number, bCount: number, a: number, aCount: number,
   ): number;
+  jurn_make_channel_filters(inputs: number, block: number, numbers: number, steps: number): number;
   jurn_prepare_response(
     inputs: number, outputs: number, block: number, taps: number, routes: number, count: number, b: number,
   ): number;
@@ -117,6 +118,7 @@ export class Library {
       return;
     }
     if (filter.kind === 'convolution') return checkConvolution(filter, shape);
+    if (filter.kind === 'channels') return checkChannels(filter, shape);
     check(filter.kind in KINDS, `'${filter.kind}' is no kind of filter`);
     check(shape.inputs === shape.outputs,
           'only a convolution has another number of outputs than inputs');
@@ -140,7 +142,7 @@ export class Library {
     if (filter.kind === 'prepared') return filter;
     if (filter.kind === 'convolution') return this.#transform(filter, shape);
     const { inputs, outputs, block } = shape;
-    if (filter.kind === 'average' || filter.precision === 'int16' || filter.kind === 'sections')
+    if (filter.kind === 'channels' || filter.kind === 'average' || filter.precision === 'int16' || filter.kind === 'sections')
       return { kind: 'prepared', inputs, outputs, block, runs: filter };
     return this.#with(filter, (kind, b, bCount, a, aCount) => {
       const settled = this.#made(this.#wasm.jurn_settle(kind, b, bCount, a, aCount));
@@ -258,8 +260,23 @@ export class Library {
         for (const address of held) this.#wasm.jurn_free(address);
       }
     }
-    return this.#with(ready.runs, (kind, ...coefficients) => this.#made(this.#wasm.jurn_make_voice(
-      kind, ready.runs.precision === 'int16' ? 1 : 0, shape.inputs, shape.block, ...coefficients)));
+    const { runs } = ready;
+    if (runs.kind === 'channels') return this.#makeChannels(runs, shape);
+    return this.#with(runs, (kind, ...coefficients) => this.#made(this.#wasm.jurn_make_voice(
+      kind, runs.precision === 'int16' ? 1 : 0, shape.inputs, shape.block, ...coefficients)));
+  }
+
+  #makeChannels({ steps }: ChannelFilters, shape: Shape): number {
+    const numbers = steps.flatMap(({ channels, design: { b, a } }) =>
+      [channels.length, ...channels, b.length, ...Array.from(b), ...Array.from(a)]);
+    const held: number[] = [];
+    try {
+      const at = this.#allocate(8 * numbers.length, held);
+      new Float64Array(this.#wasm.memory.buffer, at, numbers.length).set(numbers);
+      return this.#made(this.#wasm.jurn_make_channel_filters(shape.inputs, shape.block, at, steps.length));
+    } finally {
+      for (const address of held) this.#wasm.jurn_free(address);
+    }
   }
 
   /** Runs with copies of a filter's coefficients. */
