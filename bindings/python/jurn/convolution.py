@@ -10,6 +10,7 @@ from numpy.typing import ArrayLike, NDArray
 from . import _double
 from ._arrays import Channels, Samples, numbers
 from ._core import Convolution, _connections
+from .designs import check_precision
 
 _SHORT = 1024  # taps that are summed in double by default
 
@@ -21,6 +22,7 @@ def convolve(
     method: str = "auto",
     *,
     axis: int | None = None,
+    precision: str = "double",
     block: int = 1024,
     tail: bool = True,
 ) -> NDArray[Any]:
@@ -43,6 +45,9 @@ def convolve(
         to 100,000 taps, at most 4e-7 of the largest output off.
     axis : int, optional
         Axis of the frames of `x`; by default the last.
+    precision : {'double', 'int16'}, optional
+        Rounded once to the type of the result; or, for samples of int16, as on a device with 16 bits,
+        which truncates.
     block : int, optional
         Frames of a block, 1 to 4096; changes rounding within the transform.
     tail : bool, optional
@@ -66,13 +71,14 @@ def convolve(
     >>> import numpy as np
     >>> import jurn
     >>> jurn.convolve(np.array([401, 1], dtype=np.int16), [0.5, 0.25])
-    array([200, 100,   0], dtype=int16)
+    array([200, 101,   0], dtype=int16)
     """
     if mode not in ("full", "same", "valid"):
         raise ValueError(f"mode: {mode!r}; takes 'full', 'same' or 'valid'")
     if method not in ("auto", "direct", "fft"):
         raise ValueError(f"method: {method!r}; takes 'auto', 'direct' or 'fft'")
     channels = Channels(x, axis, level=2)
+    check_precision(precision, channels)
     if len(channels.rest) > 1:
         raise ValueError(f"x: has {len(channels.rest) + 1} dimensions; takes 1 or 2")
     taps = numbers(ir, "ir")
@@ -86,7 +92,7 @@ def convolve(
     ):
         y = _run_direct(channels, routes, outputs, stop)[start:]
     else:
-        y = _run(channels, routes, outputs, stop, block)[start:]
+        y = _run(channels, routes, outputs, stop, block, precision)[start:]
     if channels.flat:
         return y[:, 0] if outputs == 1 else y
     return np.moveaxis(y, 0, channels.axis)
@@ -104,18 +110,27 @@ def _kept(mode: str, frames: int, taps: int, tail: bool) -> tuple[int, int]:
 
 
 def _run(
-    x: Channels, routes: list[tuple[int, int, Samples]], outputs: int, frames: int, block: int
+    x: Channels,
+    routes: list[tuple[int, int, Samples]],
+    outputs: int,
+    frames: int,
+    block: int,
+    precision: str,
 ) -> Samples:
-    """The first frames of the result, in float32."""
+    """The first frames of the result, by float32."""
     if frames == 0 or outputs == 0:
         return np.empty((frames, outputs), x.dtype)
     stream = Convolution(routes, inputs=x.count, outputs=outputs, block=block)
-    padded = np.zeros((-(-frames // block) * block, x.count), x.samples.dtype)
+    device = precision == "int16"
+    padded = np.zeros((-(-frames // block) * block, x.count), np.int16 if device else np.float32)
     count = min(frames, len(x.samples))
     padded[:count] = x.samples[:count]
     bad = np.empty(0) if x.is_int16 else ~np.isfinite(padded)
     if not bad.any():
-        return stream.run(padded)[:frames].astype(x.dtype, copy=False).reshape(frames, outputs)
+        y = stream.run(padded)[:frames].reshape(frames, outputs)
+        if x.is_int16 and not device:
+            y = np.clip(np.rint(y), -32768, 32767)
+        return y.astype(x.dtype, copy=False)
     # A transform would spread what is not finite over its whole block.
     padded[bad] = 0.0
     y = stream.run(padded)[:frames].astype(x.dtype, copy=False).reshape(frames, outputs)
