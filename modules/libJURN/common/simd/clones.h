@@ -1,12 +1,14 @@
 /* Which clone of a kernel this CPU runs.
  *
  * The hot kernels are compiled once per instruction set from one body (for_each_clone.h). All
- * clones give the same bits; only their speed differs. JURN_PLAIN_VECTORS builds the one clone that
- * compilers without vector extensions get. */
+ * clones give the same bits; only their speed differs. JURN_ONE_CLONE leaves those of AVX2 and
+ * AVX-512 out, for a small library. JURN_PLAIN_VECTORS builds the one clone that compilers without
+ * vector extensions get. */
 #ifndef JURN_CLONES_H
 #define JURN_CLONES_H
 
-#if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(JURN_PLAIN_VECTORS)
+#if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && \
+    !defined(JURN_PLAIN_VECTORS) && !defined(JURN_ONE_CLONE)
 #define JURN_X86_CLONES 1
 #else
 #define JURN_X86_CLONES 0
