@@ -25,7 +25,7 @@ checksum_all_packages="g++-arm-linux-gnueabi g++-riscv64-linux-gnu
   libc++-$clang-dev-wasm32 libclang-rt-$clang-dev-wasm32"
 avx512_packages="bochs bochsbios vgabios isolinux syslinux-common xorriso cpio"
 java_packages="openjdk-$java-jdk-headless junit4 binutils"
-swift_packages="mmdebstrap"
+foreign_packages="mmdebstrap"
 gstreamer_packages="libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good python3-gi gir1.2-gstreamer-1.0"
 gstreamer_test_packages="jackd2 pipewire wireplumber gstreamer1.0-pipewire dbus libgtest-dev"
 live_packages="libpipewire-0.3-dev pipewire-bin"
