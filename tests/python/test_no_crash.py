@@ -36,8 +36,8 @@ EXPECTED = (TypeError, ValueError, RuntimeError, OverflowError, MemoryError, Ind
     (lambda: jurn.lfilter([1.0], 0.9 ** np.arange(5000), np.zeros(9)), "a: holds 5000"),
     (lambda: jurn.sosfilt([[np.nan, 0, 0, 1, 0, 0]], np.zeros(9), prepare=False), "finite"),
     (lambda: jurn.convolve(np.zeros(9), [np.nan]), "finite"),
-    (lambda: jurn._core._prepare(1, [], [], False, False, False, None), "no design"),
-    (lambda: jurn._core._prepare(2, [1.0] * 3, [1.0] * 6, False, False, False, None), "no design"),
+    (lambda: jurn._core._prepare(1, [], [], False, False, False, None), "no coefficients"),
+    (lambda: jurn._core._prepare(2, [1.0] * 3, [1.0] * 6, False, False, False, None), "a section takes"),
 ])
 def test_what_is_no_design_is_refused(make, message):
     with pytest.raises(ValueError, match=message):
