@@ -100,8 +100,7 @@ void add_live(CLI::App* app, Run* to_run) {
     *to_run = [options] { run(*options); };
   });
   live->footer(std::string("Keys on a terminal: ") + kKeys +
-               ".\nExamples:\n  jurn-filter live ParametricEQ.txt\n"
-               "  jurn-filter live room.wav --gain -6 --install");
+               ".\nExample:\n  jurn-filter live ParametricEQ.txt --gain -3");
 }
 
 }  // namespace jurn
