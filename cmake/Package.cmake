@@ -1,7 +1,7 @@
 # What CPack packs, when all that is installed is known.
 # One Debian package per component, each with its licence where Debian's users look for it.
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libjurn-dev)
-set(CPACK_DEBIAN_TOOL_PACKAGE_NAME jurn-filter)
+set(CPACK_DEBIAN_TOOL_PACKAGE_NAME jurn-tools)
 set(CPACK_DEBIAN_GSTREAMER_PACKAGE_NAME gstreamer1.0-jurn)
 set(CPACK_DEBIAN_LV2_PACKAGE_NAME jurn-lv2)
 set(components dev tool)
