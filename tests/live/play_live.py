@@ -3,7 +3,9 @@ quantum; files saved anew, broken, and of other kinds; other rates; a server tha
 """
 
 import os
+import pty
 import re
+import select
 import shlex
 import shutil
 import signal
@@ -305,6 +307,36 @@ def scene_service(_):
         fail("the service: " + command + asked)
 
 
+def scene_keys(_):
+    """Keys on a terminal, and the line of levels."""
+    pid, terminal = pty.fork()
+    if pid == 0:
+        os.execv(TOOL, [TOOL, "live", "eq.txt"])
+    said = ""
+
+    def wait_to_show(text):
+        nonlocal said
+        end = time.monotonic() + 30
+        while text not in said:
+            if time.monotonic() > end:
+                os.kill(pid, signal.SIGKILL)
+                fail(f"waited in vain for {text} in {said}")
+            if select.select([terminal], [], [], 0.1)[0]:
+                said += os.read(terminal, 4096).decode()
+        said = ""
+
+    for key, shown in (("", "gain +0 dB"), ("-", "gain -1 dB"), ("b", "bypassed"),
+                       ("b", "gain -1 dB")):
+        os.write(terminal, key.encode())
+        wait_to_show(shown)
+    os.write(terminal, b"q")
+    code = os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])
+    os.close(terminal)
+    print(f"keys: ended with {code}", flush=True)
+    if code != 0:
+        fail("q does not end it")
+
+
 def scene_documents(_):
     """What documents, manual and help tell people to type: each runs a second, or installs."""
     text = "".join(read(os.path.join(SOURCE, name)) for name in ("docs/live.md", "README.md"))
@@ -333,7 +365,7 @@ def scene_documents(_):
 
 
 SCENES = [scene_same_samples, scene_file_changes, scene_rates_and_servers, scene_long_room,
-          scene_service, scene_microphone, scene_documents]
+          scene_service, scene_microphone, scene_keys, scene_documents]
 
 
 def main():
