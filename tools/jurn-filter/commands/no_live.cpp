@@ -6,9 +6,8 @@ namespace jurn {
 
 void add_live(CLI::App* app, Run* run) {
   CLI::App* live = app->add_subcommand("live", "Needs a build with PipeWire");
-  live->allow_extras()->final_callback([=] {
-    *run = [] { throw Error(kUsageError, "live: this build has no PipeWire"); };
-  });
+  live->allow_extras()->final_callback(
+      [=] { *run = [] { throw Error(kUsageError, "live: this build has no PipeWire"); }; });
 }
 
 }  // namespace jurn
