@@ -127,7 +127,7 @@ AudioReader::AudioReader(const std::string& path, int max_channels, InputFormat 
   struct stat status {};
   if (fstat(descriptor_.get(), &status) != 0)
     throw Error(kInputError, path_ + ": " + std::strerror(errno));
-  const std::string kind = kind_of(descriptor_.get());  // libsndfile closes what it cannot read
+  const std::string kind = kind_of(descriptor_.get());
   if (format.rate) {
     info_.samplerate = format.rate;
     info_.channels = format.channels;
@@ -151,8 +151,11 @@ AudioReader::AudioReader(const std::string& path, int max_channels, InputFormat 
       descriptor_.swap(copy);
     }
   }
-  file_.reset(pipe_ ? pipe_->open(&info_)
-                    : sf_open_fd(descriptor_.get(), SFM_READ, &info_, SF_FALSE));
+  // libsndfile closes what it cannot read, whatever it is told. By then the number may be that of
+  // another thread's file; so it gets one of its own.
+  file_.reset(
+      pipe_ ? pipe_->open(&info_)
+            : sf_open_fd(fcntl(descriptor_.get(), F_DUPFD_CLOEXEC, 0), SFM_READ, &info_, SF_TRUE));
   check_received();
   if (!file_) {
     throw Error(kInputError, path_ + ": " + (kind.empty() ? "" : "is " + kind + ", ") +
