@@ -238,4 +238,16 @@ std::unique_ptr<Voice> make_setup_voice(const PreparedSetup& prepared, const For
   return std::make_unique<SetupVoice>(prepared, format);
 }
 
+std::unique_ptr<OfferedFilter> offer_setup(const Setup& setup, const Format& format,
+                                           SampleFormat result, const std::string& name,
+                                           std::vector<std::string>* warnings) {
+  PrepareOptions options;
+  options.result = result;
+  options.rate = format.rate;
+  const PreparedSetup prepared = prepare(setup, options);
+  for (const Notice& notice : prepared.notices)
+    if (notice.is_warning()) warnings->push_back(name + ": " + notice.text);
+  return std::make_unique<OfferedFilter>(make_setup_voice(prepared, format), prepared.latency());
+}
+
 }  // namespace jurn

@@ -75,9 +75,7 @@ std::vector<double> places_of(const std::string& path, int channels) {
   }
 }
 
-}  // namespace
-
-FilterFileKind kind_of_filter_file(const std::string& path) {
+FilterFileKind kind_of(const std::string& path) {
   if (lower(std::filesystem::path(path).extension().string()) == ".sofa")
     return FilterFileKind::kHrtf;
   const std::string content = content_of(path);
@@ -97,9 +95,11 @@ FilterFileKind kind_of_filter_file(const std::string& path) {
   }
 }
 
+}  // namespace
+
 FilterFile::FilterFile(const std::string& path, FilterFileKind kind, int rate, int channels)
     : path_(path), inputs_(channels ? channels : kUsualChannels) {
-  if (kind == FilterFileKind::kByContent) kind = kind_of_filter_file(path);
+  if (kind == FilterFileKind::kByContent) kind = kind_of(path);
   ImpulseResponseOptions options;
   options.resample = true;
   switch (kind) {
@@ -124,18 +124,17 @@ FilterFile::FilterFile(const std::string& path, FilterFileKind kind, int rate, i
     default:
       read_coefficients(rate);
   }
-  int taken = inputs_;
-  outputs_ = inputs_;
-  if (const auto* const routing = std::get_if<Routing>(&filter_)) {
-    taken = routing->inputs;
-    outputs_ = routing->outputs;
-  } else if (const auto* const setup = std::get_if<Setup>(&filter_)) {
-    taken = setup->inputs;
-    outputs_ = setup->outputs();
-  }
-  if (taken != inputs_)
-    fail(path, "takes " + count_of(static_cast<std::size_t>(taken), "channel") +
-                   ", and the stream has " + std::to_string(inputs_));
+  outputs_ = ends().outputs;
+  check_channels(path, ends(), "the stream", {inputs_, outputs_});
+}
+
+/** What it takes and makes; a design makes as many channels as it takes. */
+Ends FilterFile::ends() const {
+  if (const auto* const routing = std::get_if<Routing>(&filter_))
+    return {routing->inputs, routing->outputs};
+  if (const auto* const setup = std::get_if<Setup>(&filter_))
+    return {setup->inputs, setup->outputs()};
+  return {inputs_, inputs_};
 }
 
 /** One design, or of an equaliser that is several the setup of them. */
@@ -181,36 +180,29 @@ bool FilterFile::can_be_bypassed() const {
 std::unique_ptr<OfferedFilter> FilterFile::make(const StreamFormat& format, double gain,
                                                 std::vector<std::string>* warnings) const {
   const Format engine = engine_format(format, format.block, kConvolutionHistory);
-  PrepareOptions options;
-  options.result = SampleFormat::kFloat;
-  options.rate = format.rate;
-  std::vector<Notice> notices;
-  std::unique_ptr<Voice> voice;
-  int late = 0;
+  std::unique_ptr<OfferedFilter> made;
   if (const auto* const routing = std::get_if<Routing>(&filter_)) {
     Routing scaled = *routing;
     scale(&scaled, gain);
-    voice = make_convolution(scaled, scaled.longest(), Precision::kDouble, engine);
+    made = std::make_unique<OfferedFilter>(
+        make_convolution(scaled, scaled.longest(), Precision::kDouble, engine));
   } else if (const auto* const setup = std::get_if<Setup>(&filter_)) {
     Setup scaled = *setup;
     scale(&scaled, gain);
-    const PreparedSetup prepared = prepare(scaled, options);
-    notices = prepared.notices;
-    late = prepared.latency();
-    voice = make_setup_voice(prepared, engine);
+    made = offer_setup(scaled, engine, SampleFormat::kFloat, path_, warnings);
   } else {
     FilterDesign design = std::get<FilterDesign>(filter_);
     if (const std::string peak = check_peak(path_, design, gain); !peak.empty())
       warnings->push_back(peak + "; a lower gain avoids it");
     scale(&design, gain);
+    PrepareOptions options;
+    options.result = SampleFormat::kFloat;
+    options.rate = format.rate;
     const auto prepared = prepare_once(design, options);
-    notices = prepared->notices;
-    late = prepared->design.delay;
-    voice = make_voice(*prepared, engine);
+    for (const Notice& notice : prepared->notices)
+      if (notice.is_warning()) warnings->push_back(path_ + ": " + notice.text);
+    made = std::make_unique<OfferedFilter>(make_voice(*prepared, engine), prepared->design.delay);
   }
-  for (const Notice& notice : notices)
-    if (notice.is_warning()) warnings->push_back(path_ + ": " + notice.text);
-  auto made = std::make_unique<OfferedFilter>(std::move(voice), late);
   made->made_for = format;
   return made;
 }

@@ -13,10 +13,8 @@
 
 namespace jurn {
 
+/** What a file is: by its content, and a set of HRTFs by its ending .sofa; or as somebody says. */
 enum class FilterFileKind { kByContent, kCoefficients, kResponse, kRoutes, kSetup, kHrtf };
-
-/** What the file is: by its content, and a set of HRTFs by its ending .sofa. */
-FilterFileKind kind_of_filter_file(const std::string& path);
 
 /**
  * A file read for streams at a rate: coefficients of every format, equalisers, impulse responses,
@@ -45,6 +43,7 @@ class FilterFile {
  private:
   void read_coefficients(int rate);
   void read_hrtf(int rate);
+  Ends ends() const;
 
   std::string path_;
   int inputs_, outputs_;

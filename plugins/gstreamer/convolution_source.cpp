@@ -100,16 +100,9 @@ std::unique_ptr<OfferedFilter> ConvolutionSource::prepare_setup(
   jurn::check_channels(name, {setup.inputs, setup.outputs()}, "the stream",
                        {format.inputs, format.outputs});
   jurn::scale(&setup, jurn::from_decibels(settings.gain_db));
-  jurn::PrepareOptions options;
-  options.result = format.is_float ? jurn::SampleFormat::kFloat : jurn::SampleFormat::kInt16;
-  options.rate = format.rate;
-  const jurn::PreparedSetup prepared = jurn::prepare(setup, options);
-  for (const jurn::Notice& notice : prepared.notices)
-    if (notice.is_warning()) warnings->push_back(name + ": " + notice.text);
-  return std::make_unique<OfferedFilter>(
-      jurn::make_setup_voice(prepared,
-                             engine_format(format, format.block, jurn::kConvolutionHistory)),
-      prepared.latency());
+  return jurn::offer_setup(
+      setup, engine_format(format, format.block, jurn::kConvolutionHistory),
+      format.is_float ? jurn::SampleFormat::kFloat : jurn::SampleFormat::kInt16, name, warnings);
 }
 
 std::unique_ptr<OfferedFilter> ConvolutionSource::prepare(const StreamFormat& format,

@@ -40,13 +40,10 @@ class LoudspeakerSetup final : public Plugin {
     check_channels(wanted.file, {setup.inputs, outputs}, "this plugin",
                    {format().inputs, std::min(outputs, format().outputs)});
     setup.steps.push_back(to_outputs(outputs));
-    PrepareOptions options;
-    options.result = SampleFormat::kFloat;
-    options.rate = wanted.rate;
-    const PreparedSetup prepared = prepare(setup, options);
-    for (const Notice& notice : prepared.notices)
-      if (notice.is_warning()) host().warn(wanted.file + ": " + notice.text);
-    return offer_of(make_setup_voice(prepared, format()), prepared.latency());
+    std::vector<std::string> warnings;
+    auto made = offer_setup(setup, format(), SampleFormat::kFloat, wanted.file, &warnings);
+    for (const std::string& text : warnings) host().warn(text);
+    return made;
   }
 };
 

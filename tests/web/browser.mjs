@@ -3,6 +3,7 @@ import { existsSync, readFileSync, statSync } from 'node:fs';
 import { createServer } from 'node:http';
 import { createRequire } from 'node:module';
 import { extname, join, normalize } from 'node:path';
+import { after, before } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
@@ -45,6 +46,20 @@ export const launch = (...args) =>
     args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
            '--disable-background-networking', '--disable-component-update', '--disable-sync', ...args],
   });
+
+/** What a test file has between its first and its last test, once it calls serveAndLaunch(). */
+export let server, browser;
+
+export function serveAndLaunch(...args) {
+  before(async () => {
+    server = await serve();
+    browser = await launch(...args);
+  });
+  after(async () => {
+    await browser?.close();
+    server?.close();
+  });
+}
 
 /** Debian's Firefox, over WebDriver BiDi. */
 export const launchFirefox = () => require('puppeteer-core').launch({

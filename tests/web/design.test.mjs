@@ -4,27 +4,17 @@ import { execFileSync } from 'node:child_process';
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import { after, before, test } from 'node:test';
+import { after, test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 import { loadDesigner } from '../../bindings/web/dist/design.node.js';
-import { launch, open, serve } from './browser.mjs';
+import { browser, open, serveAndLaunch, server } from './browser.mjs';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
 const tool = process.env.JURN_FILTER ?? join(root, 'build/release/tools/jurn-filter/jurn-filter');
 const folder = mkdtempSync(join(tmpdir(), 'jurn-design-'));
 const designer = await loadDesigner();
-let server, browser;
-
-before(async () => {
-  server = await serve();
-  browser = await launch();
-});
-
-after(async () => {
-  await browser?.close();
-  server?.close();
-  rmSync(folder, { recursive: true });
-});
+serveAndLaunch();
+after(() => rmSync(folder, { recursive: true }));
 
 const says = (page, id, text) => page.waitForFunction(
   ([at, part]) => document.getElementById(at).textContent.includes(part), [id, text]);

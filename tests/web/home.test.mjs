@@ -5,24 +5,14 @@ import { execFileSync } from 'node:child_process';
 import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { dirname, join, resolve } from 'node:path';
-import { after, before, test } from 'node:test';
+import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 import { wav } from '../../build/web/files.js';
-import { launch, open, serve } from './browser.mjs';
+import { browser, open, serveAndLaunch, server } from './browser.mjs';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
 const tool = resolve(root, process.env.JURN_FILTER ?? 'build/release/tools/jurn-filter/jurn-filter');
-let server, browser;
-
-before(async () => {
-  server = await serve();
-  browser = await launch();
-});
-
-after(async () => {
-  await browser?.close();
-  server?.close();
-});
+serveAndLaunch();
 
 const upload = (name, content) => ({ name, mimeType: '', buffer: Buffer.from(content) });
 const noise = (length, seed, level) => {

@@ -4,24 +4,14 @@ import { execFileSync } from 'node:child_process';
 import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import { after, before, test } from 'node:test';
+import { test } from 'node:test';
 import { fileURLToPath, pathToFileURL } from 'node:url';
 import { native } from '../../bindings/web/tests/native.mjs';
 import { wav } from '../../build/web/files.js';
-import { launch, open, serve } from './browser.mjs';
+import { browser, open, serveAndLaunch, server } from './browser.mjs';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
-let server, browser;
-
-before(async () => {
-  server = await serve();
-  browser = await launch('--use-fake-device-for-media-stream', '--deny-permission-prompts');
-});
-
-after(async () => {
-  await browser?.close();
-  server?.close();
-});
+serveAndLaunch('--use-fake-device-for-media-stream', '--deny-permission-prompts');
 
 const open_ = (options, hash = '') => open(browser, `${server.url}/${hash}`, options);
 

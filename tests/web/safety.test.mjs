@@ -2,23 +2,13 @@
 // that do not fit, long recordings, links and undo.
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
-import { after, before, test } from 'node:test';
+import { test } from 'node:test';
 import { fromHash, initial, toHash } from '../../build/web/setting.js';
 import { byChance } from '../../build/web/chance.js';
 import { wav } from '../../build/web/files.js';
-import { launch, open, serve } from './browser.mjs';
+import { browser, open, serveAndLaunch, server } from './browser.mjs';
 
-let server, browser;
-
-before(async () => {
-  server = await serve();
-  browser = await launch();
-});
-
-after(async () => {
-  await browser?.close();
-  server?.close();
-});
+serveAndLaunch();
 
 const open_ = (hash = '', options = { viewport: { width: 1300, height: 900 } }) => open(browser, `${server.url}/${hash}`, options);
 const tone = (frequency, level, seconds) =>

@@ -80,25 +80,28 @@ def write_text(path: str, text: str) -> None:
 @contextmanager
 def fetched(folder: str, name: str) -> Iterator[str]:
     """A path of this machine where the file can be read."""
-    if not is_url(folder):
-        yield os.path.join(folder, name)
-        return
-    storage, root = _opened(folder)
-    with tempfile.TemporaryDirectory() as here:
-        path = os.path.join(here, os.path.basename(name))
-        storage.get_file(f"{root}/{name}", path)
+    with _here(folder, name) as (path, storage, there):
+        if storage:
+            storage.get_file(there, path)
         yield path
 
 
 @contextmanager
 def stored(folder: str, name: str) -> Iterator[str]:
     """A path of this machine where the file can be written; it is stored when all went well."""
+    with _here(folder, name) as (path, storage, there):
+        yield path
+        if storage:
+            storage.makedirs(os.path.dirname(there), exist_ok=True)
+            storage.put_file(path, there)
+
+
+@contextmanager
+def _here(folder: str, name: str) -> Iterator[tuple[str, Any, str]]:
+    """The file's path, or for one of a storage that of a copy, the storage, and its path there."""
     if not is_url(folder):
-        yield os.path.join(folder, name)
+        yield os.path.join(folder, name), None, ""
         return
     storage, root = _opened(folder)
     with tempfile.TemporaryDirectory() as here:
-        path = os.path.join(here, os.path.basename(name))
-        yield path
-        storage.makedirs(os.path.dirname(f"{root}/{name}"), exist_ok=True)
-        storage.put_file(path, f"{root}/{name}")
+        yield os.path.join(here, os.path.basename(name)), storage, f"{root}/{name}"

@@ -73,7 +73,7 @@ const pw_stream_events PipewireNode::kInEvents = [] {
   };
   // What follows runs in the same cycle.
   events.process = [](void* self) {
-    pw_stream_trigger_process(static_cast<PipewireNode*>(self)->out_.stream);
+    pw_stream_trigger_process(static_cast<PipewireNode*>(self)->out_.stream.get());
   };
   return events;
 }();
@@ -92,23 +92,13 @@ const pw_stream_events PipewireNode::kOutEvents = [] {
 PipewireNode::PipewireNode(pw_loop* loop, const NodeOptions& options, LiveAudio* audio,
                            std::function<void(int rate)> on_rate)
     : audio_(audio), on_rate_(std::move(on_rate)), context_(make_context(loop)) {
-  core_ = context_ ? pw_context_connect(context_, nullptr, 0) : nullptr;
-  if (!core_) {
-    const std::string reason = std::strerror(errno);
-    if (context_) pw_context_destroy(context_);
-    throw Error(kInputError, "PipeWire: no server answers (" + reason + ")");
-  }
-  pw_core_add_listener(core_, &core_listener_, &kCoreEvents, this);
+  if (context_) core_.reset(pw_context_connect(context_.get(), nullptr, 0));
+  if (!core_)
+    throw Error(kInputError,
+                std::string("PipeWire: no server answers (") + std::strerror(errno) + ")");
+  pw_core_add_listener(core_.get(), &core_listener_, &kCoreEvents, this);
   connect(&in_, PW_DIRECTION_INPUT, options);
   connect(&out_, PW_DIRECTION_OUTPUT, options);
-}
-
-PipewireNode::~PipewireNode() {
-  for (Side* const side : {&in_, &out_})
-    if (side->stream) pw_stream_destroy(side->stream);
-  spa_hook_remove(&core_listener_);
-  pw_core_disconnect(core_);
-  pw_context_destroy(context_);
 }
 
 void PipewireNode::connect(Side* side, pw_direction direction, const NodeOptions& options) {
@@ -132,16 +122,17 @@ void PipewireNode::connect(Side* side, pw_direction direction, const NodeOptions
     if (!options.target.empty())
       pw_properties_set(properties, PW_KEY_TARGET_OBJECT, options.target.c_str());
   }
-  side->stream = pw_stream_new(core_, name.c_str(), properties);
+  side->stream.reset(pw_stream_new(core_.get(), name.c_str(), properties));
   if (!side->stream) throw Error(kInputError, "PipeWire: makes no stream");
-  pw_stream_add_listener(side->stream, &side->listener, is_in ? &kInEvents : &kOutEvents, this);
+  pw_stream_add_listener(side->stream.get(), &side->listener, is_in ? &kInEvents : &kOutEvents,
+                         this);
   spa_audio_info_raw info = format_of(is_in ? audio_->inputs() : audio_->outputs());
   std::array<std::uint8_t, 1024> memory;
   spa_pod_builder builder = SPA_POD_BUILDER_INIT(memory.data(), memory.size());
   const spa_pod* formats[] = {spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &info)};
   const int flags = PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS |
                     PW_STREAM_FLAG_RT_PROCESS | (is_in ? 0 : PW_STREAM_FLAG_TRIGGER);
-  if (const int problem = pw_stream_connect(side->stream, direction, PW_ID_ANY,
+  if (const int problem = pw_stream_connect(side->stream.get(), direction, PW_ID_ANY,
                                             static_cast<pw_stream_flags>(flags), formats, 1);
       problem < 0)
     throw Error(kInputError, std::string("PipeWire: ") + std::strerror(-problem));
@@ -172,7 +163,8 @@ void PipewireNode::tell_latency() {
     std::array<std::uint8_t, 1024> memory;
     spa_pod_builder builder = SPA_POD_BUILDER_INIT(memory.data(), memory.size());
     const spa_pod* params[] = {spa_latency_build(&builder, SPA_PARAM_Latency, &latency)};
-    pw_stream_update_params(direction == SPA_DIRECTION_INPUT ? in_.stream : out_.stream, params, 1);
+    pw_stream_update_params((direction == SPA_DIRECTION_INPUT ? in_ : out_).stream.get(), params,
+                            1);
   }
 }
 
@@ -184,8 +176,8 @@ void PipewireNode::process() {
     expected_ = clock.position + clock.duration;
     clock_ = clock.id;
   }
-  pw_buffer* const in = pw_stream_dequeue_buffer(in_.stream);
-  pw_buffer* const out = pw_stream_dequeue_buffer(out_.stream);
+  pw_buffer* const in = pw_stream_dequeue_buffer(in_.stream.get());
+  pw_buffer* const out = pw_stream_dequeue_buffer(out_.stream.get());
   if (!in || !out) audio_->miss();
   if (out && !in)
     for (std::uint32_t c = 0; c < out->buffer->n_datas; ++c) out->buffer->datas[c].chunk->size = 0;
@@ -212,8 +204,8 @@ void PipewireNode::process() {
       chunk->stride = sizeof(float);
     }
   }
-  if (in) pw_stream_queue_buffer(in_.stream, in);
-  if (out) pw_stream_queue_buffer(out_.stream, out);
+  if (in) pw_stream_queue_buffer(in_.stream.get(), in);
+  if (out) pw_stream_queue_buffer(out_.stream.get(), out);
 }
 
 }  // namespace jurn

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "live/live_audio.h"
@@ -30,7 +31,6 @@ class PipewireNode {
   /** Calls on_rate(rate) whenever the graph told the rate of the samples, before any of them. */
   PipewireNode(pw_loop* loop, const NodeOptions& options, LiveAudio* audio,
                std::function<void(int rate)> on_rate);
-  ~PipewireNode();
   PipewireNode(const PipewireNode&) = delete;
   PipewireNode& operator=(const PipewireNode&) = delete;
 
@@ -40,10 +40,15 @@ class PipewireNode {
   void tell_latency();
 
  private:
+  struct Free {
+    void operator()(pw_context* context) const { pw_context_destroy(context); }
+    void operator()(pw_core* core) const { pw_core_disconnect(core); }
+    void operator()(pw_stream* stream) const { pw_stream_destroy(stream); }
+  };
   struct Side {
-    pw_stream* stream = nullptr;
     spa_hook listener{};
     int rate = 0;
+    std::unique_ptr<pw_stream, Free> stream;
   };
 
   void connect(Side* side, pw_direction direction, const NodeOptions& options);
@@ -55,16 +60,17 @@ class PipewireNode {
 
   LiveAudio* audio_;
   std::function<void(int rate)> on_rate_;
-  pw_context* context_ = nullptr;
-  pw_core* core_ = nullptr;
-  spa_hook core_listener_{};
-  Side in_, out_;
   std::atomic<spa_io_position*> position_{nullptr};
   std::uint64_t expected_ = 0;  // position of the next cycle
   std::uint32_t clock_ = 0;     // that it is one of
   bool is_lost_ = false;
   int told_latency_ = 0;
   spa_latency_info latency_[2]{};  // of what follows and of what comes before
+  // Each after what it needs, also where a later one cannot be made.
+  spa_hook core_listener_{};
+  std::unique_ptr<pw_context, Free> context_;
+  std::unique_ptr<pw_core, Free> core_;
+  Side in_, out_;
 };
 
 }  // namespace jurn

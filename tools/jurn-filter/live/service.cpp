@@ -83,6 +83,10 @@ std::string install_service(const std::string& name, const std::vector<std::stri
     run_systemctl({"enable", unit_of(name)});
     run_systemctl({"restart", unit_of(name)});
   } catch (const Error&) {
+    try {
+      run_systemctl({"disable", unit_of(name)});
+    } catch (const Error&) {  // the first one says why
+    }
     fs::remove(path, problem);
     throw;
   }
