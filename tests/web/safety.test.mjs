@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { test } from 'node:test';
 import { fromHash, initial, toHash } from '../../build/web/setting.js';
-import { byChance } from '../../build/web/chance.js';
+import { byChance, perCent } from '../../build/web/chance.js';
 import { wav } from '../../build/web/files.js';
 import { browser, open, serveAndLaunch, server } from './browser.mjs';
 
@@ -128,13 +128,15 @@ test('a blind test: nothing shows which one sounds, and answers are counted', as
   assert.ok(await page.locator('#hear-original').isDisabled());
   for (let i = 0; i < 4; ++i) await page.click('[data-answer=original]');
   const score = await page.textContent('#score');
-  assert.match(score, /(Right|No): X was [AB], .*[0-4] of 4 right; guessing does as well in [\d.]+ %/);
+  const [, hits, chance] = score.match(/(?:Right|No): X was [AB], .*([0-4]) of 4 right; guessing does as well in ([\d.]+) %/);
+  assert.equal(chance, { 0: '100', 1: '94', 2: '69', 3: '31', 4: '6.3' }[hits]);
   await page.keyboard.press('f');
   await page.click('#blind');
   assert.ok(await page.locator('#abx').isHidden());
   assert.equal(await page.getAttribute('#hear-filtered', 'aria-checked'), 'true');
   await close();
   assert.deepEqual([byChance(4, 4), byChance(0, 3), byChance(9, 10)], [1 / 16, 1, 11 / 1024]);
+  assert.deepEqual([1, 0.6875, 0.0625, 0.00098, 9.5e-7].map(perCent), ['100', '69', '6.3', '0.098', 'less than 0.001']);
 });
 
 test('what does not fit is said at once, and what depends on it is off', async () => {

@@ -1,5 +1,5 @@
 // The blind test: which of original and filtered is X? With the score and how likely guessing gives it.
-import { byChance } from './chance.js';
+import { byChance, perCent } from './chance.js';
 import { element, input, setting, sound } from './page.js';
 import { hear, togglePlay } from './recordings.js';
 
@@ -19,7 +19,7 @@ function next(): void {
 }
 
 function show(last = ''): void {
-  const chance = asked > 0 ? `${right} of ${asked} right; guessing does as well in ${(100 * byChance(right, asked)).toPrecision(2)} % of tests. ` : '';
+  const chance = asked > 0 ? `${right} of ${asked} right; guessing does as well in ${perCent(byChance(right, asked))} % of tests. ` : '';
   element('score').textContent = `${last}${chance}Listen to A, B and X as often as you like. Both are as loud; nothing on the page shows which one sounds.`;
 }
 

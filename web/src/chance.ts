@@ -9,3 +9,9 @@ export function byChance(hits: number, trials: number): number {
   }
   return sum / Math.pow(2, trials);
 }
+
+/** A chance in per cent as people write it: "100", "69", "0.098". */
+export function perCent(chance: number): string {
+  if (chance >= 0.1) return (100 * chance).toFixed(0);
+  return chance < 1e-5 ? 'less than 0.001' : `${+(100 * chance).toPrecision(2)}`;
+}
