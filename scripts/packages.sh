@@ -14,6 +14,7 @@ phone_packages="clang g++-aarch64-linux-gnu qemu-user llvm-19 binutils python3"
 sanitizer_packages="clang libclang-rt-$clang-dev"
 install_packages="clang qemu-user g++-aarch64-linux-gnu g++-arm-linux-gnueabihf dpkg-dev file"
 docs_packages="doxygen doxygen-awesome-css chromium fonts-dejavu-core"
+abi_packages="abigail-tools"
 style_packages="clang clang-format clang-tidy cppcheck"
 checksum_packages="clang g++-aarch64-linux-gnu g++-arm-linux-gnueabihf g++-s390x-linux-gnu qemu-user"
 web_packages="cmake make clang lld wasi-libc libc++-$clang-dev-wasm32 libclang-rt-$clang-dev-wasm32
