@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <new>
 
 #include "coefficients/parse.h"
 #include "errors.h"
@@ -16,6 +17,7 @@ namespace {
 }
 
 [[noreturn]] void fail(const std::string& path, int reason) {
+  if (reason == MYSOFA_NO_MEMORY) throw std::bad_alloc();
   if (!std::filesystem::exists(path)) refuse(path, "no such file");
   refuse(path, "no SOFA file of head-related impulse responses (libmysofa's error " +
                    std::to_string(reason) + ")");

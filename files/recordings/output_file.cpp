@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "errors.h"
 #include "recordings/pipe.h"
@@ -111,7 +112,7 @@ OutputFile::OutputFile(const std::string& path, bool overwrite) : path_(path) {
     descriptor_.reset(open(temporary.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666));
   } while (descriptor_.get() < 0 && errno == EEXIST);
   if (descriptor_.get() < 0) fail_to_write(path, errno, "");
-  temporary_ = temporary;
+  temporary_ = std::move(temporary);  // what allocated here could leave the file behind
 }
 
 OutputFile::~OutputFile() {

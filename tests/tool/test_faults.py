@@ -92,6 +92,79 @@ class FaultTest(ToolTest):
                 self.assertRegex(done.stderr, rf"\Ajurn-filter: {name}: [^\n]+\n\Z")
             self.assertGreater(failures, 1, name)
 
+    @unittest.skipIf("-fsanitize" in COMPILER, "a sanitizer wants to be loaded first")
+    def test_memory_used_up(self):
+        """From one allocation on, whichever, all fail: one line, and nothing half done."""
+        with open("scarce.c", "w", encoding="ascii") as file:
+            file.write("""
+                #define _GNU_SOURCE
+                #include <link.h>
+                #include <stdio.h>
+                #include <stdlib.h>
+                #include <string.h>
+                extern void *__libc_malloc(size_t), *__libc_memalign(size_t, size_t);
+                static long begun, count, left;
+                static struct { char *from, *to; } code[8]; /* the tool's and libstdc++'s */
+                static int add(struct dl_phdr_info* file, size_t size, void* codes) {
+                  if (*file->dlpi_name && !strstr(file->dlpi_name, "libstdc++")) return 0;
+                  for (int i = 0; i < file->dlpi_phnum; ++i)
+                    if ((file->dlpi_phdr[i].p_flags & PF_X) && *(int*)codes < 8) {
+                      code[*(int*)codes].from = (char*)file->dlpi_addr + file->dlpi_phdr[i].p_vaddr;
+                      code[*(int*)codes].to = code[*(int*)codes].from + file->dlpi_phdr[i].p_memsz;
+                      ++*(int*)codes;
+                    }
+                  return 0;
+                }
+                /* libsndfile and libmysofa fall where they get no memory: they are spared. */
+                static int fails(char* caller) {
+                  for (int i = 0; begun && i < 8; ++i)
+                    if (caller >= code[i].from && caller < code[i].to) return ++count > left;
+                  return 0;
+                }
+                void* malloc(size_t n) {
+                  return fails(__builtin_return_address(0)) ? 0 : __libc_malloc(n);
+                }
+                void* aligned_alloc(size_t to, size_t n) {
+                  return fails(__builtin_return_address(0)) ? 0 : __libc_memalign(to, n);
+                }
+                __attribute__((constructor)) static void begin(void) {
+                  int codes = 0;
+                  left = atol(getenv("ALLOCATIONS"));
+                  dl_iterate_phdr(add, &codes);
+                  begun = 1;
+                }
+                __attribute__((destructor)) static void end(void) {
+                  begun = 0;
+                  FILE* file = fopen("count", "w");
+                  fprintf(file, "%ld", count);
+                  fclose(file);
+                }""")
+        subprocess.run([*COMPILER.split(), "-shared", "-fPIC", "-o", "scarce.so", "scarce.c"], check=True)
+        write_numbers("taps.txt", np.hanning(9001)[None] / 4500)
+
+        def run(arguments, allocations):
+            settings = {"LD_PRELOAD": os.path.abspath("scarce.so"), "ALLOCATIONS": str(allocations)}
+            return subprocess.run([TOOL, *arguments, "-q"], capture_output=True, text=True,
+                                  env={**os.environ, **settings})
+
+        random = np.random.default_rng(5)
+        before = sorted(os.listdir())
+        for arguments in (["eq", SPEECH, "out.flac", "PK 1000 -6 Q 1"], ["level", SPEECH, "out.csv"],
+                          ["fir", SPEECH, "out.wav", "-c", "taps.txt"],
+                          ["convolve", SPEECH, "out.wav", "--ir", "taps.txt", "--gain", "-3"],
+                          ["binaural", SPEECH, "out.wav", "--azimuth", "30"]):
+            done = run(arguments, 10**9)
+            self.assertEqual(done.returncode, 0, done.stderr)
+            os.remove(arguments[2])
+            with open("count", encoding="ascii") as file:
+                whole = int(file.read())
+            # The command line alone takes thousands; the last ones are where files are open.
+            for allocations in sorted({*random.integers(500, whole, 4), *random.integers(whole - 300, whole, 10)}):
+                done = run(arguments, allocations)
+                self.assertEqual((done.returncode, done.stderr), (3, "jurn-filter: not enough memory\n"),
+                                 (arguments, allocations))
+                self.assertEqual(sorted({*os.listdir()} - {"count"}), before, (arguments, allocations))
+
     def test_unreadable(self):
         arguments = ["fir", "secret.wav", "out.wav", "-c", "one.txt"]
         subprocess.run(["cp", SPEECH, "secret.wav"], check=True)

@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -85,9 +88,27 @@ int finish_output(int code) {
                       "standard output: cannot be written (" + reason + ")");
 }
 
+/** Says that the memory is used up, without any. */
+int report_no_memory() {
+  std::fputs("jurn-filter: not enough memory\n", stderr);
+  return exit_code(kInputError);
+}
+
+/** CLI11 allocates in functions that promise not to throw. */
+[[noreturn]] void end_where_nothing_may_be_thrown() {
+  try {
+    if (const auto error = std::current_exception()) std::rethrow_exception(error);
+  } catch (const std::bad_alloc&) {
+    std::_Exit(report_no_memory());
+  } catch (...) {
+  }
+  std::abort();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  std::set_terminate(end_where_nothing_may_be_thrown);
   try {
     CLI::App app("Filters recordings: FIR, IIR, sections, moving average, long impulse responses.",
                  "jurn-filter");
@@ -111,7 +132,9 @@ int main(int argc, char** argv) {
     } catch (const Error& e) {
       return report_error(exit_code(e.kind), e.what());
     }
-  } catch (const std::exception& e) {  // also what reports an error, where the memory is used up
+  } catch (const std::bad_alloc&) {
+    return report_no_memory();
+  } catch (const std::exception& e) {
     std::fprintf(stderr, "jurn-filter: %s\n", e.what());
     return exit_code(kInputError);
   }
