@@ -115,6 +115,8 @@ Setup parse_equaliser_setup(const std::string& path, std::string_view text, int 
                             const ReadOptions& options);
 /** Whether such a text filters channels in different ways. */
 bool names_channels(std::string_view text);
+/** Whether a text has an equaliser's lines: those of room correction programs and AutoEq. */
+bool holds_equaliser(std::string_view text);
 /** The chain of a file's text, if `path` names one. */
 std::vector<FilterDesign> load_equaliser(const std::string& path,
                                          const std::vector<std::string>& filters,

@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "coefficients/libraries.h"
+#include "coefficients/measurement.h"
 #include "coefficients/parse.h"
 #include "recordings/audio_io.h"
 #include "recordings/signals.h"
@@ -120,6 +121,12 @@ std::vector<FilterDesign> load_equaliser(const std::string& path,
   const bool piped = path == kStandardStream;
   const std::string bytes = piped ? read_standard_input() : read_file(path);
   return parse_equaliser_chain(piped ? "standard input" : path, bytes, filters, options);
+}
+
+std::vector<GraphicPoint> load_measurement(const std::string& path) {
+  const bool piped = path == kStandardStream;
+  const std::string bytes = piped ? read_standard_input() : read_file(path);
+  return parse_measurement(piped ? "standard input" : path, bytes);
 }
 
 std::optional<Setup> load_channel_filters(const std::string& path,

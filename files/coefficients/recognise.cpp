@@ -37,7 +37,7 @@ CoefficientFormat text_format(std::string_view text) {
   const std::size_t first = text.find_first_not_of(" \t\r\n\xEF\xBB\xBF");
   if (first != std::string_view::npos && text[first] == '{') return CoefficientFormat::kJson;
   if (any(is_camilla_line)) return CoefficientFormat::kCamilla;
-  if (any(is_equaliser_line)) return CoefficientFormat::kEqualiser;
+  if (holds_equaliser(text)) return CoefficientFormat::kEqualiser;
   if (any([](std::string_view line) {
         const std::vector<std::string_view> words = split(line, " \t,");
         return !words.empty() && lower(words[0].substr(0, 6)) == "biquad" && is_digit(words[0], 6);
@@ -53,6 +53,12 @@ CoefficientFormat text_format(std::string_view text) {
 }
 
 }  // namespace
+
+bool holds_equaliser(std::string_view text) {
+  const std::string plain = plain_text(text);
+  const std::vector<std::string_view> lines = lines_of(plain);
+  return std::any_of(lines.begin(), lines.end(), is_equaliser_line);
+}
 
 CoefficientFormat recognise(const std::string& path, std::string_view bytes) {
   const std::string_view kind = kind_of_file(bytes);

@@ -24,6 +24,10 @@ FOUND = (
     b"* Impulse Response data saved by REW\n2.0833333E-5 // Sample interval\n* Data start\n1\n",
     b"biquad1,\nb0=1.0,\nb1=0.5,\nb2=0.0,\na1=0.5,\na2=0.1\n",
 )
+MEASURED = (  # read as measurements, by another bit of the first byte
+    b'* Freq(Hz) SPL(dB) Phase(degrees)\n20.5 75.1 -3\n25 76 4\n"100" 77\n1e3, 70\n20000;71\n',
+    b"frequency,raw\n20,5\n200,6\n1000,0\n2000,-3\n20000,1\n",
+)
 
 
 def contents(files):
@@ -45,6 +49,9 @@ def main(folder):
         if len(text) <= MOST:
             with open(os.path.join(folder, f"seed{i:03}"), "wb") as file:
                 file.write(bytes([WITH_RATE, 0]) + text)
+    for i, text in enumerate(MEASURED):
+        with open(os.path.join(folder, f"measured{i}"), "wb") as file:
+            file.write(bytes([32, 0]) + text)
 
 
 if __name__ == "__main__":

@@ -1,10 +1,11 @@
 /* The tool's readers of coefficient files: whatever a file holds, the result is a design within the
- * limit whose numbers a float holds, or one line that names the file. The first bytes choose what
- * is wanted and the format. */
+ * limit whose numbers a float holds, points that rise, or one line that names the file. The first
+ * bytes choose what is wanted and the format. */
 #include <string>
 
 #include "../walks/walk.h"
 #include "coefficients/formats.h"
+#include "coefficients/measurement.h"
 #include "errors.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -24,6 +25,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (data[0] & 64) options.variables = {"b", "a"};
   const std::string path = "name";
   try {
+    if (data[0] & 32) {  // a measurement
+      double before = 0.0;
+      for (const jurn::GraphicPoint& point :
+           jurn::parse_measurement(path, {reinterpret_cast<const char*>(data) + 2, size - 2})) {
+        require(point.frequency > before && std::fabs(point.gain) <= 300.0, "points rise");
+        before = point.frequency;
+      }
+      return 0;
+    }
     const jurn::FilterDesign design =
         jurn::parse_design(path, {reinterpret_cast<const char*>(data) + 2, size - 2}, options);
     const size_t most = (design.kind == jurn::FilterDesign::kSections ? 3 : 1) * limit.count;

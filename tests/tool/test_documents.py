@@ -55,6 +55,8 @@ class DocumentsTest(ToolTest):
         np.savetxt("sections.txt", signal.butter(4, 0.2, output="sos"))
         shutil.copytree(SOURCE / "examples/setups", "examples/setups")
         shutil.copy("examples/setups/two-way.yml", ".")
+        for name in ("headphone.csv", "wanted.csv"):
+            Path(name).write_text("frequency,raw\n20,71\n100,75\n1000,70\n3000,78\n20000,60\n", encoding="utf-8")
         Path("eq.txt").write_text("Filter 1: ON PK Fc 3000 Hz Gain -4 dB Q 2\n", encoding="utf-8")
 
     def test_every_command_works_as_it_stands(self):

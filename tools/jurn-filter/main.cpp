@@ -39,7 +39,8 @@ void parse(std::vector<std::string> arguments, CLI::App* app, Request* request) 
        {add_fir, add_iir, add_sos, add_eq, add_average, add_convolve, add_binaural, add_setup})
     add(app, request->filters.back().get(), follows ? nullptr : &request->files);
   if (!follows)
-    for (const auto& add : {add_level, add_response, add_spectrogram, add_export, add_live})
+    for (const auto& add :
+         {add_level, add_response, add_spectrogram, add_export, add_fit, add_live})
       add(app, &request->run);
   const std::string name = arguments.empty() ? "" : arguments.back();
   std::string known;

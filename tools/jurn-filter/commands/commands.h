@@ -23,6 +23,7 @@ void add_level(CLI::App* app, Run* run);
 void add_response(CLI::App* app, Run* run);
 void add_spectrogram(CLI::App* app, Run* run);
 void add_export(CLI::App* app, Run* run);
+void add_fit(CLI::App* app, Run* run);
 void add_live(CLI::App* app, Run* run);
 
 }  // namespace jurn
