@@ -17,8 +17,8 @@
 namespace jurn {
 namespace {
 
-constexpr double kPerOctave = 48.0;
-constexpr double kLeastGain = 0.05;  // dB of a band that stays
+constexpr double kPerOctave = 48.0, kHalfStep = 1.0072464122237039;  // 2^(1 / 96)
+constexpr double kLeastGain = 0.05;                                  // dB of a band that stays
 
 void check(double value, double least, double most, const char* what) {
   if (value >= least && value <= most) return;
@@ -29,12 +29,11 @@ void check(double value, double least, double most, const char* what) {
 
 /** Points at frequencies: means where they are dense, lines over log f where they are not. */
 Curve sampled(const std::vector<GraphicPoint>& points, const Curve& frequencies) {
-  const double half = std::pow(2.0, 0.5 / kPerOctave);
   Curve curve;
   for (const double f : frequencies) {
     const auto below = [](const GraphicPoint& p, double x) { return p.frequency < x; };
-    const auto first = std::lower_bound(points.begin(), points.end(), f / half, below);
-    const auto last = std::lower_bound(first, points.end(), f * half, below);
+    const auto first = std::lower_bound(points.begin(), points.end(), f / kHalfStep, below);
+    const auto last = std::lower_bound(first, points.end(), f * kHalfStep, below);
     double sum = 0.0;
     for (auto p = first; p < last; ++p) sum += p->gain;
     if (last - first > 2) {
@@ -65,24 +64,25 @@ FitError error_of(const Curve& left, const Curve& frequencies) {
   return error;
 }
 
-/** To so many digits. */
-double rounded(double value, int digits) {
-  const double unit = std::pow(10.0, digits - 1 - std::floor(std::log10(std::abs(value))));
+/** To whole numbers, of small ones to four digits. */
+double rounded(double value) {
+  double unit = 1.0;
+  while (value * unit < 1000.0) unit *= 10.0;
   return std::round(value * unit) / unit;
 }
 
-Curve rest_of(const FitSearch& search, const std::vector<EqualiserFilter>& filters) {
+Curve rest_of(const FitSearch& search, const std::vector<EqualiserFilter>& filters, int rate) {
   std::vector<Curve> curves;
-  for (const EqualiserFilter& f : filters) curves.push_back(search.curve_of(f));
+  for (const EqualiserFilter& f : filters) curves.push_back(search.curve_of(band_of(f, rate)));
   return search.rest(curves);
 }
 
 /** What people write: few digits, in order. */
-std::vector<EqualiserFilter> written(const std::vector<FitBand>& bands) {
+std::vector<EqualiserFilter> written(const std::vector<FitBand>& bands, int rate) {
   std::vector<EqualiserFilter> filters;
   for (const FitBand& band : bands) {
-    EqualiserFilter f = band.filter();
-    f.frequency = rounded(f.frequency, 4);
+    EqualiserFilter f = filter_of(band, rate);
+    f.frequency = rounded(f.frequency);
     f.gain = std::round(100.0 * f.gain) / 100.0;
     f.q = std::round(100.0 * f.q) / 100.0;
     if (std::abs(f.gain) >= kLeastGain) filters.push_back(f);
@@ -116,19 +116,22 @@ Fit fit_equaliser(const std::vector<GraphicPoint>& measured,
                     " in common");
   Fit fit;
   const int steps = static_cast<int>(kPerOctave * std::log2(high / low));
-  for (int i = 0; i <= steps; ++i) fit.frequency.push_back(low * std::pow(2.0, i / kPerOctave));
+  // To floats, which are the same from every C library: the search makes much of the last bit.
+  for (int i = 0; i <= steps; ++i)
+    fit.frequency.push_back(static_cast<float>(low * std::pow(2.0, i / kPerOctave)));
   fit.measured = sampled(measured, fit.frequency);
   fit.target = sampled(target, fit.frequency);
   Curve wanted = fit.target;
-  for (std::size_t i = 0; i < wanted.size(); ++i) wanted[i] -= fit.measured[i];
+  for (std::size_t i = 0; i < wanted.size(); ++i)
+    wanted[i] = static_cast<float>(wanted[i] - fit.measured[i]);
 
   const FitSearch search(options, fit.frequency, wanted);
-  fit.before = error_of(rest_of(search, {}), fit.frequency);
-  fit.filters = written(search.run(false));
-  Curve left = rest_of(search, fit.filters);
+  fit.before = error_of(rest_of(search, {}, options.rate), fit.frequency);
+  fit.filters = written(search.run(false), options.rate);
+  Curve left = rest_of(search, fit.filters, options.rate);
   if (options.bands > 1) {
-    std::vector<EqualiserFilter> others = written(search.run(true));
-    const Curve other = rest_of(search, others);
+    std::vector<EqualiserFilter> others = written(search.run(true), options.rate);
+    const Curve other = rest_of(search, others, options.rate);
     const double error = rms_of(left), other_error = rms_of(other);
     if (other_error < error * (others.size() < fit.filters.size() ? kMissed : 1.0)) {
       fit.filters = std::move(others);
@@ -142,7 +145,7 @@ Fit fit_equaliser(const std::vector<GraphicPoint>& measured,
   for (std::size_t i = 0; i < left.size(); ++i) fit.corrected[i] -= left[i];
   fit.measured = fit.corrected;
   for (const EqualiserFilter& f : fit.filters) {
-    const Curve curve = search.curve_of(f);
+    const Curve curve = search.curve_of(band_of(f, options.rate));
     for (std::size_t i = 0; i < curve.size(); ++i) fit.measured[i] -= curve[i];
   }
 

@@ -19,6 +19,30 @@ constexpr std::size_t kExtra = 4;  // bands that are tried and left out again
 constexpr std::size_t kTries = 6;
 constexpr int kSteps = 12, kLastSteps = 300;
 constexpr double kTrialGain = 6.0;
+constexpr std::size_t kCandidateStep = 8;  // from frequency to frequency
+constexpr double kLn10 = 2.30258509299404568;
+
+constexpr double kLn2 = 0.69314718055994531;
+
+double exponential(double x) {
+  const double turns = std::nearbyint(x / kLn2), rest = x - turns * kLn2;
+  double sum = 1.0;
+  for (int k = 14; k > 0; --k) sum = 1.0 + sum * rest / k;
+  return std::ldexp(sum, static_cast<int>(turns));
+}
+
+double logarithm(double x) {
+  int power = 0;
+  double mantissa = std::frexp(x, &power);
+  if (mantissa < 0.70710678118654752) {
+    mantissa *= 2.0;
+    --power;
+  }
+  const double s = (mantissa - 1.0) / (mantissa + 1.0);  // 0.172 at most
+  double sum = 0.0;
+  for (int k = 21; k > 0; k -= 2) sum = sum * (s * s) + 1.0 / k;
+  return 2.0 * s * sum + power * kLn2;
+}
 
 double mean_of(const Curve& curve) {
   double sum = 0.0;
@@ -64,26 +88,29 @@ double rms_of(const Curve& curve) {
   return std::sqrt(product(curve, curve) / static_cast<double>(curve.size()));
 }
 
-EqualiserFilter FitBand::filter() const {
+FitBand band_of(const EqualiserFilter& f, int rate) {
+  return {f.type, {std::log(std::tan(kPi * f.frequency / rate)), f.gain, std::log(f.q)}};
+}
+
+EqualiserFilter filter_of(const FitBand& band, int rate) {
   EqualiserFilter f{};
-  f.type = type;
-  f.frequency = std::exp(values[0]);
-  f.gain = values[1];
-  f.q = std::exp(values[2]);
+  f.type = band.type;
+  f.frequency = rate / kPi * std::atan(std::exp(band.values[0]));
+  f.gain = band.values[1];
+  f.q = std::exp(band.values[2]);
   return f;
 }
 
 FitSearch::FitSearch(const FitOptions& options, const Curve& frequencies, const Curve& wanted)
-    : options_(options), frequencies_(frequencies), wanted_(wanted) {
-  for (const double f : frequencies) {
-    const double s = std::sin(kPi * f / options.rate);
-    phi_.push_back(s * s);
-  }
-  for (double f = frequencies.front(); f <= frequencies.back(); f *= std::pow(2.0, 1.0 / 6.0)) {
+    : options_(options), wanted_(wanted) {
+  // To floats, which are the same from every library.
+  for (const double f : frequencies)
+    warped_.push_back(static_cast<float>(std::tan(kPi * f / options.rate)));
+  for (std::size_t i = 0; i < warped_.size(); i += kCandidateStep) {
     for (const double q : {0.5, 1.0, 2.0, 4.0, 8.0})
-      if (q <= options.most_q) add_candidate(EqualiserType::kPeak, f, q);
-    const bool is_low = f * f < frequencies.front() * frequencies.back();
-    add_candidate(is_low ? EqualiserType::kLowShelf : EqualiserType::kHighShelf, f, 0.7);
+      if (q <= options.most_q) add_candidate(EqualiserType::kPeak, warped_[i], q);
+    const bool is_low = 2 * i < warped_.size();
+    add_candidate(is_low ? EqualiserType::kLowShelf : EqualiserType::kHighShelf, warped_[i], 0.7);
   }
 }
 
@@ -118,30 +145,39 @@ Curve FitSearch::rest(const std::vector<Curve>& curves) const {
   return left;
 }
 
-Curve FitSearch::curve_of(const EqualiserFilter& filter) const {
-  std::vector<double> c;
-  append_sections(filter, options_.rate, &c);
-  const auto power = [&](std::size_t at, double phi) {
-    const double sum = c[at] + c[at + 1] + c[at + 2], ends = c[at] * c[at + 2];
-    return sum * sum - 4.0 * (c[at + 1] * (c[at] + c[at + 2]) + 4.0 * ends) * phi +
-           16.0 * ends * phi * phi;
-  };
+Curve FitSearch::curve_of(const FitBand& band) const {
+  const double amp = exponential(band.values[1] * (kLn10 / 40.0)), q = exponential(band.values[2]);
+  const double corner = exponential(-band.values[0]);
+  const bool is_peak = band.type == EqualiserType::kPeak;
+  const bool is_low = band.type == EqualiserType::kLowShelf;
   Curve curve;
-  curve.reserve(phi_.size());
-  for (const double phi : phi_) curve.push_back(power_to_decibels(power(0, phi) / power(3, phi)));
+  curve.reserve(warped_.size());
+  for (const double frequency : warped_) {
+    const double w = frequency * corner, w2 = w * w, width = w2 / (q * q);
+    double ratio = 0.0;
+    if (is_peak) {
+      const double ends = (1.0 - w2) * (1.0 - w2);
+      ratio = (ends + amp * amp * width) / (ends + width / (amp * amp));
+    } else {
+      const double near = (amp - w2) * (amp - w2) + amp * width;
+      const double far = (1.0 - amp * w2) * (1.0 - amp * w2) + amp * width;
+      ratio = amp * amp * (is_low ? near / far : far / near);
+    }
+    curve.push_back(10.0 / kLn10 * logarithm(ratio));
+  }
   return curve;
 }
 
-void FitSearch::add_candidate(EqualiserType type, double frequency, double q) {
-  Candidate c{{type, {std::log(frequency), kTrialGain, std::log(q)}}, {}, 0.0};
-  c.curve = curve_of(c.band.filter());
+void FitSearch::add_candidate(EqualiserType type, double warped, double q) {
+  Candidate c{{type, {logarithm(warped), kTrialGain, logarithm(q)}}, {}, 0.0};
+  c.curve = curve_of(c.band);
   take_mean_away(&c.curve);
   c.power = product(c.curve, c.curve);
   if (c.power > 0.0) candidates_.push_back(std::move(c));
 }
 
 FitBand FitSearch::best(const Curve& left, const std::vector<FitBand>& bands, bool shelf) const {
-  FitBand found{EqualiserType::kPeak, {std::log(frequencies_[0]), 0.0, 0.0}};
+  FitBand found{EqualiserType::kPeak, {logarithm(warped_[0]), 0.0, 0.0}};
   double most = -1.0;
   for (const Candidate& c : candidates_) {
     const bool is_peak = c.band.type == EqualiserType::kPeak;
@@ -188,7 +224,7 @@ std::vector<FitBand> FitSearch::without_one(const std::vector<FitBand>& bands) c
 std::vector<Curve> FitSearch::curves_of(const std::vector<FitBand>& bands) const {
   std::vector<Curve> curves;
   curves.reserve(bands.size());
-  for (const FitBand& band : bands) curves.push_back(curve_of(band.filter()));
+  for (const FitBand& band : bands) curves.push_back(curve_of(band));
   return curves;
 }
 
@@ -200,14 +236,13 @@ double FitSearch::cost(const Curve& left, const std::vector<FitBand>& bands) con
 
 void FitSearch::limits(const FitBand& band, double* low, double* high) const {
   const bool is_peak = band.type == EqualiserType::kPeak;
-  low[0] = std::log(frequencies_.front());
-  high[0] = std::log(frequencies_.back());
-  if (band.type == EqualiserType::kLowShelf) high[0] = 0.5 * (low[0] + high[0]);
-  if (band.type == EqualiserType::kHighShelf) low[0] = 0.5 * (low[0] + high[0]);
+  const double middle = warped_[warped_.size() / 2];
+  low[0] = logarithm(band.type == EqualiserType::kHighShelf ? middle : warped_.front());
+  high[0] = logarithm(band.type == EqualiserType::kLowShelf ? middle : warped_.back());
   high[1] = options_.most_gain;
   low[1] = -high[1];
-  low[2] = std::log(is_peak ? kLeastQ : kLeastShelfQ);
-  high[2] = std::log(is_peak ? options_.most_q : kMostShelfQ);
+  low[2] = logarithm(is_peak ? kLeastQ : kLeastShelfQ);
+  high[2] = logarithm(is_peak ? options_.most_q : kMostShelfQ);
 }
 
 void FitSearch::improve(int steps, std::vector<FitBand>* bands) const {
@@ -253,7 +288,7 @@ void FitSearch::add_slopes(const FitBand& band, const Curve& curve,
     const double h = 1e-5;
     FitBand other = band;
     other.values[v] += h;
-    Curve slope = curve_of(other.filter());
+    Curve slope = curve_of(other);
     for (std::size_t i = 0; i < slope.size(); ++i) slope[i] = (slope[i] - curve[i]) / h;
     take_mean_away(&slope);
     slopes->push_back(std::move(slope));

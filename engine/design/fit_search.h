@@ -1,4 +1,5 @@
-// The search of fit.h: which bands, and their values.
+// The search of fit.h: which bands, and their values. A search makes much of the last bit, so it
+// takes no function of the C library whose last bit differs from one to the next.
 #pragma once
 
 #include <cstddef>
@@ -16,24 +17,25 @@ void take_mean_away(Curve* curve);
 
 constexpr double kMissed = 1.01;  // times the error at which no band is missed
 
-/** A band as the search sees it. */
+/** A band as the search sees it: logarithms of the warped frequency tan(pi f / rate) and of Q. */
 struct FitBand {
   EqualiserType type;
-  double values[3];  // ln Hz, dB, ln Q
-
-  EqualiserFilter filter() const;
+  double values[3];  // ln of the warped frequency, dB, ln Q
 };
+FitBand band_of(const EqualiserFilter& filter, int rate);
+EqualiserFilter filter_of(const FitBand& band, int rate);
 
 class FitSearch {
  public:
-  /** Frequencies rise by a constant factor; all three have to outlive the search. */
+  /** Frequencies rise by a constant factor; `options` and `wanted` have to outlive the search. */
   FitSearch(const FitOptions& options, const Curve& frequencies, const Curve& wanted);
 
   std::vector<FitBand> run(bool shelves_first) const;
 
   /** What is left to do behind these curves, with its mean taken away: the level is free. */
   Curve rest(const std::vector<Curve>& curves) const;
-  Curve curve_of(const EqualiserFilter& filter) const;
+  /** The filter's decibels, by its analogue prototype: the bilinear transform only warps. */
+  Curve curve_of(const FitBand& band) const;
 
  private:
   struct Candidate {
@@ -42,7 +44,7 @@ class FitSearch {
     double power;
   };
 
-  void add_candidate(EqualiserType type, double frequency, double q);
+  void add_candidate(EqualiserType type, double warped, double q);
   /** The band that takes most of the rest away: decibels of a shape grow almost as its gain. */
   FitBand best(const Curve& left, const std::vector<FitBand>& bands, bool shelf) const;
   /** Without the band that is missed least, once the others are improved. Two bands that share one
@@ -62,9 +64,8 @@ class FitSearch {
                             std::vector<double> down, double damping) const;
 
   const FitOptions& options_;
-  const Curve& frequencies_;
   const Curve& wanted_;
-  Curve phi_;  // sin² of half the frequencies
+  std::vector<double> warped_;  // frequencies
   std::vector<Candidate> candidates_;
 };
 

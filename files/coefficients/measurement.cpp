@@ -14,7 +14,7 @@ namespace {
 
 constexpr double kMostLevel = 300.0;  // dB
 constexpr double kMostFrequency = 1e6;
-constexpr std::size_t kFewest = 5;
+constexpr std::size_t kFewest = 2;
 
 bool has(const std::string& title, std::initializer_list<const char*> parts) {
   for (const char* const part : parts)

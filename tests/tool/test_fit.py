@@ -117,7 +117,7 @@ class FitTest(ToolTest):
                 (rising + "9000\n", "m.txt:6", "1 number; a frequency and a level"), (rising + "4000 70\n", "m.txt:6", "4000 Hz follows 5000 Hz"),
                 (rising + "6000 nan\n", "m.txt:6", "has no level"), (rising + "6000 -inf\n", "m.txt:6", "has no level"),
                 (rising + "6000 900\n", "m.txt:6", "the level 900 dB"), ("-3 70\n" + rising, "m.txt:1", "the frequency -3 Hz"),
-                (rising.replace("5000 70\n", ""), "4 points"), (rising.replace("20 ", "3000 ", 1).replace("50 ", "3001 ", 1), "they have to rise"),
+                ("100 70\n", "1 point of a response"), (rising.replace("20 ", "3000 ", 1).replace("50 ", "3001 ", 1), "they have to rise"),
                 ("\n".join(f"{f} 70" for f in range(100, 120)), "less than an octave"),
                 ("Preamp: -6 dB\nFilter 1: ON PK Fc 100 Hz Gain 3 dB Q 1\n", "an equaliser already"), ("GraphicEQ: 20 0; 1000 3\n", "an equaliser already"),
                 ("* Impulse Response data saved by REW\n0.1\n", "impulse response")):

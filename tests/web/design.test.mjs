@@ -148,3 +148,65 @@ test('designs of the tab are SciPy\'s, and run elsewhere as they run here', asyn
   await linked.close();
   await close();
 });
+
+/** A loudspeaker as REW exports it: bumps, a slope, and noise that is the same each time. */
+function measured() {
+  let seed = 7;
+  const noise = () => ((seed = (seed * 48271) % 2147483647) / 2147483647 - 0.5) * 3;
+  const lines = ['* Measurement data measured by REW V5.31', '* 1/48 octave smoothing', '* Freq(Hz) SPL(dB) Phase(degrees)'];
+  for (let i = 1; i <= 4000; ++i) {
+    const f = 5.5 * i, bump = (at, gain, width) => gain * Math.exp(-((Math.log2(f / at) / width) ** 2));
+    lines.push(`${f.toFixed(2)} ${(78 + bump(60, 7, 0.5) + bump(400, -4, 0.7) + bump(3000, 6, 0.4) - f / 4000 + noise()).toFixed(3)} 0.0`);
+  }
+  return lines.join('\n') + '\n';
+}
+
+test('an equaliser is fitted to a measurement, and is the tool\'s', async () => {
+  const { page, errors, close } = await open(browser, server.url, { acceptDownloads: true });
+  const file = (name, text) => ({ name, mimeType: 'text/plain', buffer: Buffer.from(text) });
+  const fit = (...options) => execFileSync(tool, ['fit', 'speaker.txt', 'bands.txt', '--overwrite', ...options], { cwd: folder }).toString();
+  const same = async () => assert.equal(readFileSync(await saved(page, '#save-lines'), 'utf8'), readFileSync(join(folder, 'bands.txt'), 'utf8'));
+  writeFileSync(join(folder, 'speaker.txt'), measured());
+  writeFileSync(join(folder, 'wanted.csv'), 'frequency,raw\n20,4\n100,3\n1000,0\n20000,-6\n');
+  await page.click('[data-kind=design]');
+  await page.selectOption('#design-family', 'fitted');
+  await says(page, 'design-summary', 'No measurement yet');
+  assert.ok(await page.locator('#design-low').isHidden() && await page.locator('#save-lines').isDisabled());
+  await page.setInputFiles('#measurement', join(folder, 'speaker.txt'));
+  const said = fit().trim().replace('bands.txt: ', 'speaker.txt: ');
+  await says(page, 'design-summary', `${said}.`);
+  await says(page, 'command', '-c fitted.txt');
+  await same();
+  // The field of a limit fits anew, and a target, a second file, does.
+  await page.fill('#design-bands', '4');
+  await says(page, 'design-summary', fit('--bands', '4').trim().replace('bands.txt: ', ''));
+  await page.setInputFiles('#target', join(folder, 'wanted.csv'));
+  await says(page, 'design-summary', `speaker.txt to wanted.csv: ${fit('--bands', '4', '--target', 'wanted.csv').trim().replace('bands.txt: ', '')}`);
+  await same();
+  const rows = readFileSync(join(folder, 'bands.txt'), 'utf8').trim().split('\n').length - 1;
+  // What is no measurement is said and changes nothing.
+  await page.setInputFiles('#measurement', file('broken.txt', '20 75\n50 76\nhello 3\n'));
+  await says(page, 'message', "broken.txt:3: 'hello' is no number");
+  await says(page, 'design-summary', 'speaker.txt to wanted.csv');
+  // A link brings the bands along.
+  await page.click('#share');
+  await page.waitForFunction(() => location.hash.length > 1);
+  const linked = await open(browser, `${server.url}/${new URL(page.url()).hash}`);
+  await says(linked.page, 'design-summary', 'speaker.txt to wanted.csv: ');
+  await says(linked.page, 'command', '-c fitted.txt');
+  await page.click('#fit-edit');
+  assert.equal(await page.locator('#bands tr').count(), rows);
+  await same();
+  // AutoEq's own equalisers run as they are.
+  await page.click('[data-kind=design]');
+  for (const [name, text, read] of [['ParametricEQ.txt', 'Preamp: -6 dB\nFilter 1: ON PK Fc 100 Hz Gain 3 dB Q 1\n', '1 section'],
+                                    ['GraphicEQ.txt', 'GraphicEQ: 20 0; 1000 3; 20000 -2\n', 'taps']]) {
+    await page.click('[data-kind=design]');
+    await page.setInputFiles('#measurement', file(name, text));
+    await says(page, 'message', `${name} is an equaliser already`);
+    await says(page, 'file-summary', read);
+  }
+  assert.deepEqual([...errors, ...linked.errors], []);
+  await linked.close();
+  await close();
+});

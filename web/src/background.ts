@@ -1,6 +1,6 @@
-// Hands the long work with recordings to worker.ts, one worker per piece.
+// Hands long work to worker.ts, one worker per piece.
 import type { CompiledLibrary, Filter } from 'jurn-filter';
-import type { Audio } from 'jurn-filter/design';
+import type { Audio, Fit, FitOptions } from 'jurn-filter/design';
 import type { Answer, Job } from './worker.js';
 
 function run<T>(job: Job, transfer: Transferable[], take: (answer: Answer) => T | undefined): Promise<T> {
@@ -20,6 +20,9 @@ function run<T>(job: Job, transfer: Transferable[], take: (answer: Answer) => T 
  * to bring to the rate, bytes come back. */
 export const readInBackground = (name: string, bytes: ArrayBuffer, rate: number): Promise<{ read: Audio | null; bytes: ArrayBuffer }> =>
   run({ kind: 'read', name, bytes, rate }, [bytes], (answer) => ('read' in answer ? answer : undefined));
+
+export const fitInBackground = (name: string, bytes: Uint8Array, options: FitOptions): Promise<Fit> =>
+  run({ kind: 'fit', name, bytes, options }, [], (answer) => ('fit' in answer ? answer.fit : undefined));
 
 /** The filtered channels, which are taken away, as a WAV file, and its stamp. */
 export const filterInBackground = (

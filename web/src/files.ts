@@ -51,6 +51,13 @@ export function wav(channels: Float32Array[], rate: number, int16: boolean): Uin
 /** The size of the largest file of coefficients that is read: 32767 numbers take a fifth of it. */
 export const MOST_COEFFICIENT_BYTES = 5e6;
 
+/** The bytes of a file of numbers, which none is larger than. */
+export async function readCoefficientBytes(file: File): Promise<Uint8Array> {
+  if (file.size > MOST_COEFFICIENT_BYTES)
+    throw new Error(`${file.name}: has ${(file.size / 1e6).toFixed(1)} MB; files of coefficients up to ${MOST_COEFFICIENT_BYTES / 1e6} MB are read.`);
+  return new Uint8Array(await file.arrayBuffer());
+}
+
 const AUDIO = /\.(wav|flac|mp3|ogg|oga|opus|m4a|aac|aif|aiff|weba|webm)$/i;
 
 export const isAudio = (file: File) => file.type.startsWith('audio/') || AUDIO.test(file.name);

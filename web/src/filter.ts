@@ -1,13 +1,14 @@
 // From the setting to the filter that runs, its curves and what is to be said of it.
 import type { Filter } from 'jurn-filter';
-import type { Design, Notice } from 'jurn-filter/design';
+import type { Design, FamilyDesign, Notice } from 'jurn-filter/design';
 import { bandIsDragged, placeHandles, selectedBand, soloBand } from './bands.js';
 import { isTime, type Curve } from './chart.js';
+import { fittedCurves } from './fitted.js';
 import { bring } from './opened.js';
 import { chart, designer, element, loaded, running, sayError, setting, sound } from './page.js';
 import { respond, respondLong, type Response } from './response.js';
 import { roomResponse } from './rooms.js';
-import { bandLine, equaliserText, type Band } from './setting.js';
+import { bandLine, equaliserText, isFitted, type Band } from './setting.js';
 import { averageAsFir, showCommand } from './take_home.js';
 
 /** Gains in dB up to which a filter is played without asking; a click raises it. */
@@ -91,15 +92,17 @@ export async function update(exactPeak: boolean): Promise<void> {
       const parse = (text: string) =>
         design.parse('equaliser', new TextEncoder().encode(text), { rate: setting.rate, wanted: 'sections' });
       const wanted = setting.kind === 'eq' ? parse(equaliserText(setting))
-        : setting.kind === 'design' ? design.design(setting.design, setting.rate)
+        : isFitted(setting) ? setting.fit && parse(equaliserText(setting.fit))
+        : setting.kind === 'design' ? design.design(setting.design as FamilyDesign, setting.rate)
         : setting.file ? ({ ...setting.file } as Design) : null;
       if (wanted) {
-        if (setting.kind === 'design') showDelay(wanted, design.describe(wanted));
+        if (setting.kind === 'design' && !isFitted(setting)) showDelay(wanted, design.describe(wanted));
         const prepared = design.prepare(wanted, setting.precision);
         runs = prepared.design;
         notices.push(...prepared.notices);
         chart.roots = runs.b.length <= 400 ? design.roots(runs) : null;
-        curves.push({ response: respond(runs, setting.rate), colour: 'curve' });
+        curves.push({ response: respond(runs, setting.rate), colour: 'curve', name: isFitted(setting) ? 'equaliser' : '' });
+        if (isFitted(setting)) curves.push(...fittedCurves());
         if (isTime(chart.view)) chart.time = [{ ...design.timeResponses(runs), colour: 'curve' }];
         if (!prepared.stable) {
           notices.push({ text: 'Not played, since it is unstable: you hear the original', warning: true });

@@ -318,8 +318,7 @@ function wire(): void {
     event.preventDefault();
     document.body.classList.remove('dragging');
     const file = event.dataTransfer?.files[0];
-    const asked = (event.target as Element).closest?.('[for=coefficients]');
-    if (file) void (asked ? useCoefficientFile(file) : drop(file)).then(showPlaying).then(countAllClips);
+    if (file) void drop(file, event.target as Element).then(showPlaying).then(countAllClips);
   });
   new ResizeObserver(() => {
     placeHandles();

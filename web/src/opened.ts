@@ -1,10 +1,11 @@
 // Files that are opened or dropped: coefficients, impulse responses, recordings; and the rooms and
 // heads that the page brings along.
 import type { Design } from 'jurn-filter/design';
-import { isAudio, load, MOST_COEFFICIENT_BYTES } from './files.js';
-import { changed, designer, element, library, loaded, say, sayError, sayNothing, select, setting, sound } from './page.js';
+import { isAudio, load, readCoefficientBytes } from './files.js';
+import { changed, designer, element, library, loaded, sayError, sayNothing, select, setting, sound } from './page.js';
 import { useRecording } from './recordings.js';
 import { hall, Head, MOST_SECONDS, type ImpulseResponse } from './rooms.js';
+import { isFitted } from './setting.js';
 import { Refused } from './sound.js';
 import { showKind } from './tabs.js';
 
@@ -107,16 +108,21 @@ export async function useRoom(file: File): Promise<void> {
   }
 }
 
-export async function drop(file: File): Promise<void> {
-  if (isAudio(file)) await (setting.kind === 'room' ? useRoom(file) : useRecording(file));
+/** `place` is where it was dropped. */
+export async function drop(file: File, place: Element): Promise<void> {
+  if (place.closest('[for=coefficients]')) await useCoefficientFile(file);
+  else if (place.closest('#fit') || (isFitted(setting) && !isAudio(file))) await (await import('./fit_tab.js')).useMeasurement(file, !!place.closest('[for=target]'));
+  else if (isAudio(file)) await (setting.kind === 'room' ? useRoom(file) : useRecording(file));
   else await useCoefficientFile(file);
 }
 
 /** A recording is taps where coefficients are asked for. */
 export async function useCoefficientFile(file: File): Promise<void> {
-  if (file.size > MOST_COEFFICIENT_BYTES)
-    say(`${file.name}: has ${(file.size / 1e6).toFixed(1)} MB; files of coefficients up to ${MOST_COEFFICIENT_BYTES / 1e6} MB are read.`);
-  else await useCoefficients(file.name, new Uint8Array(await file.arrayBuffer()));
+  try {
+    await useCoefficients(file.name, await readCoefficientBytes(file));
+  } catch (error) {
+    sayError(error, '');
+  }
 }
 
 /** What was made at another rate goes; a room of one's own comes along. */

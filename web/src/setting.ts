@@ -30,7 +30,12 @@ export interface Setting {
   file: { name: string; kind: 'fir' | 'iir' | 'sections'; b: number[]; a: number[]; prepared?: 'double' | 'int16' } | null;
   /** A text that filters channels in different ways; it takes the place of `file`. */
   channels: { name: string; text: string } | null;
-  design: Required<FamilyDesign>;
+  design: Required<Omit<FamilyDesign, 'family'>> & {
+    family: FamilyDesign['family'] | 'fitted';
+    bands: number; mostGain: number; mostQ: number; from: number; to: number;
+  };
+  /** What was fitted to a measurement. */
+  fit: { name: string; summary: string; preamp: number; bands: Band[] } | null;
   room: string;
   wet: number;
   azimuth: number;
@@ -54,8 +59,9 @@ export const initial = (): Setting => ({
   channels: null,
   design: {
     family: 'butterworth', order: 4, taps: 101, pass: 'low', low: 1000, high: 4000, ripple: 1, attenuation: 60,
-    window: 'hamming', beta: 8, transition: 1000, weight: 1,
+    window: 'hamming', beta: 8, transition: 1000, weight: 1, bands: 10, mostGain: 12, mostQ: 6, from: 20, to: 20000,
   },
+  fit: null,
   room: 'hall',
   wet: 40,
   azimuth: 60,
@@ -71,13 +77,14 @@ export const LIMITS = {
 /** What a design may have, beyond what the engine says of the combination. */
 export const DESIGN_LIMITS = {
   order: [1, 50], taps: [1, 32767], low: [0.001, 1e6], high: [0.001, 1e6], ripple: [1e-6, 60], attenuation: [0.1, 300],
-  beta: [0, 100], transition: [0.1, 1e6], weight: [1e-4, 1e6],
+  beta: [0, 100], transition: [0.1, 1e6], weight: [1e-4, 1e6], bands: [1, 32], mostGain: [0.1, 24], mostQ: [0.5, 20],
+  from: [20, 20000], to: [20, 20000],
 } as const;
 
 export const DESIGN_NAMES = {
   family: {
     butterworth: 'Butterworth', chebyshev1: 'Chebyshev I', chebyshev2: 'Chebyshev II', elliptic: 'Elliptic', bessel: 'Bessel',
-    windowed: 'FIR, windowed', equiripple: 'FIR, equiripple',
+    windowed: 'FIR, windowed', equiripple: 'FIR, equiripple', fitted: 'Fitted equaliser',
   },
   pass: { low: 'Low-pass', high: 'High-pass', band: 'Band-pass', stop: 'Band-stop' },
   window: {
@@ -95,11 +102,14 @@ export const highest = (rate: number) => Math.min(LIMITS.frequency[1], 0.49 * ra
 /** Characters that mail and chat programs leave whole in a link. */
 export const LONGEST_LINK = 8000;
 
+export const isFitted = (setting: Setting) => setting.kind === 'design' && setting.design.family === 'fitted';
+
 /** What a link has to hold: the rest has its initial value, or is a file that is not used. */
 function needed(setting: Setting): Partial<Setting> {
   const before: Record<string, unknown> = { ...initial() };
   return Object.fromEntries(Object.entries(setting).filter(([key, value]) =>
-    JSON.stringify(value) !== JSON.stringify(before[key]) && (key !== 'file' || setting.kind === 'file') && (key !== 'channels' || setting.kind === 'file') && (key !== 'design' || setting.kind === 'design')));
+    JSON.stringify(value) !== JSON.stringify(before[key]) && (key !== 'file' || setting.kind === 'file') && (key !== 'channels' || setting.kind === 'file') &&
+    (key !== 'design' || setting.kind === 'design') && (key !== 'fit' || isFitted(setting))));
 }
 
 async function through(bytes: Uint8Array<ArrayBuffer>, stream: CompressionStream | DecompressionStream): Promise<Uint8Array<ArrayBuffer>> {
@@ -140,15 +150,17 @@ export function fromJson(json: string): Setting {
   if (given.precision === 'int16') setting.precision = 'int16';
   if (typeof given.sound === 'string') setting.sound = given.sound;
   if (typeof given.room === 'string') setting.room = given.room;
-  if (Array.isArray(given.bands)) {
-    setting.bands = given.bands.slice(0, 32).filter((band) => band && band.type in BAND_TYPES).map((band) => ({
-      on: band.on !== false,
-      type: band.type,
-      frequency: clamp(Number(band.frequency) || 1000, [LIMITS.frequency[0], highest(setting.rate)]),
-      gain: clamp(Number(band.gain) || 0, LIMITS.gain),
-      q: clamp(Number(band.q) || 1, LIMITS.q),
-    }));
-  }
+  const bandsOf = (list: unknown[]): Band[] => (list as Band[]).slice(0, 32).filter((band) => band && band.type in BAND_TYPES).map((band) => ({
+    on: band.on !== false,
+    type: band.type,
+    frequency: clamp(Number(band.frequency) || 1000, [LIMITS.frequency[0], highest(setting.rate)]),
+    gain: clamp(Number(band.gain) || 0, LIMITS.gain),
+    q: clamp(Number(band.q) || 1, LIMITS.q),
+  }));
+  if (Array.isArray(given.bands)) setting.bands = bandsOf(given.bands);
+  const fit = given.fit as Setting['fit'];
+  if (Array.isArray(fit?.bands))
+    setting.fit = { name: String(fit.name), summary: String(fit.summary), preamp: clamp(Number(fit.preamp) || 0, LIMITS.preamp), bands: bandsOf(fit.bands) };
   const channels = given.channels as Setting['channels'];
   if (typeof channels?.text === 'string') setting.channels = { name: String(channels.name), text: channels.text };
   const wanted = given.design;
@@ -157,7 +169,7 @@ export function fromJson(json: string): Setting {
     for (const [key, limits] of Object.entries(DESIGN_LIMITS))
       if (Number.isFinite(from[key])) design[key] = clamp(from[key] as number, limits);
     for (const [key, names] of Object.entries(DESIGN_NAMES)) if (Object.hasOwn(names, String(from[key]))) design[key] = from[key];
-    for (const key of ['order', 'taps']) design[key] = Math.round(design[key] as number);
+    for (const key of ['order', 'taps', 'bands']) design[key] = Math.round(design[key] as number);
   }
   const file = given.file as Setting['file'];
   if (file) {
@@ -173,7 +185,7 @@ export function fromJson(json: string): Setting {
 }
 
 /** Lines that the tool and the designer of this page read as the same equaliser. */
-export function equaliserText(setting: Setting): string {
+export function equaliserText(setting: Pick<Setting, 'preamp' | 'bands'>): string {
   return [`Preamp: ${setting.preamp} dB`, ...setting.bands.map(bandLine)].join('\n') + '\n';
 }
 

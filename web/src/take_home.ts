@@ -4,7 +4,7 @@ import { filterInBackground } from './background.js';
 import { download, wav } from './files.js';
 import { designer, element, library, running, sayError, select, setting, sound } from './page.js';
 import { recordingOf, SOUNDS } from './recordings.js';
-import { equaliserText } from './setting.js';
+import { equaliserText, isFitted } from './setting.js';
 
 /** A name that every shell takes as it is. */
 const plain = (name: string) => name.replace(/\.[^.]*$/, '').replace(/[^\p{L}\p{N}_.+-]+/gu, '_').replace(/^[-.]+/, '') || 'file';
@@ -87,7 +87,8 @@ export async function saveFor(program: 'npy' | 'cmsis' | 'web-audio' | 'equalise
   try {
     if (program === 'npy') download(`${name}.npy`, (await designer).export(design, 'npy', name));
     // An equaliser has its own lines, which other rates read as well.
-    else if (program === 'equaliser' && setting.kind === 'eq') download(`${name}-lines.txt`, equaliserText(setting));
+    else if (program === 'equaliser' && (setting.kind === 'eq' || isFitted(setting)))
+      download(`${name}-lines.txt`, equaliserText(setting.kind === 'eq' ? setting : setting.fit!));
     else download(name + { cmsis: '-cmsis.h', 'web-audio': '.mjs', equaliser: '-lines.txt' }[program],
                   (await designer).code(design, program, name, setting.rate));
   } catch (error) {

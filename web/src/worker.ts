@@ -1,13 +1,14 @@
-// What takes long with a long recording, away from the page: reading its file, filtering it.
+// What takes long, away from the page: reading long recordings, filtering them, fitting an equaliser.
 import { Library, type CompiledLibrary, type Filter } from 'jurn-filter';
-import { loadDesigner, type Audio } from 'jurn-filter/design';
+import { loadDesigner, type Audio, type Fit, type FitOptions } from 'jurn-filter/design';
 import { wav, WAV_HEADER } from './files.js';
 
 export type Job =
+  | { kind: 'fit'; name: string; bytes: Uint8Array; options: FitOptions }
   | { kind: 'read'; name: string; bytes: ArrayBuffer; rate: number }
   | { kind: 'filter'; library: CompiledLibrary; filter: Filter; channels: Float32Array[]; rate: number; int16: boolean };
 
-export type Answer = { part: number } | { read: Audio | null; bytes: ArrayBuffer } | { file: Uint8Array<ArrayBuffer>; stamp: string } | { error: string };
+export type Answer = { part: number } | { fit: Fit } | { read: Audio | null; bytes: ArrayBuffer } | { file: Uint8Array<ArrayBuffer>; stamp: string } | { error: string };
 
 const answer = (message: Answer, transfer: Transferable[] = []) =>
   (self as unknown as { postMessage(m: Answer, t: Transferable[]): void }).postMessage(message, transfer);
@@ -41,11 +42,12 @@ function filtered({ library: compiled, filter, channels, rate, int16 }: Job & { 
   return { file, stamp: library.stamp(samples) };
 }
 
+const loadOwnDesigner = () => loadDesigner({ wasm: new URL('./jurn/design.wasm', import.meta.url) });
+
 /** The recording at the page's rate; of another rate, or of a kind that only browsers know, bytes for
  * the browser. */
 async function read({ name, bytes, rate }: Job & { kind: 'read' }): Promise<{ read: Audio | null; bytes: ArrayBuffer }> {
-  const designer = await loadDesigner({ wasm: new URL('./jurn/design.wasm', import.meta.url) });
-  const audio = designer.readAudio(name, new Uint8Array(bytes));
+  const audio = (await loadOwnDesigner()).readAudio(name, new Uint8Array(bytes));
   if (!audio || audio.rate === rate || audio.channels[0].length === 0) return { read: audio, bytes };
   const floats = wav(audio.channels, audio.rate, false).buffer;
   return { read: { ...audio, channels: [] }, bytes: floats };
@@ -56,6 +58,8 @@ self.onmessage = async ({ data }: MessageEvent<Job>) => {
     if (data.kind === 'read') {
       const result = await read(data);
       answer(result, [result.bytes, ...(result.read?.channels ?? []).map((channel) => channel.buffer)]);
+    } else if (data.kind === 'fit') {
+      answer({ fit: (await loadOwnDesigner()).fit(data.name, data.bytes, data.options) });
     } else {
       const result = filtered(data);
       answer(result, [result.file.buffer]);

@@ -2,15 +2,16 @@
 // prepared and looked at. Results are JSON.
 #include <cmath>
 #include <complex>
-#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "audio_bytes.h"
 #include "coefficients/formats.h"
+#include "coefficients/measurement.h"
 #include "design/by_family.h"
 #include "design/export.h"
 #include "design/export_code.h"
@@ -20,63 +21,11 @@
 #include "design/spectrum.h"
 #include "design/stability.h"
 #include "refuse.h"
+#include "result.h"
 
 #define EXPORT extern "C" __attribute__((used, visibility("default")))
 
 namespace {
-
-using jurn::FilterDesign;
-
-std::string text;  // of the last result, until the next
-
-void append_number(double value) {
-  char digits[32];
-  std::snprintf(digits, sizeof digits, "%.17g", value);
-  text += std::isfinite(value) ? digits : "null";
-}
-
-void append_numbers(const char* name, const std::vector<double>& values) {
-  text += std::string("\"") + name + "\":[";
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    if (i > 0) text += ',';
-    append_number(values[i]);
-  }
-  text += ']';
-}
-
-void append_roots(const char* name, const std::vector<std::complex<double>>& roots) {
-  std::vector<double> flat;
-  for (const std::complex<double>& root : roots) {
-    flat.push_back(root.real());
-    flat.push_back(root.imag());
-  }
-  append_numbers(name, flat);
-}
-
-void append_string(const std::string& value) {
-  text += '"';
-  for (const char c : value) {
-    char escaped[8];
-    std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned char>(c));
-    if (c == '"' || c == '\\' || static_cast<unsigned char>(c) < 0x20)
-      text += escaped;
-    else
-      text += c;
-  }
-  text += '"';
-}
-
-void append_design(const FilterDesign& design) {
-  static const char* const names[] = {"fir", "iir", "sections"};
-  text += std::string("{\"kind\":\"") + names[design.kind] + "\",";
-  append_numbers("b", design.b);
-  text += ',';
-  append_numbers("a", design.a);
-  if (design.prepared)
-    text += std::string(",\"prepared\":\"") +
-            (*design.prepared == jurn::Precision::kInt16 ? "int16\"" : "double\"");
-  text += '}';
-}
 
 jurn::Precision precision_of(int int16) {
   return int16 ? jurn::Precision::kInt16 : jurn::Precision::kDouble;
@@ -274,6 +223,65 @@ EXPORT const char* jurn_design(const double* numbers, int rate) {
   f.weight = *numbers++;
   text.clear();
   append_design(jurn::design_of_family(f, rate));
+  return text.c_str();
+}
+
+/** Whether a text is an equaliser already, and no measurement of anything. */
+EXPORT int jurn_holds_equaliser(const char* bytes, int length) {
+  return jurn::holds_equaliser({bytes, static_cast<std::size_t>(length)});
+}
+
+/** An equaliser for a measurement, by the numbers of FitOptions in their order; without a name of
+ * the target it is flat. */
+EXPORT const char* jurn_fit(const char* name, int name_length, const char* bytes, int length,
+                            const char* target_name, int target_name_length,
+                            const char* target_bytes, int target_length, const double* numbers) {
+  const auto points = [](const char* path, int path_length, const char* content, int size) {
+    return jurn::parse_measurement({path, static_cast<std::size_t>(path_length)},
+                                   {content, static_cast<std::size_t>(size)});
+  };
+  jurn::FitOptions options;
+  options.rate = static_cast<int>(*numbers++);
+  options.bands = static_cast<int>(*numbers++);
+  options.most_gain = *numbers++;
+  options.most_q = *numbers++;
+  options.lowest = *numbers++;
+  options.highest = *numbers++;
+  const jurn::Fit fit = jurn::fit_equaliser(
+      points(name, name_length, bytes, length),
+      target_name_length ? points(target_name, target_name_length, target_bytes, target_length)
+                         : jurn::flat_target(),
+      options);
+  text = "{\"bands\":[";
+  for (const jurn::EqualiserFilter& f : fit.filters) {
+    text += text.back() == '[' ? "{" : ",{";
+    text += f.type == jurn::EqualiserType::kPeak       ? "\"type\":\"PK\""
+            : f.type == jurn::EqualiserType::kLowShelf ? "\"type\":\"LSC\""
+                                                       : "\"type\":\"HSC\"";
+    for (const auto& [key, value] :
+         {std::pair{"frequency", f.frequency}, std::pair{"gain", f.gain}, std::pair{"q", f.q}}) {
+      text += std::string(",\"") + key + "\":";
+      append_number(value);
+    }
+    text += '}';
+  }
+  text += "],\"preamp\":";
+  append_number(fit.preamp);
+  text += ",\"rms\":";
+  append_number(fit.after.rms);
+  text += ",\"largest\":";
+  append_number(fit.after.largest);
+  text += ",\"text\":";
+  append_string(jurn::text_of(fit));
+  text += ",\"summary\":";
+  append_string(jurn::summary_of(fit));
+  for (const auto& [key, values] :
+       {std::pair{"frequency", &fit.frequency}, std::pair{"measured", &fit.measured},
+        std::pair{"target", &fit.target}, std::pair{"corrected", &fit.corrected}}) {
+    text += ',';
+    append_numbers(key, *values);
+  }
+  text += '}';
   return text.c_str();
 }
 

@@ -4,7 +4,9 @@ import { checkDesign, checkPrecision } from './check.js';
 import { compile, type Source } from './read.js';
 import { isArchive, unfold } from './archive.js';
 import { DesignError } from './errors.js';
+import type { Fit, FitOptions } from './fit.js';
 
+export type { Fit, FitOptions, FittedBand } from './fit.js';
 export type { Source } from './read.js';
 export { DesignError } from './errors.js';
 
@@ -114,6 +116,9 @@ interface Exports {
               format: number, name: number, nameLength: number): number;
   jurn_length(): number;
   jurn_design(numbers: number, rate: number): number;
+  jurn_holds_equaliser(bytes: number, length: number): number;
+  jurn_fit(name: number, nameLength: number, bytes: number, length: number, targetName: number, targetNameLength: number,
+           target: number, targetLength: number, numbers: number): number;
   jurn_time_responses(kind: number, b: number, bCount: number, a: number, aCount: number): number;
   jurn_code(kind: number, b: number, bCount: number, a: number, aCount: number, format: number, name: number,
             nameLength: number, rate: number): number;
@@ -236,6 +241,25 @@ class Designer {
     if (places.includes(-1) || !numbers.every((x) => Math.abs(x) < 1e9) || !(rate >= 1 && rate <= 1e7))
       throw new RangeError('the family, pass or window is none of those that are known, or a number is none');
     return this.#call<Design>([Float64Array.from(numbers)], ([at]) => this.#wasm.jurn_design(at, rate));
+  }
+
+  /** Whether a text is an equaliser, of AutoEq for example, and no measurement. */
+  holdsEqualiser(bytes: Uint8Array): boolean {
+    return this.#call<boolean>([bytes], ([at]) => this.#wasm.jurn_holds_equaliser(at, bytes.length) !== 0);
+  }
+
+  /**
+   * An equaliser for a measured response, as REW, AutoEq and others export it as text: some tenths of a
+   * second of work. Throws a DesignError that names the file, the line and the value.
+   */
+  fit(name: string, bytes: Uint8Array, options: FitOptions): Fit {
+    const { rate, bands = 10, mostGain = 12, mostQ = 6, low = 20, high = 20000, target } = options;
+    const numbers = [rate, bands, mostGain, mostQ, low, high];
+    if (!numbers.every((x) => Math.abs(x) < 1e9) || !(rate >= 1)) throw new RangeError('an option of the fit is no number');
+    const encode = (text: string) => new TextEncoder().encode(text);
+    const files = [encode(name), bytes, encode(target?.name ?? ''), target?.bytes ?? new Uint8Array()];
+    return this.#call<Fit>([...files, Float64Array.from(numbers)], (at) =>
+      this.#wasm.jurn_fit(at[0], files[0].length, at[1], files[1].length, at[2], files[2].length, at[3], files[3].length, at[4]));
   }
 
   /** What an impulse and a step become, until they have decayed by 60 dB. */

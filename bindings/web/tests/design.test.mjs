@@ -38,6 +38,22 @@ test('broken files give a sentence that names the file, and the next one is read
   }
 });
 
+test('an equaliser is fitted to a measurement', () => {
+  const level = (f) => 70 - 6 / (1 + (Math.log2(f / 800) * 2) ** 2);
+  const text = Array.from({ length: 200 }, (_, i) => 20 * 1.03 ** i).map((f) => `${f.toFixed(2)};${level(f).toFixed(3)}\n`).join('');
+  const fit = designer.fit('room.txt', bytes(text), { rate, bands: 3 });
+  assert.ok(fit.rms < 0.3 && fit.preamp <= 0 && fit.bands.length <= 3, fit.summary);
+  assert.equal(fit.text.split('\n').length, fit.bands.length + 2);
+  assert.ok(fit.frequency.every((_, i) => Math.abs(fit.corrected[i] - fit.target[i]) <= fit.largest));
+  const flat = designer.fit('room.txt', bytes(text), { rate, target: { name: 'same.txt', bytes: bytes(text) } });
+  assert.deepEqual([flat.bands, flat.rms], [[], 0]);
+  assert.throws(() => designer.fit('room.txt', bytes('20 1\n10 2\n'), { rate }),
+                { constructor: DesignError, message: /^room.txt:2: the frequency 10 Hz follows 20 Hz/ });
+  assert.throws(() => designer.fit('room.txt', bytes(text), { rate, bands: 33 }), DesignError);
+  assert.throws(() => designer.fit('room.txt', bytes(text), { rate: NaN }), RangeError);
+  assert.ok(designer.holdsEqualiser(bytes('GraphicEQ: 20 0; 100 3')) && !designer.holdsEqualiser(bytes(text)));
+});
+
 test('designs are prepared: scaled, factored, measured', () => {
   const tiny = { kind: 'sections', b: [1e-7, 2e-7, 1e-7, 1e7, 0, 0], a: [1, -1.2, 0.5, 1, -0.5, 0] };
   const scaled = designer.prepare(tiny, 'int16');
