@@ -14,8 +14,8 @@ std::vector<double> parse_audio(const std::string& path, std::string_view bytes,
   const std::optional<AudioBytes> audio = find_audio(path, bytes);
   if (!audio)
     fail(path,
-         "is audio of a kind that is read by the tool, GStreamer and Python alone; WAV and "
-         "AIFF of whole numbers or floats are read everywhere");
+         "is audio of a kind that jurn-filter, GStreamer and Python read; read here are WAV and "
+         "AIFF of whole numbers or floats, which sox makes of it");
   if (audio->channels > 1)
     fail(path, "has " + std::to_string(audio->channels) + " channels; at most 1 are supported");
   const std::size_t length = audio->length();

@@ -125,11 +125,23 @@ FilterDesign parse_design(const std::string& path, std::string_view original,
       if (options.wanted && options.wanted != FilterDesign::kFir) fail(path, kAudioIsTaps);
       design.b = parse_audio(path, original, options.limits.fir);
       break;
-    case CoefficientFormat::kNumPyArchive:
-    case CoefficientFormat::kJson:
+    // These take libraries that are not everywhere.
     case CoefficientFormat::kCamilla:
+      fail(path,
+           "holds settings of CamillaDSP, which setup of jurn-filter, GStreamer and Python run; "
+           "read here are lines of an equaliser, as Equalizer APO has them");
     case CoefficientFormat::kMatlab:
-      fail(path, "is of a format that is read from files by the tool, GStreamer and Python alone");
+      fail(path,
+           "is a .mat file, which jurn-filter, GStreamer and Python read; export --precision "
+           "double of jurn-filter makes text of it");
+    case CoefficientFormat::kJson:
+      fail(path,
+           "is JSON, which jurn-filter, GStreamer and Python read; export --precision "
+           "double of jurn-filter makes text of it");
+    case CoefficientFormat::kNumPyArchive:
+      fail(path,
+           "is an archive of NumPy, which jurn-filter, GStreamer and Python read; numpy.save "
+           "writes its arrays one by one");
     case CoefficientFormat::kEqualiser:
       design = parse_equaliser(path, bytes, options);
       break;

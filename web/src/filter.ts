@@ -102,7 +102,7 @@ export async function update(exactPeak: boolean): Promise<void> {
         notices.push(...prepared.notices);
         chart.roots = runs.b.length <= 400 ? design.roots(runs) : null;
         curves.push({ response: respond(runs, setting.rate), colour: 'curve', name: isFitted(setting) ? 'equaliser' : '' });
-        if (isFitted(setting)) curves.push(...fittedCurves());
+        if (isFitted(setting) && chart.view === 'magnitude') curves.push(...fittedCurves());
         if (isTime(chart.view)) chart.time = [{ ...design.timeResponses(runs), colour: 'curve' }];
         if (!prepared.stable) {
           notices.push({ text: 'Not played, since it is unstable: you hear the original', warning: true });

@@ -30,6 +30,11 @@ test('broken files give a sentence that names the file, and the next one is read
     'Filter 1: ON PK Fc 90000 Hz Gain 3 dB Q 1': /between 0 and 24000 Hz/,
     '\x89PNG\r\n': /^taps.txt:/,
     '{\\rtf1': /is an RTF document/,
+    // What takes a library says who reads it.
+    'filters:\n  a:\n': /holds settings of CamillaDSP, which setup of jurn-filter/,
+    'MATLAB 5.0 MAT-file': /is a .mat file, .* export --precision double of jurn-filter makes text of it/,
+    '{"b": [1, 2]}': /is JSON, .* export --precision double of jurn-filter makes text of it/,
+    'fLaC': /jurn-filter, GStreamer and Python read; read here are WAV and AIFF/,
   };
   for (const [content, message] of Object.entries(broken)) {
     assert.throws(() => designer.parse('taps.txt', bytes(content), { rate }),
