@@ -49,8 +49,8 @@ TEST(ConvolutionFigures, Sizes) {
   EXPECT_LE(any.stream.most, 33);
   EXPECT_LE(few.stream.most, 61);
   for (const Sizes& sizes : {even, any, few}) {
-    EXPECT_GE(sizes.tables.least, 164288);
-    EXPECT_LE(sizes.tables.most, 557504);
+    EXPECT_GE(sizes.tables.least, 131584);
+    EXPECT_LE(sizes.tables.most, 1573376);
     EXPECT_GE(sizes.response.least, 5);
     EXPECT_LE(sizes.response.most, 15);
   }

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "DFTs.h"
+#include "long_fft.h"
 #include "simd/clones.h"
 #include "support.h"
 
@@ -145,6 +146,69 @@ TEST(RealFFT, OtherLengthsTouchNothing) {
   EXPECT_EQ(MORVAX_KLOV_RealFFT_Run2(state.get(), data.data(), 3), -1);
   EXPECT_TRUE(same(data.data(), samples.data(), 128));
   EXPECT_EQ(std::memcmp(state.get(), before.get(), sizeof *state), 0);
+}
+
+/** Runs all steps of a transform in cuts at random costs. */
+template <class Run>
+void run_steps(Random& random, int N, Run run) {
+  const int cost = JURN_fft_cost(N), most = random.one_of({1, 90, 1000, 20000});
+  int done = 0;
+  for (int from = 0, to; from < cost; from = to) {
+    to = std::min(cost, from + random.in(1, most));
+    done += run(from, to);
+  }
+  EXPECT_EQ(done, cost) << N;
+}
+
+/** The steps give the bits of the whole transform, however they are cut and wherever the samples
+ * wrap, on every clone. */
+TEST(RealFFT, StepByStep) {
+  const JURN_Clone chosen = JURN_clone_hook;
+  Random random(55);
+  for (int N = 2; N <= JURN_LONG_FFT_MAX; N *= 2) {
+    const LongFFT fft(N);
+    const Floats samples = noise(random, N);
+    Floats spectrum = samples, whole;
+    fft.forward(spectrum.data());
+    whole = spectrum;
+    fft.inverse(whole.data());
+    for (int clone = JURN_CLONE_BASELINE; clone <= JURN_best_clone(); ++clone) {
+      JURN_clone_hook = static_cast<JURN_Clone>(clone);
+      const int head = random.one_in(3) ? N : random.in(1, N);
+      Floats end(samples.begin() + head, samples.end()), x(N), half(N / 2);
+      const JURN_Window window = {samples.data(), head, end.data()};
+      run_steps(random, N, [&](int from, int to) {
+        return JURN_forward_steps(fft.table(), N, x.data(), window, from, to);
+      });
+      ASSERT_TRUE(same(x.data(), spectrum.data(), N)) << N << ", clone " << clone;
+      float* const place = random.one_in(2) ? half.data() : x.data() + N / 2;
+      run_steps(random, N, [&](int from, int to) {
+        return JURN_inverse_steps(fft.table(), N, x.data(), place, from, to);
+      });
+      ASSERT_TRUE(same(place, whole.data() + N / 2, N / 2)) << N << ", clone " << clone;
+    }
+  }
+  JURN_clone_hook = chosen;
+}
+
+TEST(RealFFT, LongOnesConvolve) {
+  Random random(56);
+  for (int N = 2 * JURN_FFT_MAX; N <= JURN_LONG_FFT_MAX; N *= 2) {
+    const LongFFT fft(N);
+    const Floats x = noise(random, N), h = noise(random, N);
+    Floats X = x, H = h, y(N);
+    fft.forward(X.data());
+    fft.forward(H.data());
+    fft.multiply(y.data(), X.data(), H.data());
+    fft.inverse(y.data());
+    y.erase(y.begin(), y.begin() + N / 2);
+    const auto convolution = [&](int n) {
+      double sum = 0;
+      for (int k = 0; k < N; ++k) sum += static_cast<double>(h[k]) * x[(n + N / 2 - k) & (N - 1)];
+      return sum;
+    };
+    EXPECT_LT(relative_error(y, N / 256 + 1, convolution), 7.2e-8 * std::sqrt(std::log2(N))) << N;
+  }
 }
 
 }  // namespace

@@ -355,8 +355,8 @@ uint64_t fft_filter(const Placement& placement) {
   return run.finish();
 }
 
-/** Convolution in one, two and three levels, with fades, every other one of them prepared; the
- * response moves as the stream does. */
+/** Convolution in one to four levels and with long transforms, with fades, every other one of them
+ * prepared; the response moves as the stream does. */
 template <class Sample>
 uint64_t convolution(const Placement& placement) {
   Random random(71);
@@ -365,7 +365,9 @@ uint64_t convolution(const Placement& placement) {
                                         {2, 2, 64, 700},
                                         {1, 2, 48, 3000},
                                         {3, 1, 16, 9000},
-                                        {2, 1, 480, 9000}}) {
+                                        {2, 1, 480, 9000},
+                                        {1, 1, 64, 90000},
+                                        {1, 1, 1024, 300000}}) {
     struct Memory {
       std::vector<float> home;
       void* place;

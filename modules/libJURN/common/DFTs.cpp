@@ -19,6 +19,8 @@ static_assert(offsetof(RealFFT_ID, fft_ip) == 4 && offsetof(RealFFT_ID, fft_w) =
  *   complex ones of L = M / 8 values   at 14 L        3 L / 2 floats at most, right behind
  *   blocks of 128 values               at 14 x 128    224 floats
  *   all short lengths                  from 31744 on
+ *
+ * A table of JURN_fft_table_floats(N) floats goes on like that beyond 16384.
  */
 enum {
   table_halve = 31744 - 16, /* plus the length, 16 to 64 */
@@ -40,10 +42,10 @@ struct Rotation {
   double re, im;
 };
 
-/** exp(-2 pi i k / n) for n a power of two up to 65536: the angle reduced to an eighth of a turn
+/** exp(-2 pi i k / n) for n a power of two up to 131072: the angle reduced to an eighth of a turn
  * in whole numbers, then Taylor's series, whose remainder is below 1e-16. */
 Rotation rotation(int k, int n) {
-  const int turn = 65536;
+  const int turn = 131072;
   const int angle = k * (turn / n) & (turn - 1);
   const int quarter = (angle + turn / 8) / (turn / 4);
   const int rest = angle - quarter * (turn / 4);
@@ -103,11 +105,7 @@ void put_groups(float* w, int first, int count, int size, int step, int n) {
 
 }  // namespace
 
-short MORVAX_KLOV_RealFFT_Init(RealFFT_ID* state, short N) {
-  if (!is_length(N)) return -1;
-  state->N = N;
-  state->scale = 2.f / N;
-  float* w = state->fft_w;
+void JURN_put_fft_table(float* w, int N) {
   for (int n = 16; n <= 64; n *= 2) put_row(w + table_halve + n, 0, n / 4, 1, n);
   put_row(w + table8, 0, 4, 1, 8);
   for (int i = 0; i < 3; ++i) put_groups(w + table16 + 32 * i, 0, 4, 16, i + 1, 16);
@@ -121,6 +119,13 @@ short MORVAX_KLOV_RealFFT_Init(RealFFT_ID* state, short N) {
     else if (length == 64 || length >= 512)
       put_rows(w + 14 * length, length / 4, {1, 2, 3}, length);
   }
+}
+
+short MORVAX_KLOV_RealFFT_Init(RealFFT_ID* state, short N) {
+  if (!is_length(N)) return -1;
+  state->N = N;
+  state->scale = 2.f / N;
+  JURN_put_fft_table(state->fft_w, N);
   return 0;
 }
 
@@ -139,13 +144,13 @@ void MORVAX_rfftmut2(float* out, const float* x1, const float* x2, int N) {
   return JURN_CALL_CLONE(product(out, x1, x2, N));
 }
 
-void JURN_forward_piece(const RealFFT_ID* state, float* spectrum, const float* samples, int piece) {
-  return JURN_CALL_CLONE(forward_piece(state->fft_w, spectrum, samples, state->N, piece));
+int JURN_forward_steps(const float* table, int N, float* spectrum, JURN_Window window, int from,
+                       int to) {
+  return JURN_CALL_CLONE(forward_steps(table, spectrum, N, window, from, to));
 }
 
-void JURN_inverse_piece(const RealFFT_ID* state, float* spectrum, float* half, int piece) {
-  return JURN_CALL_CLONE(
-      inverse_piece(state->fft_w, spectrum, state->N, state->scale, half, piece));
+int JURN_inverse_steps(const float* table, int N, float* spectrum, float* half, int from, int to) {
+  return JURN_CALL_CLONE(inverse_steps(table, spectrum, N, half, from, to));
 }
 
 void JURN_forward_samples(const RealFFT_ID* state, float* spectrum, const short* samples,

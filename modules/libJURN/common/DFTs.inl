@@ -30,7 +30,7 @@
 
 static short forward(const float* w, float* x, int length) {
   for (; length >= 128; length /= 4) {
-    split_forward(x, length, w, InArray{x});
+    split_forward(x, length, w, InArray{x}, 0, length / 8);
     complex_forward(x + length / 4, length / 8, w);
   }
   if (length >= 64) {
@@ -58,27 +58,9 @@ static short forward(const float* w, float* x, int length) {
 /** forward of samples that are converted as the first pass reads them; length is 128 or more. */
 template <class Source>
 JURN_INLINE void forward_from(const float* w, float* x, int length, Source source) {
-  split_forward(x, length, w, source);
+  split_forward(x, length, w, source, 0, length / 8);
   complex_forward(x + length / 4, length / 8, w);
   forward(w, x, length / 4);
-}
-
-/** One of the pieces of forward that JURN_forward_piece counts, or all; the first reads samples. */
-static void forward_piece(const float* w, float* x, const float* samples, int length, int piece) {
-  if (piece == JURN_ALL_PIECES || length < JURN_PIECES_FFT_MIN) {
-    if (length >= 128) {
-      forward_from(w, x, length, InOther{{samples}});
-    } else {
-      if (x != samples) memcpy(x, samples, length * sizeof(float));
-      forward(w, x, length);
-    }
-  } else if (piece == 0) {
-    split_forward(x, length, w, InOther{{samples}});
-  } else if (piece < 4) {
-    long_forward(x + piece * (length / 4), length / 8, w);
-  } else {
-    forward(w, x, length / 4);
-  }
 }
 
 static void forward_samples(const float* w, float* x, const short* samples, int channels,
@@ -156,7 +138,7 @@ JURN_INLINE void inverse_from(const float* w, float* x, int length, float scale,
   }
   for (int n = 4 * base; n <= length; n *= 4) {
     complex_inverse(x + n / 4, n / 8, w, source);
-    split_inverse<false>(x, n, w, scale_at(n), x);
+    split_inverse<false>(x, n, w, scale_at(n), x, 0, n / 8);
   }
 }
 
@@ -165,22 +147,15 @@ static short inverse(const float* w, float* x, int length, float scale) {
   return 0;
 }
 
-/** One of the pieces of inverse, or all; the last gives the last half of the samples. */
-static void inverse_piece(const float* w, float* x, int length, float scale, float* half,
-                          int piece) {
+/** inverse, of which the last half of the samples alone is put out. */
+static void inverse_half(const float* w, float* x, int length, float scale, float* half) {
   if (length < 128) {
     inverse(w, x, length, scale);
     memmove(half, x + length / 2, length / 2 * sizeof(float));
-  } else if (piece == JURN_ALL_PIECES || length < JURN_PIECES_FFT_MIN) {
+  } else {
     inverse(w, x, length / 4, 1.f);
     complex_inverse(x + length / 4, length / 8, w, InPlace());
-    split_inverse<true>(x, length, w, scale, half);
-  } else if (piece == 0) {
-    inverse(w, x, length / 4, 1.f);
-  } else if (piece < 4) {
-    long_inverse(x + piece * (length / 4), length / 8, w, InPlace());
-  } else {
-    split_inverse<true>(x, length, w, scale, half);
+    split_inverse<true>(x, length, w, scale, half, 0, length / 8);
   }
 }
 
@@ -190,3 +165,5 @@ static void inverse_product(const float* w, float* out, const float* a, const fl
   product(out, a, b, base_length(length));
   inverse_from(w, out, length, scale, Product{out, a, b});
 }
+
+#include "transforms/steps.inl"

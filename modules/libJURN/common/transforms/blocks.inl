@@ -160,9 +160,9 @@ struct Work {
   }
 };
 
-/** Transforms every block of 64 values; size values in all. */
-static void blocks64_forward(float* z, int size, const float* w) {
-  for (float* end = z + size; z < end; z += 64) {
+/** Transforms every block of 64 of count values, whose imaginary parts lie size floats behind. */
+static void blocks64_forward(float* z, int count, int size, const float* w) {
+  for (float* end = z + count; z < end; z += 64) {
     if constexpr (group_count == 4) {
       block_forward<4>(z, size, w, [=](int i) JURN_INLINED { return load_once(z + i, size); });
     } else {
@@ -176,8 +176,8 @@ static void blocks64_forward(float* z, int size, const float* w) {
 }
 
 template <class Source>
-static void blocks64_inverse(float* z, int size, const float* w, Source source) {
-  for (float* end = z + size; z < end; z += 64) {
+static void blocks64_inverse(float* z, int count, int size, const float* w, Source source) {
+  for (float* end = z + count; z < end; z += 64) {
     if constexpr (group_count == 4) {
       block_inverse<4>(z, size, w, source, [=](int i, Complex<Floats> x) JURN_INLINED {
         store_complex(z + i, size, x);
@@ -193,8 +193,8 @@ static void blocks64_inverse(float* z, int size, const float* w, Source source) 
 }
 
 /** Transforms every block of 128 values. */
-static void blocks128_forward(float* z, int size, const float* w) {
-  for (float* end = z + size; z < end; z += 128) {
+static void blocks128_forward(float* z, int count, int size, const float* w) {
+  for (float* end = z + count; z < end; z += 128) {
     if constexpr (group_count == 4) {
       block_forward<8>(z, size, w, [=](int i) JURN_INLINED { return load_once(z + i, size); });
     } else {
@@ -214,8 +214,8 @@ static void blocks128_forward(float* z, int size, const float* w) {
 }
 
 template <class Source>
-static void blocks128_inverse(float* z, int size, const float* w, Source source) {
-  for (float* end = z + size; z < end; z += 128) {
+static void blocks128_inverse(float* z, int count, int size, const float* w, Source source) {
+  for (float* end = z + count; z < end; z += 128) {
     if constexpr (group_count == 4) {
       block_inverse<8>(z, size, w, source, [=](int i, Complex<Floats> x) JURN_INLINED {
         store_complex(z + i, size, x);
@@ -238,9 +238,9 @@ static void blocks128_inverse(float* z, int size, const float* w, Source source)
 
 /** Transforms every block of 256 values: radix 2, and two blocks of 128. Wide vectors do the level
  * of radix 2 while they load the first, narrower ones in one pass with both blocks' first level. */
-static void blocks256_forward(float* z, int size, const float* w) {
+static void blocks256_forward(float* z, int count, int size, const float* w) {
   const float* const t = complex_twiddles(w, 256);
-  for (float* end = z + size; z < end; z += 256) {
+  for (float* end = z + count; z < end; z += 256) {
     float* const second = z + 128;
     if constexpr (group_count == 4) {
       block_forward<8>(z, size, w, [=](int i) JURN_INLINED {
@@ -278,9 +278,9 @@ static void blocks256_forward(float* z, int size, const float* w) {
 }
 
 template <class Source>
-static void blocks256_inverse(float* z, int size, const float* w, Source source) {
+static void blocks256_inverse(float* z, int count, int size, const float* w, Source source) {
   const float* const t = complex_twiddles(w, 256);
-  for (float* end = z + size; z < end; z += 256) {
+  for (float* end = z + count; z < end; z += 256) {
     float* const second = z + 128;
     if constexpr (group_count == 4) {
       block_inverse<8>(second, size, w, source, [=](int i, Complex<Floats> x) JURN_INLINED {

@@ -121,28 +121,39 @@ JURN_INLINE void blocks32_inverse(float* z, int count, const float* w, Source so
 
 using Pair = Vec < float, lane_count<8 ? 4 : 8>;
 
+/** The last levels of count values: every block of length, 64 to 256. */
+static void blocks_forward(float* z, int count, int size, int length, const float* w) {
+  if (length == 256)
+    blocks256_forward(z, count, size, w);
+  else if (length == 128)
+    blocks128_forward(z, count, size, w);
+  else
+    blocks64_forward(z, count, size, w);
+}
+
+template <class Source>
+static void blocks_inverse(float* z, int count, int size, int length, const float* w,
+                           Source source) {
+  if (length == 256)
+    blocks256_inverse(z, count, size, w, source);
+  else if (length == 128)
+    blocks128_inverse(z, count, size, w, source);
+  else
+    blocks64_inverse(z, count, size, w, source);
+}
+
 /** Transforms one array of 64 values or more: length real parts, then length imaginary ones. */
 static void long_forward(float* z, int length, const float* w) {
   int l = length;
   for (; l > 256; l /= 4) radix4_forward(z, length, l, complex_twiddles(w, l));
-  if (l == 256)
-    blocks256_forward(z, length, w);
-  else if (l == 128)
-    blocks128_forward(z, length, w);
-  else
-    blocks64_forward(z, length, w);
+  blocks_forward(z, length, length, l, w);
 }
 
 template <class Source>
 static void long_inverse(float* z, int length, const float* w, Source source) {
   int last = length;
   while (last > 256) last /= 4;
-  if (last == 256)
-    blocks256_inverse(z, length, w, source);
-  else if (last == 128)
-    blocks128_inverse(z, length, w, source);
-  else
-    blocks64_inverse(z, length, w, source);
+  blocks_inverse(z, length, length, last, w, source);
   for (int l = 4 * last; l <= length; l *= 4) radix4_inverse(z, length, l, complex_twiddles(w, l));
 }
 

@@ -93,51 +93,61 @@ JURN_INLINE void butterfly_inverse(Complex<V> (&x)[8]) {
     x[i] = plus_odd(i, even[i], odd[i]), x[i + 4] = minus_odd(i, even[i], odd[i]);
 }
 
+/** The first level of radix 4 in the columns of one block from first to last - 1: multiples of 16.
+ */
+JURN_INLINE void radix4_columns_forward(float* z, ptrdiff_t size, ptrdiff_t quarter,
+                                        ptrdiff_t first, ptrdiff_t last, const float* twiddles) {
+  const float* w = twiddles + 6 * first;
+  for (ptrdiff_t i = first; i < last; i += 16, w += 96) {
+    for (int lane = 0; lane < 16; lane += lane_count) {
+      float* p = z + i + lane;
+      const float* t = w + lane;
+      auto a = load_once(p, size), b = load_once(p + quarter, size);
+      auto c = load_once(p + 2 * quarter, size);
+      auto d = load_once(p + 3 * quarter, size);
+      butterfly_forward(a, b, c, d);
+      store_complex(p, size, a);
+      store_complex(p + quarter, size, b * load_once(t, 16));
+      store_complex(p + 2 * quarter, size, c * load_once(t + 32, 16));
+      store_complex(p + 3 * quarter, size, d * load_once(t + 64, 16));
+    }
+  }
+}
+
 /** The first level of every block of length values; size values in all. */
 static void radix4_forward(float* z, int size, int length, const float* twiddles) {
-  const ptrdiff_t quarter = length / 4;
-  for (float* end = z + size; z < end; z += length) {
-    const float* w = twiddles;
-    for (ptrdiff_t i = 0; i < quarter; i += 16, w += 96) {
-      for (int lane = 0; lane < 16; lane += lane_count) {
-        float* p = z + i + lane;
-        const float* t = w + lane;
-        auto a = load_once(p, size), b = load_once(p + quarter, size);
-        auto c = load_once(p + 2 * quarter, size);
-        auto d = load_once(p + 3 * quarter, size);
-        butterfly_forward(a, b, c, d);
-        store_complex(p, size, a);
-        store_complex(p + quarter, size, b * load_once(t, 16));
-        store_complex(p + 2 * quarter, size, c * load_once(t + 32, 16));
-        store_complex(p + 3 * quarter, size, d * load_once(t + 64, 16));
-      }
+  for (float* end = z + size; z < end; z += length)
+    radix4_columns_forward(z, size, length / 4, 0, length / 4, twiddles);
+}
+
+/** Undoes radix4_columns_forward, at four times the gain, in the columns of one block from first to
+ * last - 1: multiples of 16. */
+JURN_INLINE void radix4_columns_inverse(float* z, ptrdiff_t size, ptrdiff_t quarter,
+                                        ptrdiff_t first, ptrdiff_t last, const float* twiddles) {
+  const float* w = twiddles + 6 * first;
+  for (ptrdiff_t i = first; i < last; i += 16, w += 96) {
+    for (int lane = 0; lane < 16; lane += lane_count) {
+      float* p = z + i + lane;
+      const float* t = w + lane;
+      auto a = load_once(p, size), b = load_once(p + quarter, size);
+      auto c = load_once(p + 2 * quarter, size);
+      auto d = load_once(p + 3 * quarter, size);
+      b = times_conjugate(b, load_once(t, 16));
+      c = times_conjugate(c, load_once(t + 32, 16));
+      d = times_conjugate(d, load_once(t + 64, 16));
+      butterfly_inverse(a, b, c, d);
+      store_complex(p, size, a);
+      store_complex(p + quarter, size, b);
+      store_complex(p + 2 * quarter, size, c);
+      store_complex(p + 3 * quarter, size, d);
     }
   }
 }
 
 /** Undoes radix4_forward, at four times the gain. */
 static void radix4_inverse(float* z, int size, int length, const float* twiddles) {
-  const ptrdiff_t quarter = length / 4;
-  for (float* end = z + size; z < end; z += length) {
-    const float* w = twiddles;
-    for (ptrdiff_t i = 0; i < quarter; i += 16, w += 96) {
-      for (int lane = 0; lane < 16; lane += lane_count) {
-        float* p = z + i + lane;
-        const float* t = w + lane;
-        auto a = load_once(p, size), b = load_once(p + quarter, size);
-        auto c = load_once(p + 2 * quarter, size);
-        auto d = load_once(p + 3 * quarter, size);
-        b = times_conjugate(b, load_once(t, 16));
-        c = times_conjugate(c, load_once(t + 32, 16));
-        d = times_conjugate(d, load_once(t + 64, 16));
-        butterfly_inverse(a, b, c, d);
-        store_complex(p, size, a);
-        store_complex(p + quarter, size, b);
-        store_complex(p + 2 * quarter, size, c);
-        store_complex(p + 3 * quarter, size, d);
-      }
-    }
-  }
+  for (float* end = z + size; z < end; z += length)
+    radix4_columns_inverse(z, size, length / 4, 0, length / 4, twiddles);
 }
 
 /** Sixteen values in each group of lanes: rows of four. */

@@ -60,13 +60,14 @@ struct Interleaved {
 };
 
 /** Three levels at once: a real sequence of length values into one of length/4 and three complex
- * ones of length/8. */
+ * ones of length/8. Of the length/8 columns those from first to last - 1, multiples of 16. */
 template <class Source>
-static void split_forward(float* x, int length, const float* w, Source source) {
+static void split_forward(float* x, int length, const float* w, Source source, ptrdiff_t first,
+                          ptrdiff_t last) {
   const ptrdiff_t eighth = length / 8;
-  const float* t = real_twiddles(w, length);
+  const float* t = real_twiddles(w, length) + 6 * first;
   const Floats half = broadcast<Floats>(sqrt_half);
-  for (ptrdiff_t i = 0; i < eighth; i += 16, t += 96) {
+  for (ptrdiff_t i = first; i < last; i += 16, t += 96) {
     for (int lane = 0; lane < 16; lane += lane_count) {
       float* p = x + i + lane;
       const Floats x0 = source.at(i + lane), x1 = source.at(i + lane + eighth);
@@ -93,11 +94,12 @@ static void split_forward(float* x, int length, const float* w, Source source) {
 /** Undoes split_forward, from x to out, which may be x. Of the samples the last half alone, if
  * `last_half`; out may then be where x has it. */
 template <bool last_half>
-static void split_inverse(const float* x, int length, const float* w, float scale, float* out) {
+static void split_inverse(const float* x, int length, const float* w, float scale, float* out,
+                          ptrdiff_t first, ptrdiff_t last) {
   const ptrdiff_t eighth = length / 8;
-  const float* t = real_twiddles(w, length);
+  const float* t = real_twiddles(w, length) + 6 * first;
   const Floats half = broadcast<Floats>(sqrt_half), gain = broadcast<Floats>(scale);
-  for (ptrdiff_t i = 0; i < eighth; i += 16, t += 96) {
+  for (ptrdiff_t i = first; i < last; i += 16, t += 96) {
     for (int lane = 0; lane < 16; lane += lane_count) {
       const float* const p = x + i + lane;
       const Floats s02 = load_once(p), s13 = load_once(p + eighth);

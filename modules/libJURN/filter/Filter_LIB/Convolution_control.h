@@ -42,19 +42,19 @@
  * with x the route's input. There is no latency: y[n] holds the taps of x[n] itself.
  *
  * Algorithm: partitioned overlap-save convolution with frequency-domain delay lines on the
- * library's real FFT. The taps are cut into two or three levels (one when they are few), the first
- * of short partitions that every call computes, the others of longer ones, whose work is spread
- * over the calls by a fixed schedule. Partition sizes follow from the shape alone: a transform of
- * the first level has a power of two of at least twice the block (32 at least), and a partition as
- * many whole blocks as the transform has room for.
+ * library's real FFT, and on longer transforms of its kind, up to 131072. The taps are cut into two
+ * to four levels (one when they are few), the first of short partitions that every call computes,
+ * the others of longer ones, whose work is spread over the calls by a fixed schedule. Partition
+ * sizes follow from the shape alone: a transform of the first level has a power of two of at least
+ * twice the block (32 at least), and a partition as many whole blocks as the transform has room
+ * for.
  *
  * Cost of a call: where the routes fill the shape, as many as the larger of inputs and outputs and
  * each with at least half of its taps, the dearest run has less than twice the operations of the
- * mean one. In time it costs more where spectra lie in no cache: with more than 100,000 taps up to
- * 2.6 times the mean at 256 frames and 7 times at 64 were measured (21 of 1333 us). Of a short
- * response in a long shape the long levels' transforms remain, from 512 values on in five pieces:
- * the dearest run costs up to 9 times a mean that is small. So let a shape be as long as the
- * longest response that it will meet, and no longer.
+ * mean one, in blocks of less than 8 frames less than 2.8 times. In time 1.1 to 1.9 times the mean
+ * were measured from 16 frames on. Of a short response in a long shape the long levels' transforms
+ * remain: the dearest run costs up to 5 times a mean that is small. So let a shape be as long as
+ * the longest response that it will meet, and no longer.
  *
  * Arithmetic: in each level, and for each bin of the spectrum, the complex products of window and
  * partition are added from 0 in the order of the routes in the list, and in each route in
@@ -138,7 +138,8 @@ typedef struct Convolution_response_st ConvolutionResponse_ID;
 typedef struct Convolution_stream_st ConvolutionStream_ID;
 
 /**
- * The bytes that a response takes: 164,288 to 557,504 for the transforms' tables, and for every
+ * The bytes that a response takes: 131,584 to 197,376 for the transforms' tables, or where a
+ * transform is longer than 16384 twelve times its length, 1,573,376 at most, and for every
  * route 7.8 to 9 per tap where the block is a power of two to 1024 and the taps are 48,000 or more;
  * 5 to 15 for any block and taps of at least 1000 and four blocks.
  *
@@ -251,7 +252,8 @@ JURN_API void MORVAX_ConvolutionRun_API_planar(ConvolutionStream_ID* mFilter,
  *
  * Call it once after each run until it returns 0; the next block can then be the fade. To let more
  * blocks pass first, go on calling it. It returns 0 after at most two hops of the longest
- * partitions, 16384 frames or fewer, and at once where there is one level.
+ * partitions, 8192 frames or a quarter of the shape's taps at most, and at once where there is one
+ * level.
  * @code
  *   if (next && ready) {
  *     MORVAX_ConvolutionFade_API(stream, playing, next, block, block);

@@ -6,8 +6,9 @@
 #define JURN_CLONE_BODY "../../filter/Filter_LIB/OKA_Filter/kernels/convolution_kernels.inl"
 #include "../../../../common/simd/for_each_clone.h"
 
-void JURN_put_spectrum(float* chunks, size_t chunk_stride, const float* spectrum, int N) {
-  return JURN_CALL_CLONE(put_spectrum(chunks, chunk_stride, spectrum, N));
+void JURN_put_spectrum(float* chunks, size_t chunk_stride, const float* spectrum, int N, int first,
+                       int last) {
+  return JURN_CALL_CLONE(put_spectrum(chunks, chunk_stride, spectrum, N, first, last));
 }
 void JURN_sum_chunks(const struct ConvolutionStep* step, int first, int last) {
   return JURN_CALL_CLONE(sum_chunks(step, first, last));

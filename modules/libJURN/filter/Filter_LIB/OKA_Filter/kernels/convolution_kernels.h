@@ -11,7 +11,7 @@
 
 #include "../../Convolution_control.h"
 
-enum { most_levels = 3, chunk_floats = 32 };
+enum { most_levels = 4, chunk_floats = 32 };
 
 struct ConvolutionRoute {
   int input;
@@ -30,8 +30,10 @@ struct ConvolutionStep {
   float* sums;
 };
 
-/** Puts the spectrum of a transform into chunks that lie chunk_stride floats apart. */
-void JURN_put_spectrum(float* chunks, size_t chunk_stride, const float* spectrum, int N);
+/** Puts the spectrum of a transform into chunks that lie chunk_stride floats apart: those from
+ * first to last - 1. */
+void JURN_put_spectrum(float* chunks, size_t chunk_stride, const float* spectrum, int N, int first,
+                       int last);
 
 /** Sums the chunks from first to last - 1 for every output, into the transform's order. */
 void JURN_sum_chunks(const struct ConvolutionStep* step, int first, int last);

@@ -16,7 +16,7 @@ struct Run {
  * and one of 16 and 16 where M comes down to 64: see DFTs.inl. */
 JURN_INLINE Run run_of(int N, int chunk, int last) {
   const int at = chunk * chunk_floats;
-  const bool through_64 = (N & 0x5555) != 0;
+  const bool through_64 = (N & 0x55555555) != 0;
   int floats = 32;
   if (!through_64 || chunk > 1) {
     floats = through_64 ? 64 : 32;
@@ -52,10 +52,15 @@ static void take_first(float* spectrum, const float* chunk) {
   spectrum[0] = re[15], spectrum[1] = im[15];
 }
 
-static void put_spectrum(float* chunks, size_t chunk_stride, const float* spectrum, int N) {
-  put_first(chunks, spectrum);
-  for (int chunk = 1; chunk < N / chunk_floats;) {
-    const Run run = run_of(N, chunk, N / chunk_floats);
+static void put_spectrum(float* chunks, size_t chunk_stride, const float* spectrum, int N,
+                         int first, int last) {
+  int chunk = first;
+  if (chunk == 0 && chunk < last) {
+    put_first(chunks, spectrum);
+    ++chunk;
+  }
+  while (chunk < last) {
+    const Run run = run_of(N, chunk, last);
     for (const float* re = spectrum + run.real; chunk < run.end; ++chunk, re += 16) {
       float* const out = chunks + chunk * chunk_stride;
       for (int v = 0; v < 16; v += lane_count) {

@@ -11,9 +11,10 @@
  * side, newest first, in a ring.
  *
  * kernels/convolution_kernels.h says how spectra lie in memory. Routes with the same taps share
- * theirs. Where a step's work is spread over calls, transforms of JURN_PIECES_FFT_MIN and more run
- * piece by piece, and a chunk of more than most_products products of window and partition is cut
- * into slices.
+ * theirs. Where a step's work is spread over calls, transforms run step by step, their spectra are
+ * put into chunks put_chunks at a time, and a chunk of more than most_products products of window
+ * and partition is cut into slices. Every level's work has a cost, of which each call takes its
+ * share.
  */
 #ifndef JURN_CONVOLUTION_H
 #define JURN_CONVOLUTION_H
@@ -24,7 +25,7 @@
 #include "../../Convolution_control.h"
 #include "../kernels/convolution_kernels.h"
 
-enum { most_products = 32 };
+enum { most_products = 16, put_chunks = 4 };
 
 struct ConvolutionLevel {
   int N;          /* transform length */
@@ -34,6 +35,10 @@ struct ConvolutionLevel {
   int first;      /* the first tap */
   int partitions; /* of the longest route */
   int slots;      /* windows kept of each phase: the partitions', and one for the last step's */
+  int share;      /* calls whose shares of the work are done in one of them: a power of two */
+  int transform_cost, put_cost,
+      product_cost; /* of a transform, of putting its spectrum into chunks,
+                     * of a product of one chunk; see fast_convolution.h */
 };
 
 struct ConvolutionPlan {
@@ -44,12 +49,21 @@ struct ConvolutionPlan {
 /** Chooses levels for a valid shape. */
 void JURN_plan_convolution(struct ConvolutionPlan* plan, const Convolution_shape* shape);
 
+/** A response's step of a level, whose work the calls of the step share. */
+struct ConvolutionShares {
+  int products;       /* in one chunk: partitions of all routes */
+  int slices;         /* that a chunk's products are cut into */
+  int slice_cost;     /* about */
+  int step_cost;      /* of every input's transform, all slices, every output's transform */
+  unsigned call_cost; /* of a call's share, in sixteenths, rounded up */
+};
+
+/** Fills in the rest where `products` is known. */
+void JURN_share_step(struct ConvolutionShares* shares, const struct ConvolutionLevel* level,
+                     const Convolution_shape* shape);
+
 /** Partitions of a level that a route of blen taps has. */
 int JURN_partitions(const struct ConvolutionPlan* plan, int level, int blen);
-
-/** The cost of one transform, in sums over one chunk of one partition, and of one of its pieces. */
-int JURN_transform_cost(int N);
-int JURN_piece_cost(int N, int piece);
 
 #ifdef JURN_CLONE_HOOK
 /* What the runs of a thread have cost so far, in the same unit; only tests and benchmarks have it.
@@ -65,10 +79,10 @@ struct Convolution_response_st {
   struct ConvolutionPlan plan;
   int count;
   int first_route[JURN_CONVOLUTION_CHANNELS + 1]; /* routes are sorted by output */
-  int products[most_levels];                      /* in one chunk: partitions of all routes */
-  unsigned fingerprint[2];                        /* of the routes and their taps */
+  struct ConvolutionShares shares[most_levels];
+  unsigned fingerprint[2]; /* of the routes and their taps */
   unsigned routes, work;
-  unsigned fft[most_levels];
+  unsigned table; /* of all levels' transforms */
 };
 
 struct ConvolutionState {
@@ -94,7 +108,7 @@ struct Convolution_stream_st {
   unsigned past;                 /* inputs x past_frames */
   unsigned windows[most_levels]; /* inputs x chunks x phases x slots */
   unsigned sums[most_levels];    /* sets x outputs x N; one set in level 0, two above */
-  unsigned outputs[most_levels]; /* sets x 2 x outputs x hop, levels above 0 */
+  unsigned outputs[most_levels]; /* sets x 2 x outputs x N/2, levels above 0 */
   unsigned previous;             /* outputs x block: the previous response's in a fade */
   unsigned floats;
 };

@@ -33,7 +33,7 @@ int prepare_level(Stream* stream, const Response* next, int k, bool new_call) {
     if (stage == waits_for_step && over == 1) stage = in_first_step;
     if (stage != waits_for_step) {
       ConvolutionWork work(stream, next, k, 1 - stream->set);
-      work.work(work.pieces_before(over - 1), work.pieces_before(over), over);
+      work.work(work.work_before(over - 1), work.work_before(over), over);
     }
     if (stage == in_first_step && over == calls) stage = complete;
   }

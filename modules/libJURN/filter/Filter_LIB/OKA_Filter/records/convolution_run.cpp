@@ -89,8 +89,7 @@ void filter(Stream* stream, const Response* response) {
     float* const y = JURN_filtered_block(stream, output);
     for (int k = 1; k < stream->plan.levels; ++k) {
       const ConvolutionWork level(stream, response, k, stream->set);
-      const float* const ready =
-          level.outputs(stream->state[k].side, output) + stream->state[k].call * block;
+      const float* const ready = level.ready(output) + stream->state[k].call * block;
       for (int i = 0; i < block; ++i) y[i] += ready[i];
     }
   }
@@ -124,9 +123,9 @@ void run(Stream* stream, const Response* previous, const Response* response, Inp
   for (int k = 1; k < stream->plan.levels; ++k) {
     ConvolutionWork level(stream, response, k, stream->set);
     int& call = stream->state[k].call;
-    const int done = up_to_date ? level.pieces_before(call) : 0;
+    const int done = up_to_date ? level.work_before(call) : 0;
     ++call;
-    level.work(done, level.pieces_before(call), call);
+    level.work(done, level.work_before(call), call);
     if (call == stream->plan.level[k].calls) call = 0;
   }
   if (stream->unprepared < 2) ++stream->unprepared;

@@ -6,13 +6,13 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "../../../../common/fast_convolution.h"
 #include "../../../../common/internal.h"
 
 static_assert(sizeof(float) == 4 && sizeof(int) == 4 &&
                   alignof(Convolution_response_st) <= alignof(float) &&
                   alignof(Convolution_stream_st) <= alignof(float) &&
-                  alignof(ConvolutionRoute) <= alignof(float) &&
-                  alignof(RealFFT_ID) <= alignof(float),
+                  alignof(ConvolutionRoute) <= alignof(float),
               "the memories' layout");
 
 namespace {
@@ -71,10 +71,9 @@ Layout lay_out(Convolution_response_st* response, const Convolution_shape* shape
   JURN_plan_convolution(&response->plan, shape);
   response->routes = layout.add(count * ((sizeof(ConvolutionRoute) + 3) / 4));
   int longest = 0;
-  for (int k = 0; k < response->plan.levels; ++k) {
-    response->fft[k] = layout.add_record<RealFFT_ID>();
+  for (int k = 0; k < response->plan.levels; ++k)
     if (response->plan.level[k].N > longest) longest = response->plan.level[k].N;
-  }
+  response->table = layout.add(JURN_fft_table_floats(longest));
   response->work = layout.add(longest);
   return layout;
 }
@@ -100,7 +99,7 @@ void lay_out(Convolution_stream_st* stream, const Convolution_shape* shape, Layo
     stream->windows[k] =
         layout->add(static_cast<uint64_t>(shape->inputs) * level->N * level->phases * level->slots);
     stream->sums[k] = layout->add((k > 0 ? 2ull : 1ull) * shape->outputs * level->N);
-    stream->outputs[k] = k > 0 ? layout->add(4ull * shape->outputs * level->hop) : 0;
+    stream->outputs[k] = k > 0 ? layout->add(2ull * shape->outputs * level->N) : 0;
   }
   stream->previous = layout->add(static_cast<uint64_t>(shape->outputs) * shape->block);
   stream->floats = static_cast<unsigned>(layout->bytes() / sizeof(float));
@@ -147,13 +146,14 @@ void transform_partition(const Convolution_response_st* response, float* memory,
   const bool last = k + 1 == response->plan.levels;
   int end = first + size < taps->blen ? first + size : taps->blen;
   if (!last && end > response->plan.level[k + 1].first) end = response->plan.level[k + 1].first;
+  const int N = level->N;
   float* const work = memory + response->work;
   memcpy(work, taps->b + first, (end - first) * sizeof(float));
-  memset(work + (end - first), 0, (level->N - (end - first)) * sizeof(float));
-  MORVAX_KLOV_RealFFT_Run2(reinterpret_cast<const RealFFT_ID*>(memory + response->fft[k]), work,
-                           static_cast<short>(level->N));
+  memset(work + (end - first), 0, (N - (end - first)) * sizeof(float));
+  JURN_forward_steps(memory + response->table, N, work, {work, N, nullptr}, 0, JURN_ALL_STEPS);
   JURN_put_spectrum(memory + route->spectra[k] + partition * chunk_floats,
-                    static_cast<size_t>(route->partitions[k]) * chunk_floats, work, level->N);
+                    static_cast<size_t>(route->partitions[k]) * chunk_floats, work, N, 0,
+                    N / chunk_floats);
 }
 
 }  // namespace
@@ -189,8 +189,7 @@ int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* response, size_t
   fingerprint.store(response->fingerprint);
   float* const memory = reinterpret_cast<float*>(response);
   for (int k = 0; k < response->plan.levels; ++k)
-    MORVAX_KLOV_RealFFT_Init(reinterpret_cast<RealFFT_ID*>(memory + response->fft[k]),
-                             static_cast<short>(response->plan.level[k].N));
+    JURN_put_fft_table(memory + response->table, response->plan.level[k].N);
 
   auto* const first = reinterpret_cast<ConvolutionRoute*>(memory + response->routes);
   int source[JURN_CONVOLUTION_ROUTES];  // of each route placed so far
@@ -206,7 +205,7 @@ int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* response, size_t
       route->input = routes[r].input;
       for (int k = 0; k < response->plan.levels; ++k) {
         route->partitions[k] = JURN_partitions(&response->plan, k, routes[r].blen);
-        response->products[k] += route->partitions[k];
+        response->shares[k].products += route->partitions[k];
         if (like < place) {
           route->spectra[k] = first[like].spectra[k];
           continue;
@@ -218,6 +217,8 @@ int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* response, size_t
     }
     response->first_route[output + 1] = placed;
   }
+  for (int k = 0; k < response->plan.levels; ++k)
+    JURN_share_step(&response->shares[k], &response->plan.level[k], shape);
   response->ready = 1;
   return JURN_CONVOLUTION_OK;
 }

@@ -1,4 +1,4 @@
-/* The steps of the levels of a convolution, and the schedule of their pieces. */
+/* The steps of the levels of a convolution, and the schedule of their slices. */
 #include "../../../../common/exact_arithmetic.h"
 
 #include "convolution_work.h"
@@ -7,9 +7,8 @@
 
 namespace {
 
-const RealFFT_ID* fft_of(const Convolution_response_st* response, int k) {
-  return reinterpret_cast<const RealFFT_ID*>(reinterpret_cast<const float*>(response) +
-                                             response->fft[k]);
+const float* table_of(const Convolution_response_st* response) {
+  return reinterpret_cast<const float*>(response) + response->table;
 }
 
 /** Counts work for the tests, in the plan's unit of cost. */
@@ -30,6 +29,7 @@ ConvolutionWork::ConvolutionWork(Convolution_stream_st* stream,
       k_(k),
       set_(set),
       level_(stream->plan.level[k]),
+      shares_(response->shares[k]),
       state_(stream->state[k]),
       memory_(reinterpret_cast<float*>(stream)) {}
 
@@ -39,33 +39,41 @@ void ConvolutionWork::advance() {
   if (--state_.newest < 0) state_.newest = level_.slots - 1;
 }
 
-void ConvolutionWork::transform_window(int input, int frames) {
-  transform_window_piece(input, frames, JURN_ALL_PIECES);
+JURN_Window ConvolutionWork::window(int input, int frames) const {
+  const int N = level_.N, kept = stream_->past_frames;
+  const float* const past = memory_ + stream_->past + static_cast<size_t>(input) * kept;
+  int end = stream_->now - frames;
+  if (end <= 0) end += kept;
+  if (N <= end) return {past + (end - N), N, nullptr};
+  return {past + kept - (N - end), N - end, past};
 }
 
-void ConvolutionWork::transform_window_piece(int input, int frames, int piece) {
-  const int N = level_.N;
-  const RealFFT_ID* const fft = fft_of(response_, k_);
-  float* const window = sums(0);
-  const float* samples = window;
-  if (piece <= 0) {
-    const float* const past =
-        memory_ + stream_->past + static_cast<size_t>(input) * stream_->past_frames;
-    int end = stream_->now - frames;
-    if (end <= 0) end += stream_->past_frames;
-    if (N <= end) {
-      samples = past + (end - N);
-    } else {
-      memcpy(window + (N - end), past, end * sizeof(float));
-      memcpy(window, past + stream_->past_frames - (N - end), (N - end) * sizeof(float));
-    }
-  }
-  JURN_forward_piece(fft, window, samples, piece);
-  if (is_last(piece))
-    JURN_put_spectrum(windows(state_.phase) + input * input_stride() +
-                          static_cast<size_t>(state_.newest) * chunk_floats,
-                      chunk_stride(), window, N);
-  count_work(JURN_piece_cost(N, piece < 0 ? piece : transform_pieces() - 1 - piece));
+void ConvolutionWork::put_spectrum(int input, int first, int last) {
+  JURN_put_spectrum(windows(state_.phase) + input * input_stride() +
+                        static_cast<size_t>(state_.newest) * chunk_floats,
+                    chunk_stride(), sums(0), level_.N, first, last);
+}
+
+void ConvolutionWork::transform_window(int input, int frames) {
+  JURN_forward_steps(table_of(response_), level_.N, sums(0), window(input, frames), 0,
+                     JURN_ALL_STEPS);
+  put_spectrum(input, 0, chunks());
+  count_work(level_.transform_cost + level_.put_cost);
+}
+
+void ConvolutionWork::transform_window(int input, int frames, int from, int to) {
+  const int cost = level_.transform_cost;
+  if (from < cost)
+    count_work(JURN_forward_steps(table_of(response_), level_.N, sums(0), window(input, frames),
+                                  from, to < cost ? to : cost));
+  const auto chunk_at = [=](int put) {
+    if (put <= 0) return 0;
+    return put < level_.put_cost ? put * chunks() / level_.put_cost & -put_chunks : chunks();
+  };
+  const int first = chunk_at(from - cost), last = chunk_at(to - cost);
+  if (first == last) return;
+  put_spectrum(input, first, last);
+  count_work((last - first) * (level_.put_cost / chunks()));
 }
 
 void ConvolutionWork::sum() {
@@ -79,86 +87,77 @@ void ConvolutionWork::compute_previous_step() {
       step_at(wraps ? level_.phases - 1 : state_.phase - 1, newest < level_.slots ? newest : 0), 0,
       chunks());
   for (int output = 0; output < stream_->shape.outputs; ++output)
-    transform_back_to(outputs(state_.side, output), output, JURN_ALL_PIECES);
+    transform_back(outputs(state_.side, output), output);
 }
 
 void ConvolutionWork::transform_back(int output) {
-  transform_back_piece(output, sums(output) + level_.N / 2, JURN_ALL_PIECES);
+  transform_back(sums(output) + level_.N / 2, output);
 }
 
-void ConvolutionWork::transform_back_piece(int output, float* half, int piece) {
-  JURN_inverse_piece(fft_of(response_, k_), sums(output), half, piece);
-  count_work(JURN_piece_cost(level_.N, piece));
+void ConvolutionWork::transform_back(float* half, int output) {
+  JURN_inverse_steps(table_of(response_), level_.N, sums(output), half, 0, JURN_ALL_STEPS);
+  count_work(level_.transform_cost);
 }
 
-void ConvolutionWork::transform_back_to(float* samples, int output, int piece) {
-  if (2 * level_.hop == level_.N) {
-    transform_back_piece(output, samples, piece);
-  } else {
-    transform_back_piece(output, sums(output) + level_.N / 2, piece);
-    if (is_last(piece))
-      memcpy(samples, sums(output) + (level_.N - level_.hop), level_.hop * sizeof(float));
-  }
+void ConvolutionWork::transform_back(float* half, int output, int from, int to) {
+  count_work(JURN_inverse_steps(table_of(response_), level_.N, sums(output), half, from, to));
 }
 
-int ConvolutionWork::pieces_before(int call) const {
-  const long long pieces_of_one = transform_pieces();
-  const long long inputs = stream_->shape.inputs * pieces_of_one;
-  const long long outputs = stream_->shape.outputs * pieces_of_one;
-  const long long transform = 2LL * slices() * JURN_transform_cost(level_.N);
-  const long long slice = 2LL * pieces_of_one * (products() > 0 ? products() : 1);
-  const long long all = (inputs + outputs) * transform + chunks() * slices() * slice;
-  long long until = all * call / level_.calls;
-  const auto take = [&](long long count, long long cost) {
-    const long long middles = until < 0 ? 0 : (until + cost / 2) / cost;
-    until -= count * cost;
-    return middles < count ? middles : count;
+/* Levels take turns where they work for several calls at once. */
+int ConvolutionWork::work_before(int call) const {
+  const int until = ((call + k_) & -level_.share) - k_;
+  if (until <= 0) return 0;
+  const long long work = static_cast<long long>(until) * shares_.call_cost / 16;
+  return call < level_.calls && work < shares_.step_cost ? static_cast<int>(work)
+                                                         : shares_.step_cost;
+}
+
+void ConvolutionWork::work(int from, int to, int calls) {
+  if (from == to) return;
+  /* Of a part of the work that costs so much. */
+  const auto part = [&](int cost, auto run) {
+    if (from < cost && to > 0) run(from > 0 ? from : 0, to < cost ? to : cost);
+    from -= cost, to -= cost;
   };
-  long long pieces = take(inputs, transform);
-  pieces += take(chunks() * slices(), slice);
-  pieces += take(outputs, transform);
-  return static_cast<int>(pieces);
+  for (int input = 0; input < stream_->shape.inputs; ++input)
+    part(level_.transform_cost + level_.put_cost, [&](int first, int last) {
+      transform_window(input, calls * stream_->shape.block, first, last);
+    });
+  part(chunks() * shares_.slices * shares_.slice_cost,
+       [&](int first, int last) { sum(first, last); });
+  for (int output = 0; output < stream_->shape.outputs; ++output)
+    part(level_.transform_cost, [&](int first, int last) {
+      transform_back(outputs(1 - state_.side, output), output, first, last);
+    });
 }
 
-void ConvolutionWork::work(int first, int last, int calls) {
-  const int transforms = transform_pieces();
-  const int inputs = stream_->shape.inputs * transforms, sum_pieces = chunks() * slices();
-  for (; first < last && first < inputs; ++first)
-    transform_window_piece(first / transforms, calls * stream_->shape.block, first % transforms);
-  const int sum_end = last < inputs + sum_pieces ? last : inputs + sum_pieces;
-  if (first < sum_end) {
-    sum_slices(first - inputs, sum_end - inputs);
-    first = sum_end;
-  }
-  for (; first < last; ++first) {
-    const int piece = first - inputs - sum_pieces, output = piece / transforms;
-    transform_back_to(outputs(1 - state_.side, output), output, piece % transforms);
+void ConvolutionWork::sum(int from, int to) {
+  const ConvolutionStep step = step_at(state_.phase, state_.newest);
+  const int slices = shares_.slices;
+  int first = (from + shares_.slice_cost - 1) / shares_.slice_cost;
+  const int last = (to + shares_.slice_cost - 1) / shares_.slice_cost;
+  while (first < last) {
+    const int chunk = first / slices, slice = first - chunk * slices;
+    const int whole = slice == 0 ? (last - first) / slices : 0;
+    const int until = last - first < slices - slice ? slice + last - first : slices;
+    if (whole > 0)
+      sum_chunks(step, chunk, chunk + whole);
+    else
+      sum_slices(step, chunk, slice, until);
+    first += whole > 0 ? whole * slices : until - slice;
   }
 }
 
 void ConvolutionWork::sum_chunks(const ConvolutionStep& step, int first, int last) {
   JURN_sum_chunks(&step, first, last);
-  count_work(static_cast<long long>(last - first) * products());
+  count_work(static_cast<long long>(last - first) * shares_.products * level_.product_cost);
 }
 
-void ConvolutionWork::sum_slices(int first, int last) {
-  const ConvolutionStep step = step_at(state_.phase, state_.newest);
-  while (first < last) {
-    const int chunk = first / slices(), slice = first % slices();
-    const int whole = slice == 0 ? (last - first) / slices() : 0;
-    if (whole > 0) {
-      sum_chunks(step, chunk, chunk + whole);
-      first += whole * slices();
-    } else {
-      const int end = slice + last - first < slices() ? slice + last - first : slices();
-      const auto at = [this](int i) {
-        return static_cast<int>(static_cast<long long>(products()) * i / slices());
-      };
-      JURN_sum_part(&step, chunk, at(slice), at(end));
-      count_work(at(end) - at(slice));
-      first += end - slice;
-    }
-  }
+void ConvolutionWork::sum_slices(const ConvolutionStep& step, int chunk, int first, int last) {
+  const int from = shares_.products * first / shares_.slices;
+  const int to = shares_.products * last / shares_.slices;
+  JURN_sum_part(&step, chunk, from, to);
+  count_work(static_cast<long long>(to - from) * level_.product_cost);
 }
 
 ConvolutionStep ConvolutionWork::step_at(int phase, int newest) const {
@@ -179,7 +178,7 @@ ConvolutionStep ConvolutionWork::step_at(int phase, int newest) const {
 
 float* ConvolutionWork::outputs(int side, int output) const {
   return memory_ + stream_->outputs[k_] +
-         (static_cast<size_t>(2 * set_ + side) * stream_->shape.outputs + output) * level_.hop;
+         (static_cast<size_t>(2 * set_ + side) * stream_->shape.outputs + output) * (level_.N / 2);
 }
 
 /* The first level has one set of sums: none of its work outlasts a call. */

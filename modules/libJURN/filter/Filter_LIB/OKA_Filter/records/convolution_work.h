@@ -1,4 +1,4 @@
-/* The work of one level of a stream: its steps, cut into pieces that a fixed schedule spreads over
+/* The work of one level of a stream: its steps, cut into slices that a fixed schedule spreads over
  * the calls of a step. */
 #ifndef JURN_CONVOLUTION_WORK_H
 #define JURN_CONVOLUTION_WORK_H
@@ -26,15 +26,16 @@ class ConvolutionWork {
    * that is being put out. */
   void compute_previous_step();
 
-  /** How many of a step's pieces of work come before a call: those whose middle lies in the calls
-   * before, when all calls take equal shares of the cost. The pieces are those of every input's
-   * transform, the slices of all chunks, those of every output's transform. */
-  int pieces_before(int call) const;
-  /** Pieces of work from first to last - 1; the window ends `calls` calls ago. */
-  void work(int first, int last, int calls);
+  /** The cost of a step's work that comes before a call. */
+  int work_before(int call) const;
+  /** What begins from `from` to `to` - 1 of a step's work: every input's transform, the slices of
+   * all chunks, every output's transform. The window ends `calls` calls ago. */
+  void work(int from, int to, int calls);
 
-  /** What one output puts out in the current step (`side` is the stream's), or in the next one. */
-  float* outputs(int side, int output) const;
+  /** What one output puts out in the current step (`side` is the stream's). */
+  const float* ready(int output) const {
+    return outputs(state_.side, output) + (level_.N / 2 - level_.hop);
+  }
 
  private:
   float* sums(int output) const;
@@ -42,24 +43,25 @@ class ConvolutionWork {
   size_t chunk_stride() const;
   size_t input_stride() const;
   int chunks() const { return level_.N / chunk_floats; }
-  /** A chunk's products, and into how many slices they are cut. */
-  int products() const { return response_->products[k_]; }
-  int slices() const { return products() / most_products + 1; }
   ConvolutionStep step_at(int phase, int newest) const;
+  JURN_Window window(int input, int frames) const;
+  void put_spectrum(int input, int first, int last);
+  void transform_back(float* half, int output);
+  /** What begins from `from` to `to` - 1 of a part of the work, each counted from the part's start
+   * on. */
+  void transform_window(int input, int frames, int from, int to);
+  void sum(int from, int to);
+  void transform_back(float* half, int output, int from, int to);
   void sum_chunks(const ConvolutionStep& step, int first, int last);
-  void sum_slices(int first, int last);
-  int transform_pieces() const { return JURN_fft_pieces(level_.N); }
-  bool is_last(int piece) const { return piece < 0 || piece == transform_pieces() - 1; }
-  void transform_window_piece(int input, int frames, int piece);
-  /** A piece of an output's transform; the last gives the half that holds the last hop, or the last
-   * hop itself. */
-  void transform_back_piece(int output, float* half, int piece);
-  void transform_back_to(float* samples, int output, int piece);
+  void sum_slices(const ConvolutionStep& step, int chunk, int first, int last);
+  /** The last N/2 samples of a step of one output, its last hop of which are put out. */
+  float* outputs(int side, int output) const;
 
   Convolution_stream_st* const stream_;
   const Convolution_response_st* const response_;
   const int k_, set_;
   const ConvolutionLevel& level_;
+  const ConvolutionShares& shares_;
   ConvolutionState& state_;
   float* const memory_;
 };
@@ -72,8 +74,8 @@ void JURN_check_convolution(const Convolution_stream_st* stream,
 float* JURN_filtered_block(Convolution_stream_st* stream, int output);
 
 /** Turns the stream from the response that it ran with to the next one, once the current block has
- * been filtered through the former, and keeps that block for the mix. Says whether all pieces of
- * the current step that come before the current call are done. */
+ * been filtered through the former, and keeps that block for the mix. Says whether all work of
+ * the current step that comes before the current call is done. */
 bool JURN_exchange_response(Convolution_stream_st* stream, const Convolution_response_st* next);
 
 /** Mixes the kept block into the current one's. */
