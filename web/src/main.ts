@@ -318,7 +318,7 @@ function wire(): void {
     event.preventDefault();
     document.body.classList.remove('dragging');
     const file = event.dataTransfer?.files[0];
-    if (file) void drop(file, event.target as Element).then(showPlaying).then(countAllClips);
+    if (file) void drop(file, event.target instanceof Element ? event.target : document.body).then(showPlaying).then(countAllClips);
   });
   new ResizeObserver(() => {
     placeHandles();
