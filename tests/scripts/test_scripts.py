@@ -1,6 +1,9 @@
-"""The scripts beside a busy package manager, and in a checkout that was copied after it was built."""
+"""The scripts beside a busy package manager, and in a checkout that was copied after it was built; and
+the package for Swift, which names its files itself."""
 
 import os
+import pathlib
+import re
 import shutil
 import subprocess
 import tempfile
@@ -46,6 +49,17 @@ class ScriptsTest(unittest.TestCase):
         self.assertEqual((done.returncode, done.stderr),
                          (1, "E: Unable to locate package missing\n"))
         self.assertEqual(self.install("here").returncode, 0)
+
+    def test_swift_knows_every_file(self):
+        root = pathlib.Path(SCRIPTS).resolve().parent
+        package = (root / "Package.swift").read_text(encoding="utf-8")
+        cmake = (root / "files/coefficients/CMakeLists.txt").read_text(encoding="utf-8")
+        readers = {os.path.normpath("files/coefficients/" + name) for name in re.findall(r"^  (\S+\.cpp)", cmake, re.M)}
+        texts = {path.relative_to(root).as_posix() for folder in ("modules/libJURN", "engine")
+                 for ending in ("*.inl", "CMakeLists.txt") for path in (root / folder).rglob(ending)}
+        for name, expected in ("readers", readers), ("texts", texts):
+            listed = re.search(rf"let {name} = \[(.*?)\]", package, re.S)[1]
+            self.assertEqual(set(re.findall('"(.+)"', listed)), expected, name)
 
     def test_a_copied_build_folder_is_configured_afresh(self):
         old, new = (os.path.join(self.folder, name) for name in ("old", "new"))
