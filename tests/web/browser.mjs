@@ -89,3 +89,11 @@ export async function open(browser, url, options = {}) {
     document.getElementById('engine').textContent !== '');
   return { page, errors, close: () => context.close() };
 }
+
+/** The link of the page as it is now, from "#" on: it is in the address before it is copied, or that is refused. */
+export async function linkOf(page) {
+  await page.click('#share');
+  await page.waitForFunction(() => document.getElementById('share').textContent === 'Copied' ||
+    /The link is in the address bar/.test(document.getElementById('message').textContent));
+  return new URL(page.url()).hash;
+}

@@ -7,7 +7,7 @@ import { join } from 'node:path';
 import { after, test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 import { loadDesigner } from '../../bindings/web/dist/design.node.js';
-import { browser, open, serveAndLaunch, server } from './browser.mjs';
+import { browser, linkOf, open, serveAndLaunch, server } from './browser.mjs';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
 const tool = process.env.JURN_FILTER ?? join(root, 'build/release/tools/jurn-filter/jurn-filter');
@@ -139,9 +139,7 @@ test('designs of the tab are SciPy\'s, and run elsewhere as they run here', asyn
   const taps = designer.parse('fir.npy', readFileSync(fir), { rate: 48000 }).b;
   assertClose(runC(await saved(page, '#save-cmsis'), 'equiripple', 'arm_fir_f32', 'arm_fir_instance_f32'), taps, 'CMSIS-DSP');
   assertClose(await runWebAudio(page, readFileSync(await saved(page, '#save-web-audio'), 'utf8'), 'equiripple'), taps, 'Web Audio');
-  await page.click('#share');
-  await page.waitForFunction(() => location.hash.length > 1);
-  const linked = await open(browser, `${server.url}/${new URL(page.url()).hash}`);
+  const linked = await open(browser, `${server.url}/${await linkOf(page)}`);
   await says(linked.page, 'design-summary', '65 taps');
   await linked.page.waitForFunction(() => document.getElementById('design-transition')?.value === '900');
   assert.deepEqual([...errors, ...linked.errors], []);
@@ -189,9 +187,7 @@ test('an equaliser is fitted to a measurement, and is the tool\'s', async () => 
   await says(page, 'message', "broken.txt:3: 'hello' is no number");
   await says(page, 'design-summary', 'speaker.txt to wanted.csv');
   // A link brings the bands along.
-  await page.click('#share');
-  await page.waitForFunction(() => location.hash.length > 1);
-  const linked = await open(browser, `${server.url}/${new URL(page.url()).hash}`);
+  const linked = await open(browser, `${server.url}/${await linkOf(page)}`);
   await says(linked.page, 'design-summary', 'speaker.txt to wanted.csv: ');
   await says(linked.page, 'command', '-c fitted.txt');
   await page.click('#fit-edit');

@@ -8,7 +8,7 @@ import { test } from 'node:test';
 import { fileURLToPath, pathToFileURL } from 'node:url';
 import { native } from '../../bindings/web/tests/native.mjs';
 import { wav } from '../../build/web/files.js';
-import { browser, open, serveAndLaunch, server } from './browser.mjs';
+import { browser, linkOf, open, serveAndLaunch, server } from './browser.mjs';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
 serveAndLaunch('--use-fake-device-for-media-stream', '--deny-permission-prompts');
@@ -335,8 +335,7 @@ test('keys: bands, tabs, play, original and filtered; a link brings all back', a
   await page.keyboard.press('Home');
   assert.match(await page.getAttribute('#source', 'aria-valuetext'), /^0 degrees/);
   for (let i = 0; i < 6; ++i) await page.keyboard.press('ArrowRight');
-  await page.waitForTimeout(500);
-  const again = await open_({}, new URL(page.url()).hash);
+  const again = await open_({}, await linkOf(page));
   assert.equal(await again.page.inputValue('#azimuth'), '30');
   assert.equal(await again.page.locator('#bands tr').count(), 3);
   const damaged = await open_({}, '#bm90IGEgc2V0dGluZw');
@@ -369,8 +368,7 @@ test('what is taken home: coefficients, C code that compiles, the recording with
     await page.waitForFunction((name) => document.getElementById('command').textContent.includes(name), `${same}.txt`);
     assert[same ? 'deepEqual' : 'notDeepEqual'](await again(page), numbers(asIs));
   }
-  await page.waitForFunction((before) => location.hash !== before, new URL(page.url()).hash);
-  const linked = await open_({ acceptDownloads: true }, new URL(page.url()).hash);
+  const linked = await open_({ acceptDownloads: true }, await linkOf(page));
   assert.deepEqual(await again(linked.page), numbers(asIs));
   await linked.close();
   await page.click('[data-kind=eq]');
