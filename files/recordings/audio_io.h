@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -34,6 +35,9 @@ struct InputFormat {
 
 /** Title, artist and so on, by the numbers of libsndfile. */
 using Tags = std::vector<std::pair<int, std::string>>;
+
+/** Held where libsndfile opens a file until its reason is read: it keeps one for all threads. */
+inline std::mutex opening_by_libsndfile;
 
 struct CloseSndfile {
   void operator()(SNDFILE* file) const { sf_close(file); }

@@ -151,6 +151,8 @@ AudioReader::AudioReader(const std::string& path, int max_channels, InputFormat 
       descriptor_.swap(copy);
     }
   }
+  std::unique_lock lock(opening_by_libsndfile, std::defer_lock);
+  if (!pipe_) lock.lock();  // a pipe may wait for its writer
   // libsndfile closes what it cannot read, whatever it is told. By then the number may be that of
   // another thread's file; so it gets one of its own.
   file_.reset(

@@ -109,8 +109,11 @@ AudioWriter::AudioWriter(const std::string& path, int channels, int rate, const 
   format_ = set_format(output_.path(), file, format, &info_);
   most_frames_ = file.huge ? kEndless : kMostBytes / (channels * sample_bytes(format_));
   if (output_.is_stream()) start_stream();
-  file_.reset(bytes_.open(&info_));
-  if (!file_) fail(sf_strerror(nullptr));
+  {
+    const std::lock_guard lock(opening_by_libsndfile);
+    file_.reset(bytes_.open(&info_));
+    if (!file_) fail(sf_strerror(nullptr));
+  }
   // The chunk holds the time of day; without it the same input gives the same file.
   sf_command(file_.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
 }
