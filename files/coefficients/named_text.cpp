@@ -56,6 +56,16 @@ std::string assigned_name(std::string_view line, std::string_view* rest) {
   return is_gain ? std::string(words[0]) : std::string();
 }
 
+/** Whether a line lists several numbers of a filter behind a name, and no brackets: "z = -1 -1". */
+bool lacks_brackets(std::string_view line) {
+  const std::size_t equals = line.find('=');
+  if (equals == std::string_view::npos) return false;
+  const std::vector<std::string_view> names = split(line.substr(0, equals), kBetween);
+  return names.size() == 1 && role_of(names[0]) != Role::kOther &&
+         split(line.substr(equals + 1), " \t\r,;").size() > 1 &&
+         line.find_first_not_of("+-.0123456789eEij,; \t\r", equals + 1) == std::string_view::npos;
+}
+
 /** Of "0.5-0.25j" the length of 0.5; 0 where there is no real part. */
 std::size_t length_of_real_part(std::string_view word) {
   for (std::size_t at = word.size() - 2; at > 0; --at)
@@ -210,6 +220,8 @@ std::vector<Array> parse_named_text(const std::string& path, std::string_view te
       const std::size_t printed = all_printed ? content.find('[') : content.find(kPrinted);
       if (name.empty() && printed != std::string_view::npos) rest = content.substr(printed);
       if (name.empty() && printed == std::string_view::npos) {
+        if (lacks_brackets(content))
+          fail(path, line, "several numbers behind a name stand in brackets: b = [0.5, 0.5]");
         const bool words = std::any_of(content.begin(), content.end(), [](char c) {
           return std::isalpha(static_cast<unsigned char>(c)) && c != 'e' && c != 'E';
         });

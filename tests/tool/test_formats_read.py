@@ -220,6 +220,7 @@ filters:
                 ("sos", "b0,b1,a1,a2\n1,0,0,0\n1,0,0,0\n", ":1:", "no column b2"),
                 ("fir", "h[0] = 1\nh[2] = 1\n", ":2:", "index 2"),
                 ("sos", "b0=1\nb1=0\nb2=0\na1=0\n", "no a2"),
+                ("sos", "z = -1 -1\np = 0.5+0.3j 0.5-0.3j\nk = 0.1\n", ":1:", "brackets"),
                 ("sos", "gain = 1e30\nsos = [1e20 0 0 1 0 0; 1 0 0 1 0 0]\n", "1e+50", "range"),
                 ("fir", "* Impulse Response data saved by REW\n2.2675736961E-5 // Sample interval\n"
                  "* Data start\n1\n", ":2:", "44100", "48000")):
