@@ -21,10 +21,13 @@ namespace {
 constexpr int kPeriod = 32768;  // frames that hold every piece of work equally often
 
 struct Shape {
-  int taps, frames, routes;  // two routes: stereo, each channel by itself; four: true stereo
+  int taps, frames, routes;  // one: mono; two: stereo, each channel by itself; four: true stereo
   std::string name() const {
-    return std::to_string(taps) + (routes == 4 ? " true stereo" : "") + "/" +
-           std::to_string(frames);
+    return std::to_string(taps) +
+           (routes == 4   ? " true stereo"
+            : routes == 1 ? " mono"
+                          : "") +
+           "/" + std::to_string(frames);
   }
 };
 
@@ -32,7 +35,7 @@ class Jurn {
  public:
   /** With a second response to fade to, if `fades`. */
   explicit Jurn(const Shape& s, bool fades = false)
-      : shape_{2, 2, s.frames, s.taps},
+      : shape_{s.routes == 1 ? 1 : 2, s.routes == 1 ? 1 : 2, s.frames, s.taps},
         taps_(noise<float>(s.taps, 1.0 / s.taps)),
         block_(noise<short>(2 * s.frames, 20000.0)) {
     const Convolution_shape& shape = shape_;
@@ -259,8 +262,10 @@ const bool registered = [] {
   }
   for (const Shape& shape : {Shape{8192, 256, 2}, Shape{480000, 256, 2}})
     add_clones("room, " + shape.name(), [shape] { return jurn(shape); });
-  for (const Shape& shape : {Shape{8192, 256, 2}, Shape{48000, 256, 2}, Shape{96000, 256, 4},
-                             Shape{96000, 64, 2}, Shape{480000, 64, 2}, Shape{480000, 256, 2}})
+  for (const Shape& shape :
+       {Shape{8192, 256, 2}, Shape{48000, 256, 2}, Shape{96000, 256, 4}, Shape{96000, 64, 2},
+        Shape{480000, 64, 2}, Shape{480000, 256, 2}, Shape{262144, 256, 2}, Shape{524288, 256, 2},
+        Shape{1048576, 256, 1}, Shape{300000, 64, 1}})
     benchmark::RegisterBenchmark(("room fades/" + shape.name()).c_str(), [shape](
                                                                              benchmark::State& s) {
       fade_calls(s, shape);

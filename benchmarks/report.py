@@ -17,6 +17,8 @@ import tempfile
 MARKER = "<!-- Written by hand from here on; scripts/benchmark keeps it. -->"
 FFT_LENGTHS = [2**k for k in range(6, 15)]
 FIR_TAPS = [32, 128, 512, 2048, 32767]
+LONG_ROOMS = [("262144/256", 2, 17.6), ("524288/256", 2, 30), ("1048576 mono/256", 1, 38),
+              ("300000 mono/64", 1, 32)]
 LONG_TAPS = [512, 2048, 8192]
 FFT_KINDS = ["-2 stereo", "-2 mono", "-7 stereo", "-5 mono", "-4 stereo"]
 SECTIONS = [1, 4, 16]
@@ -79,6 +81,13 @@ def targets(f, instruction_set, before):
     t.section("Long filter, stereo kind -2, int16 in and out / zita-convolver, one partition")
     for taps in LONG_TAPS:
         t.add(f"{taps} taps", ratio(f.copies(f"long/{taps}", "jurn"), f.copies(f"long/{taps}", "zita")), 0.45)
+    t.section("Long responses, ns a sample and channel; the dearest call / the mean")
+    for room, channels, limit in LONG_ROOMS:
+        taps, frames = room.split("/")
+        mean, dearest = (f(f"room fades/{room}", call) for call in ("mean", "dearest"))
+        t.add(f"{taps} taps, {frames} frames", mean / int(frames) / channels, limit)
+        t.add(f"{taps} taps, {frames} frames, dearest", dearest / mean, 2)
+
     t.section("FFT kinds: share of a block's time outside its transforms and products")
     for kind in FFT_KINDS:
         for taps in LONG_TAPS:
@@ -324,7 +333,7 @@ def room_fades(f):
             f"{number(f(g, call) / 1000)} ({number(f(g, call) / mean, 1)})"
             for call in ("dearest", "one call", "prepared")])
     return ["### Fades of long responses", "",
-            "Calls of `MORVAX_ConvolutionRun_API` in stereo, µs and in brackets runs: an ordinary one,"
+            "Calls of `MORVAX_ConvolutionRun_API`, µs and in brackets runs: an ordinary one,"
             " the dearest of", "them, a fade in one call, and the dearest call of a fade that"
             " `MORVAX_ConvolutionPrepareFade_API`", "prepares, each at its worst moment and the least"
             " of 101 rounds.", ""] + table(
