@@ -20,6 +20,7 @@ let texts = [
   "modules/libJURN/common/transforms/lanes.inl",
   "modules/libJURN/common/transforms/radix.inl",
   "modules/libJURN/common/transforms/real.inl",
+  "modules/libJURN/common/transforms/steps.inl",
   "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/JURNfir.inl",
   "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/JURNiir.inl",
   "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/cascade_records.inl",

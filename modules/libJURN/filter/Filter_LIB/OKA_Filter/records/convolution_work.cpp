@@ -66,7 +66,7 @@ void ConvolutionWork::transform_window(int input, int frames, int from, int to) 
   if (from < cost)
     count_work(JURN_forward_steps(table_of(response_), level_.N, sums(0), window(input, frames),
                                   from, to < cost ? to : cost));
-  const auto chunk_at = [=](int put) {
+  const auto chunk_at = [this](int put) {
     if (put <= 0) return 0;
     return put < level_.put_cost ? put * chunks() / level_.put_cost & -put_chunks : chunks();
   };
