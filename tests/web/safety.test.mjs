@@ -198,7 +198,20 @@ test('another link in the same tab, undo and redo, a link that is too long, a ro
   const gain = (value) => page.waitForFunction(
     (wanted) => document.querySelectorAll('#bands tr:first-child input')[2].value === wanted, value);
   await page.evaluate((hash) => (location.hash = hash), await toHash({ ...initial(), kind: 'mean', mean: 123 }));
-  await page.waitForFunction(() => document.getElementById('mean').value === '123' && !document.getElementById('kind-mean').hidden);
+  const mean = (length) => page.waitForFunction(
+    (wanted) => document.getElementById('mean').value === wanted && !document.getElementById('kind-mean').hidden, length);
+  await mean('123');
+  // Pasted just while the page writes its own link into the address.
+  await page.evaluate((hash) => {
+    const original = window.btoa;
+    window.btoa = (text) => {
+      window.btoa = original;
+      location.hash = hash;
+      return original.call(window, text);
+    };
+    document.querySelector('[data-kind=eq]').click(); // what it writes
+  }, await toHash({ ...initial(), kind: 'mean', mean: 77 }));
+  await mean('77');
   await page.click('[data-kind=eq]');
   await page.locator('.handle').first().focus();
   await page.keyboard.press('ArrowUp');

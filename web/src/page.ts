@@ -84,8 +84,8 @@ export async function showLink(): Promise<{ link: string; whole: boolean }> {
   let hash = '#' + (await toHash(setting));
   const whole = hash.length <= LONGEST_LINK;
   if (!whole) hash = '#' + (await toHash({ ...setting, file: null, channels: null }));
-  shown = hash;
-  if (location.hash !== hash) history.replaceState(null, '', hash);
+  // A link that was pasted meanwhile is not overwritten: it is about to be taken.
+  if (location.hash === shown && hash !== shown) history.replaceState(null, '', (shown = hash));
   return { link: location.href, whole };
 }
 
@@ -95,7 +95,9 @@ let take: (wanted: Setting) => Promise<void>;
 export function whenReplaced(call: typeof take): void {
   take = call;
   addEventListener('hashchange', () => {
-    if (location.hash !== shown) void fromHash(location.hash).then(take);
+    if (location.hash === shown) return;
+    shown = location.hash;
+    void fromHash(shown).then(take);
   });
 }
 
