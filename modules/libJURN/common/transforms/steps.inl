@@ -42,48 +42,52 @@ JURN_INLINE void step_through(Steps& steps, int columns, int levels, Slice slice
                 [=](int first, int last) JURN_INLINED { slice(first * width, last * width); });
 }
 
-/** The blocks of at most JURN_STEP_VALUES that passes of two levels leave of an array. */
-struct Leaves {
-  /** An array of size values costs so much. */
-  Leaves(int size, int array_cost) : length(size), cost(array_cost) {
-    for (; length > JURN_STEP_VALUES; length /= 4)
-      cost = (cost - JURN_pass_cost(2 * length, 2)) / 4;
-  }
-  int length, cost;
-};
+/** How often an array can be quartered until its blocks are steps. */
+constexpr int kMostQuarters = 3;
+static_assert(JURN_LONG_FFT_MAX / 8 <= JURN_STEP_VALUES << 2 * kMostQuarters,
+              "an array of the longest transform ends in steps");
 
-/** Transforms an array of size values: each pass of a block, then its four quarters. */
-static void array_steps_forward(Steps& steps, float* z, int size, int cost, const float* w) {
-  if (steps.skip(cost)) return;
-  const Leaves leaves(size, cost);
-  const int length = leaves.length, count = size > length ? 4 : 1;
-  for (float *block = z, *end = z + size; block < end; block += count * length) {
-    for (int whole = size; whole > length; whole /= 4)
-      if ((block - z) % whole == 0)
-        step_through(steps, whole / 4, 2, [=](int first, int last) {
-          radix4_columns_forward(block, size, whole / 4, first, last, complex_twiddles(w, whole));
-        });
-    steps.through(count, leaves.cost, [=](int first, int last) {
-      blocks_forward(block + first * length, (last - first) * length, size, length, w);
+/** Transforms count blocks of length values in an array of size values; each block costs so much.
+ * A function of its own for each size of block, so that their stack has a bound. */
+template <int quarters = kMostQuarters>
+static void block_steps_forward(Steps& steps, float* z, int count, int size, int length, int cost,
+                                const float* w) {
+  if (steps.skip(count * cost)) return;
+  if (quarters == 0 || length <= JURN_STEP_VALUES) {
+    steps.through(count, cost, [=](int first, int last) {
+      blocks_forward(z + first * length, (last - first) * length, size, length, w);
     });
+    return;
+  }
+  const int quarter = length / 4, pass = JURN_pass_cost(2 * length, 2);
+  for (float* end = z + count * length; z < end; z += length) {
+    if (steps.skip(cost)) continue;
+    step_through(steps, quarter, 2, [=](int first, int last) {
+      radix4_columns_forward(z, size, quarter, first, last, complex_twiddles(w, length));
+    });
+    if constexpr (quarters > 0)
+      block_steps_forward<quarters - 1>(steps, z, 4, size, quarter, (cost - pass) / 4, w);
   }
 }
 
-/** The same backwards: each pass behind the four quarters of its block. */
-static void array_steps_inverse(Steps& steps, float* z, int size, int cost, const float* w) {
-  if (steps.skip(cost)) return;
-  const Leaves leaves(size, cost);
-  const int length = leaves.length, count = size > length ? 4 : 1;
-  for (float *block = z, *end = z + size; block < end;) {
-    steps.through(count, leaves.cost, [=](int first, int last) {
-      blocks_inverse(block + first * length, (last - first) * length, size, length, w, InPlace());
+template <int quarters = kMostQuarters>
+static void block_steps_inverse(Steps& steps, float* z, int count, int size, int length, int cost,
+                                const float* w) {
+  if (steps.skip(count * cost)) return;
+  if (quarters == 0 || length <= JURN_STEP_VALUES) {
+    steps.through(count, cost, [=](int first, int last) {
+      blocks_inverse(z + first * length, (last - first) * length, size, length, w, InPlace());
     });
-    block += count * length;
-    for (int whole = 4 * length; whole <= size && (block - z) % whole == 0; whole *= 4)
-      step_through(steps, whole / 4, 2, [=](int first, int last) {
-        radix4_columns_inverse(block - whole, size, whole / 4, first, last,
-                               complex_twiddles(w, whole));
-      });
+    return;
+  }
+  const int quarter = length / 4, pass = JURN_pass_cost(2 * length, 2);
+  for (float* end = z + count * length; z < end; z += length) {
+    if (steps.skip(cost)) continue;
+    if constexpr (quarters > 0)
+      block_steps_inverse<quarters - 1>(steps, z, 4, size, quarter, (cost - pass) / 4, w);
+    step_through(steps, quarter, 2, [=](int first, int last) {
+      radix4_columns_inverse(z, size, quarter, first, last, complex_twiddles(w, length));
+    });
   }
 }
 
@@ -137,7 +141,8 @@ static int forward_steps(const float* w, float* x, int N, JURN_Window window, in
       else
         split_forward(x, length, w, InArray{x}, first, last);
     });
-    for (int i = 1; i < 4; ++i) array_steps_forward(steps, x + 2 * i * eighth, eighth, array, w);
+    for (int i = 1; i < 4; ++i)
+      block_steps_forward(steps, x + 2 * i * eighth, 1, eighth, eighth, array, w);
   }
   steps.through(1, JURN_fft_cost(length), [=](int, int) { forward(w, x, length); });
   return steps.done();
@@ -159,7 +164,8 @@ static int inverse_steps(const float* w, float* x, int N, float* half, int from,
     length *= 4;
     const int eighth = length / 8, array = JURN_complex_cost(eighth);
     if (steps.skip(JURN_pass_cost(length, 3) + 3 * array)) continue;
-    for (int i = 1; i < 4; ++i) array_steps_inverse(steps, x + 2 * i * eighth, eighth, array, w);
+    for (int i = 1; i < 4; ++i)
+      block_steps_inverse(steps, x + 2 * i * eighth, 1, eighth, eighth, array, w);
     step_through(steps, eighth, 3, [=](int first, int last) {
       if (length < N)
         split_inverse<false>(x, length, w, 1.f, x, first, last);
