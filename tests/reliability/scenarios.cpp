@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <type_traits>
 
 #include "../random.h"
@@ -355,19 +356,13 @@ uint64_t fft_filter(const Placement& placement) {
   return run.finish();
 }
 
-/** Convolution in one to four levels and with long transforms, with fades, every other one of them
- * prepared; the response moves as the stream does. */
+/** Convolutions with fades, every other one of them prepared; the response moves as the stream
+ * does. */
 template <class Sample>
-uint64_t convolution(const Placement& placement) {
+uint64_t convolutions(const Placement& placement, std::initializer_list<Convolution_shape> shapes) {
   Random random(71);
   Hash hash;
-  for (const Convolution_shape shape : {Convolution_shape{1, 1, 1, 40},
-                                        {2, 2, 64, 700},
-                                        {1, 2, 48, 3000},
-                                        {3, 1, 16, 9000},
-                                        {2, 1, 480, 9000},
-                                        {1, 1, 64, 90000},
-                                        {1, 1, 1024, 300000}}) {
+  for (const Convolution_shape shape : shapes) {
     struct Memory {
       std::vector<float> home;
       void* place;
@@ -422,6 +417,20 @@ uint64_t convolution(const Placement& placement) {
     hash.add(static_cast<const float*>(stream.place), stream.size / sizeof(float));
   }
   return hash.value();
+}
+
+/** In one, two and three levels. */
+template <class Sample>
+uint64_t convolution(const Placement& placement) {
+  return convolutions<Sample>(
+      placement,
+      {{1, 1, 1, 40}, {2, 2, 64, 700}, {1, 2, 48, 3000}, {3, 1, 16, 9000}, {2, 1, 480, 9000}});
+}
+
+/** In four levels, and with long transforms. */
+template <class Sample>
+uint64_t long_convolution(const Placement& placement) {
+  return convolutions<Sample>(placement, {{1, 1, 64, 90000}, {1, 1, 1024, 300000}});
 }
 
 /** Sections in every arrangement of lanes, with a fade through several calls. */
@@ -530,6 +539,8 @@ const std::vector<Scenario>& scenarios() {
       {"long_fft_mono", fft_filter<1, -2>},
       {"convolution_int16", convolution<short>},
       {"convolution_float", convolution<float>},
+      {"long_convolution_int16", long_convolution<short>},
+      {"long_convolution_float", long_convolution<float>},
       {"sections_int16", sections<short>},
       {"sections_float", sections<float>},
       {"sections_double", sections<double>},
