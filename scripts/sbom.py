@@ -1,5 +1,6 @@
 """Writes jurn-VERSION.spdx.json beside the files of a release: every file with its checksum, the
-packages that it needs at run time, and those whose code it contains, with their versions here.
+packages that it needs at run time, and those whose code or recordings it contains, with their versions
+here.
 
     sbom.py FOLDER VERSION
 """
@@ -17,12 +18,14 @@ from pathlib import Path
 from urllib.parse import quote
 
 JSON, WASM = "nlohmann-json3-dev", ("wasi-libc", "libc++-*-dev-wasm32", "libclang-rt-*-dev-wasm32")
-# Debian packages whose code is compiled into the files of a name.
+# Debian packages whose code is compiled into the files of a name, or which lie in them.
 CONTAINED = {
-    r"jurn-tools_": (JSON, "libcli11-dev"),
-    r"(gstreamer1.0-jurn|jurn-lv2)_": (JSON,),
-    r"python3-jurn_|.*\.whl$": (JSON, "pybind11-dev"),
-    r"jurn-filter-.*\.tgz$|jurn-page-": WASM,
+    r"jurn-tools_": ("STATIC_LINK", JSON, "libcli11-dev"),
+    r"(gstreamer1.0-jurn|jurn-lv2)_|jurn-filter-.*\.jar$": ("STATIC_LINK", JSON),
+    r"python3-jurn_|.*\.whl$": ("STATIC_LINK", JSON, "pybind11-dev"),
+    r"jurn-filter-.*\.tgz$|jurn-page-": ("STATIC_LINK", JSON, *WASM),
+    r"jurn-page-": ("CONTAINS", "alsa-utils", "jconvolver-config-files", "libmysofa1", "sonic-pi-samples"),
+    r"jurn-docs-": ("CONTAINS", "doxygen", "doxygen-awesome-css"),
 }
 
 
@@ -46,7 +49,7 @@ def needed(folder: Path, name: str) -> "list[str]":
     if not deb:
         return []
     depends = output("dpkg-deb", "-f", str(deb), "Depends").replace("|", ",")
-    return [entry.split()[0].split(":")[0] for entry in depends.split(",") if entry.strip()]
+    return sorted({entry.split()[0].split(":")[0] for entry in depends.split(",") if entry.strip()})
 
 
 def main(folder: Path, version: str) -> None:
@@ -71,10 +74,8 @@ def main(folder: Path, version: str) -> None:
                   licenseConcluded="MIT", copyrightText="Copyright (c) 2026 the JURN authors",
                   checksums=[{"algorithm": "SHA256", "checksumValue": digest}])
         relate("SPDXRef-DOCUMENT", "DESCRIBES", own)
-        contained = [pattern for names, patterns in CONTAINED.items()
-                     if re.match(names, path.name) for pattern in patterns]
-        for relation, patterns in (("DEPENDS_ON", needed(folder, path.name)),
-                                   ("STATIC_LINK", contained)):
+        contained = [rest for names, rest in CONTAINED.items() if re.match(names, path.name)]
+        for relation, *patterns in (("DEPENDS_ON", *needed(folder, path.name)), *contained):
             for package, its_version in [found for one in patterns for found in installed(one)]:
                 relate(own, relation, add(package, versionInfo=its_version, externalRefs=[{
                     "referenceCategory": "PACKAGE-MANAGER", "referenceType": "purl",

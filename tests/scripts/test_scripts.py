@@ -1,5 +1,6 @@
-"""The scripts beside a busy package manager, and in a checkout that was copied after it was built; and
-the package for Swift, which names its files itself."""
+"""The scripts beside a busy package manager, in a checkout that was copied after it was built, and
+outside of git; and what names files, options or steps that others decide: the package for Swift, the
+recipes, the workflow."""
 
 import os
 import pathlib
@@ -60,6 +61,36 @@ class ScriptsTest(unittest.TestCase):
         for name, expected in ("readers", readers), ("texts", texts):
             listed = re.search(rf"let {name} = \[(.*?)\]", package, re.S)[1]
             self.assertEqual(set(re.findall('"(.+)"', listed)), expected, name)
+
+    def test_recipes_switch_off_every_part(self):
+        root = pathlib.Path(SCRIPTS).resolve().parent
+        parts = re.findall(r"jurn_option\(JURN_BUILD_(\w+)", (root / "CMakeLists.txt").read_text(encoding="utf-8"))
+        port = (root / "packaging/vcpkg/portfile.cmake").read_text(encoding="utf-8")
+        self.assertEqual(sorted(re.findall(r"-DJURN_BUILD_(\w+)=OFF", port)), sorted(parts))
+        recipe = (root / "packaging/conan/conanfile.py").read_text(encoding="utf-8")
+        chosen = re.search(r"for part in \((.*?)\)", recipe)[1]
+        self.assertEqual(sorted(re.findall(r"\w+", chosen)), sorted(parts))
+
+    def test_workflow_has_every_step(self):
+        root = pathlib.Path(SCRIPTS).resolve().parent
+        workflow = (root / ".github/workflows/ci.yml").read_text(encoding="utf-8")
+        for step in re.findall("^step (.*)", (root / ".ci/run").read_text(encoding="utf-8"), re.M):
+            if step != "checksums":  # whose rows are jobs of their own
+                self.assertRegex(workflow, rf"(?m)[ -] scripts/{step}$|step: scripts/{step}$")
+
+    def test_sources_outside_of_git(self):
+        def sources(folder):
+            return set(subprocess.run([folder / "scripts/sources"], check=True, capture_output=True,
+                                      text=True).stdout.splitlines())
+        root = pathlib.Path(SCRIPTS).resolve().parent
+        if not (root / ".git").exists():
+            self.skipTest("no checkout")
+        copy = pathlib.Path(self.folder)
+        for name in sources(root) | {"build/a", "build-b/c", "bindings/web/node_modules/d"}:
+            (copy / name).parent.mkdir(parents=True, exist_ok=True)
+            (copy / name).touch()
+        shutil.copy(root / "scripts/sources", copy / "scripts")
+        self.assertEqual(sources(copy), sources(root))
 
     def test_a_copied_build_folder_is_configured_afresh(self):
         old, new = (os.path.join(self.folder, name) for name in ("old", "new"))
