@@ -69,6 +69,9 @@ def wait_for(is_there):
 def write_files():
     run("sox", SPEECH, "-b", "32", "-e", "floating-point", "in.wav")
     run(TOOL, "eq", "in.wav", "tool.wav", "HP 80 Q 0.5", "PK 3000 -4 Q 2", "--bits", "float", "-q")
+    command = re.search(r"^    (ffmpeg .*)$", read(os.path.join(TESTS, "../../docs/lv2.md")), re.M)[1]
+    run("sox", SPEECH, "-c", "2", "stereo.wav")
+    run("sh", "-c", command.replace("in.wav", "stereo.wav"))
     controls = "|".join(f"{name}={value}" for name, value in BANDS.items())
     run("ffmpeg", "-loglevel", "error", "-i", "in.wav", "-af",
         "lv2=p=urn\\\\:jurn\\\\:equaliser-mono:c=" + controls, "-c:a", "pcm_f32le", "ffmpeg.wav")

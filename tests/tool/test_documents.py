@@ -20,9 +20,10 @@ ELSEWHERE = {"arecord": f"sox {SPEECH} -t raw -r 48000 -c 1 -e signed -b 16 -", 
 
 
 def indented(name):
-    """The shell commands of a Markdown text's blocks, several lines joined."""
+    """The shell commands of a Markdown text's blocks, several lines joined, and of its tables."""
     text = (SOURCE / name).read_text(encoding="utf-8").replace("\\\n", "")
-    return re.findall(r"^    (jurn-filter .*)$", text, re.M)
+    return re.findall(r"^    ((?:sox [^|\n]*\| )?jurn-filter .*)$", text, re.M) + \
+        re.findall(r"^\|.* `(jurn-filter [^`]* [^`]*)`", text, re.M)
 
 
 def of_manual():
@@ -61,8 +62,8 @@ class DocumentsTest(ToolTest):
 
     def test_every_command_works_as_it_stands(self):
         os.symlink(TOOL, "jurn-filter")
-        commands = [*indented("README.md"), *indented("docs/coefficient-files.md"),
-                    *indented("docs/guide.md"), *indented("docs/designs.md"), *of_manual(),
+        guides = ("README", "docs/files", "docs/coefficient-files", "docs/guide", "docs/designs")
+        commands = [*(line for name in guides for line in indented(name + ".md")), *of_manual(),
                     *(line.strip() for block in of_help() for line in block.splitlines())]
         self.assertGreater(len(commands), 20)
         for command in commands:

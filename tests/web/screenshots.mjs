@@ -1,4 +1,4 @@
-// The two pictures of the README, docs/web-equaliser.png and docs/web-head.png, and the one that
+// The pictures of the page in the documents, docs/web-equaliser.png and docs/web-head.png, and the one that
 // links to the page show, web/preview.png.
 import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';

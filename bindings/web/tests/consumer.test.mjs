@@ -37,6 +37,10 @@ test('npm pack gives an archive that a project installs and uses', () => {
     `);
     tsc('consumer.ts', 'es2022');
     assert.equal(run('node', 'consumer.js').trim(), '500 -500 16383 -16384');
+    // The program with which the guide opens.
+    const guide = readFileSync(join(here, '../../docs/web.md'), 'utf8');
+    writeFileSync(join(folder, 'guide.js'), guide.split('```js\n')[1].split('```')[0]);
+    assert.equal(run('node', 'guide.js'), '1280 frames, the last one 0.251, the other side 0\n');
     writeFileSync(join(folder, 'page.ts'), `
       import { createFilterNode } from 'jurn-filter/web-audio';
       export const node = (context: AudioContext) =>
