@@ -340,6 +340,17 @@ def room_fades(f):
                 ["Taps", "Frames", "Run", "Dearest run", "Fade in one call", "Prepared fade"], rows)
 
 
+def shown_first(f):
+    """The three rows of the README."""
+    return table(["", "JURN", "peer"], [
+        ["real FFT forward, product, inverse, 2048 points", number(f("transform/2048", "jurn"), 0) + " ns",
+         "FFTW (patient) " + number(f("transform/2048", "fftw"), 0) + " ns"],
+        ["convolution with 2048 taps, stereo, a sample", number(f.copies("long/2048", "jurn")) + " ns",
+         "zita-convolver, float only, " + number(f.copies("long/2048", "zita")) + " ns"],
+        ["FIR of 512 taps in the time domain, a sample", number(f("fir/512", "block 480")) + " ns",
+         "liquid-dsp " + number(f("fir/512", "liquid")) + " ns"]])
+
+
 def crossover(points):
     """Taps from which the FFT kind is cheaper, between two measured counts, in logarithms."""
     for (n0, t0, f0), (n1, t1, f1) in zip(points, points[1:]):
@@ -512,6 +523,14 @@ def main():
         new.write("\n".join(lines) + "\n" + MARKER + kept)
     pathlib.Path(new.name).chmod(0o644)
     pathlib.Path(new.name).replace(path)
+
+    readme = docs.parent / "README.md"
+    if readme.exists():
+        before, rest = readme.read_text().split("<!-- speed -->\n")
+        readme.write_text("\n".join(
+            [before + "<!-- speed -->"] + shown_first(f) +
+            ["", f"{cpu_name()} with {instruction_set}, one core; {context['date'][:10]}.", "<!-- end -->"])
+            + rest.split("<!-- end -->")[1])
 
 
 if __name__ == "__main__":
