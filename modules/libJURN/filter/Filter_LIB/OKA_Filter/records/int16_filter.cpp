@@ -88,9 +88,9 @@ int count_alike(Filter_ID* const* filters, int count) {
       break;
   }
   if (cascade) {
-    const int least = first->ns <= 2 ? 2 : first->ns <= 4 ? 3 : 4;
+    const int least = first->ns <= 4 ? 2 : 3;
     if (alike < least) return 1;
-    if (first->ns > 4 && alike < 7) return 4;
+    if (first->ns > 4 && alike < 7) return alike < 4 ? alike : 4;
   }
   return alike;
 }
