@@ -26,13 +26,14 @@ struct Sections {
   Int delay;           // samples by which a lane is behind the first section
 };
 
-/** Moves every lane one up. */
+/** Moves every lane one up; the lowest, which nobody reads, gets the topmost, for CPUs that rotate.
+ */
 template <int lanes>
 JURN_INLINE Vec<float, lanes> next_lane(Vec<float, lanes> v) {
   if constexpr (lanes == 4)
-    return JURN_SHUFFLE(v, v, 0, 0, 1, 2);
+    return JURN_SHUFFLE(v, v, 3, 0, 1, 2);
   else
-    return JURN_SHUFFLE(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
+    return JURN_SHUFFLE(v, v, 7, 0, 1, 2, 3, 4, 5, 6);
 }
 
 /** The lanes of low in the lower half, those of high in the upper one. */
