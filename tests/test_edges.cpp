@@ -189,6 +189,9 @@ TEST(Edges, LongestBlocksRunAndAreNamed) {
     if (fft && c.type != -6) {
       EXPECT_EQ(MORVAX_FilterlongfirLongestBlock_API(long_filter.get()), 0) << c.type;
       EXPECT_EQ(MORVAX_FilterlongfirLatency_API(long_filter.get()), 0) << c.type;
+      long_filter->fftN = 2 * JURN_FFT_MAX;
+      long_filter->offset = c.chanel * long_filter->fftN;
+      EXPECT_EQ(MORVAX_FilterlongfirLongestBlock_API(long_filter.get()), 0) << c.type;
       MORVAX_FilterlongfirCalcu_API_forFFT(long_filter.get());
     }
     EXPECT_EQ(MORVAX_FilterlongfirLongestBlock_API(long_filter.get()), c.of_long) << c.type;

@@ -47,6 +47,7 @@ void configure_pair(Random& random, Filterf_ID* x, Filterf_ID* y, int* inLen) {
     random.taps(f->b, f->blen);
     random.denominator(f->a, f->alen);
   }
+  if (random.one_in(8)) (random.one_in(2) ? x : y)->filtertype = 7;
   *inLen = random.count(0, 2312);
 }
 
@@ -84,6 +85,7 @@ void expect_ramp(Run run, Fade fade) {
     std::memset(next.get(), 0, sizeof(Record));
     int inLen;
     configure_pair(random, previous.get(), next.get(), &inLen);
+    if (round % 8 == 1) inLen = inputs_of(next.get());  // one frame, which is the next record's
     if (round % 8 == 0) std::memcpy(next.get(), previous.get(), sizeof(Record));
     std::memcpy(lone_previous.get(), previous.get(), sizeof(Record));
     std::memcpy(lone_next.get(), next.get(), sizeof(Record));

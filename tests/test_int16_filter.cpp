@@ -29,7 +29,9 @@ TEST(ChanelConvert, SplitsJoinsAndIgnoresOtherCounts) {
     const auto any = [&](short* x, int count) { random.signal(x, count); };
     Twin<short> block(random, 2 * frames + 1, any), joined(random, 2 * frames, any);
     Twin<short> left(random, frames, any), right(random, frames, any);
-    MORVAX_ChanelConvert(1, 1, frames, block[true], block[true], left[true], right[true]);
+    for (const int outputs : {0, 1, 3})
+      MORVAX_ChanelConvert(1, outputs, frames, block[true], block[true], left[true], right[true]);
+    MORVAX_ChanelConvert(2, 2, frames, block[true], block[true], left[true], right[true]);
     EXPECT_TRUE(left.agrees() && right.agrees());
     for (int i = 0; i < frames; ++i) {
       left.expected[i] = block.expected[2 * i];
@@ -139,15 +141,17 @@ TEST(Int16Filter, RecordsSideBySideAgree) {
     for (int i = 0; i < count; ++i) {
       Filter_ID* f = list[i] = &filters[i];
       fill_rubbish(random, f);
-      f->chanel = 1;
+      f->chanel = random.one_in(9) ? 2 : 1;
       f->filtertype = type;
       f->n = n;
       f->ns = ns;
       f->blen = blen;
       f->alen = alen;
       if (random.one_in(9)) f->filtertype = random.one_of({-1, 0, 1, 7});
-      if (random.one_in(9)) f->ns = random.in(1, 9);
+      if (random.one_in(9)) f->ns = random.in(0, 9);
+      if (random.one_in(9)) f->n = random.one_of({2, 3, 4});
       if (random.one_in(9)) f->blen = random.in(1, 60);
+      if (random.one_in(9)) f->alen = random.in(1, 60);
       if (f->filtertype == 1) {
         random.sections(f->b, f->a, f->n, f->ns, wild);
         random.states(f->memL.mempx, JURN_COEFFICIENTS);

@@ -218,6 +218,11 @@ TEST(Sections, ErrorIsAtMostThatOfTheTransposedForm) {
     const Errors errors = errors_of(random, sos, 200000);
     EXPECT_LE(errors.run, errors.transposed_form) << &sos - designs;
   }
+  // Double poles at 0 Hz and at half the rate, where a section's matrix has no room of its own.
+  for (const double a1 : {-2.0, 2.0}) {
+    const Errors errors = errors_of(random, {1, 0.5, 0.25, 1, a1, 1}, 3000);
+    EXPECT_LE(errors.run, 1e-12L * errors.peak) << a1;
+  }
   // Random sections, all together: a single one may be lucky.
   long double run = 0, transposed_form = 0;
   for (int trial = 0; trial < 300; ++trial) {
@@ -455,6 +460,38 @@ TEST(Sections, FollowingAnEqualFilterChangesNoBit) {
   }
 }
 
+/** Poles that move at a quarter of the rate: what follows is the next filter once the past has
+ * gone.
+ */
+TEST(Sections, FollowingEndsInTheNextFilter) {
+  Random random(11);
+  Filter before(random, {1, 0, 0, 1, 0, 0.5}), after(random, {1, 0, 0, 1, 0, 0.1});
+  Stream old_stream(random, 1, 1), stream(random, 1, 1), steady(random, 1, 1);
+  std::vector<double> x(3000), y(x.size()), z(x.size());
+  for (double& sample : x) sample = random.real(1.0);
+  MORVAX_SectionsRun_API_double(old_stream.get(), before.get(), x.data(), 1001, y.data());
+  MORVAX_SectionsFollow_API(stream.get(), after.get(), old_stream.get(), before.get());
+  MORVAX_SectionsRun_API_double(stream.get(), after.get(), &x[1001], 1999, &y[1001]);
+  MORVAX_SectionsRun_API_double(steady.get(), after.get(), x.data(), 3000, z.data());
+  for (size_t i = 2000; i < x.size(); ++i) ASSERT_NEAR(y[i], z[i], 1e-9) << i;
+}
+
+/** States that overflowed are silence again, whichever of a section's two was the first. */
+TEST(Sections, RecoverFromOverflow) {
+  Random random(12);
+  for (int trial = 0; trial < 200; ++trial) {
+    Filter filter(random, random_sos(random, 2));
+    Stream stream(random, 1, 2);
+    std::vector<double> x(600), y(x.size());
+    for (int i = 0; i < 4; ++i)
+      x[i] = (random.one_in(2) ? 1.0 : -1.0) * std::pow(10.0, 307.5 + random.real(0.7));
+    MORVAX_SectionsRun_API_double(stream.get(), filter.get(), x.data(), 600, y.data());
+    std::fill(x.begin(), x.end(), 1.0);
+    MORVAX_SectionsRun_API_double(stream.get(), filter.get(), x.data(), 600, y.data());
+    for (const double sample : y) ASSERT_TRUE(std::isfinite(sample)) << trial;
+  }
+}
+
 TEST(Sections, SetUpsNameWhatDoesNotFit) {
   std::vector<double> memory(4000, 0.0);
   const size_t bytes = memory.size() * sizeof(double);
@@ -482,6 +519,8 @@ TEST(Sections, SetUpsNameWhatDoesNotFit) {
   EXPECT_EQ(
       MORVAX_SectionsStreamCalcu_API(stream, MORVAX_SectionsStreamSize_API(&shape) - 1, &shape),
       JURN_SECTIONS_TOO_SMALL);
+  EXPECT_EQ(MORVAX_SectionsFilterCalcu_API(nullptr, 0, sos.data(), 2, 1), JURN_SECTIONS_TOO_SMALL);
+  EXPECT_EQ(MORVAX_SectionsStreamCalcu_API(nullptr, 0, &shape), JURN_SECTIONS_TOO_SMALL);
   for (int i = 6; i < 12; ++i)
     for (const double bad : {static_cast<double>(kNaN), HUGE_VAL, -HUGE_VAL}) {
       Sos wrong = sos;

@@ -37,7 +37,7 @@ class Steps {
 /** A pass of `levels` levels over columns of eight floats each; slice(first, last) does some. */
 template <class Slice>
 JURN_INLINE void step_through(Steps& steps, int columns, int levels, Slice slice) {
-  const int width = columns < JURN_STEP_FLOATS / 8 ? columns : JURN_STEP_FLOATS / 8;
+  constexpr int width = JURN_STEP_FLOATS / 8;
   steps.through(columns / width, JURN_pass_cost(8 * width, levels),
                 [=](int first, int last) JURN_INLINED { slice(first * width, last * width); });
 }
@@ -121,7 +121,7 @@ static void split_window(float* x, int N, const float* w, JURN_Window window, in
 static int forward_steps(const float* w, float* x, int N, JURN_Window window, int from, int to) {
   const bool all = from <= 0 && to == JURN_ALL_STEPS;
   if (N <= JURN_STEP_VALUES || (N <= JURN_FFT_MAX && all)) {
-    if (from > 0 || to <= 0) return 0;
+    if (from > 0) return 0;
     if (window.count >= N && N >= 128) {
       forward_from(w, x, N, InOther{{window.head}});
     } else {
@@ -152,7 +152,7 @@ static int inverse_steps(const float* w, float* x, int N, float* half, int from,
   const float scale = 2.f / N;
   const bool all = from <= 0 && to == JURN_ALL_STEPS;
   if (N <= JURN_STEP_VALUES || (N <= JURN_FFT_MAX && all)) {
-    if (from > 0 || to <= 0) return 0;
+    if (from > 0) return 0;
     inverse_half(w, x, N, scale, half);
     return all ? 0 : JURN_fft_cost(N);
   }

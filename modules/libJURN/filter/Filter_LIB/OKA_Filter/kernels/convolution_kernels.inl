@@ -55,7 +55,7 @@ static void take_first(float* spectrum, const float* chunk) {
 static void put_spectrum(float* chunks, size_t chunk_stride, const float* spectrum, int N,
                          int first, int last) {
   int chunk = first;
-  if (chunk == 0 && chunk < last) {
+  if (chunk == 0) {
     put_first(chunks, spectrum);
     ++chunk;
   }
@@ -172,7 +172,7 @@ static void sum_chunks(const ConvolutionStep* step, int first, int last) {
   for (int r = 0; r < step->first_route[step->outputs]; ++r)
     walks[r] = walk_of(step, &step->routes[r], first, 0, step->routes[r].partitions[step->level]);
   int chunk = first;
-  if (chunk == 0 && chunk < last) {
+  if (chunk == 0) {
     sum_first_chunk(step, walks);
     ++chunk;
   }

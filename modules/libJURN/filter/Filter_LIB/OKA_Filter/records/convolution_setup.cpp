@@ -70,9 +70,7 @@ Layout lay_out(Convolution_response_st* response, const Convolution_shape* shape
   response->count = count;
   JURN_plan_convolution(&response->plan, shape);
   response->routes = layout.add(count * ((sizeof(ConvolutionRoute) + 3) / 4));
-  int longest = 0;
-  for (int k = 0; k < response->plan.levels; ++k)
-    if (response->plan.level[k].N > longest) longest = response->plan.level[k].N;
+  const int longest = response->plan.level[response->plan.levels - 1].N;
   response->table = layout.add(JURN_fft_table_floats(longest));
   response->work = layout.add(longest);
   return layout;
@@ -86,12 +84,8 @@ void lay_out(Convolution_stream_st* stream, const Convolution_shape* shape, Layo
   layout->add_record<Convolution_stream_st>();
   stream->shape = *shape;
   JURN_plan_convolution(&stream->plan, shape);
-  int frames = 0;
-  for (int k = 0; k < stream->plan.levels; ++k) {
-    const ConvolutionLevel* const level = &stream->plan.level[k];
-    const int needed = level->N + (k > 0 ? level->hop : 0);
-    if (needed > frames) frames = needed;
-  }
+  const ConvolutionLevel* const last = &stream->plan.level[stream->plan.levels - 1];
+  const int frames = last->N + (stream->plan.levels > 1 ? last->hop : 0);
   stream->past_frames = (frames + shape->block - 1) / shape->block * shape->block;
   stream->past = layout->add(static_cast<uint64_t>(shape->inputs) * stream->past_frames);
   for (int k = 0; k < stream->plan.levels; ++k) {
@@ -132,8 +126,7 @@ class Fingerprint {
 };
 
 bool same_taps(const Convolution_route& a, const Convolution_route& b) {
-  return a.blen == b.blen &&
-         (a.b == b.b || memcmp(a.b, b.b, static_cast<size_t>(a.blen) * sizeof(float)) == 0);
+  return a.blen == b.blen && memcmp(a.b, b.b, static_cast<size_t>(a.blen) * sizeof(float)) == 0;
 }
 
 /** Puts one partition's spectrum in its place among those of its route. */

@@ -80,12 +80,10 @@ void ConvolutionWork::sum() {
   sum_chunks(step_at(state_.phase, state_.newest), 0, chunks());
 }
 
+/* Of a level above the first, whose windows have one phase: it moves on by more than a third. */
 void ConvolutionWork::compute_previous_step() {
-  const bool wraps = state_.phase == 0;
-  const int newest = state_.newest + wraps;
-  sum_chunks(
-      step_at(wraps ? level_.phases - 1 : state_.phase - 1, newest < level_.slots ? newest : 0), 0,
-      chunks());
+  const int newest = state_.newest + 1;
+  sum_chunks(step_at(0, newest < level_.slots ? newest : 0), 0, chunks());
   for (int output = 0; output < stream_->shape.outputs; ++output)
     transform_back(outputs(state_.side, output), output);
 }

@@ -9,8 +9,7 @@
  * misses. */
 static inline int hop_of(const Filterlongfir_ID* mFilter) {
   const int N = mFilter->fftN;
-  const int chanel = mFilter->chanel;
-  const int hop = chanel == JURN_MONO || chanel == JURN_STEREO ? mFilter->offset / chanel : 0;
+  const int hop = mFilter->offset / mFilter->chanel;
   return N >= 2 && N <= JURN_FFT_MAX && hop > N / 2 && hop <= N ? hop : 0;
 }
 

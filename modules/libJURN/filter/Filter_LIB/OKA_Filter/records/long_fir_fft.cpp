@@ -29,10 +29,10 @@ template <class Piece, class Across>
 void for_each_piece(int slot, int channels, int frames, Piece piece, Across across) {
   for (int done = 0; done < frames;) {
     const int run = min(frames - done, (JURN_RING_SLOTS - slot) / channels);
-    if (run > 0) piece(slot, done, run);
+    piece(slot, done, run);
     done += run;
     slot = advance(slot, run * channels);
-    if (done < frames && slot == JURN_RING_SLOTS - 1 && channels == 2) {
+    if (done < frames && slot == JURN_RING_SLOTS - 1) {
       across(done++);
       slot = 1;
     }

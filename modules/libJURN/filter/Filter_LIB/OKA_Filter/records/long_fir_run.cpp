@@ -125,12 +125,9 @@ int MORVAX_FilterlongfirLongestBlock_API(const Filterlongfir_ID* mFilter) {
       return 0;
     case Path::plain:
       return longest_block(mFilter);
-    case Path::two_filters: {
-      if (!in_range(mFilter->blen, 1, 32767) || !in_range(mFilter->bRlen, 1, 32767)) return 0;
-      const int taps = mFilter->blen > mFilter->bRlen ? mFilter->blen : mFilter->bRlen;
-      frames = smaller_of(JURN_BLOCK, JURN_LONG_HISTORY - taps + 1);
-      break;
-    }
+    case Path::two_filters:
+      return in_range(mFilter->blen, 1, 32767) && in_range(mFilter->bRlen, 1, 32767) ? JURN_BLOCK
+                                                                                     : 0;
     case Path::fft: {
       const bool two_channels =
           mFilter->chanel == JURN_STEREO || mFilter->filtertype == JURN_LONG_FFT_MONO_TO_STEREO;
