@@ -32,7 +32,14 @@ HrtfSet::HrtfSet(const std::string& path, int rate) {
   if (!original || mysofa_check(original.get()) != MYSOFA_OK) fail(path, error);
   // libmysofa would set the loudness after it resampled, which makes it depend on the rate.
   const double native = original->DataSamplingRate.values[0];
+  if (!(native >= 1000.0 && native <= 1e6))  // libmysofa would resample by any ratio
+    refuse(path, "is at a sampling rate of " + shown(native) + " Hz");
+  const MYSOFA_ARRAY& responses = original->DataIR;
+  if (!std::all_of(responses.values, responses.values + responses.elements,
+                   [](float tap) { return std::isfinite(tap); }))
+    refuse(path, "holds responses that are no finite numbers");
   gain_ = mysofa_loudness(original.get()) * native / rate;
+  if (!std::isfinite(gain_)) refuse(path, "is silent in front of the listener");
   set_.reset(mysofa_open_no_norm(path.c_str(), static_cast<float>(rate), &measured_, &error));
   if (!set_) fail(path, error);
   const MYSOFA_ARRAY& delays = set_->hrtf->DataDelay;

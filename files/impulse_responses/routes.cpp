@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "Convolution_control.h"
+#include "coefficients/parse.h"
 #include "errors.h"
 #include "units.h"
 
@@ -158,7 +159,10 @@ RouteList read_list(const std::string& path) {
   fs::path folder = fs::path(path).parent_path();
   std::string text;
   for (int line = 1; std::getline(file, text); ++line) {
-    if (text.find('\0') != std::string::npos || text.size() > 10000)
+    if (!text.empty() && text.back() == '\r') text.pop_back();
+    // What would move about on a terminal where an error shows it.
+    const auto is_control = [](unsigned char c) { return std::iscntrl(c) && c != '\t'; };
+    if (std::any_of(text.begin(), text.end(), is_control) || text.size() > 10000)
       list.fail(line, "is no text of routes");
     std::istringstream words(text);
     std::string first;
@@ -213,7 +217,11 @@ Routing read_routes(const std::string& path, int rate, const ImpulseResponseOpti
                 "a delay of " + std::to_string(entry.delay) + " frames leaves no room for taps");
     taps.insert(taps.begin(), static_cast<std::size_t>(entry.delay), 0.0);
     if (static_cast<double>(taps.size()) > limit) taps.resize(static_cast<std::size_t>(limit));
-    for (double& tap : taps) tap *= entry.gain;
+    for (double& tap : taps) {
+      tap *= entry.gain;
+      if (!in_range(tap))
+        list.fail(entry.line, "a gain of " + shown(entry.gain) + " makes taps that no float holds");
+    }
     routing.routes.push_back({entry.input, entry.output, std::move(taps)});
   }
   return routing;

@@ -123,14 +123,17 @@ class BadInputTest(ToolTest):
                 (["--ir", BAND, "--fade-to", BAND, "--at", 9], 2, "9", "1.428")):
             self.assert_fails(["convolve", SPEECH, "out.wav", *arguments], *words, code=code)
         self.assert_fails(["convolve", SPEECH, "two.wav", "--ir", "two.wav"], "two.wav", code=2)
-        delayed = []
+        changed = []
         if importlib.util.find_spec("h5py"):
             import h5py
-            shutil.copy("/usr/share/libmysofa/default.sofa", "delayed.sofa")
-            with h5py.File("delayed.sofa", "r+") as file:
-                file["Data.Delay"][...] = 40000
-            delayed.append((["--sofa", "delayed.sofa"], "delayed.sofa", "43538;", "32767"))  # at 48 kHz
-        for arguments, *words in (*delayed, (["--sofa", "two.wav"], "two.wav", "SOFA"),
+            for i, (array, value, *words) in enumerate((
+                    ("Data.Delay", 40000, "43538;", "32767"),  # at 48 kHz
+                    ("Data.IR", np.nan, "finite"), ("Data.IR", 0, "silent"), ("Data.SamplingRate", 0.5, "0.5 Hz"))):
+                shutil.copy("/usr/share/libmysofa/default.sofa", f"changed{i}.sofa")
+                with h5py.File(f"changed{i}.sofa", "r+") as file:
+                    file[array][...] = value
+                changed.append((["--sofa", f"changed{i}.sofa"], f"changed{i}.sofa", *words))
+        for arguments, *words in (*changed, (["--sofa", "two.wav"], "two.wav", "SOFA"),
                                   (["--sofa", "missing.sofa"], "missing.sofa", "no such file")):
             self.assert_fails(["binaural", SPEECH, "out.wav", *arguments], *words)
         self.assert_fails(["binaural", MUSIC, "out.wav"], MUSIC, "mono")

@@ -244,7 +244,7 @@ pipeline:
         expected = np.stack([0.5 * a * x[:, 0] + b * x[:, 1], -c * x[:, 0], -0.5 * x[:, 1]], 1)
         self.assertLess(np.abs(read("out.wav")[1] - expected).max(), 1e-6)
         for line in ("1 1 two.wav 1 2 3", "1 1 two.wav loud", "1 1 two.wav 1.5", "1 1 two.wav 1 nan",
-                     "1 1 two.wav -3dB -3dB"):
+                     "1 1 two.wav -3dB -3dB", "/impulse/dirac 1 1 1e300 0"):
             with open("routes.txt", "w", encoding="ascii") as file:
                 file.write(line + "\n")
             self.assert_fails(["convolve", "float.wav", "new.wav", "--routes", "routes.txt"],
