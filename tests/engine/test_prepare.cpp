@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <complex>
 #include <string>
 #include <vector>
 
 #include "design/equaliser.h"
+#include "design/frequency_response.h"
 #include "design/prepare_once.h"
 
 namespace jurn {
@@ -44,6 +46,28 @@ std::vector<double> power_of(double pole, int order) {
     for (std::size_t i = result.size() - 1; i > 0; --i) result[i] -= pole * result[i - 1];
   }
   return result;
+}
+
+TEST(Response, IsThatOfTheDefinition) {
+  const FilterDesign designs[] = {{FilterDesign::kFir, {0.5, -0.25, 1.0, 0.125}, {}},
+                                  {FilterDesign::kIir, {0.3, 0.2, -0.7}, {1.0, -0.5}},
+                                  {FilterDesign::kSections, {0.3, 0.2, -0.7}, {1.0, -0.5, 0.25}}};
+  for (const FilterDesign& design : designs)
+    for (const double w : {0.1, 1.0, 2.9}) {
+      const auto direct = [&](double at) {
+        const auto sum = [at](const std::vector<double>& c) {
+          std::complex<double> result = 0.0;
+          for (std::size_t k = 0; k < c.size(); ++k)
+            result += c[k] * std::polar(1.0, -at * static_cast<double>(k));
+          return result;
+        };
+        return sum(design.b) / (design.a.empty() ? 1.0 : sum(design.a));
+      };
+      const ResponsePoint point = response_at(design, w);
+      EXPECT_NEAR(std::abs(point.value - direct(w)), 0.0, 1e-12) << w;
+      const double slope = std::arg(direct(w + 1e-5) / direct(w - 1e-5)) / 2e-5;
+      EXPECT_NEAR(point.delay, -slope, 1e-6) << w;
+    }
 }
 
 TEST(Prepare, GivesWhatPreparesToItself) {

@@ -535,6 +535,8 @@ TEST(Streams, RefuseBytesThatAreNotTheirs) {
   Stream loudspeakers(format, make_setup_voice(prepare(setup, {}), format));
   StateBytes to;
   EXPECT_THROW(loudspeakers.store(&to), Error);
+  Stream shortest(format, make_mean(1, Precision::kInt16, format));
+  EXPECT_EQ(refusal(stored(&shortest)), "none");
 }
 
 TEST(Streams, CountWhatIsNoNumberAsSilence) {

@@ -216,8 +216,7 @@ void add_response(CLI::App* app, Run* run) {
                                                                {"impulse", Panel::kImpulse},
                                                                {"step", Panel::kStep},
                                                                {"poles", Panel::kPoles}})
-              .description("")
-              .name("magnitude phase delay impulse step poles"))
+              .description(""))
       ->delimiter(',')
       ->allow_extra_args(false)
       ->type_name("NAMES");
