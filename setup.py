@@ -37,7 +37,7 @@ class BuildByCMake(build_ext):
         target = Path(self.get_ext_fullpath(ext.name))
         target.parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(next((build / "bindings/python").rglob(name)), target)
-        strip = shutil.which("strip") if os.name == "posix" else None
+        strip = shutil.which(os.environ.get("STRIP", "strip")) if os.name == "posix" else None
         if strip:
             subprocess.run([strip, "-x", target], check=True)
 
