@@ -23,12 +23,14 @@ let texts = [
   "modules/libJURN/common/transforms/steps.inl",
   "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/JURNfir.inl",
   "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/JURNiir.inl",
+  "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/cascade_groups.inl",
   "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/cascade_records.inl",
   "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/convolution_kernels.inl",
   "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/filterNOrNsSec.inl",
   "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/fir.inl",
   "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/float_kernels.inl",
   "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/moving_sum.inl",
+  "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/record_lanes.inl",
   "modules/libJURN/filter/Filter_LIB/OKA_Filter/kernels/sections_kernels.inl",
 ]
 

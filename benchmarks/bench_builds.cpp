@@ -271,7 +271,7 @@ const bool registered = [] {
       sides.push_back(chain(kOwn, "fused", N, true));
       return sides;
     });
-  for (int sections : {1, 2, 4, 8})
+  for (int sections : {1, 2, 4, 8, 16})
     add_group("records/cascade " + std::to_string(sections), [sections] {
       std::vector<Side> sides;
       for (int count : {1, 4, 6, 8})

@@ -96,16 +96,22 @@ Side jurn(const Shape& shape) {
 }
 
 #ifdef PEER_ZITA
-/** Uniform partitions of the block's length: its way without threads and latency. */
+/** Uniform partitions of the block's length: its way without threads and latency. Or up to
+ * `longest`, which threads of its own convolve; a call waits for them, so that its time has their
+ * work. */
 class Zita {
  public:
-  explicit Zita(const Shape& s)
-      : taps_(noise<float>(s.taps, 1.0 / s.taps)), input_(noise<float>(s.frames, 0.5)) {
+  explicit Zita(const Shape& s, int longest = 0)
+      : channels_(s.routes == 1 ? 1 : 2),
+        waits_(longest > 0),
+        taps_(noise<float>(s.taps, 1.0 / s.taps)),
+        input_(noise<float>(s.frames, 0.5)) {
     const unsigned frames = static_cast<unsigned>(s.frames);
     convolver_.set_options(Convproc::OPT_FFTW_MEASURE | Convproc::OPT_VECTOR_MODE);
-    convolver_.configure(2, 2, static_cast<unsigned>(s.taps), frames, frames, frames, 0.0f);
-    for (unsigned in = 0; in < 2; ++in)
-      for (unsigned out = 0; out < 2; ++out)
+    convolver_.configure(channels_, channels_, static_cast<unsigned>(s.taps), frames, frames,
+                         waits_ ? static_cast<unsigned>(longest) : frames, 0.0f);
+    for (unsigned in = 0; in < channels_; ++in)
+      for (unsigned out = 0; out < channels_; ++out)
         if (in == out || s.routes == 4)
           convolver_.impdata_create(in, out, 1, taps_.data(), 0, s.taps);
     convolver_.start_process(0, 0);
@@ -115,11 +121,14 @@ class Zita {
     convolver_.cleanup();
   }
   void run() {
-    for (unsigned c = 0; c < 2; ++c) std::copy(input_.begin(), input_.end(), convolver_.inpdata(c));
-    convolver_.process();
+    for (unsigned c = 0; c < channels_; ++c)
+      std::copy(input_.begin(), input_.end(), convolver_.inpdata(c));
+    convolver_.process(waits_);
   }
 
  private:
+  unsigned channels_;
+  bool waits_;
   Convproc convolver_;
   std::vector<float> taps_, input_;
 };
@@ -254,6 +263,24 @@ const bool registered = [] {
 #endif
       return sides;
     });
+  add_group("room best/1048576 mono/256", [] {
+    const Shape shape{1048576, 256, 1};
+    const auto filter = std::make_shared<Jurn>(shape);
+    const int calls = filter->step();
+    std::vector<Side> sides{{"jurn", 1.0 * calls * shape.frames, [filter, calls] {
+                               for (int i = 0; i < calls; ++i) filter->run();
+                             }}};
+#ifdef PEER_ZITA
+    for (int longest : {1024, 2048, 4096, 8192}) {
+      const auto peer = std::make_shared<Zita>(shape, longest);
+      sides.push_back(
+          {"zita " + std::to_string(longest), 1.0 * calls * shape.frames, [peer, calls] {
+             for (int i = 0; i < calls; ++i) peer->run();
+           }});
+    }
+#endif
+    return sides;
+  });
   for (const Shape& shape : {Shape{8192, 256, 2}, Shape{96000, 256, 4}}) {
     add_dearest<Jurn>("jurn", shape);
 #ifdef PEER_ZITA

@@ -1,10 +1,13 @@
-/* Runs one kind in calls of 480 frames, for counting its instructions: KIND CALLS. Without
- * arguments it lists the kinds. */
+/* Runs one kind in calls of 480 frames, or blocks of a convolution that hold every piece of its
+ * work equally often, for counting its instructions: KIND CALLS. Without arguments it lists the
+ * kinds, and the frames of a call. */
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
+#include "../modules/libJURN/filter/Filter_LIB/Convolution_control.h"
 #include "../modules/libJURN/filter/Filter_LIB/Filter_control.h"
 #include "../modules/libJURN/filter/Filter_LIB/Sections_control.h"
 
@@ -24,7 +27,10 @@ struct Kind {
   const char* name;
   int type, chanel, count;
 };
-// Types of Filter_ID; 10: Filterf_ID's FIR, -2: FFT, 20: four records at once, 30: sections.
+std::vector<float> response_memory, room_memory;
+
+// Types of Filter_ID; 10: Filterf_ID's FIR, -2: FFT, 20: four records at once, 30: sections,
+// 40: convolution in blocks of `count` frames.
 const Kind kinds[] = {{"FIR, 32 taps", -1, 1, 32},
                       {"FIR, 512 taps", -1, 1, 512},
                       {"IIR, order 2", 0, 1, 3},
@@ -38,7 +44,13 @@ const Kind kinds[] = {{"FIR, 32 taps", -1, 1, 32},
                       {"sections in double, 4", 30, 1, 4},
                       {"sections in double, 16", 30, 1, 16},
                       {"sections in double, stereo, 4", 30, 2, 4},
-                      {"FFT, stereo, 481 taps", -2, 2, 481}};
+                      {"FFT, stereo, 481 taps", -2, 2, 481},
+                      {"convolution, stereo, 24000 taps, 64 frames", 40, 2, 64},
+                      {"convolution, stereo, 24000 taps, 96 frames", 40, 2, 96}};
+
+int frames_of(const Kind& kind) {
+  return kind.type == 40 ? kind.count * (kind.count == 64 ? 64 : 210) : frames;
+}
 
 void set_up(Filter_ID* f, const Kind& kind) {
   f->chanel = kind.chanel;
@@ -65,8 +77,29 @@ void set_up_sections(const Kind& kind) {
     std::abort();
 }
 
+void set_up_room(const Kind& kind) {
+  const std::vector<float> taps(24000, 1e-4f);
+  const Convolution_shape shape = {2, 2, kind.count, 24000};
+  const Convolution_route routes[] = {{0, 0, taps.data(), 24000}, {1, 1, taps.data(), 24000}};
+  const size_t size = MORVAX_ConvolutionResponseSize_API(&shape, routes, 2);
+  const size_t stream_size = MORVAX_ConvolutionStreamSize_API(&shape);
+  response_memory.resize(size / sizeof(float));
+  room_memory.resize(stream_size / sizeof(float));
+  if (MORVAX_ConvolutionResponseCalcu_API(
+          reinterpret_cast<ConvolutionResponse_ID*>(response_memory.data()), size, &shape, routes,
+          2) ||
+      MORVAX_ConvolutionStreamCalcu_API(reinterpret_cast<ConvolutionStream_ID*>(room_memory.data()),
+                                        stream_size, &shape))
+    std::abort();
+}
+
 void call(const Kind& kind) {
-  if (kind.type == -2) {
+  if (kind.type == 40) {
+    for (int i = 0; i < frames_of(kind); i += kind.count)
+      MORVAX_ConvolutionRun_API(
+          reinterpret_cast<ConvolutionStream_ID*>(room_memory.data()),
+          reinterpret_cast<const ConvolutionResponse_ID*>(response_memory.data()), input, output);
+  } else if (kind.type == -2) {
     MORVAX_FilterlongfirRun_API(&long_filter, input, 2 * frames, output);
   } else if (kind.type == 10) {
     MORVAX_FilterfRun_API(&float_filter, floats, frames, results);
@@ -88,7 +121,7 @@ int main(int argc, char** argv) {
   for (int i = 0; i < 2 * frames; ++i) input[i] = static_cast<short>(i * 7919 % 20001 - 10000);
   for (int i = 0; i < 2 * frames; ++i) floats[i] = input[i];
   for (const Kind& kind : kinds) {
-    if (argc < 3) std::puts(kind.name);
+    if (argc < 3) std::printf("%s\t%d\n", kind.name, frames_of(kind));
     if (argc < 3 || std::strcmp(argv[1], kind.name) != 0) continue;
     if (kind.type == -2) {
       long_filter.chanel = 2;
@@ -103,6 +136,8 @@ int main(int argc, char** argv) {
       for (int i = 0; i < kind.count; ++i) float_filter.b[i] = 0.5 / kind.count;
     } else if (kind.type == 30) {
       set_up_sections(kind);
+    } else if (kind.type == 40) {
+      set_up_room(kind);
     } else {
       for (Filter_ID* f : {&filter, &more[0], &more[1], &more[2]}) set_up(f, kind);
     }

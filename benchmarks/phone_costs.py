@@ -45,6 +45,7 @@ LOOPS = [
     ("inverse, radix 4", COMMON + "DFTs.cpp", "radix4_inverse", 4, "value"),
     ("inverse, last pass", COMMON + "DFTs.cpp", "split_inverse", 4, "value"),
     ("product of spectra", COMMON + "DFTs.cpp", "product", 4, "value"),
+    ("sums of spectra", KERNELS + "convolution_kernels.cpp", "sum_chunks", "products", "product"),
 ]
 ARITHMETIC = re.compile(r"^(f(add|sub|mul|neg|min|max|cm..|cvt\w*)|s?cvtf|[us]cvtf|add|sub|and|bsl|bif|bit"
                         r"|sq?xtn2?|sxtl2?|sshll2?|shl|sshr)\b")
@@ -182,14 +183,15 @@ def call_counts(build):
             run(command + OPTIONS + flags + ["-static", "-o", str(program),
                                              "benchmarks/phone_calls.cpp"] + sources)
         log = build / "phone_calls.log"
-        for kind in run(["qemu-aarch64", str(program)]).splitlines():
+        for line in run(["qemu-aarch64", str(program)]).splitlines():
+            kind, frames = line.split("\t")
             executed = []
             for calls in "1", "2":
                 run(["qemu-aarch64", "-singlestep", "-d", "exec,nochain", "-D", str(log),
                      str(program), kind, calls])
                 with open(log, "rb") as lines:
                     executed.append(sum(line.startswith(b"Trace") for line in lines))
-            counts.setdefault(kind, {})[name] = (executed[1] - executed[0]) / 480
+            counts.setdefault(kind, {})[name] = (executed[1] - executed[0]) / int(frames)
             log.unlink()
     return [name for name, _, _ in builds], counts
 
@@ -219,7 +221,7 @@ def main():
         heads += [f"{core}", "of bound"]
     lines += table(heads, loop_costs(build))
     names, counts = call_counts(build)
-    lines += ["", "Instructions per frame of whole calls of 480 frames, counted under qemu; \"scalar\""
+    lines += ["", "Instructions per frame of whole calls of 480 frames, and of blocks of convolutions, counted under qemu; \"scalar\""
               " is the library", "without vectors.", ""]
     lines += table(["Call"] + names, [[kind] + [f"{c[n]:.1f}" for n in names]
                                       for kind, c in counts.items()])

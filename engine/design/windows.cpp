@@ -17,12 +17,6 @@ double bessel_i0(double x) {
   return sum;
 }
 
-double kaiser_beta(double attenuation) {
-  if (attenuation > 50.0) return 0.1102 * (attenuation - 8.7);
-  if (attenuation <= 21.0) return 0.0;
-  return 0.5842 * std::pow(attenuation - 21.0, 0.4) + 0.07886 * (attenuation - 21.0);
-}
-
 std::vector<double> window(Window kind, std::size_t count, double beta) {
   std::vector<double> values(count, 1.0);
   if (count < 2) return values;

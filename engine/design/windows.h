@@ -14,10 +14,4 @@ std::vector<double> window(Window kind, std::size_t count, double beta = 0.0);
 /** The modified Bessel function of the first kind and order 0. */
 double bessel_i0(double x);
 
-/** The beta of Kaiser's window whose side lobes lie so many decibels below.
- *
- * Source: J. F. Kaiser, Nonrecursive digital filter design using the I0-sinh window function, 1974.
- */
-double kaiser_beta(double attenuation);
-
 }  // namespace jurn

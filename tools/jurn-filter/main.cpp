@@ -8,6 +8,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -30,9 +31,8 @@ struct Request {
   Run run;
 };
 
-/** Parses one filter and, of the first, everything else. The arguments come last one first. */
-void parse(std::vector<std::string> arguments, CLI::App* app, Request* request) {
-  const bool follows = !request->filters.empty();
+/** Adds the filters and, of the first one, everything else. */
+void add_subcommands(bool follows, CLI::App* app, Request* request) {
   request->filters.push_back(std::make_unique<Filter>());
   app->require_subcommand(1);
   for (const auto& add :
@@ -42,6 +42,12 @@ void parse(std::vector<std::string> arguments, CLI::App* app, Request* request) 
     for (const auto& add :
          {add_level, add_response, add_spectrogram, add_export, add_fit, add_live})
       add(app, &request->run);
+}
+
+/** Parses one filter and, of the first, everything else. The arguments come last one first. */
+void parse(std::vector<std::string> arguments, CLI::App* app, Request* request) {
+  const bool follows = !request->filters.empty();
+  add_subcommands(follows, app, request);
   const std::string name = arguments.empty() ? "" : arguments.back();
   std::string known;
   bool found = name.substr(0, 1) == "-";
@@ -57,8 +63,44 @@ void parse(std::vector<std::string> arguments, CLI::App* app, Request* request) 
   app->parse(std::move(arguments));
 }
 
+/** Prints what may stand in place of the last word: a line each, perhaps with a tab and what it is.
+ * Nothing where a file's name stands, or a value of the user's. */
+void complete(const std::vector<std::string>& words, CLI::App* app) {
+  if (words.empty()) return;
+  const std::string& last = words.back();
+  const auto print = [&](const std::string& word, const std::string& what) {
+    if (word.compare(0, last.size(), last) == 0)
+      std::printf("%s%s%s\n", word.c_str(), what.empty() ? "" : "\t", what.c_str());
+  };
+  const auto then = std::find(words.rbegin() + 1, words.rend(), "--then");
+  Request request;
+  add_subcommands(then != words.rend(), app, &request);
+  const auto own = then.base();  // the words of the filter at hand
+  if (&*own == &last) {
+    for (const CLI::App* command : app->get_subcommands(nullptr))
+      print(command->get_name(), command->get_description());
+    for (const CLI::Option* option : app->get_options())
+      print("--" + option->get_lnames().front(), option->get_description());
+  } else if (CLI::App* const command = app->get_subcommand(*own); last.substr(0, 1) == "-") {
+    for (const CLI::Option* option : command->get_options())
+      for (const std::string& name : option->get_lnames())
+        print("--" + name, option->get_description());
+    if (command->get_option_no_throw("--block")) print("--then", "Another filter");
+  } else if (CLI::Option* const option = command->get_option_no_throw(*(words.rbegin() + 1))) {
+    std::istringstream choices(option->get_validator(0)->get_name());
+    for (std::string choice; choices >> choice;) print(choice, "");
+  }
+}
+
 /** Runs the subcommand that the arguments name. */
 int run_command(const std::vector<std::string>& arguments, CLI::App* app) {
+  if (!arguments.empty() && arguments[0] == "--complete") {
+    try {
+      complete({arguments.begin() + 1, arguments.end()}, app);
+    } catch (const CLI::OptionNotFound&) {  // no such subcommand, or an option without choices
+    }
+    return 0;
+  }
   Request request;
   auto end = std::find(arguments.begin(), arguments.end(), "--then");
   parse({std::make_reverse_iterator(end), arguments.rend()}, app, &request);

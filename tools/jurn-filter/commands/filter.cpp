@@ -41,7 +41,8 @@ void add_files(CLI::App* command, Files* files) {
       ->add_option("--type", files->format.type,
                    "Format of the result, whatever the name: wav, flac, raw, ogg ...; on standard "
                    "output by default wav")
-      ->check(CLI::IsMember(audio_types()).description(""))
+      ->check(
+          CLI::IsMember(audio_types()).description("").name(CLI::detail::join(audio_types(), " ")))
       ->type_name("NAME");
   add_choice<SampleFormat>(
       command, "--bits", &files->bits, "Samples of the result: 16, 24 or float",

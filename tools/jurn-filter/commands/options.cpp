@@ -30,6 +30,10 @@ CLI::Validator between(double low, double high) {
   return CLI::Validator(check, "FLOAT in " + range);
 }
 
+CLI::Validator choices(const std::string& words) {
+  return CLI::Validator(std::string()).name(words);
+}
+
 void add_raw(CLI::App* command, InputFormat* raw) {
   command
       ->add_option_function<std::string>(

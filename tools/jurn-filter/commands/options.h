@@ -23,6 +23,9 @@ CLI::Validator between(double low, double high);
 void add_raw(CLI::App* command, InputFormat* raw);
 void add_gain_option(CLI::App* command, double* gain_db);
 
+/** A check of nothing whose name tells the completion what an option takes: words and spaces. */
+CLI::Validator choices(const std::string& words);
+
 /** A choice between named values. */
 template <typename Value, typename Target>
 CLI::Option* add_choice(CLI::App* command, const char* name, Target* value, const char* description,
@@ -35,7 +38,10 @@ CLI::Option* add_choice(CLI::App* command, const char* name, Target* value, cons
       throw Error(kUsageError, std::string(name) + " " + text + ": takes one of " + known);
     *value = found->second;
   };
+  std::string words;
+  for (const auto& [key, unused] : values) words += key + " ";
   return command->add_option_function<std::string>(name, choose, description)
+      ->check(choices(words))
       ->type_name("NAME")
       ->default_str(standard);
 }

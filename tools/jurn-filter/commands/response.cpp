@@ -216,7 +216,8 @@ void add_response(CLI::App* app, Run* run) {
                                                                {"impulse", Panel::kImpulse},
                                                                {"step", Panel::kStep},
                                                                {"poles", Panel::kPoles}})
-              .description(""))
+              .description("")
+              .name("magnitude phase delay impulse step poles"))
       ->delimiter(',')
       ->allow_extra_args(false)
       ->type_name("NAMES");

@@ -2,14 +2,11 @@
 
 #include "Delay_control.h"
 
-#include <stddef.h>
 #include <string.h>
 
 #include "../../common/internal.h"
 
-static_assert(offsetof(Buf16_ID, id) == 211200 && offsetof(Buf16_ID, front) == 211204 &&
-                  offsetof(Buf16_ID, rear) == 211208 && sizeof(Buf16_ID) == 211212,
-              "Buf16_ID has no padding");
+static_assert(sizeof(Buf16_ID) == 211212, "Buf16_ID has no padding");
 
 namespace {
 

@@ -1,5 +1,7 @@
-#include "../../../../common/simd/groups.inl"
-#include "../../../../common/simd/sample_lanes.inl"
+#include "record_lanes.inl"
+#if JURN_VECTOR_BYTES >= 32
+#include "cascade_groups.inl"
+#endif
 
 /* Cascades of several records side by side, one record per lane.
  *
@@ -15,67 +17,6 @@ struct SectionOfRecords {
   Vec<float, lanes> x[order + 1];  // x[j] is the input j samples back, x[0] is not used
   Vec<float, lanes> y[order + 1];
 };
-
-/** What a call works on, by lane; lanes without a record repeat the first one, so that they decide
- * nothing, and their outputs are dropped. */
-template <int lanes>
-struct CascadeRecords {
-  int records;
-  const float* b[lanes];
-  const float* a[lanes];
-  const short* input[lanes];
-  short* output[lanes];
-  float* px[lanes];
-  float* py[lanes];
-};
-
-template <int lanes, class Array>
-JURN_INLINE Vec<float, lanes> gather_lanes(const Array (&arrays)[lanes], int entry) {
-  float all[lanes];
-  for (int k = 0; k < lanes; ++k) all[k] = arrays[k][entry];
-  return load<Vec<float, lanes>>(all);
-}
-
-template <int lanes>
-JURN_INLINE void scatter_lanes(Vec<float, lanes> v, float* const (&arrays)[lanes], int entry,
-                               int records) {
-  float all[lanes];
-  store(all, v);
-  for (int k = 0; k < records; ++k) arrays[k][entry] = all[k];
-}
-
-/** Four frames of all records as vectors over the records, from int16 and back. */
-template <int lanes>
-JURN_INLINE void read_frames(Vec<float, lanes> (&v)[4], const CascadeRecords<lanes>& r, int time) {
-  using Int = Vec<int, 4>;
-  JURN_UNROLL
-  for (int k = 0; k < 4; ++k) {
-    const Int low = widen_samples<Int>(r.input[k] + time);
-    if constexpr (lanes == 4) {
-      v[k] = convert<Vec<float, 4>>(low);
-    } else {
-      const Int high = widen_samples<Int>(r.input[k + 4] + time);
-      v[k] = convert<Vec<float, 8>>(JURN_SHUFFLE(low, high, 0, 1, 2, 3, 4, 5, 6, 7));
-    }
-  }
-  transpose(v[0], v[1], v[2], v[3]);
-}
-
-template <int lanes>
-JURN_INLINE void write_frames(Vec<float, lanes> (&v)[4], const CascadeRecords<lanes>& r, int time) {
-  transpose(v[0], v[1], v[2], v[3]);
-  JURN_UNROLL
-  for (int k = 0; k < 4; k += 2) {
-    const auto fours =
-        pack_groups(sample_lanes<Vec<int, lanes>>(v[k]), sample_lanes<Vec<int, lanes>>(v[k + 1]));
-    store(r.output[k] + time, fours[0]);
-    store(r.output[k + 1] + time, fours[1]);
-    if constexpr (lanes == 8) {
-      store(r.output[k + 4] + time, fours[2]);
-      store(r.output[k + 5] + time, fours[3]);
-    }
-  }
-}
 
 /** One frame through all sections. */
 template <int sections, int order, int lanes>
@@ -103,7 +44,12 @@ JURN_INLINE Vec<float, lanes> step_records(SectionOfRecords<order, lanes> (&s)[s
 }
 
 /** Frames of a chunk, which wait in `chunk` between the sections of one pass and of the next. */
-constexpr int chunk_frames = 256;
+constexpr int chunk_frames = 512;
+
+/** From how many sections and frames on they run in groups, as measured: with fewer, loading lanes
+ * and the masked steps take longer than what is won. */
+constexpr int least_sections = JURN_VECTOR_BYTES == 64 ? 3 : 4;
+constexpr int least_frames = JURN_VECTOR_BYTES == 64 ? 64 : 96;
 
 template <int sections, int order, int lanes>
 JURN_NOINLINE void run_records(const CascadeRecords<lanes>& records, int before, bool first,
@@ -179,24 +125,44 @@ JURN_NOINLINE void run_records(const CascadeRecords<lanes>& records, int before,
   }
 }
 
+/** The sections of a chunk, in passes of up to `most`: pass(before, count, first, last). */
+template <class Pass>
+JURN_INLINE void in_passes(int ns, int most, Pass pass) {
+  for (int done = 0; done < ns; done += most) {
+    const int count = ns - done < most ? ns - done : most;
+    pass(done, count, done == 0, done + count == ns);
+  }
+}
+
 template <int order, int lanes>
 JURN_INLINE void cascade_lanes(int ns, const CascadeRecords<lanes>& r, int frames) {
-  Vec<float, lanes> chunk[chunk_frames];
+  Vec<float, lanes> chunk[chunk_frames + 3];  // loads of 16 lanes go beyond four
   for (int begin = 0; begin < frames; begin += chunk_frames) {
     const int here = frames - begin < chunk_frames ? frames - begin : chunk_frames;
-    for (int done = 0; done < ns;) {
-      const int rest = ns - done;
-      const bool first = done == 0, last = rest <= 4;
-      if (rest >= 4)
-        run_records<4, order>(r, done, first, last, begin, here, chunk);
-      else if (rest == 3)
-        run_records<3, order>(r, done, first, last, begin, here, chunk);
-      else if (rest == 2)
-        run_records<2, order>(r, done, first, last, begin, here, chunk);
-      else
-        run_records<1, order>(r, done, first, last, begin, here, chunk);
-      done += rest < 4 ? rest : 4;
+#if JURN_VECTOR_BYTES >= 32
+    if constexpr (lanes == group_lanes) {
+      if (ns >= least_sections && here >= least_frames) {
+        constexpr int wide = JURN_VECTOR_BYTES / 4, groups = wide / group_lanes;
+        in_passes(ns, 2 * groups, [&](int before, int count, bool first, bool last) JURN_INLINED {
+          if (count <= groups)
+            run_groups<1, order, wide>(r, before, count, first, last, begin, here, chunk);
+          else
+            run_groups<2, order, wide>(r, before, count, first, last, begin, here, chunk);
+        });
+        continue;
+      }
     }
+#endif
+    in_passes(ns, 4, [&](int before, int count, bool first, bool last) JURN_INLINED {
+      if (count == 4)
+        run_records<4, order>(r, before, first, last, begin, here, chunk);
+      else if (count == 3)
+        run_records<3, order>(r, before, first, last, begin, here, chunk);
+      else if (count == 2)
+        run_records<2, order>(r, before, first, last, begin, here, chunk);
+      else
+        run_records<1, order>(r, before, first, last, begin, here, chunk);
+    });
   }
 }
 
@@ -225,7 +191,8 @@ JURN_NOINLINE void cascade_of_width(int n, int ns, int records, const float* con
 void cascade_records(int n, int ns, int records, const float* const* b, const float* const* a,
                      const short* const* input, int frames, short* const* output, float* const* px,
                      float* const* py) {
-  constexpr int widest = JURN_VECTOR_BYTES >= 32 ? 8 : 4;
+  // Twice four in groups are faster than eight from five sections on.
+  const int widest = JURN_VECTOR_BYTES == 32 || (JURN_VECTOR_BYTES == 64 && ns <= 4) ? 8 : 4;
   for (int done = 0; done < records;) {
     const int here = records - done < widest ? records - done : widest;
     const auto run = [&](auto width) JURN_INLINED {
@@ -235,7 +202,7 @@ void cascade_records(int n, int ns, int records, const float* const* b, const fl
     if (here <= 4)  // NOLINT(bugprone-branch-clone): the widest may be 4
       run(std::integral_constant<int, 4>());
     else
-      run(std::integral_constant<int, widest>());
+      run(std::integral_constant < int, JURN_VECTOR_BYTES >= 32 ? 8 : 4 > ());
     done += here;
   }
 }

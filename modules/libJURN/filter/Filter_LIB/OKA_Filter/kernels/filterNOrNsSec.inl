@@ -26,13 +26,14 @@ struct Sections {
   Int delay;           // samples by which a lane is behind the first section
 };
 
-/** Moves every lane one up. */
+/** Moves every lane one up; the lowest, which nobody reads, gets the topmost, for CPUs that rotate.
+ */
 template <int lanes>
 JURN_INLINE Vec<float, lanes> next_lane(Vec<float, lanes> v) {
   if constexpr (lanes == 4)
-    return JURN_SHUFFLE(v, v, 0, 0, 1, 2);
+    return JURN_SHUFFLE(v, v, 3, 0, 1, 2);
   else
-    return JURN_SHUFFLE(v, v, 0, 0, 1, 2, 3, 4, 5, 6);
+    return JURN_SHUFFLE(v, v, 7, 0, 1, 2, 3, 4, 5, 6);
 }
 
 /** The lanes of low in the lower half, those of high in the upper one. */
@@ -174,8 +175,7 @@ JURN_NOINLINE void masked_steps(Sections<order, lanes> (&s)[vectors], float* con
   for (; time < end; ++time) step<true, layout>(s, block, time, frames, last_delay);
 }
 
-/** The block, longer than the chain is late, through `count` sections of each chain, at most as many
- * as there are lanes for it. */
+/** The block through `count` sections of each chain, at most as many as there are lanes for it. */
 template <Layout layout, int vectors, int order, int lanes>
 JURN_INLINE void run_sections(int count, const float* b, const float* a, float* const* x,
                               int frames, float* const* px, float* const* py) {
@@ -201,15 +201,17 @@ JURN_INLINE void run_sections(int count, const float* b, const float* a, float* 
   const int last_delay = 2 * (count - 1);
   masked_steps<layout>(s, x, 0, last_delay, frames, last_delay);
   int time = last_delay;
-  Sections<order, lanes> fast[vectors];  // never in memory, as s is for the masked steps
-  JURN_UNROLL
-  for (int v = 0; v < vectors; ++v) fast[v] = s[v];
-  for (; time < frames; ++time) step<false, layout>(fast, x, time, frames, last_delay);
-  JURN_UNROLL
-  for (int v = 0; v < vectors; ++v) {
-    s[v] = fast[v];
-    s[v].previous = s[v].y[1];
-    s[v].late = s[v].y[2];
+  if (time < frames) {
+    Sections<order, lanes> fast[vectors];  // never in memory, as s is for the masked steps
+    JURN_UNROLL
+    for (int v = 0; v < vectors; ++v) fast[v] = s[v];
+    for (; time < frames; ++time) step<false, layout>(fast, x, time, frames, last_delay);
+    JURN_UNROLL
+    for (int v = 0; v < vectors; ++v) {
+      s[v] = fast[v];
+      s[v].previous = s[v].y[1];
+      s[v].late = s[v].y[2];
+    }
   }
   masked_steps<layout>(s, x, time, frames + last_delay, frames, last_delay);
   for_each_part([&](auto& part, int lane, int sections, int before, int channel) JURN_INLINED {

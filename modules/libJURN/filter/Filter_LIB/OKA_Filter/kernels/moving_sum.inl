@@ -5,8 +5,11 @@
 /** Sum of a lane and all lanes before it. */
 JURN_INLINE Vec<int, 4> prefix_sum(Vec<int, 4> v) {
   const Vec<int, 4> zero{};
-  v += JURN_SHUFFLE(zero, v, 0, 4, 5, 6);
-  return v + JURN_SHUFFLE(zero, v, 0, 0, 4, 5);
+  v += JURN_SHUFFLE(zero, v, 3, 4, 5, 6);
+  return v + JURN_SHUFFLE(zero, v, 2, 3, 4, 5);
+}
+JURN_INLINE Vec<int, 4> last_lane(Vec<int, 4> v) {
+  return JURN_SHUFFLE(v, v, 3, 3, 3, 3);
 }
 #if JURN_VECTOR_BYTES >= 32
 JURN_INLINE Vec<int, 8> prefix_sum(Vec<int, 8> v) {
@@ -14,6 +17,9 @@ JURN_INLINE Vec<int, 8> prefix_sum(Vec<int, 8> v) {
   v += JURN_SHUFFLE(zero, v, 0, 8, 9, 10, 0, 12, 13, 14);  // within each half first
   v += JURN_SHUFFLE(zero, v, 0, 0, 8, 9, 0, 0, 12, 13);
   return v + JURN_SHUFFLE(zero, v, 0, 0, 0, 0, 11, 11, 11, 11);
+}
+JURN_INLINE Vec<int, 8> last_lane(Vec<int, 8> v) {
+  return JURN_SHUFFLE(v, v, 7, 7, 7, 7, 7, 7, 7, 7);
 }
 #endif
 
@@ -24,16 +30,16 @@ int mean_run(short* output, const short* input, int count, short* ring, float sc
   using Int = Vec<int, lanes>;
   using Float = Vec<float, lanes>;
   using Short = Vec<short, lanes>;
-  int last = *sum;
+  Int before = broadcast<Int>(*sum);  // stays in the vector unit from step to step
   int i = 0;
   for (; i + lanes <= count; i += lanes) {
     const Int arriving = widen_samples<Int>(input + i);
-    const Int sums = broadcast<Int>(last) + prefix_sum(arriving - widen_samples<Int>(ring + i));
+    const Int sums = before + prefix_sum(arriving - widen_samples<Int>(ring + i));
     store(ring + i, load<Short>(input + i));
     const Float means = broadcast<Float>(scale) * convert<Float>(sums);
     store(output + i, convert<Short>(convert<Int>(means)));
-    last = sums[lanes - 1];
+    before = last_lane(sums);
   }
-  *sum = last;
+  *sum = before[0];
   return i;
 }

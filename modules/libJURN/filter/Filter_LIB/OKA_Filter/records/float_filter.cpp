@@ -8,14 +8,9 @@
 
 #include "../../../../common/internal.h"
 
-static_assert(offsetof(FilterIOMEMf, memoutput) == 2512 * 4 && sizeof(FilterIOMEMf) == 2512 * 12,
-              "FilterIOMEMf has no padding");
-static_assert(offsetof(Filterf_ID, b) == sizeof(FilterIOMEMf) &&
-                  offsetof(Filterf_ID, a) == offsetof(Filterf_ID, b) + 201 * 8 &&
-                  offsetof(Filterf_ID, blen) == offsetof(Filterf_ID, a) + 201 * 8 &&
-                  offsetof(Filterf_ID, alen) == offsetof(Filterf_ID, blen) + 4 &&
-                  offsetof(Filterf_ID, filtertype) == offsetof(Filterf_ID, blen) + 8,
-              "Filterf_ID has the fields' natural layout");
+static_assert(sizeof(FilterIOMEMf) == 2512 * 12, "FilterIOMEMf has no padding");
+static_assert(offsetof(Filterf_ID, filtertype) == 2512 * 12 + 2 * 201 * 8 + 2 * 4,
+              "Filterf_ID has padding at its end alone");
 
 void MORVAX_FilterfReset_API(Filterf_ID* mFilter) {
   memset(&mFilter->memL, 0, sizeof mFilter->memL);

@@ -3,7 +3,6 @@
 
 #include "../../Filter_control.h"
 
-#include <stddef.h>
 #include <string.h>
 
 #include "../../../../common/ChanelConvert.h"
@@ -12,18 +11,9 @@
 
 static_assert(sizeof(short) == 2 && sizeof(int) == 4 && sizeof(float) == 4 && sizeof(double) == 8,
               "the records' layout");
-static_assert(offsetof(FilterIOMEM, memi) == 4312 && offsetof(FilterIOMEM, memsumin) == 4316 &&
-                  offsetof(FilterIOMEM, memoutput) == 4320 &&
-                  offsetof(FilterIOMEM, mempx) == 12944 && offsetof(FilterIOMEM, mempy) == 17944 &&
-                  sizeof(FilterIOMEM) == 22944,
-              "FilterIOMEM has no padding");
-static_assert(offsetof(Filter_ID, memR) == 22944 && offsetof(Filter_ID, b) == 45888 &&
-                  offsetof(Filter_ID, a) == 50888 && offsetof(Filter_ID, blen) == 55888 &&
-                  offsetof(Filter_ID, alen) == 55892 && offsetof(Filter_ID, Order) == 55896 &&
-                  offsetof(Filter_ID, ns) == 55900 && offsetof(Filter_ID, n) == 55904 &&
-                  offsetof(Filter_ID, chanel) == 55908 &&
-                  offsetof(Filter_ID, filtertype) == 55912 && sizeof(Filter_ID) == 55916,
-              "Filter_ID has no padding");
+// Without padding the places of the fields follow from their order, which modules/abi keeps.
+static_assert(sizeof(FilterIOMEM) == 22944, "FilterIOMEM has no padding");
+static_assert(sizeof(Filter_ID) == 55916, "Filter_ID has no padding");
 
 void MORVAX_FilterReset_API(Filter_ID* mFilter) {
   reset_history(&mFilter->memL);
@@ -88,9 +78,9 @@ int count_alike(Filter_ID* const* filters, int count) {
       break;
   }
   if (cascade) {
-    const int least = first->ns <= 2 ? 2 : first->ns <= 4 ? 3 : 4;
+    const int least = first->ns <= 4 ? 2 : 3;
     if (alike < least) return 1;
-    if (first->ns > 4 && alike < 7) return 4;
+    if (first->ns > 4 && alike < 7) return alike < 4 ? alike : 4;
   }
   return alike;
 }

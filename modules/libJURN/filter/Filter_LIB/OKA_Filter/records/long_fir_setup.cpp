@@ -3,69 +3,14 @@
 
 #include "../../Filter_control.h"
 
-#include <stddef.h>
 #include <string.h>
 
 #include "../../../../common/internal.h"
 #include "filter_kinds.h"
 #include "long_fir.h"
 
-static_assert(offsetof(BIGFilterIOMEM, memi) == 67648 &&
-                  offsetof(BIGFilterIOMEM, memsumin) == 67652 &&
-                  offsetof(BIGFilterIOMEM, memoutput) == 67656 &&
-                  offsetof(BIGFilterIOMEM, mempx) == 76280 &&
-                  offsetof(BIGFilterIOMEM, mempy) == 81280 && sizeof(BIGFilterIOMEM) == 86280,
-              "BIGFilterIOMEM has no padding");
-namespace layout {
-constexpr size_t spectrum = JURN_SPECTRUM * sizeof(float);
-constexpr size_t taps = JURN_LONG_TAPS * sizeof(float);
-constexpr size_t fftN = 2 * 86280 + 2 * 211212 + 163848 + 8 * spectrum;
-constexpr size_t cmemfftN = fftN + 8 + 2 * spectrum + 2 * taps + 2 * 2 * JURN_LONG_HISTORY;
-constexpr size_t membufrear = cmemfftN + 12 + taps + 5000;
-constexpr size_t bRlen = membufrear + 24 + taps + 5000;
-static_assert(offsetof(Filterlongfir_ID, memR) == 86280 &&
-                  offsetof(Filterlongfir_ID, mBufin) == 2 * 86280 &&
-                  offsetof(Filterlongfir_ID, mBufout) == 2 * 86280 + 211212 &&
-                  offsetof(Filterlongfir_ID, realfft) == 2 * 86280 + 2 * 211212 &&
-                  offsetof(Filterlongfir_ID, hLrfft) == fftN - 8 * spectrum &&
-                  offsetof(Filterlongfir_ID, hRrfft) == fftN - 7 * spectrum &&
-                  offsetof(Filterlongfir_ID, xLintl) == fftN - 6 * spectrum &&
-                  offsetof(Filterlongfir_ID, xRintl) == fftN - 5 * spectrum &&
-                  offsetof(Filterlongfir_ID, xLhL) == fftN - 4 * spectrum &&
-                  offsetof(Filterlongfir_ID, xRhR) == fftN - 3 * spectrum &&
-                  offsetof(Filterlongfir_ID, xLhL0) == fftN - 2 * spectrum &&
-                  offsetof(Filterlongfir_ID, xRhR0) == fftN - spectrum &&
-                  offsetof(Filterlongfir_ID, fftN) == fftN &&
-                  offsetof(Filterlongfir_ID, offset) == fftN + 4 &&
-                  offsetof(Filterlongfir_ID, cmemhLrfft) == fftN + 8 &&
-                  offsetof(Filterlongfir_ID, cmemhRrfft) == fftN + 8 + spectrum &&
-                  offsetof(Filterlongfir_ID, cmemb) == fftN + 8 + 2 * spectrum &&
-                  offsetof(Filterlongfir_ID, cmembR) == fftN + 8 + 2 * spectrum + taps &&
-                  offsetof(Filterlongfir_ID, cmeminputL) == cmemfftN - 4 * JURN_LONG_HISTORY &&
-                  offsetof(Filterlongfir_ID, cmeminputR) == cmemfftN - 2 * JURN_LONG_HISTORY &&
-                  offsetof(Filterlongfir_ID, cmemfftN) == cmemfftN &&
-                  offsetof(Filterlongfir_ID, cmemblen) == cmemfftN + 4 &&
-                  offsetof(Filterlongfir_ID, cmemcall) == cmemfftN + 8 &&
-                  offsetof(Filterlongfir_ID, b) == cmemfftN + 12 &&
-                  offsetof(Filterlongfir_ID, a) == cmemfftN + 12 + taps &&
-                  offsetof(Filterlongfir_ID, membufrear) == membufrear &&
-                  offsetof(Filterlongfir_ID, blen) == membufrear + 4 &&
-                  offsetof(Filterlongfir_ID, alen) == membufrear + 8 &&
-                  offsetof(Filterlongfir_ID, Order) == membufrear + 12 &&
-                  offsetof(Filterlongfir_ID, ns) == membufrear + 16 &&
-                  offsetof(Filterlongfir_ID, n) == membufrear + 20 &&
-                  offsetof(Filterlongfir_ID, bR) == membufrear + 24 &&
-                  offsetof(Filterlongfir_ID, aR) == membufrear + 24 + taps &&
-                  offsetof(Filterlongfir_ID, bRlen) == bRlen &&
-                  offsetof(Filterlongfir_ID, aRlen) == bRlen + 4 &&
-                  offsetof(Filterlongfir_ID, OrderR) == bRlen + 8 &&
-                  offsetof(Filterlongfir_ID, nsR) == bRlen + 12 &&
-                  offsetof(Filterlongfir_ID, nR) == bRlen + 16 &&
-                  offsetof(Filterlongfir_ID, chanel) == bRlen + 20 &&
-                  offsetof(Filterlongfir_ID, filtertype) == bRlen + 24 &&
-                  sizeof(Filterlongfir_ID) == bRlen + 28,
-              "Filterlongfir_ID has no padding");
-}  // namespace layout
+static_assert(sizeof(BIGFilterIOMEM) == 86280, "BIGFilterIOMEM has no padding");
+static_assert(sizeof(Filterlongfir_ID) == 5129640, "Filterlongfir_ID has no padding");
 
 void MORVAX_FilterlongfirReset_API(Filterlongfir_ID* mFilter) {
   reset_history(&mFilter->memL);
