@@ -4,6 +4,7 @@
 #include <gst/base/gstbasetransform.h>
 
 #include <atomic>
+#include <cstdint>
 #include <string>
 #include <vector>
 

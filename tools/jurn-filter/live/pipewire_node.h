@@ -5,6 +5,7 @@
 #include <spa/param/latency.h>
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
