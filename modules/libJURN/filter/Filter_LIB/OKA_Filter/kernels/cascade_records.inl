@@ -44,7 +44,8 @@ JURN_INLINE Vec<float, lanes> step_records(SectionOfRecords<order, lanes> (&s)[s
 }
 
 /** Frames of a chunk, which wait in `chunk` between the sections of one pass and of the next. */
-constexpr int chunk_frames = 512;
+template <int lanes>
+constexpr int chunk_frames = 2048 / lanes;
 
 /** From how many sections and frames on they run in groups, as measured: with fewer, loading lanes
  * and the masked steps take longer than what is won. */
@@ -136,9 +137,10 @@ JURN_INLINE void in_passes(int ns, int most, Pass pass) {
 
 template <int order, int lanes>
 JURN_INLINE void cascade_lanes(int ns, const CascadeRecords<lanes>& r, int frames) {
-  Vec<float, lanes> chunk[chunk_frames + 3];  // loads of 16 lanes go beyond four
-  for (int begin = 0; begin < frames; begin += chunk_frames) {
-    const int here = frames - begin < chunk_frames ? frames - begin : chunk_frames;
+  constexpr int most = chunk_frames<lanes>;
+  Vec<float, lanes> chunk[most + 3];  // loads of 16 lanes go beyond four
+  for (int begin = 0; begin < frames; begin += most) {
+    const int here = frames - begin < most ? frames - begin : most;
 #if JURN_VECTOR_BYTES >= 32
     if constexpr (lanes == group_lanes) {
       if (ns >= least_sections && here >= least_frames) {
