@@ -96,7 +96,7 @@ void share_calls(ConvolutionPlan* plan, const Cost& cost) {
   for (;;) {
     ConvolutionLevel* least = nullptr;
     long long least_share = 0;
-    for (int k = 1; k < plan->levels; ++k) {
+    for (int k = 1; k < plan->levels && k < most_levels; ++k) {  // as analysers need it
       ConvolutionLevel* const level = &plan->level[k];
       const long long share = cost.level[k] * level->share;
       if (2 * level->share <= level->calls && (!least || share < least_share))
