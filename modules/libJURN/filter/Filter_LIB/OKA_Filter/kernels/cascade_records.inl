@@ -193,10 +193,11 @@ JURN_NOINLINE void cascade_of_width(int n, int ns, int records, const float* con
 void cascade_records(int n, int ns, int records, const float* const* b, const float* const* a,
                      const short* const* input, int frames, short* const* output, float* const* px,
                      float* const* py) {
-  // Twice four in groups are faster than eight from five sections on.
-  const int widest = JURN_VECTOR_BYTES == 32 || (JURN_VECTOR_BYTES == 64 && ns <= 4) ? 8 : 4;
+  constexpr int widest = JURN_VECTOR_BYTES >= 32 ? 8 : 4;
+  // With AVX-512 twice four in groups are faster than eight from five sections on.
+  const int most = JURN_VECTOR_BYTES == 64 && ns > 4 ? 4 : widest;
   for (int done = 0; done < records;) {
-    const int here = records - done < widest ? records - done : widest;
+    const int here = records - done < most ? records - done : most;
     const auto run = [&](auto width) JURN_INLINED {
       cascade_of_width<width>(n, ns, here, b + done, a + done, input + done, frames, output + done,
                               px + done, py + done);
@@ -204,7 +205,7 @@ void cascade_records(int n, int ns, int records, const float* const* b, const fl
     if (here <= 4)  // NOLINT(bugprone-branch-clone): the widest may be 4
       run(std::integral_constant<int, 4>());
     else
-      run(std::integral_constant < int, JURN_VECTOR_BYTES >= 32 ? 8 : 4 > ());
+      run(std::integral_constant<int, widest>());
     done += here;
   }
 }
