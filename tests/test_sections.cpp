@@ -104,22 +104,16 @@ template <>
 struct Runs<short> {
   static constexpr auto run = MORVAX_SectionsRun_API;
   static constexpr auto planar = MORVAX_SectionsRun_API_planar_short;
-  static constexpr auto fade = MORVAX_SectionsFade_API;
-  static constexpr auto fade_planar = MORVAX_SectionsFade_API_planar_short;
 };
 template <>
 struct Runs<float> {
   static constexpr auto run = MORVAX_SectionsRun_API_float;
   static constexpr auto planar = MORVAX_SectionsRun_API_planar;
-  static constexpr auto fade = MORVAX_SectionsFade_API_float;
-  static constexpr auto fade_planar = MORVAX_SectionsFade_API_planar;
 };
 template <>
 struct Runs<double> {
   static constexpr auto run = MORVAX_SectionsRun_API_double;
   static constexpr auto planar = MORVAX_SectionsRun_API_planar_double;
-  static constexpr auto fade = MORVAX_SectionsFade_API_double;
-  static constexpr auto fade_planar = MORVAX_SectionsFade_API_planar_double;
 };
 
 /** One call, interleaved or planar, in place or not, on arrays of the exact length. `call` and
@@ -474,6 +468,48 @@ TEST(Sections, FollowingEndsInTheNextFilter) {
   MORVAX_SectionsRun_API_double(stream.get(), after.get(), &x[1001], 1999, &y[1001]);
   MORVAX_SectionsRun_API_double(steady.get(), after.get(), x.data(), 3000, z.data());
   for (size_t i = 2000; i < x.size(); ++i) ASSERT_NEAR(y[i], z[i], 1e-9) << i;
+}
+
+/** Butterworth low-passes of order 8 with the whole gain in their first section, and sections with
+ * gains that only all together are 1: what lies between the sections is very loud or very faint. */
+TEST(Sections, FollowingDoesNotBurstWhereGainsLieInOneSection) {
+  Random random(13);
+  const auto low_pass = [](double hertz) {
+    Sos sos;
+    const double w = std::tan(M_PI * hertz / 48000);
+    for (const int k : {1, 3, 5, 7}) {
+      const double damping = 2 * std::sin(M_PI * k / 16);
+      sos.insert(sos.end(),
+                 {1, 2, 1, 1 + damping * w + w * w, 2 * (w * w - 1), 1 - damping * w + w * w});
+    }
+    for (int i = 0; i < 3; ++i) sos[i] *= std::pow(w, 8);
+    return sos;
+  };
+  const auto with_gain = [](double gain) {
+    Sos sos = {gain, 0.3 * gain, 0.1 * gain, 1, -0.5, 0.2, 1, 0.5, 0.2, 1, -1.2, 0.5};
+    return joined(sos, {1 / gain, 0, 0, 1, -0.9, 0});
+  };
+  const Sos overflowing = {1, 0, 0, 1, 1e60, 0, 1, 0.5, 0.2, 1, -1.2, 0.5, 1, 0, 0, 1, -0.9, 0};
+  const struct {
+    Sos before, after;
+  } changes[] = {{low_pass(1000), low_pass(200)},       {low_pass(60), low_pass(20)},
+                 {with_gain(1e140), with_gain(1e-140)}, {with_gain(1e-140), with_gain(1e140)},
+                 {with_gain(1e140), with_gain(1)},      {overflowing, with_gain(1)}};
+  for (const auto& change : changes) {
+    const int sections = static_cast<int>(change.before.size() / 6);
+    Filter before(random, change.before), after(random, change.after);
+    Stream first(random, 1, sections), second(random, 1, sections), steady(random, 1, sections);
+    std::vector<double> x(48000), y(x.size()), z(x.size());
+    for (double& sample : x) sample = 0.5 + random.real(0.5);
+    MORVAX_SectionsRun_API_double(first.get(), before.get(), x.data(), 24001, y.data());
+    MORVAX_SectionsFollow_API(second.get(), after.get(), first.get(), before.get());
+    MORVAX_SectionsRun_API_double(second.get(), after.get(), &x[24001], 23999, &y[24001]);
+    MORVAX_SectionsRun_API_double(steady.get(), after.get(), x.data(), 48000, z.data());
+    const auto louder = [](double a, double b) { return std::fabs(a) < std::fabs(b); };
+    const double peak = std::fabs(*std::max_element(z.begin(), z.end(), louder));
+    for (size_t i = 24001; i < x.size(); ++i)
+      ASSERT_LT(std::fabs(y[i]), 1.5 * peak) << &change - changes << ' ' << i;
+  }
 }
 
 /** States that overflowed are silence again, whichever of a section's two was the first. */

@@ -244,7 +244,12 @@ JURN_API void MORVAX_SectionsRun_API_planar_double(SectionsStream_ID* stream,
  * with A' and A the next and the previous matrix of the step of one sample and B = (0, 1). With
  * equal denominators M is 1, so a change of the last section's numerator has no transient at all,
  * and a fade to an equal filter gives the same bits as none. Sections that the previous filter does
- * not have, and those where one of the two is not stable, start from 0.
+ * not have, those where one of the two is not stable, and states that are not finite start from 0.
+ *
+ * States are as large as the input of their section, which the sections before have made louder or
+ * quieter. If in the previous filter the scale of any section's input, the power of two above, was
+ * more than 32 times that of the next filter, all states are taken relative to these scales. So a
+ * filter with its whole gain in the first section, as SciPy designs them, moves far without a burst.
  *
  * @param next a stream that was set up, with as many channels; its past is lost
  * @param next_filter the filter that next will run with

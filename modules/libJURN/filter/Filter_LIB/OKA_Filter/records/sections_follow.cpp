@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr double much_louder = 32;
+
 /** The step of one sample, {{m, k}, {h, m}}, and the level of its input. */
 struct Step {
   double m, k, h, level;
@@ -57,16 +59,13 @@ Matrix covariance(const Step& a, const Step& b) {
   return {{{e[0][4] / e[0][0], e[1][4] / e[1][1]}, {e[2][4] / e[2][2], e[3][4] / e[3][3]}}};
 }
 
-/** What the previous states of a section are to be multiplied with. */
-Matrix states_matrix(const Step& next, const Step& previous) {
-  if (next.m == previous.m && next.k == previous.k && next.h == previous.h) {
-    const double level = next.level / previous.level;
+/** What the previous states of a section are to be multiplied with, and with `level`. */
+Matrix states_matrix(const Step& next, const Step& previous, double level) {
+  if (next.m == previous.m && next.k == previous.k && next.h == previous.h)
     return {{{level, 0}, {0, level}}};
-  }
   if (!is_stable(next) || !is_stable(previous)) return {};
   const Matrix p = covariance(next, previous), q = covariance(previous, previous);
-  const double factor =
-      next.level / previous.level / (q.at[0][0] * q.at[1][1] - q.at[0][1] * q.at[1][0]);
+  const double factor = level / (q.at[0][0] * q.at[1][1] - q.at[0][1] * q.at[1][0]);
   Matrix out;
   for (int row = 0; row < 2; ++row) {
     out.at[row][0] = (p.at[row][0] * q.at[1][1] - p.at[row][1] * q.at[1][0]) * factor;
@@ -100,19 +99,25 @@ void MORVAX_SectionsFollow_API(SectionsStream_ID* next, const SectionsFilter_ID*
   for (int channel = 0; channel < next->channels; ++channel) {
     memcpy(JURN_section_inputs(next, channel), JURN_section_inputs(from, channel),
            section_step * sizeof(double));
+    const auto step = [&](const SectionsFilter_ID* filter, int k) {
+      return step_of(JURN_section_coefficients(filter, filter->lists > 1 ? channel : 0) +
+                     JURN_section_at(filter->sections, k, section_coefficients));
+    };
+    bool was_much_louder = false;
+    for (int k = 0; k < sections; ++k)
+      if (step(next_filter, k).level / step(previous_filter, k).level > much_louder)
+        was_much_louder = true;
     for (int k = 0; k < sections; ++k) {
-      const auto coefficients = [&](const SectionsFilter_ID* filter) {
-        return JURN_section_coefficients(filter, filter->lists > 1 ? channel : 0) +
-               JURN_section_at(filter->sections, k, section_coefficients);
-      };
-      const Matrix matrix =
-          states_matrix(step_of(coefficients(next_filter)), step_of(coefficients(previous_filter)));
+      const Step to = step(next_filter, k), old = step(previous_filter, k);
+      const Matrix matrix = states_matrix(to, old, was_much_louder ? 1.0 : to.level / old.level);
       const double* const s = JURN_section_states(from, channel) +
                               JURN_section_at(previous_filter->sections, k, section_states);
       double* const out = JURN_section_states(next, channel) +
                           JURN_section_at(next_filter->sections, k, section_states);
-      for (int row = 0; row < 2; ++row)
-        out[row * section_group] = matrix.at[row][0] * s[0] + matrix.at[row][1] * s[section_group];
+      for (int row = 0; row < 2; ++row) {
+        const double x = matrix.at[row][0] * s[0] + matrix.at[row][1] * s[section_group];
+        out[row * section_group] = x - x == 0.0 ? x : 0.0;
+      }
     }
   }
 }
