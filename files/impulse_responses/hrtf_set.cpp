@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <new>
 
 #include "coefficients/parse.h"
 #include "errors.h"
@@ -17,8 +16,9 @@ namespace {
 }
 
 [[noreturn]] void fail(const std::string& path, int reason) {
-  if (reason == MYSOFA_NO_MEMORY) throw std::bad_alloc();
   if (!std::filesystem::exists(path)) refuse(path, "no such file");
+  if (reason == MYSOFA_NO_MEMORY)  // its own limit as well, which a damaged length exceeds
+    refuse(path, "is damaged, or too large for the memory");
   refuse(path, "no SOFA file of head-related impulse responses (libmysofa's error " +
                    std::to_string(reason) + ")");
 }
