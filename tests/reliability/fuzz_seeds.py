@@ -136,7 +136,7 @@ TARGETS = {
     "recording": (bytes([0]), 12000, recordings),
     "routes": (bytes([0]), 12000, routes),
     "setup": (bytes([0]), 12000, setups),
-    "sofa": (b"", 12000, lambda: [bytes([1]), bytes([0, 200, 0, 7])]),
+    "sofa": (b"", 12000, lambda: [bytes([1]), bytes([0, 200, 0, 7]), b"22\0)\v\a"]),
 }
 
 
