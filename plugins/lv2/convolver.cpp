@@ -1,5 +1,7 @@
 // Convolution with an impulse response from a file.
 #include <cmath>
+#include <stdexcept>
+#include <string>
 #include <tuple>
 
 #include "impulse_responses/impulse_response.h"

@@ -1,6 +1,8 @@
 // In place of what reads and writes files, where the libraries for that are missing.
 #include <pybind11/pybind11.h>
 
+#include <stdexcept>
+
 #include "bindings.h"
 
 namespace jurn::python {
