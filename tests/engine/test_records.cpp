@@ -86,6 +86,25 @@ TEST(Records, GoOnFromThePastOfTheFilterBefore) {
   goes_on<Filterlongfir_ID>(JURN_IIR, 2);
 }
 
+TEST(Records, RunShortSamplesAsTheFloatsThatTheyAre) {
+  RecordStream<Filterf_ID> streams[2];
+  std::vector<short> in(300);
+  for (std::size_t i = 0; i < in.size(); ++i) in[i] = static_cast<short>(i * i * 37);
+  const std::vector<float> same(in.begin(), in.end());
+  std::vector<float> expected(in.size()), out(in.size());
+  for (const bool changes : {false, true}) {
+    for (auto& stream : streams) {
+      auto filter = filter_of<Filterf_ID>(JURN_IIR, 1, 4, changes ? 2 : 3);
+      if (changes) stream.fade_to(&filter);
+      if (!changes) stream.record() = *filter;
+    }
+    streams[0].run_block(same.data(), 300, expected.data());
+    streams[1].run_block(in.data(), 300, out.data());
+    EXPECT_EQ(out, expected);
+  }
+  EXPECT_NE(out.back(), 0.0F);
+}
+
 std::unique_ptr<Filterlongfir_ID> long_of(int kind, int channels, int taps) {
   auto r = filter_of<Filterlongfir_ID>(JURN_FIR, channels, taps, 1);
   std::copy_n(r->b, taps, r->bR);

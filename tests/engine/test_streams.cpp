@@ -157,6 +157,8 @@ TEST(Streams, GiveTheSameInAllTypesAndCuts) {
           run(&direct, in,
               in_blocks ? std::vector<int>{128, 64, 1024} : std::vector<int>{1, 7, 64, 513, 2}),
           expected);
+      plain.reset();
+      EXPECT_EQ(run(&plain, in, {64}), expected);
       // As floats and doubles, and an array for each channel: the same before it is rounded.
       Stream floats(format, kind.make(format)), doubles(format, kind.make(format));
       const std::vector<float> f =
