@@ -65,6 +65,11 @@ TEST(Response, IsThatOfTheDefinition) {
       };
       const ResponsePoint point = response_at(design, w);
       EXPECT_NEAR(std::abs(point.value - direct(w)), 0.0, 1e-12) << w;
+      std::complex<double> of_impulse = 0.0;
+      const std::vector<double> impulse = impulse_response(design);
+      for (std::size_t n = 0; n < impulse.size(); ++n)
+        of_impulse += impulse[n] * std::polar(1.0, -w * static_cast<double>(n));
+      EXPECT_NEAR(std::abs(of_impulse - point.value), 0.0, 1e-4) << w;
       const double slope = std::arg(direct(w + 1e-5) / direct(w - 1e-5)) / 2e-5;
       EXPECT_NEAR(point.delay, -slope, 1e-6) << w;
     }
