@@ -249,7 +249,8 @@ JURN_API void MORVAX_SectionsRun_API_planar_double(SectionsStream_ID* stream,
  * States are as large as the input of their section, which the sections before have made louder or
  * quieter. If in the previous filter the scale of any section's input, the power of two above, was
  * more than 32 times that of the next filter, all states are taken relative to these scales. So a
- * filter with its whole gain in the first section, as SciPy designs them, moves far without a burst.
+ * filter with its whole gain in the first section, as SciPy designs them, moves far without a
+ * burst.
  *
  * @param next a stream that was set up, with as many channels; its past is lost
  * @param next_filter the filter that next will run with
