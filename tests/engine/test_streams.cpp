@@ -416,6 +416,7 @@ TEST(Streams, RingAsLongAsTheResponse) {
   const auto voice = [&](int taps, int longest) { return two_taps(1.0, taps, longest, format); };
   EXPECT_EQ(voice(501, 8192)->tail(), 500);
   EXPECT_EQ(voice(501, 8192)->memory(), 500);
+  EXPECT_EQ(voice(1, 8192)->tail(), 0);
   // What nobody hears does not count.
   Routing fades_out{1, 1, {{0, 0, {1.0, 0.5}}}};
   fades_out.routes[0].taps.resize(5000, 1e-12);
