@@ -45,6 +45,7 @@ ROUTES = (
     b"/impulse/dirac 1 1 1e300 0\n",
 )
 SETUPS = (
+    b'a: "\\\x1f"\n',  # which the reader's message repeats
     b"""devices: {samplerate: 48000, capture: {channels: 2}, playback: {channels: 3}}
 mixers:
   m: {channels: {in: 2, out: 3}, mapping: [{dest: 0, sources: [{channel: 0, gain: -3, inverted: true},
