@@ -94,7 +94,7 @@ def contents(files):
 
 
 def recordings():
-    """Short ones of every kind that has no second file (SD2), the usual kinds in two widths, with a tag where there is a place."""
+    """Short ones of every kind in one file (SD2 has two), the usual in two widths, with a tag where it has a place."""
     samples = np.sin(np.arange(200) / 5).reshape(100, 2) / 2
     for kind in sorted(soundfile.available_formats()):
         for subtype in ("", "PCM_24", "FLOAT", "DOUBLE", "ALAW", "MS_ADPCM"):
