@@ -233,9 +233,10 @@ def test_designs_are_prepared_as_the_tool_does_it():
         jurn.fir(TAPS / 2, x)
     unstable_as_floats = signal.butter(8, 0.05)
     assert jurn.prepare(jurn.Design("iir", *unstable_as_floats)).design.kind == "sos"
-    ideal = signal.lfilter(*unstable_as_floats, x.astype(float))
+    # In double precision the direct form itself is off by more, which depends on NumPy's vectors.
+    ideal = signal.lfilter(*[np.longdouble(c) for c in unstable_as_floats], np.longdouble(x))
     assert np.abs(jurn.lfilter(*unstable_as_floats, x, **DEVICE) - ideal).max() < 2
-    assert np.abs(jurn.lfilter(*unstable_as_floats, x) - ideal).max() < 0.5 + 1e-5
+    assert np.abs(jurn.lfilter(*unstable_as_floats, x) - ideal).max() < 0.5 + 1e-6
     np.testing.assert_array_equal(jurn.lfilter([1.0], [2.0, -1.0], x),
                                   jurn.lfilter([0.5], [1.0, -0.5], x))
 
