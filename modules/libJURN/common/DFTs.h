@@ -99,7 +99,7 @@ JURN_API short MORVAX_KLOV_InverseRealFFT_Run2(const RealFFT_ID* state, float* d
  * @param x1, x2 spectra of transforms of length N; not changed; they may be the same
  * @param N transform length, a power of two from 2 to 16384
  *
- * State touched: none. Wrong input: debug builds assert the length.
+ * State touched: none. Wrong input: debug builds assert the length. Real-time safe.
  */
 JURN_API void MORVAX_rfftmut2(float* out, const float* x1, const float* x2, int N);
 

@@ -29,7 +29,13 @@
 
 JURN_EXTERN_C_BEGIN
 
-/** The version of the library that is linked, like JURN_VERSION_STRING of the headers. */
+/**
+ * The version of the library that is linked, like JURN_VERSION_STRING of the headers.
+ *
+ * @return "0.9.0" for example, in memory that stays
+ *
+ * State touched: none. Real-time safe.
+ */
 JURN_API const char* MORVAX_Version_API(void);
 
 JURN_EXTERN_C_END

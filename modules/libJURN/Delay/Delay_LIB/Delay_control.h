@@ -56,7 +56,7 @@ JURN_API void MORVAX_BufresetAPI(Buf16_ID* queue);
  * Appends a block of samples.
  *
  * @param queue a valid queue
- * @param in len samples
+ * @param in len samples, outside the ring
  * @param len number of samples, 0 or more; what does not fit in the free slots is dropped
  *
  * State touched: membuf and rear. Wrong input: debug builds assert that len is not negative and
@@ -68,7 +68,7 @@ JURN_API void MORVAX_putinAPI_loop(Buf16_ID* queue, const short* in, int len);
  * Appends the left channel of an interleaved stereo block: in[0], in[2], ...
  *
  * @param queue a valid queue
- * @param in len interleaved samples
+ * @param in len interleaved samples, outside the ring
  * @param len number of samples in both channels, 0 or more; len / 2 are queued, truncated; what
  *   does not fit in the free slots is dropped
  *

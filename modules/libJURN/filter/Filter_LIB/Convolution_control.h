@@ -51,7 +51,7 @@
  *
  * Cost of a call: where the routes fill the shape, as many as the larger of inputs and outputs and
  * each with at least half of its taps, the dearest run has less than twice the operations of the
- * mean one, in blocks of less than 8 frames less than 2.8 times. In time 1.1 to 1.9 times the mean
+ * mean one, in blocks of less than 8 frames less than 2.8 times. In time 1.1 to 2.1 times the mean
  * were measured from 16 frames on. Of a short response in a long shape the long levels' transforms
  * remain: the dearest run costs up to 5 times a mean that is small. So let a shape be as long as
  * the longest response that it will meet, and no longer.
@@ -148,7 +148,7 @@ typedef struct Convolution_stream_st ConvolutionStream_ID;
  * @param count routes, 0 to 256; none is silence
  * @return the size, or 0 for what the set-up would refuse
  *
- * Real-time safe.
+ * State touched: none. Real-time safe.
  */
 JURN_API size_t MORVAX_ConvolutionResponseSize_API(const Convolution_shape* shape,
                                                    const Convolution_route* routes, int count);
@@ -179,7 +179,7 @@ JURN_API int MORVAX_ConvolutionResponseCalcu_API(ConvolutionResponse_ID* respons
  * @param shape the shape
  * @return the size, or 0 for a shape that the set-up would refuse
  *
- * Real-time safe.
+ * State touched: none. Real-time safe.
  */
 JURN_API size_t MORVAX_ConvolutionStreamSize_API(const Convolution_shape* shape);
 
@@ -230,6 +230,8 @@ JURN_API void MORVAX_ConvolutionRun_API(ConvolutionStream_ID* mFilter,
  * @param input block x inputs interleaved samples on any scale
  * @param output receives block x outputs interleaved samples; may be input, with room for what is
  *   written
+ *
+ * State touched, wrong input and real time: as there.
  */
 JURN_API void MORVAX_ConvolutionRun_API_float(ConvolutionStream_ID* mFilter,
                                               const ConvolutionResponse_ID* response,
@@ -242,6 +244,8 @@ JURN_API void MORVAX_ConvolutionRun_API_float(ConvolutionStream_ID* mFilter,
  * @param input as many arrays of block samples as the shape has inputs
  * @param output as many arrays of block samples as the shape has outputs; any of them may be any
  *   of input
+ *
+ * State touched, wrong input and real time: as there.
  */
 JURN_API void MORVAX_ConvolutionRun_API_planar(ConvolutionStream_ID* mFilter,
                                                const ConvolutionResponse_ID* response,

@@ -125,6 +125,8 @@ JURN_API void MORVAX_FilterfRun_API_shortin(Filterf_ID* mFilter, const short* in
  *
  * @param mFilter a record whose configuration is complete
  * @return samples; 0 when filtertype selects nothing, or no block fits
+ *
+ * State touched: none.
  */
 JURN_API int MORVAX_FilterfLongestBlock_API(const Filterf_ID* mFilter);
 
@@ -139,7 +141,7 @@ JURN_API int MORVAX_FilterfLongestBlock_API(const Filterf_ID* mFilter);
  *
  * @param output receives inlen samples, y rounded to float; may be input, not a history
  * @param input inlen samples
- * @param inlen 0 to 32767, the same on every call until the histories are cleared
+ * @param inlen samples, 0 to 32767, the same on every call until the histories are cleared
  * @param mem_output alen - 1 + inlen doubles, zero before the first call
  * @param mem_input blen - 1 + inlen floats, zero before the first call
  * @param b blen coefficients, b[0] of the current sample
@@ -160,7 +162,7 @@ JURN_API void MORVAX_Qiirf(float* output, const float* input, int inlen, double*
  *
  * @param output receives inlen samples, y rounded to float; may be input, not the history
  * @param input inlen samples
- * @param inlen 0 to 32767, the same on every call until the history is cleared
+ * @param inlen samples, 0 to 32767, the same on every call until the history is cleared
  * @param mem_input blen - 1 + inlen floats, zero before the first call
  * @param b blen coefficients, b[0] of the current sample
  * @param blen 1 or more

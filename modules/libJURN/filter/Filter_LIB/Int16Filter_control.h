@@ -154,7 +154,7 @@ JURN_API void MORVAX_Filter_abCopy_API(Filter_ID* dstmFilter, const Filter_ID* s
  * @param output receives inLen samples; of an odd stereo inLen the last value is neither read nor
  *   written. May be input.
  *
- * State touched: memL, and memR in stereo.
+ * State touched: memL, and memR in stereo. Direct convolution, direct form I, a running sum.
  * Wrong input: another chanel or filtertype writes nothing; a cascade of another order, or of no
  * section, passes the input on.
  */
@@ -166,6 +166,8 @@ JURN_API void MORVAX_FilterRun_API(Filter_ID* mFilter, const short* input, int i
  *
  * @param mFilter a record whose configuration is complete
  * @return frames; 0 when chanel and filtertype select nothing, or no block fits
+ *
+ * State touched: none.
  */
 JURN_API int MORVAX_FilterLongestBlock_API(const Filter_ID* mFilter);
 

@@ -272,6 +272,8 @@ JURN_API void MORVAX_FilterlongfirFade_API(Filterlongfir_ID* previous, Filterlon
  * @param mFilter a record that was set up
  * @return frames by which the output is delayed: the hop of an FFT kind, 0 of the others and of an
  *   FFT kind before its set-up
+ *
+ * State touched: none.
  */
 JURN_API int MORVAX_FilterlongfirLatency_API(const Filterlongfir_ID* mFilter);
 
@@ -280,6 +282,8 @@ JURN_API int MORVAX_FilterlongfirLatency_API(const Filterlongfir_ID* mFilter);
  *
  * @param mFilter a record whose configuration is complete; an FFT kind that was set up
  * @return frames; 0 when chanel and filtertype select nothing, or no block fits
+ *
+ * State touched: none.
  */
 JURN_API int MORVAX_FilterlongfirLongestBlock_API(const Filterlongfir_ID* mFilter);
 

@@ -123,6 +123,8 @@ typedef struct Sections_stream_st SectionsStream_ID;
  * @param sections sections of each list, 0 to 1024
  * @param lists 1 for all channels alike, or as many as the streams have channels, to 64
  * @return the size, or 0 for what the set-up would refuse
+ *
+ * State touched: none.
  */
 JURN_API size_t MORVAX_SectionsFilterSize_API(int sections, int lists);
 
@@ -149,6 +151,8 @@ JURN_API int MORVAX_SectionsFilterCalcu_API(SectionsFilter_ID* filter, size_t si
  *
  * @param shape channels, and the sections of the longest filter that will be used
  * @return the size, or 0 for what the set-up would refuse
+ *
+ * State touched: none.
  */
 JURN_API size_t MORVAX_SectionsStreamSize_API(const Sections_shape* shape);
 
@@ -178,6 +182,9 @@ JURN_API void MORVAX_SectionsReset_API(SectionsStream_ID* stream);
  * The samples that were infinite or no number, of all channels, since the set-up or the reset.
  *
  * @param stream a stream that was set up
+ * @return how many
+ *
+ * State touched: none.
  */
 JURN_API unsigned long long MORVAX_SectionsBadSamples_API(const SectionsStream_ID* stream);
 
@@ -254,7 +261,7 @@ JURN_API void MORVAX_SectionsRun_API_planar_double(SectionsStream_ID* stream,
  *
  * @param next a stream that was set up, with as many channels; its past is lost
  * @param next_filter the filter that next will run with
- * @param previous the stream to follow
+ * @param previous the stream to follow, another one
  * @param previous_filter the filter that it ran with
  *
  * State touched: next; its count of bad samples becomes 0. Wrong input: debug builds assert the
@@ -339,8 +346,9 @@ JURN_API void MORVAX_SectionsFade_API_planar_double(Sections_voice* voices, int 
  * @return the smallest n with |h[i]| < level max |h| for all i >= n, the longest of all lists; at
  *   most JURN_SECTIONS_RING, which is also the answer for what does not decay
  *
- * State touched: none. Not real-time safe: it filters an impulse until nothing is left of it, about
- * five times as many frames as a level of 1e-6 gives.
+ * State touched: none. Wrong input: debug builds assert the set-up and the level. Not real-time
+ * safe: it filters an impulse until nothing is left of it, about five times as many frames as a
+ * level of 1e-6 gives.
  */
 JURN_API int MORVAX_SectionsRing_API(const SectionsFilter_ID* filter, double level);
 
