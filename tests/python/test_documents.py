@@ -4,6 +4,7 @@ import doctest
 import inspect
 import json
 import os
+import shutil
 import subprocess
 import sys
 import warnings
@@ -48,6 +49,14 @@ def test_the_chapter_of_the_guide_runs(tmp_path, monkeypatch):
     names = {"np": np, "jurn": jurn}
     for piece in pieces:
         exec(compile(piece, "docs/python.md", "exec"), names)  # the snippets build on one another
+    # The commands, but for the cluster, which test_batch.py has.
+    commands = chapter.split("```sh\n")[1].split("```")[0].replace("--scheduler tcp://cluster:8786", "")
+    for command in commands.replace("\\\n", "").replace("python3", f'"{sys.executable}"').splitlines():
+        if " filtered" in command and "--overwrite" not in command:
+            shutil.rmtree("filtered")
+        done = subprocess.run(command, shell=True, capture_output=True, text=True)
+        assert done.returncode == 0, command + done.stderr
+        shutil.copy("filtered/manifest.tsv", "filtered.tsv")
 
 
 def test_the_table_of_differences_from_scipy_holds():
