@@ -27,7 +27,7 @@ void check(int error) {
   if (error != JURN_CONVOLUTION_OK) throw py::value_error(kMessages[-error]);
 }
 
-std::shared_ptr<const Response> prepare(const Convolution_shape& shape, Routes routes) {
+std::shared_ptr<const Response> prepared_response(const Convolution_shape& shape, Routes routes) {
   std::vector<Convolution_route> list;
   for (const Route& route : routes)
     list.push_back(
@@ -150,7 +150,7 @@ Convolution::Convolution(const Convolution_shape& shape, Routes routes)
       size_(MORVAX_ConvolutionStreamSize_API(&shape)),
       stream_(allocate<ConvolutionStream_ID>(std::max<std::size_t>(size_, 4))) {
   check(MORVAX_ConvolutionStreamCalcu_API(stream_.get(), size_, &shape));
-  response_ = prepare(shape, std::move(routes));
+  response_ = prepared_response(shape, std::move(routes));
 }
 
 Convolution::Convolution(const Convolution& other)
@@ -175,7 +175,7 @@ void Convolution::fade_to(const py::sequence& list) {
   if (longest(routes) > shape_.taps)
     throw py::value_error("routes: has " + std::to_string(longest(routes)) +
                           " taps; this object was made for " + std::to_string(shape_.taps));
-  auto next = prepare(shape_, std::move(routes));
+  auto next = prepared_response(shape_, std::move(routes));
   InUse::check(in_use_);
   next_ = std::move(next);
 }
@@ -252,7 +252,7 @@ std::unique_ptr<Convolution> Convolution::restored(const py::bytes& bytes) {
                           MORVAX_Version_API());
   const auto shape = from.take<Convolution_shape>();
   auto result = std::make_unique<Convolution>(shape, take_routes(&from));
-  if (head.fading) result->next_ = prepare(shape, take_routes(&from));
+  if (head.fading) result->next_ = prepared_response(shape, take_routes(&from));
   if (from.take<std::uint64_t>() != result->size_ || from.left() != result->size_)
     throw py::value_error("data: is cut, or of another build");
   from.take(result->stream_.get(), result->size_);

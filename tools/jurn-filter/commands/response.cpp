@@ -30,7 +30,7 @@ struct FilterRequest {
   FilterOptions options;
 };
 
-struct Options {
+struct ResponseOptions {
   std::vector<FilterRequest> filters;
   FilterOptions of_all;   // what stands before the first filter
   FilterOptions current;  // of the last filter so far
@@ -43,7 +43,7 @@ struct Options {
 };
 
 /** Ends the options of the last filter. */
-void keep_options(Options* o) {
+void keep_options(ResponseOptions* o) {
   if (o->filters.empty())
     o->of_all = o->current;
   else
@@ -51,14 +51,14 @@ void keep_options(Options* o) {
   o->current = o->of_all;
 }
 
-FilterRequest* add_request(Options* o, FilterDesign::Kind kind) {
+FilterRequest* add_request(ResponseOptions* o, FilterDesign::Kind kind) {
   keep_options(o);
   o->filters.emplace_back().kind = kind;
   return &o->filters.back();
 }
 
 /** Half of a filter in two files; the other half may stand before it. */
-void add_half(Options* o, std::string CoefficientFiles::*half, const std::string& path) {
+void add_half(ResponseOptions* o, std::string CoefficientFiles::*half, const std::string& path) {
   const auto& last = o->filters;
   const bool completes = !last.empty() && (last.back().files.*half).empty() &&
                          !(last.back().files.numerator + last.back().files.denominator).empty();
@@ -72,7 +72,7 @@ struct NamedFilter {
 };
 
 /** The filters of a picture, in the order of the command line. */
-std::vector<NamedFilter> read_filters(Options* o) {
+std::vector<NamedFilter> read_filters(ResponseOptions* o) {
   if (o->filters.empty())
     throw Error(kUsageError,
                 "response takes filters: --fir, --iir, --sos, --average or --ir, each as often as "
@@ -137,7 +137,7 @@ std::string table(const std::vector<NamedResponse>& responses, int rate) {
   return text;
 }
 
-void run_response(const Options& o, const std::vector<NamedFilter>& filters) {
+void run_response(const ResponseOptions& o, const std::vector<NamedFilter>& filters) {
   std::vector<Panel> panels = o.panels;
   if (panels.empty()) {
     panels = {Panel::kMagnitude};
@@ -159,7 +159,7 @@ void run_response(const Options& o, const std::vector<NamedFilter>& filters) {
 }  // namespace
 
 void add_response(CLI::App* app, Run* run) {
-  const auto o = std::make_shared<Options>();
+  const auto o = std::make_shared<ResponseOptions>();
   CLI::App* response =
       app->add_subcommand("response", "Shows what filters do to frequencies, impulses and steps");
   // Each of these starts a filter, in the order of the command line.

@@ -9,7 +9,7 @@
 namespace jurn {
 namespace {
 
-struct Options {
+struct SpectrogramOptions {
   std::vector<std::string> recordings;  // one, or before and after
   InputFormat raw;                      // of the first
   std::string picture, csv;             // either may be empty
@@ -17,7 +17,7 @@ struct Options {
   SpectrogramView view;
 };
 
-void run_spectrogram(const Options& o) {
+void run_spectrogram(const SpectrogramOptions& o) {
   for (const std::string* output : {&o.picture, &o.csv})
     if (!output->empty()) refuse_overwrite(*output, o.recordings);
   std::vector<NamedSpectra> analyses;
@@ -32,7 +32,7 @@ void run_spectrogram(const Options& o) {
 }  // namespace
 
 void add_spectrogram(CLI::App* app, Run* run) {
-  const auto o = std::make_shared<Options>();
+  const auto o = std::make_shared<SpectrogramOptions>();
   CLI::App* command = app->add_subcommand(
       "spectrogram", "Shows the frequencies of recordings over time, before and after a filter");
   command
