@@ -2,8 +2,8 @@
 import { spawnSync } from 'node:child_process';
 import { fileURLToPath } from 'node:url';
 
-const program = process.env.JURN_WEB_REFERENCE ??
-  fileURLToPath(new URL('../../../build/web-reference/reference', import.meta.url));
+const program =
+  fileURLToPath(new URL('../../../build/release/tests/web_reference', import.meta.url));
 const KINDS = { fir: 0, iir: 1, sections: 2, average: 3, convolution: 4 };
 
 /** Filters planar floats; the frames have to be whole blocks. */
