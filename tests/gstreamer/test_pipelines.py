@@ -12,6 +12,7 @@ import wave
 
 TOOL = os.environ["JURN_FILTER"]
 SPEECH = "/usr/share/sounds/alsa/Front_Center.wav"
+MUSIC = "/usr/share/sonic-pi/samples/loop_garzul.flac"
 RESPONSES = "/usr/share/jconvolver/config-files/"
 BAND = RESPONSES + "octave-band/oct-48-1k.wav"
 AT_44_KHZ = RESPONSES + "octave-band/oct-44-1k.wav"
@@ -130,7 +131,7 @@ class PipelineTest(unittest.TestCase):
             self.assertIn(said, message, words)
 
     def test_the_document_is_followed_word_by_word(self):
-        shutil.copy("/usr/share/sonic-pi/samples/loop_garzul.flac", "song.flac")
+        shutil.copy(MUSIC, "song.flac")
         shutil.copy(BAND, "hall.wav")
         with open("room.txt", "w", encoding="utf-8") as file:
             file.write("Filter 1: ON PK Fc 3000 Hz Gain -4 dB Q 2\n")
@@ -147,6 +148,15 @@ class PipelineTest(unittest.TestCase):
             self.assertNotRegex(done.stdout, "WARNING", command)
             for name in re.findall(r"\S*out\.wav", command):
                 self.assertGreater(max(samples(name.split("=")[1])[1]), 1000)
+
+    @unittest.skipUnless(importlib.util.find_spec("gi"), "python3-gi is not installed")
+    def test_the_examples_run(self):
+        for name, recording in ("circling_voice", SPEECH), ("changing_equaliser", MUSIC):
+            program = os.path.join(os.path.dirname(DOCUMENT), "../examples/gstreamer", name + ".py")
+            done = subprocess.run(["/usr/bin/python3", program, recording, "out.wav"], capture_output=True,
+                                  text=True, timeout=60)
+            self.assertEqual((done.returncode, done.stderr), (0, ""), name)
+            self.assertGreater(max(samples("out.wav")[1]), 1000, name)
 
     def test_every_property_is_described(self):
         for element, properties in ELEMENTS.items():
