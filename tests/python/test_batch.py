@@ -117,6 +117,7 @@ def test_a_run_that_was_killed_goes_on(folder, capsys):
     for name, changed in times.items():
         assert os.stat(folder / "out" / name).st_mtime_ns == changed
     assert not [n for n in os.listdir(folder / "out") if n.startswith(".")]
+    assert batch.main([*command[3:], "--resume"]) == 3 and "no stopped run" in capsys.readouterr().err
     resumed = (folder / "out/manifest.tsv").read_bytes()
     assert batch.main([*command[3:], "--overwrite"]) == 0
     assert (folder / "out/manifest.tsv").read_bytes() == resumed

@@ -137,7 +137,8 @@ def filter_folder(
     there = _storage.existing(target, names)
     if there and not overwrite and not path.exists():
         first = _storage.join(target, min(there))
-        raise FileExistsError(f"{first} exists; overwrite is needed to replace it")
+        nothing = ", and there is no stopped run to resume" if resume else ""
+        raise FileExistsError(f"{first} exists{nothing}; overwrite is needed to replace it")
     folders: set[str] = set()  # of this machine
     if not _storage.is_url(target):
         folders = {os.path.dirname(os.path.join(target, name)) for name in names}
