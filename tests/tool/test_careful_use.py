@@ -11,7 +11,7 @@ import unittest
 import numpy as np
 from scipy.io import wavfile
 
-from tool_test import MUSIC, SPEECH, TOOL, ToolTest, contents, read, write_numbers
+from tool_test import MUSIC, SPEECH, TOOL, ToolTest, contents, read, write, write_numbers
 
 
 def wait_for_handlers(process):
@@ -29,27 +29,26 @@ class CarefulUseTest(ToolTest):
         write_numbers("taps.txt", [[0.5, 0.25, 0.125]])
 
     def test_cut_recordings(self):
-        """Refused with a number from files and pipes; an option takes what is there."""
+        """Refused with a number from files and pipes, the old result intact; an option takes what is
+        there."""
         wavfile.write("in.wav", 8000, np.random.default_rng(1).integers(-9999, 9999, 8000, np.int16))
         whole = contents("in.wav")
-        subprocess.run(["sox", "in.wav", "in.au"], check=True)
-        subprocess.run(["sox", "in.wav", "in.flac"], check=True)
+        for ending in ("au", "flac"):
+            subprocess.run(["sox", "in.wav", "in." + ending], check=True)
         long_data = bytearray(whole)
         long_data[40:44] = struct.pack("<I", 20000)  # beyond the file, whose own length is right
         cuts = {"data.wav": bytes(long_data), "cut.wav": whole[:9044], "cut.au": contents("in.au")[:9000],
                 "cut.flac": contents("in.flac")[:-2000]}
         for name, cut in cuts.items():
-            with open(name, "wb") as file:
-                file.write(cut)
+            write(name, cut)
             for source in (f"jurn average {name}", f"cat {name} | jurn average -"):
-                _, errors = self.shell(f"{source} out.wav --length 1", 3)
+                _, errors = self.shell(f"{source} {write('out.wav', 'old')} --length 1 --overwrite", 3)
                 self.assertIn("--partial", errors)
-                self.assertFalse(os.path.exists("out.wav"))
+                self.assertEqual(contents("out.wav"), b"old")
                 self.shell(f"{source} out.wav --length 1 --partial --overwrite")
                 got = read("out.wav")[1]
                 self.assertGreater(len(got), 500, source)
                 np.testing.assert_array_equal(got, read("in.wav")[1][:len(got)])
-                os.remove("out.wav")
 
     def test_lengths_of_zero(self):
         wavfile.write("in.wav", 8000, np.arange(-4000, 4000, dtype=np.int16))
@@ -57,14 +56,12 @@ class CarefulUseTest(ToolTest):
         whole[40:44] = bytes(4)
         for riff in (whole[4:8], bytes(4)):
             whole[4:8] = riff
-            with open("zero.wav", "wb") as file:
-                file.write(whole)
+            write("zero.wav", whole)
             self.run_tool("average", "zero.wav", "out.wav", "--length", "1")
             np.testing.assert_array_equal(read("out.wav")[1], read("in.wav")[1])
         # Really empty, with another chunk behind.
-        with open("empty.wav", "wb") as file:
-            file.write(b"RIFF" + struct.pack("<I", 56) + whole[8:44] + b"LIST" + struct.pack("<I", 12) +
-                       b"INFOISFT\0\0\0\0")
+        write("empty.wav", b"RIFF" + struct.pack("<I", 56) + whole[8:44] + b"LIST" +
+              struct.pack("<I", 12) + b"INFOISFT\0\0\0\0")
         self.assert_fails(["average", "empty.wav", "out2.wav", "--length", "1"], "no samples")
 
     def test_mp3_in_a_pipe_has_its_length_and_leaves_no_file(self):
@@ -89,8 +86,7 @@ class CarefulUseTest(ToolTest):
                 self.assertEqual((running.wait(10), running.stderr.read()),
                                  (130, b"jurn-filter: interrupted\n"))
         # A second one ends what does not look: here the wait for a picture.
-        with open("gnuplot", "w", encoding="ascii") as file:
-            file.write("#!/bin/sh\nexec sleep 20\n")
+        write("gnuplot", "#!/bin/sh\nexec sleep 20\n")
         os.chmod("gnuplot", 0o755)
         with subprocess.Popen([TOOL, "response", "--average", "3"], stdin=subprocess.DEVNULL,
                               env={**os.environ, "PATH": os.getcwd() + ":/bin:/usr/bin"}) as running:
@@ -105,7 +101,9 @@ class CarefulUseTest(ToolTest):
     def test_links_names_and_others(self):
         os.symlink("behind.wav", "link.wav")
         os.symlink(os.path.abspath("link.wav"), "chain.wav")
-        self.run_tool("average", SPEECH, "chain.wav", "--length", "1")
+        for source in (MUSIC, SPEECH):  # a file that is not there, and one that is
+            self.run_tool("average", source, "chain.wav", "--length", "1")
+        np.testing.assert_array_equal(read("behind.wav")[1], read(SPEECH)[1])
         self.assertTrue(os.path.islink("chain.wav") and os.path.islink("link.wav"))
         self.assertTrue(os.path.isfile("behind.wav") and not os.path.islink("behind.wav"))
         self.run_tool("average", SPEECH, "n" * 251 + ".wav", "--length", "1")
@@ -171,8 +169,7 @@ class CarefulUseTest(ToolTest):
                  b"LIST": b"adtllabl" + number(8) + number(7) + b"mark"}
         added = b"".join(id + number(len(data)) + data for id, data in extra.items())
         whole = contents(SPEECH)
-        with open("in.wav", "wb") as file:
-            file.write(b"RIFF" + number(len(whole) + len(added) - 8) + whole[8:] + added)
+        write("in.wav", b"RIFF" + number(len(whole) + len(added) - 8) + whole[8:] + added)
         for name in ("out.wav", "out.rf64"):
             said = self.run_tool("average", "in.wav", name, "--length", "1")
             self.assertNotIn("left out", said)
@@ -192,10 +189,9 @@ class CarefulUseTest(ToolTest):
         tags = [b"TITLE=A title", b"ALBUMARTIST=Both", b"REPLAYGAIN_TRACK_GAIN=-3 dB"]
         comment = number(3) + b"own" + number(len(tags)) + b"".join(number(len(t)) + t for t in tags)
         blocks = [b for b in blocks if b[0] != 4] + [(4, comment), (6, picture)]
-        with open("in.flac", "wb") as file:
-            file.write(b"fLaC" + b"".join(
-                bytes([kind + 128 * (i + 1 == len(blocks))]) + len(data).to_bytes(3, "big") + data
-                for i, (kind, data) in enumerate(blocks)) + frames)
+        write("in.flac", b"fLaC" + b"".join(
+            bytes([kind + 128 * (i + 1 == len(blocks))]) + len(data).to_bytes(3, "big") + data
+            for i, (kind, data) in enumerate(blocks)) + frames)
         self.assertNotIn("left out", self.run_tool("average", "in.flac", "out.flac", "--length", "1"))
         kept = dict(blocks_of("out.flac")[0])
         self.assertEqual(kept[6], picture)
@@ -233,7 +229,7 @@ class CarefulUseTest(ToolTest):
         for command in re.findall(r"^  ([a-z]+) ", overview.split("Subcommands:")[1], re.M):
             text = self.shell(f"jurn {command} --help")[0].decode()
             for option in re.findall(r"^  (?:-\w,)?(--[a-z-]+) (?:FLOAT|INT|UINT|N\b)", text, re.M):
-                for value in ("nan", "1e30", "-1e30", "inf"):
+                for value in ("nan", "1e30", "-1e30", "inf", "-inf"):
                     done = subprocess.run([TOOL, command, option, value], capture_output=True, text=True)
                     self.assertEqual(done.returncode, 2, (command, option, value))
                     self.assertRegex(done.stderr, rf"{option}|{value}", (command, option, value))

@@ -10,7 +10,7 @@ from scipy import signal
 from scipy.io import savemat, wavfile
 
 from tool_test import (BAND, CROSSTALK, MUSIC, RESPONSES, SPEECH, STREET, ToolTest, read, to_int16,
-                       write_numbers)
+                       write, write_numbers)
 
 
 def response(*paths):
@@ -141,19 +141,17 @@ class ConvolveTest(ToolTest):
         os.mkdir("a folder")
         wavfile.write("a folder/h.wav", 48000, h.T.astype(np.float32))
         np.savetxt("short.txt", [0.5, 0.25])
-        with open("routes.txt", "w", encoding="ascii") as file:
-            file.write('# input output file channel\n3 1 "a folder/h.wav" 2\n\n'
-                       '1 1 "a folder/h.wav"  # the first\n1 5 "a folder/h.wav" 2\n')
+        write("routes.txt", '# input output file channel\n3 1 "a folder/h.wav" 2\n\n'
+                            '1 1 "a folder/h.wav"  # the first\n1 5 "a folder/h.wav" 2\n')
         result = self.run_filter("convolve", "--routes", "routes.txt", source="three.wav")
         taps = [row.astype(np.float32).astype(float) for row in h]
         y = np.zeros((len(x) + 699, 5))
         y[:, 0] = signal.fftconvolve(x[:, 2], taps[1]) + signal.fftconvolve(x[:, 0], taps[0])
         y[:, 4] = signal.fftconvolve(x[:, 0], taps[1])
         self.assert_near(result, to_int16(y))
-        with open("other.txt", "w", encoding="ascii") as file:
-            file.write("/cd a folder\n/convolver/new 3 5 256 600 1.0\n/input/name 1 left\n"
-                       "/impulse/read 2 5 -0.5 40 100 300 1 h.wav\n/impulse/dirac 1 2 0.25 7\n"
-                       "/impulse/copy 3 3 2 5\n")
+        write("other.txt", "/cd a folder\n/convolver/new 3 5 256 600 1.0\n/input/name 1 left\n"
+                           "/impulse/read 2 5 -0.5 40 100 300 1 h.wav\n/impulse/dirac 1 2 0.25 7\n"
+                           "/impulse/copy 3 3 2 5\n")
         result = self.run_filter("convolve", "--routes", "routes.txt", "--fade-to", "other.txt",
                                  "--at", 0.1, "--no-tail", "--block", 480, source="three.wav")
         z = np.zeros((len(x), 5))
@@ -177,9 +175,7 @@ class ConvolveTest(ToolTest):
                              ('4 1 "a folder/h.wav"', "4 inputs", "three.wav"),
                              ("1 1 a folder/h.wav", ":1:", "quotes"),
                              ("/impulse/hilbert 1 1 1 9 9", ":1:", "/impulse/hilbert")):
-            with open("bad.txt", "w", encoding="ascii") as file:
-                file.write(text)
-            self.assert_fails(["convolve", "three.wav", "out.wav", "--routes", "bad.txt"], *words)
+            self.assert_fails(["convolve", "three.wav", "out.wav", "--routes", write("bad.txt", text)], *words)
 
     def test_any_channels_and_floats(self):
         rng = np.random.default_rng(6)
@@ -227,8 +223,7 @@ class ConvolveTest(ToolTest):
                 ("time;left;right\n" + "\n".join(
                     f"{i / 48000:.9f};{a!r};{b!r}".replace(".", ",")
                     for i, (a, b) in enumerate(h.T.tolist())), h)):
-            with open("h.txt", "w", encoding="ascii") as file:
-                file.write(text)
+            write("h.txt", text)
             matrix = [(0, k, k) for k in range(len(expected))]
             self.assert_near(self.run_filter("convolve", "--ir", "h.txt"),
                              to_int16(convolved(x, expected, matrix)))
@@ -250,8 +245,7 @@ class ConvolveTest(ToolTest):
                            ("scalars.txt", "\n".join(f"h[{i}] = {x!r}" for i, x in
                                                      enumerate(h.tolist()))),
                            ("utf16.txt", "\n".join(map(repr, h.tolist())))):
-            with open(name, "w", encoding="utf-16" if name == "utf16.txt" else "ascii") as file:
-                file.write(text)
+            write(name, text.encode("utf-16" if name == "utf16.txt" else "ascii"))
         expected = to_int16(convolved(read(SPEECH)[1], h[None], [(0, 0, 0)]))
         for name, *options in (("h.npy",), ("h.npz",), ("h.mat",), ("h.json",), ("list.json",),
                                ("h.h",), ("scalars.txt",), ("utf16.txt",),
@@ -261,8 +255,7 @@ class ConvolveTest(ToolTest):
             self.assert_near(result, expected, name)
             taps = self.run_filter("fir", "-c", name, *options, "--tail")
             self.assert_near(taps, expected, name)
-        with open("routes.txt", "w", encoding="ascii") as file:
-            file.write("1 1 h.npy\n1 2 h.json\n")
+        write("routes.txt", "1 1 h.npy\n1 2 h.json\n")
         both = self.run_filter("convolve", "--routes", "routes.txt")
         self.assert_near(both, np.hstack([expected, expected]))
         np.save("long.npy", np.ones(2**20 + 1))

@@ -8,8 +8,8 @@ import numpy as np
 from scipy import io, signal
 from scipy.io import wavfile
 
-from test_formats import equaliser, write
-from tool_test import TOOL, ToolTest, read, write_numbers
+from test_formats import equaliser
+from tool_test import TOOL, ToolTest, contents, read, write, write_numbers
 
 MODULES = os.path.join(os.environ["JURN_FILTER_SOURCE"], "../../modules/libJURN")
 
@@ -103,8 +103,7 @@ class DesignTest(ToolTest):
                 np.testing.assert_array_equal(again, result, output)
             self.run_tool("export", "my-filter.h", "--" + source, name)
             kind = {"sos": "CASCADE", "iir": "IIR", "fir": "FIR"}[command]
-            with open("my-filter.h", encoding="utf-8") as file:
-                self.assertIn(f"filter->filtertype = JURN_{kind};\n", file.read())
+            self.assertIn(f"filter->filtertype = JURN_{kind};\n", contents("my-filter.h").decode())
             program = write("use.c", '#include <stdio.h>\n#include "my-filter.h"\n'
                             "static Filter_ID filter;\nint main(void) {\n"
                             "  short block[1024];\n  my_filter_setup(&filter, JURN_STEREO);\n"

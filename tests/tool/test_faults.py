@@ -10,7 +10,7 @@ import unittest
 import numpy as np
 from scipy.io import wavfile
 
-from tool_test import SPEECH, TOOL, ToolTest, read, write_numbers
+from tool_test import SPEECH, TOOL, ToolTest, contents, read, write, write_numbers
 
 COMPILER = os.environ["JURN_CC"]
 
@@ -21,50 +21,49 @@ class FaultTest(ToolTest):
         write_numbers("one.txt", [[1]])
         wavfile.write("long.wav", 48000, np.arange(3_000_000, dtype=np.int32).astype(np.int16))
 
-    def assert_one_line(self, arguments, *words, code=4):
-        done = subprocess.run([TOOL, *arguments], capture_output=True, text=True)
-        self.assertEqual(done.returncode, code, (arguments, done.stderr))
-        self.assertRegex(done.stderr, r"\Ajurn-filter: [^\n]+\n\Z", arguments)
-        for word in words:
-            self.assertIn(word, done.stderr)
-
     def assert_keeps(self, name, arguments, *words, code=4):
         """The tool fails while a file of an earlier run has the name of the result."""
-        with open(name, "wb") as file:
-            file.write(b"old result")
-        self.assert_one_line([*arguments, "--overwrite"], *words, code=code)
-        with open(name, "rb") as file:
-            self.assertEqual(file.read(), b"old result")
+        write(name, b"old result")
+        self.assert_fails([*arguments, "--overwrite"], *words, code=code)
+        self.assertEqual(contents(name), b"old result")
+
+    def compile(self, name, text):
+        """A library of C, which `preloaded` puts before others."""
+        write(name + ".c", text)
+        subprocess.run([*COMPILER.split(), "-shared", "-fPIC", "-o", name + ".so", name + ".c"], check=True)
+
+    def preloaded(self, name, arguments, **settings):
+        settings = {key: str(value) for key, value in settings.items()}
+        return subprocess.run([TOOL, *arguments, "-q"], capture_output=True, text=True,
+                              env={**os.environ, **settings, "LD_PRELOAD": os.path.abspath(name + ".so")})
 
     @unittest.skipUnless(os.geteuid() == 0, "mounting a small file system needs root")
     def test_disk_full(self):
-        os.mkdir("small")
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k", "none", "small"], check=True)
-        self.addCleanup(subprocess.run, ["umount", os.path.abspath("small")], check=True)
+        os.makedirs("disk/small")  # whose time of writing is not compared
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k", "none", "disk/small"], check=True)
+        self.addCleanup(subprocess.run, ["umount", os.path.abspath("disk/small")], check=True)
         for ending in ("wav", "flac", "aiff", "raw"):
-            name = f"small/out.{ending}"
+            name = f"disk/small/out.{ending}"
             options = ["--bits", "16"] if ending != "raw" else []
             self.assert_keeps(name, ["fir", "long.wav", name, "-c", "one.txt", *options], name)
-            self.assertEqual(os.listdir("small"), [f"out.{ending}"])
+            self.assertEqual(os.listdir("disk/small"), [f"out.{ending}"])
             os.remove(name)
         # A file whose last bytes, not the first ones, find no room.
         wavfile.write("fits.wav", 48000, np.zeros(131_072 - 22, np.int16))
-        self.run_tool("fir", "fits.wav", "small/out.wav", "-c", "one.txt")
-        os.remove("small/out.wav")
+        self.run_tool("fir", "fits.wav", "disk/small/out.wav", "-c", "one.txt")
+        os.remove("disk/small/out.wav")
         wavfile.write("almost.wav", 48000, np.zeros(131_072 - 21, np.int16))
-        self.assert_one_line(["fir", "almost.wav", "small/out.wav", "-c", "one.txt"], "small/out.wav")
-        self.assertEqual(os.listdir("small"), [])
+        self.assert_fails(["fir", "almost.wav", "disk/small/out.wav", "-c", "one.txt"], "disk/small/out.wav", code=4)
+        self.assertEqual(os.listdir("disk/small"), [])
         # Small tables are written at the end.
-        with open("small/filler", "wb") as file:
-            file.write(bytes(256 * 1024))
-        self.assert_one_line(["level", SPEECH, "small/level.csv"], "small/level.csv")
-        self.assertEqual(os.listdir("small"), ["filler"])
+        write("disk/small/filler", bytes(256 * 1024))
+        self.assert_fails(["level", SPEECH, "disk/small/level.csv"], "disk/small/level.csv", code=4)
+        self.assertEqual(os.listdir("disk/small"), ["filler"])
 
     @unittest.skipIf("-fsanitize" in COMPILER, "a sanitizer wants to be loaded first")
     def test_no_failed_write_is_lost(self):
         """One write fails, whichever, and all others succeed: encoders do not always tell."""
-        with open("fail.c", "w", encoding="ascii") as file:
-            file.write("""
+        self.compile("fail", """
                 #define _GNU_SOURCE
                 #include <errno.h>
                 #include <stdlib.h>
@@ -78,13 +77,11 @@ class FaultTest(ToolTest):
                 ssize_t pwrite(int file, const void* from, size_t size, off_t at) {
                   return pwrite64(file, from, size, at);
                 }""")
-        subprocess.run([*COMPILER.split(), "-shared", "-fPIC", "-o", "fail.so", "fail.c"], check=True)
         for name in ("out.wav", "out.flac", "out.ogg"):
             failures = 0
             while failures < 1000:
-                settings = {"LD_PRELOAD": os.path.abspath("fail.so"), "FAILED_WRITE": str(failures + 1)}
-                done = subprocess.run([TOOL, "average", SPEECH, name, "--length", "2", "-q"],
-                                      capture_output=True, text=True, env={**os.environ, **settings})
+                done = self.preloaded("fail", ["average", SPEECH, name, "--length", "2"],
+                                      FAILED_WRITE=failures + 1)
                 if done.returncode == 0:
                     break
                 failures += 1
@@ -95,8 +92,7 @@ class FaultTest(ToolTest):
     @unittest.skipIf("-fsanitize" in COMPILER, "a sanitizer wants to be loaded first")
     def test_memory_used_up(self):
         """From one allocation on, whichever, all fail: one line, and nothing half done."""
-        with open("scarce.c", "w", encoding="ascii") as file:
-            file.write("""
+        self.compile("scarce", """
                 #define _GNU_SOURCE
                 #include <link.h>
                 #include <stdio.h>
@@ -139,28 +135,20 @@ class FaultTest(ToolTest):
                   fprintf(file, "%ld", count);
                   fclose(file);
                 }""")
-        subprocess.run([*COMPILER.split(), "-shared", "-fPIC", "-o", "scarce.so", "scarce.c"], check=True)
         write_numbers("taps.txt", np.hanning(9001)[None] / 4500)
-
-        def run(arguments, allocations):
-            settings = {"LD_PRELOAD": os.path.abspath("scarce.so"), "ALLOCATIONS": str(allocations)}
-            return subprocess.run([TOOL, *arguments, "-q"], capture_output=True, text=True,
-                                  env={**os.environ, **settings})
-
         random = np.random.default_rng(5)
         before = sorted(os.listdir())
         for arguments in (["eq", SPEECH, "out.flac", "PK 1000 -6 Q 1"], ["level", SPEECH, "out.csv"],
                           ["fir", SPEECH, "out.wav", "-c", "taps.txt"],
                           ["convolve", SPEECH, "out.wav", "--ir", "taps.txt", "--gain", "-3"],
                           ["binaural", SPEECH, "out.wav", "--azimuth", "30"]):
-            done = run(arguments, 10**9)
+            done = self.preloaded("scarce", arguments, ALLOCATIONS=10**9)
             self.assertEqual(done.returncode, 0, done.stderr)
             os.remove(arguments[2])
-            with open("count", encoding="ascii") as file:
-                whole = int(file.read())
+            whole = int(contents("count"))
             # The command line alone takes thousands; the last ones are where files are open.
             for allocations in sorted({*random.integers(500, whole, 4), *random.integers(whole - 300, whole, 10)}):
-                done = run(arguments, allocations)
+                done = self.preloaded("scarce", arguments, ALLOCATIONS=allocations)
                 self.assertEqual((done.returncode, done.stderr), (3, "jurn-filter: not enough memory\n"),
                                  (arguments, allocations))
                 self.assertEqual(sorted({*os.listdir()} - {"count"}), before, (arguments, allocations))
@@ -179,21 +167,16 @@ class FaultTest(ToolTest):
                           "/proc/self/mem", code=3)
 
     def test_truncated(self):
-        for ending in ("wav", "aiff", "flac", "caf"):
-            name = "cut." + ending
-            if ending != "wav":
-                subprocess.run(["sox", "-V1", "long.wav", "long." + ending], check=True)
-            with open("long." + ending, "rb") as file:
-                content = file.read()
+        for ending in ("aiff", "caf"):
+            subprocess.run(["sox", "-V1", "long.wav", "long." + ending], check=True)
+            content = contents("long." + ending)
             for share in (0.5, 0.99):
-                with open(name, "wb") as file:
-                    file.write(content[:int(share * len(content))])
+                name = write("cut." + ending, content[:int(share * len(content))])
                 self.assert_keeps("out.wav", ["fir", name, "out.wav", "-c", "one.txt"], name, code=3)
 
     def test_growing(self):
         """Samples appended while the tool reads are not part of the recording, or are read whole."""
-        with open("long.wav", "rb") as file:
-            content = file.read()
+        content = contents("long.wav")
         stop = threading.Event()
 
         def grow():
@@ -235,16 +218,14 @@ class FaultTest(ToolTest):
             self.assertIn(word, message.decode())
 
     def test_signal_keeps_the_old_result(self):
-        for number in (signal.SIGINT, signal.SIGTERM):
-            with open("out.wav", "wb") as file:
-                file.write(b"old result")
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            write("out.wav", b"old result")
             before = os.listdir()
             running = self.start("out.wav")
             running.send_signal(number)
-            self.finish(running, 130)
+            self.finish(running, 130, "interrupted")
             self.assertEqual(os.listdir(), before)
-            with open("out.wav", "rb") as file:
-                self.assertEqual(file.read(), b"old result")
+            self.assertEqual(contents("out.wav"), b"old result")
 
     def test_folder_vanishes(self):
         os.mkdir("folder")

@@ -1,6 +1,5 @@
 """Filters of jurn-filter on real recordings, compared with SciPy; level and reports."""
 
-import os
 import re
 import subprocess
 import unittest
@@ -9,7 +8,7 @@ import numpy as np
 from scipy import signal
 from scipy.io import wavfile
 
-from tool_test import MUSIC, SPEECH, TOOL, ToolTest, read, to_int16, write_numbers
+from tool_test import MUSIC, SPEECH, ToolTest, contents, read, to_int16, write_numbers
 
 
 class FilterTest(ToolTest):
@@ -92,9 +91,8 @@ class FilterTest(ToolTest):
             np.testing.assert_allclose(rows[:, [2, 4]], decibels, atol=0.006)
             loudest = (20 if kind == "magnitude" else 10) * np.log10(means.max())
             self.assertAlmostEqual(float(re.search(r"loudest +(\S+) dB", report)[1]), loudest, 1)
-        with open("level.csv", encoding="ascii") as file:
-            printed = self.run_tool("level", MUSIC, "--length", 200, "--of", kind, "--every", 0.05)
-            self.assertEqual(printed, file.read())
+        printed = self.run_tool("level", MUSIC, "--length", 200, "--of", kind, "--every", 0.05)
+        self.assertEqual(printed, contents("level.csv").decode())
 
     def test_input_is_rounded_and_saturated(self):
         write_numbers("one.txt", [[1]])
@@ -181,11 +179,9 @@ class FilterTest(ToolTest):
             result = self.run_filter("iir", "-c", "ba.txt", *options, source="noise.wav")
             self.assert_near(result, expected, options, filters=2)
 
-        def said(*options):
-            return subprocess.run([TOOL, "iir", "noise.wav", "out.wav", "-c", "ba.txt", "-q",
-                                   "--overwrite", *device, *options], capture_output=True, text=True).stderr
-        self.assertRegex(said(), r"note: ba.txt: .*sections.*; --as-is")
-        self.assertRegex(said("--as-is"), r"warning: ba.txt: .*unstable.*1\.02")
+        common = ["iir", "noise.wav", "out.wav", "-c", "ba.txt", *device]
+        self.assertRegex(self.said(*common), r"note: ba.txt: .*sections.*; --as-is")
+        self.assertRegex(self.said(*common, "--as-is"), r"warning: ba.txt: .*unstable.*1\.02")
 
     def test_report_counts_clipping_and_suggests_a_gain(self):
         write_numbers("four.txt", [[4]])
@@ -213,13 +209,6 @@ class FilterTest(ToolTest):
             name = "out." + ending
             result = self.run_filter("fir", "-c", "one.txt", source=MUSIC, output=name)
             np.testing.assert_array_equal(result, x, name)
-        os.symlink("out.flac", "link.flac")
-        os.remove("out.flac")
-        os.symlink("behind.flac", "out.flac")
-        self.run_tool("fir", SPEECH, "behind.flac", "-c", "one.txt")
-        self.run_tool("fir", MUSIC, "link.flac", "-c", "one.txt")
-        self.assertTrue(os.path.islink("link.flac") and os.path.islink("out.flac"))
-        np.testing.assert_array_equal(read("behind.flac")[1], x)
 
     def test_unstable_filters_say_when_they_are_lost(self):
         wavfile.write("noise.wav", 48000, np.full(48000, 1000, np.int16))
@@ -227,11 +216,10 @@ class FilterTest(ToolTest):
         write_numbers("sos.txt", [[1, 0, 0, 1, -1.01, 0]])
         for command, name in (("iir", "ba.txt"), ("sos", "sos.txt")):
             for precision in ("int16", "double"):
-                done = subprocess.run([TOOL, command, "noise.wav", "out.wav", "-c", name, "--keep-a",
-                                       "--precision", precision, "--overwrite", "-q", "--as-is"],
-                                      capture_output=True, text=True, check=True)
+                said = self.said(command, "noise.wav", "out.wav", "-c", name, "--keep-a", "--precision",
+                                 precision, "--as-is")
                 # 1.01^n leaves the floats after about 8000 samples.
-                second = float(re.search(r"from second (\S+) on", done.stderr)[1])
+                second = float(re.search(r"from second (\S+) on", said)[1])
                 self.assertTrue(0.1 < second < 0.25, (command, precision, second))
 
 

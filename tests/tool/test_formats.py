@@ -9,18 +9,12 @@ import numpy as np
 from scipy import io, signal
 from scipy.io import wavfile
 
-from tool_test import SPEECH, TOOL, ToolTest, read, to_int16, write_numbers
+from tool_test import SPEECH, ToolTest, contents, read, to_int16, write, write_numbers
 
 TAPS = signal.firwin(31, 0.3)
 B, A = signal.butter(4, 0.2)
 SOS = signal.cheby1(5, 1, [0.05, 0.4], "bandpass", output="sos")
 GAINS = np.array([0.5, 2, 0.8, 1, 1.25, 0.9])  # one per section and one of the output
-
-
-def write(name, text):
-    with open(name, "w", encoding="utf-8") as file:
-        file.write(text)
-    return name
 
 
 def c_array(kind, name, values):
@@ -277,8 +271,7 @@ class FormatTest(ToolTest):
                  SOS)):
             self.check(command, write("c.txt", text), expected)
             for encoding in ("utf-16", "utf-16-le", "utf-16-be"):
-                with open("wide.txt", "wb") as file:
-                    file.write(text.encode(encoding))
+                write("wide.txt", text.encode(encoding))
                 self.check(command, "wide.txt", expected)
         for command, text, *words in (
                 ("fir", rows, "sections", "sos"), ("fir", octave, "iir"),
@@ -309,9 +302,7 @@ class FormatTest(ToolTest):
         self.assert_fails(["fir", SPEECH, "out.wav", "-c", "c.npy", "--normalise"], "c.npy", "0 dB")
 
     def warnings(self, command, name, *options):
-        done = subprocess.run([TOOL, command, SPEECH, "out.wav", "--overwrite", "-c", name,
-                               *options], capture_output=True, text=True, check=True)
-        return done.stderr
+        return self.said(command, SPEECH, "out.wav", "-c", name, *options)
 
     def test_stability_and_peak(self):
         turned = A * [1, *[-1] * 4]
@@ -338,8 +329,7 @@ class FormatTest(ToolTest):
                                ([1], None)):
             write_numbers("taps.txt", [taps])
             # A run tells what clipped; of coefficients for elsewhere this is all that can be told.
-            said = subprocess.run([TOOL, "export", "out.npy", "--fir", "taps.txt", "--overwrite"],
-                                  capture_output=True, text=True, check=True).stderr
+            said = self.said("export", "out.npy", "--fir", "taps.txt")
             self.assertEqual(re.findall(r"gain is (.*?),", said), [decibels] if decibels else [])
             self.assertEqual(self.warnings("fir", "taps.txt"), "")
 
@@ -351,24 +341,20 @@ class FormatTest(ToolTest):
         np.save("long.npy", np.ones(1251))
         np.save("sections.npy", SOS)
         np.save("taps.npy", TAPS)
-        with open("taps.npy", "rb") as file:
-            data = file.read()
-        for name, part in (("cut.npy", data[:-8]), ("head.npy", data[:40]), ("cut.mat", b"")):
-            with open(name, "wb") as file:
-                file.write(part)
+        data = contents("taps.npy")
+        write("cut.npy", data[:-8])
+        write("head.npy", data[:40])
         np.savez("x.npz", SOS)
         io.savemat("none.mat", {"text": "hello"})
         io.savemat("three.mat", {"x": B, "y": A, "z": TAPS})
         io.savemat("gain.mat", {"sos": SOS, "g": GAINS[:3]})
         io.savemat("full.mat", {"sos": SOS})
-        with open("full.mat", "rb") as file, open("cut.mat", "wb") as cut:
-            cut.write(file.read()[:300])
+        write("cut.mat", contents("full.mat")[:300])
         wavfile.write("two.wav", 48000, np.ones((9, 2), np.int16))
         for name, data in (("room.mp3", b"ID3\x03\0\0\0\0\0\0"), ("plot.png", b"\x89PNG\r\n\x1a\n"),
                            ("page.html", b"<!DOCTYPE html><html>"),
                            ("noise.bin", bytes(range(1, 250)))):
-            with open(name, "wb") as file:
-                file.write(data)
+            write(name, data)
         num, den = section_rows(SOS, GAINS)
         for command, name, text, *words in (
                 ("fir", "room.mp3", None, "is an MP3 file", ".npy", "WAV"),

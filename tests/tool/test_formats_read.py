@@ -2,14 +2,12 @@
 
 import importlib.util
 import json
-import os
-import subprocess
 import unittest
 
 import numpy as np
 from scipy import io, signal
 
-from tool_test import SPEECH, TOOL, ToolTest, contents
+from tool_test import SPEECH, ToolTest, contents, write
 
 TAPS = signal.firwin(31, 0.3)
 B, A = signal.butter(5, 0.3)
@@ -25,18 +23,9 @@ def lines(values):
 class ReadTest(ToolTest):
     def numbers(self, kind, name, *options):
         """The coefficients that a file holds, through a NumPy file."""
-        if os.path.exists("read.npy"):
-            os.remove("read.npy")
-        done = subprocess.run(
-            [TOOL, "export", "read.npy", f"--{kind}", name, "--rate", str(RATE), "--as-is",
-             "--precision", "double", *options], capture_output=True, text=True, check=False)
-        self.assertEqual(done.returncode, 0, (name, done.stderr))
+        self.run_tool("export", "read.npy", f"--{kind}", name, "--rate", RATE, "--as-is", "--precision",
+                      "double", *options)
         return np.load("read.npy")
-
-    def put(self, name, content):
-        with open(name, "wb") as file:
-            file.write(content.encode() if isinstance(content, str) else content)
-        return name
 
     def test_numbers_in_text(self):
         rows = SOS[:, [4, 5, 0, 1, 2]]
@@ -66,10 +55,10 @@ class ReadTest(ToolTest):
                 ("fir", rew.replace("is normalised", "is not normalised") + lines(TAPS), TAPS),
                 ("fir", "const q15_t taps[3] = {16384, -8192, 32767};", [0.5, -0.25, 32767 / 32768]),
                 ("fir", "q31_t h[2] = {1073741824, -2147483648};", [0.5, -1])):
-            found = self.numbers(kind, self.put("c.txt", text))
+            found = self.numbers(kind, write("c.txt", text))
             np.testing.assert_array_equal(found, expected, text[:40])
         for kind, text, expected in (("sos", "sos = " + repr(SOS), SOS), ("fir", repr(TAPS), TAPS)):
-            found = self.numbers(kind, self.put("c.txt", text))
+            found = self.numbers(kind, write("c.txt", text))
             np.testing.assert_allclose(found, expected, rtol=0, atol=6e-9)  # the digits printed
 
     def test_zeros_poles_and_gain(self):
@@ -83,9 +72,9 @@ class ReadTest(ToolTest):
                  "gain": k}
         io.savemat("zpk.mat", {"z": z, "p": p, "k": k})
         np.savez("zpk.npz", z=z, p=p, k=k)
-        for name in ("zpk.mat", "zpk.npz", self.put("python.txt", text),
-                     self.put("matlab.txt", f"z = {z.real.tolist()};\np = [{matlab}];\nk = {k!r};"),
-                     self.put("zpk.json", json.dumps(pairs))):
+        for name in ("zpk.mat", "zpk.npz", write("python.txt", text),
+                     write("matlab.txt", f"z = {z.real.tolist()};\np = [{matlab}];\nk = {k!r};"),
+                     write("zpk.json", json.dumps(pairs))):
             _, found = signal.sosfreqz(self.numbers("sos", name), frequency)
             np.testing.assert_allclose(found, expected, rtol=0, atol=1e-12, err_msg=name)
             self.assert_fails(["fir", SPEECH, "out.wav", "-c", name], name, "zeros and poles", "sos")
@@ -114,13 +103,11 @@ class ReadTest(ToolTest):
                 ("sos", SOS.tolist(), SOS), ("sos", {"sos": SOS.tolist()}, SOS),
                 ("sos", {"filters": named}, SOS)):
             for indent in (None, 2):
-                name = self.put("c.json", json.dumps(content, indent=indent))
+                name = write("c.json", json.dumps(content, indent=indent))
                 np.testing.assert_array_equal(self.numbers(kind, name), expected)
-        with open("c.npz", "rb") as file:
-            data = file.read()
-        self.put("cut.npz", data[:-30])
-        self.put("bad.json", '{"b": [1, 2')
-        self.put("ragged.json", '{"sos": [[1, 2], [3]]}')
+        write("cut.npz", contents("c.npz")[:-30])
+        write("bad.json", '{"b": [1, 2')
+        write("ragged.json", '{"sos": [[1, 2], [3]]}')
         for name, *words in (("cut.npz", "damaged"), ("bad.json", "no JSON"),
                              ("ragged.json", "'sos'", "as many")):
             self.assert_fails(["fir", SPEECH, "out.wav", "-c", name], name, *words)
@@ -133,11 +120,11 @@ class ReadTest(ToolTest):
                 ("S32LE", np.array([2 ** 30, -2 ** 31], "<i4").tobytes(), [0.5, -1]),
                 ("FLOAT32LE", TAPS.astype("<f4").tobytes(), TAPS.astype("f4")),
                 ("FLOAT64LE", TAPS.astype("<f8").tobytes(), TAPS)):
-            self.put("taps.raw", data)
+            write("taps.raw", data)
             np.testing.assert_array_equal(self.numbers("fir", "taps.raw", "--format", name), expected)
         self.assert_fails(["fir", SPEECH, "out.wav", "-c", "taps.raw"], "taps.raw", "S16LE",
                           "FLOAT64LE")
-        self.put("odd.raw", b"12345")
+        write("odd.raw", b"12345")
         self.assert_fails(["fir", SPEECH, "out.wav", "-c", "odd.raw", "--format", "S16LE"], "5 bytes")
 
     def test_equaliser_spellings(self):
@@ -149,12 +136,8 @@ class ReadTest(ToolTest):
                 ("LP 80 12 dB", "LP 80 order 2"), ("HP 80 LR4", "HP 80 LR order 4"),
                 ("bell 1k -3 Q2", "PK 1k -3 Q 2"), ("low-pass 1k BW3", "LP 1k order 3"),
                 ("Low Shelf 100 4 Q 0.9", "LS 100 4 Q 0.9")):
-            found = self.numbers("sos", self.put("rew.txt", rew + f"Filter  1: ON  {spelling}\n"))
-            done = subprocess.run([TOOL, "export", "plain.npy", "--overwrite", "--eq", plain,
-                                   "--as-is", "--precision", "double", "--rate", str(RATE)],
-                                  capture_output=True, text=True, check=False)
-            self.assertEqual(done.returncode, 0, done.stderr)
-            np.testing.assert_array_equal(found, np.load("plain.npy"), spelling)
+            found = self.numbers("sos", write("rew.txt", rew + f"Filter  1: ON  {spelling}\n"))
+            np.testing.assert_array_equal(found, self.numbers("eq", plain), spelling)
 
     def test_camilla(self):
         biquads = """
@@ -166,22 +149,19 @@ filters:
   unused: {type: Delay, parameters: {delay: 3}}
   half: {type: Gain, parameters: {gain: -6, inverted: true}}
 """
-        words = ["PK 100 -3 Q 1.4", "HP 80 LR order 4", "HSC 6dB 8000 2"]
-        subprocess.run([TOOL, "export", "plain.npy", *[x for w in words for x in ("--eq", w)], "--as-is", "--precision",
-                        "double", "--rate", str(RATE)], check=True, capture_output=True)
-        expected = np.load("plain.npy")
+        expected = self.numbers("eq", "PK 100 -3 Q 1.4", "--eq", "HP 80 LR order 4", "--eq", "HSC 6dB 8000 2")
         expected[0, :3] *= -10 ** (-6 / 20)
         pipeline = ("pipeline:\n  - {type: Filter, channels: [0, 1], names: [bass, low]}\n"
                     "  - {type: Filter, channel: 1, names: [air, half]}\n"
                     "  - {type: Filter, channel: 0, names: [air, half]}\n")
-        name = self.put("c.yml", biquads + pipeline)
+        name = write("c.yml", biquads + pipeline)
         np.testing.assert_allclose(self.numbers("sos", name), expected, rtol=1e-15)
         values = ", ".join(map(repr, TAPS.tolist()))
-        self.put("taps.raw", TAPS.astype("<f4").tobytes())
+        write("taps.raw", TAPS.astype("<f4").tobytes())
         for parameters, taps in (("type: Values, values: [" + values + "]", TAPS),
                                  ("type: Raw, filename: taps.raw, format: FLOAT32LE",
                                   TAPS.astype("f4"))):
-            name = self.put("c.yml", "filters:\n  room:\n    type: Conv\n    parameters: {" +
+            name = write("c.yml", "filters:\n  room:\n    type: Conv\n    parameters: {" +
                             parameters + "}\n")
             np.testing.assert_array_equal(self.numbers("fir", name), taps)
         for text, *said in (
@@ -191,18 +171,16 @@ filters:
                 (biquads.replace("Peaking", "Tilt").replace("type: Delay", "type: Gain"), ":4:",
                  "'Tilt'"),
                 (biquads.replace("freq: 100", "freq: 30000"), ":4:", "'bass'", "30000")):
-            self.assert_fails(["sos", SPEECH, "out.wav", "-c", self.put("c.yml", text)], "c.yml", *said)
+            self.assert_fails(["sos", SPEECH, "out.wav", "-c", write("c.yml", text)], "c.yml", *said)
 
     def test_refusals(self):
         table = "\n".join(f"{20 * i},{-i / 100},{i}" for i in range(1, 300))
         np.save("417.npy", np.tile([1.0, 0, 0, 1, 0, 0], (417, 1)))
         io.savemat("417.mat", {"sos": np.tile([1.0, 0, 0, 1, 0, 0], (417, 1))})
         same = set()
-        for name in ("417.npy", "417.mat", self.put("417.txt", "1 0 0 1 0 0\n" * 417)):
-            done = subprocess.run([TOOL, "sos", SPEECH, "out.wav", "--precision", "int16", "-c", name],
-                                  capture_output=True, text=True, check=False)
-            self.assertEqual(done.returncode, 3)
-            same.add(done.stderr.replace(name, ""))
+        for name in ("417.npy", "417.mat", write("417.txt", "1 0 0 1 0 0\n" * 417)):
+            said = self.assert_fails(["sos", SPEECH, "out.wav", "--precision", "int16", "-c", name])
+            same.add(said.replace(name, ""))
         self.assertEqual(len(same), 1, same)
         self.assertIn("417", same.pop())
         line = "Filter 1: ON PK Fc 100 Hz Gain 3 dB Q 1\n"
@@ -224,7 +202,7 @@ filters:
                 ("sos", "gain = 1e30\nsos = [1e20 0 0 1 0 0; 1 0 0 1 0 0]\n", "1e+50", "range"),
                 ("fir", "* Impulse Response data saved by REW\n2.2675736961E-5 // Sample interval\n"
                  "* Data start\n1\n", ":2:", "44100", "48000")):
-            self.assert_fails([command, SPEECH, "out.wav", "-c", self.put("c.txt", text)], "c.txt",
+            self.assert_fails([command, SPEECH, "out.wav", "-c", write("c.txt", text)], "c.txt",
                               *words)
 
     def test_what_export_writes_is_read_back(self):
@@ -233,14 +211,11 @@ filters:
         np.save("ba.npy", np.array([B, A]))
         np.savez("short.npz", b=[0.5, 0.25, 0.1, 0.2], a=[1, -0.5])
         np.save("taps.npy", TAPS)
-        self.put("six.txt", "0.5\n0.1\n0.2\n1\n0.1\n0.2\n")  # taps that look like a section
+        write("six.txt", "0.5\n0.1\n0.2\n1\n0.1\n0.2\n")  # taps that look like a section
 
         def run(command, name, precision, *options):
-            done = subprocess.run([TOOL, command, SPEECH, "out.wav", "-c", name, "--precision",
-                                   precision, "--overwrite", *options], capture_output=True,
-                                  text=True, check=False)
-            self.assertEqual(done.returncode, 0, (name, done.stderr))
-            return contents("out.wav"), done.stderr
+            said = self.said(command, SPEECH, "out.wav", "-c", name, "--precision", precision, *options)
+            return contents("out.wav"), said
 
         for kind, name in (("sos", "steep.npy"), ("iir", "ba.npy"), ("iir", "short.npz"),
                            ("fir", "taps.npy"), ("fir", "six.txt")):
@@ -249,10 +224,8 @@ filters:
                 for ending in ("h", "txt", "npy", "mat"):
                     once, twice = f"once.{ending}", f"twice.{ending}"
                     for result, source in ((once, name), (twice, once)):
-                        subprocess.run([TOOL, "export", result, f"--{kind}", source, "--overwrite",
-                                        "--name", "f", "--precision", precision,
-                                        *["--as-is"] * (result == once)],
-                                       check=True, capture_output=True)
+                        self.run_tool("export", result, f"--{kind}", source, "--name", "f", "--precision",
+                                      precision, *["--as-is"] * (result == once))
                     first, second = ([line for line in contents(result).split(b"\n")
                                       if b"Coefficients of" not in line and b"LSB of" not in line] for result in (once, twice))
                     context = (kind, name, precision, ending)
@@ -265,7 +238,7 @@ filters:
                                           kind)
         np.testing.assert_array_equal(np.load("once.npy"), [0.5, 0.1, 0.2, 1, 0.1, 0.2])
         self.assertEqual(io.loadmat("once.mat")["prepared"].tolist(), ["fir, double"])
-        self.put("inside.h", "void f(void) {\n  static const float h[] = {0.5f, 0.1f};\n}\n")
+        write("inside.h", "void f(void) {\n  static const float h[] = {0.5f, 0.1f};\n}\n")
         np.testing.assert_array_equal(self.numbers("fir", "inside.h"), np.float32([0.5, 0.1]))
 
     def test_mat_files_of_level_7_3(self):
@@ -274,7 +247,7 @@ filters:
             self.skipTest("h5py is not installed")
         import h5py
 
-        def write(name, like_matlab, fill):
+        def saved(name, like_matlab, fill):
             with h5py.File(name, "w", userblock_size=512 if like_matlab else 0) as file:
                 fill(file)
             if like_matlab:
@@ -312,14 +285,14 @@ filters:
                 ("sos", False, lambda file: file.create_dataset("sos", data=SOS), SOS),
                 ("iir", True, structure, [B, A]), ("fir", True, packed, TAPS.astype("f4")),
                 ("fir", False, lambda file: file.create_dataset("h", data=TAPS), TAPS)):
-            np.testing.assert_array_equal(self.numbers(kind, write("c.mat", like_matlab, fill)),
+            np.testing.assert_array_equal(self.numbers(kind, saved("c.mat", like_matlab, fill)),
                                           expected)
-        sections = self.numbers("sos", write("c.mat", True, roots))
+        sections = self.numbers("sos", saved("c.mat", True, roots))
         h = signal.sosfreqz(sections)[1]
         np.testing.assert_allclose(h, signal.freqz_zpk(*ZPK)[1], atol=1e-10)
-        whole = contents(write("c.mat", True, lambda file: add(file, "sos", SOS)))
+        whole = contents(saved("c.mat", True, lambda file: add(file, "sos", SOS)))
         for cut in (whole[:1000], whole[:600] + b"Z" * 300 + whole[900:]):
-            self.assert_fails(["sos", SPEECH, "x.wav", "-c", self.put("cut.mat", cut)], "cut.mat")
+            self.assert_fails(["sos", SPEECH, "x.wav", "-c", write("cut.mat", cut)], "cut.mat")
 
 
 if __name__ == "__main__":

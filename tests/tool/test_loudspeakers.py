@@ -8,7 +8,7 @@ from scipy import signal
 from scipy.io import wavfile
 
 from test_formats import equaliser
-from tool_test import MUSIC, SPEECH, ToolTest, read
+from tool_test import MUSIC, SPEECH, ToolTest, read, write
 
 RATE = 48000
 CLICK = 1 << 16
@@ -95,17 +95,14 @@ class EqualiserWords(ToolTest):
         parts = [self.response(w)[1] for w in
                  ("HP 40 order 2", "LP 300 linear", "HP 100 linear", "PK 60 -3 Q 2")]
         self.assertLess(np.abs(whole - np.prod(parts, 0)).max(), 1e-6)
-        with open("eq.txt", "w", encoding="ascii") as file:
-            file.write("# the box\nHP 40 order 2\nLP 300 linear  # no phase\n\nHP 100 linear\n")
+        write("eq.txt", "# the box\nHP 40 order 2\nLP 300 linear  # no phase\n\nHP 100 linear\n")
         self.assertLess(np.abs(self.response("-c", "eq.txt", "PK 60 -3 Q 2")[1] - whole).max(), 1e-7)
-        with open("apo.txt", "w", encoding="ascii") as file:
-            file.write("Preamp: -6 dB\nFilter 1: ON LT Fc 70 Hz Q 1.1 to 28 Hz Q 0.7\nTILT 1k 2\n"
-                       "GraphicEQ: 100 0; 1000 6\nFilter 2: OFF PK Fc 100 Hz Gain 9 dB Q 1\n")
+        write("apo.txt", "Preamp: -6 dB\nFilter 1: ON LT Fc 70 Hz Q 1.1 to 28 Hz Q 0.7\nTILT 1k 2\n"
+                         "GraphicEQ: 100 0; 1000 6\nFilter 2: OFF PK Fc 100 Hz Gain 9 dB Q 1\n")
         h = self.response("-c", "apo.txt")[1]
-        with open("graphic.txt", "w", encoding="ascii") as file:
-            file.write("GraphicEQ: 100 0; 1000 6\n")
+        graphic = write("graphic.txt", "GraphicEQ: 100 0; 1000 6\n")
         expected = (10 ** (-6 / 20) * self.response("LT 70 1.1 28 0.7")[1] *
-                    self.response("TILT 1k 2")[1] * self.response("-c", "graphic.txt")[1])
+                    self.response("TILT 1k 2")[1] * self.response("-c", graphic)[1])
         self.assertLess(np.abs(h - expected).max(), 5e-6)
         self.assertLess(abs(np.abs(self.response("-c", "apo.txt", "--normalise")[1]).max() - 1), 0.02)
 
@@ -120,8 +117,7 @@ class EqualiserWords(ToolTest):
             self.assert_fails(["eq", "click.wav", "new.wav", words], words, *said)
         self.assert_fails(["eq", "click.wav", "new.wav", "LP 80 linear", "--precision", "int16"],
                           "1250")
-        with open("eq.txt", "w", encoding="ascii") as file:
-            file.write("HP 80\nXX 90 -3\n")
+        write("eq.txt", "HP 80\nXX 90 -3\n")
         self.assert_fails(["eq", "click.wav", "new.wav", "-c", "eq.txt"], "eq.txt:2", "'XX'")
         self.assert_fails(["eq", "click.wav", "new.wav", "-c", "no.txt"], "no.txt")
         self.assert_fails(["export", "new.h", "--eq", "LP 80 linear"], "linear")
@@ -141,10 +137,8 @@ class Setups(ToolTest):
         wavfile.write("music.wav", RATE, self.music)
         wavfile.write("float.wav", RATE, (self.music / 32768).astype(np.float32))
 
-    def put(self, text, name="setup.yml"):
-        with open(name, "w", encoding="utf-8") as file:
-            file.write(text)
-        return name
+    def put(self, text):
+        return write("setup.yml", text)
 
     def model(self, x):
         """What examples/setups/two-way.yml does."""
@@ -236,18 +230,15 @@ pipeline:
         """Of convolve, beside the channel or without it."""
         np.savetxt("one.txt", [1.0])
         wavfile.write("two.wav", RATE, np.array([[1, 0.5]], np.float32))
-        with open("routes.txt", "w", encoding="ascii") as file:
-            file.write("1 1 two.wav 2 -6\n2 1 one.txt -3dB\n1 2 two.wav -20dB inverted  # late\n"
-                       "2 3 two.wav inverted 2\n")
+        write("routes.txt", "1 1 two.wav 2 -6\n2 1 one.txt -3dB\n1 2 two.wav -20dB inverted  # late\n"
+                            "2 3 two.wav inverted 2\n")
         self.run_tool("convolve", "float.wav", "out.wav", "--routes", "routes.txt")
         x, (a, b, c) = self.music / 32768, 10 ** (np.array([-6, -3, -20]) / 20)
         expected = np.stack([0.5 * a * x[:, 0] + b * x[:, 1], -c * x[:, 0], -0.5 * x[:, 1]], 1)
         self.assertLess(np.abs(read("out.wav")[1] - expected).max(), 1e-6)
         for line in ("1 1 two.wav 1 2 3", "1 1 two.wav loud", "1 1 two.wav 1.5", "1 1 two.wav 1 nan",
                      "1 1 two.wav -3dB -3dB", "/impulse/dirac 1 1 1e300 0"):
-            with open("routes.txt", "w", encoding="ascii") as file:
-                file.write(line + "\n")
-            self.assert_fails(["convolve", "float.wav", "new.wav", "--routes", "routes.txt"],
+            self.assert_fails(["convolve", "float.wav", "new.wav", "--routes", write("routes.txt", line)],
                               "routes.txt:1:", "gain")
 
     def test_every_filter(self):
@@ -322,13 +313,14 @@ pipeline:
         """Each line filters the channels that stand before it; one filter for all is another."""
         lines = {"one": "PK Fc 1000 Hz Gain 6 dB Q 1", "two": "HS Fc 5000 Hz Gain -4 dB Q 0.7",
                  "both": "HP Fc 50 Hz Q 0.7"}
-        with open("apo.txt", "w", encoding="ascii") as file:
-            file.write("Preamp: -8 dB\nChannel: L\nFilter 1: ON {one}\nChannel: 2 # R\nPreamp: -2 dB\n"
-                       "Filter 2: ON {two}\nChannel: L R\nFilter 3: ON {both}\nChannel: all\n".format(**lines))
+        write("apo.txt", "Preamp: -8 dB\nChannel: L\nFilter 1: ON {one}\nChannel: 2 # R\nPreamp: -2 dB\n"
+              "Filter 2: ON {two}\nChannel: L R\nFilter 3: ON {both}\nChannel: all\n".format(**lines))
         rng = np.random.default_rng(3)
         wavfile.write("two.wav", RATE, rng.uniform(-0.3, 0.3, (RATE // 4, 2)).astype(np.float32))
-        expected = [self.run_eq("two.wav", -8, lines["one"], lines["both"])[:, 0],
-                    self.run_eq("two.wav", -10, lines["two"], lines["both"])[:, 1]]
+        expected = []
+        for channel, (gain, first) in enumerate(((-8, "one"), (-10, "two"))):
+            self.run_tool("eq", "two.wav", "out.wav", lines[first], lines["both"], "--gain", gain)
+            expected.append(read("out.wav")[1][:, channel])
         for command in ("eq", "setup"):
             options = ["--no-tail"] if command == "setup" else []
             self.run_tool(command, "two.wav", "out.wav", "-c", "apo.txt", *options)
@@ -339,10 +331,6 @@ pipeline:
                 (["eq", SPEECH, "x.wav", "-c", "apo.txt"], "apo.txt:2:", "'L'", "C"),
                 (["eq", "two.wav", "x.wav", "-c", "apo.txt", "--align"], "apo.txt", "--align")):
             self.assert_fails(arguments, *words, code=2 if "--align" in arguments else 3)
-
-    def run_eq(self, source, gain, *words):
-        self.run_tool("eq", source, "out.wav", *words, "--gain", gain)
-        return read("out.wav")[1]
 
     def test_clips_are_told_of_each_output(self):
         loud = np.zeros((RATE // 10, 2), np.int16)

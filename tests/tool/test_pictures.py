@@ -5,7 +5,6 @@ import os
 import re
 import struct
 import subprocess
-import tempfile
 import unittest
 import xml.etree.ElementTree
 
@@ -13,40 +12,24 @@ import numpy as np
 from scipy import signal
 from scipy.io import wavfile
 
-TOOL = os.environ["JURN_FILTER"]
-SPEECH = "/usr/share/sounds/alsa/Front_Center.wav"
-BAND = "/usr/share/jconvolver/config-files/octave-band/oct-48-1k.wav"
+from tool_test import BAND, SPEECH, TOOL, ToolTest, contents, write_numbers
+
 RATE = 44100
 TAPS = signal.firwin(61, [0.11, 0.32], pass_zero=False) * 1.5
 B, A = signal.ellip(5, 1, 60, 0.2)
 SECTIONS = signal.butter(8, [0.05, 0.4], "bandpass", output="sos")
 
 
-def write(name, rows):
-    with open(name, "w", encoding="ascii") as file:
-        for row in rows:
-            file.write(" ".join(repr(float(x)) for x in row) + "\n")
-    return name
-
-
-class PictureTest(unittest.TestCase):
+class PictureTest(ToolTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.addCleanup(os.chdir, os.getcwd())
-        os.chdir(folder.name)
-        self.filters = ["--fir", write("taps.txt", [TAPS]), "--sos", write("sos.txt", SECTIONS),
-                        "--iir", write("it's, \"ba\".txt", [B, A]), "--average", "24"]
-
-    def run_tool(self, *arguments, code=0, **settings):
-        done = subprocess.run([TOOL, *map(str, arguments)], capture_output=True, text=True,
-                              **settings)
-        self.assertEqual(done.returncode, code, (arguments, done.stderr))
-        return done.stderr if code else done.stdout
+        super().setUp()
+        self.filters = ["--fir", write_numbers("taps.txt", [TAPS]),
+                        "--sos", write_numbers("sos.txt", SECTIONS),
+                        "--iir", write_numbers("it's, \"ba\".txt", [B, A]), "--average", "24"]
 
     def table(self, *arguments):
         """The CSV as arrays of x and y by filter and quantity."""
-        self.run_tool(*arguments, "--csv", "table.csv", "--overwrite")
+        self.run_tool(*arguments, "--csv", "table.csv")
         result = {}
         with open("table.csv", newline="", encoding="utf8") as file:
             rows = csv.reader(file)
@@ -64,8 +47,7 @@ class PictureTest(unittest.TestCase):
             rest.remove(nearest)
 
     def assert_picture(self, path, width, height, words=()):
-        with open(path, "rb") as file:
-            data = file.read()
+        data = contents(path)
         if path.endswith(".png"):
             self.assertEqual(data[:8], b"\x89PNG\r\n\x1a\n")
             self.assertEqual(data[-8:-4], b"IEND")
@@ -126,21 +108,21 @@ class PictureTest(unittest.TestCase):
         self.assertNotIn("zero", found)  # too many taps for roots
         found = self.table("response", "--fir", "taps.txt", "--normalise", "--gain", -3)["taps.txt"]
         self.assertAlmostEqual(found["magnitude_db"][1].max(), -3.0, 2)
-        write("two.txt", [[1], [1, 0.5, 1.25]])  # unstable: the response ends when it is huge
+        write_numbers("two.txt", [[1], [1, 0.5, 1.25]])  # unstable: the response ends when it is huge
         grown = self.table("response", "--iir", "two.txt", "--keep-a")["two.txt"]["impulse"][1]
         self.assertTrue(1e5 < np.abs(grown).max() < 1e8)
         one = self.table("response", "--iir", "it's, \"ba\".txt")["it's, \"ba\".txt"]
-        two = self.table("response", "--numerator", write("b.txt", [B]),
-                         "--denominator", write("a.txt", [A]))["a.txt"]
+        two = self.table("response", "--numerator", write_numbers("b.txt", [B]),
+                         "--denominator", write_numbers("a.txt", [A]))["a.txt"]
         np.testing.assert_array_equal(two["magnitude_db"], one["magnitude_db"])
 
     def test_every_filter_has_its_own_options(self):
         taps = np.loadtxt("taps.txt", ndmin=1)
-        write("ab.txt", [[0.5], [1, 0.25]])
-        write("a.txt", [A])
+        write_numbers("ab.txt", [[0.5], [1, 0.25]])
+        write_numbers("a.txt", [A])
         found = self.table("response", "--gain", 6, "--fir", "taps.txt", "--fir", "taps.txt",
                            "--label", "own", "--gain", -6, "--denominator", "a.txt", "--label", "two",
-                           "--numerator", write("b.txt", [B]), "--iir", "ab.txt", "--negate-a",
+                           "--numerator", write_numbers("b.txt", [B]), "--iir", "ab.txt", "--negate-a",
                            "--average", 2, "--gain", 0)
         self.assertEqual(list(found), ["taps.txt", "own", "two", "ab.txt", "mean of 2"])
         for name, first in (("taps.txt", taps[0] * 10 ** 0.3), ("own", taps[0] * 10 ** -0.3),
@@ -148,8 +130,7 @@ class PictureTest(unittest.TestCase):
             self.assertAlmostEqual(found[name]["impulse"][1][0], first, 6, name)
         turned = found["ab.txt"]["impulse"][1]
         self.assertAlmostEqual(turned[1] / turned[0], 0.25, 6)  # -0.25 with the file's signs
-        self.assertIn("--denominator", self.run_tool("response", "--numerator", "b.txt", "--fir",
-                                                     "taps.txt", code=2))
+        self.assert_fails(["response", "--numerator", "b.txt", "--fir", "taps.txt"], "--denominator", code=2)
 
     def test_pictures(self):
         for name in ("all.png", "all.svg"):
@@ -164,7 +145,7 @@ class PictureTest(unittest.TestCase):
             self.assertIn(word, printed)
         self.assertLess(max(map(len, printed.splitlines())), 81)
         # Neither a silent filter nor an extreme rate breaks the axes.
-        write("zero.txt", [[0, 0, 0]])
+        write_numbers("zero.txt", [[0, 0, 0]])
         self.run_tool("response", "--fir", "zero.txt", "--rate", 8, "--picture", "zero.svg")
         self.assert_picture("zero.svg", (1000, 1400), (700, 1200), ["zero.txt"])
 
@@ -196,8 +177,7 @@ class PictureTest(unittest.TestCase):
         self.assertLess(spectra["out.wav"][first, 1000], level - 60)
         # Long recordings, as pipes: the columns become longer, none is lost.
         wavfile.write("long.wav", 8000, np.tile(np.float32(tone), 20))
-        with open("long.wav", "rb") as file:
-            self.run_tool("spectrogram", "-", "--window", 64, "--csv", "l.csv", stdin=file)
+        self.shell("jurn spectrogram - --window 64 --csv l.csv < long.wav")
         with open("l.csv", encoding="utf8") as file:
             next(file)
             times = sorted({float(line.split(",")[1]) for line in file})
@@ -225,8 +205,9 @@ class PictureTest(unittest.TestCase):
                 (["spectrogram", SPEECH], 2, ["--picture"], {}),
                 (["spectrogram", "taps.txt", "-p", "a.png"], 3, ["taps.txt"], {}),
                 (["spectrogram", SPEECH, "-p", "a.png", "--window", 1000], 2, ["--window"], {})):
-            error = self.run_tool(*arguments, code=code, **settings)
-            error = re.sub(r"jurn-filter: warning: [^\n]+\n", "", error)
+            done = subprocess.run([TOOL, *map(str, arguments)], capture_output=True, text=True, **settings)
+            self.assertEqual(done.returncode, code, (arguments, done.stderr))
+            error = re.sub(r"jurn-filter: warning: [^\n]+\n", "", done.stderr)
             self.assertRegex(error, r"\Ajurn-filter: [^\n]+\n\Z")
             for word in words:
                 self.assertIn(word, error)

@@ -34,17 +34,21 @@ def contents(path):
         return file.read()
 
 
+def write(name, content):
+    """A file of a text or of bytes."""
+    with open(name, "wb") as file:
+        file.write(content.encode() if isinstance(content, str) else content)
+    return name
+
+
 def to_int16(y):
     """The library's conversion: truncation toward zero, saturated."""
     return np.clip(np.trunc(y), -32768, 32767).astype(int)
 
 
 def write_numbers(name, rows, separator=" "):
-    with open(name, "w", encoding="ascii") as file:
-        file.write("# a comment, then numbers\n")
-        for row in rows:
-            file.write(separator.join(repr(float(x)) for x in row) + "  # and another\n")
-    return name
+    lines = (separator.join(repr(float(x)) for x in row) + "  # and another\n" for row in rows)
+    return write(name, "# a comment, then numbers\n" + "".join(lines))
 
 
 class ToolTest(unittest.TestCase):
@@ -56,11 +60,18 @@ class ToolTest(unittest.TestCase):
 
     def run_tool(self, *arguments):
         """Runs the tool, which has to succeed with no more than warnings; returns its report."""
+        return self.report_and_warnings(*arguments)[0]
+
+    def said(self, *arguments):
+        """The warnings and notes of such a run."""
+        return self.report_and_warnings(*arguments)[1]
+
+    def report_and_warnings(self, *arguments):
         arguments = [*map(str, arguments), "--overwrite"]
         done = subprocess.run([TOOL, *arguments], capture_output=True, text=True)
         errors = re.sub(r"jurn-filter: (warning|note): [^\n]+\n", "", done.stderr)
         self.assertEqual((done.returncode, errors), (0, ""), arguments)
-        return done.stdout
+        return done.stdout, done.stderr
 
     def shell(self, command, code=0):
         """Runs a line of bash in which `jurn` is the tool; returns standard output and error."""
@@ -79,7 +90,7 @@ class ToolTest(unittest.TestCase):
         self.assertLessEqual(np.abs(result - expected).max(), filters, context)
 
     def assert_fails(self, arguments, *words, code=3):
-        """One line that holds all the words, the exit code, and nothing left behind."""
+        """One line that holds all the words, the exit code, and nothing left behind; returns the line."""
         before = {name: os.path.getmtime(name) for name in os.listdir()}
         done = subprocess.run([TOOL, *map(str, arguments)], capture_output=True, text=True)
         self.assertEqual(done.returncode, code, (arguments, done.stderr))
@@ -88,3 +99,4 @@ class ToolTest(unittest.TestCase):
         for word in words:
             self.assertIn(word, done.stderr)
         self.assertEqual({name: os.path.getmtime(name) for name in os.listdir()}, before, arguments)
+        return done.stderr
