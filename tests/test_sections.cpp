@@ -46,6 +46,20 @@ class Stream {
   GuardedArray<double> memory_;
 };
 
+std::vector<double> run(Stream& stream, Filter& filter, const std::vector<double>& x) {
+  std::vector<double> y(x.size());
+  MORVAX_SectionsRun_API_double(stream.get(), filter.get(), x.data(), static_cast<int>(x.size()),
+                                y.data());
+  return y;
+}
+
+template <class Sample>
+std::vector<Sample> noise(Random& random, size_t count, double offset = 0.0) {
+  std::vector<Sample> x(count);
+  for (Sample& sample : x) sample = static_cast<Sample>(random.real(1.0) + offset);
+  return x;
+}
+
 /** Poles at `radius` and an angle, zeros anywhere. */
 void add_section(Sos& sos, Random& random, double radius, double angle) {
   const double a0 = random.one_in(2) ? 1.0 : 1.0 + random.real(0.5);
@@ -187,11 +201,10 @@ struct Errors {
   long double run = 0, transposed_form = 0, peak = 0;
 };
 Errors errors_of(Random& random, const Sos& sos, int frames) {
-  std::vector<double> x(frames), y(frames);
-  for (double& sample : x) sample = random.real(1.0);
+  const std::vector<double> x = noise<double>(random, frames);
   Filter filter(random, sos);
   Stream stream(random, 1, static_cast<int>(sos.size() / 6));
-  MORVAX_SectionsRun_API_double(stream.get(), filter.get(), x.data(), frames, y.data());
+  const std::vector<double> y = run(stream, filter, x);
   const std::vector<long double> exact = transposed<long double>(sos, x);
   const std::vector<double> plain = transposed<double>(sos, x);
   Errors errors;
@@ -248,9 +261,7 @@ TEST(Sections, SamplesThatAreNoNumbersCountAsZero) {
   for (int sections = 0; sections < 3; ++sections) {
     Filter filter(random, random_sos(random, sections));
     Stream stream(random, 2, sections), clean(random, 2, sections);
-    std::vector<float> x(2 * 1000), zeros, y(x.size()), z(x.size());
-    for (float& sample : x) sample = static_cast<float>(random.real(1.0));
-    zeros = x;
+    std::vector<float> x = noise<float>(random, 2 * 1000), zeros = x, y(x.size()), z(x.size());
     unsigned long long count = 0;
     for (size_t i = 0; i < x.size(); ++i)
       if (random.one_in(20)) {
@@ -281,12 +292,11 @@ TEST(Sections, GainOfADesignInItsFirstSection) {
   for (int k = 0; k < 10; ++k) gain *= (1 + sos[6 * k + 4] + sos[6 * k + 5]) / 4;
   for (int i = 0; i < 3; ++i) sos[i] *= gain;
   ASSERT_LT(gain, 1e-50);
-  std::vector<double> x(30000), y(x.size());
-  for (double& sample : x) sample = random.real(1.0) + 0.5;
+  const std::vector<double> x = noise<double>(random, 30000, 0.5);
   const std::vector<long double> exact = transposed<long double>(sos, x);
   Filter filter(random, sos);
   Stream stream(random, 1, 10);
-  MORVAX_SectionsRun_API_double(stream.get(), filter.get(), x.data(), 30000, y.data());
+  const std::vector<double> y = run(stream, filter, x);
   for (size_t i = 0; i < x.size(); ++i) ASSERT_NEAR(y[i], static_cast<double>(exact[i]), 1e-9);
   EXPECT_NEAR(y.back(), 0.5, 0.1);
 }
@@ -296,9 +306,9 @@ TEST(Sections, SilenceBecomesExactAndAFilterRingsAsLongAsItSays) {
   for (const Sos& sos : {peak(12, 100, 5, 48000), high_pass(20, 48000), random_sos(random, 6)}) {
     Filter filter(random, sos);
     Stream stream(random, 1, static_cast<int>(sos.size() / 6));
-    std::vector<double> x(480000), y(x.size());
+    std::vector<double> x(480000);
     x[0] = 1.0;
-    MORVAX_SectionsRun_API_double(stream.get(), filter.get(), x.data(), 480000, y.data());
+    const std::vector<double> y = run(stream, filter, x);
     EXPECT_EQ(y.back(), 0.0);
     double largest = 0;
     for (const double sample : y) largest = std::max(largest, std::fabs(sample));
@@ -324,8 +334,8 @@ TEST(Sections, FadesMixAlongTheirRamps) {
     std::vector<std::unique_ptr<Filter>> filters;
     std::vector<std::unique_ptr<Stream>> streams, plain;
     std::vector<Sections_voice> voices;
-    std::vector<double> x(frames * channels), y(x.size()), wanted(x.size()), v(x.size());
-    for (double& sample : x) sample = random.real(1.0);
+    const std::vector<double> x = noise<double>(random, frames * channels);
+    std::vector<double> y(x.size()), wanted(x.size()), v(x.size());
     for (int k = 0; k < count; ++k) {
       const int sections = random.in(0, 6);
       filters.push_back(std::make_unique<Filter>(random, random_sos(random, sections)));
@@ -436,8 +446,8 @@ TEST(Sections, FollowingAnEqualFilterChangesNoBit) {
     Filter filter(random, sos), equal(random, sos), twice(random, louder);
     Stream whole(random, 2, sections), first(random, 2, sections), second(random, 2, sections),
         third(random, 2, sections);
-    std::vector<float> x(2 * 2000), y(x.size()), z(x.size());
-    for (float& sample : x) sample = static_cast<float>(random.real(1.0));
+    const std::vector<float> x = noise<float>(random, 2 * 2000);
+    std::vector<float> y(x.size()), z(x.size());
     MORVAX_SectionsRun_API_float(whole.get(), filter.get(), x.data(), 2000, y.data());
     MORVAX_SectionsRun_API_float(first.get(), filter.get(), x.data(), 1001, z.data());
     MORVAX_SectionsFollow_API(second.get(), equal.get(), first.get(), filter.get());
@@ -461,12 +471,11 @@ TEST(Sections, FollowingEndsInTheNextFilter) {
   Random random(11);
   Filter before(random, {1, 0, 0, 1, 0, 0.5}), after(random, {1, 0, 0, 1, 0, 0.1});
   Stream old_stream(random, 1, 1), stream(random, 1, 1), steady(random, 1, 1);
-  std::vector<double> x(3000), y(x.size()), z(x.size());
-  for (double& sample : x) sample = random.real(1.0);
+  const std::vector<double> x = noise<double>(random, 3000), z = run(steady, after, x);
+  std::vector<double> y(x.size());
   MORVAX_SectionsRun_API_double(old_stream.get(), before.get(), x.data(), 1001, y.data());
   MORVAX_SectionsFollow_API(stream.get(), after.get(), old_stream.get(), before.get());
   MORVAX_SectionsRun_API_double(stream.get(), after.get(), &x[1001], 1999, &y[1001]);
-  MORVAX_SectionsRun_API_double(steady.get(), after.get(), x.data(), 3000, z.data());
   for (size_t i = 2000; i < x.size(); ++i) ASSERT_NEAR(y[i], z[i], 1e-9) << i;
 }
 
@@ -499,12 +508,12 @@ TEST(Sections, FollowingDoesNotBurstWhereGainsLieInOneSection) {
     const int sections = static_cast<int>(change.before.size() / 6);
     Filter before(random, change.before), after(random, change.after);
     Stream first(random, 1, sections), second(random, 1, sections), steady(random, 1, sections);
-    std::vector<double> x(48000), y(x.size()), z(x.size());
+    std::vector<double> x(48000), y(x.size());
     for (double& sample : x) sample = 0.5 + random.real(0.5);
+    const std::vector<double> z = run(steady, after, x);
     MORVAX_SectionsRun_API_double(first.get(), before.get(), x.data(), 24001, y.data());
     MORVAX_SectionsFollow_API(second.get(), after.get(), first.get(), before.get());
     MORVAX_SectionsRun_API_double(second.get(), after.get(), &x[24001], 23999, &y[24001]);
-    MORVAX_SectionsRun_API_double(steady.get(), after.get(), x.data(), 48000, z.data());
     const auto louder = [](double a, double b) { return std::fabs(a) < std::fabs(b); };
     const double peak = std::fabs(*std::max_element(z.begin(), z.end(), louder));
     for (size_t i = 24001; i < x.size(); ++i)
@@ -518,13 +527,12 @@ TEST(Sections, RecoverFromOverflow) {
   for (int trial = 0; trial < 200; ++trial) {
     Filter filter(random, random_sos(random, 2));
     Stream stream(random, 1, 2);
-    std::vector<double> x(600), y(x.size());
+    std::vector<double> x(600);
     for (int i = 0; i < 4; ++i)
       x[i] = (random.one_in(2) ? 1.0 : -1.0) * std::pow(10.0, 307.5 + random.real(0.7));
-    MORVAX_SectionsRun_API_double(stream.get(), filter.get(), x.data(), 600, y.data());
-    std::fill(x.begin(), x.end(), 1.0);
-    MORVAX_SectionsRun_API_double(stream.get(), filter.get(), x.data(), 600, y.data());
-    for (const double sample : y) ASSERT_TRUE(std::isfinite(sample)) << trial;
+    run(stream, filter, x);
+    for (const double sample : run(stream, filter, std::vector<double>(600, 1.0)))
+      ASSERT_TRUE(std::isfinite(sample)) << trial;
   }
 }
 

@@ -106,22 +106,23 @@ std::vector<Kind> all_kinds() {
       {"room of the device", [](const Format& f) { return room(3000, f, Precision::kInt16); }}};
 }
 
-std::vector<short> noise(std::size_t values, int loudest = 32767) {
-  std::vector<short> samples(values);
+template <typename Sample = short>
+std::vector<Sample> noise(std::size_t values) {
+  constexpr int kLoudest = 20000;
+  std::vector<Sample> samples(values);
   unsigned state = 12345;
-  for (short& x : samples) {
+  for (Sample& x : samples) {
     state = state * 1664525u + 1013904223u;
-    x = static_cast<short>(static_cast<int>(state >> 16) % (2 * loudest + 1) - loudest);
+    x = static_cast<Sample>(static_cast<int>(state >> 16) % (2 * kLoudest + 1) - kLoudest);
   }
   return samples;
 }
 
-std::vector<short> sine(double frequency, std::size_t frames, int channels, double level) {
-  std::vector<short> samples(frames * static_cast<std::size_t>(channels));
+std::vector<double> sine(double frequency, std::size_t frames, std::size_t channels, double level) {
+  std::vector<double> samples(frames * channels);
   for (std::size_t i = 0; i < samples.size(); ++i) {
-    const std::size_t frame = i / static_cast<std::size_t>(channels);
-    const double angle = 2.0 * kPi * frequency / 48000.0 * static_cast<double>(frame);
-    samples[i] = static_cast<short>(std::lrint(level * std::sin(angle)));
+    const double frame = static_cast<double>(i / channels);
+    samples[i] = std::rint(level * std::sin(2.0 * kPi * frequency / 48000.0 * frame));
   }
   return samples;
 }
@@ -149,7 +150,7 @@ TEST(Streams, GiveTheSameInAllTypesAndCuts) {
       const Format format = format_of(channels);
       Format fixed = format;
       fixed.history = 0;  // the voice may run on the samples themselves
-      const std::vector<short> in = noise(static_cast<std::size_t>(64 * 60 * channels), 20000);
+      const std::vector<short> in = noise(static_cast<std::size_t>(64 * 60 * channels));
       Stream plain(format, kind.make(format)), direct(fixed, kind.make(fixed));
       const bool in_blocks = plain.voice().block() > 1;
       const std::vector<short> expected = run(&plain, in, {64});
@@ -184,8 +185,7 @@ TEST(Streams, GiveTheSameInAllTypesAndCuts) {
 }
 
 TEST(Streams, ComputeWhatTheDesignSays) {
-  const std::vector<short> in = noise(6400, 20000);
-  const std::vector<double> x(in.begin(), in.end());
+  const std::vector<double> x = noise<double>(6400);
   const auto expect_near = [&](std::unique_ptr<Voice> voice, const Format& format,
                                const std::vector<long double>& truth, double tolerance) {
     Stream stream(format, std::move(voice));
@@ -254,9 +254,8 @@ TEST(Streams, ChangeNothingByAChangeToTheSameFilter) {
     if (std::string(kind.name).find("room of") == 0) continue;  // fades in 16 bits by its own law
     SCOPED_TRACE(kind.name);
     const Format format = format_of(2);
-    const std::vector<short> in = noise(64 * 2 * 600, 20000);
     Stream plain(format, kind.make(format)), changing(format, kind.make(format));
-    const std::vector<double> x(in.begin(), in.end());
+    const std::vector<double> x = noise<double>(64 * 2 * 600);
     const std::vector<double> expected = run(&plain, x, {64});
     std::vector<double> out(x.size());
     const std::size_t step = 64 * 2;
@@ -289,8 +288,7 @@ double largest_step(const std::vector<double>& y, double frequency) {
 TEST(Streams, FadeFromEveryKindToEveryOther) {
   constexpr double kFrequency = 100.0, kLevel = 10000.0;
   const Format format = format_of(1);
-  const std::vector<short> in = sine(kFrequency, 64 * 1200, 1, kLevel);
-  const std::vector<double> x(in.begin(), in.end());
+  const std::vector<double> x = sine(kFrequency, 64 * 1200, 1, kLevel);
   for (const Kind& from : all_kinds())
     for (const Kind& to : all_kinds()) {
       SCOPED_TRACE(std::string(from.name) + " to " + to.name);
@@ -315,8 +313,7 @@ TEST(Streams, FadeFromEveryKindToEveryOther) {
 
 TEST(Streams, GoOnWhileManyChangesCome) {
   const Format format = format_of(2);
-  const std::vector<short> in = sine(200.0, 64 * 1500, 2, 8000.0);
-  const std::vector<double> x(in.begin(), in.end());
+  const std::vector<double> x = sine(200.0, 64 * 1500, 2, 8000.0);
   Stream stream(format, voice_of(peak(1000.0, 0.0, 1.0), format));
   std::vector<double> out(x.size());
   int offered = 0, freed = 0;
@@ -394,8 +391,7 @@ TEST(Streams, HearTheNewestOfferThoughEveryBlockBringsOne) {
 TEST(Streams, FadeToALongRoomThatHasHeardThePast) {
   Format format = format_of(1, 480);
   format.history = kConvolutionHistory;
-  const std::vector<short> in = noise(480 * 700, 20000);
-  const std::vector<double> x(in.begin(), in.end());
+  const std::vector<double> x = noise<double>(480 * 700);
   for (const int after : {9001, 65001}) {
     Stream stream(format, room(8001, format)), whole(format, room(after, format));
     const std::vector<double> expected = run(&whole, x, {480});
@@ -436,7 +432,7 @@ TEST(Streams, RingAsLongAsTheResponse) {
 TEST(Streams, PreviewABlockThatIsNotComplete) {
   for (const Precision precision : {Precision::kDouble, Precision::kInt16}) {
     const Format format = format_of(2, 480);
-    const std::vector<short> in = noise(480 * 2 * 40, 20000);
+    const std::vector<short> in = noise(480 * 2 * 40);
     const auto change = [&](int taps) {
       return std::make_unique<Change>(room(taps, format, precision), 1024);
     };
@@ -474,7 +470,7 @@ TEST(Streams, GoOnAsCopiesAndFromBytesAlsoWithinAChange) {
     for (const Kind& to : all_kinds()) {
       SCOPED_TRACE(from.name + std::string(" to ") + to.name);
       const Format format = format_of(2);
-      const std::vector<short> in = noise(64 * 2 * 60, 20000);
+      const std::vector<short> in = noise(64 * 2 * 60);
       Stream stream(format, from.make(format));
       std::vector<short> out(64 * 2), copied(out.size()), ahead(out.size());
       std::unique_ptr<Stream> copy, again;
@@ -509,7 +505,7 @@ TEST(Streams, RefuseBytesThatAreNotTheirs) {
     return std::string("none");
   };
   const Format format = format_of(2);
-  const std::vector<short> in = noise(64 * 2 * 10, 20000);
+  const std::vector<short> in = noise(64 * 2 * 10);
   for (const Kind& kind : all_kinds()) {
     SCOPED_TRACE(kind.name);
     Stream stream(format, kind.make(format));

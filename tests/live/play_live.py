@@ -25,7 +25,6 @@ TOOL = os.environ["JURN_FILTER"]
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 HALL = "/usr/share/jconvolver/config-files/octave-band/oct-48-1k.wav"
 RATE = 48000
-QUANTUM = 1024
 EQUALISER = "Preamp: -6 dB\nFilter 1: ON PK Fc 1000 Hz Gain -4 dB Q 1\nFilter 2: ON HP Fc 30 Hz\n"
 SETTINGS = """
 context.properties = { default.clock.allowed-rates = [ 44100 48000 ] default.clock.quantum = 1024 }

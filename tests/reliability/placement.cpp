@@ -67,8 +67,3 @@ TEST(Placement, ChangesNoBit) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-  testing::InitGoogleTest(&argc, argv);
-  return RUN_ALL_TESTS();
-}

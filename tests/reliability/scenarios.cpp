@@ -356,6 +356,20 @@ uint64_t fft_filter(const Placement& placement) {
   return run.finish();
 }
 
+/** What an object of a size that it tells lies in. */
+template <class Real>
+struct Memory {
+  std::vector<Real> home;
+  void* place;
+  size_t size;
+  explicit Memory(size_t bytes) : home(bytes / sizeof(Real)), place(home.data()), size(bytes) {}
+  void move(const Placement& to) {
+    if (to.move) place = to.move(place, size, alignof(Real));
+  }
+  SectionsStream_ID* stream() { return static_cast<SectionsStream_ID*>(place); }
+  SectionsFilter_ID* filter() { return static_cast<SectionsFilter_ID*>(place); }
+};
+
 /** Convolutions with fades, every other one of them prepared; the response moves as the stream
  * does. */
 template <class Sample>
@@ -363,17 +377,7 @@ uint64_t convolutions(const Placement& placement, std::initializer_list<Convolut
   Random random(71);
   Hash hash;
   for (const Convolution_shape shape : shapes) {
-    struct Memory {
-      std::vector<float> home;
-      void* place;
-      size_t size;
-      explicit Memory(size_t bytes)
-          : home(bytes / sizeof(float)), place(home.data()), size(bytes) {}
-      void move(const Placement& to) {
-        if (to.move) place = to.move(place, size, alignof(float));
-      }
-    };
-    std::vector<Memory> responses;
+    std::vector<Memory<float>> responses;
     for (int i = 0; i < 2; ++i) {
       std::vector<float> taps(shape.taps);
       random.uniform(taps.data(), shape.taps, kScales[i + 1]);
@@ -383,7 +387,7 @@ uint64_t convolutions(const Placement& placement, std::initializer_list<Convolut
       MORVAX_ConvolutionResponseCalcu_API(static_cast<ConvolutionResponse_ID*>(responses[i].place),
                                           responses[i].size, &shape, routes, i + 1);
     }
-    Memory stream(MORVAX_ConvolutionStreamSize_API(&shape));
+    Memory<float> stream(MORVAX_ConvolutionStreamSize_API(&shape));
     MORVAX_ConvolutionStreamCalcu_API(static_cast<ConvolutionStream_ID*>(stream.place), stream.size,
                                       &shape);
     const int in_count = shape.inputs * shape.block, out_count = shape.outputs * shape.block;
@@ -393,7 +397,7 @@ uint64_t convolutions(const Placement& placement, std::initializer_list<Convolut
     Sample* const out = output.data() + placement.array_offset;
     for (int call = 0; call < 2 * shape.taps / shape.block && call < 150; ++call) {
       random.signal(in, in_count);
-      for (Memory* memory : {&stream, &responses[0], &responses[1]}) memory->move(placement);
+      for (Memory<float>* memory : {&stream, &responses[0], &responses[1]}) memory->move(placement);
       auto* const s = static_cast<ConvolutionStream_ID*>(stream.place);
       const auto* const now =
           static_cast<const ConvolutionResponse_ID*>(responses[call / 25 % 2].place);
@@ -440,19 +444,7 @@ uint64_t sections(const Placement& placement) {
   Hash hash;
   for (const Sections_shape shape :
        {Sections_shape{1, 1}, {1, 2}, {1, 4}, {1, 10}, {2, 1}, {2, 2}, {2, 3}, {3, 7}}) {
-    struct Memory {
-      std::vector<double> home;
-      void* place;
-      size_t size;
-      explicit Memory(size_t bytes)
-          : home(bytes / sizeof(double)), place(home.data()), size(bytes) {}
-      void move(const Placement& to) {
-        if (to.move) place = to.move(place, size, alignof(double));
-      }
-      SectionsStream_ID* stream() { return static_cast<SectionsStream_ID*>(place); }
-      SectionsFilter_ID* filter() { return static_cast<SectionsFilter_ID*>(place); }
-    };
-    std::vector<Memory> filters, streams;
+    std::vector<Memory<double>> filters, streams;
     for (int i = 0; i < 2; ++i) {
       const int count = shape.sections, lists = i == 0 ? 1 : shape.channels;
       std::vector<float> b(3 * count * lists), a(b.size());
@@ -477,9 +469,9 @@ uint64_t sections(const Placement& placement) {
       Sample* const in = input.data() + placement.array_offset;
       Sample* const out = output.data() + placement.array_offset;
       random.signal(in, count);
-      for (Memory* memory : {&streams[0], &streams[1], &filters[0], &filters[1]})
+      for (Memory<double>* memory : {&streams[0], &streams[1], &filters[0], &filters[1]})
         memory->move(placement);
-      Memory &stream = streams[now], &other = streams[1 - now];
+      Memory<double>&stream = streams[now], &other = streams[1 - now];
       if (call % 20 == 10) {
         MORVAX_SectionsFollow_API(other.stream(), filters[1 - now].filter(), stream.stream(),
                                   filters[now].filter());

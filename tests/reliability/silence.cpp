@@ -21,10 +21,15 @@ double median(std::vector<double> times) {
   return times[times.size() / 2];
 }
 
+/** A block of the signal, and one of silence. */
+const std::vector<short> silent(480), loud = [] {
+  std::vector<short> block(480);
+  for (size_t i = 0; i < block.size(); ++i) block[i] = i * 7919 % 3 ? 32767 : -32768;
+  return block;
+}();
+
 /** Times stretches of blocks, loud and silent in turn; `run` filters one block. */
 bool check(const char* name, const std::function<void(const short*)>& run) {
-  std::vector<short> loud(480), silent(480);
-  for (size_t i = 0; i < loud.size(); ++i) loud[i] = i * 7919 % 3 ? 32767 : -32768;
   double ratio = 0.0;
   // Where others hold the CPU a run may be off; what is really slow is slow in each.
   for (int attempt = 0; attempt < 3 && (attempt == 0 || ratio >= 2.0); ++attempt) {
@@ -66,9 +71,6 @@ bool check_sections(int sections, int channels) {
     MORVAX_SectionsRun_API_float(reinterpret_cast<SectionsStream_ID*>(memories[quiet].data()),
                                  filter, block.data(), 960 / shape.channels, block.data());
   };
-  const std::vector<short> silent(480);
-  std::vector<short> loud(480);
-  for (size_t i = 0; i < loud.size(); ++i) loud[i] = i * 7919 % 3 ? 32767 : -32768;
   for (int i = 0; i < 800; ++i) run(1, i < 10 ? loud.data() : silent.data());
 
   double shortest[2] = {1.0, 1.0}, ratio = 0.0;
