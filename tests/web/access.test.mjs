@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { createRequire } from 'node:module';
 import { test } from 'node:test';
-import { browser, open, serveAndLaunch, server } from './browser.mjs';
+import { browser, open, says, serveAndLaunch, server, upload } from './browser.mjs';
 
 const axe = createRequire(new URL('../../bindings/web/package.json', import.meta.url)).resolve('axe-core');
 serveAndLaunch();
@@ -35,8 +35,8 @@ for (const [name, options] of [['a phone in light', { viewport: { width: 390, he
     await page.click('[data-kind=design]');
     await page.selectOption('#design-family', 'fitted');
     const bump = Array.from({ length: 60 }, (_, i) => `${20 * 1.12 ** i} ${70 + 6 * Math.sin(i / 6)}`).join('\n');
-    await page.setInputFiles('#measurement', { name: 'm.txt', mimeType: 'text/plain', buffer: Buffer.from(bump) });
-    await page.waitForFunction(() => document.getElementById('design-summary').textContent.includes('bands;'));
+    await page.setInputFiles('#measurement', upload('m.txt', bump));
+    await says(page, 'design-summary', 'bands;');
     await page.click('[data-view=magnitude]');
     await check('a fitted equaliser');
     assert.deepEqual(errors, []);

@@ -74,6 +74,21 @@ export async function until(page, condition, arg, { timeout = 30000 } = {}) {
   }
 }
 
+export const says = (page, id, text, options) => until(
+  page, ([at, part]) => document.getElementById(at).textContent.includes(part), [id, text], options);
+export const sounds = (page) => until(page, () => !document.querySelector('#meter-out output').value.startsWith('−∞'));
+
+export const tone = (frequency, level, seconds) =>
+  Float32Array.from({ length: 48000 * seconds }, (_, i) => level * Math.sin((2 * Math.PI * frequency * i) / 48000));
+export const upload = (name, content) => ({ name, mimeType: '', buffer: Buffer.from(content) });
+
+/** Drops what upload() gives. */
+export const drop = (page, { name, buffer }, place) => page.evaluate(([title, content, at]) => {
+  const data = new DataTransfer();
+  data.items.add(new File([Uint8Array.from(content)], title));
+  document.querySelector(at).dispatchEvent(new DragEvent('drop', { dataTransfer: data, bubbles: true, cancelable: true }));
+}, [name, [...buffer], place]);
+
 /** A page of the site once it is ready; `errors` collects what the console would show. */
 export async function open(browser, url, options = {}) {
   const context = await browser.newContext(options);

@@ -7,7 +7,7 @@ import { join } from 'node:path';
 import { after, test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 import { loadDesigner } from '../../bindings/web/dist/design.node.js';
-import { browser, linkOf, open, serveAndLaunch, server } from './browser.mjs';
+import { browser, linkOf, open, says, serveAndLaunch, server, upload } from './browser.mjs';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
 const tool = process.env.JURN_FILTER ?? join(root, 'build/release/tools/jurn-filter/jurn-filter');
@@ -15,9 +15,6 @@ const folder = mkdtempSync(join(tmpdir(), 'jurn-design-'));
 const designer = await loadDesigner();
 serveAndLaunch();
 after(() => rmSync(folder, { recursive: true }));
-
-const says = (page, id, text) => page.waitForFunction(
-  ([at, part]) => document.getElementById(at).textContent.includes(part), [id, text]);
 
 async function saved(page, button) {
   const [download] = await Promise.all([page.waitForEvent('download'), page.click(button)]);
@@ -161,7 +158,6 @@ function measured() {
 
 test('an equaliser is fitted to a measurement, and is the tool\'s', async () => {
   const { page, errors, close } = await open(browser, server.url, { acceptDownloads: true });
-  const file = (name, text) => ({ name, mimeType: 'text/plain', buffer: Buffer.from(text) });
   const fit = (...options) => execFileSync(tool, ['fit', 'speaker.txt', 'bands.txt', '--overwrite', ...options], { cwd: folder }).toString();
   const same = async () => assert.equal(readFileSync(await saved(page, '#save-lines'), 'utf8'), readFileSync(join(folder, 'bands.txt'), 'utf8'));
   writeFileSync(join(folder, 'speaker.txt'), measured());
@@ -183,7 +179,7 @@ test('an equaliser is fitted to a measurement, and is the tool\'s', async () => 
   await same();
   const rows = readFileSync(join(folder, 'bands.txt'), 'utf8').trim().split('\n').length - 1;
   // What is no measurement is said and changes nothing.
-  await page.setInputFiles('#measurement', file('broken.txt', '20 75\n50 76\nhello 3\n'));
+  await page.setInputFiles('#measurement', upload('broken.txt', '20 75\n50 76\nhello 3\n'));
   await says(page, 'message', "broken.txt:3: 'hello' is no number");
   await says(page, 'design-summary', 'speaker.txt to wanted.csv');
   // A link brings the bands along.
@@ -198,7 +194,7 @@ test('an equaliser is fitted to a measurement, and is the tool\'s', async () => 
   for (const [name, text, read] of [['ParametricEQ.txt', 'Preamp: -6 dB\nFilter 1: ON PK Fc 100 Hz Gain 3 dB Q 1\n', '1 section'],
                                     ['GraphicEQ.txt', 'GraphicEQ: 20 0; 1000 3; 20000 -2\n', 'taps']]) {
     await page.click('[data-kind=design]');
-    await page.setInputFiles('#measurement', file(name, text));
+    await page.setInputFiles('#measurement', upload(name, text));
     await says(page, 'message', `${name} is an equaliser already`);
     await says(page, 'file-summary', read);
   }

@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
 import { examples, native, signal } from '../../bindings/web/tests/native.mjs';
 import { wav } from '../../build/web/files.js';
-import { launchFirefox, serve, until } from './browser.mjs';
+import { drop, launchFirefox, says, serve, until, upload } from './browser.mjs';
 import { renderIn } from './render.mjs';
 
 let server, browser, page;
@@ -19,13 +19,6 @@ after(async () => {
   await browser?.close();
   server?.close();
 }, { timeout: 60000 });
-
-const says = (id, text) => until(page, ([at, part]) => document.getElementById(at).textContent.includes(part), [id, text]);
-const drop = (name, bytes, at) => page.evaluate((title, content, place) => {
-  const data = new DataTransfer();
-  data.items.add(new File([Uint8Array.from(content)], title));
-  document.querySelector(place).dispatchEvent(new DragEvent('drop', { dataTransfer: data, bubbles: true, cancelable: true }));
-}, name, [...bytes], at);
 
 async function visit(path) {
   page = await browser.newPage();
@@ -51,18 +44,18 @@ test('the page: filters, files, the checksums, and a word where nothing can soun
   await page.click('[data-kind=design]');
   await until(page, () => document.getElementById('design-family') !== null);
   await page.select('#design-family', 'bessel');
-  await says('command', 'bessel.txt');
+  await says(page, 'command', 'bessel.txt');
   // Taps and a recording from WAV, which a worker reads.
   const recording = wav([Float32Array.from({ length: 480 }, (_, i) => Math.sin(i) / 3)], 48000, true);
   await page.click('[data-kind=file]');
-  await drop('taps.wav', recording, '[for=coefficients]');
-  await says('file-summary', 'taps.wav: read as 480 taps');
-  await drop('sine.wav', recording, 'main');
+  await drop(page, upload('taps.wav', recording), '[for=coefficients]');
+  await says(page, 'file-summary', 'taps.wav: read as 480 taps');
+  await drop(page, upload('sine.wav', recording), 'main');
   await until(page, () => document.getElementById('sound').value === 'file:sine.wav');
   await page.click('#save-wav');
-  await says('stamp', 'Stamp of the filtered samples');
+  await says(page, 'stamp', 'Stamp of the filtered samples');
   await page.click('#run-checksum');
-  await says('bits-summary', 'kinds give the bits of the native build, with and without vectors');
+  await says(page, 'bits-summary', 'kinds give the bits of the native build, with and without vectors');
   await page.click('#play');
   // With a sound device it plays; without one a sentence says so.
   await until(page, () => !document.querySelector('#meter-out output').value.startsWith('−∞') ||

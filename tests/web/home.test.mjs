@@ -8,13 +8,12 @@ import { dirname, join, resolve } from 'node:path';
 import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 import { wav } from '../../build/web/files.js';
-import { browser, open, serveAndLaunch, server } from './browser.mjs';
+import { browser, open, says, serveAndLaunch, server, upload } from './browser.mjs';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
 const tool = resolve(root, process.env.JURN_FILTER ?? 'build/release/tools/jurn-filter/jurn-filter');
 serveAndLaunch();
 
-const upload = (name, content) => ({ name, mimeType: '', buffer: Buffer.from(content) });
 const noise = (length, seed, level) => {
   let state = seed;
   return Float32Array.from({ length }, () => level * ((state = (Math.imul(state, 1664525) + 1013904223) | 0) / 2 ** 31));
@@ -71,7 +70,7 @@ async function takeHome(page, name) {
 const kind = (name) => (page) => page.click(`[data-kind=${name}]`);
 const file = (name, content, said) => async (page) => {
   await page.setInputFiles('#coefficients', upload(name, content));
-  await page.waitForFunction((text) => document.getElementById('file-summary').textContent.includes(text), said);
+  await says(page, 'file-summary', said);
 };
 const scenes = {
   equaliser: kind('eq'),
@@ -84,7 +83,7 @@ const scenes = {
   mean: kind('mean'),
   'a design': async (page) => {
     await page.click('[data-kind=design]');
-    await page.waitForFunction(() => document.getElementById('command').textContent.includes('butterworth.txt'));
+    await says(page, 'command', 'butterworth.txt');
   },
   'room of two channels': async (page) => {
     await page.click('[data-kind=room]');
@@ -93,12 +92,12 @@ const scenes = {
   'room of one': async (page) => {
     await page.click('[data-kind=room]');
     await page.setInputFiles('#response', upload('one.wav', wav([noise(3000, 8, 0.2)], 48000, false)));
-    await page.waitForFunction(() => document.getElementById('room-summary').textContent.includes('one.wav'));
+    await says(page, 'room-summary', 'one.wav');
   },
   'room of four': async (page) => {
     await page.click('[data-kind=room]');
     await page.setInputFiles('#response', upload('true.wav', wav([1, 2, 3, 4].map((seed) => noise(3000, seed, 0.2)), 48000, false)));
-    await page.waitForFunction(() => document.getElementById('room-summary').textContent.includes('true.wav'));
+    await says(page, 'room-summary', 'true.wav');
   },
   head: kind('head'),
 };

@@ -6,16 +6,11 @@ import { test } from 'node:test';
 import { fromHash, initial, toHash } from '../../build/web/setting.js';
 import { byChance, perCent } from '../../build/web/chance.js';
 import { wav } from '../../build/web/files.js';
-import { browser, open, serveAndLaunch, server } from './browser.mjs';
+import { browser, open, says, serveAndLaunch, server, tone, upload } from './browser.mjs';
 
 serveAndLaunch();
 
 const open_ = (hash = '', options = { viewport: { width: 1300, height: 900 } }) => open(browser, `${server.url}/${hash}`, options);
-const tone = (frequency, level, seconds) =>
-  Float32Array.from({ length: 48000 * seconds }, (_, i) => level * Math.sin((2 * Math.PI * frequency * i) / 48000));
-const upload = (name, content) => ({ name, mimeType: '', buffer: Buffer.from(content) });
-const says = (page, id, text) => page.waitForFunction(
-  ([at, part]) => document.getElementById(at).textContent.includes(part), [id, text]);
 
 /** The peaks of what goes to the loudspeakers, from now on. */
 const listen = (page) => page.addInitScript(() => {

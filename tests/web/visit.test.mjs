@@ -4,7 +4,7 @@ import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { after, before, test } from 'node:test';
 import { fileURLToPath } from 'node:url';
-import { launch, open, serve } from './browser.mjs';
+import { launch, open, says, serve, sounds } from './browser.mjs';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
 let browser;
@@ -15,9 +15,6 @@ before(async () => {
 
 after(() => browser?.close());
 
-const says = (page, id, text) => page.waitForFunction(
-  ([at, part]) => document.getElementById(at).textContent.includes(part), [id, text]);
-const sounds = (page) => page.waitForFunction(() => !document.querySelector('#meter-out output').value.startsWith('−∞'));
 /** Until what the service worker fetches for later is there. */
 const kept = (page) => page.waitForFunction(() => navigator.serviceWorker.controller?.state === 'activated');
 
