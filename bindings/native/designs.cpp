@@ -2,7 +2,6 @@
 
 #include "designs.h"
 
-#include <algorithm>
 #include <optional>
 #include <vector>
 
@@ -33,10 +32,9 @@ FilterDesign design_of_words(std::string_view lines, int rate) {
 
 std::shared_ptr<const Prepared> prepared(const FilterDesign& design, int rate,
                                          Precision precision) {
-  const CoefficientLimit limit = coefficient_limit(design.kind, precision);
-  const std::size_t group = design.kind == FilterDesign::kSections ? 3 : 1;
-  if (std::max(design.b.size(), design.a.size()) > limit.count * group)
-    throw Error(kUsageError, "the filter has more than " + limit.reason);
+  if (!fits(design, precision))
+    throw Error(kUsageError,
+                "the filter has more than " + coefficient_limit(design.kind, precision).reason);
   PrepareOptions options;
   options.precision = precision;
   options.result = precision == Precision::kInt16 ? SampleFormat::kInt16 : SampleFormat::kFloat;

@@ -20,20 +20,15 @@ struct Table {
 
 Table table_of(const FilterDesign& design) {
   if (design.kind == FilterDesign::kFir) return {design.b.size(), design.b};
-  Table table{6, {}};
   if (design.kind == FilterDesign::kIir) {
-    table.columns = std::max(design.b.size(), design.a.size());
+    Table table{std::max(design.b.size(), design.a.size()), {}};
     for (const std::vector<double>* part : {&design.b, &design.a}) {
       table.values.insert(table.values.end(), part->begin(), part->end());
       table.values.resize((part == &design.b ? 1 : 2) * table.columns);
     }
     return table;
   }
-  for (std::size_t k = 0; k < design.b.size(); k += 3)
-    for (const std::vector<double>* part : {&design.b, &design.a})
-      table.values.insert(table.values.end(), part->begin() + static_cast<std::ptrdiff_t>(k),
-                          part->begin() + static_cast<std::ptrdiff_t>(k + 3));
-  return table;
+  return {6, rows_of_sections(design)};
 }
 
 constexpr const char* kKinds[] = {"fir", "iir", "sections"};

@@ -32,6 +32,21 @@ FilterDesign checked_design(FilterDesign::Kind kind, std::vector<double> b, std:
   return {kind, std::move(b), std::move(a)};
 }
 
+FilterDesign sections_of_rows(const std::vector<double>& rows) {
+  FilterDesign design{FilterDesign::kSections, {}, {}};
+  for (std::size_t i = 0; i < rows.size(); ++i)
+    (i % 6 < 3 ? design.b : design.a).push_back(rows[i]);
+  return design;
+}
+
+std::vector<double> rows_of_sections(const FilterDesign& sections) {
+  std::vector<double> rows;
+  for (std::size_t k = 0; k < sections.b.size(); k += 3)
+    for (const std::vector<double>* part : {&sections.b, &sections.a})
+      rows.insert(rows.end(), &(*part)[k], &(*part)[k] + 3);
+  return rows;
+}
+
 void scale(FilterDesign* design, double gain) {
   // The gain of a cascade is its first section's matter.
   const std::size_t count = design->kind == FilterDesign::kSections ? 3 : design->b.size();

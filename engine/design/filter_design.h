@@ -45,6 +45,10 @@ struct CoefficientLimit {
  */
 FilterDesign checked_design(FilterDesign::Kind kind, std::vector<double> b, std::vector<double> a);
 
+/** Sections from rows of six values, b0 b1 b2 1 a1 a2, and as such. */
+FilterDesign sections_of_rows(const std::vector<double>& rows);
+std::vector<double> rows_of_sections(const FilterDesign& sections);
+
 /** Multiplies the filter's gain. */
 void scale(FilterDesign* design, double gain);
 

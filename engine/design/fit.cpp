@@ -151,14 +151,8 @@ Fit fit_equaliser(const std::vector<GraphicPoint>& measured,
 
   std::vector<double> sections;
   for (const EqualiserFilter& f : fit.filters) append_sections(f, options.rate, &sections);
-  FilterDesign design{FilterDesign::kSections, {}, {}};
-  for (std::size_t k = 0; k < sections.size(); k += 6) {
-    design.b.insert(design.b.end(), sections.begin() + static_cast<std::ptrdiff_t>(k),
-                    sections.begin() + static_cast<std::ptrdiff_t>(k + 3));
-    design.a.insert(design.a.end(), sections.begin() + static_cast<std::ptrdiff_t>(k + 3),
-                    sections.begin() + static_cast<std::ptrdiff_t>(k + 6));
-  }
-  const double peak = fit.filters.empty() ? 0.0 : to_decibels(peak_gain(design));
+  const double peak =
+      fit.filters.empty() ? 0.0 : to_decibels(peak_gain(sections_of_rows(sections)));
   fit.preamp = 0.0 - std::max(0.0, std::ceil(10.0 * peak - 1e-6) / 10.0);
   return fit;
 }

@@ -43,13 +43,7 @@ class SectionsVoice : public Voice {
   SectionsVoice(const FilterDesign& design, int rings, const Format& format)
       : Voice(Kind::kSections, format), design_(design), tail_(rings) {
     const int sections = static_cast<int>(design.b.size() / 3);
-    std::vector<double> rows;
-    for (std::size_t k = 0; k < design.b.size(); k += 3) {
-      rows.insert(rows.end(), design.b.begin() + static_cast<std::ptrdiff_t>(k),
-                  design.b.begin() + static_cast<std::ptrdiff_t>(k) + 3);
-      rows.insert(rows.end(), design.a.begin() + static_cast<std::ptrdiff_t>(k),
-                  design.a.begin() + static_cast<std::ptrdiff_t>(k) + 3);
-    }
+    const std::vector<double> rows = rows_of_sections(design);
     std::size_t size = MORVAX_SectionsFilterSize_API(sections, 1);
     filter_ = allocate<SectionsFilter_ID>(size);
     if (MORVAX_SectionsFilterCalcu_API(filter_.get(), size, rows.data(), sections, 1))

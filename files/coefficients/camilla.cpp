@@ -98,10 +98,8 @@ class Settings {
       filters_.refuse(filter, "the filter " + quote(step.name) +
                                   " of the type 'Delay' is not supported here; setup runs it");
     } else if (d.kind == FilterDesign::kSections) {
-      for (std::size_t k = 0; k < d.b.size(); k += 3) {
-        sections_.insert(sections_.end(), &d.b[k], &d.b[k] + 3);
-        sections_.insert(sections_.end(), &d.a[k], &d.a[k] + 3);
-      }
+      const std::vector<double> rows = rows_of_sections(d);
+      sections_.insert(sections_.end(), rows.begin(), rows.end());
     } else if (!other_.b.empty()) {
       filters_.refuse(filter, "the filter " + quote(step.name) +
                                   " is a second one of taps or DiffEq in the chain; setup runs it");

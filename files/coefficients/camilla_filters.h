@@ -16,7 +16,6 @@ class CamillaFilters {
  public:
   CamillaFilters(const std::string& path, const YAML::Node& root, const ReadOptions& options);
 
-  const YAML::Node& root() const { return root_; }
   [[noreturn]] void refuse(const YAML::Node& node, const std::string& message) const;
 
   /** A setting of the devices; a node that is false where there is none. */

@@ -73,8 +73,6 @@ void read_command(const std::string& command, std::istringstream* words, int lin
   const auto wanted = [&](const char* what) { list->fail(line, command + " takes " + what); };
   Entry entry{};
   entry.line = line;
-  entry.gain = 1.0;
-  entry.channel = 1;
   int input = 0, output = 0;
   if (command == "/cd") {
     *folder /= after_space(words);
@@ -123,8 +121,7 @@ void read_command(const std::string& command, std::istringstream* words, int lin
 void read_details(std::istringstream* words, int line, const RouteList& list, Entry* entry) {
   bool has_channel = false, has_gain = false;
   for (std::string word; *words >> word && word[0] != '#';) {
-    std::string text = word;
-    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    std::string text = lower(word);
     if (text == "inverted") {
       entry->gain = -entry->gain;
       continue;
@@ -160,7 +157,6 @@ RouteList read_list(const std::string& path) {
   std::string text;
   for (int line = 1; std::getline(file, text); ++line) {
     if (!text.empty() && text.back() == '\r') text.pop_back();
-    // What would move about on a terminal where an error shows it.
     const auto is_control = [](unsigned char c) { return std::iscntrl(c) && c != '\t'; };
     if (std::any_of(text.begin(), text.end(), is_control) || text.size() > 10000)
       list.fail(line, "is no text of routes");
@@ -175,8 +171,6 @@ RouteList read_list(const std::string& path) {
     words.clear();
     Entry entry{};
     entry.line = line;
-    entry.gain = 1.0;
-    entry.channel = 1;
     int input = 0, output = 0;
     std::string name;
     if (!(words >> input >> output >> std::quoted(name)))

@@ -16,10 +16,7 @@ namespace {
 FilterDesign sections_of(const std::vector<EqualiserFilter>& filters) {
   std::vector<double> rows;
   for (const EqualiserFilter& filter : filters) append_sections(filter, 48000, &rows);
-  FilterDesign design{FilterDesign::kSections, {}, {}};
-  for (std::size_t i = 0; i < rows.size(); ++i)
-    (i % 6 < 3 ? design.b : design.a).push_back(rows[i]);
-  return design;
+  return sections_of_rows(rows);
 }
 
 /** Seven bands as a listener might set them. */

@@ -32,9 +32,7 @@ SetupStep crossover(EqualiserType type, double frequency, std::vector<int> chann
   filter.linkwitz_riley = true;
   std::vector<double> rows;
   append_sections(filter, kRate, &rows);
-  step.design.kind = FilterDesign::kSections;
-  for (std::size_t i = 0; i < rows.size(); ++i)
-    (i % 6 < 3 ? step.design.b : step.design.a).push_back(rows[i]);
+  step.design = sections_of_rows(rows);
   return step;
 }
 
