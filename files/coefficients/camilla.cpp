@@ -124,7 +124,7 @@ FilterDesign read_camilla(const std::string& path, const std::string& text,
   try {
     return Settings(path, YAML::Load(text), options).design();
   } catch (const YAML::Exception& error) {
-    fail(path, error.mark.line + 1, "is no YAML of CamillaDSP: " + printable(error.msg));
+    fail(path, error.mark.line + 1, "is no YAML of CamillaDSP: " + error.msg);
   }
 }
 

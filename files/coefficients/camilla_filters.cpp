@@ -164,7 +164,7 @@ SetupStep CamillaFilters::words(const std::string& name, const YAML::Node& node,
   try {
     return filter_step(name, parse_equaliser_words(filters, rate));
   } catch (const Error& error) {
-    refuse(node, "the filter " + quote(name) + ", " + printable(error.what()));
+    refuse(node, "the filter " + quote(name) + ", " + error.what());
   }
 }
 
@@ -232,7 +232,7 @@ std::vector<SetupStep> CamillaFilters::equaliser(const std::string& name,
     for (FilterDesign& design : parse_equaliser_chain({}, {}, filters, options))
       steps.push_back(filter_step(name, std::move(design)));
   } catch (const Error& error) {
-    refuse(p, "the filter " + quote(name) + ", " + printable(error.what()));
+    refuse(p, "the filter " + quote(name) + ", " + error.what());
   }
   return steps;
 }

@@ -85,9 +85,7 @@ std::vector<Array> read_json(const std::string& path, const std::string& text) {
   try {
     root = Json::parse(text);
   } catch (const Json::exception& error) {
-    std::string message = error.what();
-    for (char& c : message)
-      if (c < ' ' || c > '~') c = '?';
+    const std::string message = error.what();
     fail(path, "is no JSON: " + message.substr(message.find(']') + 2));
   }
   std::vector<Array> arrays;

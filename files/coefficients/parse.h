@@ -27,9 +27,6 @@ struct Array {
 [[noreturn]] void fail(const std::string& path, const std::string& message);
 [[noreturn]] void fail(const std::string& path, int line, const std::string& message);
 
-/** What another library says of a file and may repeat of it, without what moves a terminal. */
-std::string printable(std::string text);
-
 /** A piece of a file as an error shows it: short and printable, whatever the file holds. */
 std::string quote(std::string_view text);
 

@@ -172,7 +172,7 @@ static auto with_settings(const std::string& path, const std::string& text, int 
     Pipeline pipeline(path, root, options);
     return use(&pipeline);
   } catch (const YAML::Exception& error) {
-    fail(path, error.mark.line + 1, "is no YAML of CamillaDSP: " + printable(error.msg));
+    fail(path, error.mark.line + 1, "is no YAML of CamillaDSP: " + error.msg);
   }
 }
 

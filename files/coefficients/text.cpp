@@ -21,14 +21,11 @@ void fail(const std::string& path, int line, const std::string& message) {
   throw Error(kInputError, path + ":" + std::to_string(line) + ": " + message);
 }
 
-std::string printable(std::string text) {
-  for (char& c : text)
-    if (c < ' ' || c > '~') c = '?';
-  return text;
-}
-
 std::string quote(std::string_view text) {
-  return "'" + printable(std::string(text.substr(0, 24))) + (text.size() > 24 ? "...'" : "'");
+  std::string piece(text.substr(0, 24));
+  for (char& c : piece)
+    if (c < ' ' || c > '~') c = '?';
+  return "'" + piece + (text.size() > 24 ? "...'" : "'");
 }
 
 std::string lower(std::string_view text) {

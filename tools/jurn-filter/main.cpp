@@ -178,7 +178,6 @@ int main(int argc, char** argv) {
   } catch (const std::bad_alloc&) {
     return report_no_memory();
   } catch (const std::exception& e) {
-    std::fprintf(stderr, "jurn-filter: %s\n", e.what());
-    return exit_code(kInputError);
+    return report_error(exit_code(kInputError), e.what());
   }
 }

@@ -66,7 +66,7 @@ void print_clipped_channels(const Summary& s, std::FILE* out) {
 
 void print_text(const Summary& s, std::FILE* out) {
   const double duration = static_cast<double>(s.frames) / s.rate;
-  std::fprintf(out, "%s\n", s.on_standard_output ? "standard output" : s.output.c_str());
+  std::fprintf(out, "%s\n", s.on_standard_output ? "standard output" : printable(s.output).c_str());
   std::fprintf(out, "  length   %.3f s, %lld frames, %d channel%s, %d Hz\n", duration,
                static_cast<long long>(s.frames), s.channels, s.channels == 1 ? "" : "s", s.rate);
   if (s.peak > 0.0)
@@ -122,7 +122,7 @@ int exit_code(ErrorKind kind) {
 
 int report_error(int code, std::string message) {
   std::replace(message.begin(), message.end(), '\n', ' ');
-  if (!message.empty()) std::fprintf(stderr, "jurn-filter: %s\n", message.c_str());
+  if (!message.empty()) std::fprintf(stderr, "jurn-filter: %s\n", printable(message).c_str());
   return code;
 }
 
@@ -130,7 +130,7 @@ void say(const std::string& line) {
   if (kept_lines)
     kept_lines->push_back(line);
   else
-    std::fprintf(stderr, "jurn-filter: %s\n", line.c_str());
+    std::fprintf(stderr, "jurn-filter: %s\n", printable(line).c_str());
 }
 
 void warn(const std::string& message) {
@@ -162,14 +162,15 @@ void ProgressLine::show(const Progress& progress) {
   if (now < next_) return;
   next_ = now + kBetween;
   shown_ = true;
+  const std::string name = printable(what_);
   const double done = static_cast<double>(progress.frames);
   if (progress.total > 0) {
     const double total = static_cast<double>(progress.total);
     const double spent = std::chrono::duration<double>(now - start_).count();
-    std::fprintf(stderr, "\r%s: %.0f %%, %.0f s left\033[K", what_.c_str(), 100.0 * done / total,
+    std::fprintf(stderr, "\r%s: %.0f %%, %.0f s left\033[K", name.c_str(), 100.0 * done / total,
                  spent * (total - done) / done);
   } else {
-    std::fprintf(stderr, "\r%s: %.0f s of audio\033[K", what_.c_str(), done / progress.rate);
+    std::fprintf(stderr, "\r%s: %.0f s of audio\033[K", name.c_str(), done / progress.rate);
   }
 }
 
@@ -182,8 +183,8 @@ void print(const LevelSummary& s, bool as_json) {
                 {"seconds", s.seconds}},
                out);
   else
-    std::fprintf(out, "%s\n  loudest  %.1f dBFS, after %.3f s\n", s.output.c_str(), s.loudest_db,
-                 s.seconds);
+    std::fprintf(out, "%s\n  loudest  %.1f dBFS, after %.3f s\n", printable(s.output).c_str(),
+                 s.loudest_db, s.seconds);
 }
 
 void print(const Summary& summary, bool as_json) {
