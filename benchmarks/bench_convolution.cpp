@@ -194,28 +194,6 @@ Side side(const char* name, const Shape& shape) {
   return {name, 2.0 * shape.frames, [filter] { filter->run(); }};
 }
 
-/** Times single calls; the dearest of each period and the mean. */
-template <class Peer>
-void dearest_call(benchmark::State& state, const Shape& shape) {
-  Peer filter(shape);
-  const int calls = kPeriod / shape.frames;
-  std::vector<double> dearest, mean;
-  while (state.KeepRunning()) {
-    double most = 0.0, sum = 0.0;
-    for (int i = 0; i < calls; ++i) {
-      const double start = now_ns();
-      filter.run();
-      const double time = now_ns() - start;
-      most = std::max(most, time);
-      sum += time;
-    }
-    dearest.push_back(most);
-    mean.push_back(sum / calls);
-  }
-  state.counters["dearest"] = quantile(dearest, 0.1);
-  state.counters["mean"] = quantile(mean, 0.1);
-}
-
 /** Times every call of five steps: runs alone, a fade in one call at the end of the second, and one
  * at the end of the fifth that is prepared from within the third on. All rounds meet the same
  * moments, so a call's time is the least of its rounds. */
@@ -244,7 +222,10 @@ void fade_calls(benchmark::State& state, const Shape& shape) {
 template <class Peer>
 void add_dearest(const std::string& name, const Shape& shape) {
   benchmark::RegisterBenchmark(("room dearest/" + shape.name() + "/" + name).c_str(),
-                               [shape](benchmark::State& s) { dearest_call<Peer>(s, shape); })
+                               [shape](benchmark::State& state) {
+                                 Peer filter(shape);
+                                 time_calls(state, kPeriod / shape.frames, [&] { filter.run(); });
+                               })
       ->Iterations(51);
 }
 

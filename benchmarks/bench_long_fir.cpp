@@ -111,26 +111,11 @@ std::shared_ptr<Filter> fft_filter(Kind kind, int taps) {
 
 const Kind kFftKinds[] = {{2, -2}, {1, -2}, {2, -7}, {1, -5}, {2, -4}};
 
-/** Times every call of 256 frames; the dearest of each transform's period and the mean. */
+/** Calls of 256 frames, in periods of a transform. */
 void dearest_call(benchmark::State& state, Kind kind, int taps) {
   constexpr int frames = 256;
   Filter filter(kind.channels, kind.kind, taps, frames);
-  const int period = (filter.hop() + frames - 1) / frames;
-  std::vector<double> dearest, mean;
-  while (state.KeepRunning()) {
-    double most = 0.0, sum = 0.0;
-    for (int i = 0; i < period; ++i) {
-      const double start = now_ns();
-      filter.run(frames);
-      const double time = now_ns() - start;
-      most = std::max(most, time);
-      sum += time;
-    }
-    dearest.push_back(most);
-    mean.push_back(sum / period);
-  }
-  state.counters["dearest"] = quantile(dearest, 0.1);
-  state.counters["mean"] = quantile(mean, 0.1);
+  time_calls(state, (filter.hop() + frames - 1) / frames, [&] { filter.run(frames); });
 }
 
 const bool registered = [] {

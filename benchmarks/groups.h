@@ -11,6 +11,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <functional>
 #include <random>
 #include <string>
@@ -30,6 +31,26 @@ void add_clones(const std::string& name, std::function<Side()> make);
 
 double now_ns();
 double quantile(std::vector<double> times, double part);
+
+/** Times single calls; the counters are the dearest of each period of `calls`, and the mean. */
+template <class Call>
+void time_calls(benchmark::State& state, int calls, Call call) {
+  std::vector<double> dearest, mean;
+  while (state.KeepRunning()) {
+    double most = 0.0, sum = 0.0;
+    for (int i = 0; i < calls; ++i) {
+      const double start = now_ns();
+      call();
+      const double time = now_ns() - start;
+      most = std::max(most, time);
+      sum += time;
+    }
+    dearest.push_back(most);
+    mean.push_back(sum / calls);
+  }
+  state.counters["dearest"] = quantile(dearest, 0.1);
+  state.counters["mean"] = quantile(mean, 0.1);
+}
 
 /** White noise, the same in every run; as int16 values it leaves room for gain. */
 template <class Value>
