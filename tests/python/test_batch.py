@@ -157,29 +157,23 @@ def test_blocks_of_a_long_recording_give_the_bits_of_the_whole(folder, capsys):
     np.savetxt(folder / "sos.txt", [[*b, *a]] * 3, fmt="%r")
     response = jurn.read_response(folder / "room.wav", 48000)
     for arguments, function in [
-        (["-c", "ba.txt", "--kind", "iir"], lambda x: jurn.lfilter(b, a, x, 0)),
-        (["-c", "sos.txt"], lambda x: jurn.sosfilt([[*b, *a]] * 3, x, 0)),
-        (["-c", "taps.txt"], lambda x: jurn.fir(TAPS, x, 0)),
-        (["--average", "200"], lambda x: jurn.moving_mean(200, x, 0)),
-        (["--ir", "room.wav"], lambda x: jurn.convolve(x, response, axis=0)),
+        (["-c", "ba.txt", "--kind", "iir"], lambda x, **o: jurn.lfilter(b, a, x, 0, **o)),
+        (["-c", "sos.txt"], lambda x, **o: jurn.sosfilt([[*b, *a]] * 3, x, 0, **o)),
+        (["-c", "taps.txt"], lambda x, **o: jurn.fir(TAPS, x, 0, **o)),
+        (["--average", "200"], lambda x, **o: jurn.moving_mean(200, x, 0, **o)),
+        (["--ir", "room.wav"], lambda x, **o: jurn.convolve(x, response, axis=0, **o)),
     ]:
         arguments = [str(folder / v) if "." in v else v for v in arguments]
-        assert batch.main([str(folder / "in"), str(folder / "out"), *arguments, "--overwrite", "--quiet"]) == 0
-        y = soundfile.read(folder / "out/long.wav", dtype="int16")[0]
-        np.testing.assert_array_equal(y, function(x), err_msg=arguments[0])
-        y = soundfile.read(folder / "out/float.wav", dtype="float32")[0]
-        np.testing.assert_array_equal(y, function(x.astype(np.float32)) / np.float32(32768))
-    for arguments, function in [
-        (["-c", "sos.txt"], lambda x: jurn.sosfilt([[*b, *a]] * 3, x, 0, precision="int16")),
-        (["--average", "200"], lambda x: jurn.moving_mean(200, x, 0, precision="int16")),
-        (["--ir", "room.wav"], lambda x: jurn.convolve(x, response, axis=0, precision="int16")),
-    ]:
-        arguments = [str(folder / v) if "." in v else v for v in arguments]
-        assert batch.main([str(folder / "in"), str(folder / "out"), *arguments, "--overwrite", "--precision",
-                           "int16"]) == 3
-        assert "float.wav: ValueError: has more than 16 bits" in capsys.readouterr().err
-        y = soundfile.read(folder / "out/long.wav", dtype="int16")[0]
-        np.testing.assert_array_equal(y, function(x), err_msg=arguments[0])
+        for precision in ("double", "int16"):
+            done = batch.main([str(folder / "in"), str(folder / "out"), *arguments, "--overwrite",
+                               "--precision", precision])
+            y = soundfile.read(folder / "out/long.wav", dtype="int16")[0]
+            np.testing.assert_array_equal(y, function(x, precision=precision), err_msg=arguments[0])
+            if precision == "double":
+                y = soundfile.read(folder / "out/float.wav", dtype="float32")[0]
+                np.testing.assert_array_equal(y, function(x.astype(np.float32)) / np.float32(32768))
+            refused = "float.wav: ValueError: has more than 16 bits" in capsys.readouterr().err
+            assert (done, refused) == ((3, True) if precision == "int16" else (0, False))
 
 
 def test_memory_does_not_grow_with_the_recording(folder):

@@ -1,14 +1,12 @@
 """Nothing that Python says to the package ends the process: the scenes, and random calls."""
 
 import copy
-import os
 import pickle
 import random
 import subprocess
 import sys
 import threading
 import time
-import zlib
 
 import numpy as np
 import pytest
@@ -74,19 +72,21 @@ def test_an_object_without_its_constructor_does_nothing(kind):
                 call(cls.__new__(cls))
 
 
-def test_an_object_that_runs_is_not_copied():
+def test_one_object_runs_on_one_thread_at_a_time():
     f = jurn.LongFilter.fir(np.ones(30000) / 30000, kind=jurn.Kind.FIR)
     runner = threading.Thread(target=lambda: f.run(np.zeros(200000, np.int16)))
     runner.start()
     refused = set()
-    while runner.is_alive() and len(refused) < 4:
-        for call in (copy.copy, copy.deepcopy, bytes, lambda o: o.fade_to([1.0])):
+    calls = (copy.copy, copy.deepcopy, bytes, lambda o: o.fade_to([1.0]), lambda o: o.reset())
+    while runner.is_alive() and len(refused) < len(calls):  # the lock is free while the block runs
+        for call in calls:
             try:
                 call(f)
-            except RuntimeError:
+            except RuntimeError as error:
+                assert "another thread" in str(error)
                 refused.add(call)
     runner.join()
-    assert len(refused) >= 3
+    assert len(refused) >= 4
 
 
 # ---- Random calls, in a process of their own -------------------------------------------------------

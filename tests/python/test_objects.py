@@ -219,7 +219,7 @@ def test_the_latency_is_where_an_impulse_comes_out():
     assert jurn.LongFilter.fir(np.ones(1024)).latency == 1025
 
 
-def test_distinct_objects_run_on_distinct_threads_and_one_object_on_one():
+def test_distinct_objects_run_on_distinct_threads():
     x = noise(jurn.Filter.fir([1]), 400000)
     filters = [jurn.Filter.fir(TAPS) for _ in range(4)]
     expected = jurn.Filter.fir(TAPS).run(x)
@@ -235,18 +235,6 @@ def test_distinct_objects_run_on_distinct_threads_and_one_object_on_one():
         thread.join()
     for y in results.values():
         np.testing.assert_array_equal(y, expected)
-
-    shared = jurn.LongFilter.fir(np.ones(30000) / 30000, kind=jurn.Kind.FIR)
-    runner = threading.Thread(target=lambda: shared.run(x))
-    runner.start()
-    refused = False
-    while runner.is_alive() and not refused:  # the lock is free while the block runs
-        try:
-            shared.reset()
-        except RuntimeError as error:
-            refused = "another thread" in str(error)
-    runner.join()
-    assert refused
 
 
 def test_arrays_of_any_layout_are_taken_and_outputs_may_overlap():
@@ -280,7 +268,6 @@ WRONG = [
     (ValueError, "1 to 1250", lambda f: f.fade_to(np.ones(1251))),
     (TypeError, "takes no a", lambda f: f.fade_to([1.0], [1.0])),
     (ValueError, "range of float32", lambda f: jurn.Filter.fir([1e39])),
-    (TypeError, "real numbers", lambda f: jurn.Filter.fir([1j])),
     (ValueError, "one dimension", lambda f: jurn.Filter.fir([[1.0]])),
     (ValueError, "a0 is 2.0", lambda f: jurn.Filter.iir([1.0], [2.0, 1.0])),
     (ValueError, r"\(sections, 6\)", lambda f: jurn.Filter.sos([[1.0, 0, 0]])),

@@ -269,10 +269,10 @@ class Design:
         return KINDS.index(self.kind), self.b.ravel().tolist(), self.a.ravel().tolist()
 
 
-def check_precision(precision: str, x: Channels) -> None:
+def check_precision(precision: str, x: Channels | None = None) -> None:
     if precision not in PRECISIONS:
         raise ValueError(f"precision: {precision!r}; takes 'int16' or 'double'")
-    if precision == "int16" and not x.is_int16:
+    if precision == "int16" and x is not None and not x.is_int16:
         raise ValueError(f"precision: 'int16' takes samples of int16, and x is {x.dtype}")
 
 
@@ -373,8 +373,7 @@ def prepare(
     >>> bool(ready.design.b[0, 0] > 0.1)
     True
     """
-    if precision not in PRECISIONS:
-        raise ValueError(f"precision: {precision!r}; takes 'int16' or 'double'")
+    check_precision(precision)
     return _prepared(design, precision, as_is, as_sections)
 
 

@@ -9,7 +9,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from . import _core
-from .designs import KINDS, PRECISIONS, Design, of_flat
+from .designs import KINDS, PRECISIONS, Design, check_precision, of_flat
 
 Path = Union[str, "os.PathLike[str]"]
 
@@ -73,8 +73,7 @@ def read_coefficients(
         kind = "iir"
     if kind is not None and kind not in KINDS:
         raise ValueError(f"kind: {kind!r}; takes one of {', '.join(KINDS)}")
-    if precision not in PRECISIONS:
-        raise ValueError(f"precision: {precision!r}; takes 'int16' or 'double'")
+    check_precision(precision)
     flat, delay, in_double = _core._load_design(
         names,
         None if kind is None else KINDS.index(kind),

@@ -11,7 +11,7 @@ from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _double
 from ._arrays import real, warn
-from .designs import PRECISIONS, Design, of_flat, prepare
+from .designs import Design, check_precision, prepare
 from .setups import Setup
 
 Route = Tuple[int, int, ArrayLike]
@@ -142,8 +142,7 @@ class Stream:
         block: int = 256,
         taps: int | None = None,
     ) -> None:
-        if precision not in PRECISIONS:
-            raise ValueError(f"precision: {precision!r}; takes 'int16' or 'double'")
+        check_precision(precision)
         wanted = _Wanted(filter, precision, level=2)
         self._precision = precision
         self._in_blocks = wanted.kind == "routes" or taps is not None
