@@ -1,17 +1,13 @@
 #include "convolution_stream.h"
 
 #include <algorithm>
-#include <cstring>
-#include <new>
 #include <string>
+#include <utility>
+
+#include "streams/state_bytes.h"
 
 namespace jurn::python {
 namespace {
-
-template <class T>
-Memory<T> allocate(std::size_t size) {
-  return Memory<T>(static_cast<T*>(::operator new (size, std::align_val_t{64})));
-}
 
 void check(int error) {
   static const char* const kMessages[] = {"",
@@ -33,14 +29,14 @@ std::shared_ptr<const Response> prepared_response(const Convolution_shape& shape
     list.push_back(
         {route.input, route.output, route.taps.data(), static_cast<int>(route.taps.size())});
   const int count = static_cast<int>(list.size());
-  const std::size_t size =
-      std::max<std::size_t>(MORVAX_ConvolutionResponseSize_API(&shape, list.data(), count), 4);
+  const std::size_t size = MORVAX_ConvolutionResponseSize_API(&shape, list.data(), count);
+  if (size == 0) check(MORVAX_ConvolutionResponseCalcu_API(nullptr, 0, &shape, list.data(), count));
   auto response = std::make_shared<Response>();
   response->spectra = allocate<ConvolutionResponse_ID>(size);
   response->routes = std::move(routes);
   int error;
   {
-    const Unlocked unlocked;
+    const py::gil_scoped_release unlocked;
     error = MORVAX_ConvolutionResponseCalcu_API(response->spectra.get(), size, &shape, list.data(),
                                                 count);
   }
@@ -63,59 +59,18 @@ void fade(ConvolutionStream_ID* stream, const Response& from, const Response& to
   MORVAX_ConvolutionFade_API_float(stream, from.spectra.get(), to.spectra.get(), in, out);
 }
 
-// ---- Storing, in the byte order of the machine -------------------------------------------------
+constexpr char kStoredConvolution[] = "convolution";
 
-template <class T>
-void put(std::string* to, const T& value) {
-  to->append(reinterpret_cast<const char*>(&value), sizeof value);
-}
-
-class Taker {
- public:
-  explicit Taker(std::string_view data) : data_(data) {}
-
-  void take(void* to, std::size_t size) {
-    if (size > data_.size()) throw py::value_error("data: is cut");
-    std::memcpy(to, data_.data(), size);
-    data_.remove_prefix(size);
+void pass(StateBytes* state, Routes* routes) {
+  std::uint64_t count = routes->size();
+  state->pass(&count);
+  StateBytes::check(count <= JURN_CONVOLUTION_ROUTES);
+  routes->resize(count);
+  for (Route& route : *routes) {
+    state->pass(&route.input);
+    state->pass(&route.output);
+    state->pass_sized(&route.taps);
   }
-  template <class T>
-  T take() {
-    T value;
-    take(&value, sizeof value);
-    return value;
-  }
-  std::size_t left() const { return data_.size(); }
-
- private:
-  std::string_view data_;
-};
-
-constexpr std::uint8_t kTag = 5;
-
-void put(std::string* to, const Response& response) {
-  put(to, static_cast<std::int32_t>(response.routes.size()));
-  for (const Route& route : response.routes) {
-    put(to, static_cast<std::int32_t>(route.input));
-    put(to, static_cast<std::int32_t>(route.output));
-    put(to, static_cast<std::int32_t>(route.taps.size()));
-    to->append(reinterpret_cast<const char*>(route.taps.data()), route.taps.size() * sizeof(float));
-  }
-}
-
-Routes take_routes(Taker* from) {
-  Routes routes;
-  for (auto count = from->take<std::int32_t>(); count > 0; --count) {
-    Route route;
-    route.input = from->take<std::int32_t>();
-    route.output = from->take<std::int32_t>();
-    const auto taps = static_cast<std::size_t>(from->take<std::int32_t>());
-    if (taps > from->left() / sizeof(float)) throw py::value_error("data: is cut");
-    route.taps.resize(taps);
-    from->take(route.taps.data(), taps * sizeof(float));
-    routes.push_back(std::move(route));
-  }
-  return routes;
 }
 
 }  // namespace
@@ -146,22 +101,13 @@ int longest(const Routes& routes) {
 }
 
 Convolution::Convolution(const Convolution_shape& shape, Routes routes)
-    : shape_(shape),
-      size_(MORVAX_ConvolutionStreamSize_API(&shape)),
-      stream_(allocate<ConvolutionStream_ID>(std::max<std::size_t>(size_, 4))) {
-  check(MORVAX_ConvolutionStreamCalcu_API(stream_.get(), size_, &shape));
-  response_ = prepared_response(shape, std::move(routes));
-}
+    : shape_(shape), response_(prepared_response(shape, std::move(routes))), stream_(shape) {}
 
 Convolution::Convolution(const Convolution& other)
     : shape_(other.shape_),
-      size_(other.size_),
-      stream_(allocate<ConvolutionStream_ID>(size_)),
-      response_(other.response_),
-      next_(other.next_) {
-  InUse::check(other.in_use_);
-  std::memcpy(static_cast<void*>(stream_.get()), other.stream_.get(), size_);
-}
+      response_((InUse::check(other.in_use_), other.response_)),
+      stream_(other.stream_),
+      next_(other.next_) {}
 
 void Convolution::reset() {
   InUse::check(in_use_);
@@ -193,7 +139,7 @@ py::object Convolution::filter_samples(py::handle samples, py::handle out, bool 
              result.values() * static_cast<py::ssize_t>(sizeof(Sample)),
              shape_.inputs == shape_.outputs);
   {
-    const Unlocked unlocked;
+    const py::gil_scoped_release unlocked;
     for (py::ssize_t done = 0; done < in.frames; done += shape_.block) {
       const Sample* const from = in.data + done * shape_.inputs;
       Sample* const to = result.data() + done * shape_.outputs;
@@ -219,43 +165,41 @@ py::object Convolution::filter(py::handle samples, py::handle out, bool one_bloc
 py::array Convolution::state(py::handle self) {
   InUse::check(in_use_);
   return view(self, reinterpret_cast<const std::uint8_t*>(stream_.get()),
-              {static_cast<py::ssize_t>(size_)}, {1}, false);
+              {static_cast<py::ssize_t>(MORVAX_ConvolutionStreamSize_API(&shape_))}, {1}, false);
 }
 
 py::bytes Convolution::stored() const {
   InUse::check(in_use_);
-  StoredHead head;
-  head.tag = kTag;
-  head.fading = next_ ? 1 : 0;
-  head.size = static_cast<std::uint32_t>(std::strlen(MORVAX_Version_API()));
-  std::string all;
-  put(&all, head);
-  all += MORVAX_Version_API();
-  put(&all, shape_);
-  put(&all, *response_);
-  if (next_) put(&all, *next_);
-  put(&all, static_cast<std::uint64_t>(size_));
-  all.append(reinterpret_cast<const char*>(stream_.get()), size_);
-  return sealed(std::move(all));
+  StateBytes to;
+  Convolution_shape shape = shape_;
+  std::uint8_t fades = next_ ? 1 : 0;
+  to.pass(&shape);
+  to.pass(&fades);
+  for (const auto& response : {response_, next_}) {
+    if (!response) continue;
+    Routes routes = response->routes;
+    pass(&to, &routes);
+  }
+  ConvolutionStream(stream_).pass_state(&to);
+  return py::bytes(to.sealed(kStoredConvolution));
 }
 
 std::unique_ptr<Convolution> Convolution::restored(const py::bytes& bytes) {
-  stored_head(bytes);
-  Taker from{unsealed(bytes)};
-  const auto head = from.take<StoredHead>();
-  if (head.tag != kTag || head.size > from.left())
-    throw py::value_error("data: holds another kind of filter, or is cut");
-  std::string version(head.size, '\0');
-  from.take(version.data(), version.size());
-  if (version != MORVAX_Version_API())
-    throw py::value_error("data: was stored by version " + version + "; this is " +
-                          MORVAX_Version_API());
-  const auto shape = from.take<Convolution_shape>();
-  auto result = std::make_unique<Convolution>(shape, take_routes(&from));
-  if (head.fading) result->next_ = prepared_response(shape, take_routes(&from));
-  if (from.take<std::uint64_t>() != result->size_ || from.left() != result->size_)
-    throw py::value_error("data: is cut, or of another build");
-  from.take(result->stream_.get(), result->size_);
+  StateBytes from(bytes, kStoredConvolution);
+  Convolution_shape shape{};
+  std::uint8_t fades = 0;
+  Routes routes;
+  from.pass(&shape);
+  from.pass(&fades);
+  pass(&from, &routes);
+  auto result = std::make_unique<Convolution>(shape, std::move(routes));
+  if (fades) {
+    Routes next;
+    pass(&from, &next);
+    result->next_ = prepared_response(shape, std::move(next));
+  }
+  result->stream_.pass_state(&from);
+  from.check_end();
   return result;
 }
 

@@ -7,14 +7,9 @@
 #include "Convolution_control.h"
 #include "made.h"
 #include "stream.h"
+#include "streams/convolve.h"
 
 namespace jurn::python {
-
-struct Release {
-  void operator()(void* memory) const { ::operator delete (memory, std::align_val_t{64}); }
-};
-template <class T>
-using Memory = std::unique_ptr<T, Release>;
 
 struct Route {
   int input = 0;
@@ -26,7 +21,7 @@ using Routes = std::vector<Route>;
 /** An impulse response, which streams share; nothing changes it. */
 struct Response {
   Routes routes;
-  Memory<ConvolutionResponse_ID> spectra;
+  Owned<ConvolutionResponse_ID> spectra;
 };
 
 /** The routes of Python: tuples of input, output and taps. */
@@ -59,9 +54,8 @@ class Convolution {
   py::object filter_samples(py::handle samples, py::handle out, bool one_block);
 
   Convolution_shape shape_;
-  std::size_t size_;
-  Memory<ConvolutionStream_ID> stream_;
-  std::shared_ptr<const Response> response_;
+  std::shared_ptr<const Response> response_;  // first, for it checks the shape
+  ConvolutionStream stream_;
   std::shared_ptr<const Response> next_;
   bool in_use_ = false;
 };

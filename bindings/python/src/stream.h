@@ -16,18 +16,6 @@
 
 namespace jurn::python {
 
-/** Lets other Python threads run meanwhile. */
-class Unlocked {
- public:
-  Unlocked() : thread_(PyEval_SaveThread()) {}
-  ~Unlocked() { PyEval_RestoreThread(thread_); }
-  Unlocked(const Unlocked&) = delete;
-  Unlocked& operator=(const Unlocked&) = delete;
-
- private:
-  PyThreadState* thread_;
-};
-
 /** Marks an object as in use while it lives; the flag is only read and written under Python's lock.
  */
 class InUse {
@@ -87,7 +75,7 @@ class Stream : public RecordStream<Record> {
     keep_apart(&in, ins, result.data(), result.values() * static_cast<py::ssize_t>(sizeof(Sample)),
                ins == outs && std::is_same_v<In, Sample>);
     {
-      const Unlocked unlocked;
+      const py::gil_scoped_release unlocked;
       const py::ssize_t step = block == 0 ? in.frames : block;
       for (py::ssize_t done = 0; done < in.frames; done += step)
         this->run_block(in.data + done * ins, static_cast<int>(std::min(step, in.frames - done)),
