@@ -33,12 +33,9 @@ class Binaural final : public Plugin {
   int read_ = 0;  // which naming
 };
 
-std::unique_ptr<Plugin> create(const Description& description, const Host& host, double rate) {
-  return std::make_unique<Binaural>(description, host, rate);
-}
-
 }  // namespace
 
-const Kind kBinaural{{"binaural", 1, 2, kControls, kBlock, 1 << 14, "responses", true}, create};
+const Kind kBinaural{{"binaural", 1, 2, kControls, kBlock, 1 << 14, "responses", true},
+                     create<Binaural>};
 
 }  // namespace jurn::lv2

@@ -59,13 +59,9 @@ constexpr Description description(const char* name, int channels) {
           true};
 }
 
-std::unique_ptr<Plugin> create(const Description& description, const Host& host, double rate) {
-  return std::make_unique<Convolver>(description, host, rate);
-}
-
 }  // namespace
 
-const Kind kConvolverMono{description("convolver-mono", 1), create};
-const Kind kConvolverStereo{description("convolver-stereo", 2), create};
+const Kind kConvolverMono{description("convolver-mono", 1), create<Convolver>};
+const Kind kConvolverStereo{description("convolver-stereo", 2), create<Convolver>};
 
 }  // namespace jurn::lv2

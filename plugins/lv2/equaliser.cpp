@@ -47,13 +47,9 @@ constexpr Description description(const char* name, int channels) {
   return {name, channels, channels, kBands * kControlsPerBand + 1, 1, 1 << 14, nullptr, true};
 }
 
-std::unique_ptr<Plugin> create(const Description& description, const Host& host, double rate) {
-  return std::make_unique<Equaliser>(description, host, rate);
-}
-
 }  // namespace
 
-const Kind kEqualiserMono{description("equaliser-mono", 1), create};
-const Kind kEqualiserStereo{description("equaliser-stereo", 2), create};
+const Kind kEqualiserMono{description("equaliser-mono", 1), create<Equaliser>};
+const Kind kEqualiserStereo{description("equaliser-stereo", 2), create<Equaliser>};
 
 }  // namespace jurn::lv2

@@ -118,6 +118,10 @@ struct Kind {
   Description description;
   std::unique_ptr<Plugin> (*create)(const Description&, const Host&, double rate);
 };
+template <class Derived>
+std::unique_ptr<Plugin> create(const Description& description, const Host& host, double rate) {
+  return std::make_unique<Derived>(description, host, rate);
+}
 extern const Kind kEqualiserMono, kEqualiserStereo, kConvolverMono, kConvolverStereo, kBinaural,
     kSetupStereo, kSetupMulti;
 

@@ -52,13 +52,9 @@ constexpr Description description(const char* name, int outputs) {
   return {name, 2, outputs, 0, kBlock, 1 << 14, "setup", false};
 }
 
-std::unique_ptr<Plugin> create(const Description& description, const Host& host, double rate) {
-  return std::make_unique<LoudspeakerSetup>(description, host, rate);
-}
-
 }  // namespace
 
-const Kind kSetupStereo{description("setup-stereo", 2), create};
-const Kind kSetupMulti{description("setup-8-outputs", 8), create};
+const Kind kSetupStereo{description("setup-stereo", 2), create<LoudspeakerSetup>};
+const Kind kSetupMulti{description("setup-8-outputs", 8), create<LoudspeakerSetup>};
 
 }  // namespace jurn::lv2

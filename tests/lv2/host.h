@@ -86,6 +86,13 @@ class Host {
     std::unique_lock<std::mutex> lock(mutex_);
     changed_.wait(lock, [this] { return work_.empty() && !is_working_; });
   }
+  /** Names a file, and lets the worker read it meanwhile. */
+  void load(const std::string& property, const std::string& path, const Channels& in, Channels* out,
+            int at, int frames) {
+    set_file(property, path);
+    run(in, out, at, frames);
+    settle();
+  }
   /** Names a file with the next run(). */
   void set_file(const std::string& property, const std::string& path) {
     put_message("urn:jurn:" + property, path);

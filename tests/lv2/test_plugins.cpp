@@ -1,21 +1,17 @@
 // The LV2 plugins in a host: the tool's samples, changes, files, state.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <random>
 
 #include "../allocations.h"
+#include "../tool_fixture.h"
 #include "host.h"
 
 namespace jurn_test {
 namespace {
 
-constexpr int kRate = 48000, kFrames = 30000, kBands = 16, kBlock = 64;
-constexpr char kHall[] = "/usr/share/jconvolver/config-files/octave-band/oct-48-1k.wav";
+constexpr int kFrames = 30000, kBands = 16, kBlock = 64;
+constexpr const char* kHall = kBand;
 constexpr char kOtherHall[] = "/usr/share/jconvolver/config-files/octave-band/oct-48-4k.wav";
 
 std::vector<float> flat() {
@@ -53,36 +49,19 @@ Channels silence(int channels) {
   return Channels(static_cast<std::size_t>(channels), std::vector<float>(kFrames));
 }
 
-class Plugins : public testing::Test {
+class Plugins : public ToolFixture {
  protected:
-  Plugins() {
-    std::string name = (std::filesystem::temp_directory_path() / "jurn-XXXXXX").string();
-    folder_ = mkdtemp(name.data());
-  }
-  ~Plugins() override { std::filesystem::remove_all(folder_); }
-
-  Channels tool(const std::string& command, const std::string& rest, const Channels& in,
-                int outputs) const {
-    const std::string source = folder_ + "/in.raw", result = folder_ + "/out.raw";
-    std::ofstream file(source, std::ios::binary);
+  Channels tool(const std::string& arguments, const Channels& in, std::size_t outputs) const {
+    std::vector<short> samples;
     for (std::size_t i = 0; i < kFrames; ++i)
-      for (const auto& channel : in) {
-        const auto sample = static_cast<short>(channel[i] * 32768.0F);
-        file.write(reinterpret_cast<const char*>(&sample), sizeof sample);
-      }
-    file.close();
-    const std::string line = std::string(std::getenv("JURN_FILTER")) + " " + command + " " +
-                             source + " " + result + " --raw 48000," + std::to_string(in.size()) +
-                             " --bits float --overwrite -q " + rest;
-    EXPECT_EQ(std::system(line.c_str()), 0) << line;
-    Channels out = silence(outputs);
-    std::ifstream made(result, std::ios::binary);
-    for (std::size_t i = 0; i < kFrames; ++i)
-      for (auto& channel : out) made.read(reinterpret_cast<char*>(&channel[i]), sizeof(float));
+      for (const auto& channel : in) samples.push_back(static_cast<short>(channel[i] * 32768.0F));
+    std::vector<float> made =
+        ToolFixture::tool<float>(arguments, samples, static_cast<int>(in.size()));
+    made.resize(outputs * kFrames);
+    Channels out(outputs);
+    for (std::size_t i = 0; i < made.size(); ++i) out[i % outputs].push_back(made[i]);
     return out;
   }
-
-  std::string folder_;
 };
 
 /** Calls of any length. */
@@ -115,7 +94,7 @@ TEST_F(Plugins, GiveTheToolsSamplesWhateverTheCalls) {
     Host equaliser("equaliser" + name, kRate, channels, channels, true, two_bands());
     equaliser.activate();
     expect_same(run(&equaliser, in, channels),
-                tool("eq", "'HP 80 Q 0.5' 'PK 3000 -4 Q 2'", in, channels), 0);
+                tool("eq 'HP 80 Q 0.5' 'PK 3000 -4 Q 2'", in, channels), 0);
     EXPECT_EQ(equaliser.latency, 0.0F);
 
     Host convolver("convolver" + name, kRate, channels, channels, true, kConvolver);
@@ -123,12 +102,10 @@ TEST_F(Plugins, GiveTheToolsSamplesWhateverTheCalls) {
     EXPECT_TRUE(hall.empty());
     convolver.activate();
     Channels out = silence(channels);
-    convolver.set_file("impulse-response", kHall);
-    convolver.run(in, &out, 0, 1);
-    convolver.settle();
+    convolver.load("impulse-response", kHall, in, &out, 0, 1);
     convolver.activate();
     expect_same(run(&convolver, in, channels),
-                tool("convolve", std::string("--block 64 --gain -12 --ir ") + kHall, in, channels),
+                tool(std::string("convolve --block 64 --gain -12 --ir ") + kHall, in, channels),
                 kBlock);
     EXPECT_EQ(convolver.latency, kBlock);
     EXPECT_EQ(convolver.said() + equaliser.said(), "");
@@ -138,7 +115,7 @@ TEST_F(Plugins, GiveTheToolsSamplesWhateverTheCalls) {
   binaural.activate();
   expect_same(
       run(&binaural, mono, 2),
-      tool("binaural", "--block 64 --azimuth 30 --elevation 10 --gain -6.020599913279624", mono, 2),
+      tool("binaural --block 64 --azimuth 30 --elevation 10 --gain -6.020599913279624", mono, 2),
       kBlock);
 
   Host setup("setup-8-outputs", kRate, 2, 8, false, {});
@@ -147,12 +124,10 @@ TEST_F(Plugins, GiveTheToolsSamplesWhateverTheCalls) {
   setup.run(stereo, &out, 0, kFrames);
   for (const auto& channel : out)
     EXPECT_EQ(std::count(channel.begin(), channel.end(), 0.0F), kFrames);  // a tweeter lives
-  setup.set_file("setup", JURN_TWO_WAY);
-  setup.run(stereo, &out, 0, 1);
-  setup.settle();
+  setup.load("setup", JURN_TWO_WAY, stereo, &out, 0, 1);
   setup.activate();
   out = run(&setup, stereo, 8);
-  expect_same(out, tool("setup", std::string("-c ") + JURN_TWO_WAY, stereo, 4), kBlock);
+  expect_same(out, tool(std::string("setup -c ") + JURN_TWO_WAY, stereo, 4), kBlock);
   EXPECT_EQ(std::count(out[5].begin(), out[5].end(), 0.0F), kFrames);
   EXPECT_EQ(setup.said() + binaural.said(), "");
 }
@@ -192,16 +167,15 @@ TEST_F(Plugins, FilesAreStoredToldAndRefusedWithASentence) {
   Channels out = silence(2);
   Host host("convolver-stereo", kRate, 2, 2, true, kConvolver);
   host.activate();
-  host.set_file("impulse-response", kHall);
-  host.run(in, &out, 0, 100);
-  host.settle();
+  const auto load = [&](const std::string& path, int at) {
+    host.load("impulse-response", path, in, &out, at, 100);
+  };
+  load(kHall, 0);
   host.run(in, &out, 100, 100);
   EXPECT_TRUE(host.told(kHall));
 
   // One that is missing leaves the other in its place, and says so.
-  host.set_file("impulse-response", "/nowhere.wav");
-  host.run(in, &out, 200, 100);
-  host.settle();
+  load("/nowhere.wav", 200);
   host.run(in, &out, 300, 100);
   EXPECT_TRUE(host.told(kHall));
   EXPECT_FALSE(host.told("/nowhere.wav"));
@@ -210,23 +184,17 @@ TEST_F(Plugins, FilesAreStoredToldAndRefusedWithASentence) {
   // A level is no reason to read a file again; naming it again is.
   const std::string moved = folder_ + "/hall.wav";
   std::filesystem::copy_file(kHall, moved);
-  host.set_file("impulse-response", moved);
-  host.run(in, &out, 400, 100);
-  host.settle();
+  load(moved, 400);
   std::filesystem::remove(moved);
   const std::string said = host.said();
   host.control(0) = -6.0F;
   host.run(in, &out, 500, 100);
   host.settle();
   EXPECT_EQ(host.said(), said);
-  host.set_file("impulse-response", moved);
-  host.run(in, &out, 600, 100);
-  host.settle();
+  load(moved, 600);
   EXPECT_NE(host.said(), said);
   host.control(0) = kConvolver[0];
-  host.set_file("impulse-response", kHall);
-  host.run(in, &out, 700, 100);
-  host.settle();
+  load(kHall, 700);
   // The one request for both was enough.
   const int asked = host.asked;
   host.run(in, &out, 800, 100);
@@ -247,9 +215,7 @@ TEST_F(Plugins, FilesAreStoredToldAndRefusedWithASentence) {
   third.restore(state);
   third.run(in, &out, 100, 100);
   EXPECT_TRUE(third.told(kHall));
-  third.set_file("impulse-response", kOtherHall);
-  third.run(in, &out, 200, 100);
-  third.settle();
+  third.load("impulse-response", kOtherHall, in, &out, 200, 100);
   EXPECT_NE(third.save(), state);
 }
 
@@ -262,9 +228,7 @@ TEST_F(Plugins, RunAtEveryRate) {
       host.activate();
       if (convolves) {
         Channels out = silence(2);
-        host.set_file("impulse-response", kHall);
-        host.run(in, &out, 0, 1);
-        host.settle();
+        host.load("impulse-response", kHall, in, &out, 0, 1);
       }
       const Channels out = run(&host, in, 2);
       float loudest = 0.0F;
