@@ -52,7 +52,7 @@ class AudioReader {
   int channels() const { return info_.channels; }
   int rate() const { return info_.samplerate; }
   /** 0 when nobody knows, as of a pipe. */
-  std::int64_t frames() const { return pipe_ ? 0 : info_.frames; }
+  std::int64_t frames() const;
   /** What the samples need: compressed recordings that have no width of their own count as 16 bits.
    */
   SampleFormat samples() const;

@@ -85,11 +85,28 @@ Counted count_wav(int descriptor, std::int64_t bytes) {
   return counted;
 }
 
+Counted count_caf(int descriptor) {
+  unsigned char chunk[12];
+  std::uint64_t at = 8;
+  while (pread(descriptor, chunk, sizeof chunk, static_cast<off_t>(at)) == sizeof chunk) {
+    const std::uint64_t length = read_number(chunk + 4, 8, true);
+    if (length >= std::uint64_t{kNoLength}) break;  // of the last chunk
+    at += sizeof chunk + length;
+    if (std::memcmp(chunk, "data", 4) == 0) return {at, false};
+  }
+  return {};
+}
+
 Counted count_bytes(int descriptor, std::int64_t bytes) {
-  unsigned char head[12];
+  unsigned char head[24];
   if (pread(descriptor, head, sizeof head, 0) != sizeof head) return {};
   const auto starts = [&](const char* magic) { return std::memcmp(head, magic, 4) == 0; };
   if (starts("RIFF") || starts("RF64")) return count_wav(descriptor, bytes);
+  if (starts("caff")) return count_caf(descriptor);
+  if (starts("riff")) {  // Wave64
+    const std::uint64_t whole = read_number(head + 16, 8, false);
+    return {whole < std::uint64_t{kNoLength} ? whole : 0, false};
+  }
   const std::uint64_t length = read_number(head + (starts(".snd") ? 8 : 4), 4, true);
   const std::uint64_t before = starts(".snd") ? read_number(head + 4, 4, true) : 8;
   if ((!starts("FORM") && !starts(".snd")) || is_unknown(static_cast<std::uint32_t>(length)))
@@ -149,6 +166,9 @@ AudioReader::AudioReader(const std::string& path, int max_channels, InputFormat 
       check_received();
       pipe_.reset();
       descriptor_.swap(copy);
+      const off_t size = lseek(descriptor_.get(), 0, SEEK_END);
+      if (!partial_) check_complete(path_, count_bytes(descriptor_.get(), size).bytes, size);
+      lseek(descriptor_.get(), 0, SEEK_SET);
     }
   }
   std::unique_lock lock(opening_by_libsndfile, std::defer_lock);
@@ -168,6 +188,10 @@ AudioReader::AudioReader(const std::string& path, int max_channels, InputFormat 
     throw Error(kInputError, path_ + ": has " + std::to_string(info_.channels) +
                                  " channels; at most " + std::to_string(max_channels) +
                                  " are supported");
+}
+
+std::int64_t AudioReader::frames() const {
+  return pipe_ || info_.frames >= kNoLength ? 0 : info_.frames;
 }
 
 void AudioReader::check_received() const {
@@ -250,6 +274,9 @@ std::size_t AudioReader::read_samples(Sample* out, std::size_t frames) {
       throw Error(kInputError, path_ + ": damaged after " + std::to_string(end) + " frames (" +
                                    sf_strerror(file_.get()) + "); --partial takes these");
     const int kind = info_.format & SF_FORMAT_TYPEMASK;  // some only estimate their lengths
+    if (kind == SF_FORMAT_OGG && !pipe_ && info_.frames >= kNoLength)
+      throw Error(kInputError, path_ + ": was cut off (its last page is missing, " +
+                                   std::to_string(end) + " frames came); --partial takes these");
     const bool exact = pipe_ || (kind != SF_FORMAT_MPEG && kind != SF_FORMAT_OGG);
     if (exact && info_.frames < kNoLength && end < info_.frames)
       throw Error(kInputError, path_ + ": was cut off (its header counts " +

@@ -33,12 +33,14 @@ class CarefulUseTest(ToolTest):
         there."""
         wavfile.write("in.wav", 8000, np.random.default_rng(1).integers(-9999, 9999, 8000, np.int16))
         whole = contents("in.wav")
-        for ending in ("au", "flac"):
+        for ending in ("au", "flac", "caf", "w64"):
             subprocess.run(["sox", "in.wav", "in." + ending], check=True)
+        subprocess.run(["sox", "in.wav", "in.ogg", "repeat", "20"], check=True)
         long_data = bytearray(whole)
         long_data[40:44] = struct.pack("<I", 20000)  # beyond the file, whose own length is right
         cuts = {"data.wav": bytes(long_data), "cut.wav": whole[:9044], "cut.au": contents("in.au")[:9000],
-                "cut.flac": contents("in.flac")[:-2000]}
+                "cut.flac": contents("in.flac")[:-2000], "cut.caf": contents("in.caf")[:-2000],
+                "cut.w64": contents("in.w64")[:-2000], "cut.ogg": contents("in.ogg")[:-100]}
         for name, cut in cuts.items():
             write(name, cut)
             for source in (f"jurn average {name}", f"cat {name} | jurn average -"):
@@ -48,7 +50,8 @@ class CarefulUseTest(ToolTest):
                 self.shell(f"{source} out.wav --length 1 --partial --overwrite")
                 got = read("out.wav")[1]
                 self.assertGreater(len(got), 500, source)
-                np.testing.assert_array_equal(got, read("in.wav")[1][:len(got)])
+                if not name.endswith(".ogg"):  # which is another recording
+                    np.testing.assert_array_equal(got, read("in.wav")[1][:len(got)])
 
     def test_lengths_of_zero(self):
         wavfile.write("in.wav", 8000, np.arange(-4000, 4000, dtype=np.int16))
