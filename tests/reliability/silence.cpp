@@ -21,12 +21,12 @@ double median(std::vector<double> times) {
   return times[times.size() / 2];
 }
 
-/** A block of the signal, and one of silence. */
-const std::vector<short> silent(480), loud = [] {
+std::vector<short> loud_block() {
   std::vector<short> block(480);
   for (size_t i = 0; i < block.size(); ++i) block[i] = i * 7919 % 3 ? 32767 : -32768;
   return block;
-}();
+}
+const std::vector<short> silent(480), loud = loud_block();
 
 /** Times stretches of blocks, loud and silent in turn; `run` filters one block. */
 bool check(const char* name, const std::function<void(const short*)>& run) {
