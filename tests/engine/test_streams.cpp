@@ -121,8 +121,9 @@ std::vector<Sample> noise(std::size_t values) {
 std::vector<double> sine(double frequency, std::size_t frames, std::size_t channels, double level) {
   std::vector<double> samples(frames * channels);
   for (std::size_t i = 0; i < samples.size(); ++i) {
-    const double frame = static_cast<double>(i / channels);
-    samples[i] = std::rint(level * std::sin(2.0 * kPi * frequency / 48000.0 * frame));
+    const std::size_t frame = i / channels;
+    samples[i] =
+        std::rint(level * std::sin(2.0 * kPi * frequency / 48000.0 * static_cast<double>(frame)));
   }
   return samples;
 }
