@@ -27,13 +27,7 @@ void install_blocks_properties(GObjectClass* object_class, int most_block) {
                        "Frames of a block; 0 takes the first buffer's. Buffers that are no "
                        "multiples of it cost a latency of one block",
                        0, most_block, 0, flags));
-  g_object_class_install_property(
-      object_class, kTail,
-      g_param_spec_boolean(
-          "tail", "Tail",
-          "Whether the stream ends when the filter has rung out, not with its input", TRUE,
-          static_cast<GParamFlags>(flags | GST_PARAM_MUTABLE_PLAYING)));
-  install_statistics(object_class, kStatistics, kStatisticsInterval);
+  install_common(object_class, kTail);
 }
 
 bool set_blocks_property(GObject* object, guint id, const GValue* value) {

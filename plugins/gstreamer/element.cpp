@@ -58,31 +58,33 @@ GParamSpec* precision_spec(const char* description) {
       {0, nullptr, nullptr}};
   static const GType type = g_enum_register_static("GstJurnPrecision", values);
   return g_param_spec_enum("precision", "Precision", description, type,
-                           static_cast<gint>(jurn::Precision::kDouble),
-                           static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
-                                                    GST_PARAM_MUTABLE_PLAYING));
+                           static_cast<gint>(jurn::Precision::kDouble), kChangeable);
 }
 
 jurn::Precision precision_of(const GValue* value) {
   return static_cast<jurn::Precision>(g_value_get_enum(value));
 }
 
-void install_statistics(GObjectClass* gobject_class, guint statistics, guint interval) {
-  constexpr auto flags = static_cast<GParamFlags>(G_PARAM_READABLE | G_PARAM_STATIC_STRINGS);
+void install_common(GObjectClass* gobject_class, guint first) {
   g_object_class_install_property(
-      gobject_class, statistics,
+      gobject_class, first,
+      g_param_spec_boolean(
+          "tail", "Tail",
+          "Whether the stream ends when the filter has rung out, not with its input", TRUE,
+          kChangeable));
+  g_object_class_install_property(
+      gobject_class, first + 1,
       g_param_spec_boxed("statistics", "Statistics",
                          "Peak (1.0 is full scale), clipped samples and frames of the result since "
                          "the stream started",
-                         GST_TYPE_STRUCTURE, flags));
+                         GST_TYPE_STRUCTURE,
+                         static_cast<GParamFlags>(G_PARAM_READABLE | G_PARAM_STATIC_STRINGS)));
   g_object_class_install_property(
-      gobject_class, interval,
-      g_param_spec_uint64(
-          "statistics-interval", "Statistics interval",
-          "Nanoseconds of audio between two element messages with the statistics; "
-          "0 posts none",
-          0, G_MAXUINT64, 0,
-          static_cast<GParamFlags>(flags | G_PARAM_WRITABLE | GST_PARAM_MUTABLE_PLAYING)));
+      gobject_class, first + 2,
+      g_param_spec_uint64("statistics-interval", "Statistics interval",
+                          "Nanoseconds of audio between two element messages with the statistics; "
+                          "0 posts none",
+                          0, G_MAXUINT64, 0, kChangeable));
 }
 
 void post_warnings(GstElement* element, const std::vector<std::string>& warnings) {

@@ -13,12 +13,17 @@
 
 namespace jurn::gst {
 
+/** Properties that may change while the pipeline plays, and those that control sources change. */
+constexpr auto kChangeable = static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
+                                                      GST_PARAM_MUTABLE_PLAYING);
+constexpr auto kControllable = static_cast<GParamFlags>(kChangeable | GST_PARAM_CONTROLLABLE);
+
 /** The property `precision`, with what it chooses between. */
 GParamSpec* precision_spec(const char* description);
 jurn::Precision precision_of(const GValue* value);
 
-/** Installs the properties `statistics` and `statistics-interval`, with these two numbers. */
-void install_statistics(GObjectClass* gobject_class, guint statistics, guint interval);
+/** Installs the properties `tail`, `statistics` and `statistics-interval`, from this number on. */
+void install_common(GObjectClass* gobject_class, guint first);
 
 /** The statistics of an element and how often it posts them. */
 class Statistics {

@@ -18,6 +18,8 @@
 
 using jurn::gst::HrtfSettings;
 using jurn::gst::HrtfSource;
+using jurn::gst::kChangeable;
+using jurn::gst::kControllable;
 
 namespace {
 
@@ -96,20 +98,17 @@ static void gst_jurn_binaural_class_init(GstJurnBinauralClass* klass) {
   object_class->set_property = set_property;
   object_class->get_property = get_property;
 
-  constexpr auto flags = static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
-                                                  GST_PARAM_MUTABLE_PLAYING);
-  constexpr auto controllable = static_cast<GParamFlags>(flags | GST_PARAM_CONTROLLABLE);
   const auto install = [&](Property id, GParamSpec* spec) {
     g_object_class_install_property(object_class, id, spec);
   };
   install(kSofa, g_param_spec_string("sofa", "SOFA file", "Set of head-related impulse responses",
-                                     JURN_DEFAULT_SOFA, flags));
+                                     JURN_DEFAULT_SOFA, kChangeable));
   install(kAzimuth, g_param_spec_double("azimuth", "Azimuth", "Degrees: 0 in front, 90 to the left",
-                                        -3600.0, 3600.0, 0.0, controllable));
+                                        -3600.0, 3600.0, 0.0, kControllable));
   install(kElevation, g_param_spec_double("elevation", "Elevation", "Degrees: 90 above, -90 below",
-                                          -90.0, 90.0, 0.0, controllable));
+                                          -90.0, 90.0, 0.0, kControllable));
   install(kGain,
-          g_param_spec_double("gain", "Gain", "Gain in dB", -200.0, 200.0, 0.0, controllable));
+          g_param_spec_double("gain", "Gain", "Gain in dB", -200.0, 200.0, 0.0, kControllable));
   jurn::gst::install_blocks_properties(object_class, JURN_BLOCK);
 
   GstElementClass* const element_class = GST_ELEMENT_CLASS(klass);

@@ -15,6 +15,8 @@
 #include "convolution_source.h"
 
 using jurn::gst::ConvolutionSource;
+using jurn::gst::kChangeable;
+using jurn::gst::kControllable;
 
 namespace {
 
@@ -124,8 +126,6 @@ static void gst_jurn_convolve_class_init(GstJurnConvolveClass* klass) {
   object_class->set_property = set_property;
   object_class->get_property = get_property;
 
-  constexpr auto flags = static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
-                                                  GST_PARAM_MUTABLE_PLAYING);
   const auto install = [&](Property id, GParamSpec* spec) {
     g_object_class_install_property(object_class, id, spec);
   };
@@ -134,24 +134,24 @@ static void gst_jurn_convolve_class_init(GstJurnConvolveClass* klass) {
                          "Impulse response: one channel for all; one for each channel, or for "
                          "both ears of a mono stream; or four for stereo, left to left, left to "
                          "right, right to left, right to right; replaces routes and setup",
-                         nullptr, flags));
+                         nullptr, kChangeable));
   install(kRoutes, g_param_spec_string("routes", "Routes",
                                        "File of routes between any channels, as jurn-filter reads "
                                        "it; replaces location and setup",
-                                       nullptr, flags));
+                                       nullptr, kChangeable));
   install(kSetup, g_param_spec_string("setup", "Setup",
                                       "File of a whole setup of loudspeakers: filters, delays and "
                                       "mixers per channel, in double; replaces location and routes",
-                                      nullptr, flags));
-  install(kGain, g_param_spec_double("gain", "Gain", "Gain in dB", -200.0, 200.0, 0.0,
-                                     static_cast<GParamFlags>(flags | GST_PARAM_CONTROLLABLE)));
+                                      nullptr, kChangeable));
+  install(kGain,
+          g_param_spec_double("gain", "Gain", "Gain in dB", -200.0, 200.0, 0.0, kControllable));
   install(kNormalise, g_param_spec_boolean("normalise", "Normalise",
                                            "Scale the largest gain over all frequencies to 0 dB",
-                                           FALSE, flags));
+                                           FALSE, kChangeable));
   install(kResample,
           g_param_spec_boolean("resample", "Resample",
                                "Convert an impulse response at another rate than the stream's",
-                               FALSE, flags));
+                               FALSE, kChangeable));
   install(kPrecision, jurn::gst::precision_spec(
                           "double, with sums in float, the result rounded to its samples; or "
                           "int16: 16 bits in and out, as on a device"));

@@ -94,17 +94,15 @@ void get_property(GObject* object, guint id, GValue* value, GParamSpec* spec) {
 void install_filter_properties(GObjectClass* object_class) {
   object_class->set_property = set_property;
   object_class->get_property = get_property;
-  constexpr auto flags = static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS |
-                                                  GST_PARAM_MUTABLE_PLAYING);
   const auto install = [&](Property id, GParamSpec* spec) {
     g_object_class_install_property(object_class, id, spec);
   };
   install(kLocation, g_param_spec_string("location", "Location",
                                          "Coefficient file in any format that jurn-filter reads; "
                                          "replaces coefficients and equaliser",
-                                         nullptr, flags));
+                                         nullptr, kChangeable));
   install(kKindOfFilter, g_param_spec_enum("kind", "Kind", "What the coefficients are", kind_type(),
-                                           static_cast<gint>(Kind::kAutomatic), flags));
+                                           static_cast<gint>(Kind::kAutomatic), kChangeable));
   install(
       kCoefficients,
       gst_param_spec_array(
@@ -114,26 +112,22 @@ void install_filter_properties(GObjectClass* object_class) {
           "equaliser",
           gst_param_spec_array("set", "Set", "Coefficients of a set",
                                g_param_spec_double("coefficient", "Coefficient", "A coefficient",
-                                                   -G_MAXDOUBLE, G_MAXDOUBLE, 0.0, flags),
-                               flags),
-          flags));
+                                                   -G_MAXDOUBLE, G_MAXDOUBLE, 0.0, kChangeable),
+                               kChangeable),
+          kChangeable));
   install(kEqualiser,
           g_param_spec_string("equaliser", "Equaliser",
                               "Lines of an equaliser, like PK 3k -4 Q 2; HS 8k 3, each "
                               "a child band0, band1 ...; replaces location and coefficients",
-                              nullptr, flags));
+                              nullptr, kChangeable));
   install(kGain, g_param_spec_double("gain", "Gain", "Gain of the filter in dB", -200.0, 200.0, 0.0,
-                                     static_cast<GParamFlags>(flags | GST_PARAM_CONTROLLABLE)));
+                                     kControllable));
   install(kLength, g_param_spec_int("length", "Length", "Samples of the mean, with kind=average", 1,
-                                    kMostAveraged, 1, flags));
+                                    kMostAveraged, 1, kChangeable));
   install(kPrecision,
           precision_spec("double, the result rounded to its samples; or int16: 16 bits in and out "
                          "and float inside, as on a device"));
-  install(kTail, g_param_spec_boolean("tail", "Tail",
-                                      "Whether the stream ends when the filter has rung out, not "
-                                      "with its input",
-                                      TRUE, flags));
-  install_statistics(object_class, kStatistics, kStatisticsInterval);
+  install_common(object_class, kTail);
 }
 
 }  // namespace jurn::gst

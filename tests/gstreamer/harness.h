@@ -1,25 +1,20 @@
-// One element between two pads, and what jurn-filter makes of the same samples.
+// One element between two pads.
 #pragma once
 
 #include <gst/audio/audio.h>
 #include <gst/check/gstharness.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "../tool_fixture.h"
+
 namespace jurn_test {
 
 using Samples = std::vector<short>;
-
-constexpr int kRate = 48000;
-constexpr char kBand[] = "/usr/share/jconvolver/config-files/octave-band/oct-48-1k.wav";
 
 /** Noise with pauses, at a level that clips now and then. */
 inline Samples material(int frames, int channels) {
@@ -38,42 +33,7 @@ inline int largest_step(const Samples& samples) {
   return step;
 }
 
-class Elements : public testing::Test {
- protected:
-  Elements() {
-    std::string name = (std::filesystem::temp_directory_path() / "jurn-XXXXXX").string();
-    folder_ = mkdtemp(name.data());
-  }
-  ~Elements() override { std::filesystem::remove_all(folder_); }
-
-  std::string write(const std::string& name, const std::string& text) const {
-    std::ofstream(folder_ + "/" + name) << text;
-    return folder_ + "/" + name;
-  }
-
-  /** What jurn-filter makes of the samples, in samples of a type. */
-  template <typename Sample = short>
-  std::vector<Sample> tool(const std::string& arguments, const Samples& in, int channels) const {
-    const std::string source = folder_ + "/in.raw", result = folder_ + "/out.raw";
-    std::ofstream(source, std::ios::binary)
-        .write(reinterpret_cast<const char*>(in.data()),
-               static_cast<std::streamsize>(in.size() * sizeof(short)));
-    const std::size_t space = arguments.find(' ');
-    const std::string command = std::string(std::getenv("JURN_FILTER")) + " " +
-                                arguments.substr(0, space) + " " + source + " " + result +
-                                " --raw " + std::to_string(kRate) + "," + std::to_string(channels) +
-                                (sizeof(Sample) == sizeof(float) ? " --bits float" : "") +
-                                " --overwrite -q" + arguments.substr(space);
-    EXPECT_EQ(std::system(command.c_str()), 0) << command;
-    std::ifstream file(result, std::ios::binary);
-    std::vector<Sample> out(std::filesystem::file_size(result) / sizeof(Sample));
-    file.read(reinterpret_cast<char*>(out.data()),
-              static_cast<std::streamsize>(out.size() * sizeof(Sample)));
-    return out;
-  }
-
-  std::string folder_;
-};
+using Elements = ToolFixture;
 
 inline std::string caps_of(int channels, const char* format = GST_AUDIO_NE(S16), int rate = kRate) {
   return std::string("audio/x-raw, layout=interleaved, format=") + format +
@@ -186,5 +146,18 @@ class Harness {
   guint64 rate_ = kRate;
   guint64 pushed_ = 0;
 };
+
+/** What comes out of an element to which nothing happens, in buffers of `least` to `most` frames.
+ */
+template <typename Sample>
+std::vector<Sample> filtered(const std::string& line, const std::vector<Sample>& in, int channels,
+                             int least, int most, bool ends = false) {
+  Harness harness(line);
+  harness.caps(
+      caps_of(channels, std::is_same_v<Sample, float> ? GST_AUDIO_NE(F32) : GST_AUDIO_NE(S16)));
+  harness.push_all(in, least, most);
+  if (ends) harness.end();
+  return harness.pull_all<Sample>();
+}
 
 }  // namespace jurn_test

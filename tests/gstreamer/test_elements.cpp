@@ -36,12 +36,7 @@ constexpr char kLowCut[] = "0.9 -1.8 0.9\n1 -1.8 0.81\n";  // numerator, denomin
 template <typename Sample>
 std::vector<Sample> result_of(const std::string& element, const std::vector<Sample>& in,
                               int channels, int most, std::vector<Sample>* expected) {
-  Harness harness(element + " name=it");
-  harness.caps(
-      caps_of(channels, std::is_same_v<Sample, float> ? GST_AUDIO_NE(F32) : GST_AUDIO_NE(S16)));
-  harness.push_all(in, 1, most);
-  harness.end();
-  std::vector<Sample> result = harness.pull_all<Sample>();
+  std::vector<Sample> result = filtered(element, in, channels, 1, most, true);
   for (std::size_t i = result.size(); i < expected->size(); ++i) {
     Sample& rest = (*expected)[i];
     EXPECT_LE(std::abs(static_cast<double>(rest)), 0x1p-24);
@@ -129,24 +124,18 @@ TEST_F(Elements, EveryKindIsTheToolsWhateverTheBuffers) {
 }
 
 TEST_F(Elements, ManyChannelsAreFilteredLikeEachAlone) {
-  const std::string equaliser =
-      "equaliser=\"PK Fc 3000 Hz Gain -4 dB Q 2; HS Fc 8000 Hz Gain 3 dB\"";
+  const std::string line =
+      "jurnfilter tail=false equaliser=\"PK Fc 3000 Hz Gain -4 dB Q 2; HS Fc 8000 Hz Gain 3 dB\"";
   for (const int channels : {3, 6}) {
     const Samples in = material(3000, channels);
-    Harness all("jurnfilter tail=false name=it " + equaliser);
-    all.caps(caps_of(channels));
-    all.push_all(in, 100, 700);
-    const Samples result = all.pull_all<short>();
+    const Samples result = filtered(line, in, channels, 100, 700);
     ASSERT_EQ(result.size(), in.size());
     for (int c = 0; c < channels; ++c) {
       Samples one;
       for (std::size_t i = static_cast<std::size_t>(c); i < in.size();
            i += static_cast<std::size_t>(channels))
         one.push_back(in[i]);
-      Harness mono("jurnfilter tail=false name=it " + equaliser);
-      mono.caps(caps_of(1));
-      mono.push_all(one, 64, 64);
-      const Samples expected = mono.pull_all<short>();
+      const Samples expected = filtered(line, one, 1, 64, 64);
       for (std::size_t i = 0; i < expected.size(); ++i)
         ASSERT_EQ(result[i * static_cast<std::size_t>(channels) + static_cast<std::size_t>(c)],
                   expected[i]);
@@ -158,10 +147,8 @@ TEST_F(Elements, FloatsGoThroughDoublePrecision) {
   const Samples in = material(6000, 2);
   std::vector<float> quiet;
   for (const short x : in) quiet.push_back(static_cast<float>(x) / 327680.0f);
-  Harness harness("jurnfilter tail=false name=it equaliser=\"PK Fc 50 Hz Gain 6 dB Q 4\"");
-  harness.caps(caps_of(2, GST_AUDIO_NE(F32)));
-  harness.push_all(quiet, 1, 900);
-  const std::vector<float> result = harness.pull_all<float>();
+  const std::vector<float> result =
+      filtered("jurnfilter tail=false equaliser=\"PK Fc 50 Hz Gain 6 dB Q 4\"", quiet, 2, 1, 900);
   ASSERT_EQ(result.size(), quiet.size());
   // The cookbook's peak, in double, on the left channel.
   const double amp = std::pow(10.0, 6.0 / 40.0), w = 2.0 * std::acos(-1.0) * 50.0 / kRate;
@@ -280,15 +267,13 @@ TEST_F(Elements, DiscontinuitiesStartFromSilence) {
                                   "jurnconvolve tail=false block=64 location=" + band}) {
     SCOPED_TRACE(line);
     const Samples in = material(1280, 1);
-    Harness fresh(line + " name=it"), broken(line + " name=it");
-    fresh.caps(caps_of(1));
-    fresh.push_all(in, 640, 640);
+    Harness broken(line);
     broken.caps(caps_of(1));
     broken.push_all(in, 640, 640);
     (void)broken.pull_all<short>();
     broken.push(in.data(), 640, true);
     broken.push(in.data() + 640, 640);
-    EXPECT_TRUE(broken.pull_all<short>() == fresh.pull_all<short>());
+    EXPECT_TRUE(broken.pull_all<short>() == filtered(line, in, 1, 640, 640));
   }
 }
 

@@ -30,11 +30,7 @@ std::vector<std::string> every_element() {
 
 /** The result of one stream without an event in it. */
 Samples undisturbed(const std::string& line, const Samples& in) {
-  Harness harness(line);
-  harness.caps(caps_of(1));
-  harness.push_all(in, 500, 500);
-  harness.end();
-  return harness.pull_all<short>();
+  return filtered(line, in, 1, 500, 500, true);
 }
 
 GstClockTime time_of(std::size_t frames) {
@@ -138,12 +134,10 @@ TEST_F(Scenes, AChangeIsForTheStreamThatItWasMadeIn) {
   harness.set("location", kBand);
   harness.caps(caps_of(1));
   harness.push_all(Samples(in.begin(), in.begin() + 2000), 500, 500);
-  Harness fresh(std::string("jurnconvolve name=it block=480 location=") + kBand);
-  fresh.caps(caps_of(1));
-  fresh.push_all(Samples(in.begin(), in.begin() + 2000), 500, 500);
   const Samples result = harness.pull_all<short>();
   EXPECT_EQ(result.size(), 1920u);
-  EXPECT_TRUE(result == fresh.pull_all<short>());
+  EXPECT_TRUE(result == filtered(std::string("jurnconvolve block=480 location=") + kBand,
+                                 Samples(in.begin(), in.begin() + 2000), 1, 500, 500));
 }
 
 TEST_F(Scenes, PropertiesMayChangeWhileCapsAlternate) {
@@ -151,10 +145,9 @@ TEST_F(Scenes, PropertiesMayChangeWhileCapsAlternate) {
   const struct {
     const char *line, *property;
     std::string values[2];
-    bool mono_only;
   } cases[] = {
-      {"jurnconvolve name=it location=", "location", {kBand, kRings}, false},
-      {"jurnfilter name=it equaliser=", "equaliser", {"\"LP 200\"", "\"PK 1k 3 Q 1\""}, false},
+      {"jurnconvolve name=it location=", "location", {kBand, kRings}},
+      {"jurnfilter name=it equaliser=", "equaliser", {"\"LP 200\"", "\"PK 1k 3 Q 1\""}},
   };
   for (const auto& c : cases) {
     Harness harness(c.line + c.values[0]);
@@ -301,10 +294,9 @@ TEST_F(Scenes, BandsAreChildren) {
   const Samples in = material(4000, 1);
   harness.caps(caps_of(1));
   harness.push_all(in, 500, 500);
-  Harness plain("jurnfilter tail=false name=it equaliser=\"HP 80 order 4; PK 3k -4.5 Q 2.25\"");
-  plain.caps(caps_of(1));
-  plain.push_all(in, 500, 500);
-  EXPECT_TRUE(harness.pull_all<short>() == plain.pull_all<short>());
+  EXPECT_TRUE(harness.pull_all<short>() ==
+              filtered("jurnfilter tail=false equaliser=\"HP 80 order 4; PK 3k -4.5 Q 2.25\"", in,
+                       1, 500, 500));
   const auto set_type = [&](guint band, const char* name) {
     GObject* const child = gst_child_proxy_get_child_by_index(GST_CHILD_PROXY(it), band);
     gst_util_set_object_arg(child, "type", name);
@@ -380,14 +372,9 @@ TEST_F(Scenes, AnyOtherResponseFadesIn) {
 TEST_F(Scenes, TheLastSourceThatIsSetWins) {
   const std::string band = kBand;
   const std::string routes = write("routes.txt", "1 1 " + band + "\n");
-  Harness harness("jurnconvolve name=it routes=" + routes + " location=" + kRings);
-  harness.caps(caps_of(1));
   const Samples in = material(2000, 1);
-  harness.push_all(in, 500, 500);
-  Harness plain(std::string("jurnconvolve name=it location=") + kRings);
-  plain.caps(caps_of(1));
-  plain.push_all(in, 500, 500);
-  EXPECT_TRUE(harness.pull_all<short>() == plain.pull_all<short>());
+  EXPECT_TRUE(undisturbed("jurnconvolve routes=" + routes + " location=" + kRings, in) ==
+              undisturbed(std::string("jurnconvolve location=") + kRings, in));
 }
 
 TEST_F(Scenes, PresetsRestoreAnElement) {
