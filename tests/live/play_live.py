@@ -1,5 +1,6 @@
 """`jurn-filter live` in a PipeWire of its own, without a sound card: the tool's samples, whatever the
 quantum; files saved anew, broken, and of other kinds; other rates; a server that dies; the service.
+With a number of minutes: its memory, while one file after the other takes the place of what runs.
 """
 
 import os
@@ -89,10 +90,11 @@ class Server:
 class Live:
     """The tool, with what it says and prints."""
 
-    def __init__(self, *words, name="JURN", leads_to="silence"):
+    def __init__(self, *words, name="JURN", leads_to="silence", seconds=600):
         self.words = words
         self.log = open(f"{name}.log", "w+", encoding="utf-8")
-        self.process = subprocess.Popen([TOOL, "live", *words, "--name", name, "--check", "600"],
+        self.process = subprocess.Popen([TOOL, "live", *words, "--name", name, "--check",
+                                         str(seconds)],
                                         stdin=subprocess.DEVNULL, stdout=self.log,
                                         stderr=self.log)
         wait_for(lambda: self.process.poll() is not None or
@@ -363,6 +365,37 @@ def scene_documents(_):
             fail(command + ": " + done.stderr)
 
 
+def soak(minutes):
+    """Music without an end, and every second another filter, of another kind."""
+    noise("minute.wav", 60)
+    write("eq.txt", EQUALISER)
+    write("quiet.txt", "Preamp: -12 dB\n")
+    shutil.copy("eq.txt", "filter")
+    live = Live("filter", seconds=60 * minutes + 60)
+    player = play("minute.wav")
+    resident, end = [], time.monotonic() + 60 * minutes
+    while time.monotonic() < end:
+        for file in ("quiet.txt", HALL, "eq.txt"):
+            shutil.copy(file, "filter.new")
+            os.replace("filter.new", "filter")
+            time.sleep(1)
+            if live.process.poll() is not None:
+                fail("ended: " + live.said())
+            with open(f"/proc/{live.process.pid}/status", encoding="ascii") as status:
+                resident += [int(line.split()[1]) for line in status if line.startswith("VmRSS")]
+            if player.poll() is not None:
+                player = play("minute.wav")
+    player.kill()
+    live.end()
+    quarter = len(resident) // 4
+    # The least of some measurements, which lie within a fade or behind it.
+    early, late = min(resident[quarter:2 * quarter]), min(resident[-quarter:])
+    print(f"{len(resident)} files: {early / 1024:.1f} MiB after a quarter, {late / 1024:.1f} at the end, "
+          f"at most {max(resident) / 1024:.1f};", *live.said().split("\n", 1)[1].split())
+    if late - early > 1024 or "runs on" in live.said():
+        fail(f"grew by {late - early} KiB: {live.said()}")
+
+
 SCENES = [scene_same_samples, scene_file_changes, scene_rates_and_servers, scene_long_room,
           scene_service, scene_microphone, scene_keys, scene_documents]
 
@@ -378,7 +411,9 @@ def main():
             file.write(SETTINGS)
         server = Server()
         try:
-            for scene in SCENES:
+            if sys.argv[1:]:
+                soak(float(sys.argv[1]))
+            for scene in [] if sys.argv[1:] else SCENES:
                 scene(server)
         finally:
             server.stop()
