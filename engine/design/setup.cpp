@@ -35,7 +35,6 @@ void append(const SetupStep& step, Setup* setup) {
   FilterDesign& whole = last->design;
   whole.b.insert(whole.b.end(), step.design.b.begin(), step.design.b.end());
   whole.a.insert(whole.a.end(), step.design.a.begin(), step.design.a.end());
-  whole.delay += step.design.delay;
   if (last->name != step.name) last->name += ", " + step.name;
 }
 

@@ -114,6 +114,29 @@ Counted count_bytes(int descriptor, std::int64_t bytes) {
   return {before + length, false};
 }
 
+/** Throws for a WAV file with an entry of a list that is larger than 2 GiB: libsndfile takes its
+ * length for a way back, and goes it for ever. read_head(at, head) is false where no 8 bytes are
+ * left. */
+template <typename ReadHead>
+void check_lists(const std::string& path, ReadHead read_head) {
+  unsigned char head[8];
+  if (!read_head(0, head)) return;
+  const bool big_endian = std::memcmp(head, "RIFX", 4) == 0;
+  if (!big_endian && std::memcmp(head, "RIFF", 4) != 0 && std::memcmp(head, "RF64", 4) != 0) return;
+  for (std::uint64_t at = 12, next = 0; read_head(at, head); at = next) {
+    next = at + 8 + read_number(head + 4, 4, big_endian);
+    next += next % 2;
+    if (std::memcmp(head, "LIST", 4) != 0) continue;
+    for (at += 12; at < next && read_head(at, head); at += at % 2) {
+      const std::uint64_t length = read_number(head + 4, 4, big_endian);
+      if (length > INT32_MAX)
+        throw Error(kInputError, path + ": is damaged (an entry of a list counts " +
+                                     std::to_string(length) + " bytes)");
+      at += 8 + length;
+    }
+  }
+}
+
 /** Throws when the header of a file counts more bytes than the file has: libsndfile would read what
  * is left of the recording and keep quiet. Some programs miscount by a header. */
 void check_complete(const std::string& path, std::uint64_t counted, std::int64_t bytes) {
@@ -171,6 +194,11 @@ AudioReader::AudioReader(const std::string& path, int max_channels, InputFormat 
       lseek(descriptor_.get(), 0, SEEK_SET);
     }
   }
+  if (!raw)
+    check_lists(path_, [&](std::uint64_t at, unsigned char* head) {
+      if (pipe_) return pipe_->look(at, head);
+      return pread(descriptor_.get(), head, 8, static_cast<off_t>(at)) == 8;
+    });
   std::unique_lock lock(opening_by_libsndfile, std::defer_lock);
   if (!pipe_) lock.lock();  // a pipe may wait for its writer
   // libsndfile closes what it cannot read, whatever it is told. By then the number may be that of

@@ -92,6 +92,13 @@ bool PipeReader::fill_head(std::size_t size) {
   return true;
 }
 
+bool PipeReader::look(std::uint64_t at, unsigned char* head) {
+  const std::size_t from = static_cast<std::size_t>(at);
+  if (at > kHeadBytes || !fill_head(from + 8) || head_.compare(from, 4, "data") == 0) return false;
+  std::memcpy(head, &head_[from], 8);
+  return true;
+}
+
 void PipeReader::complete_wav_header() {
   if (!fill_head(12) || head_.compare(0, 4, "RIFF") != 0 || head_.compare(8, 4, "WAVE") != 0)
     return;

@@ -21,6 +21,9 @@ class PipeReader {
   /** Copies the whole stream to a file. */
   void copy_to(int file);
 
+  /** The 8 bytes of a chunk's head that come before the samples, which stay where they are. */
+  bool look(std::uint64_t at, unsigned char* head);
+
   SNDFILE* open(SF_INFO* info);
 
   /** The errno of a failed read, or 0. */

@@ -53,6 +53,17 @@ class CarefulUseTest(ToolTest):
                 if not name.endswith(".ogg"):  # which is another recording
                     np.testing.assert_array_equal(got, read("in.wav")[1][:len(got)])
 
+    def test_lists_that_lead_back(self):
+        """libsndfile would read such a header for ever."""
+        wavfile.write("in.wav", 8000, np.arange(-4000, 4000, dtype=np.int16))
+        whole = contents("in.wav")
+        back = b"LIST" + struct.pack("<I", 20) + b"INFOISFT" + struct.pack("<I", 2**32 - 9) + bytes(8)
+        for name, content in (("before.wav", whole[:36] + back + whole[36:]), ("behind.wav", whole + back)):
+            write(name, content)
+            self.assert_fails(["average", name, "out.wav", "--length", "1"], name + ": is damaged")
+        _, errors = self.shell("cat before.wav | jurn average - out.wav --length 1 --partial", 3)
+        self.assertIn("4294967287 bytes", errors)
+
     def test_lengths_of_zero(self):
         wavfile.write("in.wav", 8000, np.arange(-4000, 4000, dtype=np.int16))
         whole = bytearray(contents("in.wav"))
