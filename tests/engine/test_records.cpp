@@ -23,6 +23,13 @@ void set_channels(Record& r, int channels) {
   r.chanel = channels;
 }
 
+void set_sections(Filter_ID& r) {
+  r.n = 2;
+  r.ns = 1;
+}
+template <class Record>
+void set_sections(Record&) {}
+
 /** The same filter, whatever the lengths: what they have more is zeros. */
 template <class Record>
 std::unique_ptr<Record> filter_of(int kind, int channels, int blen, int alen) {
@@ -34,6 +41,7 @@ std::unique_ptr<Record> filter_of(int kind, int channels, int blen, int alen) {
   r->filtertype = kind;
   r->blen = blen;
   r->alen = alen;
+  set_sections(*r);
   reset(*r);
   return r;
 }
@@ -79,10 +87,9 @@ void goes_on(int kind, int channels) {
 }
 
 TEST(Records, GoOnFromThePastOfTheFilterBefore) {
-  for (const int kind : {JURN_FIR, JURN_IIR}) {
-    goes_on<Filterf_ID>(kind, 1);
+  for (const int kind : {JURN_FIR, JURN_IIR}) goes_on<Filterf_ID>(kind, 1);
+  for (const int kind : {JURN_FIR, JURN_IIR, JURN_CASCADE})
     for (const int channels : {1, 2}) goes_on<Filter_ID>(kind, channels);
-  }
   goes_on<Filterlongfir_ID>(JURN_IIR, 2);
 }
 

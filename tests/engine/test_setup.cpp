@@ -94,7 +94,10 @@ std::vector<double> run(Stream* stream, const std::vector<double>& x, std::size_
 TEST(Setups, ComputeEachStepInTurn) {
   std::vector<double> x = tone(3000);
   for (std::size_t i = 0; i < x.size(); ++i) x[i] += 0.1 * std::sin(static_cast<double>(i * i));
-  const auto setup = two_way(1500.0, 37, 0.75, true);
+  auto setup = two_way(1500.0, 37, 0.75, true);
+  SetupStep more_taps = setup.steps.back();
+  more_taps.design.b = {0.5, -0.25};
+  setup.steps.push_back(more_taps);
   Stream stream(format_for(1, 2), voice_of(setup));
   const std::vector<double> y = run(&stream, x, 1000);
   stream.reset();
@@ -117,9 +120,11 @@ TEST(Setups, ComputeEachStepInTurn) {
       expected.insert(expected.begin(), 37, 0.0);
       for (double& sample : expected) sample *= 0.75;
     }
-    for (std::size_t i = 3; i < x.size(); ++i)
+    for (std::size_t i = 4; i < x.size(); ++i)
       ASSERT_NEAR(y[2 * i + c],
-                  0.5 * expected[i] + 0.25 * expected[i - 1] - 0.125 * expected[i - 3], 1e-12)
+                  0.25 * expected[i] - 0.0625 * expected[i - 2] - 0.0625 * expected[i - 3] +
+                      0.03125 * expected[i - 4],
+                  1e-12)
           << c << " " << i;
   }
 }
@@ -128,7 +133,8 @@ TEST(Setups, FadeFromOneToAnother) {
   const std::vector<double> x = tone(60000);
   for (const bool has_taps : {false, true}) {
     SCOPED_TRACE(has_taps);
-    const auto first = two_way(500.0, 37, 1.0, has_taps), next = two_way(90.0, 200, 0.5, has_taps);
+    auto first = two_way(500.0, 37, 1.0, has_taps), next = two_way(90.0, 200, 0.5, has_taps);
+    if (has_taps) std::swap(first, next);
     Stream plain(format_for(1, 2), voice_of(first)), same(format_for(1, 2), voice_of(first)),
         changing(format_for(1, 2), voice_of(first)), last(format_for(1, 2), voice_of(next));
     const std::vector<double> head(x.begin(), x.begin() + 20000), rest(x.begin() + 20000, x.end());
