@@ -135,6 +135,8 @@ TEST(Setups, FadeFromOneToAnother) {
     SCOPED_TRACE(has_taps);
     auto first = two_way(500.0, 37, 1.0, has_taps), next = two_way(90.0, 200, 0.5, has_taps);
     if (has_taps) std::swap(first, next);
+    for (auto* const setup : {&first, &next})
+      setup->steps.insert(setup->steps.begin(), crossover(EqualiserType::kHighPass, 30.0, {0}));
     Stream plain(format_for(1, 2), voice_of(first)), same(format_for(1, 2), voice_of(first)),
         changing(format_for(1, 2), voice_of(first)), last(format_for(1, 2), voice_of(next));
     const std::vector<double> head(x.begin(), x.begin() + 20000), rest(x.begin() + 20000, x.end());
