@@ -40,7 +40,8 @@ bool holds_routes(std::string_view text) {
 
 std::string content_of(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  if (!file || std::filesystem::is_directory(path)) fail(path, "cannot be read");
+  std::error_code ignored;
+  if (!file || std::filesystem::is_directory(path, ignored)) fail(path, "cannot be read");
   return plain_text(std::string(std::istreambuf_iterator<char>(file), {}));
 }
 

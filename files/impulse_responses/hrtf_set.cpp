@@ -11,12 +11,15 @@
 namespace jurn {
 namespace {
 
+constexpr double kLargestTap = 1e6;  // where the loudness in front is 1
+
 [[noreturn]] void refuse(const std::string& path, const std::string& message) {
   throw Error(kInputError, path + ": " + message);
 }
 
 [[noreturn]] void fail(const std::string& path, int reason) {
-  if (!std::filesystem::exists(path)) refuse(path, "no such file");
+  std::error_code ignored;
+  if (!std::filesystem::exists(path, ignored)) refuse(path, "no such file");
   if (reason == MYSOFA_NO_MEMORY)  // its own limit as well, which a damaged length exceeds
     refuse(path, "is damaged, or too large for the memory");
   refuse(path, "no SOFA file of head-related impulse responses (libmysofa's error " +
@@ -34,12 +37,16 @@ HrtfSet::HrtfSet(const std::string& path, int rate) {
   const double native = original->DataSamplingRate.values[0];
   if (!(native >= 1000.0 && native <= 1e6))  // libmysofa would resample by any ratio
     refuse(path, "is at a sampling rate of " + shown(native) + " Hz");
-  const MYSOFA_ARRAY& responses = original->DataIR;
-  if (!std::all_of(responses.values, responses.values + responses.elements,
-                   [](float tap) { return std::isfinite(tap); }))
-    refuse(path, "holds responses that are no finite numbers");
+  double peak = 0.0;
+  for (unsigned i = 0; i < original->DataIR.elements; ++i) {
+    const double tap = static_cast<double>(original->DataIR.values[i]);
+    if (!std::isfinite(tap)) refuse(path, "holds responses that are no finite numbers");
+    peak = std::max(peak, std::abs(tap));
+  }
   gain_ = mysofa_loudness(original.get()) * native / rate;
   if (!std::isfinite(gain_)) refuse(path, "is silent in front of the listener");
+  if (!(peak * gain_ <= kLargestTap))
+    refuse(path, "is damaged (a tap is " + shown(peak * gain_) + " times the loudness in front)");
   set_.reset(mysofa_open_no_norm(path.c_str(), static_cast<float>(rate), &measured_, &error));
   if (!set_) fail(path, error);
   const MYSOFA_ARRAY& delays = set_->hrtf->DataDelay;

@@ -58,7 +58,8 @@ std::string read_text(const std::string& path, std::streamsize most) {
 /** What a file holds; recordings of every kind are audio. */
 CoefficientFormat format_of(const std::string& path, const ImpulseResponseOptions& options) {
   if (options.format != CoefficientFormat::kByContent) return options.format;
-  if (!std::filesystem::is_regular_file(path)) return CoefficientFormat::kAudio;
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(path, ignored)) return CoefficientFormat::kAudio;
   const std::string bytes = read_text(path, 512), head = plain_text(bytes);
   const std::string_view kind = kind_of_file(bytes);
   for (const char* arrays :

@@ -134,6 +134,7 @@ class BadInputTest(ToolTest):
                 (["--ir", "two.wav", "--block", 4097], 2, "4096"),
                 (["--ir", "two.wav", "--fft", "--block", 2000], 2, "1056"),
                 (["--ir", "nan.wav"], 3, "nan.wav", "finite"),
+                (["--ir", "x" * 300], 3, "jurn-filter: xxx", "no such file"),
                 (["--ir", "zero.wav", "--normalise"], 3, "zero.wav", "silent"),
                 (["--ir", "two.wav", "--route", "crossed"], 2, "stereo"),
                 (["--ir", "two.wav", "--route", "straight"], 2, "2 channels"),
@@ -146,12 +147,13 @@ class BadInputTest(ToolTest):
         changed = []
         if importlib.util.find_spec("h5py"):
             import h5py
-            for i, (array, value, *words) in enumerate((
-                    ("Data.Delay", 40000, "43538;", "32767"),  # at 48 kHz
-                    ("Data.IR", np.nan, "finite"), ("Data.IR", 0, "silent"), ("Data.SamplingRate", 0.5, "0.5 Hz"))):
+            for i, (array, where, value, *words) in enumerate((
+                    ("Data.Delay", ..., 40000, "43538;", "32767"),  # at 48 kHz
+                    ("Data.IR", ..., np.nan, "finite"), ("Data.IR", ..., 0, "silent"),
+                    ("Data.IR", (99, 0, 3), 3e38, "damaged", "e+3"), ("Data.SamplingRate", ..., 0.5, "0.5 Hz"))):
                 shutil.copy("/usr/share/libmysofa/default.sofa", f"changed{i}.sofa")
                 with h5py.File(f"changed{i}.sofa", "r+") as file:
-                    file[array][...] = value
+                    file[array][where] = value
                 changed.append((["--sofa", f"changed{i}.sofa"], f"changed{i}.sofa", *words))
         for arguments, *words in (*changed, (["--sofa", "two.wav"], "two.wav", "SOFA"),
                                   (["--sofa", "missing.sofa"], "missing.sofa", "no such file")):

@@ -122,8 +122,9 @@ std::vector<std::string> name_results(const Files& files) {
 
 /** Recordings at a time. Pipes are read one after the other, as whoever writes them expects. */
 std::size_t jobs_at_once(const Files& files) {
+  std::error_code ignored;
   for (const std::string& input : files.names)
-    if (!std::filesystem::is_regular_file(input)) return 1;
+    if (!std::filesystem::is_regular_file(input, ignored)) return 1;
   return files.jobs ? static_cast<std::size_t>(files.jobs) : std::thread::hardware_concurrency();
 }
 
