@@ -123,11 +123,12 @@ void check_lists(const std::string& path, ReadHead read_head) {
   if (!read_head(0, head)) return;
   const bool big_endian = std::memcmp(head, "RIFX", 4) == 0;
   if (!big_endian && std::memcmp(head, "RIFF", 4) != 0 && std::memcmp(head, "RF64", 4) != 0) return;
-  for (std::uint64_t at = 12, next = 0; read_head(at, head); at = next) {
+  // Zeros, which a recording may be followed by, are no chunks.
+  for (std::uint64_t at = 12, next = 0; read_head(at, head) && head[0] != 0; at = next) {
     next = at + 8 + read_number(head + 4, 4, big_endian);
     next += next % 2;
     if (std::memcmp(head, "LIST", 4) != 0) continue;
-    for (at += 12; at < next && read_head(at, head); at += at % 2) {
+    for (at += 12; at < next && read_head(at, head) && head[0] != 0; at += at % 2) {
       const std::uint64_t length = read_number(head + 4, 4, big_endian);
       if (length > INT32_MAX)
         throw Error(kInputError, path + ": is damaged (an entry of a list counts " +
