@@ -117,8 +117,11 @@ class DesignTest(ToolTest):
             done = subprocess.run(["./use"], input=whole.tobytes(), capture_output=True, check=True)
             np.testing.assert_array_equal(np.frombuffer(done.stdout, np.int16).reshape(-1, 2),
                                           result[:len(whole)], name)
-        self.run_tool("export", "double.npy", "--eq", "PK 100 3 Q 1", "--rate", 96000, "--precision",
-                      "double")
+        wanted = ["--eq", "PK 100 3 Q 1", "--rate", 96000, "--precision"]
+        self.run_tool("export", "double.npy", *wanted, "double")
+        for precision, suffix in (("double", ""), ("int16", "f")):  # a compiler would round to float
+            self.run_tool("export", precision + ".h", *wanted, precision)
+            self.assertRegex(contents(precision + ".h").decode(), r"\.\d+%s[,}]" % suffix)
         np.testing.assert_allclose(np.load("double.npy"), equaliser([("PK", 100, 3, 1)], 96000),
                                    rtol=1e-12, atol=1e-14)
         self.assertEqual(io.loadmat("c.mat")["b"].shape, (1, 31))
