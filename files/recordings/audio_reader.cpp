@@ -27,6 +27,8 @@ constexpr std::int64_t kNoLength = std::int64_t{1} << 50;  // beyond it nobody k
 void check_readable(const std::string& path) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
+  if (status.type() == fs::file_type::none)  // a name too long, or a folder that is closed
+    throw Error(kInputError, path + ": " + error.message());
   if (!fs::exists(status)) throw Error(kInputError, path + ": no such file");
   if (fs::is_directory(status)) throw Error(kInputError, path + ": is a directory");
   if (access(path.c_str(), R_OK) != 0) throw Error(kInputError, path + ": " + std::strerror(errno));

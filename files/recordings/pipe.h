@@ -21,7 +21,8 @@ class PipeReader {
   /** Copies the whole stream to a file. */
   void copy_to(int file);
 
-  /** The 8 bytes of a chunk's head that come before the samples, which stay where they are. */
+  /** Copies the 8 bytes of a chunk's head, which libsndfile reads again; false at the samples and
+   * where there is none. */
   bool look(std::uint64_t at, unsigned char* head);
 
   SNDFILE* open(SF_INFO* info);

@@ -413,8 +413,9 @@ def main():
         try:
             if sys.argv[1:]:
                 soak(float(sys.argv[1]))
-            for scene in [] if sys.argv[1:] else SCENES:
-                scene(server)
+            else:
+                for scene in SCENES:
+                    scene(server)
         finally:
             server.stop()
 

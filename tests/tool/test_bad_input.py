@@ -134,7 +134,7 @@ class BadInputTest(ToolTest):
                 (["--ir", "two.wav", "--block", 4097], 2, "4096"),
                 (["--ir", "two.wav", "--fft", "--block", 2000], 2, "1056"),
                 (["--ir", "nan.wav"], 3, "nan.wav", "finite"),
-                (["--ir", "x" * 300], 3, "jurn-filter: xxx", "no such file"),
+                (["--ir", "x" * 300], 3, "jurn-filter: xxx", "too long"),
                 (["--ir", "zero.wav", "--normalise"], 3, "zero.wav", "silent"),
                 (["--ir", "two.wav", "--route", "crossed"], 2, "stereo"),
                 (["--ir", "two.wav", "--route", "straight"], 2, "2 channels"),
