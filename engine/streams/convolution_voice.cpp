@@ -142,6 +142,7 @@ class ConvolutionVoice : public Voice {
 
   void reset() override {
     MORVAX_ConvolutionReset_API(stream_->get());
+    bad_samples_ = 0;
     if (!next_) return;
     previous_ = std::move(room_);
     room_ = std::exchange(next_, nullptr);

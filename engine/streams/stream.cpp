@@ -308,6 +308,7 @@ void Stream::reset() {
   count_ = 1;
   heard_ = 0;
   previewed_ = false;
+  bad_samples_ = 0;
 }
 
 int Stream::tail() const {

@@ -88,8 +88,9 @@ class Stream {
   /** The newest filter that sounds. */
   const Voice& voice() const { return *voices_[count_ - 1].change->voice; }
 
-  /** Input samples that were infinite or no number; they count as 0. */
-  unsigned long long bad_samples() const { return bad_samples_; }
+  /** Input samples since the beginning or the reset that were infinite or no number; they count
+   * as 0. */
+  unsigned long long bad_samples() const { return bad_samples_ + voice().bad_samples(); }
 
   /** Hands over what is no longer needed, a list by `next`, to be freed on another thread. */
   Change* take_retired();

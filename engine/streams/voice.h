@@ -114,7 +114,8 @@ class Voice {
   /** Whether a filter of 16 bits runs with numbers that are infinite or none. */
   virtual bool is_lost() const { return false; }
 
-  /** Input samples that were infinite or no number; they count as 0. */
+  /** Interleaved samples since the beginning or the reset that were infinite or no number; they
+   * count as 0. */
   virtual unsigned long long bad_samples() const { return 0; }
 
  private:

@@ -121,6 +121,28 @@ std::unique_ptr<Filterlongfir_ID> long_of(int kind, int channels, int taps) {
   return r;
 }
 
+TEST(Records, FadeInsideFromAPastOfAnyLength) {
+  for (const int kind : {JURN_LONG_TWO_FILTERS, JURN_LONG_MONO_TO_STEREO}) {
+    const int channels = kind == JURN_LONG_TWO_FILTERS ? 2 : 1;
+    std::vector<short> in(200), out[2];
+    for (std::size_t i = 0; i < in.size(); ++i) in[i] = static_cast<short>(i * i * 37);
+    for (const bool fades : {false, true}) {
+      const auto r = long_of(kind, channels, 4), same = long_of(kind, channels, 4);
+      int at = 0, last = 0;
+      for (const int frames : {50, 2, 7, 30}) {
+        if (frames == 7 && fades) fade_inside(*r, *same);
+        move_histories(*r, last, frames);
+        std::vector<short> block(static_cast<std::size_t>(2 * frames));
+        records::run(*r, in.data() + at * channels, frames, block.data());
+        out[fades].insert(out[fades].end(), block.begin(), block.end());
+        at += frames;
+        last = frames;
+      }
+    }
+    for (std::size_t i = 0; i < out[0].size(); ++i) ASSERT_NEAR(out[1][i], out[0][i], 1) << i;
+  }
+}
+
 TEST(Records, GoOnFromTheirBytesAndRefuseOthers) {
   const auto check = [](auto record, auto next) {
     using Stream = RecordStream<typename decltype(record)::element_type>;

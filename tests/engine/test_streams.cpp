@@ -12,6 +12,7 @@
 #include "../allocations.h"
 #include "design/prepare.h"
 #include "errors.h"
+#include "streams/recipe.h"
 #include "streams/setup_voice.h"
 #include "streams/state_bytes.h"
 #include "streams/stream.h"
@@ -537,23 +538,45 @@ TEST(Streams, RefuseBytesThatAreNotTheirs) {
   EXPECT_THROW(loudspeakers.store(&to), Error);
   Stream shortest(format, make_mean(1, Precision::kInt16, format));
   EXPECT_EQ(refusal(stored(&shortest)), "none");
+  Recipe wrong[] = {recipe_of_mean(-1, Precision::kDouble),
+                    recipe_of_mean(kMaxAverage + 1, Precision::kInt16),
+                    recipe_of(Voice::Kind::kFir, Runs::kFir, peak(1000.0, 3.0, 1.0), 0),
+                    recipe_of(Voice::Kind::kSections, Runs::kFir, peak(1000.0, 3.0, 1.0), 0),
+                    recipe_of(Voice::Kind::kSections, Runs::kSections, low_pass(9), 0),
+                    recipe_of(Voice::Kind::kDirectForm, Runs::kDirectForm, low_pass(9), 0)};
+  wrong[0].prepared.tail = 0;
+  for (Recipe& recipe : wrong) {
+    StateBytes forged;
+    forged.pass(&recipe.kind);
+    pass(&forged, &recipe);
+    std::vector<char> any_past(100000);
+    forged.pass_all(&any_past);
+    const std::string bytes = forged.sealed("voice");
+    StateBytes from(bytes, "voice");
+    EXPECT_THROW(restored_voice(&from, format), Error) << &recipe - wrong;
+  }
 }
 
 TEST(Streams, CountWhatIsNoNumberAsSilence) {
-  for (const Kind& kind : all_kinds()) {
-    SCOPED_TRACE(kind.name);
-    const Format format = format_of(1);
-    Stream bad(format, kind.make(format)), good(format, kind.make(format));
-    std::vector<float> x(6400);
-    for (std::size_t i = 0; i < x.size(); ++i) x[i] = static_cast<float>(i % 100);
-    std::vector<float> zeroed = x;
-    for (const std::size_t at : {100u, 2000u, 2001u, 6399u}) {
-      x[at] = at % 2 ? std::nanf("") : HUGE_VALF;
-      zeroed[at] = 0.0f;
+  for (const Kind& kind : all_kinds())
+    for (const int history : {0, 48000}) {
+      SCOPED_TRACE(std::string(kind.name) + ", " + std::to_string(history));
+      Format format = format_of(1);
+      format.history = history;
+      Stream bad(format, kind.make(format)), good(format, kind.make(format));
+      std::vector<double> x(6400);
+      for (std::size_t i = 0; i < x.size(); ++i) x[i] = static_cast<double>(i % 100);
+      std::vector<double> zeroed = x;
+      for (const std::size_t at : {100u, 2000u, 2001u, 6399u}) {
+        x[at] = at % 2 ? std::nan("") : HUGE_VAL;
+        zeroed[at] = 0.0;
+      }
+      EXPECT_EQ(run(&bad, x, {64}), run(&good, zeroed, {64}));
+      EXPECT_EQ(bad.bad_samples(), 4u);
+      EXPECT_EQ(good.bad_samples(), 0u);
+      bad.reset();
+      EXPECT_EQ(bad.bad_samples(), 0u);
     }
-    EXPECT_EQ(run(&bad, x, {64}), run(&good, zeroed, {64}));
-    EXPECT_EQ(bad.bad_samples(), 4u);
-  }
 }
 
 }  // namespace

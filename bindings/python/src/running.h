@@ -267,25 +267,19 @@ class Running {
             static_cast<std::size_t>(format.outputs)};
   }
 
-  unsigned long long found() const {
-    // Those that change take samples in pieces, which the stream counts itself.
-    return stream_.bad_samples() +
-           (stream_.format().history > 0 ? 0 : stream_.voice().bad_samples());
-  }
-
   template <typename Sample>
   void process(const Sample* in, py::ssize_t frames, Sample* out) {
-    const unsigned long long before = found();
+    const unsigned long long before = stream_.bad_samples();
     for (py::ssize_t done = 0; done < frames; done += kFrames)
       stream_.process(in + done * stream_.format().inputs,
                       static_cast<int>(std::min(frames - done, kFrames)),
                       out + done * stream_.format().outputs);
-    bad_samples_ += found() - before;
+    bad_samples_ += stream_.bad_samples() - before;
   }
 
   template <typename Sample>
   void process_planar(const Sample* in, py::ssize_t frames, Sample* out) {
-    const unsigned long long before = found();
+    const unsigned long long before = stream_.bad_samples();
     std::vector<const Sample*> from(static_cast<std::size_t>(stream_.format().inputs));
     std::vector<Sample*> to(static_cast<std::size_t>(stream_.format().outputs));
     for (py::ssize_t done = 0; done < frames; done += kFrames) {
@@ -295,7 +289,7 @@ class Running {
         to[c] = out + static_cast<py::ssize_t>(c) * frames + done;
       stream_.process(from.data(), static_cast<int>(std::min(frames - done, kFrames)), to.data());
     }
-    bad_samples_ += found() - before;
+    bad_samples_ += stream_.bad_samples() - before;
   }
 
   /** Of a filter that works in blocks: what has come of a block that is not complete is put out
