@@ -25,8 +25,8 @@ class ScriptsTest(unittest.TestCase):
             file.write("#!/bin/sh\n" + text)
         os.chmod(path, 0o755)
 
-    def install(self, *packages):
-        environment = {**os.environ, "PATH": self.folder + ":" + os.environ["PATH"]}
+    def install(self, *packages, **variables):
+        environment = {**os.environ, "PATH": self.folder + ":" + os.environ["PATH"], **variables}
         return subprocess.run([os.path.join(SCRIPTS, "install-packages"), *packages], env=environment,
                               capture_output=True, text=True, timeout=60)
 
@@ -50,6 +50,13 @@ class ScriptsTest(unittest.TestCase):
         self.assertEqual((done.returncode, done.stderr),
                          (1, "E: Unable to locate package missing\n"))
         self.assertEqual(self.install("here").returncode, 0)
+
+    def test_names_packages_where_there_is_no_apt(self):
+        done = self.install("one", "two", PATH=self.folder)
+        self.assertEqual(done.returncode, 1)
+        self.assertTrue(done.stderr.endswith("JURN_PACKAGES=there: one two\n"), done.stderr)
+        done = self.install("one", "two", PATH=self.folder, JURN_PACKAGES="there")
+        self.assertEqual((done.returncode, done.stdout + done.stderr), (0, ""))
 
     def test_swift_knows_every_file(self):
         root = pathlib.Path(SCRIPTS).resolve().parent
