@@ -1,11 +1,14 @@
-// Decibels and pi.
+// Decibels, pi and the logarithm of two.
 #pragma once
 
 #include <cmath>
 
+#include "design/elementary.h"
+
 namespace jurn {
 
 inline constexpr double kPi = 3.14159265358979323846;
+inline constexpr double kLogTwo = 0.69314718055994530942;
 
 /** A ratio of amplitudes in decibels. */
 inline double to_decibels(double ratio) {
@@ -19,7 +22,7 @@ inline double power_to_decibels(double ratio) {
 
 /** The ratio of amplitudes that decibels stand for. */
 inline double from_decibels(double decibels) {
-  return std::pow(10.0, decibels / 20.0);
+  return elementary::power_of_ten(decibels / 20.0);
 }
 
 }  // namespace jurn

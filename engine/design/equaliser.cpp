@@ -1,9 +1,11 @@
 #include "exact.h"
 
 #include "design/equaliser.h"
-#include "units.h"
 
 #include <cmath>
+
+#include "design/elementary.h"
+#include "units.h"
 
 namespace jurn {
 namespace {
@@ -17,12 +19,13 @@ void set(double* x, double x0, double x1, double x2) {
 void append_section(const EqualiserFilter& f, int rate, std::vector<double>* out) {
   const double amp = from_decibels(f.gain / 2.0);
   const double w = 2.0 * kPi * f.frequency / rate;
-  const double c = std::cos(w), s = std::sin(w);
+  const double c = elementary::cos(w), s = elementary::sin(w);
   // (1 - c) / 2 and (1 + c) / 2; at low frequencies the difference would have few digits.
-  const double low = std::pow(std::sin(w / 2.0), 2.0), high = std::pow(std::cos(w / 2.0), 2.0);
+  const double half_c = elementary::cos(w / 2.0), half_s = elementary::sin(w / 2.0);
+  const double low = half_s * half_s, high = half_c * half_c;
   const double q = f.q > 0.0 ? f.q : std::sqrt(0.5);
   const double alpha =
-      f.octaves > 0.0 ? s * std::sinh(std::log(2.0) / 2.0 * f.octaves * w / s) : s / (2.0 * q);
+      f.octaves > 0.0 ? s * elementary::sinh(kLogTwo / 2.0 * f.octaves * w / s) : s / (2.0 * q);
   const double root = 2.0 * std::sqrt(amp) * alpha;
   double b[3] = {1.0 - alpha, -2.0 * c, 1.0 + alpha};  // all-pass
   double a[3] = {1.0 + alpha, -2.0 * c, 1.0 - alpha};
@@ -63,7 +66,7 @@ void append_section(const EqualiserFilter& f, int rate, std::vector<double>* out
 
 /** A section of first order, (b0 w + b1 s) / (a0 w + a1 s). */
 void append_first_order(const EqualiserFilter& f, int rate, std::vector<double>* out) {
-  const double w = std::tan(kPi * f.frequency / rate);
+  const double w = elementary::tan(kPi * f.frequency / rate);
   const double amp = from_decibels(f.gain / 2.0);
   double b0 = 1.0, b1 = 0.0, a0 = 1.0, a1 = 1.0;  // low-pass
   switch (f.type) {
@@ -97,7 +100,7 @@ void append_first_order(const EqualiserFilter& f, int rate, std::vector<double>*
 void append_butterworth(EqualiserFilter f, int order, int rate, std::vector<double>* out) {
   if (order % 2) append_first_order(f, rate, out);
   for (int k = order / 2 - 1; k >= 0; --k) {
-    f.q = 0.5 / std::sin(kPi * (2 * k + 1) / (2.0 * order));
+    f.q = 0.5 / elementary::sin(kPi * (2 * k + 1) / (2.0 * order));
     append_section(f, rate, out);
   }
 }
@@ -119,8 +122,8 @@ void append_sections(const EqualiserFilter& filter, int rate, std::vector<double
 
 void append_zeros_and_poles(double zero_frequency, double zero_q, double pole_frequency,
                             double pole_q, int rate, std::vector<double>* out) {
-  const double z = std::tan(kPi * zero_frequency / rate);
-  const double p = std::tan(kPi * pole_frequency / rate);
+  const double z = elementary::tan(kPi * zero_frequency / rate);
+  const double p = elementary::tan(kPi * pole_frequency / rate);
   const double z_width = zero_q > 0.0 ? z / zero_q : 0.0, p_width = p / pole_q;
   const double a0 = 1.0 + p_width + p * p;
   for (const double x : {1.0 + z_width + z * z, 2.0 * (z * z - 1.0), 1.0 - z_width + z * z, a0,

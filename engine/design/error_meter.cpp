@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "design/elementary.h"
 #include "design/frequency_response.h"
 #include "design/roots.h"
 #include "design/wide.h"
@@ -24,7 +25,8 @@ std::vector<double> angles_of(const FilterDesign& sections) {
   for (const std::complex<double>& pole : roots_of(sections, sections.a)) {
     const double angle = std::abs(std::arg(pole));
     for (const double aside : {-1.0, -0.5, 0.0, 0.5, 1.0})
-      angles.push_back(std::min(std::max(angle + aside * (1.0 - std::abs(pole)), 0.0), kPi));
+      angles.push_back(
+          std::min(std::max(angle + aside * (1.0 - elementary::magnitude(pole)), 0.0), kPi));
   }
   return angles;
 }
@@ -159,7 +161,7 @@ std::vector<double> section_peaks(const FilterDesign& sections) {
   for (const double angle : angles_of(sections)) {
     double gain = 1.0;
     for (std::size_t k = 0; k < result.size(); ++k) {
-      gain *= std::abs(section_response_at(sections, k, angle).value);
+      gain *= elementary::magnitude(section_response_at(sections, k, angle).value);
       // On a pole the gain tells nothing; between sections it may be a number again.
       if (std::isfinite(gain)) result[k] = std::max(result[k], gain);
     }

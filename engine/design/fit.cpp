@@ -90,7 +90,7 @@ std::vector<EqualiserFilter> written(const std::vector<FitBand>& bands, int rate
   const auto place = [](const EqualiserFilter& f) {
     return f.type == EqualiserType::kLowShelf ? 0 : f.type == EqualiserType::kPeak ? 1 : 2;
   };
-  std::sort(filters.begin(), filters.end(), [&](const auto& x, const auto& y) {
+  std::stable_sort(filters.begin(), filters.end(), [&](const auto& x, const auto& y) {
     return place(x) != place(y) ? place(x) < place(y) : x.frequency < y.frequency;
   });
   return filters;

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstddef>
 
+#include "design/elementary.h"
 #include "design/roots.h"
 #include "units.h"
 
@@ -29,8 +30,8 @@ void apply(const double* c, std::size_t count, Complex x, bool divide, ResponseP
     slope = slope * x + value;
     value = value * x + c[k];
   }
-  const double delay = (slope * x / value).real();
-  h->value = divide ? h->value / value : h->value * value;
+  const double delay = elementary::quotient(slope * x, value).real();
+  h->value = divide ? elementary::quotient(h->value, value) : h->value * value;
   h->delay += divide ? -delay : delay;
 }
 
@@ -54,7 +55,7 @@ std::vector<double> frequencies(int rate) {
 }  // namespace
 
 ResponsePoint response_at(const FilterDesign& design, double frequency) {
-  const Complex x = std::polar(1.0, -frequency);
+  const Complex x = elementary::polar(1.0, -frequency);
   const std::size_t group = group_of(design);
   ResponsePoint h{1.0, 0.0};
   // Section by section, so that the product of many numerators does not leave the numbers.
@@ -65,7 +66,7 @@ ResponsePoint response_at(const FilterDesign& design, double frequency) {
 
 ResponsePoint section_response_at(const FilterDesign& sections, std::size_t k, double frequency) {
   ResponsePoint h{1.0, 0.0};
-  apply_group(sections, 3 * k, 3, std::polar(1.0, -frequency), &h);
+  apply_group(sections, 3 * k, 3, elementary::polar(1.0, -frequency), &h);
   return h;
 }
 

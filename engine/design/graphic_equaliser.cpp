@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "design/elementary.h"
 #include "design/spectrum.h"
 #include "units.h"
 
@@ -18,8 +19,8 @@ double gain_at(const std::vector<GraphicPoint>& points, double frequency) {
   if (above == points.end()) return points.back().gain;
   const GraphicPoint& low = above[-1];
   if (low.frequency <= 0.0) return above->gain;
-  const double part =
-      std::log(frequency / low.frequency) / std::log(above->frequency / low.frequency);
+  const double part = elementary::log(frequency / low.frequency) /
+                      elementary::log(above->frequency / low.frequency);
   return low.gain + part * (above->gain - low.gain);
 }
 
@@ -42,7 +43,8 @@ std::vector<double> linear_phase_taps(const std::vector<GraphicPoint>& points, i
   for (std::size_t i = 0; i < count; ++i) {
     const std::size_t away = i < middle ? middle - i : i - middle;
     const double phase = kPi * static_cast<double>(away) / static_cast<double>(middle + 1);
-    taps[i] = impulse[away].real() / static_cast<double>(bins) * (0.5 + 0.5 * std::cos(phase));
+    taps[i] =
+        impulse[away].real() / static_cast<double>(bins) * (0.5 + 0.5 * elementary::cos(phase));
   }
   return taps;
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "design/elementary.h"
 #include "design/windows.h"
 #include "units.h"
 
@@ -23,7 +24,7 @@ void add_low_pass(double corner, double sign, int rate, std::vector<double>* tap
   for (std::size_t i = middle + 1; i-- > 0;) {
     const double at = static_cast<double>(i), along = at / static_cast<double>(middle);
     const double turn = kPi * step * at;
-    half[i] = (i ? step * std::sin(turn) / turn : step) *
+    half[i] = (i ? step * elementary::sin(turn) / turn : step) *
               bessel_i0(kBeta * std::sqrt(1.0 - along * along));
     sum += i ? 2.0 * half[i] : half[i];
   }
@@ -37,10 +38,12 @@ LinearPhaseBand linear_phase_band(const EqualiserFilter& f, int rate) {
   const double half_rate = rate / 2.0;
   LinearPhaseBand band{0.0, half_rate, f.transition};
   if (f.type == EqualiserType::kBandPass) {
-    const double octaves =
-        f.octaves > 0.0 ? f.octaves : 2.0 * std::asinh(0.5 / f.q) / std::log(2.0);
-    band.low = f.frequency * std::exp2(-octaves / 2.0);
-    band.high = f.frequency * std::exp2(octaves / 2.0);
+    // Half of the band is asinh(1 / 2q) as a logarithm.
+    const double slant = 0.5 / f.q;
+    const double half = f.octaves > 0.0 ? elementary::exp(kLogTwo * f.octaves / 2.0)
+                                        : slant + std::sqrt(slant * slant + 1.0);
+    band.low = f.frequency / half;
+    band.high = f.frequency * half;
   } else if (f.type == EqualiserType::kLowPass) {
     band.high = f.frequency;
   } else {

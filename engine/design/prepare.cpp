@@ -14,6 +14,7 @@
 #include "Convolution_control.h"
 #include "Filter_control.h"
 #include "Sections_control.h"
+#include "design/elementary.h"
 #include "design/error_meter.h"
 #include "design/roots.h"
 #include "design/spectrum.h"
@@ -209,7 +210,8 @@ class Preparation {
     const double radius = result_.pole_radius;
     if (radius >= 1.0) return static_cast<int>(most);
     const double half_a_step = options_.result == SampleFormat::kInt16 ? 0x1p-16 : 0x1p-24;
-    const double frames = radius > 0.0 ? std::log(half_a_step) / std::log(radius) : 0.0;
+    const double frames =
+        radius > 0.0 ? elementary::log(half_a_step) / elementary::log(radius) : 0.0;
     return static_cast<int>(std::min(most, frames + static_cast<double>(d.b.size())));
   }
 

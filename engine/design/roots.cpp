@@ -9,12 +9,14 @@
 #include <limits>
 #include <type_traits>
 
+#include "design/elementary.h"
 #include "design/wide.h"
 
 namespace jurn {
 namespace {
 
 using Complex = std::complex<double>;
+using elementary::magnitude, elementary::quotient;
 
 constexpr double kEpsilon = std::numeric_limits<double>::epsilon();
 constexpr std::size_t kMaxOrder = 64;
@@ -54,8 +56,8 @@ Complex newton_step(const std::vector<Real>& p, Complex z) {
   constexpr double rounding = std::is_same_v<Real, Wide> ? kEpsilon * kEpsilon : kEpsilon;
   const std::size_t n = p.size() - 1;
   const bool outside = std::norm(z) > 1.0;
-  const Complex x = outside ? 1.0 / z : z;
-  const double size = std::abs(x);
+  const Complex x = outside ? quotient(1.0, z) : z;
+  const double size = magnitude(x);
   ComplexOf<Real> wide_value, wide_slope;
   double bound = 0.0;
   for (std::size_t i = 0; i <= n; ++i) {
@@ -66,9 +68,9 @@ Complex newton_step(const std::vector<Real>& p, Complex z) {
   }
   const Complex value(narrow(wide_value.real), narrow(wide_value.imag));
   const Complex slope(narrow(wide_slope.real), narrow(wide_slope.imag));
-  if (std::abs(value) <= 4.0 * rounding * bound) return 0.0;
-  if (!outside) return value / slope;
-  return value / (x * (static_cast<double>(n) * value - x * slope));
+  if (magnitude(value) <= 4.0 * rounding * bound) return 0.0;
+  if (!outside) return quotient(value, slope);
+  return quotient(value, x * (static_cast<double>(n) * value - x * slope));
 }
 
 /** Divides by (z - root) while it is a root exactly. Of a root that comes several times an
@@ -95,12 +97,12 @@ void take_out(double root, std::vector<Wide>* p, std::vector<Complex>* z) {
 template <typename Real>
 std::vector<Complex> iterate(const std::vector<Real>& p) {
   const std::size_t n = p.size() - 1;
-  const double radius =
-      std::pow(std::abs(narrow(p[n]) / narrow(p[0])), 1.0 / static_cast<double>(n));
+  const double radius = elementary::exp(elementary::log(std::abs(narrow(p[n]) / narrow(p[0]))) /
+                                        static_cast<double>(n));
   std::vector<Complex> z;
   for (std::size_t i = 0; i < n; ++i)
-    z.push_back(
-        std::polar(radius, (static_cast<double>(i) + 0.3) * 2.0 * kPi / static_cast<double>(n)));
+    z.push_back(elementary::polar(
+        radius, (static_cast<double>(i) + 0.3) * 2.0 * kPi / static_cast<double>(n)));
   std::vector<bool> done(n, false);
   for (int round = 0; round < 200; ++round) {
     bool all_done = true;
@@ -109,10 +111,10 @@ std::vector<Complex> iterate(const std::vector<Real>& p) {
       const Complex newton = newton_step(p, z[i]);
       Complex others = 0.0;
       for (std::size_t k = 0; k < n && newton != 0.0; ++k)
-        if (k != i && z[k] != z[i]) others += 1.0 / (z[i] - z[k]);
-      const Complex step = newton / (1.0 - newton * others);
-      if (std::isfinite(std::abs(step))) z[i] -= step;
-      done[i] = std::abs(step) <= 1e-15 * std::abs(z[i]);
+        if (k != i && z[k] != z[i]) others += quotient(1.0, z[i] - z[k]);
+      const Complex step = quotient(newton, 1.0 - newton * others);
+      if (std::isfinite(magnitude(step))) z[i] -= step;
+      done[i] = magnitude(step) <= 1e-15 * magnitude(z[i]);
       all_done = all_done && done[i];
     }
     if (all_done) break;
@@ -125,16 +127,16 @@ std::vector<Complex> conjugates(std::vector<Complex> z) {
   std::vector<Complex> result;
   std::vector<Complex> below;
   for (Complex& root : z) {
-    if (std::abs(root.imag()) <= 1e-13 * std::abs(root))
+    if (std::abs(root.imag()) <= 1e-13 * magnitude(root))
       result.push_back(root.real());
     else if (root.imag() < 0.0)
       below.push_back(root);
   }
   for (const Complex& root : z) {
-    if (!(root.imag() > 1e-13 * std::abs(root)) || below.empty()) continue;
+    if (!(root.imag() > 1e-13 * magnitude(root)) || below.empty()) continue;
     const auto partner =
         std::min_element(below.begin(), below.end(), [&](const Complex& x, const Complex& y) {
-          return std::abs(std::conj(x) - root) < std::abs(std::conj(y) - root);
+          return magnitude(std::conj(x) - root) < magnitude(std::conj(y) - root);
         });
     below.erase(partner);
     result.push_back(root);
@@ -177,7 +179,7 @@ void take_nearest(Complex place, std::vector<Complex>* all, std::vector<Complex>
     auto best = all->end();
     for (auto i = all->begin(); i != all->end(); ++i)
       if ((!real_only || i->imag() == 0.0) &&
-          (best == all->end() || std::abs(*i - place) < std::abs(*best - place)))
+          (best == all->end() || magnitude(*i - place) < magnitude(*best - place)))
         best = i;
     if (best == all->end()) return;
     taken->push_back(*best);
@@ -259,7 +261,7 @@ std::vector<Complex> roots_of(const FilterDesign& design, const std::vector<doub
 
 double pole_radius(const FilterDesign& design) {
   double radius = 0.0;
-  for (const Complex& pole : roots_of(design, design.a)) radius = std::max(radius, std::abs(pole));
+  for (const Complex& pole : roots_of(design, design.a)) radius = std::max(radius, magnitude(pole));
   return radius;
 }
 

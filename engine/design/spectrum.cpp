@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "design/elementary.h"
 #include "units.h"
 
 namespace jurn {
@@ -37,7 +38,7 @@ std::vector<std::complex<double>> spectrum(const std::vector<double>& coefficien
   std::vector<std::complex<double>> roots(n / 2 + 1);
   const double turn = -2.0 * kPi / static_cast<double>(n);
   for (std::size_t k = 0; k < roots.size(); ++k)
-    roots[k] = std::polar(1.0, turn * static_cast<double>(k));
+    roots[k] = elementary::polar(1.0, turn * static_cast<double>(k));
   if (coefficients.size() <= kFew) {
     for (std::complex<double>& value : roots) {
       const double re = value.real(), im = value.imag();

@@ -6,6 +6,7 @@
 #include <complex>
 #include <map>
 
+#include "design/elementary.h"
 #include "design/spectrum.h"
 #include "errors.h"
 
@@ -98,7 +99,7 @@ void normalise(Routing* routing, const std::string& name) {
     if (gains.empty()) continue;
     for (std::size_t i = 0; i < gains.begin()->second.size(); ++i) {
       double gain = 0.0;
-      for (const auto& [input, sum] : gains) gain += std::abs(sum[i]);
+      for (const auto& [input, sum] : gains) gain += elementary::magnitude(sum[i]);
       peak = std::max(peak, gain);
     }
   }

@@ -6,6 +6,7 @@
 #include <map>
 
 #include "coefficients/camilla_filters.h"
+#include "design/elementary.h"
 #include "units.h"
 
 namespace jurn {
@@ -49,7 +50,7 @@ SetupStep CamillaFilters::biquad(const std::string& name, const YAML::Node& p) c
     append_zeros_and_poles(zero, 0.0, pole, q, rate, &row);
     SetupStep step = sections(name, row);
     if (text(p["normalize_at_dc"]) == "true") {
-      const double ratio = std::tan(kPi * pole / rate) / std::tan(kPi * zero / rate);
+      const double ratio = elementary::tan(kPi * pole / rate) / elementary::tan(kPi * zero / rate);
       scale(&step.design, ratio * ratio);
     }
     return step;

@@ -9,6 +9,7 @@
 #include <iterator>
 
 #include "coefficients/equaliser_words.h"
+#include "design/elementary.h"
 #include "design/linear_phase.h"
 #include "units.h"
 
@@ -267,7 +268,8 @@ EqualiserFilter filter_of(Words words) {
     f.q = 1.0 / std::sqrt((amp + 1.0 / amp) * (1.0 / steepness - 1.0) + 2.0);
     // From the corner a straight line of this slope takes half the gain to the centre.
     const double octaves = std::abs(f.gain) / 2.0 / slope;
-    if (found->at_corner) f.frequency *= std::exp2(f.type == Type::kLowShelf ? octaves : -octaves);
+    if (found->at_corner)
+      f.frequency *= elementary::exp(kLogTwo * (f.type == Type::kLowShelf ? octaves : -octaves));
   }
   check_filter(words, f, type);
   return f;

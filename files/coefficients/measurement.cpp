@@ -97,7 +97,7 @@ void refuse_others(const std::string& path, std::string_view text) {
       "; a measurement is text with a frequency in Hz and a level in dB in each line";
   if (!kind.empty()) fail(path, "is " + std::string(kind) + accepted);
   for (const char c : text.substr(0, 65536))
-    if (c >= 0 && c < '\t') fail(path, "is binary" + accepted);
+    if (static_cast<unsigned char>(c) < '\t') fail(path, "is binary" + accepted);
   if (is_rew_response(text))
     fail(path,
          "holds REW's impulse response; its export of the measurement as text has frequencies and "

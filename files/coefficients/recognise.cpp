@@ -64,7 +64,8 @@ CoefficientFormat recognise(const std::string& path, std::string_view bytes) {
   const std::string_view kind = kind_of_file(bytes);
   if (kind.empty()) {
     const std::string_view head = bytes.substr(0, 65536);
-    if (std::any_of(head.begin(), head.end(), [](char c) { return c >= 0 && c < '\t'; }))
+    if (std::any_of(head.begin(), head.end(),
+                    [](char c) { return static_cast<unsigned char>(c) < '\t'; }))
       fail(path,
            "is no numeric text, but binary; taps without a header are read by --format S16LE, "
            "S24LE3, S24LE, S32LE, FLOAT32LE or FLOAT64LE");

@@ -6,11 +6,13 @@
 #include <complex>
 
 #include "coefficients/roles.h"
+#include "design/elementary.h"
 
 namespace jurn {
 namespace {
 
 using Complex = std::complex<double>;
+using elementary::magnitude;
 
 /** Two roots that a section takes, as the polynomial 1, c1, c2. */
 struct Pair {
@@ -34,23 +36,25 @@ std::vector<Pair> pairs_of(const std::string& path, const Array& array) {
     complex.pop_back();
     const auto mate =
         std::min_element(complex.begin(), complex.end(), [&](const Complex& x, const Complex& y) {
-          return std::abs(x - std::conj(root)) < std::abs(y - std::conj(root));
+          return magnitude(x - std::conj(root)) < magnitude(y - std::conj(root));
         });
-    if (mate == complex.end() || std::abs(*mate - std::conj(root)) > 1e-6 * (1.0 + std::abs(root)))
+    if (mate == complex.end() ||
+        magnitude(*mate - std::conj(root)) > 1e-6 * (1.0 + magnitude(root)))
       fail(path, label(array) + " holds the root " + shown(root.real()) +
                      (root.imag() < 0 ? " - " : " + ") + shown(std::abs(root.imag())) +
                      "i without its conjugate; filters of real samples have both");
     complex.erase(mate);
     pairs.push_back({root, std::conj(root)});
   }
-  std::sort(real.begin(), real.end(), [](double x, double y) { return std::abs(x) > std::abs(y); });
+  std::stable_sort(real.begin(), real.end(),
+                   [](double x, double y) { return std::abs(x) > std::abs(y); });
   for (std::size_t i = 0; i < real.size(); i += 2)
     pairs.push_back({real[i], i + 1 < real.size() ? real[i + 1] : 0.0});
   return pairs;
 }
 
 double distance(const Pair& zeros, const Pair& poles) {
-  return std::abs(zeros.first - poles.first) + std::abs(zeros.second - poles.second);
+  return magnitude(zeros.first - poles.first) + magnitude(zeros.second - poles.second);
 }
 
 }  // namespace
@@ -62,8 +66,9 @@ FilterDesign zpk_design(const std::string& path, const Array& zeros, const Array
     fail(path, "has " + count_of(count(zeros), "zero") + " and " + count_of(count(poles), "pole") +
                    "; a digital filter has as many poles, or more");
   std::vector<Pair> rest = pairs_of(path, zeros), sections = pairs_of(path, poles);
-  std::sort(sections.begin(), sections.end(),
-            [](const Pair& x, const Pair& y) { return std::abs(x.first) > std::abs(y.first); });
+  std::stable_sort(sections.begin(), sections.end(), [](const Pair& x, const Pair& y) {
+    return magnitude(x.first) > magnitude(y.first);
+  });
   FilterDesign design{FilterDesign::kSections, {}, {}};
   // Each zero less is a delay of one sample.
   std::ptrdiff_t delays =

@@ -11,6 +11,7 @@
 
 #include "coefficients/formats.h"
 #include "coefficients/parse.h"
+#include "design/elementary.h"
 #include "design/spectrum.h"
 #include "errors.h"
 #include "file_kind.h"
@@ -170,7 +171,7 @@ double peak_gain(const ImpulseResponse& response) {
   for (const std::vector<double>& taps : response) {
     std::vector<double> magnitude;
     for (const std::complex<double>& bin : spectrum(taps, 4 * taps.size()))
-      magnitude.push_back(std::abs(bin));
+      magnitude.push_back(elementary::magnitude(bin));
     magnitudes.push_back(std::move(magnitude));
   }
   double peak = 0.0;
