@@ -9,6 +9,7 @@
 #include "design/equaliser.h"
 #include "design/frequency_response.h"
 #include "design/prepare_once.h"
+#include "design/roots.h"
 
 namespace jurn {
 namespace {
@@ -167,6 +168,37 @@ TEST(Prepare, TellsEachFactOnceAndWithWhatHelps) {
   ASSERT_FALSE(prepared.notices.empty());
   EXPECT_EQ(prepared.notices.back().kind, Notice::kInexact);
   EXPECT_EQ(prepared.notices.back().remedy, Notice::kInDouble);
+}
+
+TEST(Prepare, PairsSectionsAnewThatWouldBeNoise) {
+  const double angles[] = {0.02, 0.1, 0.5, 1.5};
+  FilterDesign crossed{FilterDesign::kSections, {}, {}};
+  for (int i = 0; i < 4; ++i) {
+    const double zero = 1.05 * angles[3 - i];  // that of another pole
+    crossed.b.insert(crossed.b.end(), {1.0, -2.0 * 0.989 * std::cos(zero), 0.989 * 0.989});
+    crossed.a.insert(crossed.a.end(), {1.0, -2.0 * 0.99 * std::cos(angles[i]), 0.99 * 0.99});
+  }
+  PrepareOptions options;
+  options.precision = Precision::kInt16;
+  const Prepared paired = prepare(crossed, options);
+  options.as_is = true;
+  EXPECT_LT(100.0 * paired.expected_error_rms, prepare(crossed, options).expected_error_rms);
+  ASSERT_FALSE(paired.notices.empty());
+  EXPECT_EQ(paired.notices[0].text.find("sections paired, ordered"), 0u);
+}
+
+TEST(Roots, AreAsExactAsTheyCanBe) {
+  EXPECT_EQ(roots(power_of(-1.0, 8)), std::vector<std::complex<double>>(8, -1.0));
+  const auto apart = roots({1.0, 1e8, 1.0});
+  ASSERT_EQ(apart.size(), 2u);
+  EXPECT_DOUBLE_EQ(apart[0].real(), -1e8);
+  EXPECT_DOUBLE_EQ(apart[1].real(), -1e-8);
+  std::vector<double> circle(71);
+  circle.front() = 1.0;
+  circle.back() = -1.0;
+  const auto seventy = roots(circle);
+  EXPECT_EQ(seventy.size(), 70u);
+  for (const std::complex<double>& z : seventy) EXPECT_NEAR(std::abs(z), 1.0, 1e-12);
 }
 
 TEST(Prepare, MeasuresADirectFormWhoseRootsAreNotSure) {
