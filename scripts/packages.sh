@@ -1,6 +1,9 @@
 # The Debian packages that the scripts install, by purpose. Sourced by them. Some names carry the
 # version of the compilers: Debian 12 has GCC 12 and clang 14.
 export LC_ALL=C.UTF-8 # in some languages [a-z] lacks letters: in Turkish the i
+# A compiler takes up to 1.1 GB: as many at once as there are cores, and as the memory holds.
+jobs=$(nproc) gigabytes=$(awk '/^MemAvailable:/ { print int($2 / 1100000) }' /proc/meminfo 2>/dev/null || echo 9)
+[ "$gigabytes" -ge "$jobs" ] || jobs=$((gigabytes > 1 ? gigabytes : 1))
 gcc=12 clang=14 java=17
 [ "$(sed -n 's/^VERSION_ID="\{0,1\}\([0-9]*\).*/\1/p' /etc/os-release 2>/dev/null)" != 13 ] || gcc=14 clang=19 java=21
 old_compilers= # others than these, where Debian has them

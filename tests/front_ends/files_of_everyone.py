@@ -36,6 +36,9 @@ Filter 2: ON PK Fc 21 Hz Gain -1.9 dB Q 1.10
 Filter 3: OFF PK Fc 300 Hz Gain -1.9 dB Q 1.10
 Filter 4: ON HSC Fc 10000 Hz Gain -2.0 dB Q 0.70
 """
+random = np.random.default_rng(3)
+BANDS = "".join(f"{kind} {random.uniform(20, 20000):.2f} Hz {random.uniform(-2, 2):.2f} dB Q {random.uniform(.4, 6):.3f}\n"
+                for kind in ("PK", "PK", "LS", "HS") for _ in range(30))
 CAMILLA = """filters:
   low:
     type: Biquad
@@ -76,6 +79,7 @@ READ = [
     ("zpk.txt", "sos", f"z = {Z.tolist()}\np = {P.tolist()}\nk = {K!r}\n"),
     ("zpk.mat", "sos", saved(lambda path: io.savemat(path, {"z": Z, "p": P, "k": K}))),
     ("equaliser.txt", "sos", APO),
+    ("bands.txt", "sos", BANDS),
     ("coefficients.txt", "sos", "Filter 1: ON IIR Order 2 Coefficients 1 -1.8 0.9 2 -3.6 1.7\n"
                                 "Filter: ON IIR Order 1 Coefficients 1 0.5 1 -0.5\n"),
     ("camilla.yml", "sos", CAMILLA),

@@ -24,7 +24,8 @@ const answers = await Promise.all(cases.map(async ({ name, path, wanted, precisi
     padded.set(samples);
     writeFileSync(join(to, name), stream.processInt16(padded).slice(0, samples.length));
     stream.free();
-    return { kind: design.kind, warnings: prepared.notices.filter((n) => n.warning).map((n) => n.text) };
+    const { b, a } = prepared.design;
+    return { kind: design.kind, coefficients: [...b, ...(a ?? [])], warnings: prepared.notices.filter((n) => n.warning).map((n) => n.text) };
   } catch (error) {
     return { refused: error.message };
   }

@@ -32,8 +32,9 @@ REMEDIES = re.compile(r"; (--[a-z-]+|precision=)\S*( double| it)?( avoids it| ke
 
 
 class Answer:
-    def __init__(self, kind=None, samples=None, warned=(), refused=None):
+    def __init__(self, kind=None, samples=None, warned=(), refused=None, coefficients=None):
         self.kind, self.samples, self.refused = kind, samples, refused
+        self.coefficients = coefficients  # as they run, of those that tell
         # Python filters with a design, which has no name.
         found = [REMEDIES.sub("", re.sub(r"^\w+\.\w+: ", "", text)) for text in warned]
         # The tool counts what clips in a recording; the others say beforehand that it may.
@@ -82,7 +83,9 @@ def by_python(path, kind, precision):
         except ValueError as error:
             return Answer(refused=str(error))
         samples = design.filter(wavfile.read(SPEECH)[1], precision=precision)
-    return Answer(design.kind, samples, [str(w.message) for w in caught])
+    runs = jurn.prepare(design, precision=precision).design
+    return Answer(design.kind, samples, [str(w.message) for w in caught],
+                  coefficients=np.concatenate([runs.b.ravel(), runs.a.ravel()]))
 
 
 def by_gstreamer(path, kind, precision):
@@ -115,7 +118,8 @@ def by_node(cases, room=False):
             yield Answer(refused=answer["refused"])
         else:
             yield Answer(back[answer["kind"]], np.fromfile("node/" + name, np.int16),
-                         [f"{name}: {text}" for text in answer["warnings"]])
+                         [f"{name}: {text}" for text in answer["warnings"]],
+                         coefficients=answer["coefficients"])
 
 
 class SameEverywhere(unittest.TestCase):
@@ -155,6 +159,10 @@ class SameEverywhere(unittest.TestCase):
                         self.assertIn(answer.kind, (tool.kind, None))
                         np.testing.assert_array_equal(answer.samples, tool.samples)
                         self.assertEqual(answer.warned, tool.warned)
+                if "Node" in others:
+                    with self.subTest(file=name, precision=precision):  # by other compilers and C libraries
+                        np.testing.assert_array_equal(others["Node"].coefficients,
+                                                      others["Python"].coefficients)
 
     def test_what_cannot_run_is_refused_in_the_same_words(self):
         for name, tool, others in self.answers(REFUSED, False):
