@@ -141,7 +141,7 @@ public struct PreparedDesign: Hashable, Sendable {
   public let poleRadius: Double
   /// The largest difference to the design in exact arithmetic, in steps of 16 bits.
   public let expectedError: Double
-  /// Frames that it rings on, as far as that is heard; 10 seconds at most.
+  /// Frames that it rings on, as far as that is heard; 10 seconds or an FIR's taps at most.
   public let tail: Int
   /// What was done, which changes nothing that is heard.
   public let notices: [String]

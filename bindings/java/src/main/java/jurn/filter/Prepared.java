@@ -60,7 +60,7 @@ public final class Prepared {
         return numbers[5];
     }
 
-    /** Frames that it rings on, as far as that is heard; 10 seconds at most. */
+    /** Frames that it rings on, as far as that is heard; 10 seconds or an FIR's taps at most. */
     public int getTail() {
         return (int) numbers[6];
     }

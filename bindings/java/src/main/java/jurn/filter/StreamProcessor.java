@@ -47,7 +47,7 @@ public abstract class StreamProcessor extends ShortProcessor {
     /**
      * The whole state, within a fade, too, checked when it is restored. For the same version of this
      * package on a machine of the same kind. A Stream or Sections of two channels takes up to 256
-     * KiB, a Convolution the taps and up to 2 MiB an input.
+     * KiB, a Convolution the taps and up to 2 MiB an input, 8 MiB beyond 262,144 taps.
      */
     public final byte[] toBytes() {
         return stored();
