@@ -224,6 +224,26 @@ test('the microphone: denied with a sentence, allowed it is heard', async () => 
   await allowed.page.waitForFunction(() => document.getElementById('time').value === 'microphone');
   // The fake device beeps.
   await sounds(allowed.page);
+  // Asked for twice before it is there, one is heard, and pausing leaves none open.
+  await allowed.page.evaluate(() => {
+    const devices = navigator.mediaDevices, ask = devices.getUserMedia.bind(devices);
+    window.tracks = [];
+    const allowed = new Promise((allow) => { window.allow = allow; });
+    devices.getUserMedia = async (wanted) => {
+      const stream = await ask(wanted);
+      window.tracks.push(...stream.getTracks());
+      await allowed;
+      return stream;
+    };
+  });
+  const live = (count) => allowed.page.waitForFunction(
+    (wanted) => window.tracks.length === 2 && window.tracks.filter((track) => track.readyState === 'live').length === wanted, count);
+  for (let i = 0; i < 3; ++i) await allowed.page.click('#play');
+  await live(2);
+  await allowed.page.evaluate(() => window.allow());
+  await live(1);
+  await allowed.page.click('#play');
+  await live(0);
   assert.deepEqual([...denied.errors, ...allowed.errors], []);
   await allowed.close();
 });

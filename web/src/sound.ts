@@ -109,10 +109,6 @@ export class Sound {
     return (this.offset + this.context.currentTime - this.startedAt) % this.buffer.duration;
   }
 
-  get latency(): number {
-    return (this.context?.baseLatency ?? 0) + (this.context?.outputLatency ?? 0);
-  }
-
   /** The graph; made on the first click, before which browsers allow no sound. */
   private async ready(): Promise<AudioContext> {
     if (this.context && this.node) return this.context;
@@ -207,11 +203,16 @@ export class Sound {
         ? 'No microphone was found.'
         : 'The microphone was not allowed. Allow it in the settings of this page, or choose another sound.');
     }
-    this.stop();
-    const context = await this.ready();
-    await started(context);
-    this.stream = stream;
-    this.connect(context.createMediaStreamSource(stream));
+    try {
+      const context = await this.ready();
+      await started(context);
+      this.stop(); // what began meanwhile, too
+      this.stream = stream;
+      this.connect(context.createMediaStreamSource(stream));
+    } catch (error) {
+      stream.getTracks().forEach((track) => track.stop());
+      throw error;
+    }
   }
 
   private connect(source: AudioBufferSourceNode | MediaStreamAudioSourceNode): void {
