@@ -6,6 +6,8 @@
     /// has a channel, or the only one has all of them interleaved.
     public func process(_ list: UnsafeMutableAudioBufferListPointer, frames: Int) {
       if list.count == 1 && inputs > 1 {
+        precondition(
+          Int(list[0].mNumberChannels) == inputs, "the list has another number of channels")
         let samples = list[0].mData?.assumingMemoryBound(to: Float.self)
         return process(UnsafeMutableBufferPointer(start: samples, count: frames * inputs))
       }
