@@ -40,5 +40,9 @@ live_test_packages="pipewire wireplumber dbus libmysofa1"
 lv2_packages="lv2-dev lilv-utils"
 lv2_test_packages="sordi lv2proc jalv ffmpeg jackd2 pipewire wireplumber dbus libgtest-dev"
 
+# What several scripts need, too: this version, and how to become root.
+version=$(sed -n 's/.*define JURN_VERSION_STRING "\(.*\)"/\1/p' modules/libJURN/common/JURN_api.h)
+if [ "$(id -u)" = 0 ]; then sudo=; else sudo=sudo; fi
+
 # Every script that builds begins with this file.
 scripts/forget-moved
