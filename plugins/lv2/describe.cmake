@@ -18,6 +18,10 @@ set(turtle "@prefix atom: <http://lv2plug.in/ns/ext/atom#> .
 ")
 set(manifest "${turtle}")
 
+# Of several bundles hosts keep the one with the larger version; odd numbers mark what is no release.
+math(EXPR minor "2 * (100 * ${PROJECT_VERSION_MAJOR} + ${PROJECT_VERSION_MINOR})")
+math(EXPR micro "2 * ${PROJECT_VERSION_PATCH}")
+
 # Each of these appends a port to the plugin that is being written.
 macro(port text)
   list(APPEND ports "[\n    lv2:index ${index} ; ${text}\n  ]")
@@ -43,11 +47,10 @@ endmacro()
 
 # begin(NAME LABEL CLASS INPUTS OUTPUTS): up to the controls; OPTIONS: BYPASS.
 macro(begin name label class inputs outputs)
-  set(plugin ${name})
   set(head "<urn:jurn:${name}> a lv2:Plugin, lv2:${class}, doap:Project ;
   doap:name \"${label}\" ; doap:license <http://opensource.org/licenses/MIT> ;
   doap:maintainer [ foaf:name \"the JURN authors\" ] ;
-  lv2:minorVersion ${PROJECT_VERSION_MINOR} ; lv2:microVersion 0 ;
+  lv2:minorVersion ${minor} ; lv2:microVersion ${micro} ;
   lv2:optionalFeature lv2:hardRTCapable, work:schedule ;
   lv2:extensionData work:interface, state:interface")
   set(ports "")
@@ -64,7 +67,7 @@ macro(begin name label class inputs outputs)
          "\n<urn:jurn:${name}> a lv2:Plugin ; lv2:binary <jurn${CMAKE_SHARED_MODULE_SUFFIX}> ; rdfs:seeAlso <jurn.ttl> .\n")
 endmacro()
 
-# file(PROPERTY LABEL): the ports and the property of a file.
+# takes_file(PROPERTY LABEL): the ports and the property of a file.
 macro(takes_file property label)
   string(APPEND head " ;\n  lv2:requiredFeature urid:map ; patch:writable <urn:jurn:${property}>")
   port("a atom:AtomPort, lv2:InputPort ; lv2:symbol \"control\" ; lv2:name \"Control\" ;
@@ -82,12 +85,9 @@ macro(end)
 endmacro()
 
 set(decibels " ; units:unit units:db")
-set(types peak "Peak" low_shelf "Low shelf" high_shelf "High shelf" low_pass "Low-pass" high_pass
-    "High-pass" band_pass "Band-pass" notch "Notch" all_pass "All-pass" tilt "Tilt")
 set(points "")
 set(value 0)
-foreach(i RANGE 1 17 2)
-  list(GET types ${i} label)
+foreach(label Peak "Low shelf" "High shelf" Low-pass High-pass Band-pass Notch All-pass Tilt)
   list(APPEND points "[ rdfs:label \"${label}\" ; rdf:value ${value} ]")
   math(EXPR value "${value} + 1")
 endforeach()
