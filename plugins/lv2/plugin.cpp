@@ -73,7 +73,8 @@ void Plugin::connect_port(std::uint32_t port, void* data) {
 bool Plugin::read_controls() {
   bool changed = false;
   for (std::size_t i = 0; i < ports_.size(); ++i) {
-    if (!ports_[i] || *ports_[i] == controls_[i]) continue;
+    // Bit by bit: what is no number equals not even itself.
+    if (!ports_[i] || !std::memcmp(ports_[i], &controls_[i], sizeof(float))) continue;
     controls_[i] = *ports_[i];
     changed = true;
   }
@@ -115,19 +116,17 @@ void Plugin::activate() {
 void Plugin::run(int frames) {
   is_changed_ |= read_controls();
   take_messages();
-  if (is_changed_ && requests_.load(std::memory_order_acquire) == 0) request(nullptr, 0);
+  if (named_bytes_ || (is_changed_ && requests_.load(std::memory_order_acquire) == 0)) request();
   stream_->process(in_.data(), frames, out_.data());
   if (latency_) *latency_ = static_cast<float>(stream_->latency());
 }
 
-/** Asks the worker for a filter by the controls, and by a file if one is given. If it has no room,
- * what changed of the controls waits for the next call. */
-void Plugin::request(const char* file, std::uint32_t bytes) {
+/** Asks the worker for a filter by the controls, and by the file that was named since. If it has no
+ * room, both wait for the next call. */
+void Plugin::request() {
   const std::size_t controls = controls_.size() * sizeof(float);
-  if (bytes > file_.size()) return;
   std::memcpy(message_.data(), controls_.data(), controls);
-  if (file) std::memcpy(message_.data() + controls, file, bytes);
-  const auto length = static_cast<std::uint32_t>(controls) + bytes;
+  const auto length = static_cast<std::uint32_t>(controls + named_bytes_);
   requests_.fetch_add(1, std::memory_order_relaxed);
   if (!host_.worker) {
     work(message_.data(), length, nullptr, nullptr);
@@ -137,6 +136,7 @@ void Plugin::request(const char* file, std::uint32_t bytes) {
     return;
   }
   is_changed_ = false;
+  named_bytes_ = 0;
 }
 
 void Plugin::work(const void* message, std::uint32_t bytes, LV2_Worker_Respond_Function respond,
@@ -184,8 +184,12 @@ void Plugin::take_messages() {
       continue;
     if (object->body.otype == host_.patch_get) tells_file_ = true;
     if (object->body.otype == host_.patch_set && property && value &&
-        (value->type == host_.path || value->type == host_.string))
-      request(static_cast<const char*>(LV2_ATOM_BODY_CONST(value)), value->size);
+        (value->type == host_.path || value->type == host_.string)) {
+      // Of a longer name no system opens the start: the worker says so.
+      named_bytes_ = std::min<std::size_t>(value->size, file_.size());
+      std::memcpy(message_.data() + controls_.size() * sizeof(float), LV2_ATOM_BODY_CONST(value),
+                  named_bytes_);
+    }
   }
   const std::uint32_t room = replies_->atom.size;
   lv2_atom_forge_set_buffer(&forge_, reinterpret_cast<std::uint8_t*>(replies_),
@@ -237,6 +241,7 @@ LV2_State_Status Plugin::restore(LV2_State_Retrieve_Function retrieve, LV2_State
   }
   const std::lock_guard<std::mutex> lock(mutex_);
   wanted_file_ = path;
+  named_bytes_ = 0;
   ++naming_;
   answer(path.c_str(), static_cast<std::uint32_t>(path.size() + 1));
   if (!stream_) return LV2_STATE_SUCCESS;

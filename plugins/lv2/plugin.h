@@ -84,7 +84,7 @@ class Plugin {
   std::unique_ptr<OfferedFilter> make_wanted(const std::vector<float>& controls);
   bool read_controls();
   void take_messages();
-  void request(const char* file, std::uint32_t bytes);
+  void request();
 
   const Description& description_;
   Host host_;
@@ -101,7 +101,8 @@ class Plugin {
   const LV2_Atom_Sequence* messages_ = nullptr;
   LV2_Atom_Sequence* replies_ = nullptr;
   std::vector<float> controls_;  // what was asked for last
-  std::vector<char> message_;    // to the worker
+  std::vector<char> message_;    // to the worker: the controls, and behind them a file's name
+  std::size_t named_bytes_ = 0;  // of a name that it has not got yet
   std::array<char, 4096> file_{};
   bool tells_file_ = false, is_changed_ = false;
   LV2_Atom_Forge forge_{};

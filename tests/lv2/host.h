@@ -139,6 +139,7 @@ class Host {
   float& control(std::size_t i) { return controls_[i]; }
   float enabled = 1.0F, latency = -1.0F;
   int asked = 0;  // how often the plugin asked for its worker
+  bool has_room = true;
 
  private:
   static LV2_URID urid(const std::string& uri) {
@@ -211,6 +212,7 @@ class Host {
       this, [](LV2_Worker_Schedule_Handle to, std::uint32_t bytes, const void* data) {
         auto* const self = static_cast<Host*>(to);
         ++self->asked;
+        if (!self->has_room) return LV2_WORKER_ERR_NO_SPACE;
         {
           const std::lock_guard<std::mutex> lock(self->mutex_);
           self->work_.emplace_back(static_cast<const char*>(data), bytes);

@@ -142,6 +142,7 @@ TEST_F(Plugins, ChangesFadeAndAllocateNothingInTheAudioThread) {
     if (call == 20) host.control(0) = 1.0F, host.control(2) = 150.0F, host.control(3) = 6.0F;
     if (call == 50) host.enabled = 0.0F;
     if (call == 80) host.enabled = 1.0F, host.control(80) = -20.0F;
+    if (call == 110) host.control(7) = NAN;  // of a band that is off
     host.settle();
     const long before = allocations;
     host.run(in, &out, at, 250);
@@ -151,6 +152,7 @@ TEST_F(Plugins, ChangesFadeAndAllocateNothingInTheAudioThread) {
     }
     host.settle();
   }
+  EXPECT_EQ(host.asked, 4);
   float step = 0.0F, loudest = 0.0F;
   for (std::size_t i = 1; i < out[0].size() - 250; ++i) {
     step = std::max(step, std::abs(out[0][i] - out[0][i - 1]));
@@ -199,6 +201,18 @@ TEST_F(Plugins, FilesAreStoredToldAndRefusedWithASentence) {
   const int asked = host.asked;
   host.run(in, &out, 800, 100);
   EXPECT_EQ(host.asked, asked);
+
+  // A name waits until the worker has room; one that is too long is refused like a missing one.
+  host.has_room = false;
+  load(kOtherHall, 900);
+  host.has_room = true;
+  host.run(in, &out, 1000, 100);
+  host.settle();
+  host.run(in, &out, 1100, 100);
+  EXPECT_TRUE(host.told(kOtherHall));
+  load("/" + std::string(5000, 'x'), 1200);
+  EXPECT_NE(host.said().find("/xxx"), std::string::npos);
+  load(kHall, 1300);
 
   const State state = host.save();
   ASSERT_EQ(state.size(), 1U);
