@@ -175,8 +175,16 @@ GObject* Bands::child(guint index) {
 
 void Bands::sync_values(GstClockTime time) {
   if (is_empty_) return;
-  const std::lock_guard<std::mutex> lock(mutex_);
-  for (GstObject* const child : children_) gst_object_sync_values(child, time);
+  // Not locked while a band tells its new value, for who hears it may ask for any. None ever goes.
+  for (std::size_t i = 0;; ++i) {
+    GstObject* child = nullptr;
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      if (i == children_.size()) return;
+      child = children_[i];
+    }
+    gst_object_sync_values(child, time);
+  }
 }
 
 }  // namespace jurn::gst

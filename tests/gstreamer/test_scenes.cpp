@@ -263,11 +263,23 @@ TEST_F(Scenes, ControlSourcesMoveGainsAndBands) {
                               ? gst_child_proxy_get_child_by_index(GST_CHILD_PROXY(it), 0)
                               : nullptr;
     control(band ? band : G_OBJECT(it), "gain", -20.0, 0.0);
-    if (band) g_object_unref(band);
+    int heard = 0;  // by who asks for the band again
+    if (band) {
+      const auto hears = +[](GObject* told, GParamSpec*, gpointer count) {
+        GstObject* const parent = gst_object_get_parent(GST_OBJECT(told));
+        double gain = 1.0;
+        gst_child_proxy_get(GST_CHILD_PROXY(parent), "band0::gain", &gain, nullptr);
+        gst_object_unref(parent);
+        *static_cast<int*>(count) += gain <= 0.0;
+      };
+      g_signal_connect(band, "notify::gain", G_CALLBACK(hears), &heard);
+      g_object_unref(band);
+    }
     gst_object_unref(it);
     harness.caps(caps_of(1));
     harness.push_all(in, 480, 480);
     const Samples result = harness.pull_all<short>();
+    EXPECT_EQ(heard > 50, band != nullptr);
     ASSERT_EQ(result.size(), in.size());
     for (const int at : {12000, 24000, 36000, 47000}) {
       const double wanted = -20.0 + 20.0 * at / kRate;
