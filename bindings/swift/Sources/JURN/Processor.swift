@@ -33,8 +33,9 @@ public class Processor {
   /// Returns to silence; the newest coefficients stay.
   public final func reset() { jurn_reset(object) }
 
-  /// The whole state, within a fade, too, checked when it is restored: for the same version of this
-  /// package on a machine of the same kind.
+  /// The whole state, within a fade, too: for the same version of this package on a machine of the
+  /// same kind. A ``StreamProcessor``'s has a checksum; of any other the kind, the length and the
+  /// limits are checked when it is restored, but not every number.
   public final func state() throws -> [UInt8] {
     var size = 0
     let bytes = try checked { jurn_state(object, &size, &$0) }
