@@ -214,4 +214,9 @@ std::size_t count_channels(const std::string& path) {
   return read_taps(path, format, 0, options, {static_cast<std::size_t>(kMostText), ""}).size();
 }
 
+int rate_of_response(const std::string& path, const ImpulseResponseOptions& options) {
+  if (format_of(path, options) != CoefficientFormat::kAudio) return 0;
+  return AudioReader(path, kMostChannels).rate();
+}
+
 }  // namespace jurn

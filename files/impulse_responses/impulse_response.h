@@ -37,5 +37,7 @@ ImpulseResponse read_impulse_response(const std::vector<std::string>& paths, int
 
 /** Channels of a file of impulse responses. */
 std::size_t count_channels(const std::string& path);
+/** The rate of a recording; 0 of every other file, which names none. */
+int rate_of_response(const std::string& path, const ImpulseResponseOptions& options);
 
 }  // namespace jurn

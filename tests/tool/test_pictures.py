@@ -106,6 +106,14 @@ class PictureTest(ToolTest):
         np.testing.assert_allclose(found["impulse"][1], taps / scale * 10 ** 0.3, atol=1e-7)
         self.assertEqual(found["magnitude_db"][0][-1], rate / 2)
         self.assertNotIn("zero", found)  # too many taps for roots
+        taps = np.loadtxt("taps.txt", ndmin=1)
+        np.save("taps.npy", taps)
+        wavfile.write("six.wav", 44100, np.tile(taps[:, None], 6))
+        for name, shown, rate in (("taps.txt", "taps.txt", 48000), ("taps.npy", "taps.npy", 48000),
+                                  ("six.wav", "six.wav, channel 6", 44100)):
+            found = self.table("response", "--ir", name)[shown]
+            np.testing.assert_allclose(found["impulse"][1], taps, atol=1e-7)
+            self.assertEqual(found["magnitude_db"][0][-1], rate / 2)
         found = self.table("response", "--fir", "taps.txt", "--normalise", "--gain", -3)["taps.txt"]
         self.assertAlmostEqual(found["magnitude_db"][1].max(), -3.0, 2)
         write_numbers("two.txt", [[1], [1, 0.5, 1.25]])  # unstable: the response ends when it is huge

@@ -77,9 +77,15 @@ std::vector<NamedFilter> read_filters(ResponseOptions* o) {
     throw Error(kUsageError,
                 "response takes filters: --fir, --iir, --sos, --average or --ir, each as often as "
                 "needed");
-  for (const FilterRequest& request : o->filters)
+  for (FilterRequest& request : o->filters) {
+    const ReadingOptions& reading = request.options.reading;
+    ImpulseResponseOptions& response = request.options.impulse_response;
+    response.normalise = reading.normalise;
+    response.format = reading.format;
+    response.variables = reading.variables;
     if (o->rate == 0 && !request.impulse_response.empty())
-      o->rate = AudioReader(request.impulse_response, 4).rate();
+      o->rate = rate_of_response(request.impulse_response, response);
+  }
   if (o->rate == 0) o->rate = 48000;
   std::vector<NamedFilter> filters;
   for (FilterRequest& request : o->filters) {
@@ -95,7 +101,6 @@ std::vector<NamedFilter> read_filters(ResponseOptions* o) {
           {FilterDesign::kFir, std::vector<double>(n, 1.0 / static_cast<double>(n)), {}});
     } else if (!request.impulse_response.empty()) {
       const std::string& path = request.impulse_response;
-      options.impulse_response.normalise = options.reading.normalise;
       const ImpulseResponse channels =
           read_impulse_response({path}, o->rate, options.impulse_response);
       for (std::size_t c = 0; c < channels.size(); ++c)
