@@ -121,7 +121,7 @@ class ZeroPhase : public Stage {
     }
     input_clipped = forward_->input_clipped;
     clipped = forward_->clipped + backward_->clipped + backward_->input_clipped;
-    lost_after = forward_->lost_after >= 0 ? forward_->lost_after : backward_->lost_after;
+    lost_after = backward_->lost_after >= 0 ? 0 : forward_->lost_after;  // all before that frame
   }
 
   /** Puts the frames into the opposite order. */

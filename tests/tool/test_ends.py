@@ -94,6 +94,10 @@ class EndsTest(ToolTest):
         self.assertEqual(len(piped), 4 * 2 * len(self.x))
         self.shell("jurn eq in.wav then.wav 'LP 100' --zero-phase --then eq 'HP 30' --zero-phase")
         self.assertEqual(len(read("then.wav")[1]), len(self.x))
+        wavfile.write("pulse.wav", 8000, 999 * (np.arange(8000) == 1000).astype(np.int16))
+        report = self.run_tool("fir", "pulse.wav", "out.wav", "-c", write_numbers("huge.txt", [[1e19]]),
+                               "--zero-phase", "--json")  # lost on the way back, which ends at 0
+        self.assertEqual(json.loads(report)["lost_after_seconds"], 0)
         for other in ("--tail", "--align"):
             self.assert_fails(["sos", "in.wav", "no.wav", "-c", "sos.txt", "--zero-phase", other],
                               other, code=2)
