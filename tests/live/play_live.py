@@ -13,6 +13,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import warnings
 
@@ -309,33 +310,34 @@ def scene_service(_):
 
 
 def scene_keys(_):
-    """Keys on a terminal, and the line of levels."""
-    pid, terminal = pty.fork()
-    if pid == 0:
-        os.execv(TOOL, [TOOL, "live", "eq.txt"])
-    said = ""
+    """Keys on a terminal, and the line of levels; whatever ends it, the terminal is as it was."""
+    for end in ("q", "\x03"):
+        write("eq.txt", EQUALISER)
+        pid, terminal = pty.fork()
+        if pid == 0:
+            os.execv(TOOL, [TOOL, "live", "eq.txt"])
+        before = termios.tcgetattr(terminal)
 
-    def wait_to_show(text):
-        nonlocal said
-        end = time.monotonic() + 30
-        while text not in said:
-            if time.monotonic() > end:
-                os.kill(pid, signal.SIGKILL)
-                fail(f"waited in vain for {text} in {said}")
-            if select.select([terminal], [], [], 0.1)[0]:
-                said += os.read(terminal, 4096).decode()
-        said = ""
+        def wait_to_show(text):
+            said, last = "", time.monotonic() + 30
+            while text not in said:
+                if time.monotonic() > last:
+                    os.kill(pid, signal.SIGKILL)
+                    fail(f"waited in vain for {text} in {said}")
+                if select.select([terminal], [], [], 0.1)[0]:
+                    said += os.read(terminal, 4096).decode()
 
-    for key, shown in (("", "gain +0 dB"), ("-", "gain -1 dB"), ("b", "bypassed"),
-                       ("b", "gain -1 dB")):
-        os.write(terminal, key.encode())
-        wait_to_show(shown)
-    os.write(terminal, b"q")
-    code = os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])
-    os.close(terminal)
-    print(f"keys: ended with {code}", flush=True)
-    if code != 0:
-        fail("q does not end it")
+        for key, shown in (("", "gain +0 dB"), ("-", "gain -1 dB"), ("b", "bypassed"),
+                           ("b", "gain -1 dB")):
+            os.write(terminal, key.encode())
+            wait_to_show(shown)
+        os.write(terminal, end.encode())
+        wait_for(lambda: os.waitpid(pid, os.WNOHANG)[0], "the end by " + repr(end))
+        after = termios.tcgetattr(terminal)
+        os.close(terminal)
+        if after != before:
+            fail(f"leaves the terminal {after}, which was {before}")
+    print("keys: ended twice", flush=True)
 
 
 def scene_documents(_):
@@ -396,8 +398,8 @@ def soak(minutes):
         fail(f"grew by {late - early} KiB: {live.said()}")
 
 
-SCENES = [scene_same_samples, scene_file_changes, scene_rates_and_servers, scene_long_room,
-          scene_service, scene_microphone, scene_keys, scene_documents]
+SCENES = [scene_same_samples, scene_file_changes, scene_rates_and_servers,
+          scene_long_room, scene_service, scene_microphone, scene_keys, scene_documents]
 
 
 def main():

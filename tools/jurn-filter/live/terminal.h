@@ -24,8 +24,8 @@ class Terminal {
   void end_line();
 
  private:
+  termios before_{};  // ahead of what fills it
   bool is_there_, has_line_ = false;
-  termios before_{};
 };
 
 }  // namespace jurn
