@@ -28,6 +28,12 @@ SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file_
 HALL = "/usr/share/jconvolver/config-files/octave-band/oct-48-1k.wav"
 RATE = 48000
 EQUALISER = "Preamp: -6 dB\nFilter 1: ON PK Fc 1000 Hz Gain -4 dB Q 1\nFilter 2: ON HP Fc 30 Hz\n"
+CROSSOVER = """
+devices: {samplerate: 48000}
+mixers: {all: {channels: {in: 2, out: 2}, mapping: [{dest: 0, sources: [{channel: 0}]}]}}
+filters: {high: {type: Conv, parameters: {type: Values, values: [0.5, -0.5]}}}
+pipeline: [{type: Mixer, name: all}, {type: Filter, names: [high]}]
+"""
 SETTINGS = """
 context.properties = { default.clock.allowed-rates = [ 44100 48000 ] default.clock.quantum = 1024 }
 context.objects = [
@@ -249,6 +255,20 @@ def scene_rates_and_servers(server):
         fail("another rate or another server ends it: " + live.said())
 
 
+def scene_crossover(_):
+    """At a rate that its taps are not for, nothing reaches the loudspeakers."""
+    write("crossover.yml", CROSSOVER)
+    set_graph("rate", 44100)
+    live = Live("crossover.yml", "--record", "heard.wav", "--overwrite")
+    run("pw-play", "--target", "JURN", "noise.wav")
+    live.end()
+    set_graph("rate", 0)
+    rate, heard = wavfile.read("heard.wav")
+    print(f"crossover at {rate} Hz: {len(heard)} frames of silence", flush=True)
+    if rate != 44100 or len(heard) < rate or heard.any() or "for 48000 Hz" not in live.said():
+        fail(f"a crossover lets pass {np.abs(heard).max()}: {live.said()}")
+
+
 def scene_long_room(_):
     """Stereo of 96,000 taps in cycles of 64 frames."""
     decay = np.exp(-np.arange(96000) / 20000)[:, None]
@@ -328,9 +348,11 @@ def scene_keys(_):
                     said += os.read(terminal, 4096).decode()
 
         for key, shown in (("", "gain +0 dB"), ("-", "gain -1 dB"), ("b", "bypassed"),
-                           ("b", "gain -1 dB")):
+                           ("b", "gain -1 dB"), ("b", "bypassed")):
             os.write(terminal, key.encode())
             wait_to_show(shown)
+        write("eq.txt", CROSSOVER)  # of which the bypass ends
+        wait_to_show("gain -1 dB")
         os.write(terminal, end.encode())
         wait_for(lambda: os.waitpid(pid, os.WNOHANG)[0], "the end by " + repr(end))
         after = termios.tcgetattr(terminal)
@@ -398,7 +420,7 @@ def soak(minutes):
         fail(f"grew by {late - early} KiB: {live.said()}")
 
 
-SCENES = [scene_same_samples, scene_file_changes, scene_rates_and_servers,
+SCENES = [scene_same_samples, scene_file_changes, scene_rates_and_servers, scene_crossover,
           scene_long_room, scene_service, scene_microphone, scene_keys, scene_documents]
 
 

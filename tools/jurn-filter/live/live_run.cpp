@@ -17,6 +17,7 @@
 #include "recordings/output_file.h"
 #include "recordings/signals.h"
 #include "report.h"
+#include "streams/setup_voice.h"
 #include "units.h"
 
 namespace jurn {
@@ -87,7 +88,8 @@ class Live {
         watch_(o.file),
         record_(o_, &audio_),
         gain_db_(o.gain_db),
-        terminal_(!o.quiet) {
+        terminal_(!o.quiet),
+        may_pass_(file_->can_be_bypassed()) {
     if (audio_.inputs() > kMostChannels || audio_.outputs() > kMostChannels)
       throw Error(kInputError,
                   o.file + ": PipeWire takes up to " + std::to_string(kMostChannels) + " channels");
@@ -171,16 +173,26 @@ class Live {
     is_started_ = true;
   }
 
-  /** The filter that is wanted now. */
+  /** A mixer without routes. */
+  Setup silence() const {
+    SetupStep mixer{};
+    mixer.kind = SetupStep::kMixer;
+    mixer.outputs = audio_.outputs();
+    return {audio_.inputs(), {mixer}};
+  }
+
+  /** The filter that is wanted now. Where there is none, the input itself or, of what must not be
+   * bypassed, nothing. */
   std::unique_ptr<OfferedFilter> make() {
     const StreamFormat format{rate_, audio_.inputs(), audio_.outputs(), kBlock, true};
+    std::vector<std::string> warnings;
     if (is_bypassed_ || !file_) {
-      auto made = std::make_unique<OfferedFilter>(
-          make_wire(engine_format(format, kBlock, kConvolutionHistory)));
+      const Format engine = engine_format(format, kBlock, kConvolutionHistory);
+      auto made = may_pass_ ? std::make_unique<OfferedFilter>(make_wire(engine))
+                            : offer_setup(silence(), engine, SampleFormat::kFloat, "", &warnings);
       made->made_for = format;
       return made;
     }
-    std::vector<std::string> warnings;
     auto made = file_->make(format, from_decibels(gain_db_), &warnings);
     if (warnings != warned_)
       for (const std::string& text : warnings) say(text);
@@ -192,6 +204,12 @@ class Live {
     if (is_started_) audio_.offer(make());
   }
 
+  void take(std::unique_ptr<FilterFile> file) {
+    file_ = std::move(file);
+    may_pass_ = file_->can_be_bypassed();
+    is_bypassed_ = is_bypassed_ && may_pass_;
+  }
+
   /** A file that cannot run leaves the filter as it is. */
   void read_for(int rate) {
     const int before = std::exchange(rate_, rate);
@@ -201,7 +219,7 @@ class Live {
         throw Error(kInputError, o_.file + ": makes " + std::to_string(file->outputs()) +
                                      " channels by now, and " + std::to_string(audio_.outputs()) +
                                      " run");
-      file_ = std::move(file);
+      take(std::move(file));
     } catch (const std::exception& problem) {
       say(std::string(problem.what()) + (rate == before ? "; what ran before runs on" : ""));
       // What was read for another rate is none for this one.
@@ -216,7 +234,7 @@ class Live {
       change();
     }
     if (key != 'b') return;
-    if (file_ && !file_->can_be_bypassed()) {
+    if (!may_pass_) {
       say(o_.file +
           ": a setup of loudspeakers is not bypassed: all frequencies would reach each "
           "of them");
@@ -260,6 +278,7 @@ class Live {
   std::unique_ptr<PipewireNode> node_;
   int rate_ = kUsualRate;
   bool is_started_ = false, is_bypassed_ = false, ends_ = false;
+  bool may_pass_;  // the input itself, of the last file that could be read
   long clipped_ = 0;
   std::vector<std::string> warned_;
   Clock::time_point next_look_{}, next_show_{}, next_try_{};
