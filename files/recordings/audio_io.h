@@ -111,6 +111,8 @@ class AudioWriter {
   void write(const float* in, std::size_t frames);
   void write(const double* in, std::size_t frames);
   void commit();
+  /** After a write that failed: lets commit() keep what was written before it. */
+  void forget_error() { bytes_.forget_error(); }
 
   /** Throws when the format cannot count so many frames. */
   void expect(std::int64_t frames) const;

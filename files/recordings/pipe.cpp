@@ -179,7 +179,7 @@ bool ByteWriter::write_all(const char* from, sf_count_t count, sf_count_t at) {
     const std::size_t size = static_cast<std::size_t>(count);
     const ssize_t written =
         at < 0 ? ::write(descriptor_, from, size) : ::pwrite(descriptor_, from, size, at);
-    if (written < 0 || is_interrupted()) {
+    if (written < 0 || (at < 0 && is_interrupted())) {  // only a stream makes it wait
       error_ = written < 0 ? errno : EINTR;
     } else {
       from += written;

@@ -58,6 +58,7 @@ class ByteWriter {
 
   /** The errno of a failed write, or 0. */
   int error() const { return error_; }
+  void forget_error() { error_ = 0; }
 
  private:
   sf_count_t write(const char* from, sf_count_t count);

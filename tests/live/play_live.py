@@ -255,6 +255,30 @@ def scene_rates_and_servers(server):
         fail("another rate or another server ends it: " + live.said())
 
 
+def scene_record_ends(_):
+    """A file that can grow no more keeps what it has, and the filter runs on; one that exists is
+    kept and ends the run."""
+    limited = 'ulimit -f 1000; exec "$0" "$@"'  # KiB
+    with open("limited.log", "w", encoding="utf-8") as log:
+        live = subprocess.Popen(["bash", "-c", limited, TOOL, "live", "eq.txt", "--record",
+                                 "ends.wav"], stdin=subprocess.DEVNULL, stderr=log)
+    wait_for(lambda: is_linked("JURN.output", "silence"), "the node that records")
+    run("pw-play", "--target", "JURN", "noise.wav")
+    said = read("limited.log")
+    runs_on = live.poll() is None and os.path.exists("ends.wav")
+    live.send_signal(signal.SIGINT)
+    code = live.wait(timeout=30)
+    heard = wavfile.read("ends.wav")[1]
+    second = Live("eq.txt", "--record", "ends.wav", leads_to=None)
+    player = play("noise.wav")
+    wait_for(lambda: second.process.poll() is not None, "the end of what cannot record")
+    player.kill()
+    print(f"record: {len(heard)} frames, then {code}", flush=True)
+    if (not runs_on or code != 4 or "the record ends here" not in said or second.process.poll() != 4 or
+            not 1000000 < heard.nbytes < 1024000 or not heard.any() or "--overwrite" not in second.said()):
+        fail(f"the end of a record: {code}, {heard.nbytes} bytes, {said}, {second.said()}")
+
+
 def scene_crossover(_):
     """At a rate that its taps are not for, nothing reaches the loudspeakers."""
     write("crossover.yml", CROSSOVER)
@@ -420,8 +444,8 @@ def soak(minutes):
         fail(f"grew by {late - early} KiB: {live.said()}")
 
 
-SCENES = [scene_same_samples, scene_file_changes, scene_rates_and_servers, scene_crossover,
-          scene_long_room, scene_service, scene_microphone, scene_keys, scene_documents]
+SCENES = [scene_same_samples, scene_file_changes, scene_rates_and_servers, scene_record_ends,
+          scene_crossover, scene_long_room, scene_service, scene_microphone, scene_keys, scene_documents]
 
 
 def main():

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -38,7 +39,7 @@ class LiveRecord {
     if (o_.record.empty() || rate == std::exchange(rate_, rate)) return;
     if (writer_) {
       warn(o_.record + ": ends where the rate changes to " + std::to_string(rate) + " Hz");
-      finish();
+      end();
     }
     if (is_done_) return;
     AudioFormat format;
@@ -51,25 +52,50 @@ class LiveRecord {
     if (!writer_) return;
     std::vector<float> values = audio_->take_recorded();
     for (float& value : values) value *= 32768.0F;
-    writer_->write(values.data(), values.size() / static_cast<std::size_t>(audio_->outputs()));
+    try {
+      writer_->write(values.data(), values.size() / static_cast<std::size_t>(audio_->outputs()));
+    } catch (const Error& problem) {
+      keep_on(problem);
+      close();
+    }
   }
+  /** Throws, late, what kept it from being whole. */
   void finish() {
-    if (!writer_) return;
+    end();
+    if (problem_) std::rethrow_exception(problem_);
+  }
+
+ private:
+  void end() {
     write();
-    writer_->commit();
+    if (writer_) close();
+  }
+  /** Where something failed, what was written before it stays. */
+  void close() {
+    try {
+      if (problem_) writer_->forget_error();
+      writer_->commit();
+    } catch (const Error& problem) {
+      keep_on(problem);
+    }
     writer_.reset();
     is_done_ = true;
     if (audio_->lost())
       warn(o_.record + ": " + std::to_string(audio_->lost()) +
            " frames are missing, which could not be written in time");
   }
+  /** What is heard goes on. */
+  void keep_on(const Error& problem) {
+    warn(std::string(problem.what()) + "; the record ends here");
+    if (!problem_) problem_ = std::current_exception();
+  }
 
- private:
   const LiveOptions& o_;
   LiveAudio* audio_;
   std::optional<AudioWriter> writer_;
   int rate_ = 0;
   bool is_done_ = false;
+  std::exception_ptr problem_;
 };
 
 std::string decibels(float peak) {
@@ -116,6 +142,7 @@ class Live {
     const auto end = Clock::now() + std::chrono::duration<double>(o_.check);
     while (!is_interrupted() && !ends_ && (o_.check == 0.0 || Clock::now() < end)) {
       pw_loop_iterate(loop_, 20);
+      if (node_) node_->rethrow();
       keep_connected();
       if (node_) node_->tell_latency();
       if (is_due(&next_look_, 250) && watch_.is_new()) {
@@ -129,8 +156,8 @@ class Live {
     }
     accept_interruption();
     node_.reset();
-    record_.finish();
     if (o_.check > 0.0) print_costs();
+    record_.finish();
   }
 
  private:

@@ -142,7 +142,11 @@ void PipewireNode::changed(Side* side, std::uint32_t id, const spa_pod* param) {
   spa_audio_info_raw info{};
   if (id == SPA_PARAM_Format && param && spa_format_audio_raw_parse(param, &info) >= 0) {
     side->rate = static_cast<int>(info.rate);
-    if (in_.rate == out_.rate) on_rate_(in_.rate);
+    try {
+      if (in_.rate == out_.rate && !problem_) on_rate_(in_.rate);
+    } catch (...) {
+      problem_ = std::current_exception();
+    }
   }
   spa_latency_info latency;
   if (id != SPA_PARAM_Latency || !param || spa_latency_parse(param, &latency) < 0) return;

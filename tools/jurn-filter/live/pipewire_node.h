@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <string>
@@ -37,6 +38,10 @@ class PipewireNode {
 
   /** Whether the server is gone. */
   bool is_lost() const { return is_lost_; }
+  /** Throws what on_rate threw, which must not pass through PipeWire. */
+  void rethrow() {
+    if (problem_) std::rethrow_exception(problem_);
+  }
   /** Tells the graph by how much the filter is late, when that changed. */
   void tell_latency();
 
@@ -65,6 +70,7 @@ class PipewireNode {
   std::uint64_t expected_ = 0;  // position of the next cycle
   std::uint32_t clock_ = 0;     // that it is one of
   bool is_lost_ = false;
+  std::exception_ptr problem_;
   int told_latency_ = 0;
   spa_latency_info latency_[2]{};  // of what follows and of what comes before
   // Each after what it needs, also where a later one cannot be made.
