@@ -331,10 +331,11 @@ def scene_microphone(_):
 
 
 def scene_service(_):
-    """What --install writes runs as it stands, and --uninstall leaves nothing."""
+    """What --install writes runs as it stands, and --uninstall leaves nothing. An install that fails
+    leaves what there was, also a service of a name that has the same file."""
     os.makedirs("bin")
     with open("bin/systemctl", "w", encoding="utf-8") as file:
-        file.write('#!/bin/sh\necho "$@" >>systemctl.log\n')
+        file.write('#!/bin/sh\necho "$@" >>systemctl.log\n[ "$2" != "$FAILS" ]\n')
     os.chmod("bin/systemctl", 0o755)
     environment = dict(os.environ, PATH=os.path.abspath("bin") + ":" + os.environ["PATH"])
     write("50% of $HOME \"here\".txt", EQUALISER)
@@ -348,6 +349,15 @@ def scene_service(_):
         service.send_signal(signal.SIGTERM)
     run(TOOL, "live", "--name", "My room", "--uninstall", env=environment)
     asked = read("systemctl.log")
+    write("eq.txt", EQUALISER)
+    folder, texts = os.path.dirname(unit), []
+    for name, gain, fails, code in (("Küche", "1", "", 0), ("Köche", "2", "", 2),
+                                    ("Küche", "3", "restart", 4), ("New", "4", "restart", 4)):
+        done = subprocess.run([TOOL, "live", "eq.txt", "--name", name, "--gain", gain, "--install"],
+                              capture_output=True, check=False, env=dict(environment, FAILS=fails))
+        texts.append({file: read(os.path.join(folder, file)) for file in os.listdir(folder)})
+        if done.returncode != code or len(texts[-1]) != 1 or texts[-1] != texts[0]:
+            fail(f"{name}: ended with {done.returncode} and leaves {texts[-1]}")
     print("service:", asked.replace("\n", "; "), flush=True)
     if service.returncode != 0 or os.path.exists(unit) or "disable --now" not in asked:
         fail("the service: " + command + asked)

@@ -82,15 +82,19 @@ void add_live(CLI::App* app, Run* to_run) {
   live->add_flag("--default", o->node.is_default,
                  "Be what programs use unless another one was chosen in the settings");
   add_gain_option(live, &o->gain_db);
-  live->add_option("--record", o->record, "Keeps what is heard, in floats, until the end")
-      ->type_name("OUT");
-  live->add_option("--check", o->check,
-                   "Runs so many seconds, then prints missed cycles, the dearest one and the cost")
-      ->check(between(0.1, 1e6))
-      ->type_name("SECONDS");
+  CLI::Option* record =
+      live->add_option("--record", o->record, "Keeps what is heard, in floats, until the end")
+          ->type_name("OUT");
+  CLI::Option* check =
+      live->add_option(
+              "--check", o->check,
+              "Runs so many seconds, then prints missed cycles, the dearest one and the cost")
+          ->check(between(0.1, 1e6))
+          ->type_name("SECONDS");
   CLI::Option* install = live->add_flag(
       "--install", options->installs,
       "Run as a service of systemd, with these options, now and at each login; implies --default");
+  install->excludes(record)->excludes(check);
   live->add_flag("--uninstall", options->uninstalls, "Remove the service of this name")
       ->excludes(install);
   add_overwrite(live, &o->overwrite);

@@ -10,8 +10,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "errors.h"
+#include "recordings/output_file.h"
 
 namespace fs = std::filesystem;
 
@@ -64,30 +66,50 @@ void run_systemctl(std::vector<std::string> words) {
     throw Error(kOutputError, command + ": failed");
 }
 
+std::string description_of(const std::string& name) {
+  return "Description=" + name + ", a filter in PipeWire\n";
+}
+
+/** The text of the service of this name, none where there is none. Throws where its file is that of
+ * another name. */
+std::string text_of(const fs::path& path, const std::string& name) {
+  std::ifstream file(path);
+  std::string text{std::istreambuf_iterator<char>(file), {}};
+  if (!text.empty() && text.find(description_of(name)) == std::string::npos)
+    throw Error(kUsageError, path.string() + ": is another service than that of \"" + name +
+                                 "\"; give this one another --name");
+  return text;
+}
+
 }  // namespace
 
 std::string install_service(const std::string& name, const std::vector<std::string>& arguments) {
   const fs::path path = folder() / unit_of(name);
+  const std::string before = text_of(path, name);
   std::error_code problem;
   fs::create_directories(path.parent_path(), problem);
   std::string command = quoted(fs::read_symlink("/proc/self/exe").string());
   for (const std::string& word : arguments) command += " " + quoted(word);
-  std::ofstream file(path);
-  file << "[Unit]\nDescription=" << name << ", a filter in PipeWire\nAfter=pipewire.service\n"
-       << "\n[Service]\nExecStart=" << command << "\nRestart=on-failure\nRestartSec=2\n"
-       << "\n[Install]\nWantedBy=default.target\n";
-  file.close();
-  if (!file) throw Error(kOutputError, path.string() + ": cannot be written");
+  write_file(path.string(), true,
+             "[Unit]\n" + description_of(name) +
+                 "After=pipewire.service\n\n[Service]\nExecStart=" + command +
+                 "\nRestart=on-failure\nRestartSec=2\n\n[Install]\nWantedBy=default.target\n");
   try {
     run_systemctl({"daemon-reload"});
     run_systemctl({"enable", unit_of(name)});
     run_systemctl({"restart", unit_of(name)});
   } catch (const Error&) {
     try {
-      run_systemctl({"disable", unit_of(name)});
+      if (before.empty()) {
+        run_systemctl({"disable", unit_of(name)});
+      } else {
+        write_file(path.string(), true, before);
+        run_systemctl({"daemon-reload"});
+        run_systemctl({"restart", unit_of(name)});
+      }
     } catch (const Error&) {  // the first one says why
     }
-    fs::remove(path, problem);
+    if (before.empty()) fs::remove(path, problem);
     throw;
   }
   return path.string();
@@ -95,7 +117,7 @@ std::string install_service(const std::string& name, const std::vector<std::stri
 
 std::string uninstall_service(const std::string& name) {
   const fs::path path = folder() / unit_of(name);
-  if (!fs::exists(path))
+  if (text_of(path, name).empty())
     throw Error(kInputError, path.string() + ": is not there; nothing of this name is installed");
   run_systemctl({"disable", "--now", unit_of(name)});
   fs::remove(path);
