@@ -134,7 +134,7 @@ void CamillaFilters::check_rate(const std::string& name, const YAML::Node& node)
 }
 
 /** Relative to the settings, or else to where the program runs, with CamillaDSP's tokens. */
-std::string CamillaFilters::file_of(const YAML::Node& p) const {
+std::string CamillaFilters::file_of(const YAML::Node& p) {
   namespace fs = std::filesystem;
   std::string name = text(p["filename"]);
   if (name.empty()) refuse(p, "there is no 'filename'");
@@ -148,7 +148,9 @@ std::string CamillaFilters::file_of(const YAML::Node& p) const {
   put("$channels$", channels_of("capture"));
   const fs::path beside = fs::path(path_).parent_path() / name;
   std::error_code ignored;
-  return fs::exists(beside, ignored) || !fs::exists(name, ignored) ? beside.string() : name;
+  if (fs::exists(beside, ignored) || !fs::exists(name, ignored)) name = beside.string();
+  files_.push_back(name);
+  return name;
 }
 
 SetupStep CamillaFilters::sections(const std::string& name, const std::vector<double>& rows) const {
@@ -168,7 +170,7 @@ SetupStep CamillaFilters::words(const std::string& name, const YAML::Node& node,
   }
 }
 
-SetupStep CamillaFilters::convolution(const std::string& name, const YAML::Node& p) const {
+SetupStep CamillaFilters::convolution(const std::string& name, const YAML::Node& p) {
   const std::string type = text(p["type"]);
   check_rate(name, p);
   if (type == "Values") return filter_step(name, {FilterDesign::kFir, numbers(p, "values"), {}});

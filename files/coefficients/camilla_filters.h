@@ -38,19 +38,21 @@ class CamillaFilters {
 
   /** What was rounded on the way. */
   const std::vector<std::string>& remarks() const { return remarks_; }
+  /** The files that were read. */
+  const std::vector<std::string>& files() const { return files_; }
 
  private:
   int rate_for_designs() const;
   std::vector<double> numbers(const YAML::Node& parameters, const std::string& key) const;
   void check_rate(const std::string& name, const YAML::Node& node) const;
-  std::string file_of(const YAML::Node& parameters) const;
+  std::string file_of(const YAML::Node& parameters);
 
   SetupStep words(const std::string& name, const YAML::Node& node,
                   const std::vector<std::string>& filters) const;
   SetupStep sections(const std::string& name, const std::vector<double>& rows) const;
   SetupStep biquad(const std::string& name, const YAML::Node& p) const;
   SetupStep combination(const std::string& name, const YAML::Node& p) const;
-  SetupStep convolution(const std::string& name, const YAML::Node& p) const;
+  SetupStep convolution(const std::string& name, const YAML::Node& p);
   SetupStep difference_equation(const std::string& name, const YAML::Node& p) const;
   std::vector<SetupStep> equaliser(const std::string& name, const YAML::Node& p) const;
   std::vector<SetupStep> delay(const std::string& name, const YAML::Node& p);
@@ -59,7 +61,7 @@ class CamillaFilters {
   const YAML::Node root_;
   const ReadOptions& options_;
   int rate_ = 0;  // that the settings name
-  std::vector<std::string> remarks_;
+  std::vector<std::string> remarks_, files_;
 };
 
 }  // namespace jurn

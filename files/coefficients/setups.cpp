@@ -46,7 +46,7 @@ class Pipeline {
       filters_.refuse(filters_.device("playback"), "the playback has " + std::to_string(playback) +
                                                        " channels, and the pipeline makes " +
                                                        std::to_string(setup_.outputs()));
-    return {setup_, filters_.remarks()};
+    return {setup_, filters_.remarks(), filters_.files()};
   }
 
   /** Its channels, 0 where the settings do not say. */
@@ -182,7 +182,7 @@ SetupFile read_setup(const std::string& path, int rate, int inputs) {
     ReadOptions options{};
     options.limits = filter_limits(Precision::kDouble);
     options.rate = rate;
-    return {parse_equaliser_setup(path, text, checked_channels(path, inputs), options), {}};
+    return {parse_equaliser_setup(path, text, checked_channels(path, inputs), options), {}, {}};
   }
   return with_settings(path, text, rate, [&](Pipeline* p) { return p->read(inputs); });
 }

@@ -12,6 +12,7 @@ namespace jurn {
 struct SetupFile {
   Setup setup;
   std::vector<std::string> remarks;  // what was rounded
+  std::vector<std::string> files;    // of coefficients, that it names
 };
 
 /**

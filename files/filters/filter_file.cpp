@@ -113,15 +113,19 @@ FilterFile::FilterFile(const std::string& path, FilterFileKind kind, int rate, i
       break;
     case FilterFileKind::kRoutes: {
       Routing routing = read_routes(path, rate, options);
+      files_ = files_of_routes(path);
       inputs_ = channels ? channels : routing.inputs;
       filter_ = std::move(routing);
       break;
     }
-    case FilterFileKind::kSetup:
+    case FilterFileKind::kSetup: {
       if (!channels)
         if (const int said = count_setup_channels(path).first) inputs_ = said;
-      filter_ = read_setup(path, rate, inputs_).setup;
+      SetupFile file = read_setup(path, rate, inputs_);
+      files_ = std::move(file.files);
+      filter_ = std::move(file.setup);
       break;
+    }
     default:
       read_coefficients(rate);
   }

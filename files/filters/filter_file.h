@@ -31,6 +31,8 @@ class FilterFile {
 
   int inputs() const { return inputs_; }
   int outputs() const { return outputs_; }
+  /** Other files that it names. */
+  const std::vector<std::string>& files() const { return files_; }
 
   /** Whether the input itself may be heard instead: not where loudspeakers get bands of their own.
    */
@@ -46,6 +48,7 @@ class FilterFile {
   Ends ends() const;
 
   std::string path_;
+  std::vector<std::string> files_;
   int inputs_, outputs_;
   std::variant<FilterDesign, Routing, Setup> filter_;
 };

@@ -221,6 +221,12 @@ Routing read_routes(const std::string& path, int rate, const ImpulseResponseOpti
   return routing;
 }
 
+std::vector<std::string> files_of_routes(const std::string& path) {
+  std::vector<std::string> files;
+  for (const Entry& entry : read_list(path).entries) files.push_back(entry.file);
+  return files;
+}
+
 std::pair<int, int> count_routes(const std::string& path) {
   const RouteList list = read_list(path);
   return {list.inputs, list.outputs};

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "impulse_responses/impulse_response.h"
 #include "streams/routing.h"
@@ -19,6 +20,9 @@ namespace jurn {
  * delay, offset, length and channel, /impulse/dirac and /impulse/copy.
  */
 Routing read_routes(const std::string& path, int rate, const ImpulseResponseOptions& options);
+
+/** The files of impulse responses that a file of routes names. */
+std::vector<std::string> files_of_routes(const std::string& path);
 
 /** The inputs and outputs of a file of routes, whose impulse responses need not exist. */
 std::pair<int, int> count_routes(const std::string& path);

@@ -112,6 +112,8 @@ OutputFile::OutputFile(const std::string& path, bool overwrite) : path_(path) {
     descriptor_.reset(open(temporary.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0666));
   } while (descriptor_.get() < 0 && errno == EEXIST);
   if (descriptor_.get() < 0) fail_to_write(path, errno, "");
+  // Whoever could not read what was there reads nothing new, either.
+  if (exists) (void)fchmod(descriptor_.get(), (named.st_mode & 0777) | S_IRUSR | S_IWUSR);
   temporary_ = std::move(temporary);  // what allocated here could leave the file behind
 }
 

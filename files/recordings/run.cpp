@@ -85,8 +85,12 @@ void stream(const Job& job, const std::string& what, AudioReader* reader, const 
 }
 
 Recording describe(const Job& job, const AudioReader& reader) {
-  return {job.input, reader.channels(), reader.rate(), reader.frames(),
-          job.bits.value_or(reader.samples())};
+  return {job.input,
+          reader.channels(),
+          reader.rate(),
+          reader.frames(),
+          job.bits.value_or(reader.samples()),
+          job.output};
 }
 
 /** The gain at which a result of this peak does not clip. */

@@ -23,6 +23,7 @@ struct Recording {
   int rate;
   std::int64_t frames;                          // 0 when unknown
   SampleFormat samples = SampleFormat::kInt16;  // what those of the result hold
+  std::string result = {};                      // its file, which must not be one that is read
 };
 
 /** Frames per call of filters with long taps, whose bits follow from it, and of others. */

@@ -115,8 +115,10 @@ class CarefulUseTest(ToolTest):
     def test_links_names_and_others(self):
         os.symlink("behind.wav", "link.wav")
         os.symlink(os.path.abspath("link.wav"), "chain.wav")
-        for source in (MUSIC, SPEECH):  # a file that is not there, and one that is
-            self.run_tool("average", source, "chain.wav", "--length", "1")
+        self.run_tool("average", MUSIC, "chain.wav", "--length", "1")  # a file that is not there
+        os.chmod("behind.wav", 0o600)
+        self.run_tool("average", SPEECH, "chain.wav", "--length", "1")  # and one that is
+        self.assertEqual(os.stat("behind.wav").st_mode & 0o777, 0o600)
         np.testing.assert_array_equal(read("behind.wav")[1], read(SPEECH)[1])
         self.assertTrue(os.path.islink("chain.wav") and os.path.islink("link.wav"))
         self.assertTrue(os.path.isfile("behind.wav") and not os.path.islink("behind.wav"))

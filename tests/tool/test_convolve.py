@@ -176,6 +176,8 @@ class ConvolveTest(ToolTest):
                              ("1 1 a folder/h.wav", ":1:", "quotes"),
                              ("/impulse/hilbert 1 1 1 9 9", ":1:", "/impulse/hilbert")):
             self.assert_fails(["convolve", "three.wav", "out.wav", "--routes", write("bad.txt", text)], *words)
+        self.assert_fails(["convolve", "three.wav", "a folder/h.wav", "--routes", "routes.txt", "--overwrite"],
+                          "same file", code=2)
 
     def test_any_channels_and_floats(self):
         rng = np.random.default_rng(6)

@@ -286,6 +286,9 @@ pipeline:
                 self.run_tool("eq", "float.wav", "eq.wav", *expected)
                 expected = read("eq.wav")[1]
             self.assertLess(np.abs(read("out.wav")[1] - expected).max(), 1e-6, parameters)
+            if "two.wav" in parameters:
+                self.assert_fails(["setup", "float.wav", "two.wav", "-c", "setup.yml", "--overwrite"],
+                                  "same file", code=2)
 
     def test_refusals(self):
         good = ("mixers:\n  m: {channels: {in: 2, out: 1}, mapping: [{dest: 0, sources: [{channel: 1}]}]}\n"

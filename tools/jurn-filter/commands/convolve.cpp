@@ -6,6 +6,7 @@
 #include "commands/commands.h"
 #include "errors.h"
 #include "impulse_responses/routes.h"
+#include "recordings/output_file.h"
 #include "streams/long_filter.h"
 #include "streams/voice.h"
 
@@ -59,6 +60,7 @@ Routing read_routing(const ConvolveOptions& o, std::size_t i, const Recording& r
   ImpulseResponseOptions options = o.response;
   options.normalise = false;
   const std::vector<std::string> names = o.names(i);
+  if (!o.routes.empty()) refuse_overwrite(recording.result, files_of_routes(names[0]));
   Routing routing = o.routes.empty()
                         ? connect(read_impulse_response(names, recording.rate, options), o.wiring,
                                   recording.channels, names[0])

@@ -86,8 +86,8 @@ void add_eq(CLI::App* app, Filter* filter, Files* files) {
         if (by_channel) check_setup_options(name, *o);
       }
       if (by_channel) {
-        std::unique_ptr<Stage> stage = make_setup(name, {*by_channel, {}}, gain, recording, is_new,
-                                                  files && files->common.quiet);
+        std::unique_ptr<Stage> stage = make_setup(name, {*by_channel, {}, {}}, gain, recording,
+                                                  is_new, files && files->common.quiet);
         stage->keep_tail = o->tail;
         return chain_of(std::move(stage));
       }

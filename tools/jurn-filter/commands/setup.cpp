@@ -5,6 +5,7 @@
 
 #include "commands/commands.h"
 #include "errors.h"
+#include "recordings/output_file.h"
 #include "report.h"
 #include "streams/setup_voice.h"
 #include "units.h"
@@ -82,9 +83,11 @@ void add_setup(CLI::App* app, Filter* filter, Files* files) {
   setup->final_callback([=] {
     filter->also_read = {o->file};
     filter->make_chain = [=, said_for = 0](const Recording& recording, double gain) mutable {
+      SetupFile file = read_setup(o->file, recording.rate, recording.channels);
+      refuse_overwrite(recording.result, file.files);
       std::unique_ptr<Stage> stage =
-          make_setup(o->file, read_setup(o->file, recording.rate, recording.channels), gain,
-                     recording, said_for != recording.rate, files && files->common.quiet);
+          make_setup(o->file, std::move(file), gain, recording, said_for != recording.rate,
+                     files && files->common.quiet);
       said_for = recording.rate;
       stage->keep_tail = !o->no_tail;
       return chain_of(std::move(stage));

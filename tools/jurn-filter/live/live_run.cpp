@@ -119,7 +119,10 @@ class Live {
     if (audio_.inputs() > kMostChannels || audio_.outputs() > kMostChannels)
       throw Error(kInputError,
                   o.file + ": PipeWire takes up to " + std::to_string(kMostChannels) + " channels");
-    if (!o.record.empty()) refuse_overwrite(o.record, {o.file});
+    if (!o.record.empty()) {
+      refuse_overwrite(o.record, {o.file});
+      refuse_overwrite(o.record, file_->files());
+    }
     make();  // says now what there is to say
     pw_init(nullptr, nullptr);
     loop_ = pw_loop_new(nullptr);
