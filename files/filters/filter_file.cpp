@@ -148,10 +148,12 @@ void FilterFile::read_coefficients(int rate) {
   options.limits = filter_limits(Precision::kDouble);
   options.rate = rate;
   options.graphic_taps = kLiveGraphicTaps;
-  if (holds_equaliser(path_, content_of(path_))) {
-    std::vector<FilterDesign> chain = load_equaliser(path_, {}, options);
+  const std::string content = content_of(path_);
+  if (holds_equaliser(path_, content)) {
+    std::vector<FilterDesign> chain = parse_equaliser_chain(path_, content, {}, options);
+    options.graphic_taps = kMostGraphicTaps;  // beside other filters
     if (chain.size() > 1)
-      filter_ = read_setup(path_, rate, inputs_).setup;
+      filter_ = parse_equaliser_setup(path_, content, inputs_, options);
     else
       filter_ = std::move(chain[0]);
     return;

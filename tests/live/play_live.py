@@ -410,7 +410,7 @@ def scene_documents(_):
         if not found:
             fail("no commands by " + pattern)
     write("ParametricEQ.txt", EQUALISER)
-    write("voice.txt", "HP 90 order 2\nPK 3000 3 Q 1\n")
+    write("voice.txt", "HP 90 linear\nPK 3000 3 Q 1\n")
     shutil.copy(os.path.join(SOURCE, "examples/setups/two-way.yml"), ".")
     os.symlink(TOOL, "bin/jurn-filter")
     environment = dict(os.environ, PATH=os.path.abspath("bin") + ":" + os.environ["PATH"])
