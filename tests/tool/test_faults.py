@@ -153,6 +153,14 @@ class FaultTest(ToolTest):
                                  (arguments, allocations))
                 self.assertEqual(sorted({*os.listdir()} - {"count"}), before, (arguments, allocations))
 
+    @unittest.skipIf("-fsanitize" in COMPILER, "a sanitizer takes more than is left")
+    def test_no_room_for_threads(self):
+        """One thread does all the work, and says what those would have said."""
+        write_numbers("unstable.txt", [[1], [1, -2]])
+        said = [self.shell(f"{limits}jurn iir {SPEECH} -c unstable.txt --output-dir out --overwrite -q")[1]
+                for limits in ("", "ulimit -s 8000000 -v 4000000; ")]
+        self.assertEqual((said[0], said[0].count("warning")), (said[1], 2))
+
     def test_unreadable(self):
         arguments = ["fir", "secret.wav", "out.wav", "-c", "one.txt"]
         subprocess.run(["cp", SPEECH, "secret.wav"], check=True)

@@ -24,7 +24,7 @@ void note(const std::string& message);
 void say(const std::string& line);
 
 /** From then on this thread's lines are kept: those of a job that runs beside others are said when
- * it is its turn. */
+ * it is its turn. Of null, they are said at once again. */
 void keep_lines(std::vector<std::string>* kept);
 
 /** A line on standard error about work that takes longer than a second, on a terminal only. */

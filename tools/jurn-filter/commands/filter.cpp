@@ -154,6 +154,7 @@ int run_into_folder(const Job& job, const Files& files) {
     } catch (...) {
       outcomes[i].error = std::current_exception();
     }
+    keep_lines(nullptr);  // of the thread that says them, where there is no other
   };
   int code = 0;
   std::set<std::string> said;  // each design warns once, though it may have been read several times
