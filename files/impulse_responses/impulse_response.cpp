@@ -189,6 +189,7 @@ double peak_gain(const ImpulseResponse& response) {
 
 ImpulseResponse read_impulse_response(const std::vector<std::string>& paths, int rate,
                                       const ImpulseResponseOptions& options) {
+  if (paths.empty()) throw Error(kUsageError, "the response: no file is named");
   ImpulseResponse response;
   for (const std::string& path : paths) append_file(path, rate, options, &response);
   if (response.size() > kMostChannels)

@@ -303,6 +303,11 @@ def test_files_are_read_checked_and_reported(tmp_path):
         jurn.read_coefficients(written("words.txt", "no numbers"))
     with pytest.raises(FileNotFoundError):
         jurn.read_coefficients("missing")
+    for names in ((), (*pair, pair[0])):
+        with pytest.raises(ValueError, match="takes one, or numerator and denominator"):
+            jurn.read_coefficients(names)
+    with pytest.raises(ValueError, match="no file"):
+        jurn.read_response([], 48000, normalise=True)
     with pytest.raises(ValueError, match="44100"):
         jurn.read_response(ROOM, 44100)
     assert jurn.read_response([ROOM, ROOM], 48000, truncate=100).shape == (100, 2)

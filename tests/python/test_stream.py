@@ -195,11 +195,16 @@ def test_wrong_input_is_named_and_changes_nothing(error, message, call):
 
 def test_one_stream_runs_on_one_thread_at_a_time():
     stream = jurn.Stream(jurn.Design("fir", np.ones(3000) / 3000))
-    runner = threading.Thread(target=stream.process, args=(np.zeros(400000),))
+    refuses(stream.process, np.zeros(400000), lambda: stream.process([1.0]), stream.copy, stream.reset,
+            lambda: stream.change(None), lambda: stream.tail)
+    echo = jurn.Convolution([(0, 0, np.ones(3000))], block=8)
+    refuses(echo.run, np.zeros(1 << 22, np.float32), lambda: repr(echo), echo.copy, echo.reset)
+
+
+def refuses(run, samples, *calls):
+    runner = threading.Thread(target=run, args=(samples,))
     runner.start()
     refused = set()
-    calls = (lambda: stream.process([1.0]), stream.copy, stream.reset, lambda: stream.change(None),
-             lambda: stream.tail)
     while runner.is_alive() and len(refused) < len(calls):
         for call in calls:
             try:

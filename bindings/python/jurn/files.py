@@ -67,6 +67,8 @@ def read_coefficients(
     """
     paths = path if isinstance(path, tuple) else (path,)
     names = [os.fspath(p) for p in paths]
+    if len(names) not in (1, 2):
+        raise ValueError(f"path: has {len(names)} files; takes one, or numerator and denominator")
     for name in names:
         open(name, "rb").close()  # for Python's own errors
     if len(names) == 2:

@@ -37,7 +37,10 @@ class Convolution {
   Convolution(const Convolution& other);
 
   const Convolution_shape& shape() const { return shape_; }
-  std::size_t routes() const { return response_->routes.size(); }
+  std::size_t routes() const {
+    InUse::check(in_use_);
+    return response_->routes.size();
+  }
 
   void reset();
   void fade_to(const py::sequence& list);
