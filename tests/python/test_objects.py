@@ -246,6 +246,8 @@ def test_arrays_of_any_layout_are_taken_and_outputs_may_overlap():
     read_only.flags.writeable = False
     for block in (strided, read_only, x[::-1][::-1]):
         np.testing.assert_array_equal(jurn.Filter.fir(TAPS).process(block), expected)
+    carried = pickle.loads(pickle.dumps(x))  # has a type of its own, equal to int16
+    np.testing.assert_array_equal(jurn.FloatFilter.fir([0.5]).run(carried), x / 2)
     out = np.zeros((1000, 3), np.int16)
     assert jurn.Filter.fir(TAPS).process(x, out[:, 1]) is not None
     np.testing.assert_array_equal(out, np.stack([0 * x, expected, 0 * x], axis=1))

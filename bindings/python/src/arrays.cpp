@@ -44,7 +44,7 @@ template <class Sample>
 /** The frames of an array, which has to be a block of `channels`. */
 template <class Sample>
 py::ssize_t frames_of(const char* name, py::handle array, int channels) {
-  if (!npy_api::get().PyArray_Check_(array.ptr()) || !has_type<Sample>(array))
+  if (!holds<Sample>(array))
     throw py::type_error(std::string(name) + ": " + described(array) + "; takes an array of " +
                          name_of_type<Sample>());
   const auto* proxy = array_proxy(array.ptr());
@@ -83,6 +83,11 @@ Input<Sample> read_block(py::handle block, int channels) {
   }
   const auto* proxy = array_proxy(array.ptr());
   return {reinterpret_cast<const Sample*>(proxy->data), frames, proxy->nd, std::move(array)};
+}
+
+template <class Sample>
+bool holds(py::handle object) {
+  return npy_api::get().PyArray_Check_(object.ptr()) && has_type<Sample>(object);
 }
 
 template <class Sample>
@@ -125,6 +130,7 @@ void keep_apart(Input<Sample>* in, int channels_in, const void* out, py::ssize_t
 }
 
 #define JURN_SAMPLES(Sample)                                  \
+  template bool holds<Sample>(py::handle);                    \
   template Input<Sample> read_block<Sample>(py::handle, int); \
   template class Output<Sample>;                              \
   template void keep_apart<Sample>(Input<Sample>*, int, const void*, py::ssize_t, bool);

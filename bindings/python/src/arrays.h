@@ -16,6 +16,10 @@ namespace py = pybind11;
 /** "int16 of shape (480, 2)", or the type of what is no array. */
 std::string described(py::handle object);
 
+/** Whether it is an array of this type, however the type came to be: through pickle, say. */
+template <class Sample>
+bool holds(py::handle object);
+
 /** The samples of a block, frames x channels, in one piece. */
 template <class Sample>
 struct Input {

@@ -2,15 +2,6 @@
 #include "stream_class.h"
 
 namespace jurn::python {
-namespace {
-
-bool is_int16(py::handle samples) {
-  return py::isinstance<py::array>(samples) &&
-         py::reinterpret_borrow<py::array>(samples).dtype().is(py::dtype::of<short>());
-}
-
-}  // namespace
-
 void add_moving_sum(py::module_* m) {
   using Self = Stream<shuzhiFilter_ID>;
   py::class_<Self> c(*m, "MovingSum", R"(The moving mean, or sum, of a mono int16 stream.
@@ -109,16 +100,16 @@ b, a : array_like
   c.def(
       "process",
       [](Self& s, py::handle block, py::handle out) {
-        return is_int16(block) ? process<Filterf_ID, short>(s, block, out)
-                               : process<Filterf_ID>(s, block, out);
+        return holds<short>(block) ? process<Filterf_ID, short>(s, block, out)
+                                   : process<Filterf_ID>(s, block, out);
       },
       arg("block"), arg("out") = py::none(),
       signed_doc("process(self, block, out=None)", kProcess).c_str());
   c.def(
       "run",
       [](Self& s, py::handle samples, py::ssize_t block, py::handle out) {
-        return is_int16(samples) ? run<Filterf_ID, short>(s, samples, block, out)
-                                 : run<Filterf_ID>(s, samples, block, out);
+        return holds<short>(samples) ? run<Filterf_ID, short>(s, samples, block, out)
+                                     : run<Filterf_ID>(s, samples, block, out);
       },
       arg("samples"), arg("block") = 512, arg("out") = py::none(),
       signed_doc("run(self, samples, block=512, out=None)", kRun).c_str());
