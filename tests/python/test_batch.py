@@ -70,6 +70,8 @@ def test_one_bad_recording_keeps_no_other_from_its_result(folder, capsys):
     assert len(batch.read_manifest(folder / "out/manifest.tsv")) == len(os.listdir(SOUNDS)) + 1
     with pytest.raises(FileNotFoundError, match="no recordings"):
         batch.filter_folder(folder / "missing", folder / "out", half)
+    with pytest.raises(batch.BatchError, match="loop_safari.flac: ValueError: the function gave no samples"):
+        batch.filter_folder(folder / "in", folder / "none", lambda x, rate: x[:0])
     with pytest.raises(ValueError, match="taps.txt, line 1"):
         batch.read_manifest(folder / "taps.txt")
 
@@ -238,13 +240,16 @@ def usable_cluster(distributed):
     return done.stdout.strip() == b"7"
 
 
-def test_a_cluster_that_is_not_there_is_told_in_time(folder, monkeypatch):
+def test_a_cluster_that_is_not_there_is_told_in_time(folder, monkeypatch, capsys):
     pytest.importorskip("distributed")
     monkeypatch.setattr("jurn._sharing._START", 1.0)
     start = time.monotonic()
     with pytest.raises(OSError):
         batch.filter_folder(folder / "in", folder / "out", half, scheduler="tcp://127.0.0.1:9")
     assert time.monotonic() - start < 30
+    monkeypatch.setitem(sys.modules, "distributed", None)
+    assert batch.main([str(folder / "in"), str(folder / "x"), "--average", "5", "--scheduler", "tcp://a"]) == 3
+    assert "needs the package distributed" in capsys.readouterr().err
 
 
 def test_a_lost_worker_changes_nothing(folder):

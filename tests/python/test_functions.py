@@ -325,6 +325,11 @@ def test_compare_measures_what_the_truncation_adds():
     assert abs(level - expected) < 0.5 and half.frequencies[-1] == 22050
     mean = jurn.compare(jurn.convolve, x // 4, TAPS[:, None] * [1, 1], axis=0, rate=44100)
     assert mean.largest < 1.1
+    # Arguments by position and by name reach both outputs alike.
+    assert jurn.compare(jurn.fir, TAPS, x, 0).largest == jurn.compare(jurn.fir, x=x, taps=TAPS, axis=0).largest
+    for mode in ("full", "same", "valid"):
+        part = jurn.compare(jurn.convolve, x[:50] / 4, TAPS, mode, axis=0)
+        assert part.ideal.shape == jurn.convolve(x[:50], TAPS, mode, axis=0).shape and part.largest < 1e-9
 
 
 def test_short_responses_are_summed_in_double_and_long_ones_nearly():

@@ -171,6 +171,8 @@ def _through(function: Filter, source: str, target: str, tally: _Tally) -> tuple
     while len(blocks[-1]) == _FRAMES:
         blocks.append(reader.read(_FRAMES))
     y = np.asarray(function(np.concatenate(blocks), reader.rate))
+    if y.size == 0:  # a recording of none cannot be read
+        raise ValueError("the function gave no samples")
     y = y.reshape(len(y), -1)
     writer = _core._Writer(target, y.shape[1], reader.rate, reader.bits, tally.add)
     writer.write(y)

@@ -26,7 +26,10 @@ def on_threads(work: Work, names: list[str], jobs: int | None) -> Iterator[Resul
 
 def on_cluster(work: Work, names: list[str], cluster: Any) -> Iterator[Result]:
     """`cluster` is a client, or the address of a scheduler."""
-    distributed: Any = importlib.import_module("distributed")
+    try:
+        distributed: Any = importlib.import_module("distributed")
+    except ImportError as error:
+        raise RuntimeError(f"{error}; a cluster needs the package distributed") from None
     if not isinstance(cluster, str):
         yield from _on_client(distributed, cluster, work, names)
         return

@@ -3,8 +3,9 @@
 from __future__ import annotations
 
 import importlib
+import inspect
 from dataclasses import dataclass
-from typing import Any, Callable
+from typing import Any, Callable, Mapping
 
 import numpy as np
 from numpy.typing import NDArray
@@ -93,11 +94,14 @@ def compare(
     if function not in _IDEAL:
         names = ", ".join(f.__name__ for f in _IDEAL)
         raise ValueError(f"function: takes one of {names}")
-    if "zi" in options:
+    given = inspect.signature(function).bind(*arguments, **options)
+    given.apply_defaults()
+    o = given.arguments
+    if o.get("zi") is not None:
         raise ValueError("zi: compares whole outputs only")
     exact = function(*arguments, **options)
-    axis = options.get("axis", -1)
-    ideal = _IDEAL[function](*arguments, axis=axis, tail=options.get("tail", True))
+    axis = -1 if o["axis"] is None else o["axis"]
+    ideal = _IDEAL[function](o, axis)
     difference = exact.astype(np.float64) - ideal
     by_channel = np.moveaxis(difference, axis, 0).reshape(difference.shape[axis], -1)
     frequencies, noise = _spectrum(by_channel, rate)
@@ -136,39 +140,39 @@ def _signal() -> Any:
     return importlib.import_module("scipy.signal")
 
 
-def _ideal_fir(taps: Any, x: Any, *, axis: int, tail: bool) -> Any:
-    return _signal().lfilter(np.asarray(taps, float), 1.0, np.asarray(x, float), axis=axis)
+def _ideal_fir(o: Mapping[str, Any], axis: int) -> Any:
+    return _signal().lfilter(np.asarray(o["taps"], float), 1.0, np.asarray(o["x"], float), axis)
 
 
-def _ideal_lfilter(b: Any, a: Any, x: Any, *, axis: int, tail: bool) -> Any:
-    return _signal().lfilter(b, a, np.asarray(x, float), axis=axis)
+def _ideal_lfilter(o: Mapping[str, Any], axis: int) -> Any:
+    return _signal().lfilter(o["b"], o["a"], np.asarray(o["x"], float), axis)
 
 
-def _ideal_sosfilt(sos: Any, x: Any, *, axis: int, tail: bool) -> Any:
-    return _signal().sosfilt(sos, np.asarray(x, float), axis=axis)
+def _ideal_sosfilt(o: Mapping[str, Any], axis: int) -> Any:
+    return _signal().sosfilt(o["sos"], np.asarray(o["x"], float), axis)
 
 
-def _ideal_mean(length: int, x: Any, *, axis: int, tail: bool) -> Any:
-    return _ideal_fir(np.full(length, 1.0 / length), x, axis=axis, tail=tail)
+def _ideal_mean(o: Mapping[str, Any], axis: int) -> Any:
+    return _ideal_fir({**o, "taps": np.full(o["length"], 1.0 / o["length"])}, axis)
 
 
-def _ideal_convolve(x: Any, ir: Any, *, axis: int, tail: bool) -> Any:
-    flat = np.ndim(x) == 1
-    samples = np.moveaxis(np.asarray(x, float), axis, 0).reshape(np.shape(x)[axis], -1)
-    taps = np.asarray(ir, float)
+def _ideal_convolve(o: Mapping[str, Any], axis: int) -> Any:
+    x, taps = np.asarray(o["x"], float), np.asarray(o["ir"], float)
+    samples = np.moveaxis(x, axis, 0).reshape(x.shape[axis], -1)
     taps = taps.reshape(len(taps), -1)
     routes = convolution.routes_of(taps, samples.shape[1])
     outputs = max(route[1] for route in routes) + 1
     y: NDArray[np.float64] = np.zeros((len(samples) + len(taps) - 1, outputs))
     for source, to, response in routes:
         y[:, to] += _signal().oaconvolve(samples[:, source], response)
-    y = y if tail else y[: len(samples)]
-    if flat:
+    start, stop = convolution.kept(o["mode"], len(samples), len(taps), o["tail"])
+    y = y[start:stop]
+    if x.ndim == 1:
         return y[:, 0] if outputs == 1 else y
     return np.moveaxis(y, 0, axis)
 
 
-_IDEAL: dict[Callable[..., Any], Callable[..., Any]] = {
+_IDEAL: dict[Callable[..., Any], Callable[[Mapping[str, Any], int], Any]] = {
     functions.fir: _ideal_fir,
     functions.lfilter: _ideal_lfilter,
     functions.sosfilt: _ideal_sosfilt,

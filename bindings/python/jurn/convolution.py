@@ -86,7 +86,7 @@ def convolve(
         raise ValueError(f"ir: has the shape {taps.shape}; takes (taps,) or (taps, outputs)")
     routes = routes_of(taps.reshape(len(taps), -1), channels.count)
     outputs = max((route[1] for route in routes), default=-1) + 1
-    start, stop = _kept(mode, len(channels.x), len(taps), tail)
+    start, stop = kept(mode, len(channels.x), len(taps), tail)
     if channels.dtype.char == "d" and method != "fft" and (
         method == "direct" or len(taps) <= _SHORT
     ):
@@ -98,7 +98,7 @@ def convolve(
     return np.moveaxis(y, 0, channels.axis)
 
 
-def _kept(mode: str, frames: int, taps: int, tail: bool) -> tuple[int, int]:
+def kept(mode: str, frames: int, taps: int, tail: bool) -> tuple[int, int]:
     """The first frame of the result and the one after its last."""
     if frames == 0:
         return 0, 0
