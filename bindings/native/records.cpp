@@ -2,7 +2,6 @@
 #include "exact.h"
 
 #include <algorithm>
-#include <iterator>
 #include <type_traits>
 #include <utility>
 
@@ -50,28 +49,9 @@ void configure(shuzhiFilter_ID& r, const Wanted& wanted) {
   MORVAX_shuzhiFilterCalcu_API(&r);
 }
 
-/** The taps, left in b and right in a, as long as the longer of both. */
-void set_taps(Filterlongfir_ID& r, const Wanted& wanted) {
-  if (!wanted.a.empty() && !has_two_filters(r)) fail("this kind has one set of taps");
-  const std::vector<double>& right = wanted.a.empty() ? wanted.b : wanted.a;
-  const std::size_t most = is_fft(r) ? JURN_FFT_MAX / 2 : 32767;
-  const std::size_t length = std::max(wanted.b.size(), right.size());
-  if (wanted.b.empty() || length > most)
-    fail("taps: has " + std::to_string(length) + "; this kind takes 1 to " + std::to_string(most));
-  for (const auto* const taps : {&wanted.b, &right}) {
-    float* const to = taps == &wanted.b ? r.b : r.bR;
-    std::fill_n(to, length, 0.0f);
-    std::copy(taps->begin(), taps->end(), to);
-    if (!std::all_of(to, to + length, [](float x) { return x - x == 0.0f; }))
-      fail("a tap is infinite, or beyond the numbers of float");
-  }
-  if (right.data() == wanted.b.data()) std::copy_n(r.b, length, r.bR);
-  r.blen = r.bRlen = static_cast<int>(length);
-}
-
 void configure(Filterlongfir_ID& r, const Wanted& wanted) {
   set_kind(r, wanted.kind, r.chanel);
-  set_taps(r, wanted);
+  set_taps(r, wanted.b, wanted.a);
 }
 
 /** Coefficients on their way to the thread that runs, and what it needs no more on its way back. */
@@ -127,7 +107,7 @@ class RecordRunning : public Running {
       set_channels(next, channels_);
       if constexpr (std::is_same_v<Record, Filterlongfir_ID>) {
         set_kind(next, kind_, channels_);
-        set_taps(next, to);
+        set_taps(next, to.b, to.a);
       } else {
         configure(next, to);
       }

@@ -170,6 +170,23 @@ void set_kind(Filterlongfir_ID& r, int kind, int channels) {
   r.chanel = channels;
 }
 
+void set_taps(Filterlongfir_ID& r, const std::vector<double>& left,
+              const std::vector<double>& right) {
+  if (!right.empty() && !has_two_filters(r))
+    throw Error(kUsageError, "right: this kind has one set of taps");
+  const std::vector<double>& other = right.empty() ? left : right;
+  const std::size_t most = is_fft(r) ? JURN_FFT_MAX / 2 : 32767;
+  const std::size_t length = std::max(left.size(), other.size());
+  if (left.empty() || length > most)
+    throw Error(kUsageError, "taps: has " + std::to_string(length) + "; this kind takes 1 to " +
+                                 std::to_string(most));
+  store(left, most, r.b);
+  store(other, most, r.bR);
+  std::fill(r.b + left.size(), r.b + length, 0.0F);
+  std::fill(r.bR + other.size(), r.bR + length, 0.0F);
+  r.blen = r.bRlen = static_cast<int>(length);
+}
+
 void check_fade(const Filterlongfir_ID& next, int taps) {
   if (is_fft(next) && next.filtertype != JURN_LONG_FFT_MONO_TO_STEREO &&
       !(next.filtertype == JURN_LONG_FFT && next.chanel == 2))

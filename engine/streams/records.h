@@ -103,6 +103,10 @@ bool has_two_filters(const Filterlongfir_ID& r);
 
 /** Sets a kind of FIR; throws for a combination that the record does not know. */
 void set_kind(Filterlongfir_ID& r, int kind, int channels);
+/** Writes the taps of the kinds that only this record has, the left ones for both sides where
+ * `right` is empty; both sets become equally long. Throws for what the kind cannot hold. */
+void set_taps(Filterlongfir_ID& r, const std::vector<double>& left,
+              const std::vector<double>& right);
 
 /** Throws where the record's own fade cannot lead to `next` from as many `taps`. */
 void check_fade(const Filterlongfir_ID& next, int taps);

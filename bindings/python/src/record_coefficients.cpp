@@ -1,7 +1,7 @@
 // Coefficients of Python in the records of the library, and a change of them.
-#include <algorithm>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "records.h"
 
@@ -42,19 +42,12 @@ void plain_coefficients(Record& r, py::handle b, py::handle a, int most_b, int m
   r.alen = static_cast<int>(denominator.size());
 }
 
-/** Writes the taps of the kinds that only the long filter has; both sets become equally long. */
 void set_taps(Filterlongfir_ID& r, py::handle taps, py::handle right) {
   if (!right.is_none() && !has_two_filters(r))
     fail_parameter("right: this kind has one set of taps");
-  const std::size_t most = is_fft(r) ? JURN_FFT_MAX / 2 : 32767;
-  std::vector<double> left_taps = numbers(taps, "taps", 1, most);
-  std::vector<double> right_taps = right.is_none() ? left_taps : numbers(right, "right", 1, most);
-  const std::size_t length = std::max(left_taps.size(), right_taps.size());
-  left_taps.resize(length);
-  right_taps.resize(length);
-  store(left_taps, r.b, "taps");
-  store(right_taps, r.bR, "right");
-  r.blen = r.bRlen = static_cast<int>(length);
+  const std::vector<double> left = numbers(taps, "taps", 1, 32767);
+  records::set_taps(r, left,
+                    right.is_none() ? std::vector<double>{} : numbers(right, "right", 1, 32767));
 }
 
 }  // namespace
