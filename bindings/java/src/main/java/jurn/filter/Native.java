@@ -55,7 +55,8 @@ final class Native {
         String machine = System.getProperty("os.arch", "").toLowerCase(Locale.ROOT);
         String name = machine.equals("amd64") || machine.equals("x86_64") ? "x86_64" : machine;
         String resource = "/native/linux-" + name + "/libjurn_java.so";
-        try (InputStream held = Native.class.getResourceAsStream(resource)) {
+        boolean isLinux = System.getProperty("os.name", "").equals("Linux");
+        try (InputStream held = isLinux ? Native.class.getResourceAsStream(resource) : null) {
             if (held == null) {
                 System.loadLibrary("jurn_java");
                 return;
