@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "design/elementary.h"
+#include "elementary.h"
 
 namespace jurn {
 

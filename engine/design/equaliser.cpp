@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "design/elementary.h"
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {

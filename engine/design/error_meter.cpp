@@ -9,10 +9,10 @@
 #include <cstdint>
 #include <limits>
 
-#include "design/elementary.h"
 #include "design/frequency_response.h"
 #include "design/roots.h"
 #include "design/wide.h"
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {

@@ -6,8 +6,8 @@
 #include <cmath>
 #include <cstddef>
 
-#include "design/elementary.h"
 #include "design/roots.h"
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {

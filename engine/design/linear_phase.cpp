@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "design/elementary.h"
 #include "design/windows.h"
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {

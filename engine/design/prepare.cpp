@@ -14,10 +14,10 @@
 #include "Convolution_control.h"
 #include "Filter_control.h"
 #include "Sections_control.h"
-#include "design/elementary.h"
 #include "design/error_meter.h"
 #include "design/roots.h"
 #include "design/spectrum.h"
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {

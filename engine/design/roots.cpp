@@ -9,8 +9,8 @@
 #include <limits>
 #include <type_traits>
 
-#include "design/elementary.h"
 #include "design/wide.h"
+#include "elementary.h"
 
 namespace jurn {
 namespace {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "design/elementary.h"
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {

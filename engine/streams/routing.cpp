@@ -6,8 +6,8 @@
 #include <complex>
 #include <map>
 
-#include "design/elementary.h"
 #include "design/spectrum.h"
+#include "elementary.h"
 #include "errors.h"
 
 namespace jurn {

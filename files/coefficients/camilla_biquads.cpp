@@ -6,7 +6,7 @@
 #include <map>
 
 #include "coefficients/camilla_filters.h"
-#include "design/elementary.h"
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {

@@ -9,8 +9,8 @@
 #include <iterator>
 
 #include "coefficients/equaliser_words.h"
-#include "design/elementary.h"
 #include "design/linear_phase.h"
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {

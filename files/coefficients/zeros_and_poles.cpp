@@ -6,7 +6,7 @@
 #include <complex>
 
 #include "coefficients/roles.h"
-#include "design/elementary.h"
+#include "elementary.h"
 
 namespace jurn {
 namespace {

@@ -11,8 +11,8 @@
 
 #include "coefficients/formats.h"
 #include "coefficients/parse.h"
-#include "design/elementary.h"
 #include "design/spectrum.h"
+#include "elementary.h"
 #include "errors.h"
 #include "file_kind.h"
 #include "recordings/audio_io.h"

@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "design/elementary.h"
 #include "design/equaliser.h"
 #include "design/graphic_equaliser.h"
 #include "design/linear_phase.h"
 #include "design/prepare.h"
 #include "design/spectrum.h"
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {

@@ -1,6 +1,6 @@
 #include "exact.h"
 
-#include "design/elementary.h"
+#include "elementary.h"
 
 #include <algorithm>
 #include <cmath>
