@@ -5,7 +5,7 @@ from __future__ import annotations
 import importlib
 import inspect
 from dataclasses import dataclass
-from typing import Any, Callable, Mapping
+from typing import Any, Callable
 
 import numpy as np
 from numpy.typing import NDArray
@@ -140,23 +140,23 @@ def _signal() -> Any:
     return importlib.import_module("scipy.signal")
 
 
-def _ideal_fir(o: Mapping[str, Any], axis: int) -> Any:
+def _ideal_fir(o: dict[str, Any], axis: int) -> Any:
     return _signal().lfilter(np.asarray(o["taps"], float), 1.0, np.asarray(o["x"], float), axis)
 
 
-def _ideal_lfilter(o: Mapping[str, Any], axis: int) -> Any:
+def _ideal_lfilter(o: dict[str, Any], axis: int) -> Any:
     return _signal().lfilter(o["b"], o["a"], np.asarray(o["x"], float), axis)
 
 
-def _ideal_sosfilt(o: Mapping[str, Any], axis: int) -> Any:
+def _ideal_sosfilt(o: dict[str, Any], axis: int) -> Any:
     return _signal().sosfilt(o["sos"], np.asarray(o["x"], float), axis)
 
 
-def _ideal_mean(o: Mapping[str, Any], axis: int) -> Any:
+def _ideal_mean(o: dict[str, Any], axis: int) -> Any:
     return _ideal_fir({**o, "taps": np.full(o["length"], 1.0 / o["length"])}, axis)
 
 
-def _ideal_convolve(o: Mapping[str, Any], axis: int) -> Any:
+def _ideal_convolve(o: dict[str, Any], axis: int) -> Any:
     x, taps = np.asarray(o["x"], float), np.asarray(o["ir"], float)
     samples = np.moveaxis(x, axis, 0).reshape(x.shape[axis], -1)
     taps = taps.reshape(len(taps), -1)
@@ -172,7 +172,7 @@ def _ideal_convolve(o: Mapping[str, Any], axis: int) -> Any:
     return np.moveaxis(y, 0, axis)
 
 
-_IDEAL: dict[Callable[..., Any], Callable[[Mapping[str, Any], int], Any]] = {
+_IDEAL: dict[Callable[..., Any], Callable[[dict[str, Any], int], Any]] = {
     functions.fir: _ideal_fir,
     functions.lfilter: _ideal_lfilter,
     functions.sosfilt: _ideal_sosfilt,
