@@ -4,10 +4,11 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cstdint>
 #include <cstring>
 #include <vector>
+
+#include "number_text.h"
 
 namespace jurn {
 namespace {
@@ -42,17 +43,9 @@ std::string comment_of(const Mark& mark) {
   return std::string(kMarkName) + ": " + text_of(mark);
 }
 
-/** The shortest decimal that is this value again, as a float or a double, in every locale. */
-std::string number(double value, Precision precision) {
-  char text[40];
-  char* const end = precision == Precision::kInt16
-                        ? std::to_chars(text, text + sizeof text, static_cast<float>(value)).ptr
-                        : std::to_chars(text, text + sizeof text, value).ptr;
-  return {text, end};
-}
-
 std::string literal(double value, Precision precision) {
-  std::string text = number(value, precision);
+  std::string text =
+      precision == Precision::kInt16 ? number_text(static_cast<float>(value)) : number_text(value);
   if (text.find_first_of(".e") == std::string::npos) text += ".0";
   if (precision == Precision::kInt16) text += "f";
   return text;
@@ -75,8 +68,7 @@ std::string text_file(const FilterDesign& design, const ExportOptions& options) 
   // Also of floats all digits of the double: it is read as one, and a double beside the float would
   // be another design, which may be prepared otherwise.
   const auto line = [&](const double* values, std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i)
-      out += (i ? " " : "") + number(values[i], Precision::kDouble);
+    for (std::size_t i = 0; i < count; ++i) out += (i ? " " : "") + number_text(values[i]);
     out += "\n";
   };
   if (design.kind == FilterDesign::kFir) {

@@ -2,32 +2,25 @@
 
 #include "design/export_code.h"
 
-#include <charconv>
 #include <cstddef>
 #include <utility>
 #include <vector>
 
 #include "errors.h"
+#include "number_text.h"
 
 namespace jurn {
 namespace {
 
-/** The shortest text that is the value again. */
-template <typename Value>
-std::string text_of(Value value) {
-  char text[40];
-  return {text, std::to_chars(text, text + sizeof text, value).ptr};
-}
-
 std::string literal(double value) {
-  std::string text = text_of(static_cast<float>(value));
+  std::string text = number_text(static_cast<float>(value));
   if (text.find_first_of(".e") == std::string::npos) text += ".0";
   return text + "f";
 }
 
 std::string list_of(const std::vector<double>& values) {
   std::string list;
-  for (const double value : values) list += (list.empty() ? "" : ", ") + text_of(value);
+  for (const double value : values) list += (list.empty() ? "" : ", ") + number_text(value);
   return list;
 }
 
@@ -150,7 +143,7 @@ std::string equaliser_of(const FilterDesign& design, int rate) {
   std::string lines = "# For a sample rate of " + std::to_string(rate) + " Hz.\n";
   for (const std::vector<double>& s : sections_of(design, "an equaliser")) {
     lines += "Filter: ON IIR Order 2 Coefficients";
-    for (const double value : s) lines += " " + text_of(value);
+    for (const double value : s) lines += " " + number_text(value);
     lines += "\n";
   }
   return lines;

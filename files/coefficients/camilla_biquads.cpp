@@ -2,11 +2,11 @@
 #include "exact.h"
 
 #include <cmath>
-#include <cstdio>
 #include <map>
 
 #include "coefficients/camilla_filters.h"
 #include "elementary.h"
+#include "number_text.h"
 #include "units.h"
 
 namespace jurn {
@@ -14,18 +14,12 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-std::string digits(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.17g", value);
-  return text;
-}
-
 }  // namespace
 
 SetupStep CamillaFilters::biquad(const std::string& name, const YAML::Node& p) const {
   const std::string type = text(p["type"]);
   const auto word = [&](const char* what, const char* key) {
-    return std::string(" ") + what + " " + digits(parameter(p, key));
+    return std::string(" ") + what + " " + number_text(parameter(p, key));
   };
   if (type == "Free") {
     check_rate(name, p);
@@ -77,7 +71,7 @@ SetupStep CamillaFilters::biquad(const std::string& name, const YAML::Node& p) c
   }
   std::string filter = found->second.words;
   const bool slope = p["slope"] && !p["slope"].IsNull() && filter.size() == 3;  // of a shelf
-  if (slope) filter += " " + digits(parameter(p, "slope")) + "dB";
+  if (slope) filter += " " + number_text(parameter(p, "slope")) + "dB";
   filter += word("Fc", "freq");
   if (found->second.gain) filter += word("Gain", "gain");
   if (found->second.first_order)
@@ -90,7 +84,7 @@ SetupStep CamillaFilters::biquad(const std::string& name, const YAML::Node& p) c
 SetupStep CamillaFilters::combination(const std::string& name, const YAML::Node& p) const {
   const std::string type = text(p["type"]);
   const auto word = [&](const char* what, const std::string& key) {
-    return std::string(" ") + what + " " + digits(parameter(p, key));
+    return std::string(" ") + what + " " + number_text(parameter(p, key));
   };
   for (const bool low : {true, false})
     for (const bool linkwitz : {true, false})
@@ -103,8 +97,8 @@ SetupStep CamillaFilters::combination(const std::string& name, const YAML::Node&
     // Two wide shelves, whose middle is at 620 Hz.
     const double gain = parameter(p, "gain") / 2.0;
     return words(name, p,
-                 {"LSC Fc 110 Gain " + digits(-gain) + " Q 0.35",
-                  "HSC Fc 3500 Gain " + digits(gain) + " Q 0.35"});
+                 {"LSC Fc 110 Gain " + number_text(-gain) + " Q 0.35",
+                  "HSC Fc 3500 Gain " + number_text(gain) + " Q 0.35"});
   }
   if (type == "FivePointPeq") {
     Strings filters;
@@ -128,8 +122,8 @@ SetupStep CamillaFilters::combination(const std::string& name, const YAML::Node&
     for (std::size_t i = 0; i < gains.size(); ++i) {
       const double centre = low * std::exp2(octaves * (static_cast<double>(i) + 0.5));
       if (gains[i] != 0.0)
-        filters.push_back("PK Fc " + digits(centre) + " Gain " + digits(gains[i]) + " BW " +
-                          digits(octaves));
+        filters.push_back("PK Fc " + number_text(centre) + " Gain " + number_text(gains[i]) +
+                          " BW " + number_text(octaves));
     }
     return filters.empty() ? sections(name, {1.0, 0.0, 0.0, 1.0, 0.0, 0.0})
                            : words(name, p, filters);

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
@@ -11,6 +10,7 @@
 #include "coefficients/equaliser_words.h"
 #include "design/linear_phase.h"
 #include "elementary.h"
+#include "number_text.h"
 #include "units.h"
 
 namespace jurn {
@@ -302,29 +302,24 @@ EqualiserFilter parse_equaliser_filter(const std::string& text) {
 }
 
 std::string text_of(const EqualiserFilter& f) {
-  const auto number = [](double value) {
-    // As few digits as give the same number, with a point, whatever the locale.
-    char text[40];
-    return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
-  };
   const auto* const type = std::find_if(std::begin(kTypes), std::end(kTypes), [&](const auto& t) {
     return t.type == f.type && !t.at_corner;
   });
   std::string text = type->name;
   for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  text += " Fc " + number(f.frequency) + " Hz";
+  text += " Fc " + number_text(f.frequency) + " Hz";
   if (f.type == Type::kLinkwitzTransform)
-    return text + " Q " + number(f.q) + " to " + number(f.target_frequency) + " Hz Q " +
-           number(f.target_q);
-  if (has_gain(f.type)) text += " Gain " + number(f.gain) + " dB";
+    return text + " Q " + number_text(f.q) + " to " + number_text(f.target_frequency) + " Hz Q " +
+           number_text(f.target_q);
+  if (has_gain(f.type)) text += " Gain " + number_text(f.gain) + " dB";
   if (f.order)
     text += " order " + std::to_string(f.order) + (f.linkwitz_riley ? " LR" : "");
   else if (f.octaves != 0.0)
-    text += " BW Oct " + number(f.octaves);
+    text += " BW Oct " + number_text(f.octaves);
   else if (f.q != 0.0)
-    text += " Q " + number(f.q);
+    text += " Q " + number_text(f.q);
   if (f.linear_phase) text += " linear";
-  if (f.transition != 0.0) text += " transition " + number(f.transition) + " Hz";
+  if (f.transition != 0.0) text += " transition " + number_text(f.transition) + " Hz";
   return text;
 }
 

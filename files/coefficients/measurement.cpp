@@ -8,6 +8,7 @@
 
 #include "coefficients/rows.h"
 #include "file_kind.h"
+#include "number_text.h"
 
 namespace jurn {
 namespace {
@@ -141,7 +142,7 @@ std::vector<GraphicPoint> flat_target() {
 }
 
 std::string text_of(const Fit& fit) {
-  std::string text = "Preamp: " + shown(fit.preamp) + " dB\n";
+  std::string text = "Preamp: " + number_text(fit.preamp) + " dB\n";
   for (std::size_t i = 0; i < fit.filters.size(); ++i)
     text += "Filter " + std::to_string(i + 1) + ": ON " + text_of(fit.filters[i]) + "\n";
   return text;
