@@ -8,6 +8,8 @@
 #include <cstring>
 #include <vector>
 
+#include "FloatFilter_control.h"
+#include "errors.h"
 #include "number_text.h"
 
 namespace jurn {
@@ -217,6 +219,12 @@ std::string header_file(const FilterDesign& design, const ExportOptions& options
   const bool sections = design.kind == FilterDesign::kSections;
   const bool iir = design.kind == FilterDesign::kIir;
   const std::string count = std::to_string(design.b.size() / 3);
+  const std::size_t longest = std::max(design.b.size(), design.a.size());
+  if (!int16 && !sections && longest > JURN_FLOAT_COEFFICIENTS)
+    throw Error(kUsageError,
+                "the library's record of float streams, which a C header fills, takes " +
+                    std::to_string(JURN_FLOAT_COEFFICIENTS) + " coefficients, not " +
+                    std::to_string(longest) + "; .npy, .mat and text take more");
   std::string out = with_prefix(options.remark, "// ");
   out += with_prefix(comment_of(mark_for(design, options)), "// ");
   out +=

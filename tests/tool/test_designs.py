@@ -117,6 +117,7 @@ class DesignTest(ToolTest):
             done = subprocess.run(["./use"], input=whole.tobytes(), capture_output=True, check=True)
             np.testing.assert_array_equal(np.frombuffer(done.stdout, np.int16).reshape(-1, 2),
                                           result[:len(whole)], name)
+        write_numbers("long.txt", [np.ones(202) / 202])
         wanted = ["--eq", "PK 100 3 Q 1", "--rate", 96000, "--precision"]
         self.run_tool("export", "double.npy", *wanted, "double")
         for precision, suffix in (("double", ""), ("int16", "f")):  # a compiler would round to float
@@ -128,6 +129,7 @@ class DesignTest(ToolTest):
         for arguments, code, *words in (
                 (["c.npy", "--fir", "taps.txt"], 4, "c.npy", "--overwrite"),
                 (["c.xyz", "--fir", "taps.txt"], 2, "c.xyz", ".npy"),
+                (["new.h", "--fir", "long.txt", "--precision", "double"], 2, "201", "202", ".npy"),
                 (["new.h"], 2, "--eq"), (["taps.txt", "--fir", "taps.txt", "--overwrite"], 2,
                                          "taps.txt"),
                 (["new.h", "--fir", "missing.txt"], 3, "missing.txt")):
