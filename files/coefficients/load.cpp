@@ -50,8 +50,9 @@ const std::string& read_standard_input() {
 std::vector<double> read_audio(const std::string& path, const CoefficientLimit& limit) {
   AudioReader reader(path, 1);
   check_length_of_audio(path, static_cast<std::size_t>(reader.frames()), limit);
-  std::vector<float> samples(limit.count);
+  std::vector<float> samples(limit.count + 1);  // one more: a header may not know the length
   samples.resize(reader.read(samples.data(), samples.size()));
+  check_length_of_audio(path, samples.size(), limit);
   if (reader.not_finite()) fail(path, kNotFinite);
   std::vector<double> taps;
   for (const float sample : samples) taps.push_back(static_cast<double>(sample) / 32768.0);

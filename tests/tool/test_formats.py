@@ -351,6 +351,9 @@ class FormatTest(ToolTest):
         io.savemat("full.mat", {"sos": SOS})
         write("cut.mat", contents("full.mat")[:300])
         wavfile.write("two.wav", 48000, np.ones((9, 2), np.int16))
+        wavfile.write("piped.wav", 48000, np.ones(5000, np.int16))
+        data = contents("piped.wav")
+        write("piped.wav", data[:40] + b"\xff" * 4 + data[44:])
         for name, data in (("room.mp3", b"ID3\x03\0\0\0\0\0\0"), ("plot.png", b"\x89PNG\r\n\x1a\n"),
                            ("page.html", b"<!DOCTYPE html><html>"),
                            ("noise.bin", bytes(range(1, 250)))):
@@ -376,6 +379,7 @@ class FormatTest(ToolTest):
                 ("sos", "cut.mat", None, "cut.mat"),
                 ("fir --precision int16", SPEECH, None, str(len(read(SPEECH)[1])), "1250",
                  "double"),
+                ("fir --precision int16", "piped.wav", None, "1250", "double"),
                 ("fir", "two.wav", None, "2 channels"), ("iir", "two.wav", None, "audio"),
                 ("fir --format npy", "c.txt", "1 2 3", "no .npy"),
                 ("fir --format audio", "c.txt", "1", "no audio file"),
