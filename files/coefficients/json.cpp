@@ -11,6 +11,8 @@ namespace {
 
 using Json = nlohmann::json;
 
+constexpr int kMaxDepth = 16;  // of objects and lists
+
 bool is_list_of(const Json& list, bool (Json::*property)() const noexcept) {
   return list.is_array() && !list.empty() &&
          std::all_of(list.begin(), list.end(), [&](const Json& x) { return (x.*property)(); });
@@ -27,7 +29,7 @@ bool append_section(const Json& node, Array* sos) {
   return true;
 }
 
-void add(const std::string& path, const std::string& name, const Json& node,
+void add(const std::string& path, const std::string& name, const Json& node, int depth,
          std::vector<Array>* arrays) {
   Array array;
   array.name = name;
@@ -66,9 +68,9 @@ void add(const std::string& path, const std::string& name, const Json& node,
       array.rows = 1;
     }
   } else {
-    if (node.is_structured())
+    if (node.is_structured() && depth < kMaxDepth)
       for (const auto& [key, value] : node.items())
-        add(path, node.is_object() ? key : name, value, arrays);
+        add(path, node.is_object() ? key : name, value, depth + 1, arrays);
     return;
   }
   arrays->push_back(std::move(array));
@@ -89,7 +91,7 @@ std::vector<Array> read_json(const std::string& path, const std::string& text) {
     fail(path, "is no JSON: " + message.substr(message.find(']') + 2));
   }
   std::vector<Array> arrays;
-  add(path, "", root, &arrays);
+  add(path, "", root, 0, &arrays);
   return arrays;
 }
 

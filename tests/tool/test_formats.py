@@ -400,6 +400,7 @@ class FormatTest(ToolTest):
                  "run with sos"),
                 ("sos", "c.h", sections_header("real64_T", num, den * [0, 1, 1]), "'DEN'", "row 1",
                  "starts with 0"),
+                ("fir", "deep.json", '{"a":' * 300000 + "1" + "}" * 300000, "no numeric array"),
                 ("sos", "b.txt", "biquad1,\nb0=1,\nb1=2,\nb2=0,\na1=0", ":1:", "no a2"),
                 ("sos", "b.txt", "biquad1,\nb0=1,\nb0=2", ":3:", "b0", "twice"),
                 ("sos", "b.txt", "biquad1,\nc0=1", ":2:", "'c0=1'"),
