@@ -1,7 +1,6 @@
 // Arrays that numpy.save writes.
 #include "exact.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -22,13 +21,16 @@ std::string_view value_of(const std::string& path, std::string_view header, cons
   return header.substr(at);
 }
 
-template <typename Value>
+/** A number whose bytes are put together in the file's order, which need not be the machine's. */
+template <typename Value, typename Bits>
 double element(const char* at, bool big_endian) {
-  char bytes[sizeof(Value)];
-  std::memcpy(bytes, at, sizeof bytes);
-  if (big_endian) std::reverse(bytes, bytes + sizeof bytes);
+  static_assert(sizeof(Value) == sizeof(Bits));
+  std::uint64_t whole = 0;
+  for (std::size_t i = 0; i < sizeof(Value); ++i)
+    whole = whole << 8 | static_cast<unsigned char>(at[big_endian ? i : sizeof(Value) - 1 - i]);
+  const Bits bits = static_cast<Bits>(whole);
   Value value;
-  std::memcpy(&value, bytes, sizeof value);
+  std::memcpy(&value, &bits, sizeof value);
   return static_cast<double>(value);
 }
 
@@ -40,14 +42,14 @@ Element element_type(const std::string& path, std::string_view type, bool comple
     const char* name;
     Element element;
     std::size_t size;
-  } types[] = {{"f8", element<double>, 8},
-               {"f4", element<float>, 4},
-               {"i8", element<std::int64_t>, 8},
-               {"i4", element<std::int32_t>, 4},
-               {"i2", element<std::int16_t>, 2}};
+  } types[] = {{"f8", element<double, std::uint64_t>, 8},
+               {"f4", element<float, std::uint32_t>, 4},
+               {"i8", element<std::int64_t, std::uint64_t>, 8},
+               {"i4", element<std::int32_t, std::uint32_t>, 4},
+               {"i2", element<std::int16_t, std::uint16_t>, 2}};
   if (complex && (type.substr(1) == "c16" || type.substr(1) == "c8")) {
     *size = type.substr(1) == "c16" ? 8 : 4;
-    return *size == 8 ? element<double> : element<float>;
+    return *size == 8 ? element<double, std::uint64_t> : element<float, std::uint32_t>;
   }
   for (const auto& t : types)
     if (type.size() == 3 && (type[0] == '<' || type[0] == '>') && type.substr(1) == t.name) {
@@ -110,14 +112,16 @@ std::vector<Array> parse_npy(const std::string& path, std::string_view bytes, bo
   Array array;
   array.columns = shape.back();
   if (shape.size() == 2) array.rows = shape[0];
-  const std::size_t count = array.rows * array.columns;
+  const std::uint64_t count = std::uint64_t{array.rows} * array.columns;
   if (count == 0 && !of_archive) fail(path, "holds no numbers");
   Array mark;
   mark.name = kMarkName;
-  if (data.size() / step >= count) mark.text = text_of_array(data.substr(count * step));
+  if (data.size() / step >= count)
+    mark.text = text_of_array(data.substr(static_cast<std::size_t>(count * step)));
   if (mark.text.empty() && data.size() != count * step)
-    fail(path, "damaged: " + count_of(count, "value") + " take " + std::to_string(count * step) +
-                   " bytes, the file has " + std::to_string(data.size()));
+    fail(path, "damaged: " + std::to_string(count) + " values take " +
+                   std::to_string(count * step) + " bytes, the file has " +
+                   std::to_string(data.size()));
   for (std::size_t r = 0; r < array.rows; ++r)
     for (std::size_t c = 0; c < array.columns; ++c) {
       const std::size_t i = fortran ? c * array.rows + r : r * array.columns + c;
