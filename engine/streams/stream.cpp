@@ -222,7 +222,7 @@ void Stream::remember(int frames) {
 }
 
 void Stream::change(std::unique_ptr<Change> next) {
-  if (heard_ == 0) {
+  if (heard_ == 0 && !previewed_) {
     retire_all();
     voices_[0] = {std::move(next), 1};
     count_ = 1;
