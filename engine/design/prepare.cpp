@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdio>
+#include <limits>
 #include <optional>
 #include <tuple>
 #include <utility>
@@ -32,6 +33,7 @@ constexpr int kNearBits = 2;
 constexpr double kConvolutionError = 6.7e-7;
 // Of what rings on.
 constexpr double kLongestTail = 10.0;  // seconds
+constexpr double kMostFrames = std::numeric_limits<int>::max();
 
 std::size_t sections_of(const FilterDesign& design) {
   return design.a.size() / 3;
@@ -206,7 +208,7 @@ class Preparation {
   int tail() const {
     const FilterDesign& d = result_.design;
     if (d.kind == FilterDesign::kFir) return static_cast<int>(d.b.size()) - 1;
-    const double most = kLongestTail * options_.rate;
+    const double most = std::min(kLongestTail * options_.rate, kMostFrames);
     const double radius = result_.pole_radius;
     if (radius >= 1.0) return static_cast<int>(most);
     const double half_a_step = options_.result == SampleFormat::kInt16 ? 0x1p-16 : 0x1p-24;

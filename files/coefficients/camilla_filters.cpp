@@ -57,7 +57,7 @@ CamillaFilters::CamillaFilters(const std::string& path, const YAML::Node& root,
                                const ReadOptions& options)
     : path_(path), root_(root), options_(options) {
   const YAML::Node rate = device("samplerate");
-  rate_ = rate ? static_cast<int>(number(rate, "samplerate")) : 0;
+  rate_ = rate ? whole(rate, "samplerate", 1, kMostRate) : 0;
 }
 
 void CamillaFilters::refuse(const YAML::Node& node, const std::string& message) const {

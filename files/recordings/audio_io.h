@@ -25,6 +25,8 @@ namespace jurn {
 
 /** Of a recording: what libsndfile reads. */
 constexpr int kMaxChannels = 1024;
+/** In Hz, so that an int counts the samples of a minute. */
+constexpr int kMostRate = 10000000;
 
 /** How a recording is read. */
 struct InputFormat {

@@ -219,6 +219,9 @@ AudioReader::AudioReader(const std::string& path, int max_channels, InputFormat 
     throw Error(kInputError, path_ + ": has " + std::to_string(info_.channels) +
                                  " channels; at most " + std::to_string(max_channels) +
                                  " are supported");
+  if (rate() < 1 || rate() > kMostRate)
+    throw Error(kInputError, path_ + ": is at a sampling rate of " + std::to_string(rate()) +
+                                 " Hz; 1 to " + std::to_string(kMostRate) + " are supported");
 }
 
 std::int64_t AudioReader::frames() const {

@@ -301,7 +301,8 @@ pipeline:
                 ("[1], names", "[2], names", ":6:", "2"), ("dest: 0", "dest: 1", ":2:", "'dest'"),
                 ("in: 2", "in: 3", "setup.yml:2:", "3"), ("gain: 0", "", ":4:", "'gain'"),
                 ("channel: 1}", "channel: 2}", ":2:", "'channel'"), ("pipeline", "pipelines", "pipeline"),
-                ("[1], names: [f]", "[1], names: f", ":6:", "'names'"), ("mixers:", "mixers: [", "YAML")):
+                ("[1], names: [f]", "[1], names: f", ":6:", "'names'"), ("mixers:", "mixers: [", "YAML"),
+                ("mixers:", "devices: {samplerate: 1e20}\nmixers:", ":1:", "'samplerate'", "10000000")):
             if new == "in: 3":
                 good2 = "devices: {capture: {channels: 2}}\n" + good.replace(old, new)
                 said = (":3:", "3 channels, and 2 come in")

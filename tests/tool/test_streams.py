@@ -85,11 +85,14 @@ class StreamTest(ToolTest):
             self.assertEqual((out, errors), (b"200000\n", ""), command)
 
     def test_bad_streams(self):
+        wavfile.write("fast.wav", 2000000000, np.ones(9, np.int16))
         for command, code, *words in (
                 ("head -c 0 | jurn fir - out.wav -c taps.txt", 3, "standard input"),
                 ("head -c 44 < " + SPEECH + " | jurn fir - out.wav -c taps.txt", 3, "no samples"),
                 ("cat taps.txt | jurn fir - out.wav -c taps.txt", 3, "standard input", "--raw"),
                 ("jurn fir taps.txt out.wav -c taps.txt --raw 48000", 2, "48000", "RATE,CHANNELS"),
+                ("jurn fir - out.wav -c taps.txt --raw 10000001,1", 2, "10000001"),
+                ("jurn fir fast.wav out.wav -c taps.txt", 3, "fast.wav", "2000000000 Hz", "10000000"),
                 ("jurn fir taps.txt out.wav -c taps.txt --raw 48000,0", 2, "48000,0"),
                 (f"jurn fir {shlex.quote(TOOL)} out.wav -c taps.txt", 3, "a program"),
                 (f"jurn fir {SPEECH} out.wav -c taps.txt --bits 12", 2, "12", "16, 24, float"),

@@ -105,7 +105,7 @@ void add_export(CLI::App* app, Run* run) {
                             {"text", ExportFormat::kText}},
                            "by its name");
   command->add_option("--rate", o->rate, "Sampling rate that equalisers are designed for")
-      ->check(CLI::Range(1, 10000000))
+      ->check(CLI::Range(1, kMostRate))
       ->capture_default_str();
   command->add_option("--name", o->name, "Of the functions and arrays of a header");
   add_gain_option(command, &o->gain_db);

@@ -63,7 +63,7 @@ void add_fit(CLI::App* app, Run* run) {
       ->allow_extra_args(false)
       ->type_name("LOW,HIGH");
   command->add_option("--rate", o->fit.rate, "Sampling rate at which the equaliser will run")
-      ->check(CLI::Range(1, 10000000))
+      ->check(CLI::Range(1, kMostRate))
       ->capture_default_str();
   add_overwrite(command, &o->overwrite);
   command->add_flag("-q,--quiet", o->quiet, "Say nothing unless there is a problem");

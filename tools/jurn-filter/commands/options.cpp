@@ -12,7 +12,8 @@ InputFormat parse_raw(const std::string& text) {
   InputFormat raw;
   int end = 0;
   if (std::sscanf(text.c_str(), "%d,%d%n", &raw.rate, &raw.channels, &end) != 2 ||
-      text.c_str()[end] || raw.rate < 1 || raw.channels < 1 || raw.channels > kMaxChannels)
+      text.c_str()[end] || raw.rate < 1 || raw.rate > kMostRate || raw.channels < 1 ||
+      raw.channels > kMaxChannels)
     throw Error(kUsageError, "--raw " + text + ": takes RATE,CHANNELS, like 48000,2 or 8000,1");
   return raw;
 }

@@ -204,7 +204,7 @@ void add_response(CLI::App* app, Run* run) {
   response
       ->add_option("--rate", o->rate,
                    "Samples per second; by default that of the first --ir, or 48000")
-      ->check(CLI::Range(1, 100000000))
+      ->check(CLI::Range(1, kMostRate))
       ->default_str("");
   response->add_option("-p,--picture", o->picture,
                        "Picture, .png or .svg; without it the response is printed");
