@@ -104,8 +104,10 @@ void PipeReader::complete_wav_header() {
     return;
   std::size_t chunk = 12;
   while (fill_head(chunk + 8) && head_.compare(chunk, 4, "data") != 0) {
-    const std::size_t length = read_uint32(&head_[chunk + 4]);
-    chunk += 8 + length + length % 2;
+    const std::uint64_t length = read_uint32(&head_[chunk + 4]);
+    const std::uint64_t next = chunk + 8 + length + length % 2;  // may be more than a size holds
+    if (next > kHeadBytes) return;
+    chunk = static_cast<std::size_t>(next);
   }
   if (head_.size() != chunk + 8 || !is_unknown(read_uint32(&head_[chunk + 4]))) return;
   // RF64 is the same header with lengths of 64 bits.
