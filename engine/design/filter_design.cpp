@@ -18,9 +18,6 @@ FilterDesign checked_design(FilterDesign::Kind kind, std::vector<double> b, std:
     refuse(a.empty() ? "the filter has no denominator" : "an FIR has no denominator");
   if (kind == FilterDesign::kSections && (b.size() % 3 != 0 || a.size() != b.size()))
     refuse("a section takes three numbers of its numerator and three of its denominator");
-  for (std::vector<double>* const list : {&b, &a})
-    if (!std::all_of(list->begin(), list->end(), [](double x) { return std::isfinite(x); }))
-      refuse("a coefficient is infinite or no number");
   for (std::size_t k = 0; k < a.size(); k += group) {
     const double a0 = a[k];
     if (a0 == 0.0) refuse("a0 is 0, by which the filter would be divided");
@@ -29,6 +26,9 @@ FilterDesign checked_design(FilterDesign::Kind kind, std::vector<double> b, std:
     for (std::size_t i = 0; i < of_b; ++i) b[k + i] /= a0;
     for (std::size_t i = 0; i < group; ++i) a[k + i] /= a0;
   }
+  for (const std::vector<double>* const list : {&b, &a})
+    if (!std::all_of(list->begin(), list->end(), [](double x) { return std::isfinite(x); }))
+      refuse("a coefficient is infinite or no number");
   return {kind, std::move(b), std::move(a)};
 }
 

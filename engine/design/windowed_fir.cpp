@@ -53,6 +53,8 @@ FilterDesign windowed_fir(int taps, Window kind, double beta, const Corners& cor
     tap *= ideal;
     gain += tap * std::cos(kPi * at * middle);
   }
+  if (gain == 0.0)  // both ends of most windows are 0
+    throw Error(kInputError, std::to_string(taps) + " taps under this window are all 0");
   for (double& tap : design.b) tap /= gain;
   return design;
 }

@@ -45,11 +45,13 @@ std::vector<Array> chosen(const std::string& path, const std::vector<Array>& arr
                           const std::vector<std::string>& names) {
   std::vector<Array> result;
   for (const std::string& name : names) {
-    const Array* array = only(arrays, [&](const Array& a) { return a.name == name; });
-    if (array) {
+    const auto has_name = [&](const Array& a) { return a.name == name; };
+    if (const Array* array = only(arrays, has_name)) {
       result.push_back(*array);
       continue;
     }
+    if (std::any_of(arrays.begin(), arrays.end(), has_name))
+      fail(path, "has several variables " + quote(name));
     std::string known;
     for (const Array& a : arrays) known += (known.empty() ? "" : ", ") + label(a);
     fail(path, "has no variable " + quote(name) + "; it holds " + known);

@@ -32,7 +32,8 @@ HrtfSet::HrtfSet(const std::string& path, int rate) {
   int error = 0;
   const std::unique_ptr<MYSOFA_HRTF, decltype(&mysofa_free)> original(
       mysofa_load(path.c_str(), &error), mysofa_free);
-  if (!original || mysofa_check(original.get()) != MYSOFA_OK) fail(path, error);
+  if (original) error = mysofa_check(original.get());
+  if (!original || error != MYSOFA_OK) fail(path, error);
   // libmysofa would set the loudness after it resampled, which makes it depend on the rate.
   const double native = original->DataSamplingRate.values[0];
   if (!(native >= 1000.0 && native <= 1e6))  // libmysofa would resample by any ratio

@@ -10,6 +10,8 @@
 #include "design/frequency_response.h"
 #include "design/prepare_once.h"
 #include "design/roots.h"
+#include "design/windowed_fir.h"
+#include "errors.h"
 
 namespace jurn {
 namespace {
@@ -44,6 +46,11 @@ std::vector<double> power_of(double pole, int order) {
     for (std::size_t i = result.size() - 1; i > 0; --i) result[i] -= pole * result[i - 1];
   }
   return result;
+}
+
+TEST(Design, RefusesWhatADivisionLeavesNoNumbersOf) {
+  EXPECT_THROW(checked_design(FilterDesign::kIir, {1e300, 1.0}, {1e-300, 0.0}), Error);
+  EXPECT_THROW(windowed_fir(2, Window::kHann, 0.0, {Pass::kLow, 1000.0}, 48000), Error);
 }
 
 TEST(Response, IsThatOfTheDefinition) {

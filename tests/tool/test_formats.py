@@ -375,6 +375,7 @@ class FormatTest(ToolTest):
                 ("fir", "none.mat", None, "no numeric array"),
                 ("iir", "three.mat", None, "'x' of 1 x 5", "--variables"),
                 ("iir --variables x,q", "three.mat", None, "'q'", "'x', 'y', 'z'"),
+                ("fir --variables b", "two.json", '{"f": {"b": [1, 2]}, "g": {"b": [3, 4]}}', "several", "'b'"),
                 ("sos", "gain.mat", None, "'g'", "3 values", "5 or 6"),
                 ("sos", "cut.mat", None, "cut.mat"),
                 ("fir --precision int16", SPEECH, None, str(len(read(SPEECH)[1])), "1250",
