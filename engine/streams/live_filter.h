@@ -1,7 +1,6 @@
 // The 16-bit filter for live streams: calls of any length, no latency, nothing allocated.
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <vector>
 

@@ -20,6 +20,18 @@ int frames_for(const Voice& voice) {
   return voice.block() < kFrames ? kFrames / voice.block() * voice.block() : voice.block();
 }
 
+/** Whether any of the samples is beyond the numbers of float, or none. */
+bool any_lost(const double* samples, std::size_t count) {
+  // 0 times what is finite is 0; the lanes are for the compiler's vectors.
+  constexpr std::size_t kLanes = 8;
+  float lanes[kLanes] = {};
+  std::size_t i = 0;
+  for (; i + kLanes <= count; i += kLanes)
+    for (std::size_t j = 0; j < kLanes; ++j) lanes[j] += static_cast<float>(samples[i + j]) * 0.0f;
+  for (; i < count; ++i) lanes[0] += static_cast<float>(samples[i]) * 0.0f;
+  return std::any_of(lanes, lanes + kLanes, [](float lane) { return lane != 0.0f; });
+}
+
 /** A stream and the filters that it goes over to. */
 class Changing {
  public:
@@ -80,17 +92,6 @@ class DeviceStage : public Int16Stage {
 
 std::int64_t Stage::added() const {
   return keep_tail ? std::max<std::int64_t>(tail - delay, 0) + (keep_latency ? latency : 0) : 0;
-}
-
-bool any_lost(const double* samples, std::size_t count) {
-  // 0 times what is finite is 0; the lanes are for the compiler's vectors.
-  constexpr std::size_t kLanes = 8;
-  float lanes[kLanes] = {};
-  std::size_t i = 0;
-  for (; i + kLanes <= count; i += kLanes)
-    for (std::size_t j = 0; j < kLanes; ++j) lanes[j] += static_cast<float>(samples[i + j]) * 0.0f;
-  for (; i < count; ++i) lanes[0] += static_cast<float>(samples[i]) * 0.0f;
-  return std::any_of(lanes, lanes + kLanes, [](float lane) { return lane != 0.0f; });
 }
 
 bool BlockStage::is_lost(const double* block) const {

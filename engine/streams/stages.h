@@ -103,7 +103,4 @@ using NextFilter = std::function<std::unique_ptr<Change>(std::int64_t first, int
 std::unique_ptr<Stage> make_stage(std::unique_ptr<Voice> voice, Precision precision, int delay = 0,
                                   NextFilter next = {});
 
-/** Whether any of the samples is beyond the numbers of float, or none. */
-bool any_lost(const double* samples, std::size_t count);
-
 }  // namespace jurn

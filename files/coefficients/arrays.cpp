@@ -2,7 +2,6 @@
 #include "exact.h"
 
 #include <algorithm>
-#include <cctype>
 #include <iterator>
 
 #include "coefficients/kinds.h"

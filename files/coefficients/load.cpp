@@ -5,11 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <memory>
 
 #include "coefficients/libraries.h"
 #include "coefficients/measurement.h"

@@ -3,7 +3,6 @@
 #include "exact.h"
 
 #include <algorithm>
-#include <cmath>
 #include <iterator>
 
 #include "coefficients/kinds.h"

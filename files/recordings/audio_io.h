@@ -9,7 +9,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -171,8 +170,5 @@ class AudioWriter {
 
 /** The endings of the names of all formats that can be written. */
 std::vector<std::string> audio_types();
-
-/** The ending of a file's name, in lower case and without its dot. */
-std::string type_of(const std::string& path);
 
 }  // namespace jurn

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 
 #include "errors.h"
 #include "file_kind.h"
@@ -49,6 +50,14 @@ const FileFormat kFormats[] = {
     {"opus", SF_FORMAT_OGG, SF_FORMAT_OPUS, true, true},
     {"mp3", SF_FORMAT_MPEG, SF_FORMAT_MPEG_LAYER_III, true, true},
 };
+
+/** The ending of a file's name, in lower case and without its dot. */
+std::string type_of(const std::string& path) {
+  std::string ending = fs::path(path).extension().string();
+  std::transform(ending.begin(), ending.end(), ending.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return ending.empty() ? ending : ending.substr(1);
+}
 
 const FileFormat& find_format(const std::string& path, const std::string& type, bool stream) {
   std::string known;
@@ -273,13 +282,6 @@ std::vector<std::string> audio_types() {
   std::vector<std::string> types;
   for (const FileFormat& f : kFormats) types.push_back(f.ending);
   return types;
-}
-
-std::string type_of(const std::string& path) {
-  std::string ending = fs::path(path).extension().string();
-  std::transform(ending.begin(), ending.end(), ending.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return ending.empty() ? ending : ending.substr(1);
 }
 
 }  // namespace jurn

@@ -1,6 +1,5 @@
 #include "recordings/level.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <memory>
