@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -17,19 +18,13 @@
 namespace jurn {
 namespace {
 
-// No coefficient file comes near; a recording or a device does.
-constexpr std::size_t kMaxBytes = std::size_t{64} << 20;
-
-std::string read_file(const std::string& path) {
-  std::error_code error;
-  if (std::filesystem::is_directory(path, error)) fail(path, "is a directory");
-  Descriptor file(path == kStandardStream ? STDIN_FILENO
-                                          : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+/** What a descriptor gives, `most` bytes at most. */
+std::string read_bytes(const std::string& path, const Descriptor& file, std::size_t most) {
   std::string bytes;
   char buffer[65536];
   ssize_t got = file.get() < 0 ? -1 : 1;
-  while (got > 0 && bytes.size() <= kMaxBytes) {
-    got = ::read(file.get(), buffer, sizeof buffer);
+  while (got > 0 && bytes.size() < most) {
+    got = ::read(file.get(), buffer, std::min(sizeof buffer, most - bytes.size()));
     if (got > 0) bytes.append(buffer, static_cast<std::size_t>(got));
   }
   const int reason = errno;
@@ -40,7 +35,8 @@ std::string read_file(const std::string& path) {
 
 /** Standard input, which can be read but once. */
 const std::string& read_standard_input() {
-  static const std::string bytes = read_file(kStandardStream);
+  static const std::string bytes =
+      read_bytes("standard input", Descriptor(STDIN_FILENO), kMostFileBytes);
   return bytes;
 }
 
@@ -58,6 +54,12 @@ std::vector<double> read_audio(const std::string& path, const CoefficientLimit& 
 
 }  // namespace
 
+std::string read_file(const std::string& path, std::size_t most) {
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error)) fail(path, "is a directory");
+  return read_bytes(path, Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)), most);
+}
+
 FilterDesign load_design(const std::string& given, const ReadOptions& options) {
   CoefficientFormat format = options.format;
   const bool piped = given == kStandardStream;
@@ -70,7 +72,7 @@ FilterDesign load_design(const std::string& given, const ReadOptions& options) {
   }
   if (piped && (format == CoefficientFormat::kAudio || format == CoefficientFormat::kMatlab))
     fail(path, "coefficients of audio and .mat files come from files only");
-  if (bytes.size() > kMaxBytes && format != CoefficientFormat::kAudio &&
+  if (bytes.size() == kMostFileBytes && format != CoefficientFormat::kAudio &&
       format != CoefficientFormat::kMatlab)
     fail(path, "is larger than any file of coefficients");
   FilterDesign design{FilterDesign::kFir, {}, {}};

@@ -26,6 +26,11 @@ struct Array {
 [[noreturn]] void fail(const std::string& path, const std::string& message);
 [[noreturn]] void fail(const std::string& path, int line, const std::string& message);
 
+/** No file of coefficients comes near; a recording or a device does. */
+constexpr std::size_t kMostFileBytes = std::size_t{64} << 20;
+/** The bytes of a file, `most` at most. */
+std::string read_file(const std::string& path, std::size_t most = kMostFileBytes);
+
 /** A piece of a file as an error shows it: short and printable, whatever the file holds. */
 std::string quote(std::string_view text);
 

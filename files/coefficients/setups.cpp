@@ -3,8 +3,6 @@
 #include "coefficients/setups.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <set>
 
 #include "coefficients/camilla_filters.h"
@@ -150,9 +148,8 @@ class Pipeline {
 }  // namespace
 
 static std::string read_text(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::string text{std::istreambuf_iterator<char>(file), {}};
-  if (!file.good() && text.empty()) fail(path, "cannot be read, or is empty");
+  std::string text = read_file(path);
+  if (text.size() == kMostFileBytes) fail(path, "is larger than any setup");
   return text;
 }
 

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 
 #include "coefficients/formats.h"
@@ -39,10 +37,7 @@ bool holds_routes(std::string_view text) {
 }
 
 std::string content_of(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::error_code ignored;
-  if (!file || std::filesystem::is_directory(path, ignored)) fail(path, "cannot be read");
-  return plain_text(std::string(std::istreambuf_iterator<char>(file), {}));
+  return plain_text(read_file(path));
 }
 
 /** Whether a text is an equaliser, of a room correction program or with a filter in words a line.

@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <string_view>
 
 #include "coefficients/formats.h"
@@ -22,7 +20,7 @@ namespace {
 
 constexpr int kMostChannels = 16;
 constexpr std::size_t kReadFrames = 65536;
-constexpr std::streamsize kMostText = 1 << 28;  // bytes
+constexpr std::size_t kMostText = 1 << 28;  // bytes
 
 /** Converts one channel; its gain at every frequency stays what it was. */
 std::vector<double> resampled(const std::vector<double>& taps, double ratio,
@@ -43,25 +41,12 @@ std::vector<double> resampled(const std::vector<double>& taps, double ratio,
   return result;
 }
 
-std::string read_text(const std::string& path, std::streamsize most) {
-  std::ifstream file(path, std::ios::binary);
-  std::error_code ignored;
-  const std::uintmax_t size = std::filesystem::file_size(path, ignored);
-  most = ignored ? 0
-                 : static_cast<std::streamsize>(
-                       std::min<std::uintmax_t>(size, static_cast<std::uintmax_t>(most)));
-  std::string text(static_cast<std::size_t>(most), '\0');
-  file.read(text.data(), most);
-  text.resize(static_cast<std::size_t>(file.gcount()));
-  return text;
-}
-
 /** What a file holds; recordings of every kind are audio. */
 CoefficientFormat format_of(const std::string& path, const ImpulseResponseOptions& options) {
   if (options.format != CoefficientFormat::kByContent) return options.format;
   std::error_code ignored;
   if (!std::filesystem::is_regular_file(path, ignored)) return CoefficientFormat::kAudio;
-  const std::string bytes = read_text(path, 512), head = plain_text(bytes);
+  const std::string bytes = read_file(path, 512), head = plain_text(bytes);
   const std::string_view kind = kind_of_file(bytes);
   for (const char* arrays :
        {"a NumPy .npy file", "a NumPy .npz archive", "a MATLAB .mat file", "an HDF5 file"})
@@ -71,7 +56,7 @@ CoefficientFormat format_of(const std::string& path, const ImpulseResponseOption
         return static_cast<unsigned char>(c) >= ' ' || (c >= '\t' && c <= '\r');
       });
   if (!is_text) return CoefficientFormat::kAudio;
-  return recognise(path, plain_text(read_text(path, kMostText)));
+  return recognise(path, plain_text(read_file(path, kMostText)));
 }
 
 /** The channels of a file that is no recording. What says nothing of a rate is taken to be at that
@@ -80,7 +65,7 @@ std::vector<std::vector<double>> read_taps(const std::string& path, CoefficientF
                                            int rate, const ImpulseResponseOptions& options,
                                            const CoefficientLimit& limit) {
   if (format == CoefficientFormat::kNumbers) {
-    const std::string text = plain_text(read_text(path, kMostText));
+    const std::string text = plain_text(read_file(path, kMostText));
     const std::size_t first = text.find_first_not_of(" \t\r\n");
     if (first == std::string::npos || text[first] != '[') return parse_channels(path, text, rate);
   }
@@ -97,8 +82,7 @@ void append_taps(const std::string& path, CoefficientFormat format, int rate,
                  const ImpulseResponseOptions& options, ImpulseResponse* response) {
   const CoefficientLimit limit{static_cast<std::size_t>(options.max_taps),
                                std::to_string(options.max_taps) + " taps; " + options.limit};
-  const CoefficientLimit most_read{
-      options.truncate ? static_cast<std::size_t>(kMostText) : limit.count, limit.reason};
+  const CoefficientLimit most_read{options.truncate ? kMostText : limit.count, limit.reason};
   for (std::vector<double>& taps : read_taps(path, format, rate, options, most_read)) {
     if (options.part.offset >= taps.size())
       throw Error(kInputError, path + ": has " + std::to_string(taps.size()) +
@@ -212,7 +196,7 @@ std::size_t count_channels(const std::string& path) {
   const CoefficientFormat format = format_of(path, options);
   if (format == CoefficientFormat::kAudio)
     return static_cast<std::size_t>(AudioReader(path, kMostChannels).channels());
-  return read_taps(path, format, 0, options, {static_cast<std::size_t>(kMostText), ""}).size();
+  return read_taps(path, format, 0, options, {kMostText, ""}).size();
 }
 
 int rate_of_response(const std::string& path, const ImpulseResponseOptions& options) {
