@@ -446,7 +446,7 @@ TEST(Streams, PreviewABlockThatIsNotComplete) {
       const short* const x = in.data() + block * out.size();
       if (block == 5) stream.change(change(3000));   // fades by itself
       if (block == 10) stream.change(change(5000));  // hears the past
-      const int frames = static_cast<int>(1 + 97 * block % 479);
+      const int frames = static_cast<int>(1 + (97 * block + 400) % 479);
       stream.preview(x, frames / 2, ahead.data());
       stream.preview(x, frames, ahead.data());
       // Is for the next block, also when no block is complete yet.
