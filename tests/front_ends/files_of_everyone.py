@@ -37,8 +37,8 @@ Filter 3: OFF PK Fc 300 Hz Gain -1.9 dB Q 1.10
 Filter 4: ON HSC Fc 10000 Hz Gain -2.0 dB Q 0.70
 """
 random = np.random.default_rng(3)
-BANDS = "".join(f"{kind} {random.uniform(20, 20000):.2f} Hz {random.uniform(-2, 2):.2f} dB Q {random.uniform(.4, 6):.3f}\n"
-                for kind in ("PK", "PK", "LS", "HS") for _ in range(30))
+BANDS = "".join(f"Filter: ON {kind} Fc {random.uniform(20, 20000):.2f} Hz Gain {random.uniform(-2, 2):.2f} dB "
+                f"Q {random.uniform(.4, 6):.3f}\n" for kind in ("PK", "PK", "LSC", "HSC") for _ in range(30))
 CAMILLA = """filters:
   low:
     type: Biquad
