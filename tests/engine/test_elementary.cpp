@@ -83,6 +83,7 @@ TEST(Elementary, IsRight) {
     EXPECT_EQ(elementary::exp(3.0 * x), std::exp(3.0 * x));
   }
   EXPECT_TRUE(std::isnan(elementary::power_of_ten(std::nan(""))));
+  // cppcheck-suppress wrongmathcall  // another log than the C library's
   EXPECT_EQ(elementary::log(0.0), -HUGE_VAL);
   EXPECT_EQ(elementary::log(HUGE_VAL), HUGE_VAL);
   const std::complex<double> x(3e200, -4e200), y(-5e-200, 12e-200);
