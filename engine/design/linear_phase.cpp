@@ -38,12 +38,12 @@ LinearPhaseBand linear_phase_band(const EqualiserFilter& f, int rate) {
   const double half_rate = rate / 2.0;
   LinearPhaseBand band{0.0, half_rate, f.transition};
   if (f.type == EqualiserType::kBandPass) {
-    // Half of the band is asinh(1 / 2q) as a logarithm.
-    const double slant = 0.5 / f.q;
-    const double half = f.octaves > 0.0 ? elementary::exp(kLogTwo * f.octaves / 2.0)
-                                        : slant + std::sqrt(slant * slant + 1.0);
-    band.low = f.frequency / half;
-    band.high = f.frequency * half;
+    // From the centre to a corner: 2^(octaves / 2), which of a Q is e^asinh(1 / 2Q).
+    const double x = 0.5 / f.q;
+    const double ratio =
+        f.octaves > 0.0 ? elementary::exp(kLogTwo * f.octaves / 2.0) : x + std::sqrt(x * x + 1.0);
+    band.low = f.frequency / ratio;
+    band.high = f.frequency * ratio;
   } else if (f.type == EqualiserType::kLowPass) {
     band.high = f.frequency;
   } else {
