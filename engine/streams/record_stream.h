@@ -11,6 +11,7 @@
 
 #include "errors.h"
 #include "streams/records.h"
+#include "streams/state_bytes.h"
 
 namespace jurn::records {
 
@@ -96,7 +97,7 @@ class RecordStream {
   /** Hands over the record that a fade was done with, to be freed on another thread. */
   std::unique_ptr<Record> take_retired() { return std::move(retired_); }
 
-  /** The whole state, for the byte order of this machine. Without a checksum. */
+  /** The whole state, for the byte order of this machine, with a checksum. */
   std::string stored() const {
     StoredHead head;
     head.tag = Traits<Record>::kTag;
@@ -107,12 +108,14 @@ class RecordStream {
     std::string all(reinterpret_cast<const char*>(&head), sizeof head);
     all.append(reinterpret_cast<const char*>(record_.get()), sizeof(Record));
     if (previous_) all.append(reinterpret_cast<const char*>(previous_.get()), sizeof(Record));
+    add_checksum(&all);
     return all;
   }
 
   /** Goes on from a stored state; throws for what does not fit, and changes nothing then. */
   void restore(std::string_view data) {
     const StoredHead head = stored_head(data);
+    data = without_checksum(data);
     const std::size_t records = head.fading ? 2 : 1;
     if (head.tag != Traits<Record>::kTag || head.size != sizeof(Record) ||
         data.size() != sizeof head + records * sizeof(Record))

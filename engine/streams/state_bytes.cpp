@@ -27,17 +27,27 @@ std::string head_of(const std::string& what) {
 
 }  // namespace
 
+void add_checksum(std::string* bytes) {
+  const std::uint32_t sum = checksum(*bytes);
+  bytes->append(reinterpret_cast<const char*>(&sum), sizeof sum);
+}
+
+std::string_view without_checksum(std::string_view bytes) {
+  std::uint32_t sum = 0;
+  if (bytes.size() < sizeof sum) throw Error(kInputError, "data: is cut");
+  const std::string_view rest = bytes.substr(0, bytes.size() - sizeof sum);
+  std::memcpy(&sum, rest.data() + rest.size(), sizeof sum);
+  if (checksum(rest) != sum) throw Error(kInputError, "data: was altered, or is cut");
+  return rest;
+}
+
 StateBytes::StateBytes(std::string_view bytes, const std::string& what)
     : reads_(true), left_(bytes) {
-  std::uint32_t magic = 0, sum = 0;
+  std::uint32_t magic = 0;
   if (bytes.size() >= sizeof magic) pass(&magic);
   if (magic != kMagic)
     throw Error(kInputError, "data: no " + what + ", or one of a machine with another byte order");
-  if (left_.size() < sizeof sum) throw Error(kInputError, "data: is cut");
-  const std::string_view sealed = bytes.substr(0, bytes.size() - sizeof sum);
-  std::memcpy(&sum, sealed.data() + sealed.size(), sizeof sum);
-  if (checksum(sealed) != sum) throw Error(kInputError, "data: was altered, or is cut");
-  left_.remove_suffix(sizeof sum);
+  left_ = without_checksum(bytes).substr(sizeof magic);
   std::string head;
   pass_sized(&head);
   if (head != head_of(what))
@@ -51,8 +61,7 @@ std::string StateBytes::sealed(const std::string& what) const {
   all.pass(&magic);
   all.pass_sized(&head);
   all.written_ += written_;
-  std::uint32_t sum = checksum(all.written_);
-  all.pass(&sum);
+  add_checksum(&all.written_);
   return all.written_;
 }
 

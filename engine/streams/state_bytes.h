@@ -10,6 +10,11 @@
 
 namespace jurn {
 
+/** Ends bytes with their checksum. */
+void add_checksum(std::string* bytes);
+/** The bytes without it; throws for what was altered or cut. */
+std::string_view without_checksum(std::string_view bytes);
+
 /**
  * Values to bytes or from them. One function passes the values of an object either way, so that
  * both have one order; what throws for bytes that do not fit leaves half an object, which is to be

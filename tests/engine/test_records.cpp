@@ -159,6 +159,9 @@ TEST(Records, GoOnFromTheirBytesAndRefuseOthers) {
     for (const std::size_t size : {0, 3, 19, 20}) refuses(bytes.substr(0, size));
     refuses(bytes.substr(0, bytes.size() - 1));
     refuses(bytes + '\0');
+    std::string altered = bytes;
+    altered[bytes.size() / 2] ^= 1;
+    refuses(altered);
     StoredHead head;
     std::memcpy(&head, bytes.data(), sizeof head);
     const int longest = longest_block(stream.record());
@@ -173,8 +176,10 @@ TEST(Records, GoOnFromTheirBytesAndRefuseOthers) {
     for (const auto& alter : alterations) {
       StoredHead other = head;
       alter(&other);
-      refuses(std::string(reinterpret_cast<const char*>(&other), sizeof other) +
-              bytes.substr(sizeof other));
+      std::string forged(without_checksum(bytes));
+      forged.replace(0, sizeof other, reinterpret_cast<const char*>(&other), sizeof other);
+      add_checksum(&forged);
+      refuses(forged);
     }
     EXPECT_EQ(run(&again, {5, 300, 1}), run(&stream, {5, 300, 1}));
   };

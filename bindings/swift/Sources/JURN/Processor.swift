@@ -34,8 +34,7 @@ public class Processor {
   public final func reset() { jurn_reset(object) }
 
   /// The whole state, within a fade, too: for the same version of this package on a machine of the
-  /// same kind. A ``StreamProcessor``'s has a checksum; of any other the kind, the length and the
-  /// limits are checked when it is restored, but not every number.
+  /// same kind. It has a checksum: what was altered or cut is not restored.
   public final func state() throws -> [UInt8] {
     var size = 0
     let bytes = try checked { jurn_state(object, &size, &$0) }

@@ -53,7 +53,7 @@ public final class Convolution extends StreamProcessor {
 
     /** Continues exactly where {@link #toBytes} was called, in another process, too. */
     public static Convolution fromBytes(byte[] bytes) {
-        return new Convolution(restored(Native.CONVOLUTION, bytes));
+        return new Convolution(Native.restore(Native.CONVOLUTION, bytes));
     }
 
     /**

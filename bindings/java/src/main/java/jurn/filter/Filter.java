@@ -60,6 +60,6 @@ public final class Filter extends ShortProcessor {
 
     /** Continues exactly where {@link #toBytes} was called, in another process, too. */
     public static Filter fromBytes(byte[] bytes) {
-        return new Filter(restored(Native.FILTER, bytes));
+        return new Filter(Native.restore(Native.FILTER, bytes));
     }
 }

@@ -84,6 +84,6 @@ public final class FloatFilter extends Processor {
 
     /** As {@link Filter#fromBytes}. */
     public static FloatFilter fromBytes(byte[] bytes) {
-        return new FloatFilter(restored(Native.FLOAT_FILTER, bytes));
+        return new FloatFilter(Native.restore(Native.FLOAT_FILTER, bytes));
     }
 }

@@ -66,6 +66,6 @@ public final class LongFilter extends ShortProcessor {
 
     /** As {@link Filter#fromBytes}. */
     public static LongFilter fromBytes(byte[] bytes) {
-        return new LongFilter(restored(Native.LONG_FILTER, bytes));
+        return new LongFilter(Native.restore(Native.LONG_FILTER, bytes));
     }
 }

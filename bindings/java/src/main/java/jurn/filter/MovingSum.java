@@ -36,6 +36,6 @@ public final class MovingSum extends ShortProcessor {
 
     /** As {@link Filter#fromBytes}. */
     public static MovingSum fromBytes(byte[] bytes) {
-        return new MovingSum(restored(Native.MOVING_SUM, bytes));
+        return new MovingSum(Native.restore(Native.MOVING_SUM, bytes));
     }
 }

@@ -1,9 +1,7 @@
 package jurn.filter;
 
 import java.nio.Buffer;
-import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
-import java.util.zip.CRC32;
 
 /**
  * What all objects that filter have in common.
@@ -87,39 +85,14 @@ public abstract class Processor implements AutoCloseable {
         }
     }
 
-    /** The state with a checksum behind it. */
+    /** The state, with a checksum. */
     final byte[] stored() {
         long address = handle.enter();
-        byte[] state;
         try {
-            state = Native.stored(address);
+            return Native.stored(address);
         } finally {
             handle.leave();
         }
-        return ByteBuffer.allocate(state.length + 4)
-                .order(ByteOrder.nativeOrder())
-                .put(state)
-                .putInt(checksum(state, state.length))
-                .array();
-    }
-
-    /** The native object of what {@link #stored} gave. */
-    static long restored(int what, byte[] bytes) {
-        int size = bytes.length - 4;
-        if (size < 0
-                || ByteBuffer.wrap(bytes).order(ByteOrder.nativeOrder()).getInt(size)
-                        != checksum(bytes, size)) {
-            throw new IllegalArgumentException("the bytes hold no filter, or were altered or cut");
-        }
-        byte[] state = new byte[size];
-        System.arraycopy(bytes, 0, state, 0, size);
-        return Native.restore(what, state);
-    }
-
-    private static int checksum(byte[] bytes, int size) {
-        CRC32 sum = new CRC32();
-        sum.update(bytes, 0, size);
-        return (int) sum.getValue();
     }
 
     /** Frames of a whole array that is filtered in place. */

@@ -28,7 +28,7 @@ public final class Sections extends StreamProcessor {
 
     /** Continues exactly where {@link #toBytes} was called, in another process, too. */
     public static Sections fromBytes(byte[] bytes) {
-        return new Sections(restored(Native.SECTIONS, bytes));
+        return new Sections(Native.restore(Native.SECTIONS, bytes));
     }
 
     /**

@@ -49,7 +49,7 @@ public final class Stream extends StreamProcessor {
 
     /** Continues exactly where {@link #toBytes} was called, in another process, too. */
     public static Stream fromBytes(byte[] bytes) {
-        return new Stream(restored(Native.STREAM, bytes));
+        return new Stream(Native.restore(Native.STREAM, bytes));
     }
 
     /**
