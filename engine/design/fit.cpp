@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <string>
 #include <utility>
 
@@ -12,6 +11,7 @@
 #include "design/fit_search.h"
 #include "design/spectrum.h"
 #include "errors.h"
+#include "number_text.h"
 #include "units.h"
 
 namespace jurn {
@@ -22,9 +22,8 @@ constexpr double kLeastGain = 0.05;                                  // dB of a 
 
 void check(double value, double least, double most, const char* what) {
   if (value >= least && value <= most) return;
-  char text[120];
-  std::snprintf(text, sizeof text, "%s %g: accepted is %g to %g", what, value, least, most);
-  throw Error(kUsageError, text);
+  throw Error(kUsageError, what + (" " + printed("%g", value)) + ": accepted is " +
+                               printed("%g", least) + " to " + printed("%g", most));
 }
 
 /** Points at frequencies: means where they are dense, lines over log f where they are not. */

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <cstdio>
 #include <limits>
 #include <optional>
 #include <tuple>
@@ -19,6 +18,7 @@
 #include "design/roots.h"
 #include "design/spectrum.h"
 #include "elementary.h"
+#include "number_text.h"
 #include "units.h"
 
 namespace jurn {
@@ -74,14 +74,8 @@ int scale_sections(FilterDesign* sections) {
   return most;
 }
 
-std::string shown(const char* format, double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, format, value);
-  return text;
-}
-
 std::string lsb(double error) {
-  return shown(error < 100.0 ? "%.1f LSB" : "%.0f LSB", error);
+  return printed(error < 100.0 ? "%.1f" : "%.0f", error) + " LSB";
 }
 
 std::string count_of_sections(const FilterDesign& design) {
@@ -285,7 +279,7 @@ class Preparation {
            "same");
     else if (bits)
       note(Notice::kScaled, "gains moved between the sections, by up to " +
-                                shown("%.0f dB", to_decibels(2.0) * bits) +
+                                printed("%.0f", to_decibels(2.0) * bits) + " dB" +
                                 ", so that each peaks near 0 dB; the filter is the same");
   }
 
@@ -298,12 +292,12 @@ class Preparation {
                                                 : Notice::kNone;
     if (!sound)
       note(Notice::kUnstable,
-           "unstable, its outermost pole has the radius " + shown("%.9g", pole_radius(design_)));
+           "unstable, its outermost pole has the radius " + printed("%.9g", pole_radius(design_)));
     else if (!result_.stable)
       note(Notice::kUnstable,
            "unstable once its coefficients are rounded to float, its outermost pole has the "
            "radius " +
-               shown("%.9g", result_.pole_radius),
+               printed("%.9g", result_.pole_radius),
            other);
     else if (result_.pole_radius > 1.0 - 1e-9 && std::isinf(peak_gain(result_.design)))
       note(Notice::kUnstable,

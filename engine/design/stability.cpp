@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 #include "design/roots.h"
 #include "design/spectrum.h"
 #include "errors.h"
+#include "number_text.h"
 #include "units.h"
 
 namespace jurn {
@@ -21,9 +21,7 @@ constexpr double kRadiusTolerance = 1e-7;
 constexpr double kClipTolerance = 0.05;
 
 std::string decibels(double gain) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f dB", to_decibels(gain));
-  return text;
+  return printed("%.1f", to_decibels(gain)) + " dB";
 }
 
 FilterDesign negated(FilterDesign design) {
@@ -42,10 +40,9 @@ void check_signs(const std::string& path, std::optional<bool> negate, FilterDesi
   }
   const double radius = pole_radius(*design);
   if (radius <= 1.0 + kRadiusTolerance || pole_radius(negated(*design)) >= 1.0) return;
-  char value[32];
-  std::snprintf(value, sizeof value, "%.9g", radius);
   throw Error(kInputError,
-              path + ": the filter is unstable, its outermost pole has the radius " + value +
+              path + ": the filter is unstable, its outermost pole has the radius " +
+                  printed("%.9g", radius) +
                   "; with the signs of a turned it is stable, so they look negated: --negate-a "
                   "turns them, --keep-a runs it as it is");
 }

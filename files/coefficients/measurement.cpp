@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 #include "coefficients/rows.h"
 #include "file_kind.h"
@@ -149,13 +148,12 @@ std::string text_of(const Fit& fit) {
 }
 
 std::string summary_of(const Fit& fit) {
-  char text[200];
-  std::snprintf(text, sizeof text,
-                "; from the target %.2f dB rms, at most %.1f dB at %.0f Hz; before %.2f dB rms, at "
-                "most %.1f dB at %.0f Hz; preamp %.1f dB",
-                fit.after.rms, fit.after.largest, fit.after.frequency, fit.before.rms,
-                fit.before.largest, fit.before.frequency, fit.preamp);
-  return count_of(fit.filters.size(), "band") + text;
+  const auto distance = [](const auto& d) {
+    return printed("%.2f", d.rms) + " dB rms, at most " + printed("%.1f", d.largest) + " dB at " +
+           printed("%.0f", d.frequency) + " Hz";
+  };
+  return count_of(fit.filters.size(), "band") + "; from the target " + distance(fit.after) +
+         "; before " + distance(fit.before) + "; preamp " + printed("%.1f", fit.preamp) + " dB";
 }
 
 }  // namespace jurn

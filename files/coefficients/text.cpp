@@ -4,12 +4,12 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <limits>
 
 #include "coefficients/parse.h"
 #include "errors.h"
+#include "number_text.h"
 
 namespace jurn {
 
@@ -40,9 +40,7 @@ std::string count_of(std::size_t count, const std::string& noun) {
 }
 
 std::string shown(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.9g", value);
-  return text;
+  return printed("%.9g", value);
 }
 
 bool in_range(double value) {

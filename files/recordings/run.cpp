@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <filesystem>
 
 #include "errors.h"
+#include "number_text.h"
 #include "recordings/signals.h"
 #include "units.h"
 
@@ -228,12 +228,10 @@ Format format_of(const Recording& recording) {
 
 std::string loss_of(const Summary& summary) {
   if (!summary.lost_after) return {};
-  char seconds[32];
-  std::snprintf(seconds, sizeof seconds, "%.3f", *summary.lost_after);
   return std::string(
              "the filter's numbers grow beyond all bounds, and the result is silent or worthless "
              "from second ") +
-         seconds + " on; the filter is unstable";
+         printed("%.3f", *summary.lost_after) + " on; the filter is unstable";
 }
 
 Summary run(const Job& job) {

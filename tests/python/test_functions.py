@@ -3,6 +3,7 @@
 import glob
 import os
 import subprocess
+import sys
 import warnings
 
 import numpy as np
@@ -311,6 +312,28 @@ def test_files_are_read_checked_and_reported(tmp_path):
     with pytest.raises(ValueError, match="44100"):
         jurn.read_response(ROOM, 44100)
     assert jurn.read_response([ROOM, ROOM], 48000, truncate=100).shape == (100, 2)
+
+
+def test_a_decimal_comma_of_the_host_changes_nothing(tmp_path):
+    subprocess.run(["localedef", "-i", "de_DE", "-f", "UTF-8", tmp_path / "de_DE.UTF-8"], check=True)
+    (tmp_path / "hum.yml").write_text("""
+filters: {hum: {type: Biquad, parameters: {type: Peaking, freq: 15.625, q: 0.5, gain: 1.5}}}
+pipeline: [{type: Filter, names: [hum]}]
+""")
+    code = """if True:
+        import locale, sys, warnings, numpy, jurn
+        locale.setlocale(locale.LC_ALL, sys.argv[1])
+        print(locale.localeconv()["decimal_point"])
+        design = jurn.read_coefficients("hum.yml", 48000)
+        print(*map(float.hex, design.sos.ravel().tolist()))
+        with warnings.catch_warnings(record=True) as told:
+            design.filter(numpy.zeros(9, numpy.int16))
+        print(*(w.message for w in told))
+    """
+    point, comma = (subprocess.run([sys.executable, "-c", code, name], cwd=tmp_path, text=True, check=True,
+                                   env={**os.environ, "LOCPATH": str(tmp_path)}, stdout=subprocess.PIPE).stdout
+                    for name in ("C", "de_DE.UTF-8"))
+    assert comma[0] == "," and comma[1:] == point[1:] and "1.5 dB" in point
 
 
 def test_compare_measures_what_the_truncation_adds():
