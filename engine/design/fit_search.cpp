@@ -6,6 +6,7 @@
 #include <cmath>
 #include <utility>
 
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {
@@ -21,28 +22,6 @@ constexpr int kSteps = 12, kLastSteps = 300;
 constexpr double kTrialGain = 6.0;
 constexpr std::size_t kCandidateStep = 8;  // from frequency to frequency
 constexpr double kLn10 = 2.30258509299404568;
-
-constexpr double kLn2 = 0.69314718055994531;
-
-double exponential(double x) {
-  const double turns = std::nearbyint(x / kLn2), rest = x - turns * kLn2;
-  double sum = 1.0;
-  for (int k = 14; k > 0; --k) sum = 1.0 + sum * rest / k;
-  return std::ldexp(sum, static_cast<int>(turns));
-}
-
-double logarithm(double x) {
-  int power = 0;
-  double mantissa = std::frexp(x, &power);
-  if (mantissa < 0.70710678118654752) {
-    mantissa *= 2.0;
-    --power;
-  }
-  const double s = (mantissa - 1.0) / (mantissa + 1.0);  // 0.172 at most
-  double sum = 0.0;
-  for (int k = 21; k > 0; k -= 2) sum = sum * (s * s) + 1.0 / k;
-  return 2.0 * s * sum + power * kLn2;
-}
 
 double mean_of(const Curve& curve) {
   double sum = 0.0;
@@ -89,23 +68,23 @@ double rms_of(const Curve& curve) {
 }
 
 FitBand band_of(const EqualiserFilter& f, int rate) {
-  return {f.type, {std::log(std::tan(kPi * f.frequency / rate)), f.gain, std::log(f.q)}};
+  return {
+      f.type,
+      {elementary::log(elementary::tan(kPi * f.frequency / rate)), f.gain, elementary::log(f.q)}};
 }
 
 EqualiserFilter filter_of(const FitBand& band, int rate) {
   EqualiserFilter f{};
   f.type = band.type;
-  f.frequency = rate / kPi * std::atan(std::exp(band.values[0]));
+  f.frequency = rate / kPi * std::atan(elementary::exp(band.values[0]));
   f.gain = band.values[1];
-  f.q = std::exp(band.values[2]);
+  f.q = elementary::exp(band.values[2]);
   return f;
 }
 
 FitSearch::FitSearch(const FitOptions& options, const Curve& frequencies, const Curve& wanted)
     : options_(options), wanted_(wanted) {
-  // To floats, which are the same from every library.
-  for (const double f : frequencies)
-    warped_.push_back(static_cast<float>(std::tan(kPi * f / options.rate)));
+  for (const double f : frequencies) warped_.push_back(elementary::tan(kPi * f / options.rate));
   for (std::size_t i = 0; i < warped_.size(); i += kCandidateStep) {
     for (const double q : {0.5, 1.0, 2.0, 4.0, 8.0})
       if (q <= options.most_q) add_candidate(EqualiserType::kPeak, warped_[i], q);
@@ -146,8 +125,9 @@ Curve FitSearch::rest(const std::vector<Curve>& curves) const {
 }
 
 Curve FitSearch::curve_of(const FitBand& band) const {
-  const double amp = exponential(band.values[1] * (kLn10 / 40.0)), q = exponential(band.values[2]);
-  const double corner = exponential(-band.values[0]);
+  const double amp = elementary::exp(band.values[1] * (kLn10 / 40.0)),
+               q = elementary::exp(band.values[2]);
+  const double corner = elementary::exp(-band.values[0]);
   const bool is_peak = band.type == EqualiserType::kPeak;
   const bool is_low = band.type == EqualiserType::kLowShelf;
   Curve curve;
@@ -163,13 +143,13 @@ Curve FitSearch::curve_of(const FitBand& band) const {
       const double far = (1.0 - amp * w2) * (1.0 - amp * w2) + amp * width;
       ratio = amp * amp * (is_low ? near / far : far / near);
     }
-    curve.push_back(10.0 / kLn10 * logarithm(ratio));
+    curve.push_back(10.0 / kLn10 * elementary::log(ratio));
   }
   return curve;
 }
 
 void FitSearch::add_candidate(EqualiserType type, double warped, double q) {
-  Candidate c{{type, {logarithm(warped), kTrialGain, logarithm(q)}}, {}, 0.0};
+  Candidate c{{type, {elementary::log(warped), kTrialGain, elementary::log(q)}}, {}, 0.0};
   c.curve = curve_of(c.band);
   take_mean_away(&c.curve);
   c.power = product(c.curve, c.curve);
@@ -177,7 +157,7 @@ void FitSearch::add_candidate(EqualiserType type, double warped, double q) {
 }
 
 FitBand FitSearch::best(const Curve& left, const std::vector<FitBand>& bands, bool shelf) const {
-  FitBand found{EqualiserType::kPeak, {logarithm(warped_[0]), 0.0, 0.0}};
+  FitBand found{EqualiserType::kPeak, {elementary::log(warped_[0]), 0.0, 0.0}};
   double most = -1.0;
   for (const Candidate& c : candidates_) {
     const bool is_peak = c.band.type == EqualiserType::kPeak;
@@ -237,12 +217,12 @@ double FitSearch::cost(const Curve& left, const std::vector<FitBand>& bands) con
 void FitSearch::limits(const FitBand& band, double* low, double* high) const {
   const bool is_peak = band.type == EqualiserType::kPeak;
   const double middle = warped_[warped_.size() / 2];
-  low[0] = logarithm(band.type == EqualiserType::kHighShelf ? middle : warped_.front());
-  high[0] = logarithm(band.type == EqualiserType::kLowShelf ? middle : warped_.back());
+  low[0] = elementary::log(band.type == EqualiserType::kHighShelf ? middle : warped_.front());
+  high[0] = elementary::log(band.type == EqualiserType::kLowShelf ? middle : warped_.back());
   high[1] = options_.most_gain;
   low[1] = -high[1];
-  low[2] = logarithm(is_peak ? kLeastQ : kLeastShelfQ);
-  high[2] = logarithm(is_peak ? options_.most_q : kMostShelfQ);
+  low[2] = elementary::log(is_peak ? kLeastQ : kLeastShelfQ);
+  high[2] = elementary::log(is_peak ? options_.most_q : kMostShelfQ);
 }
 
 void FitSearch::improve(int steps, std::vector<FitBand>* bands) const {
