@@ -47,6 +47,10 @@ std::vector<double> rows_of_sections(const FilterDesign& sections) {
   return rows;
 }
 
+std::size_t group_of(const FilterDesign& design) {
+  return design.kind == FilterDesign::kSections ? 3 : std::max(design.b.size(), design.a.size());
+}
+
 void scale(FilterDesign* design, double gain) {
   // The gain of a cascade is its first section's matter.
   const std::size_t count = design->kind == FilterDesign::kSections ? 3 : design->b.size();
@@ -60,7 +64,6 @@ std::size_t std::hash<jurn::FilterDesign>::operator()(const jurn::FilterDesign& 
   const auto add = [&sum](std::size_t part) { sum = sum * 0x100000001b3u + part; };
   add(design.kind);
   add(static_cast<std::size_t>(design.delay));
-  add(design.b.size());
   for (const auto* const all : {&design.b, &design.a})
     for (const double c : *all) add(std::hash<double>()(c));
   return sum;

@@ -3,10 +3,13 @@
 
 #include <cmath>
 #include <complex>
+#include <initializer_list>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "design/equaliser.h"
+#include "design/fit.h"
 #include "design/frequency_response.h"
 #include "design/prepare_once.h"
 #include "design/roots.h"
@@ -46,6 +49,20 @@ std::vector<double> power_of(double pole, int order) {
     for (std::size_t i = result.size() - 1; i > 0; --i) result[i] -= pole * result[i - 1];
   }
   return result;
+}
+
+TEST(Design, RefusesWhatDoesNotBelongTogether) {
+  const auto refuses = [](FilterDesign::Kind kind, std::size_t b, std::size_t a) {
+    EXPECT_THROW(checked_design(kind, std::vector<double>(b, 1.0), std::vector<double>(a, 1.0)),
+                 Error)
+        << kind << ", " << b << ", " << a;
+  };
+  for (const auto kind : {FilterDesign::kFir, FilterDesign::kIir, FilterDesign::kSections})
+    refuses(kind, 0, 0);
+  refuses(FilterDesign::kFir, 3, 3);
+  refuses(FilterDesign::kIir, 3, 0);
+  refuses(FilterDesign::kSections, 4, 4);
+  refuses(FilterDesign::kSections, 3, 6);
 }
 
 TEST(Design, RefusesWhatADivisionLeavesNoNumbersOf) {
@@ -219,6 +236,32 @@ TEST(Prepare, MeasuresADirectFormWhoseRootsAreNotSure) {
   // A numerator longer than a section's, over a short feedback, loses nothing.
   design = {FilterDesign::kIir, std::vector<double>(200, 0.005), {1.0, -0.9}};
   EXPECT_TRUE(prepare(design).notices.empty());
+}
+
+TEST(Prepare, RingsUntilHalfAStepOfTheResult) {
+  const FilterDesign decay{FilterDesign::kIir, {0.1}, {1.0, -0.9}};
+  PrepareOptions options;
+  options.result = SampleFormat::kInt16;
+  EXPECT_EQ(prepare(decay, options).tail, 108);  // 3 + log(2^-16) / log(0.9)
+  options.result = SampleFormat::kInt24;
+  EXPECT_EQ(prepare(decay, options).tail, 160);
+}
+
+TEST(Fit, RefusesOptionsBeyondTheirLimits) {
+  const std::vector<GraphicPoint> flat{{20.0, 0.0}, {20000.0, 0.0}};
+  EXPECT_TRUE(fit_equaliser(flat, flat, {}).filters.empty());
+  const auto refuses = [&](auto member, std::initializer_list<double> values) {
+    for (const double value : values) {
+      FitOptions options;
+      options.*member = static_cast<std::decay_t<decltype(options.*member)>>(value);
+      EXPECT_THROW(fit_equaliser(flat, flat, options), Error) << value;
+    }
+  };
+  refuses(&FitOptions::bands, {0, kMostFitBands + 1});
+  refuses(&FitOptions::most_gain, {0.09, 24.1});
+  refuses(&FitOptions::most_q, {0.49, 20.1});
+  refuses(&FitOptions::lowest, {10001.0});
+  refuses(&FitOptions::highest, {39.0});
 }
 
 TEST(Prepare, RunsFirsByWhatTheResultNeeds) {

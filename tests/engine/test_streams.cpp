@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -14,6 +16,7 @@
 #include "errors.h"
 #include "streams/recipe.h"
 #include "streams/setup_voice.h"
+#include "streams/stamp.h"
 #include "streams/state_bytes.h"
 #include "streams/stream.h"
 
@@ -103,6 +106,10 @@ std::vector<Kind> all_kinds() {
          prepared.tail = 4000;
          return make_voice(prepared, f);
        }},
+      {"direct form of the device",
+       [](const Format& f) {
+         return voice_of({FilterDesign::kIir, {0.5}, {1.0, -0.5}}, f, Precision::kInt16);
+       }},
       {"records",
        [](const Format& f) { return voice_of(peak(1000.0, 3.0, 1.0), f, Precision::kInt16); }},
       {"mean of the device", [](const Format& f) { return make_mean(50, Precision::kInt16, f); }},
@@ -163,6 +170,9 @@ TEST(Streams, GiveTheSameInAllTypesAndCuts) {
               in_blocks ? std::vector<int>{128, 64, 1024} : std::vector<int>{1, 7, 64, 513, 2}),
           expected);
       plain.reset();
+      EXPECT_EQ(run(&plain, in, {64}), expected);
+      plain.reset();
+      plain.change(std::make_unique<Change>(kind.make(format), 4800));  // has no past to go on with
       EXPECT_EQ(run(&plain, in, {64}), expected);
       // As floats and doubles, and an array for each channel: the same before it is rounded.
       Stream floats(format, kind.make(format)), doubles(format, kind.make(format));
@@ -408,7 +418,55 @@ TEST(Streams, FadeToALongRoomThatHasHeardThePast) {
     }
     EXPECT_LE(complete, 480u * 370) << after;
     for (std::size_t i = complete; i < out.size(); ++i) ASSERT_NEAR(out[i], expected[i], 0.01) << i;
+    // One hears the past and the next one waits: a reset drops the first of them.
+    stream.change(std::make_unique<Change>(room(70001, format), 1024));
+    stream.process(x.data(), 480, out.data());
+    stream.change(std::make_unique<Change>(room(after, format), 1024));
+    stream.reset();
+    EXPECT_FALSE(stream.changing());
+    EXPECT_EQ(run(&stream, x, {480}), expected);
   }
+}
+
+TEST(Streams, MixTheInputInEachStraightRoute) {
+  Routing routing{3, 2, {{0, 1, {1.0, 0.5}}, {1, 1, {0.25, 0.5}}}};
+  const Routing as_it_was = routing;
+  add_input(&routing, 0.0);
+  EXPECT_EQ(routing.routes.size(), as_it_was.routes.size());
+  add_input(&routing, 0.5);
+  ASSERT_EQ(routing.routes.size(), 3u);
+  for (const Route& route : routing.routes)
+    EXPECT_EQ(route.taps,
+              (route.input == 0 && route.output == 0   ? std::vector<double>{0.5}
+               : route.input == 1 && route.output == 1 ? std::vector<double>{0.75, 0.5}
+                                                       : std::vector<double>{1.0, 0.5}));
+}
+
+TEST(Streams, StampsAreTheCrcOfTheBytes) {
+  const auto stamp_of = [](const auto* values, std::size_t count) {
+    Stamp stamp;
+    stamp.add(values, count);
+    return stamp.number();
+  };
+  const auto expect = [&](const auto& samples) {
+    std::string bytes;
+    for (const auto sample : samples) {
+      std::uint32_t bits = 0;
+      std::memcpy(&bits, &sample, sizeof sample);
+      for (std::size_t k = 0; k < sizeof sample; ++k)
+        bytes += static_cast<char>(sizeof sample == 2 ? static_cast<std::uint16_t>(sample) >> 8 * k
+                                                      : bits >> 8 * k);
+    }
+    for (std::size_t count = 0; count <= samples.size(); ++count)
+      EXPECT_EQ(
+          stamp_of(samples.data(), count),
+          stamp_of(reinterpret_cast<const unsigned char*>(bytes.data()), count * sizeof samples[0]))
+          << count;
+  };
+  expect(noise(20));
+  expect(std::vector<float>{1.5f, -0.25f, 3e-20f, 7.0f, -9.5f});
+  expect(std::vector<int>{1, -2, 1 << 30, 12345678, -98765432});
+  EXPECT_EQ(stamp_of(reinterpret_cast<const unsigned char*>("123456789"), 9), 0xCBF43926u);
 }
 
 TEST(Streams, RingAsLongAsTheResponse) {
@@ -577,6 +635,7 @@ TEST(Streams, CountWhatIsNoNumberAsSilence) {
       EXPECT_EQ(run(&bad, x, {64}), run(&good, zeroed, {64}));
       EXPECT_EQ(bad.bad_samples(), 4u);
       EXPECT_EQ(good.bad_samples(), 0u);
+      EXPECT_EQ(restored(stored(&bad))->bad_samples(), 4u);
       bad.reset();
       EXPECT_EQ(bad.bad_samples(), 0u);
     }
