@@ -12,16 +12,6 @@ namespace {
 using Complex = std::complex<double>;
 
 /** e^2 of so many decibels: 10^(dB / 10) - 1, without cancellation where these are few. */
-double excess(double decibels) {
-  return std::expm1(std::log(10.0) * 0.1 * decibels);
-}
-
-Complex product(const std::vector<Complex>& roots) {
-  Complex all = 1.0;
-  for (const Complex& root : roots) all *= -root;
-  return all;
-}
-
 }  // namespace
 
 RootsAndGain chebyshev1_prototype(int order, double ripple) {
@@ -34,7 +24,7 @@ RootsAndGain chebyshev1_prototype(int order, double ripple) {
     const double theta = kPi * m / (2.0 * order);
     f.poles.emplace_back(-std::sinh(mu) * std::cos(theta), -std::cosh(mu) * std::sin(theta));
   }
-  f.gain = product(f.poles).real();
+  f.gain = product_of_negated(f.poles).real();
   if (order % 2 == 0) f.gain /= std::sqrt(1.0 + epsilon * epsilon);
   return f;
 }
@@ -50,7 +40,7 @@ RootsAndGain chebyshev2_prototype(int order, double attenuation) {
                       Complex(-std::sinh(mu) * std::cos(theta), -std::cosh(mu) * std::sin(theta)));
     if (m != 0) f.zeros.emplace_back(0.0, 1.0 / std::sin(theta));
   }
-  f.gain = (product(f.poles) / product(f.zeros)).real();
+  f.gain = (product_of_negated(f.poles) / product_of_negated(f.zeros)).real();
   return f;
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "errors.h"
+#include "number_text.h"
 #include "units.h"
 
 namespace jurn {
@@ -16,19 +17,11 @@ namespace {
 using Complex = std::complex<double>;
 
 std::string shown(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.6g", value);
-  return text;
+  return printed("%.6g", value);
 }
 
 Complex power(double base, std::size_t exponent) {
   return std::pow(base, static_cast<double>(exponent));
-}
-
-Complex product_of_negated(const std::vector<Complex>& roots) {
-  Complex product = 1.0;
-  for (const Complex& root : roots) product *= -root;
-  return product;
 }
 
 /** Of each root the two that a band's transform makes of it. */
@@ -176,6 +169,16 @@ FilterDesign sections_of(RootsAndGain f) {
 }
 
 }  // namespace
+
+double excess(double decibels) {
+  return std::expm1(std::log(10.0) * 0.1 * decibels);
+}
+
+Complex product_of_negated(const std::vector<Complex>& roots) {
+  Complex product = 1.0;
+  for (const Complex& root : roots) product *= -root;
+  return product;
+}
 
 void check_corners(const Corners& corners, int rate) {
   const bool two = corners.pass == Pass::kBand || corners.pass == Pass::kStop;

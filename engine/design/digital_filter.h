@@ -33,6 +33,10 @@ void check_order(int order, int most = kMostPrototypeOrder);
 /** Throws where a number of decibels, which `name` says, is not above 0. */
 void check_decibels(double decibels, const char* name);
 
+/** By how much a power of so many decibels is more than 1. */
+double excess(double decibels);
+std::complex<double> product_of_negated(const std::vector<std::complex<double>>& roots);
+
 /**
  * The digital filter of a prototype whose corner is 1 rad/s: moved to the corners, which are warped
  * beforehand, by s -> s / w0, w0 / s, (s^2 + w0^2) / (B s) or its inverse, and brought to the unit

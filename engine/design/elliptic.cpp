@@ -13,13 +13,9 @@ namespace {
 
 using Complex = std::complex<double>;
 
-constexpr double kEpsilon = 2e-16;
+constexpr double kSmall = 2e-16;
 
 /** e^2 of so many decibels, without cancellation where these are few. */
-double excess(double decibels) {
-  return std::expm1(std::log(10.0) * 0.1 * decibels);
-}
-
 /** The complete elliptic integral K, of the parameter 1 - m1. */
 double complete(double m1) {
   double a = 1.0, b = std::sqrt(m1);
@@ -60,7 +56,7 @@ Jacobi jacobi(double u, double m, double m1) {
   c[0] = std::sqrt(m);
   double b = std::sqrt(m1), twice = 1.0;
   int n = 0;
-  while (n < 30 && std::abs(c[n]) > kEpsilon * a[n]) {
+  while (n < 30 && std::abs(c[n]) > kSmall * a[n]) {
     ++n;
     c[n] = 0.5 * (a[n - 1] - b);
     const double mean = std::sqrt(a[n - 1] * b);
@@ -95,12 +91,6 @@ Parameter degree_parameter(int order, double m1) {
           std::pow(theta4 / theta3, 4.0)};
 }
 
-Complex product(const std::vector<Complex>& roots) {
-  Complex all = 1.0;
-  for (const Complex& root : roots) all *= -root;
-  return all;
-}
-
 }  // namespace
 
 RootsAndGain elliptic_prototype(int order, double ripple, double attenuation) {
@@ -126,7 +116,7 @@ RootsAndGain elliptic_prototype(int order, double ripple, double attenuation) {
   std::vector<Complex> upper;
   for (int j = 1 - order % 2; j < order; j += 2) {
     const Jacobi u = jacobi(j * quarter / order, m, parameter.m1);
-    if (std::abs(u.sn) > kEpsilon) {
+    if (std::abs(u.sn) > kSmall) {
       const double zero = 1.0 / (std::sqrt(m) * u.sn);
       f.zeros.emplace_back(0.0, zero);
       f.zeros.emplace_back(0.0, -zero);
@@ -136,7 +126,7 @@ RootsAndGain elliptic_prototype(int order, double ripple, double attenuation) {
     f.poles.push_back(j == 0 ? Complex(pole.real()) : pole);
     if (j != 0) f.poles.push_back(std::conj(pole));
   }
-  f.gain = (product(f.poles) / product(f.zeros)).real();
+  f.gain = (product_of_negated(f.poles) / product_of_negated(f.zeros)).real();
   if (order % 2 == 0) f.gain /= std::sqrt(1.0 + square);
   return f;
 }

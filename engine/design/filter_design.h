@@ -49,6 +49,9 @@ FilterDesign checked_design(FilterDesign::Kind kind, std::vector<double> b, std:
 FilterDesign sections_of_rows(const std::vector<double>& rows);
 std::vector<double> rows_of_sections(const FilterDesign& sections);
 
+/** How many coefficients of `b`, and of `a`, at most belong to one section or filter. */
+std::size_t group_of(const FilterDesign& design);
+
 /** Multiplies the filter's gain. */
 void scale(FilterDesign* design, double gain);
 

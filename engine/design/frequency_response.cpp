@@ -19,10 +19,6 @@ constexpr std::size_t kFrequencies = 1000;
 constexpr std::size_t kMaxImpulse = 65536;  // of recursive filters, in samples
 constexpr double kDecayed = 1e-3;
 
-std::size_t group_of(const FilterDesign& design) {
-  return design.kind == FilterDesign::kSections ? 3 : std::max(design.b.size(), design.a.size());
-}
-
 /** Multiplies (or divides) by a polynomial in x, and adds (or subtracts) its delay. */
 void apply(const double* c, std::size_t count, Complex x, bool divide, ResponsePoint* h) {
   Complex value = 0.0, slope = 0.0;

@@ -24,10 +24,6 @@ std::size_t grid(std::size_t coefficients, bool is_recursive) {
   return is_recursive ? fine : std::clamp<std::size_t>(32 * coefficients, 4096, fine);
 }
 
-std::size_t group_of(const FilterDesign& design) {
-  return design.kind == FilterDesign::kSections ? 3 : std::max(design.b.size(), design.a.size());
-}
-
 }  // namespace
 
 std::vector<std::complex<double>> spectrum(const std::vector<double>& coefficients,

@@ -13,9 +13,6 @@
 namespace jurn {
 namespace {
 
-/** Samples that a kernel runs at once. */
-constexpr int kPiece = 512;
-
 /** A filter whose channels are alike, each with a past of its own. */
 template <typename Channel>
 class PerChannel : public Voice {

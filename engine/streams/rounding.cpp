@@ -8,7 +8,7 @@
 namespace jurn {
 namespace {
 
-constexpr std::size_t kPiece = 1 << 20;  // so that an int counts its samples
+constexpr std::size_t kMostAtOnce = 1 << 20;  // so that an int counts its samples
 
 // A sum that leaves no bits for fractions, in place of a call that rounds.
 constexpr float kLeavesNoFraction(float) {
@@ -43,8 +43,8 @@ void round_all(const Sample* in, std::size_t count, short* out, std::int64_t* cl
     for (Sample& x : noisy) x += static_cast<Sample>(dither->next());
     in = noisy.data();
   }
-  for (std::size_t first = 0; first < count; first += kPiece)
-    *clipped += round_piece(in + first, std::min(count - first, kPiece), out + first);
+  for (std::size_t first = 0; first < count; first += kMostAtOnce)
+    *clipped += round_piece(in + first, std::min(count - first, kMostAtOnce), out + first);
 }
 
 }  // namespace

@@ -10,9 +10,6 @@
 namespace jurn {
 namespace {
 
-// Frames that run through all steps at once, or a block where that is longer.
-constexpr int kPiece = 512;
-
 /** A step on its channels, whose samples it changes where they are. */
 class Step {
  public:
@@ -153,7 +150,7 @@ class SetupVoice : public Voice {
  public:
   SetupVoice(const PreparedSetup& prepared, const Format& format)
       : Voice(Kind::kSetup, format), tail_(prepared.tail) {
-    piece_ = format.block < kPiece ? kPiece / format.block * format.block : format.block;
+    piece_ = piece_of(format);
     const Setup& setup = prepared.setup;
     int most = setup.inputs;
     for (std::size_t s = 0; s < setup.steps.size(); ++s) {

@@ -8,11 +8,11 @@
 namespace jurn {
 namespace {
 
-using Table = std::array<std::array<std::uint32_t, 256>, 8>;
+using Remainders = std::array<std::array<std::uint32_t, 256>, 8>;
 
 /** Row k: what a byte becomes with k bytes of zeros behind it. */
-constexpr Table make_table() {
-  Table table{};
+constexpr Remainders make_table() {
+  Remainders table{};
   for (std::uint32_t byte = 0; byte < 256; ++byte) {
     std::uint32_t rest = byte;
     for (int bit = 0; bit < 8; ++bit) rest = rest >> 1 ^ (rest & 1 ? 0xEDB88320u : 0u);
@@ -24,7 +24,7 @@ constexpr Table make_table() {
   return table;
 }
 
-constexpr Table kTable = make_table();
+constexpr Remainders kTable = make_table();
 
 }  // namespace
 

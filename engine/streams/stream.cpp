@@ -11,9 +11,6 @@
 namespace jurn {
 namespace {
 
-// Frames that are filtered at once, or a block where that is longer: few enough for the first
-// cache.
-constexpr int kPiece = 512;
 // How many frames of the past a new filter hears at once: so many times those of the call, and
 // where it takes calls of any length, which costs little, so many more.
 constexpr int kPastTimes = 4;
@@ -52,10 +49,6 @@ void free_changes(Change* list) {
     const std::unique_ptr<Change> owned(list);
     list = list->next;
   }
-}
-
-int Stream::piece_of(const Format& format) {
-  return format.block < kPiece ? kPiece / format.block * format.block : format.block;
 }
 
 Stream::Stream(const Format& format, std::unique_ptr<Voice> first)

@@ -98,7 +98,6 @@ class Stream {
   void free_retired() { free_changes(take_retired()); }
 
  private:
-  static int piece_of(const Format& format);
   void make_pieces();
   void pass_state(StateBytes* state);
   void pass_change(StateBytes* state, std::unique_ptr<Change>* change) const;

@@ -124,9 +124,6 @@ class SectionsVoice : public Voice {
   int tail_;
 };
 
-/** Samples that the records run at once. */
-constexpr int kPiece = 512;
-
 /** The library's 16-bit records. */
 class Int16Voice : public Voice {
  public:

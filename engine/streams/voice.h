@@ -40,6 +40,13 @@ inline bool operator!=(const Format& x, const Format& y) {
   return !(x == y);
 }
 
+/** Frames that are filtered at once, few enough for the first cache. */
+constexpr int kPiece = 512;
+/** The same in whole blocks, or one block where that is longer. */
+inline int piece_of(const Format& format) {
+  return format.block < kPiece ? kPiece / format.block * format.block : format.block;
+}
+
 /**
  * A filter in a format. Its constructor allocates, nothing else does. One thread at a time.
  *

@@ -32,7 +32,7 @@ bool is_name(std::string_view token) {
   return std::isalpha(static_cast<unsigned char>(token[0])) || token[0] == '_';
 }
 
-bool is_number(std::string_view token) {
+bool begins_number(std::string_view token) {
   return std::isdigit(static_cast<unsigned char>(token[0])) ||
          (token.size() > 1 && std::string_view("+-.").find(token[0]) != std::string_view::npos);
 }
@@ -68,7 +68,7 @@ std::vector<Token> tokens_of(std::string_view code) {
     if (std::isalnum(c(at)) || code[at] == '_' || code[at] == '.' || sign)
       while (std::isalnum(c(end)) || c(end) == '_' || c(end) == '.' ||
              ((c(end) == '-' || c(end) == '+') && (c(end - 1) | 32) == 'e' &&
-              is_number(code.substr(at, end - at))))
+              begins_number(code.substr(at, end - at))))
         ++end;
     tokens.push_back({line, code.substr(at, end - at)});
     at = end;
@@ -157,7 +157,7 @@ class Reader {
   void directive() {
     const int line = tokens_[at_].line;
     if (next_is(1, "define") && at_ + 3 < tokens_.size() && tokens_[at_ + 3].line == line &&
-        is_number(tokens_[at_ + 3].text))
+        begins_number(tokens_[at_ + 3].text))
       defines[tokens_[at_ + 2].text] = number(path_, tokens_[at_ + 3]);
     while (at_ < tokens_.size() && tokens_[at_].line == line) ++at_;
   }
@@ -170,7 +170,7 @@ class Reader {
     for (++at_; next_is(0, "["); ++at_) {
       for (++at_; at_ < tokens_.size() && !next_is(0, "]"); ++at_) {
         const Token& token = tokens_[at_];
-        if (is_number(token.text))
+        if (begins_number(token.text))
           lengths.push_back(number(path_, token));
         else if (defines.count(token.text))
           lengths.push_back(defines[token.text]);
@@ -236,7 +236,7 @@ FractionBits fraction_bits_of(std::string_view text) {
     if (colon == std::string_view::npos) continue;
     const std::vector<std::string_view> value = split(line.substr(colon + 1), " \t,");
     if (value.size() < 2 || value[0].size() < 2 || (value[0][0] != 's' && value[0][0] != 'u') ||
-        !is_number(value[0].substr(1)) || !is_number(value[1]))
+        !begins_number(value[0].substr(1)) || !begins_number(value[1]))
       continue;
     const int bits = std::atoi(std::string(value[1]).c_str());
     const std::vector<std::string_view> words = split(line.substr(0, colon), " \t*");

@@ -16,7 +16,7 @@ namespace {
 
 constexpr hsize_t kMaxValues = 1000000;
 constexpr unsigned kReadOnly = 0;  // the macro for it calls the library
-constexpr int kMaxDepth = 8;       // of structures
+constexpr int kMaxGroups = 8;      // of structures
 
 /** What is used of the library. */
 struct Hdf5 {
@@ -108,7 +108,7 @@ class Reader {
   /** Arrays of a group, those of structures by the names of their fields. */
   void add_group(hid_t group, int depth) {
     H5G_info_t info;
-    if (depth > kMaxDepth || h_.group_info(group, &info) < 0) return;
+    if (depth > kMaxGroups || h_.group_info(group, &info) < 0) return;
     for (hsize_t i = 0; i < info.nlinks; ++i) {
       char name[256];
       if (h_.link_name(group, ".", H5_INDEX_NAME, H5_ITER_INC, i, name, sizeof name, H5P_DEFAULT) <

@@ -9,7 +9,7 @@
 namespace jurn {
 namespace {
 
-constexpr char kMagic[] = "\x93NUMPY";
+constexpr char kNumPyMagic[] = "\x93NUMPY";
 
 /** The text after a key of the header, which is a Python dictionary in one line. */
 std::string_view value_of(const std::string& path, std::string_view header, const char* key) {
@@ -80,7 +80,7 @@ std::vector<std::size_t> parse_shape(const std::string& path, std::string_view t
 /** The text of an array of one text behind the numbers, as export writes it; nothing of others. */
 std::string text_of_array(std::string_view bytes) {
   const std::size_t end = bytes.find('\n');
-  const bool is_text = bytes.substr(0, 6) == kMagic && end != std::string_view::npos &&
+  const bool is_text = bytes.substr(0, 6) == kNumPyMagic && end != std::string_view::npos &&
                        bytes.substr(0, end).find("'descr': '|S") != std::string_view::npos;
   return is_text ? std::string(bytes.substr(end + 1)) : std::string();
 }
@@ -88,7 +88,7 @@ std::string text_of_array(std::string_view bytes) {
 }  // namespace
 
 std::vector<Array> parse_npy(const std::string& path, std::string_view bytes, bool of_archive) {
-  if (bytes.substr(0, 6) != kMagic) fail(path, "is no .npy file of NumPy");
+  if (bytes.substr(0, 6) != kNumPyMagic) fail(path, "is no .npy file of NumPy");
   const auto byte = [&](std::size_t i) {
     return i < bytes.size() ? static_cast<std::size_t>(static_cast<unsigned char>(bytes[i])) : 0;
   };

@@ -18,9 +18,8 @@ struct Assignment {
   std::string_view value;
 };
 
-std::string_view without_comment(std::string_view line) {
-  line = line.substr(0, line.find_first_of("#%"));
-  return line.substr(0, line.find("//"));
+std::string_view code_of(std::string_view line) {
+  return line.substr(0, std::min(line.find_first_of("#%"), line.find("//")));
 }
 
 bool is_word(std::string_view text) {
@@ -32,7 +31,7 @@ bool is_word(std::string_view text) {
 
 /** Reads a line of that form; a type may stand before the name. */
 bool parse_assignment(std::string_view line, Assignment* result) {
-  line = without_comment(line);
+  line = code_of(line);
   const std::size_t equals = line.find('=');
   if (equals == std::string_view::npos) return false;
   const std::vector<std::string_view> left = split(line.substr(0, equals), " \t");
@@ -103,7 +102,7 @@ std::vector<Array> parse_scalar_text(const std::string& path, std::string_view t
     ++line;
     Assignment a;
     if (!parse_assignment(content, &a)) {
-      if (without_comment(content).find('=') != std::string_view::npos)
+      if (code_of(content).find('=') != std::string_view::npos)
         fail(path, line, quote(content) + " is not understood among coefficients one by one");
       continue;
     }

@@ -22,9 +22,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr float kFullScale = 32768.0f;
-constexpr std::int64_t kEndless = INT64_MAX;
-constexpr std::int64_t kMostBytes = 0xFFFFFF00;  // of samples, where the header counts 32 bits
+constexpr float kFloatScale = 32768.0f;
+constexpr std::int64_t kNoEnd = INT64_MAX;
+constexpr std::int64_t kMost32Bits = 0xFFFFFF00;  // of samples, where the header counts 32 bits
 
 struct FileFormat {
   const char* ending;
@@ -116,7 +116,7 @@ AudioWriter::AudioWriter(const std::string& path, int channels, int rate, const 
   if (type.empty() && output_.is_stream()) type = format.stream_type;
   const FileFormat& file = find_format(output_.path(), type, output_.is_stream());
   format_ = set_format(output_.path(), file, format, &info_);
-  most_frames_ = file.huge ? kEndless : kMostBytes / (channels * sample_bytes(format_));
+  most_frames_ = file.huge ? kNoEnd : kMost32Bits / (channels * sample_bytes(format_));
   if (output_.is_stream()) start_stream();
   {
     const std::lock_guard lock(opening_by_libsndfile);
@@ -134,8 +134,8 @@ void AudioWriter::start_stream() {
     throw Error(kUsageError, output_.path() + " is a terminal; '-' takes a pipe or a file");
   wav_stream_ = (info_.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV;
   if (wav_stream_) {
-    most_frames_ = kEndless;
-    const std::string header = stream_header(kEndless);
+    most_frames_ = kNoEnd;
+    const std::string header = stream_header(kNoEnd);
     if (!bytes_.send(header.data(), static_cast<sf_count_t>(header.size()))) fail("");
     info_.format = SF_FORMAT_RAW | SF_ENDIAN_LITTLE | (info_.format & SF_FORMAT_SUBMASK);
   }
@@ -260,7 +260,7 @@ void AudioWriter::write_samples(const Sample* in, std::size_t frames) {
     case SampleFormat::kFloat:
       float_.resize(count);
       for (std::size_t i = 0; i < count; ++i)
-        float_[i] = static_cast<float>(in[i] / static_cast<Sample>(kFullScale));
+        float_[i] = static_cast<float>(in[i] / static_cast<Sample>(kFloatScale));
       pass_on(float_);
       written = sf_writef_float(file_.get(), float_.data(), length);
       break;

@@ -13,7 +13,7 @@ namespace jurn {
 namespace {
 
 constexpr int kLongest = 10;  // seconds
-constexpr std::size_t kReadFrames = 1024;
+constexpr std::size_t kFrames = 1024;
 constexpr double kRounding = 1e-6;  // frames, so that rows fall on whole multiples of a step
 
 }  // namespace
@@ -30,16 +30,16 @@ Loudest measure_level(AudioReader* reader, const LevelOptions& options, const Le
   Format format;
   format.inputs = format.outputs = reader->channels();
   const std::unique_ptr<Voice> mean = make_mean(options.length, Precision::kDouble, format);
-  std::vector<double> planar(channels * kReadFrames);
+  std::vector<double> planar(channels * kFrames);
   std::vector<double*> arrays;
-  for (std::size_t c = 0; c < channels; ++c) arrays.push_back(planar.data() + c * kReadFrames);
+  for (std::size_t c = 0; c < channels; ++c) arrays.push_back(planar.data() + c * kFrames);
   std::vector<double> means(channels);
-  std::vector<double> samples(kReadFrames * channels);
+  std::vector<double> samples(kFrames * channels);
   const double step = options.every * reader->rate();
   double next_row = step - kRounding;
   std::int64_t frame = 0;
   Loudest loudest{0.0, 0.0};
-  while (const std::size_t got = reader->read(samples.data(), kReadFrames)) {
+  while (const std::size_t got = reader->read(samples.data(), kFrames)) {
     check_interrupted();
     for (std::size_t c = 0; c < channels; ++c)
       for (std::size_t i = 0; i < got; ++i) {

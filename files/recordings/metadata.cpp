@@ -12,16 +12,12 @@ namespace {
 
 constexpr std::size_t kMostBytes = std::size_t{64} << 20;  // of a chunk
 
-struct DeleteObject {
-  void operator()(FLAC__StreamMetadata* block) const { FLAC__metadata_object_delete(block); }
-};
 struct DeleteChain {
   void operator()(FLAC__Metadata_Chain* chain) const { FLAC__metadata_chain_delete(chain); }
 };
 struct DeleteIterator {
   void operator()(FLAC__Metadata_Iterator* at) const { FLAC__metadata_iterator_delete(at); }
 };
-using Block = std::unique_ptr<FLAC__StreamMetadata, DeleteObject>;
 using FlacChain = std::unique_ptr<FLAC__Metadata_Chain, DeleteChain>;
 using Iterator = std::unique_ptr<FLAC__Metadata_Iterator, DeleteIterator>;
 
@@ -90,6 +86,10 @@ bool is_usual_tag(const std::string& name) {
 
 class FlacBlocks {
  public:
+  struct Delete {
+    void operator()(FLAC__StreamMetadata* block) const { FLAC__metadata_object_delete(block); }
+  };
+  using Block = std::unique_ptr<FLAC__StreamMetadata, Delete>;
   std::vector<Block> blocks;
 };
 
@@ -104,7 +104,8 @@ static std::shared_ptr<const FlacBlocks> read_flac(const std::string& path) {
     if (type != FLAC__METADATA_TYPE_PICTURE && type != FLAC__METADATA_TYPE_VORBIS_COMMENT &&
         type != FLAC__METADATA_TYPE_CUESHEET)
       continue;
-    Block block(FLAC__metadata_object_clone(FLAC__metadata_iterator_get_block(at.get())));
+    FlacBlocks::Block block(
+        FLAC__metadata_object_clone(FLAC__metadata_iterator_get_block(at.get())));
     if (!block) continue;
     if (type == FLAC__METADATA_TYPE_VORBIS_COMMENT)
       for (FLAC__uint32 i = block->data.vorbis_comment.num_comments; i-- > 0;)
@@ -178,7 +179,7 @@ bool write_flac_blocks(const FlacBlocks& blocks, const std::string& path) {
     if (type == FLAC__METADATA_TYPE_VORBIS_COMMENT || type == FLAC__METADATA_TYPE_PADDING)
       FLAC__metadata_iterator_delete_block(at.get(), false);
   }
-  for (const Block& block : blocks.blocks) {
+  for (const FlacBlocks::Block& block : blocks.blocks) {
     FLAC__StreamMetadata* const copy = FLAC__metadata_object_clone(block.get());
     if (!copy || !FLAC__metadata_iterator_insert_block_after(at.get(), copy)) return false;
   }
