@@ -11,17 +11,11 @@ import tempfile
 import time
 import wave
 
+sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+from pipewire import Server, begin_a_session  # noqa: E402
+
 RATE, SECONDS = 48000, 3
 BAND = "/usr/share/jconvolver/config-files/octave-band/oct-48-1k.wav"
-SINK = """
-context.objects = [
-  { factory = adapter
-    args = { factory.name = support.null-audio-sink  node.name = silence  media.class = Audio/Sink
-             object.linger = true  audio.position = [ FL FR ] } }
-]
-"""
-# Alone: without the services of a desktop.
-SESSION = ["dbus-run-session", "--"]
 
 
 def write_music(path, channels):
@@ -54,30 +48,9 @@ def play(folder):
 
 
 def main():
-    with tempfile.TemporaryDirectory() as folder:
-        settings = os.path.join(folder, "pipewire", "pipewire.conf.d")
-        os.makedirs(settings)
-        with open(os.path.join(settings, "silence.conf"), "w", encoding="utf-8") as file:
-            file.write(SINK)
-        os.chmod(folder, 0o700)
-        os.environ.update(XDG_RUNTIME_DIR=folder, XDG_CONFIG_HOME=folder, XDG_STATE_HOME=folder)
-        log = open(os.path.join(folder, "log"), "w+", encoding="utf-8")
-        servers = []
-        try:
-            for program in (["pipewire"], ["wireplumber"]):
-                servers.append(subprocess.Popen(program, stdout=log, stderr=subprocess.STDOUT))
-                time.sleep(1)
-            if any(server.poll() is not None for server in servers):
-                log.seek(0)
-                sys.exit("no server: " + log.read())
-            result = play(folder)
-        finally:
-            for server in reversed(servers):
-                server.terminate()
-                server.wait()
-        sys.exit(result)
+    with tempfile.TemporaryDirectory() as folder, Server(folder):
+        return play(folder)
 
 
-if "DBUS_SESSION_BUS_ADDRESS" not in os.environ:
-    os.execvp(SESSION[0], [*SESSION, sys.executable, *sys.argv])
-main()
+begin_a_session()
+sys.exit(main())

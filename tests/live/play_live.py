@@ -21,6 +21,9 @@ import numpy as np
 from scipy.io import wavfile
 from scipy.signal import correlate
 
+sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+from pipewire import Server, begin_a_session, is_node, wait_for  # noqa: E402
+
 warnings.simplefilter("ignore", wavfile.WavFileWarning)  # of chunks that it does not know
 
 TOOL = os.environ["JURN_FILTER"]
@@ -41,9 +44,6 @@ context.objects = [
     args = { factory.name = support.null-audio-sink  node.name = cable
              media.class = Audio/Source/Virtual  object.linger = true
              audio.position = [ FL FR ] } }
-  { factory = adapter
-    args = { factory.name = support.null-audio-sink  node.name = silence  media.class = Audio/Sink
-             object.linger = true  audio.position = [ FL FR ] } }
 ]
 """
 
@@ -52,46 +52,11 @@ def run(*words, **more):
     return subprocess.run(words, check=True, capture_output=True, text=True, timeout=60, **more).stdout
 
 
-def wait_for(is_there, what):
-    """At most 30 seconds, for a machine that is busy with other things."""
-    end = time.monotonic() + 30
-    while not is_there():
-        if time.monotonic() > end:
-            raise SystemExit(f"live: waited in vain for {what}")
-        time.sleep(0.05)
-
-
-def is_node(name):
-    nodes = subprocess.run(["pw-cli", "ls", "Node"], capture_output=True, text=True, timeout=20,
-                           check=False).stdout
-    return f'"{name}"' in nodes
-
-
 def is_linked(source, sink):
     links = subprocess.run(["pw-link", "-l"], capture_output=True, text=True, timeout=20,
                            check=False).stdout
     ports = links.split(f"{source}:", 1)
     return len(ports) == 2 and f"|-> {sink}:" in ports[1].split("\n\n")[0]
-
-
-class Server:
-    """PipeWire with a sink that swallows, and its session manager."""
-
-    def __init__(self):
-        self.running = []
-        self.start()
-
-    def start(self):
-        for program in ("pipewire", "wireplumber"):
-            self.running.append(subprocess.Popen([program], stdout=subprocess.DEVNULL,
-                                                 stderr=subprocess.DEVNULL))
-        wait_for(lambda: is_node("silence"), "PipeWire")
-
-    def stop(self):
-        for program in reversed(self.running):
-            program.kill()
-            program.wait()
-        self.running = []
 
 
 class Live:
@@ -460,24 +425,14 @@ SCENES = [scene_same_samples, scene_file_changes, scene_rates_and_servers, scene
 
 def main():
     with tempfile.TemporaryDirectory() as folder:
-        os.chmod(folder, 0o700)
         os.chdir(folder)
-        os.environ.update(XDG_RUNTIME_DIR=folder, XDG_CONFIG_HOME=folder, XDG_STATE_HOME=folder)
-        settings = os.path.join(folder, "pipewire", "pipewire.conf.d")
-        os.makedirs(settings)
-        with open(os.path.join(settings, "silence.conf"), "w", encoding="utf-8") as file:
-            file.write(SETTINGS)
-        server = Server()
-        try:
+        with Server(folder, SETTINGS) as server:
             if sys.argv[1:]:
                 soak(float(sys.argv[1]))
             else:
                 for scene in SCENES:
                     scene(server)
-        finally:
-            server.stop()
 
 
-if "DBUS_SESSION_BUS_ADDRESS" not in os.environ:
-    os.execvp("dbus-run-session", ["dbus-run-session", "--", sys.executable, *sys.argv])
+begin_a_session()
 main()

@@ -11,12 +11,13 @@ import re
 import subprocess
 import sys
 import tempfile
-import time
-
 import warnings
 
 import numpy as np
 from scipy.io import wavfile
+
+sys.path.insert(0, os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+from pipewire import Server, begin_a_session, is_node, wait_for  # noqa: E402
 
 warnings.simplefilter("ignore", wavfile.WavFileWarning)  # of chunks that it does not know
 
@@ -36,11 +37,6 @@ context.modules = [
       capture.props = { node.name = "chain" media.class = Audio/Sink audio.position = [ FL FR ] }
       playback.props = { node.name = "chained" node.target = "silence" audio.position = [ FL FR ] }
     } }
-]
-context.objects = [
-  { factory = adapter
-    args = { factory.name = support.null-audio-sink  node.name = silence  media.class = Audio/Sink
-             object.linger = true  audio.position = [ FL FR ] } }
 ]
 """
 STATE = """@prefix lv2: <http://lv2plug.in/ns/lv2core#> .
@@ -62,13 +58,6 @@ def read(path):
 def documented(line):
     """What the guide tells people to type."""
     return re.search(f"^    ({line})$", read(os.path.join(TESTS, "../../docs/lv2.md")), re.M)[1]
-
-
-def wait_for(is_there):
-    """At most 20 seconds, for a machine that is busy with other things."""
-    end = time.monotonic() + 20
-    while not is_there() and time.monotonic() < end:
-        time.sleep(0.2)
 
 
 def write_files():
@@ -108,7 +97,7 @@ def play_with(path):
     with open("said", "w+", encoding="utf-8") as log:
         host = subprocess.Popen(["jalv", "-p", "-l", "hall", "urn:jurn:convolver-stereo"],
                                 stdin=subprocess.PIPE, stdout=log, stderr=subprocess.STDOUT)
-        wait_for(lambda: host.poll() is not None or "JURN" in jack_ports())
+        wait_for(lambda: host.poll() is not None or "JURN" in jack_ports(), "jalv")
         alive = host.poll() is None
         host.terminate()
         host.wait()
@@ -119,7 +108,7 @@ def play_jalv():
     server = subprocess.Popen(["jackd", "-d", "dummy", "-r", "48000", "-p", "256"],
                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     try:
-        wait_for(lambda: "system" in jack_ports())
+        wait_for(lambda: "system" in jack_ports(), "JACK")
         missing, there = play_with("/nowhere.wav"), play_with(HALL)
         if "JURN: /nowhere.wav" not in missing or "JURN:" in there or "ended" in there:
             return "jalv: " + missing + there
@@ -144,35 +133,17 @@ def play_ardour():
     return None if right and "loaded -6.0" in said else "Ardour: " + said
 
 
-def is_node(name):
-    nodes = subprocess.run(["pw-cli", "ls", "Node"], capture_output=True, text=True, timeout=20,
-                           check=False).stdout
-    return f'"{name}"' in nodes
-
-
 def play_chain(folder):
-    settings = os.path.join(folder, "pipewire", "pipewire.conf.d")
-    os.makedirs(settings)
-    with open(os.path.join(settings, "chain.conf"), "w", encoding="utf-8") as file:
-        file.write(CHAIN.replace("NODE", documented(r"\{ type = lv2 .*")))
-    os.environ.update(XDG_RUNTIME_DIR=folder, XDG_CONFIG_HOME=folder, XDG_STATE_HOME=folder)
     tone = 0.5 * np.sin(2 * np.pi / 48 * np.arange(48000 * 4))
     wavfile.write("tone.wav", 48000, np.stack([tone, tone], 1).astype(np.float32))
-    running = []
-    try:
-        for program in (["pipewire"], ["wireplumber"]):
-            running.append(subprocess.Popen(program, stdout=subprocess.DEVNULL,
-                                            stderr=subprocess.DEVNULL))
-        wait_for(lambda: is_node("chained") and is_node("silence"))
-        running.append(subprocess.Popen(
-            ["pw-record", "--rate", "48000", "--channels", "2", "--format", "f32", "--target",
-             "chained", "heard.wav"], stderr=subprocess.DEVNULL))
-        wait_for(lambda: is_node("pw-record"))
+    with Server(folder, CHAIN.replace("NODE", documented(r"\{ type = lv2 .*"))):
+        wait_for(lambda: is_node("chained"), "the filter chain")
+        recorder = subprocess.Popen(["pw-record", "--rate", "48000", "--channels", "2", "--format", "f32",
+                                     "--target", "chained", "heard.wav"], stderr=subprocess.DEVNULL)
+        wait_for(lambda: is_node("pw-record"), "the recorder")
         run("pw-play", "--target", "chain", "tone.wav")
-    finally:
-        for program in reversed(running):
-            program.terminate()
-            program.wait()
+        recorder.terminate()
+        recorder.wait()
     heard = wavfile.read("heard.wav")[1]
     peak = float(np.abs(heard).max()) if heard.size else 0.0
     print(f"PipeWire: a tone of 0.5 comes out as {peak:.4f}", flush=True)
@@ -181,12 +152,10 @@ def play_chain(folder):
 
 def main():
     with tempfile.TemporaryDirectory() as folder:
-        os.chmod(folder, 0o700)
         os.chdir(folder)
         problems = [write_files(), play_jalv(), play_ardour(), play_chain(folder)]
     sys.exit("\n".join(filter(None, problems)) or 0)
 
 
-if "DBUS_SESSION_BUS_ADDRESS" not in os.environ:
-    os.execvp("dbus-run-session", ["dbus-run-session", "--", sys.executable, *sys.argv])
+begin_a_session()
 main()
