@@ -189,6 +189,70 @@ TEST(Records, GoOnFromTheirBytesAndRefuseOthers) {
     check(long_of(JURN_LONG_FFT, 2, taps), std::unique_ptr<Filterlongfir_ID>());
 }
 
+TEST(Records, TakeTheKindsAndTapsThatThereAre) {
+  using Long = Filterlongfir_ID;
+  const auto r = std::make_unique<Long>();
+  // Kinds by their channels: one, two, both.
+  const int both[] = {JURN_FIR, JURN_LONG_FFT};
+  const int mono[] = {JURN_LONG_MONO_TO_STEREO, JURN_LONG_FFT_MONO_TO_STEREO};
+  const int stereo[] = {JURN_LONG_TWO_FILTERS, JURN_LONG_FFT_LEFT_ONLY, JURN_LONG_FFT_CROSSED};
+  const auto among = [](const auto& kinds, int kind) {
+    return std::find(std::begin(kinds), std::end(kinds), kind) != std::end(kinds);
+  };
+  for (int kind = JURN_LONG_FFT_CROSSED - 1; kind <= JURN_CASCADE; ++kind)
+    for (int channels = 0; channels <= 3; ++channels) {
+      SCOPED_TRACE(std::to_string(kind) + ", " + std::to_string(channels));
+      if (!((channels == 1 || channels == 2) && among(both, kind)) &&
+          !(channels == 1 && among(mono, kind)) && !(channels == 2 && among(stereo, kind))) {
+        EXPECT_THROW(set_kind(*r, kind, channels), Error);
+        continue;
+      }
+      set_kind(*r, kind, channels);
+      EXPECT_EQ(channels_out(*r), among(mono, kind) ? 2 : channels);
+      const std::size_t most = is_fft(*r) ? JURN_FFT_MAX / 2 : 32767;
+      EXPECT_EQ(is_fft(*r), kind != JURN_FIR && kind != JURN_LONG_TWO_FILTERS &&
+                                kind != JURN_LONG_MONO_TO_STEREO);
+      set_taps(*r, std::vector<double>(most, 0.25), {});
+      EXPECT_EQ(r->blen, static_cast<int>(most));
+      EXPECT_EQ(r->bR[most - 1], 0.25f);
+      EXPECT_THROW(set_taps(*r, std::vector<double>(most + 1), {}), Error);
+      EXPECT_THROW(set_taps(*r, {}, {}), Error);
+      EXPECT_THROW(set_taps(*r, {1e39}, {}), Error);
+      if (has_two_filters(*r)) {
+        set_taps(*r, {0.5, 0.25}, {0.125, 1.0, 2.0});
+        EXPECT_EQ(r->blen, 3);
+        EXPECT_EQ(r->bRlen, 3);
+        EXPECT_EQ(std::vector<float>(r->b, r->b + 3), (std::vector<float>{0.5f, 0.25f, 0.0f}));
+        EXPECT_EQ(std::vector<float>(r->bR, r->bR + 3), (std::vector<float>{0.125f, 1.0f, 2.0f}));
+        set_taps(*r, {0.5, 0.25, 0.125}, {1.0});
+        EXPECT_EQ(std::vector<float>(r->bR, r->bR + 3), (std::vector<float>{1.0f, 0.0f, 0.0f}));
+      } else {
+        EXPECT_THROW(set_taps(*r, {0.5}, {0.25}), Error);
+        set_taps(*r, {1.0, 2.0, 3.0}, {});
+      }
+      const bool fades = !is_fft(*r) || kind == JURN_LONG_FFT_MONO_TO_STEREO ||
+                         (kind == JURN_LONG_FFT && channels == 2);
+      if (fades)
+        check_fade(*r, 3);
+      else
+        EXPECT_THROW(check_fade(*r, 3), Error);
+      EXPECT_THROW(check_fade(*r, 4), Error);
+    }
+  const auto most = [](auto record, FilterDesign::Kind kind, std::size_t count, double beyond) {
+    set_design(*record, {kind, std::vector<double>(count), std::vector<double>(count)});
+    EXPECT_THROW(
+        set_design(*record, {kind, std::vector<double>(count + 3), std::vector<double>(count + 3)}),
+        Error);
+    EXPECT_THROW(set_design(*record, {kind, {0.0, beyond, 0.0}, {1.0, 0.0, 0.0}}), Error);
+  };
+  most(std::make_unique<Filter_ID>(), FilterDesign::kIir, 1250, 1e39);
+  most(std::make_unique<Filter_ID>(), FilterDesign::kSections, 1248, 1e39);
+  most(std::make_unique<Filterf_ID>(), FilterDesign::kIir, 201, HUGE_VAL);
+  EXPECT_THROW(set_design(*std::make_unique<Filterf_ID>(),
+                          {FilterDesign::kSections, {1.0, 0.0, 0.0}, {1.0, 0.0, 0.0}}),
+               Error);
+}
+
 TEST(Records, RunWithinTheirArrays) {
   const auto expect = [](auto valid, const auto& alter) {
     EXPECT_TRUE(is_valid(*valid));
@@ -214,6 +278,17 @@ TEST(Records, RunWithinTheirArrays) {
   }
   expect(filter_of<Short>(JURN_MOVING_AVERAGE, 1, 2156, 1), [](Short* r) { ++r->blen; });
   expect(filter_of<Short>(JURN_MOVING_AVERAGE, 1, 2, 1), [](Short* r) { r->memL.memi = 2; });
+  using Sum = shuzhiFilter_ID;
+  const auto mean_of = [](int length, int at) {
+    auto sum = std::make_unique<Sum>();
+    sum->blen = length;
+    sum->memi = at;
+    return sum;
+  };
+  expect(mean_of(JURN_MOVING_SUM_MAX, 0), [](Sum* r) { ++r->blen; });
+  expect(mean_of(1, 0), [](Sum* r) { --r->blen; });
+  expect(mean_of(9, 8), [](Sum* r) { ++r->memi; });
+  expect(mean_of(9, 0), [](Sum* r) { --r->memi; });
   using Long = Filterlongfir_ID;
   expect(filter_of<Long>(JURN_FIR, 1, 32767, 1), [](Long* r) { ++r->blen; });
   const auto in_time = [] { return long_of(JURN_LONG_TWO_FILTERS, 2, 32767); };

@@ -14,6 +14,7 @@
 #include "../allocations.h"
 #include "design/prepare.h"
 #include "errors.h"
+#include "streams/changing_stream.h"
 #include "streams/recipe.h"
 #include "streams/setup_voice.h"
 #include "streams/stamp.h"
@@ -616,6 +617,54 @@ TEST(Streams, RefuseBytesThatAreNotTheirs) {
     StateBytes from(bytes, "voice");
     EXPECT_THROW(restored_voice(&from, format), Error) << &recipe - wrong;
   }
+}
+
+TEST(Streams, TakeTheNewestOfferForWhatRuns) {
+  const StreamFormat running{48000, 1, 1, 0, true};
+  const Format format = engine_format(running, 64, 480);
+  EXPECT_EQ(format.full_scale, 1.0);
+  EXPECT_EQ(engine_format({44100, 3, 2, 0, false}, 1, 0).full_scale, 32768.0);
+  const auto offer_of = [&](double gain, int delay, const StreamFormat& made_for) {
+    auto offer =
+        std::make_unique<OfferedFilter>(voice_of({FilterDesign::kFir, {gain}, {}}, format), delay);
+    offer->made_for = made_for;
+    return offer;
+  };
+  HandOver<OfferedFilter> offers;
+  ChangingStream stream(&offers, offer_of(0.5, 3, running));
+  const auto last_of_a_second = [](ChangingStream* s) {
+    std::vector<float> x(48000, 0.25f);
+    s->process(x.data(), 48000, x.data());
+    return x.back();
+  };
+  EXPECT_EQ(last_of_a_second(&stream), 0.125f);
+  for (const StreamFormat& other :
+       {StreamFormat{44100, 1, 1, 0, true}, StreamFormat{48000, 2, 1, 0, true},
+        StreamFormat{48000, 1, 2, 0, true}, StreamFormat{48000, 1, 1, 64, true},
+        StreamFormat{48000, 1, 1, 0, false}}) {
+    offers.offer(offer_of(2.0, 9, other));
+    EXPECT_EQ(last_of_a_second(&stream), 0.125f);
+  }
+  EXPECT_EQ(stream.latency(), 3);
+  offers.offer(offer_of(2.0, 9, running));
+  offers.offer(offer_of(0.25, 7, running));
+  EXPECT_EQ(last_of_a_second(&stream), 0.0625f);
+  EXPECT_EQ(stream.latency(), 7);
+  offers.offer(offer_of(2.0, 9, running));
+  offers.empty();
+  EXPECT_EQ(last_of_a_second(&stream), 0.0625f);
+  // What is stored has taken what was offered.
+  offers.offer(offer_of(0.125, 5, running));
+  StateBytes to;
+  stream.store(&to);
+  const std::string bytes = to.sealed("stream");
+  StateBytes from(bytes, "stream");
+  HandOver<OfferedFilter> others;
+  ChangingStream again(&others, &from, running);
+  EXPECT_EQ(again.latency(), 5);
+  EXPECT_EQ(last_of_a_second(&again), last_of_a_second(&stream));
+  others.offer(offer_of(1.0, 0, running));
+  EXPECT_EQ(last_of_a_second(&again), 0.25f);
 }
 
 TEST(Streams, CountWhatIsNoNumberAsSilence) {
