@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "../allocations.h"
+#include "Sections_control.h"
 #include "design/equaliser.h"
 #include "design/linear_phase.h"
 #include "design/setup.h"
@@ -127,6 +128,46 @@ TEST(Setups, ComputeEachStepInTurn) {
                   1e-12)
           << c << " " << i;
   }
+}
+
+/** Sections in a row, the second of another name. */
+Setup crossovers(std::size_t count, const std::vector<int>& channels) {
+  Setup setup;
+  setup.inputs = 2;
+  for (std::size_t k = 0; k < count; ++k) {
+    setup.steps.push_back(crossover(EqualiserType::kLowPass, 1000.0, channels));
+    setup.steps.back().name = k == 1 ? "other" : "low";
+  }
+  return setup;
+}
+
+TEST(Setups, RunSectionsInARowAsOneCascade) {
+  const auto three = crossovers(3, {0, 1});
+  const auto joined = prepare(three, {}).setup;
+  ASSERT_EQ(joined.steps.size(), 1u);
+  EXPECT_EQ(joined.steps[0].name, "low, other, low");
+  EXPECT_EQ(joined.steps[0].design.b.size(), 18u);
+  EXPECT_EQ(prepare(crossovers(1, {0, 1}), {}).setup.steps[0].name, "low");
+  // On other channels, behind something else, and where a cascade would be too long: alone.
+  auto apart = three;
+  apart.steps[1].channels = {1, 0};
+  EXPECT_EQ(prepare(apart, {}).setup.steps.size(), 3u);
+  apart.steps[1] = step_of(SetupStep::kGain, {0});
+  EXPECT_EQ(prepare(apart, {}).setup.steps.size(), 3u);
+  const std::size_t most = JURN_SECTIONS_SECTIONS / 2;
+  EXPECT_EQ(prepare(crossovers(most + 1, {0}), {}).setup.steps.size(), 2u);
+  // A gain before all of it.
+  auto louder = three;
+  scale(&louder, 1.0);
+  EXPECT_EQ(louder.steps.size(), 3u);
+  scale(&louder, 0.5);
+  Format format = format_for(2, 2);
+  Stream plain(format, voice_of(three)), quiet(format, voice_of(louder));
+  std::vector<double> x(2000), y(x.size());
+  for (std::size_t i = 0; i < x.size(); ++i) x[i] = std::sin(static_cast<double>(i * i));
+  plain.process(x.data(), 1000, y.data());
+  quiet.process(x.data(), 1000, x.data());
+  for (std::size_t i = 0; i < x.size(); ++i) ASSERT_NEAR(2.0 * x[i], y[i], 1e-12) << i;
 }
 
 TEST(Setups, FadeFromOneToAnother) {
