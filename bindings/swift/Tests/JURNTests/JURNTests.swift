@@ -142,6 +142,9 @@ final class JURNTests: XCTestCase {
     var altered = try stream.state()
     altered[altered.count / 2] ^= 4
     refuses("altered") { try FilterStream(state: altered) }
+    altered = try Int16Filter(Design(taps: [1]), channels: 1).state()
+    altered[altered.count / 2] ^= 4
+    refuses("altered") { try Int16Filter(state: altered) }
   }
 
   func testFadesFromOtherThreadsAndEightStreamsAtOnce() throws {
