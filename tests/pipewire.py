@@ -62,7 +62,11 @@ class Server:
         self.running = []
 
     def __enter__(self):
-        self.start()
+        try:
+            self.start()
+        except BaseException:
+            self.stop()
+            raise
         return self
 
     def __exit__(self, *_):

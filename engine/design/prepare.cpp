@@ -279,8 +279,8 @@ class Preparation {
            "same");
     else if (bits)
       note(Notice::kScaled, "gains moved between the sections, by up to " +
-                                printed("%.0f", to_decibels(2.0) * bits) + " dB" +
-                                ", so that each peaks near 0 dB; the filter is the same");
+                                printed("%.0f", to_decibels(2.0) * bits) +
+                                " dB, so that each peaks near 0 dB; the filter is the same");
   }
 
   void judge(bool sound) {

@@ -192,26 +192,31 @@ TEST(Records, GoOnFromTheirBytesAndRefuseOthers) {
 TEST(Records, TakeTheKindsAndTapsThatThereAre) {
   using Long = Filterlongfir_ID;
   const auto r = std::make_unique<Long>();
-  // Kinds by their channels: one, two, both.
-  const int both[] = {JURN_FIR, JURN_LONG_FFT};
-  const int mono[] = {JURN_LONG_MONO_TO_STEREO, JURN_LONG_FFT_MONO_TO_STEREO};
-  const int stereo[] = {JURN_LONG_TWO_FILTERS, JURN_LONG_FFT_LEFT_ONLY, JURN_LONG_FFT_CROSSED};
-  const auto among = [](const auto& kinds, int kind) {
-    return std::find(std::begin(kinds), std::end(kinds), kind) != std::end(kinds);
-  };
+  // The channels that a kind takes, and those with which it fades: 1, 2, or 3 for either.
+  const struct {
+    int kind, takes;
+    bool by_fft;
+    int fades;
+  } kinds[] = {{JURN_FIR, 3, false, 3},
+               {JURN_LONG_FFT, 3, true, 2},
+               {JURN_LONG_TWO_FILTERS, 2, false, 2},
+               {JURN_LONG_FFT_LEFT_ONLY, 2, true, 0},
+               {JURN_LONG_FFT_MONO_TO_STEREO, 1, true, 1},
+               {JURN_LONG_MONO_TO_STEREO, 1, false, 1},
+               {JURN_LONG_FFT_CROSSED, 2, true, 0}};
   for (int kind = JURN_LONG_FFT_CROSSED - 1; kind <= JURN_CASCADE; ++kind)
     for (int channels = 0; channels <= 3; ++channels) {
       SCOPED_TRACE(std::to_string(kind) + ", " + std::to_string(channels));
-      if (!((channels == 1 || channels == 2) && among(both, kind)) &&
-          !(channels == 1 && among(mono, kind)) && !(channels == 2 && among(stereo, kind))) {
+      const auto known = std::find_if(std::begin(kinds), std::end(kinds),
+                                      [=](const auto& k) { return k.kind == kind; });
+      if (channels == 0 || channels == 3 || known == std::end(kinds) ||
+          !(known->takes & channels)) {
         EXPECT_THROW(set_kind(*r, kind, channels), Error);
         continue;
       }
       set_kind(*r, kind, channels);
-      EXPECT_EQ(channels_out(*r), among(mono, kind) ? 2 : channels);
-      const std::size_t most = is_fft(*r) ? JURN_FFT_MAX / 2 : 32767;
-      EXPECT_EQ(is_fft(*r), kind != JURN_FIR && kind != JURN_LONG_TWO_FILTERS &&
-                                kind != JURN_LONG_MONO_TO_STEREO);
+      EXPECT_EQ(channels_out(*r), known->takes == 1 ? 2 : channels);
+      const std::size_t most = known->by_fft ? JURN_FFT_MAX / 2 : 32767;
       set_taps(*r, std::vector<double>(most, 0.25), {});
       EXPECT_EQ(r->blen, static_cast<int>(most));
       EXPECT_EQ(r->bR[most - 1], 0.25f);
@@ -230,9 +235,7 @@ TEST(Records, TakeTheKindsAndTapsThatThereAre) {
         EXPECT_THROW(set_taps(*r, {0.5}, {0.25}), Error);
         set_taps(*r, {1.0, 2.0, 3.0}, {});
       }
-      const bool fades = !is_fft(*r) || kind == JURN_LONG_FFT_MONO_TO_STEREO ||
-                         (kind == JURN_LONG_FFT && channels == 2);
-      if (fades)
+      if (known->fades & channels)
         check_fade(*r, 3);
       else
         EXPECT_THROW(check_fade(*r, 3), Error);
