@@ -77,6 +77,7 @@ void read_command(const std::string& command, std::istringstream* words, int lin
   if (command == "/cd") {
     *folder /= after_space(words);
   } else if (command == "/convolver/new") {
+    if (list->inputs > 0) list->fail(line, command + " comes once, before the routes");
     int partition;
     if (!(*words >> list->inputs >> list->outputs >> partition >> list->most_taps))
       wanted("inputs, outputs, partition and longest response");

@@ -43,6 +43,7 @@ ROUTES = (
     b"/impulse/dirac 2 2 1 0\n/impulse/copy 2 3 1 1\n/input/name 1 in.L\n",
     b"1 1 taps.txt \x1b[31m\n",
     b"/impulse/dirac 1 1 1e300 0\n",
+    b"/impulse/dirac 1 9 1 0\n/convolver/new 1 2 256 600\n",
 )
 SETUPS = (
     b'a: "\\\x1f"\n',  # which the reader's message repeats

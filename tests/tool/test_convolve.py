@@ -174,6 +174,7 @@ class ConvolveTest(ToolTest):
                              ('1 1 "a folder/h.wav" 3', ":1:", "2 channels"),
                              ('4 1 "a folder/h.wav"', "4 inputs", "three.wav"),
                              ("1 1 a folder/h.wav", ":1:", "quotes"),
+                             ("/impulse/dirac 1 9 1 0\n/convolver/new 1 2 256 600", ":2:", "before the routes"),
                              ("/impulse/hilbert 1 1 1 9 9", ":1:", "/impulse/hilbert")):
             self.assert_fails(["convolve", "three.wav", "out.wav", "--routes", write("bad.txt", text)], *words)
         self.assert_fails(["convolve", "three.wav", "a folder/h.wav", "--routes", "routes.txt", "--overwrite"],
