@@ -89,6 +89,29 @@ double sinh(double x) {
   return x + x * sum;
 }
 
+double asinh(double x) {
+  const double root = std::sqrt(x * x + 1.0), size = std::abs(x);
+  const double first = std::copysign(log(size + root), x);
+  // Where the logarithm is near 0 it has lost digits.
+  return size > 1.0 ? first : first - (sinh(first) - x) / root;
+}
+
+double atan(double x) {
+  if (std::abs(x) > 1.0)
+    return std::copysign(kQuarter[0], x) - atan(1.0 / x) + std::copysign(kQuarter[1], x);
+  // An approximation within 0.005, and each step leaves a third of the error's cube.
+  double angle = x / (1.0 + 0.28 * x * x);
+  for (int step = 0; step < 3; ++step)
+    angle -= (sin(angle) - x * cos(angle)) / (cos(angle) + x * sin(angle));
+  return angle;
+}
+
+double power(double x, int count) {
+  double product = 1.0;
+  for (; count > 0; --count) product *= x;
+  return product;
+}
+
 double log(double x) {
   if (x == 0.0) return -HUGE_VAL;
   if (!(x < HUGE_VAL)) return x;
@@ -113,6 +136,13 @@ double magnitude(std::complex<double> z) {
   if (!(size > 0.0 && std::isfinite(size))) return size;
   const double re = z.real() / size, im = z.imag() / size;
   return size * std::sqrt(re * re + im * im);
+}
+
+std::complex<double> square_root(std::complex<double> z) {
+  const double half = std::sqrt(0.5 * (magnitude(z) + std::abs(z.real())));
+  if (half == 0.0) return z;
+  if (z.real() >= 0.0) return {half, z.imag() / (2.0 * half)};
+  return {std::abs(z.imag()) / (2.0 * half), std::copysign(half, z.imag())};
 }
 
 std::complex<double> quotient(std::complex<double> x, std::complex<double> y) {

@@ -16,6 +16,11 @@ double tan(double x);
 double exp(double x);
 double power_of_ten(double x);
 double sinh(double x);
+double asinh(double x);
+/** Between -pi / 2 and pi / 2. */
+double atan(double x);
+/** x * x * x ..., so many times. */
+double power(double x, int count);
 /** The natural logarithm of a number that is not below 0. */
 double log(double x);
 
@@ -23,6 +28,8 @@ double log(double x);
 std::complex<double> polar(double radius, double angle);
 /** |z| */
 double magnitude(std::complex<double> z);
+/** The root on the right, or above 0 of a negative number. */
+std::complex<double> square_root(std::complex<double> z);
 /** x / y */
 std::complex<double> quotient(std::complex<double> x, std::complex<double> y);
 

@@ -1,4 +1,4 @@
-// Decibels, pi and the logarithm of two.
+// Decibels, pi and the logarithms of two and ten.
 #pragma once
 
 #include <cmath>
@@ -9,6 +9,7 @@ namespace jurn {
 
 inline constexpr double kPi = 3.14159265358979323846;
 inline constexpr double kLogTwo = 0.69314718055994530942;
+inline constexpr double kLogTen = 2.30258509299404568402;
 
 /** A ratio of amplitudes in decibels. */
 inline double to_decibels(double ratio) {

@@ -2,10 +2,9 @@
 
 #include "design/bessel.h"
 
-#include <cmath>
-
 #include "design/roots.h"
 #include "design/wide.h"
+#include "elementary.h"
 
 namespace jurn {
 namespace {
@@ -39,9 +38,9 @@ Complex refined(int order, Complex s) {
       before = now;
       now = next;
     }
-    const Complex move = narrow(now) / (narrow(now) - s * narrow(before));
+    const Complex move = elementary::quotient(narrow(now), narrow(now) - s * narrow(before));
     s -= move;
-    if (std::abs(move) < 1e-16 * std::abs(s)) break;
+    if (elementary::magnitude(move) < 1e-16 * elementary::magnitude(s)) break;
   }
   return s;
 }
@@ -55,7 +54,7 @@ RootsAndGain bessel_prototype(int order) {
   std::vector<double> polynomial{1.0};
   double last = 1.0;
   for (int k = 2; k <= 2 * order; k += 2) last *= k - 1.0;
-  const double unit = std::pow(last, 1.0 / order);
+  const double unit = elementary::exp(elementary::log(last) / order);
   double coefficient = 1.0;
   for (int k = order; k > 0; --k) {
     coefficient *= (2.0 * order - k + 1.0) * k / (2.0 * (order - k + 1.0)) / unit;

@@ -2,8 +2,7 @@
 
 #include "design/butterworth.h"
 
-#include <cmath>
-
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {
@@ -12,7 +11,7 @@ RootsAndGain butterworth_prototype(int order) {
   check_order(order);
   RootsAndGain f;
   for (int m = 1 - order; m < order; m += 2)
-    f.poles.push_back(-std::polar(1.0, kPi * m / (2.0 * order)));
+    f.poles.push_back(-elementary::polar(1.0, kPi * m / (2.0 * order)));
   return f;
 }
 

@@ -4,26 +4,28 @@
 
 #include <cmath>
 
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {
 namespace {
 
-using Complex = std::complex<double>;
+/** -sinh(mu) cos(theta) - i cosh(mu) sin(theta). */
+std::complex<double> on_ellipse(double mu, double theta) {
+  const double sinh = elementary::sinh(mu), cosh = std::sqrt(1.0 + sinh * sinh);
+  return {-sinh * elementary::cos(theta), -cosh * elementary::sin(theta)};
+}
 
-/** e^2 of so many decibels: 10^(dB / 10) - 1, without cancellation where these are few. */
 }  // namespace
 
 RootsAndGain chebyshev1_prototype(int order, double ripple) {
   check_order(order);
   check_decibels(ripple, "a ripple");
   const double epsilon = std::sqrt(excess(ripple));
-  const double mu = std::asinh(1.0 / epsilon) / order;
+  const double mu = elementary::asinh(1.0 / epsilon) / order;
   RootsAndGain f;
-  for (int m = 1 - order; m < order; m += 2) {
-    const double theta = kPi * m / (2.0 * order);
-    f.poles.emplace_back(-std::sinh(mu) * std::cos(theta), -std::cosh(mu) * std::sin(theta));
-  }
+  for (int m = 1 - order; m < order; m += 2)
+    f.poles.push_back(on_ellipse(mu, kPi * m / (2.0 * order)));
   f.gain = product_of_negated(f.poles).real();
   if (order % 2 == 0) f.gain /= std::sqrt(1.0 + epsilon * epsilon);
   return f;
@@ -32,15 +34,14 @@ RootsAndGain chebyshev1_prototype(int order, double ripple) {
 RootsAndGain chebyshev2_prototype(int order, double attenuation) {
   check_order(order);
   check_decibels(attenuation, "an attenuation");
-  const double mu = std::asinh(std::sqrt(excess(attenuation))) / order;
+  const double mu = elementary::asinh(std::sqrt(excess(attenuation))) / order;
   RootsAndGain f;
   for (int m = 1 - order; m < order; m += 2) {
     const double theta = kPi * m / (2.0 * order);
-    f.poles.push_back(1.0 /
-                      Complex(-std::sinh(mu) * std::cos(theta), -std::cosh(mu) * std::sin(theta)));
-    if (m != 0) f.zeros.emplace_back(0.0, 1.0 / std::sin(theta));
+    f.poles.push_back(elementary::quotient(1.0, on_ellipse(mu, theta)));
+    if (m != 0) f.zeros.emplace_back(0.0, 1.0 / elementary::sin(theta));
   }
-  f.gain = (product_of_negated(f.poles) / product_of_negated(f.zeros)).real();
+  f.gain = elementary::quotient(product_of_negated(f.poles), product_of_negated(f.zeros)).real();
   return f;
 }
 

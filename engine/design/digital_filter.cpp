@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <string>
 
+#include "elementary.h"
 #include "errors.h"
 #include "number_text.h"
 #include "units.h"
@@ -15,13 +16,10 @@ namespace jurn {
 namespace {
 
 using Complex = std::complex<double>;
+using elementary::magnitude, elementary::quotient;
 
 std::string shown(double value) {
   return printed("%.6g", value);
-}
-
-Complex power(double base, std::size_t exponent) {
-  return std::pow(base, static_cast<double>(exponent));
 }
 
 /** Of each root the two that a band's transform makes of it. */
@@ -29,13 +27,14 @@ std::vector<Complex> split(const std::vector<Complex>& roots, double center) {
   std::vector<Complex> both;
   for (const double sign : {1.0, -1.0})
     for (const Complex& root : roots)
-      both.push_back(root + sign * std::sqrt(root * root - center * center));
+      both.push_back(root + sign * elementary::square_root(root * root - center * center));
   return both;
 }
 
 /** Moves the corner of a prototype to `low`, or to both; these are in rad/s. */
 RootsAndGain moved(RootsAndGain f, Pass pass, double low, double high) {
   const std::size_t degree = f.poles.size() - f.zeros.size();
+  const int powers = static_cast<int>(degree);
   const double width = high - low, center = std::sqrt(low * high);
   const auto each = [&](auto change) {
     for (auto* roots : {&f.zeros, &f.poles})
@@ -44,11 +43,11 @@ RootsAndGain moved(RootsAndGain f, Pass pass, double low, double high) {
   switch (pass) {
     case Pass::kLow:
       each([&](const Complex& root) { return low * root; });
-      f.gain *= power(low, degree).real();
+      f.gain *= elementary::power(low, powers);
       break;
     case Pass::kHigh:
-      f.gain *= (product_of_negated(f.zeros) / product_of_negated(f.poles)).real();
-      each([&](const Complex& root) { return low / root; });
+      f.gain *= quotient(product_of_negated(f.zeros), product_of_negated(f.poles)).real();
+      each([&](const Complex& root) { return quotient(low, root); });
       f.zeros.insert(f.zeros.end(), degree, 0.0);
       break;
     case Pass::kBand:
@@ -56,11 +55,11 @@ RootsAndGain moved(RootsAndGain f, Pass pass, double low, double high) {
       f.zeros = split(f.zeros, center);
       f.poles = split(f.poles, center);
       f.zeros.insert(f.zeros.end(), degree, 0.0);
-      f.gain *= power(width, degree).real();
+      f.gain *= elementary::power(width, powers);
       break;
     case Pass::kStop:
-      f.gain *= (product_of_negated(f.zeros) / product_of_negated(f.poles)).real();
-      each([&](const Complex& root) { return (width / 2.0) / root; });
+      f.gain *= quotient(product_of_negated(f.zeros), product_of_negated(f.poles)).real();
+      each([&](const Complex& root) { return quotient(width / 2.0, root); });
       f.zeros = split(f.zeros, center);
       f.poles = split(f.poles, center);
       for (const double sign : {1.0, -1.0})
@@ -75,10 +74,10 @@ constexpr double kTwiceRate = 4.0;  // of the bilinear transform, at a rate of 2
 RootsAndGain bilinear(RootsAndGain f) {
   Complex gain = f.gain;
   for (const Complex& zero : f.zeros) gain *= kTwiceRate - zero;
-  for (const Complex& pole : f.poles) gain /= kTwiceRate - pole;
+  for (const Complex& pole : f.poles) gain = quotient(gain, kTwiceRate - pole);
   f.gain = gain.real();
   for (auto* roots : {&f.zeros, &f.poles})
-    for (Complex& root : *roots) root = (kTwiceRate + root) / (kTwiceRate - root);
+    for (Complex& root : *roots) root = quotient(kTwiceRate + root, kTwiceRate - root);
   f.zeros.resize(f.poles.size(), -1.0);
   return f;
 }
@@ -92,7 +91,7 @@ std::vector<Complex> upper_half(const std::vector<Complex>& roots) {
   constexpr double kTolerance = 100.0 * 2.220446049250313e-16;
   std::vector<Complex> upper, real;
   for (const Complex& root : roots) {
-    if (std::abs(root.imag()) <= kTolerance * std::abs(root))
+    if (std::abs(root.imag()) <= kTolerance * magnitude(root))
       real.emplace_back(root.real());
     else if (root.imag() > 0.0)
       upper.push_back(root);
@@ -136,12 +135,12 @@ FilterDesign sections_of(RootsAndGain f) {
   f.poles.resize(2 * count);
   f.zeros.resize(2 * count);
   std::vector<Complex> poles = upper_half(f.poles), zeros = upper_half(f.zeros);
-  const auto from_circle = [](const Complex& root) { return std::abs(1.0 - std::abs(root)); };
+  const auto from_circle = [](const Complex& root) { return std::abs(1.0 - magnitude(root)); };
   FilterDesign design{FilterDesign::kSections, std::vector<double>(3 * count),
                       std::vector<double>(3 * count)};
   for (std::size_t k = count; k-- > 0;) {
     const Complex pole = take(&poles, Which::kAny, from_circle);
-    const auto near = [&](const Complex& root) { return std::abs(pole - root); };
+    const auto near = [&](const Complex& root) { return magnitude(pole - root); };
     Complex other_pole = std::conj(pole), zero, other_zero;
     if (is_real(pole) && count_real(poles) == 0) {
       other_pole = 0.0;
@@ -171,7 +170,8 @@ FilterDesign sections_of(RootsAndGain f) {
 }  // namespace
 
 double excess(double decibels) {
-  return std::expm1(std::log(10.0) * 0.1 * decibels);
+  const double half = 0.05 * kLogTen * decibels;
+  return 2.0 * elementary::sinh(half) * elementary::exp(half);  // e^(2 half) - 1
 }
 
 Complex product_of_negated(const std::vector<Complex>& roots) {
@@ -207,7 +207,7 @@ void check_decibels(double decibels, const char* name) {
 FilterDesign digital_filter(const RootsAndGain& prototype, const Corners& corners, int rate) {
   check_corners(corners, rate);
   const auto warped = [&](double corner) {
-    return kTwiceRate * std::tan(kPi * (2.0 * corner / rate) / 2.0);
+    return kTwiceRate * elementary::tan(kPi * (2.0 * corner / rate) / 2.0);
   };
   FilterDesign design = sections_of(
       bilinear(moved(prototype, corners.pass, warped(corners.low), warped(corners.high))));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "elementary.h"
 #include "errors.h"
 #include "units.h"
 
@@ -15,7 +16,6 @@ using Complex = std::complex<double>;
 
 constexpr double kSmall = 2e-16;
 
-/** e^2 of so many decibels, without cancellation where these are few. */
 /** The complete elliptic integral K, of the parameter 1 - m1. */
 double complete(double m1) {
   double a = 1.0, b = std::sqrt(m1);
@@ -50,7 +50,10 @@ struct Jacobi {
 
 /** The Jacobi functions of u, of the parameter m; 1 - m is given, too. */
 Jacobi jacobi(double u, double m, double m1) {
-  if (m1 <= 0.0) return {std::tanh(u), 1.0 / std::cosh(u), 1.0 / std::cosh(u)};
+  if (m1 <= 0.0) {
+    const double sinh = elementary::sinh(u), cosh = std::sqrt(1.0 + sinh * sinh);
+    return {sinh / cosh, 1.0 / cosh, 1.0 / cosh};
+  }
   double a[32], c[32];
   a[0] = 1.0;
   c[0] = std::sqrt(m);
@@ -66,9 +69,10 @@ Jacobi jacobi(double u, double m, double m1) {
   }
   double angle = twice * a[n] * u;
   for (; n > 0; --n) {
-    angle = 0.5 * (std::asin(c[n] * std::sin(angle) / a[n]) + angle);
+    const double sine = c[n] * elementary::sin(angle) / a[n];
+    angle = 0.5 * (elementary::atan(sine / std::sqrt((1.0 - sine) * (1.0 + sine))) + angle);
   }
-  const double sn = std::sin(angle), cn = std::cos(angle);
+  const double sn = elementary::sin(angle), cn = elementary::cos(angle);
   return {sn, cn, std::sqrt(m1 + m * cn * cn)};
 }
 
@@ -79,16 +83,16 @@ struct Parameter {
 
 /** The parameter for which K(1 - m) / K(m) is `order` times less than for m1, by its nome. */
 Parameter degree_parameter(int order, double m1) {
-  const double nome = std::exp(-kPi * complete(m1) / complete(1.0 - m1) / order);
+  const double nome = elementary::exp(-kPi * complete(m1) / complete(1.0 - m1) / order);
   double theta2 = 1.0, theta3 = 1.0, theta4 = 1.0;  // the first one over 2 nome^(1/4)
   for (int i = 1; i <= 8; ++i) {
-    const double power = 2.0 * std::pow(nome, i * i);
-    theta2 += std::pow(nome, i * (i + 1));
+    const double power = 2.0 * elementary::power(nome, i * i);
+    theta2 += elementary::power(nome, i * (i + 1));
     theta3 += power;
     theta4 += i % 2 ? -power : power;
   }
-  return {std::min(1.0, 16.0 * nome * std::pow(theta2 / theta3, 4.0)),
-          std::pow(theta4 / theta3, 4.0)};
+  return {std::min(1.0, 16.0 * nome * elementary::power(theta2 / theta3, 4)),
+          elementary::power(theta4 / theta3, 4)};
 }
 
 }  // namespace
@@ -126,7 +130,7 @@ RootsAndGain elliptic_prototype(int order, double ripple, double attenuation) {
     f.poles.push_back(j == 0 ? Complex(pole.real()) : pole);
     if (j != 0) f.poles.push_back(std::conj(pole));
   }
-  f.gain = (product_of_negated(f.poles) / product_of_negated(f.zeros)).real();
+  f.gain = elementary::quotient(product_of_negated(f.poles), product_of_negated(f.zeros)).real();
   if (order % 2 == 0) f.gain /= std::sqrt(1.0 + square);
   return f;
 }

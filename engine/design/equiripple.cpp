@@ -7,6 +7,7 @@
 #include <string>
 
 #include "design/windowed_fir.h"
+#include "elementary.h"
 #include "errors.h"
 #include "units.h"
 
@@ -41,8 +42,8 @@ Grid grid_of(int taps, const std::vector<GainBand>& bands, int rate) {
     while (grid.wanted.size() < grid.size()) {
       const double w = kPi * grid.frequency[grid.wanted.size()];
       // What is left of an even number of taps without the factor cos(w / 2).
-      const double factor = taps % 2 == 0 ? std::cos(w) : 1.0;
-      grid.x.push_back(std::cos(2.0 * w));
+      const double factor = taps % 2 == 0 ? elementary::cos(w) : 1.0;
+      grid.x.push_back(elementary::cos(2.0 * w));
       grid.wanted.push_back(band.gain / factor);
       grid.weight.push_back(band.weight * factor);
     }
@@ -184,13 +185,14 @@ FilterDesign equiripple(int taps, const std::vector<GainBand>& bands, int rate) 
     std::vector<double> gains;
     for (int k = 0; 2 * k < taps; ++k) {
       const double w = 2.0 * kPi * k / taps;
-      gains.push_back(polynomial.at(std::cos(w)) * (taps % 2 == 0 ? std::cos(w / 2.0) : 1.0));
+      gains.push_back(polynomial.at(elementary::cos(w)) *
+                      (taps % 2 == 0 ? elementary::cos(w / 2.0) : 1.0));
     }
     for (int n = 0; n < taps; ++n) {
       double sum = gains[0];
       for (std::size_t k = 1; k < gains.size(); ++k)
         sum += 2.0 * gains[k] *
-               std::cos(2.0 * kPi * static_cast<double>(k) * (n - 0.5 * (taps - 1)) / taps);
+               elementary::cos(2.0 * kPi * static_cast<double>(k) * (n - 0.5 * (taps - 1)) / taps);
       design.b[static_cast<std::size_t>(n)] = sum / taps;
     }
     return design;

@@ -23,10 +23,10 @@ std::vector<double> angles_of(const FilterDesign& sections) {
   std::vector<double> angles{0.0, kPi};
   for (double angle = kPi; angle > 1e-5; angle *= 0.97) angles.push_back(angle);
   for (const std::complex<double>& pole : roots_of(sections, sections.a)) {
-    const double angle = std::abs(std::arg(pole));
+    const double size = elementary::magnitude(pole), ahead = size + pole.real();
+    const double angle = ahead > 0.0 ? 2.0 * elementary::atan(std::abs(pole.imag()) / ahead) : kPi;
     for (const double aside : {-1.0, -0.5, 0.0, 0.5, 1.0})
-      angles.push_back(
-          std::min(std::max(angle + aside * (1.0 - elementary::magnitude(pole)), 0.0), kPi));
+      angles.push_back(std::min(std::max(angle + aside * (1.0 - size), 0.0), kPi));
   }
   return angles;
 }
@@ -178,8 +178,8 @@ Difference ErrorMeter::of(const FilterDesign& design) const {
   Difference d = compare(run<float>(design, input_), wanted_);
   // A tone where the rounded coefficients tell most can be further off than noise is.
   for (const double angle : angles_of(truth_)) {
-    const double e =
-        32767.0 * std::abs(response_at(design, angle).value - response_at(truth_, angle).value);
+    const double e = 32767.0 * elementary::magnitude(response_at(design, angle).value -
+                                                     response_at(truth_, angle).value);
     if (std::isfinite(e)) d.peak = std::max(d.peak, e);
   }
   return d;

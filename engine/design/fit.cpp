@@ -10,6 +10,7 @@
 #include "design/filter_design.h"
 #include "design/fit_search.h"
 #include "design/spectrum.h"
+#include "elementary.h"
 #include "errors.h"
 #include "number_text.h"
 #include "units.h"
@@ -46,7 +47,7 @@ Curve sampled(const std::vector<GraphicPoint>& points, const Curve& frequencies)
     }
     const auto left = right - 1;
     const double share =
-        std::log(f / left->frequency) / std::log(right->frequency / left->frequency);
+        elementary::log(f / left->frequency) / elementary::log(right->frequency / left->frequency);
     curve.push_back(left->gain + share * (right->gain - left->gain));
   }
   return curve;
@@ -102,6 +103,8 @@ Fit fit_equaliser(const std::vector<GraphicPoint>& measured,
   check(options.bands, 1, kMostFitBands, "bands");
   check(options.most_gain, 0.1, 24.0, "a gain of");
   check(options.most_q, 0.5, 20.0, "a Q of");
+  if (measured.empty() || target.empty())
+    throw Error(kInputError, "nothing to fit: measurement or target has no points");
   const double low =
       std::max({options.lowest, measured.front().frequency, target.front().frequency});
   const double high = std::min(
@@ -114,10 +117,11 @@ Fit fit_equaliser(const std::vector<GraphicPoint>& measured,
                                 : std::string("no frequency")) +
                     " in common");
   Fit fit;
-  const int steps = static_cast<int>(kPerOctave * std::log2(high / low));
+  const double octaves = elementary::log(high / low) / kLogTwo;
+  const int steps = static_cast<int>(kPerOctave * octaves + 1e-9);
   // To floats, which are the same from every C library: the search makes much of the last bit.
   for (int i = 0; i <= steps; ++i)
-    fit.frequency.push_back(static_cast<float>(low * std::pow(2.0, i / kPerOctave)));
+    fit.frequency.push_back(static_cast<float>(low * elementary::exp(i / kPerOctave * kLogTwo)));
   fit.measured = sampled(measured, fit.frequency);
   fit.target = sampled(target, fit.frequency);
   Curve wanted = fit.target;

@@ -76,7 +76,7 @@ FitBand band_of(const EqualiserFilter& f, int rate) {
 EqualiserFilter filter_of(const FitBand& band, int rate) {
   EqualiserFilter f{};
   f.type = band.type;
-  f.frequency = rate / kPi * std::atan(elementary::exp(band.values[0]));
+  f.frequency = rate / kPi * elementary::atan(elementary::exp(band.values[0]));
   f.gain = band.values[1];
   f.q = elementary::exp(band.values[2]);
   return f;

@@ -41,9 +41,10 @@ void apply_group(const FilterDesign& design, std::size_t at, std::size_t group, 
 
 std::vector<double> frequencies(int rate) {
   const double top = rate / 2.0, bottom = std::min(10.0, top / 1000.0);
+  const double rise = elementary::log(top / bottom);
   std::vector<double> result;
   for (std::size_t i = 0; i + 1 < kFrequencies; ++i)
-    result.push_back(bottom * std::pow(top / bottom, static_cast<double>(i) / (kFrequencies - 1)));
+    result.push_back(bottom * elementary::exp(rise * static_cast<double>(i) / (kFrequencies - 1)));
   result.push_back(top);
   return result;
 }
@@ -96,7 +97,7 @@ Response respond(const FilterDesign& design, int rate) {
   r.frequency = frequencies(rate);
   for (const double f : r.frequency) {
     const ResponsePoint h = response_at(design, 2.0 * kPi * f / rate);
-    r.magnitude.push_back(to_decibels(std::abs(h.value)));
+    r.magnitude.push_back(to_decibels(elementary::magnitude(h.value)));
     r.phase.push_back(std::arg(h.value) * 180.0 / kPi);
     r.delay.push_back(1000.0 * h.delay / rate);
   }

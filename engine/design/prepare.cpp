@@ -62,7 +62,7 @@ int scale_sections(FilterDesign* sections) {
   int most = 0;
   for (std::size_t k = 0; k + 1 < peak.size(); ++k) {
     if (peak[k] > 0.0 && std::isfinite(peak[k]))
-      bits[k] = -static_cast<int>(std::lround(std::log2(peak[k])));
+      bits[k] = -static_cast<int>(std::lround(elementary::log(peak[k]) / kLogTwo));
     most = std::max(most, std::abs(bits[k]));
   }
   if (most <= kNearBits) return 0;

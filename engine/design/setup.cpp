@@ -9,6 +9,7 @@
 
 #include "Sections_control.h"
 #include "design/spectrum.h"
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {
@@ -50,7 +51,7 @@ Gains gains_of(const FilterDesign& design, std::size_t points) {
       const Gains part = spectrum({first, first + static_cast<std::ptrdiff_t>(count)}, points);
       gains.resize(part.size(), 1.0);
       for (std::size_t k = 0; k < part.size(); ++k)
-        all == &design.b ? gains[k] *= part[k] : gains[k] /= part[k];
+        gains[k] = all == &design.b ? gains[k] * part[k] : elementary::quotient(gains[k], part[k]);
     }
   return gains;
 }
@@ -83,14 +84,14 @@ std::vector<double> peak_gains(const Setup& setup) {
       const double turn = -2.0 * kPi * static_cast<double>(k) / static_cast<double>(points);
       const std::complex<double> gain = step.kind == SetupStep::kFilter ? filters[s][k]
                                         : step.kind == SetupStep::kDelay
-                                            ? std::polar(1.0, turn * step.delay)
+                                            ? elementary::polar(1.0, turn * step.delay)
                                             : step.gain;
       for (const int c : step.channels)
         for (std::complex<double>& way : ways[static_cast<std::size_t>(c)]) way *= gain;
     }
     for (std::size_t o = 0; o < peaks.size(); ++o) {
       double sum = 0.0;
-      for (const std::complex<double>& way : ways[o]) sum += std::abs(way);
+      for (const std::complex<double>& way : ways[o]) sum += elementary::magnitude(way);
       peaks[o] = std::max(peaks[o], sum);
     }
   }

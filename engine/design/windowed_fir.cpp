@@ -5,6 +5,7 @@
 #include <cmath>
 #include <string>
 
+#include "elementary.h"
 #include "errors.h"
 #include "units.h"
 
@@ -16,7 +17,7 @@ namespace {
  */
 double low_pass(double part, double at) {
   const double turn = kPi * part * at;
-  return part * (turn == 0.0 ? 1.0 : std::sin(turn) / turn);
+  return part * (turn == 0.0 ? 1.0 : elementary::sin(turn) / turn);
 }
 
 }  // namespace
@@ -51,7 +52,7 @@ FilterDesign windowed_fir(int taps, Window kind, double beta, const Corners& cor
     if (corners.pass == Pass::kStop) ideal += low_pass(1.0, at) - low_pass(high, at);
     double& tap = design.b[static_cast<std::size_t>(i)];
     tap *= ideal;
-    gain += tap * std::cos(kPi * at * middle);
+    gain += tap * elementary::cos(kPi * at * middle);
   }
   if (gain == 0.0)  // both ends of most windows are 0
     throw Error(kInputError, std::to_string(taps) + " taps under this window are all 0");

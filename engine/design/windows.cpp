@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "elementary.h"
 #include "units.h"
 
 namespace jurn {
@@ -37,7 +38,7 @@ std::vector<double> window(Window kind, std::size_t count, double beta) {
     const double* const c = kCosines[static_cast<int>(kind)];
     values[i] = 0.0;
     for (int k = 0; k < 4; ++k)
-      values[i] += (k % 2 ? -c[k] : c[k]) * std::cos(2.0 * kPi * k * at / last);
+      values[i] += (k % 2 ? -c[k] : c[k]) * elementary::cos(2.0 * kPi * k * at / last);
   }
   return values;
 }
