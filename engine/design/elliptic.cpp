@@ -50,10 +50,6 @@ struct Jacobi {
 
 /** The Jacobi functions of u, of the parameter m; 1 - m is given, too. */
 Jacobi jacobi(double u, double m, double m1) {
-  if (m1 <= 0.0) {
-    const double sinh = elementary::sinh(u), cosh = std::sqrt(1.0 + sinh * sinh);
-    return {sinh / cosh, 1.0 / cosh, 1.0 / cosh};
-  }
   double a[32], c[32];
   a[0] = 1.0;
   c[0] = std::sqrt(m);
@@ -83,16 +79,20 @@ struct Parameter {
 
 /** The parameter for which K(1 - m) / K(m) is `order` times less than for m1, by its nome. */
 Parameter degree_parameter(int order, double m1) {
-  const double nome = elementary::exp(-kPi * complete(m1) / complete(1.0 - m1) / order);
+  const double less = kPi * complete(m1) / complete(1.0 - m1) / order;
+  // A nome near 1 has series without an end; that of 1 - m is small then.
+  const bool turned = less < kPi;
+  const double nome = elementary::exp(turned ? -kPi * kPi / less : -less);
   double theta2 = 1.0, theta3 = 1.0, theta4 = 1.0;  // the first one over 2 nome^(1/4)
-  for (int i = 1; i <= 8; ++i) {
+  for (int i = 1; i <= 4; ++i) {
     const double power = 2.0 * elementary::power(nome, i * i);
     theta2 += elementary::power(nome, i * (i + 1));
     theta3 += power;
     theta4 += i % 2 ? -power : power;
   }
-  return {std::min(1.0, 16.0 * nome * elementary::power(theta2 / theta3, 4)),
-          elementary::power(theta4 / theta3, 4)};
+  const double m = 16.0 * nome * elementary::power(theta2 / theta3, 4);
+  const double rest = elementary::power(theta4 / theta3, 4);
+  return turned ? Parameter{rest, m} : Parameter{m, rest};
 }
 
 }  // namespace
@@ -125,7 +125,7 @@ RootsAndGain elliptic_prototype(int order, double ripple, double attenuation) {
       f.zeros.emplace_back(0.0, zero);
       f.zeros.emplace_back(0.0, -zero);
     }
-    const double below = 1.0 - (u.dn * v.sn) * (u.dn * v.sn);
+    const double below = v.cn * v.cn + m * (u.sn * v.sn) * (u.sn * v.sn);
     const Complex pole(-u.cn * u.dn * v.sn * v.cn / below, -u.sn * v.dn / below);
     f.poles.push_back(j == 0 ? Complex(pole.real()) : pole);
     if (j != 0) f.poles.push_back(std::conj(pole));
