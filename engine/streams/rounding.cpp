@@ -25,7 +25,7 @@ int round_piece(const Sample* in, std::size_t count, short* out) {
   constexpr Sample kRounds = kLeavesNoFraction(Sample{});
   int beyond = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    const Sample x = in[i];
+    const Sample x = in[i] == in[i] ? in[i] : Sample{};
     beyond += static_cast<int>(x >= kHigh + kHalf) + static_cast<int>(x < kLow - kHalf);
     const Sample low = x < kLow ? kLow : x;
     const Sample limited = low > kHigh ? kHigh : low;

@@ -25,7 +25,7 @@ class Dither {
 };
 
 /** Rounds to the nearest int16, after adding dither if there is any, and saturates; counts the
- * samples that did not fit. */
+ * samples that did not fit. What is no number becomes 0. */
 void to_int16(const float* in, std::size_t count, short* out, std::int64_t* clipped,
               Dither* dither = nullptr);
 void to_int16(const double* in, std::size_t count, short* out, std::int64_t* clipped,
