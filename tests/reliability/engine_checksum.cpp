@@ -767,7 +767,9 @@ void simple_streams(Sum& sum) {
   Random random(9);
   Dither dither(3);
   std::int64_t clipped = 0;
-  const std::vector<double> x = reals(random, 5000, 33000.0);
+  std::vector<double> x = reals(random, 5000, 33000.0);
+  for (const double edge : {32766.5, 32767.0, 32767.5, -32768.0, -32768.5, -32769.0, 0.5, 1.5})
+    x.push_back(edge);
   const std::vector<float> narrow(x.begin(), x.end());
   std::vector<short> out(x.size());
   for (Dither* const noise : {static_cast<Dither*>(nullptr), &dither}) {
