@@ -351,6 +351,11 @@ void prepared_designs(Sum& sum) {
     sum(prepare(design, options), prepared_before(design, options),
         fits(design, options.precision));
   }
+  for (const std::vector<double>& edge :  // of stability
+       {std::vector<double>{1.0, -1.8, 1.0}, {1.0, -2.0, 1.0}, {1.0, -1.0, 0.0}})
+    for (const auto kind : {FilterDesign::kIir, FilterDesign::kSections})
+      sum(prepare({kind, {1.0, 0.0, 0.0}, edge}),
+          check_peak("file", {kind, {1.0, 0.0, 0.0}, edge}, 1.0));
   for (const auto kind : {FilterDesign::kFir, FilterDesign::kIir, FilterDesign::kSections})
     for (const auto precision : {Precision::kInt16, Precision::kDouble}) {
       const CoefficientLimit limit = coefficient_limit(kind, precision);
