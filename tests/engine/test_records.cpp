@@ -296,8 +296,12 @@ TEST(Records, RunWithinTheirArrays) {
   expect(filter_of<Long>(JURN_FIR, 1, 32767, 1), [](Long* r) { ++r->blen; });
   const auto in_time = [] { return long_of(JURN_LONG_TWO_FILTERS, 2, 32767); };
   expect(in_time(), [](Long* r) { r->blen = r->bRlen = 32768; });
-  for (const int past : {0, 32768})
-    expect(in_time(), [=](Long* r) { r->cmemblen = past, r->cmemcall = 1; });
+  for (const int past : {1, 32767}) {
+    auto r = in_time();
+    r->cmemblen = past;
+    r->cmemcall = 1;
+    expect(std::move(r), [=](Long* fading) { fading->cmemblen += past == 1 ? -1 : 1; });
+  }
   expect(long_of(JURN_LONG_FFT_MONO_TO_STEREO, 1, 9), [](Long* r) { r->chanel = 2; });
   expect(long_of(JURN_LONG_FFT, 1, 8192), [](Long* r) { r->blen = r->bRlen = 8193; });
   for (int Long::*const field :

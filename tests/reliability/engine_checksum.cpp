@@ -402,6 +402,10 @@ void responses_and_roots(Sum& sum) {
     }
     sum(check_peak("file", design, 1.0), check_peak("file", design, spread(random, 0.1, 1e4)));
   }
+  // Nothing passes a section of zeros.
+  const FilterDesign shut{
+      FilterDesign::kSections, {0.0, 0.0, 0.0, 1.0, 0.5, 0.0}, {1, 0, 0, 1, 0, 0}};
+  sum(paired_sections(shut).has_value());
   for (int i = 0; i < 300; ++i)
     attempt(sum, [&] {
       std::vector<double> b = reals(random, static_cast<std::size_t>(random.in(0, 7)));
