@@ -429,6 +429,13 @@ void exports(Sum& sum) {
     for (int format = 0; format < 3; ++format)
       attempt(sum, [&] { sum(code_of(design, static_cast<CodeFormat>(format), "name", 48000)); });
   }
+  for (const std::size_t count : {20u, 21u})  // as many as Web Audio takes, and one more
+    for (const bool longer_b : {true, false})
+      attempt(sum, [&] {
+        FilterDesign design{FilterDesign::kIir, {1.0}, {1.0, 0.5}};
+        (longer_b ? design.b : design.a).resize(count);
+        sum(code_of(design, CodeFormat::kWebAudio, "name", 48000));
+      });
   for (const char* const name : {"", "a", "9", "_", "Az09", "-"}) sum(identifier_of(name));
   for (const char* const text :
        {"", "sections, int16 and more", "taps, double", "FIR, int16", "x"}) {
