@@ -76,10 +76,9 @@ double exp(double x) {
 double power_of_ten(double x) {
   if (!(std::abs(x) < 400.0)) return exp(3.0 * x);  // 0, infinite, or no number
   const double whole = std::floor(x + 0.5);
-  double power = 1.0;
-  for (double i = 0.0; i < std::abs(whole); ++i) power *= 10.0;
+  const double tens = power(10.0, static_cast<int>(std::abs(whole)));
   const double part = exp((x - whole) * kTen);
-  return whole < 0.0 ? part / power : part * power;
+  return whole < 0.0 ? part / tens : part * tens;
 }
 
 double sinh(double x) {

@@ -34,7 +34,6 @@
 #include "number_text.h"
 #include "streams/block_stream.h"
 #include "streams/long_filter.h"
-#include "streams/record_stream.h"
 #include "streams/rounding.h"
 #include "streams/setup_voice.h"
 #include "streams/stages.h"
@@ -347,7 +346,7 @@ void prepared_designs(Sum& sum) {
     options.in_blocks = !random.one_in(3);
     options.as_is = random.one_in(4);
     options.as_sections = random.one_in(4);
-    if (design.b.size() > 1250) options.precision = Precision::kDouble;
+    if (!fits(design, options.precision)) options.precision = Precision::kDouble;
     sum(prepare(design, options), prepared_before(design, options),
         fits(design, options.precision));
   }
