@@ -3,13 +3,10 @@
 
 #include <cmath>
 #include <complex>
-#include <initializer_list>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "design/equaliser.h"
-#include "design/fit.h"
 #include "design/frequency_response.h"
 #include "design/prepare_once.h"
 #include "design/roots.h"
@@ -245,23 +242,6 @@ TEST(Prepare, RingsUntilHalfAStepOfTheResult) {
   EXPECT_EQ(prepare(decay, options).tail, 108);  // 3 + log(2^-16) / log(0.9)
   options.result = SampleFormat::kInt24;
   EXPECT_EQ(prepare(decay, options).tail, 160);
-}
-
-TEST(Fit, RefusesOptionsBeyondTheirLimits) {
-  const std::vector<GraphicPoint> flat{{20.0, 0.0}, {20000.0, 0.0}};
-  EXPECT_TRUE(fit_equaliser(flat, flat, {}).filters.empty());
-  const auto refuses = [&](auto member, std::initializer_list<double> values) {
-    for (const double value : values) {
-      FitOptions options;
-      options.*member = static_cast<std::decay_t<decltype(options.*member)>>(value);
-      EXPECT_THROW(fit_equaliser(flat, flat, options), Error) << value;
-    }
-  };
-  refuses(&FitOptions::bands, {0, kMostFitBands + 1});
-  refuses(&FitOptions::most_gain, {0.09, 24.1});
-  refuses(&FitOptions::most_q, {0.49, 20.1});
-  refuses(&FitOptions::lowest, {10001.0});
-  refuses(&FitOptions::highest, {39.0});
 }
 
 TEST(Prepare, RunsFirsByWhatTheResultNeeds) {
