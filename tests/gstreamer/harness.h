@@ -45,8 +45,14 @@ inline std::string caps_of(int channels, const char* format = GST_AUDIO_NE(S16),
 class Harness {
  public:
   explicit Harness(const std::string& launch_line)
-      : harness_(gst_harness_new_parse(launch_line.c_str())) {}
-  ~Harness() { gst_harness_teardown(harness_); }
+      : harness_(gst_harness_new_parse(launch_line.c_str())), bus_(gst_bus_new()) {
+    gst_element_set_bus(harness_->element, bus_);
+  }
+  ~Harness() {
+    gst_element_set_bus(harness_->element, nullptr);
+    gst_object_unref(bus_);
+    gst_harness_teardown(harness_);
+  }
 
   GstHarness* get() const { return harness_; }
   GstElement* element() const {
@@ -140,8 +146,22 @@ class Harness {
     return result;
   }
 
+  /** What was said since in messages of a type, which says something only in warnings. */
+  std::vector<std::string> messages(GstMessageType type) const {
+    std::vector<std::string> result;
+    while (GstMessage* const message = gst_bus_pop_filtered(bus_, type)) {
+      GError* error = nullptr;
+      if (type == GST_MESSAGE_WARNING) gst_message_parse_warning(message, &error, nullptr);
+      result.emplace_back(error ? error->message : "");
+      g_clear_error(&error);
+      gst_message_unref(message);
+    }
+    return result;
+  }
+
  private:
   GstHarness* harness_;
+  GstBus* bus_;
   std::size_t frame_bytes_ = 4;
   guint64 rate_ = kRate;
   guint64 pushed_ = 0;

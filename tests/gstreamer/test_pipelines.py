@@ -1,4 +1,4 @@
-"""Whole pipelines, as people write them: files in, files out, errors, leaks, JACK."""
+"""Whole pipelines, as people write them: errors, leaks, seeks, the document."""
 
 import array
 import importlib.util
@@ -17,11 +17,6 @@ RESPONSES = "/usr/share/jconvolver/config-files/"
 BAND = RESPONSES + "octave-band/oct-48-1k.wav"
 AT_44_KHZ = RESPONSES + "octave-band/oct-44-1k.wav"
 DOCUMENT = os.path.join(os.path.dirname(__file__), "..", "..", "docs", "gstreamer.md")
-ELEMENTS = {
-    "jurnfilter": ["location", "kind", "coefficients", "equaliser", "gain", "length"],
-    "jurnconvolve": ["location", "routes", "setup", "gain", "normalise", "resample", "precision", "block"],
-    "jurnbinaural": ["sofa", "azimuth", "elevation", "gain"],
-}
 
 
 def launch(*words, **environment):
@@ -42,27 +37,6 @@ class PipelineTest(unittest.TestCase):
         self.addCleanup(os.chdir, os.getcwd())
         os.chdir(folder.name)
 
-    def test_files_come_out_as_from_the_tool(self):
-        for element, arguments in [
-            (["jurnfilter", "equaliser=HP Fc 80 Hz; PK Fc 3000 Hz Gain -4 dB Q 2"], None),
-            (["jurnconvolve", "location=" + BAND, "gain=-12", "block=1024"],
-             ["convolve", "--ir", BAND, "--gain", "-12"]),
-            (["jurnbinaural", "azimuth=30", "block=512"],
-             ["binaural", "--azimuth", "30", "--block", "512"]),
-        ]:
-            done = launch("filesrc", "location=" + SPEECH, "!", "wavparse", "!", *element, "!",
-                          "wavenc", "!", "filesink", "location=out.wav")
-            self.assertEqual((done.returncode, done.stderr), (0, ""), element)
-            channels, result = samples("out.wav")
-            if arguments:
-                subprocess.run([TOOL, arguments[0], SPEECH, "tool.wav", "-q", "--overwrite",
-                                *arguments[1:]], check=True)
-                tool_channels, expected = samples("tool.wav")
-                self.assertEqual(channels, tool_channels)
-                self.assertFalse(any(expected[len(result):]))  # which nobody hears
-                self.assertLessEqual(max(abs(x - y) for x, y in zip(result, expected)), 1, element)
-            self.assertGreaterEqual(len(result), len(samples(SPEECH)[1]) * channels)
-
     @unittest.skipUnless(importlib.util.find_spec("gi"), "python3-gi is not installed")
     def test_after_a_seek_a_filter_starts_anew(self):
         import gi
@@ -72,11 +46,11 @@ class PipelineTest(unittest.TestCase):
 
         def play(path, element, seek_to=None):
             pipeline = Gst.parse_launch(f"filesrc location={path} ! wavparse ! {element} ! "
-                                        "appsink name=sink sync=false")
+                                        "appsink name=sink sync=false max-buffers=1")
             sink = pipeline.get_by_name("sink")
             pipeline.set_state(Gst.State.PLAYING)
             if seek_to is not None:
-                for _ in range(3):
+                for _ in range(20):  # into the speech
                     self.assertIsNotNone(sink.emit("pull-sample"))
                 self.assertTrue(pipeline.seek_simple(Gst.Format.TIME, Gst.SeekFlags.FLUSH, seek_to))
             heard = b""
@@ -98,16 +72,7 @@ class PipelineTest(unittest.TestCase):
             self.assertEqual(play(SPEECH, element, Gst.SECOND // 2), alone, element)
 
     def test_errors_stop_a_pipeline_with_a_sentence(self):
-        # Longer than the filter runs, and no length at all.
-        delayed = []
-        if importlib.util.find_spec("h5py"):
-            import h5py
-            for delay in (32767, 65100, -5, 1e30):
-                shutil.copy("/usr/share/libmysofa/default.sofa", f"{delay}.sofa")
-                with h5py.File(f"{delay}.sofa", "r+") as file:
-                    file["Data.Delay"][...] = delay
-                delayed.append((["jurnbinaural", f"sofa={delay}.sofa"], "delay"))
-        for words, said in delayed + [
+        for words, said in [
             (["jurnfilter"], "no filter"),
             (["jurnfilter", "location=/nowhere.txt"], "/nowhere.txt"),
             (["jurnfilter", "equaliser=PK Fc 3000 Hz Gain -4 dB Q 2; XX Fc 5 Hz"], "XX"),
@@ -157,13 +122,6 @@ class PipelineTest(unittest.TestCase):
                                   text=True, timeout=60)
             self.assertEqual((done.returncode, done.stderr), (0, ""), name)
             self.assertGreater(max(samples("out.wav")[1]), 1000, name)
-
-    def test_every_property_is_described(self):
-        for element, properties in ELEMENTS.items():
-            shown = subprocess.run(["gst-inspect-1.0", element], capture_output=True, text=True,
-                                   check=True).stdout
-            for name in [*properties, "statistics", "statistics-interval", "tail"]:
-                self.assertRegex(shown, r"(?m)^  %s +: \w" % name)
 
     def test_setup(self):
         """The tool's samples; a latency for linear phase; and a sentence for what is none."""
