@@ -38,7 +38,7 @@ gstreamer_test_packages="pipewire wireplumber gstreamer1.0-pipewire dbus libgtes
 live_packages="libpipewire-0.3-dev pipewire-bin"
 live_test_packages="pipewire wireplumber dbus libmysofa1"
 lv2_packages="lv2-dev lilv-utils"
-lv2_test_packages="sordi lv2proc jalv ffmpeg jackd2 pipewire wireplumber dbus libgtest-dev"
+lv2_test_packages="sordi jalv ffmpeg jackd2 pipewire wireplumber dbus libgtest-dev"
 
 # What several scripts need, too: this version, and how to become root.
 version=$(sed -n 's/.*define JURN_VERSION_STRING "\(.*\)"/\1/p' modules/libJURN/common/JURN_api.h)

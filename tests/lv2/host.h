@@ -27,6 +27,15 @@ using Channels = std::vector<std::vector<float>>;
 /** What a host keeps of a plugin: the file's name, as it is stored. */
 using State = std::map<LV2_URID, std::string>;
 
+/** The controls of an equaliser whose bands are off. */
+inline std::vector<float> flat() {
+  std::vector<float> controls;
+  for (int band = 0; band < 16; ++band)
+    controls.insert(controls.end(), {0.0F, 0.0F, 1000.0F, 0.0F, 0.7071F});
+  controls.push_back(0.0F);
+  return controls;
+}
+
 class Host {
  public:
   Host(const std::string& name, double rate, int inputs, int outputs, bool has_bypass,

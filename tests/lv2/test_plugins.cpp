@@ -1,6 +1,7 @@
 // The LV2 plugins in a host: the tool's samples, changes, files, state.
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <random>
 
 #include "../allocations.h"
@@ -10,17 +11,10 @@
 namespace jurn_test {
 namespace {
 
-constexpr int kFrames = 30000, kBands = 16, kBlock = 64;
+constexpr int kFrames = 30000, kBlock = 64;
 constexpr const char* kHall = kBand;
 constexpr char kOtherHall[] = "/usr/share/jconvolver/config-files/octave-band/oct-48-4k.wav";
 
-std::vector<float> flat() {
-  std::vector<float> controls;
-  for (int band = 0; band < kBands; ++band)
-    controls.insert(controls.end(), {0.0F, 0.0F, 1000.0F, 0.0F, 0.7071F});
-  controls.push_back(0.0F);
-  return controls;
-}
 std::vector<float> two_bands() {
   std::vector<float> controls = flat();
   const float bands[] = {1.0F, 4.0F, 80.0F, 0.0F, 0.5F, 1.0F, 0.0F, 3000.0F, -4.0F, 2.0F};
@@ -234,24 +228,20 @@ TEST_F(Plugins, FilesAreStoredToldAndRefusedWithASentence) {
 }
 
 TEST_F(Plugins, RunAtEveryRate) {
+  const Channels in = noise(2);
   for (const int rate : {8000, 22050, 44100, 96000, 192000}) {
-    const Channels in = noise(2);
-    for (const bool convolves : {false, true}) {
-      Host host(convolves ? "convolver-stereo" : "equaliser-stereo", rate, 2, 2, true,
-                convolves ? kConvolver : two_bands());
-      host.activate();
-      if (convolves) {
-        Channels out = silence(2);
-        host.load("impulse-response", kHall, in, &out, 0, 1);
-      }
-      const Channels out = run(&host, in, 2);
-      float loudest = 0.0F;
-      for (const float sample : out[1]) {
-        ASSERT_TRUE(std::isfinite(sample));
-        loudest = std::max(loudest, std::abs(sample));
-      }
-      EXPECT_GT(loudest, 0.01F) << rate;
-      EXPECT_EQ(host.said(), "");
+    Host equaliser("equaliser-stereo", rate, 2, 2, true, two_bands());
+    Host convolver("convolver-stereo", rate, 2, 2, true, kConvolver);
+    Channels out = silence(2);
+    convolver.activate();
+    convolver.load("impulse-response", kHall, in, &out, 0, 1);
+    for (Host* const host : {&equaliser, &convolver}) {
+      host->activate();
+      out = run(host, in, 2);
+      const double energy = std::inner_product(out[1].begin(), out[1].end(), out[1].begin(), 0.0);
+      EXPECT_GT(energy, 0.1) << rate;
+      EXPECT_LT(energy, kFrames) << rate;  // nor is there anything that is no number
+      EXPECT_EQ(host->said(), "");
     }
   }
   std::vector<float> controls = flat();

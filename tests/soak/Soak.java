@@ -1,4 +1,4 @@
-// Java's Stream, from standard input to standard output, changed by another thread.
+// Java's Stream, from standard input to standard output.
 import java.io.DataInputStream;
 import java.io.OutputStream;
 import java.nio.ByteBuffer;
@@ -15,27 +15,16 @@ final class Soak {
             Design.equaliser(16000, "HS 5000 3")
         };
         Stream stream = new Stream(designs[0], 16000, 1);
-        Thread changer = new Thread(() -> {
-            for (int i = 1;; ++i) {
-                try {
-                    Thread.sleep(1000);
-                } catch (InterruptedException e) {
-                    return;
-                }
-                stream.fadeTo(designs[i % designs.length], 1600);
-            }
-        });
-        changer.setDaemon(true);
-        changer.start();
         DataInputStream in = new DataInputStream(System.in);
         OutputStream out = System.out;
         byte[] bytes = new byte[6400 * 4];
         FloatBuffer samples = ByteBuffer.wrap(bytes).order(ByteOrder.LITTLE_ENDIAN).asFloatBuffer();
         float[] block = new float[6400];
-        for (;;) {
+        for (int count = 1;; ++count) {
             in.readFully(bytes);
             samples.rewind();
             samples.get(block);
+            if (count % 3 == 0) stream.fadeTo(designs[count / 3 % designs.length], 1600);
             stream.process(block);
             samples.rewind();
             samples.put(block);

@@ -9,10 +9,7 @@ int main(int, char** words) {
   constexpr int kFrames = 6400, kCall = 640;
   const std::string rooms[] = {std::string(words[1]) + "/hall.wav",
                                std::string(words[1]) + "/street.wav"};
-  std::vector<float> controls;
-  for (int band = 0; band < 16; ++band)
-    controls.insert(controls.end(), {0.0F, 0.0F, 1000.0F, 0.0F, 0.7071F});
-  controls.push_back(0.0F);
+  std::vector<float> controls = jurn_test::flat();
   controls[0] = 1.0F;
   Host equaliser("equaliser-mono", 16000, 1, 1, true, controls);
   Host convolver("convolver-mono", 16000, 1, 1, true, {0.0F, -90.0F, 0.0F, 0.0F});

@@ -100,10 +100,19 @@ public class FilterTest {
         String taps = file("taps.txt", TEN_TAPS), ba = file("ba.txt", BA);
         assertEquals(Design.fir(TAPS), Design.read("t", Files.readAllBytes(Paths.get(taps)), RATE));
 
+        // AutoEq's file for a headphone, as a phone would read it.
+        String text = "Preamp: -6.4 dB\nFilter 1: ON LSC Fc 105 Hz Gain 5.5 dB Q 0.70\n"
+                + "Filter 2: ON PK Fc 212 Hz Gain -2.9 dB Q 0.61\n";
+        String headphone = file("ParametricEQ.txt", text);
+        Design correction = Design.read(headphone, text.getBytes(StandardCharsets.UTF_8), RATE);
+        assertEquals(Design.Kind.SECTIONS, correction.getKind());
+        assertTrue(correction.prepare(RATE).getWarnings().isEmpty());
+        assertEquals(-0.9, correction.getResponse(RATE, 5).getGain(0), 0.01);
+
         // In double, in calls of any lengths.
-        String[] words = {"HP 80 order 4", "PK 3k -4 Q 2"};
-        assertArrayEquals(byTool("eq", words), byJava(new Sections(equaliser, RATE, 1), 0));
-        assertArrayEquals(byTool("eq", words), byJava(new Stream(equaliser, RATE, 1), 0));
+        short[] corrected = byTool("eq", "-c", headphone);
+        assertArrayEquals(corrected, byJava(new Sections(correction, RATE, 1), 0));
+        assertArrayEquals(corrected, byJava(new Stream(correction, RATE, 1), 0));
         assertArrayEquals(byTool("fir", "-c", taps, "--time-domain"),
                 byJava(new Stream(Design.fir(TAPS), RATE, 1), 0));
         assertArrayEquals(byTool("iir", "-c", ba), byJava(new Stream(Design.iir(B, A), RATE, 1), 0));
@@ -131,21 +140,6 @@ public class FilterTest {
         short[] convolved = new short[whole];
         room.process(speech, 0, convolved, 0, whole);
         assertArrayEquals(Arrays.copyOf(expected, whole), convolved);
-    }
-
-    /** AutoEq's file for a headphone, as a phone would read it. */
-    @Test
-    public void headphoneCorrectionIsTheTools() throws Exception {
-        String text = "Preamp: -6.4 dB\nFilter 1: ON LSC Fc 105 Hz Gain 5.5 dB Q 0.70\n"
-                + "Filter 2: ON PK Fc 212 Hz Gain -2.9 dB Q 0.61\n"
-                + "Filter 3: ON PK Fc 6413 Hz Gain 4.2 dB Q 3.40\n"
-                + "Filter 4: ON HSC Fc 10000 Hz Gain -3.1 dB Q 0.70\n";
-        String file = file("ParametricEQ.txt", text);
-        Design correction = Design.read(file, text.getBytes(StandardCharsets.UTF_8), RATE);
-        assertEquals(Design.Kind.SECTIONS, correction.getKind());
-        assertArrayEquals(byTool("eq", "-c", file), byJava(new Stream(correction, RATE, 1), 192));
-        assertTrue(correction.prepare(RATE).getWarnings().isEmpty());
-        assertEquals(-0.9, correction.getResponse(RATE, 5).getGain(0), 0.01);
     }
 
     @Test
@@ -193,20 +187,16 @@ public class FilterTest {
         Design first = Design.fir(1.0), second = Design.fir(0.0, 0.5, 0.25);
         short[] block = new short[960];
         Arrays.fill(block, (short) 10000);
-        List<ShortProcessor> objects = Arrays.asList(
-                new Filter(first, 1), new Stream(first, RATE, 1),
-                new LongFilter(LongFilter.Kind.TIME_DOMAIN, 1, new double[] {1.0}));
+        Filter of16 = new Filter(first, 1);
+        Stream inDouble = new Stream(first, RATE, 1);
+        LongFilter taps = new LongFilter(LongFilter.Kind.TIME_DOMAIN, 1, new double[] {1.0});
+        ShortProcessor[] objects = {of16, inDouble, taps};
+        for (ShortProcessor object : objects) object.process(block);
+        of16.fadeTo(second);
+        inDouble.fadeTo(second, 960);
+        taps.fadeTo(second.getNumerator());
         for (ShortProcessor object : objects) {
             short[] out = block.clone();
-            object.process(out);
-            if (object instanceof Filter) {
-                ((Filter) object).fadeTo(second);
-            } else if (object instanceof Stream) {
-                ((Stream) object).fadeTo(second, 960);
-            } else {
-                ((LongFilter) object).fadeTo(second.getNumerator());
-            }
-            out = block.clone();
             object.process(out);
             assertEquals(10000, out[0]);
             for (int i = 1; i < out.length; ++i) {
@@ -395,10 +385,15 @@ public class FilterTest {
         Design one = Design.equaliser(RATE, "PK 1k 6 Q 2"), other = Design.equaliser(RATE, "LS 90 3");
         short[] expected = new short[4800];
         new Stream(one, RATE, 2).process(speech, 20000, expected, 0, 2400);
+        Stream shared = new Stream(one, RATE, 1);
+        Filter of16 = new Filter(Design.fir(TAPS), 1);
         ExecutorService threads = Executors.newFixedThreadPool(8);
         List<Future<?>> all = new ArrayList<>();
         for (int i = 0; i < 1000; ++i) {
+            int number = i;
             all.add(threads.submit(() -> {
+                shared.fadeTo(number % 2 == 0 ? other : one, 100);
+                of16.fadeTo(Design.fir(1.0, number));
                 short[] out = new short[4800];
                 Stream stream = new Stream(one, RATE, 2); // left to the collector
                 for (int at = 0; at < 4800; at += 480) {
@@ -407,24 +402,9 @@ public class FilterTest {
                 assertArrayEquals(expected, out);
             }));
         }
-        Stream shared = new Stream(one, RATE, 1);
-        Filter of16 = new Filter(Design.fir(TAPS), 1);
-        for (int i = 0; i < 8; ++i) {
-            boolean runs = i == 0;
-            all.add(threads.submit(() -> {
-                short[] block = new short[64];
-                for (int k = 0; k < 300; ++k) {
-                    if (runs) {
-                        shared.process(block);
-                        of16.process(block);
-                    } else {
-                        shared.fadeTo(k % 2 == 0 ? other : one, 100);
-                        of16.fadeTo(Design.fir(1.0, k));
-                    }
-                }
-            }));
-        }
         for (Future<?> each : all) {
+            shared.process(new short[64]);
+            of16.process(new short[64]);
             each.get();
         }
         threads.shutdown();
