@@ -5,13 +5,12 @@ import os
 import re
 import shutil
 import subprocess
-import time
 import unittest
 
 import numpy as np
 from scipy.io import wavfile
 
-from tool_test import BAND, CROSSTALK, MUSIC, SPEECH, STREET, TOOL, ToolTest, read, write, write_numbers
+from tool_test import BAND, CROSSTALK, MUSIC, SPEECH, STREET, TOOL, ToolTest, write, write_numbers
 
 
 class BadInputTest(ToolTest):
@@ -82,37 +81,19 @@ class BadInputTest(ToolTest):
                 (["fir", SPEECH, "out.ogg", "-c", "one.txt", "--bits", "24"], "24-bit"),
                 (["fir", SPEECH, "out.flac", "-c", "one.txt", "--bits", "float"], "float"),
                 (["fir", *common, "--precision", "single"], "single"),
-                (["level", SPEECH, "--length", "480001"], "ten seconds"),
                 (["level", SPEECH, SPEECH], SPEECH),
                 (["average", SPEECH, "out.wav", "--length", "2157",
                   "--precision", "int16"], "2156"),
                 (["average", SPEECH, "out.wav", "--length", "0"], "--length")):
             self.assert_fails(arguments, word, code=2)
 
-    def test_nothing_is_overwritten_or_left(self):
+    def test_no_source_is_overwritten(self):
         write_numbers("one.txt", [[1]])
         subprocess.run(["sox", SPEECH, "in.wav"], check=True)
         os.link("in.wav", "hard.wav")
         os.symlink("in.wav", "soft.wav")
         for output in ("in.wav", "./in.wav", "hard.wav", "soft.wav", "one.txt"):
             self.assert_fails(["fir", "in.wav", output, "-c", "one.txt"], output, code=2)
-        # A write that fails half-way leaves the old result.
-        wavfile.write("out.wav", 48000, np.arange(9, dtype=np.int16))
-        command = f"ulimit -f 50; '{TOOL}' fir in.wav out.wav -c one.txt --overwrite"
-        limited = subprocess.run(["bash", "-c", command], capture_output=True, text=True)
-        self.assertEqual(limited.returncode, 4, limited.stderr)
-        self.assertIn("out.wav", limited.stderr)
-        self.assertEqual(len(read("out.wav")[1]), 9)
-        self.assertEqual(len(os.listdir()), 5)
-        with subprocess.Popen([TOOL, "convolve", MUSIC, "out.wav", "--ir", STREET[0], "--resample",
-                               "--time-domain", "--overwrite"],
-                              stderr=subprocess.PIPE, text=True) as running:
-            while len(os.listdir()) == 5 and running.poll() is None:
-                time.sleep(0.01)
-            running.terminate()
-            self.assertEqual((running.wait(), running.stderr.read()),
-                             (130, "jurn-filter: interrupted\n"))
-        self.assertEqual(len(os.listdir()), 5)
 
     def test_responses(self):
         wavfile.write("three.wav", 48000, np.ones((9, 3), np.int16))
@@ -153,7 +134,7 @@ class BadInputTest(ToolTest):
                     ("Data.IR", (99, 0, 3), 3e38, "damaged", "e+3"), ("Data.SamplingRate", ..., 0.5, "0.5 Hz"))):
                 shutil.copy("/usr/share/libmysofa/default.sofa", f"changed{i}.sofa")
                 with h5py.File(f"changed{i}.sofa", "r+") as file:
-                    file[array][where] = value
+                    file[array][where] = np.full_like(file[array][where], value)  # h5py spreads a number in 20 s
                 changed.append((["--sofa", f"changed{i}.sofa"], f"changed{i}.sofa", *words))
         for arguments, *words in (*changed, (["--sofa", "two.wav"], "two.wav", "SOFA"),
                                   (["--sofa", "missing.sofa"], "missing.sofa", "no such file")):

@@ -29,7 +29,10 @@ class EndsTest(ToolTest):
 
     def test_tails_are_complete(self):
         longer = np.concatenate([self.x, np.zeros((48000, 2))]).astype(float)
+        apart = ["--numerator", write_numbers("b.txt", [[x] for x in self.b]),
+                 "--denominator", write_numbers("a.txt", [self.a])]
         for command, y in ((["sos", "-c", "sos.txt"], signal.sosfilt(self.sections, longer, axis=0)),
+                           (["iir", *apart], signal.lfilter(self.b, self.a, longer, axis=0)),
                            (["iir", "-c", "ba.txt"], signal.lfilter(self.b, self.a, longer, axis=0)),
                            (["fir", "-c", "taps.txt"], signal.lfilter(self.taps, 1, longer, axis=0)),
                            (["fir", "-c", "taps.txt", "--time-domain"],
@@ -141,17 +144,6 @@ class EndsTest(ToolTest):
         self.run_tool("binaural", "mono.wav", "24.wav", "--azimuth", 50, "--bits", 24)
         y = self.filtered("binaural", "--azimuth", 50, source="mono.wav")
         self.assertLessEqual(np.abs(read("24.wav")[1] / 2**31 - y).max(), 0.51 / 2**23)
-
-    def test_level_over_seconds(self):
-        x = read(MUSIC)[1].astype(float) / 32768
-        self.run_tool("level", MUSIC, "level.csv", "--length", 44100, "--of", "square")
-        rows = np.genfromtxt("level.csv", delimiter=",", skip_header=1)
-        at = np.round(rows[:, 0] * 44100).astype(int) - 1
-        total = np.cumsum(np.concatenate([np.zeros((44100, 2)), x ** 2]), axis=0)
-        means = ((total[44100:] - total[:-44100]) / 44100)[at]
-        np.testing.assert_allclose(rows[:, [1, 3]], means, rtol=1e-6)
-        self.run_tool("level", MUSIC, "level.csv", "--length", 441000)
-        self.assert_fails(["level", MUSIC, "no.csv", "--length", 441001], "ten seconds", code=2)
 
 
 if __name__ == "__main__":

@@ -174,14 +174,6 @@ class FaultTest(ToolTest):
         self.assert_keeps("out.wav", ["fir", SPEECH, "out.wav", "-c", "/proc/self/mem"],
                           "/proc/self/mem", code=3)
 
-    def test_truncated(self):
-        for ending in ("aiff", "caf"):
-            subprocess.run(["sox", "-V1", "long.wav", "long." + ending], check=True)
-            content = contents("long." + ending)
-            for share in (0.5, 0.99):
-                name = write("cut." + ending, content[:int(share * len(content))])
-                self.assert_keeps("out.wav", ["fir", name, "out.wav", "-c", "one.txt"], name, code=3)
-
     def test_growing(self):
         """Samples appended while the tool reads are not part of the recording, or are read whole."""
         content = contents("long.wav")

@@ -190,8 +190,6 @@ class PictureTest(ToolTest):
             next(file)
             times = sorted({float(line.split(",")[1]) for line in file})
         self.assertTrue(500 <= len(times) <= 1000 and abs(times[-1] - 80) < 0.2, times[-1])
-        self.run_tool("spectrogram", SPEECH, "--picture", "one.svg")
-        self.assert_picture("one.svg", (800, 1200), (300, 500), ["Front_Center.wav", "Time in s"])
 
     def test_failures_leave_nothing(self):
         self.run_tool("response", "--average", 3, "--picture", "kept.svg")

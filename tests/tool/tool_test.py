@@ -46,8 +46,8 @@ def to_int16(y):
     return np.clip(np.trunc(y), -32768, 32767).astype(int)
 
 
-def write_numbers(name, rows, separator=" "):
-    lines = (separator.join(repr(float(x)) for x in row) + "  # and another\n" for row in rows)
+def write_numbers(name, rows):
+    lines = (" ".join(repr(float(x)) for x in row) + "  # and another\n" for row in rows)
     return write(name, "# a comment, then numbers\n" + "".join(lines))
 
 
