@@ -303,6 +303,7 @@ TEST(Records, RunWithinTheirArrays) {
     expect(std::move(r), [=](Long* fading) { fading->cmemblen += past == 1 ? -1 : 1; });
   }
   expect(long_of(JURN_LONG_FFT_MONO_TO_STEREO, 1, 9), [](Long* r) { r->chanel = 2; });
+  expect(long_of(JURN_LONG_FFT, 1, 1), [](Long* r) { r->blen = r->bRlen = 0; });
   expect(long_of(JURN_LONG_FFT, 1, 8192), [](Long* r) { r->blen = r->bRlen = 8193; });
   for (int Long::*const field :
        {&Long::blen, &Long::bRlen, &Long::fftN, &Long::offset, &Long::membufrear, &Long::chanel})
