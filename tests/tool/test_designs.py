@@ -55,23 +55,6 @@ class DesignTest(ToolTest):
             self.assert_fails(["eq", "noise.wav", "new.wav", words], *parts)
         self.assert_fails(["eq", "noise.wav", "new.wav"], "filters", code=2)
 
-    def test_spellings_of_equaliser_lines(self):
-        centre = 10 ** (6 / 2 / 12 * np.log10(2))  # half the gain along the slope
-        octaves = 2 * np.arcsinh(1 / (2 * 2.0)) / np.log(2)
-        warped = 2 * np.pi * 1000 / 48000
-        q = 1 / (2 * np.sinh(np.log(2) / 2 * octaves * warped / np.sin(warped)))
-        for line, wanted in (
-                ("LSC 12 dB Fc 300 Hz Gain 6 dB", ("LS", 300, 6, np.sqrt(0.5))),
-                ("LS 12dB Fc 300 Hz Gain 6 dB", ("LS", 300 * centre, 6, np.sqrt(0.5))),
-                ("HS 12dB Fc 3,000 Hz Gain 6 dB", ("HS", 3000 / centre, 6, np.sqrt(0.5))),
-                (f"PK Fc 1.000,0 Hz Gain -3 dB BW/60 {60 * octaves}".replace("1.000,0", "1,000"),
-                 ("PK", 1000, -3, q)),
-                ("PK Fc 63,50 Hz Gain -3,25 dB Q 4,5", ("PK", 63.5, -3.25, 4.5))):
-            text = f"Channel: all\nDevice: all\nFilter 1: ON {line}\n"
-            self.check("sos", equaliser([wanted], 48000), "-c", write("eq.txt", text))
-        self.assert_fails(["sos", "noise.wav", "new.wav", "-c",
-                           write("eq.txt", "Channel: L\nFilter: ON LP Fc 99 Hz\n")], "Channel", ":1:")
-
     def test_graphic_equaliser(self):
         text = write("graphic.txt", "Preamp: -3 dB\nGraphicEQ: 100 0; 1000 6; 4000 -6; 16000 0\n")
         click = np.zeros(32768, np.float32)
@@ -93,15 +76,9 @@ class DesignTest(ToolTest):
         write_numbers("sos.txt", steep)
         write_numbers("ba.txt", signal.butter(2, 0.1))
         write_numbers("taps.txt", [signal.firwin(31, 0.2)])
-        for command, name, source in (("sos", "sos.txt", "sos"), ("iir", "ba.txt", "iir"),
-                                      ("fir", "taps.txt", "fir")):
+        for command, name in (("sos", "sos.txt"), ("iir", "ba.txt"), ("fir", "taps.txt")):
             result = self.run_filter(command, "-c", name, *device, source="noise.wav")
-            for output in ("c.npy", "c.mat", "c.txt"):
-                self.run_tool("export", output, "--" + source, name)
-                keep = device if command == "fir" else [*device, "--as-is"]
-                again = self.run_filter(command, "-c", output, *keep, source="noise.wav")
-                np.testing.assert_array_equal(again, result, output)
-            self.run_tool("export", "my-filter.h", "--" + source, name)
+            self.run_tool("export", "my-filter.h", "--" + command, name)
             kind = {"sos": "CASCADE", "iir": "IIR", "fir": "FIR"}[command]
             self.assertIn(f"filter->filtertype = JURN_{kind};\n", contents("my-filter.h").decode())
             program = write("use.c", '#include <stdio.h>\n#include "my-filter.h"\n'
@@ -125,9 +102,10 @@ class DesignTest(ToolTest):
             self.assertRegex(contents(precision + ".h").decode(), r"\.\d+%s[,}]" % suffix)
         np.testing.assert_allclose(np.load("double.npy"), equaliser([("PK", 100, 3, 1)], 96000),
                                    rtol=1e-12, atol=1e-14)
+        self.run_tool("export", "c.mat", "--fir", "taps.txt")
         self.assertEqual(io.loadmat("c.mat")["b"].shape, (1, 31))
         for arguments, code, *words in (
-                (["c.npy", "--fir", "taps.txt"], 4, "c.npy", "--overwrite"),
+                (["c.mat", "--fir", "taps.txt"], 4, "c.mat", "--overwrite"),
                 (["c.xyz", "--fir", "taps.txt"], 2, "c.xyz", ".npy"),
                 (["new.h", "--fir", "long.txt", "--precision", "double"], 2, "201", "202", ".npy"),
                 (["new.h"], 2, "--eq"), (["taps.txt", "--fir", "taps.txt", "--overwrite"], 2,
