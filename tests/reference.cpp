@@ -35,6 +35,73 @@ const Sample* append(Sample* history, int past, const Sample* input, int inlen) 
   return history + past;
 }
 
+short stoshort(float x) {
+  if (std::isnan(x)) return 0;
+  if (x >= 32767.0f) return 32767;
+  if (x < -32768.0f) return -32768;
+  return static_cast<short>(std::trunc(x));
+}
+
+void fir(short* output, const short* input, int inlen, short* mem_input, const float* b,
+         short blen) {
+  const short* x = append(mem_input, blen - 1, input, inlen);
+  for (int i = 0; i < inlen; ++i) output[i] = stoshort(sum_of_products(b, 0, blen, x + i));
+}
+
+/** Not limited: a sum that is no longer the ring's may lie beyond every sample. */
+short whole_mean(float scale, int sum) {
+  return static_cast<short>(static_cast<int>(scale * static_cast<float>(sum)));
+}
+
+void average(short* output, const short* input, int inlen, short* ring, short len, int* sum,
+             int* memi) {
+  const float n_1 = static_cast<float>(1.0 / len);
+  for (int i = 0; i < inlen; ++i) {
+    *sum = *sum - ring[*memi] + input[i];
+    ring[*memi] = input[i];
+    *memi = (*memi + 1) % len;
+    output[i] = whole_mean(n_1, *sum);
+  }
+}
+
+/** The recurrence on straight histories; convert(y) is what is put out. */
+template <class In, class Value, class Out, class Convert>
+void recursive(Out* output, const In* input, int inlen, Value* mem_output, In* mem_input,
+               const Value* b, int blen, const Value* a, int alen, Convert convert) {
+  const In* x = append(mem_input, blen - 1, input, inlen);
+  Value* y = mem_output + alen - 1;
+  for (int j = 0; j < alen - 1; ++j)
+    mem_output[j] = is_flushed(mem_output[j + inlen]) ? Value(0) : mem_output[j + inlen];
+  for (int i = 0; i < inlen; ++i)
+    y[i] = sum_of_products(b, 0, blen, x + i) - sum_of_products(a, 1, alen, y + i);
+  for (int i = 0; i < inlen; ++i) output[i] = convert(y[i]);
+}
+
+void cascade(const float* b, const float* a, int n, int ns, float* x, int len, float* px,
+             float* py) {
+  if (n != 2 && n != 4) return;
+  for (int k = 0; k < ns; ++k) {
+    const int base = k * (n + 1);
+    for (int i = 0; i < len; ++i) {
+      px[base] = x[i];
+      x[i] = x[i] * b[base];
+      for (int j = 1; j <= n; ++j) {
+        const float forward = b[base + j] * px[base + j];
+        const float back = a[base + j] * py[base + j];
+        const float difference = forward - back;
+        x[i] = x[i] + difference;
+      }
+      if (is_flushed(x[i])) x[i] = 0.0f;
+      for (int j = n; j >= 2; --j) {
+        px[base + j] = px[base + j - 1];
+        py[base + j] = py[base + j - 1];
+      }
+      px[base + 1] = px[base];
+      py[base + 1] = x[i];
+    }
+  }
+}
+
 template <class History>
 void reset_history(History* mem) {
   std::memset(mem->meminput, 0, sizeof mem->meminput);
@@ -51,7 +118,8 @@ void run_channel(Record* f, History* mem, std::vector<short>* block) {
   const short blen = static_cast<short>(f->blen);
   const short alen = static_cast<short>(f->alen);
   if (f->filtertype == -1) fir(io, io, len, mem->meminput, f->b, blen);
-  if (f->filtertype == 0) iir(io, io, len, mem->memoutput, mem->meminput, f->b, blen, f->a, alen);
+  if (f->filtertype == 0)
+    recursive(io, io, len, mem->memoutput, mem->meminput, f->b, blen, f->a, alen, stoshort);
   if (f->filtertype == 1) {
     std::vector<float> x(block->begin(), block->end());
     cascade(f->b, f->a, f->n, f->ns, x.data(), len, mem->mempx, mem->mempy);
@@ -121,74 +189,7 @@ void run_two_filters(Filterlongfir_ID* f, const short* input, int inLen, short* 
   }
 }
 
-/** Not limited: a sum that is no longer the ring's may lie beyond every sample. */
-short whole_mean(float scale, int sum) {
-  return static_cast<short>(static_cast<int>(scale * static_cast<float>(sum)));
-}
-
 }  // namespace
-
-short stoshort(float x) {
-  if (std::isnan(x)) return 0;
-  if (x >= 32767.0f) return 32767;
-  if (x < -32768.0f) return -32768;
-  return static_cast<short>(std::trunc(x));
-}
-
-void fir(short* output, const short* input, int inlen, short* mem_input, const float* b,
-         short blen) {
-  const short* x = append(mem_input, blen - 1, input, inlen);
-  for (int i = 0; i < inlen; ++i) output[i] = stoshort(sum_of_products(b, 0, blen, x + i));
-}
-
-void average(short* output, const short* input, int inlen, short* ring, short len, int* sum,
-             int* memi) {
-  const float n_1 = static_cast<float>(1.0 / len);
-  for (int i = 0; i < inlen; ++i) {
-    *sum = *sum - ring[*memi] + input[i];
-    ring[*memi] = input[i];
-    *memi = (*memi + 1) % len;
-    output[i] = whole_mean(n_1, *sum);
-  }
-}
-
-void iir(short* output, const short* input, int inlen, float* mem_output, short* mem_input,
-         const float* b, short blen, const float* a, short alen) {
-  const short* x = append(mem_input, blen - 1, input, inlen);
-  float* y = mem_output + alen - 1;
-  for (int j = 0; j < alen - 1; ++j) {
-    if (is_flushed(mem_output[j + inlen])) mem_output[j + inlen] = 0.0f;
-    mem_output[j] = mem_output[j + inlen];
-  }
-  for (int i = 0; i < inlen; ++i)
-    y[i] = sum_of_products(b, 0, blen, x + i) - sum_of_products(a, 1, alen, y + i);
-  for (int i = 0; i < inlen; ++i) output[i] = stoshort(y[i]);
-}
-
-void cascade(const float* b, const float* a, int n, int ns, float* x, int len, float* px,
-             float* py) {
-  if (n != 2 && n != 4) return;
-  for (int k = 0; k < ns; ++k) {
-    const int base = k * (n + 1);
-    for (int i = 0; i < len; ++i) {
-      px[base] = x[i];
-      x[i] = x[i] * b[base];
-      for (int j = 1; j <= n; ++j) {
-        const float forward = b[base + j] * px[base + j];
-        const float back = a[base + j] * py[base + j];
-        const float difference = forward - back;
-        x[i] = x[i] + difference;
-      }
-      if (is_flushed(x[i])) x[i] = 0.0f;
-      for (int j = n; j >= 2; --j) {
-        px[base + j] = px[base + j - 1];
-        py[base + j] = py[base + j - 1];
-      }
-      px[base + 1] = px[base];
-      py[base + 1] = x[i];
-    }
-  }
-}
 
 void qfir(float* output, const float* input, int inlen, float* mem_input, const double* b,
           short blen) {
@@ -199,13 +200,8 @@ void qfir(float* output, const float* input, int inlen, float* mem_input, const 
 
 void qiir(float* output, const float* input, int inlen, double* mem_output, float* mem_input,
           const double* b, short blen, const double* a, short alen) {
-  const float* x = append(mem_input, blen - 1, input, inlen);
-  double* y = mem_output + alen - 1;
-  for (int j = 0; j < alen - 1; ++j)
-    mem_output[j] = is_flushed(mem_output[j + inlen]) ? 0.0 : mem_output[j + inlen];
-  for (int i = 0; i < inlen; ++i)
-    y[i] = sum_of_products(b, 0, blen, x + i) - sum_of_products(a, 1, alen, y + i);
-  for (int i = 0; i < inlen; ++i) output[i] = static_cast<float>(y[i]);
+  recursive(output, input, inlen, mem_output, mem_input, b, blen, a, alen,
+            [](double y) { return static_cast<float>(y); });
 }
 
 void reset(Filter_ID* filter) {
@@ -325,36 +321,6 @@ void save_for_fade(Filterlongfir_ID* f) {
     f->cmemcall = 1;
   }
   f->cmemblen = f->blen;
-}
-
-void set_up_fft(Filterlongfir_ID* f) {
-  const int type = f->filtertype;
-  const bool two = type == -2 || type == -7 || type == -5 || type == -4;
-  const int hM = two && f->bRlen > f->blen ? f->bRlen : f->blen;
-  f->fftN = 2;
-  while (f->fftN < 2 * hM) f->fftN *= 2;
-  const int N = f->fftN;
-  f->offset = f->chanel * (N - hM + 1);
-  const int rear = type == -4 ? N : N * f->chanel;
-  if (rear != f->membufrear) {
-    f->mBufin.id = f->mBufin.front = f->mBufout.id = f->mBufout.front = f->mBufout.rear = 0;
-    f->mBufin.rear = rear;
-  }
-  f->membufrear = rear;
-  MORVAX_KLOV_RealFFT_Init(&f->realfft, static_cast<short>(N));
-  if (f->cmemfftN == N) {
-    for (int i = 0; i < N; ++i) {
-      f->cmemhLrfft[i] = f->hLrfft[i];
-      f->cmemhRrfft[i] = f->hRrfft[i];
-    }
-    f->cmemcall = 1;
-  }
-  f->cmemfftN = N;
-  for (int i = 0; i < N; ++i) f->hLrfft[i] = i < hM ? f->b[i] : 0.0f;
-  MORVAX_KLOV_RealFFT_Run2(&f->realfft, f->hLrfft, static_cast<short>(N));
-  if (!two) return;
-  for (int i = 0; i < N; ++i) f->hRrfft[i] = i < hM ? f->bR[i] : 0.0f;
-  MORVAX_KLOV_RealFFT_Run2(&f->realfft, f->hRrfft, static_cast<short>(N));
 }
 
 void run(Filterlongfir_ID* filter, const short* input, int inLen, short* output) {

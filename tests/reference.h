@@ -8,16 +8,6 @@
 
 namespace ref {
 
-short stoshort(float x);
-
-void fir(short* output, const short* input, int inlen, short* mem_input, const float* b,
-         short blen);
-void average(short* output, const short* input, int inlen, short* ring, short len, int* sum,
-             int* memi);
-void iir(short* output, const short* input, int inlen, float* mem_output, short* mem_input,
-         const float* b, short blen, const float* a, short alen);
-void cascade(const float* b, const float* a, int n, int ns, float* x, int len, float* px,
-             float* py);
 void qfir(float* output, const float* input, int inlen, float* mem_input, const double* b,
           short blen);
 void qiir(float* output, const float* input, int inlen, double* mem_output, float* mem_input,
@@ -44,8 +34,6 @@ int take(Buf16_ID* queue, short* out, int count);
 
 void reset(Filterlongfir_ID* filter);
 void save_for_fade(Filterlongfir_ID* filter);
-/** The FFT set-up; the transforms themselves are the library's. */
-void set_up_fft(Filterlongfir_ID* filter);
 /** All kinds but the FFT ones. */
 void run(Filterlongfir_ID* filter, const short* input, int inLen, short* output);
 

@@ -1,5 +1,5 @@
-/* The convolution objects: bits against the definition in plain loops over the whole past, error
- * against exact convolution, memory that ends where it says, and what the set-ups refuse. */
+/* The convolution objects: bits against the definition in plain loops over the whole past, memory
+ * that ends where it says, and what the set-ups refuse. */
 #include <memory>
 
 #include "OKA_Filter/records/convolution.h"
@@ -153,91 +153,29 @@ TEST(Convolution, PlansStayAsTheyAre) {
   EXPECT_EQ(hash, 3734358214u);
 }
 
-/** The error is that of one transform, for blocks and taps of all sizes and a real-world block. */
-TEST(Convolution, ErrorAgainstExactConvolution) {
-  for (const auto& c : std::initializer_list<std::pair<int, int>>{{1, 700},
-                                                                  {7, 5000},
-                                                                  {64, 40000},
-                                                                  {480, 9000},
-                                                                  {520, 20000},
-                                                                  {1056, 96000},
-                                                                  {4096, 30000}}) {
-    Random random(c.second);
-    const Convolution_shape shape = {1, 1, c.first, c.second};
-    Routes routes = {{0, 0, std::vector<float>(shape.taps)}};
-    for (float& x : routes[0].taps) x = static_cast<float>(random.real(1.0));
-    Response response(random, shape, routes);
-    Stream stream(random, shape);
-    std::vector<float> x((shape.taps + 9000) / shape.block * shape.block), y(x.size());
-    for (float& sample : x) sample = random.sample();
-    for (size_t i = 0; i < x.size(); i += shape.block)
-      MORVAX_ConvolutionRun_API_float(stream.get(), response.get(), &x[i], &y[i]);
-    double error = 0, power = 0;
-    for (size_t n = 0; n < x.size(); n += 509) {
-      double exact = 0;
-      for (size_t j = 0; j < routes[0].taps.size() && j <= n; ++j)
-        exact += static_cast<double>(routes[0].taps[j]) * x[n - j];
-      error += (exact - y[n]) * (exact - y[n]);
-      power += exact * exact;
-    }
-    EXPECT_LT(std::sqrt(error / power), 3.2e-7) << shape.block << ' ' << shape.taps;
-  }
-}
-
-/** After a fade the output is what it would be had the next response run from the start, and two
- * clones keep the same state. */
-TEST(Convolution, FadesAndClonesContinueAlike) {
-  const JURN_Clone chosen = JURN_clone_hook;
-  for (const Convolution_shape shape : {Convolution_shape{2, 2, 16, 3000}, {1, 2, 33, 6000}}) {
-    Random random(3);
-    const Routes old_routes = random_routes(random, shape, 3);
-    Routes routes = random_routes(random, shape, 3);
-    routes.push_back({0, 1, std::vector<float>(shape.taps, 0.001f)});
-    Response previous(random, shape, old_routes), response(random, shape, routes);
-    Stream plain(random, shape), twin(random, shape), faded(random, shape);
-    for (int call = 0; call < 700; ++call) {
-      const Planar input = random_block(random, shape.inputs, shape.block);
-      const auto run = [&](Stream& stream, Response* from, Response& to) {
-        return run_block(random, shape, stream.get(), from ? from->get() : nullptr, to.get(), input,
-                         false);
-      };
-      const Planar y = run(twin, nullptr, response);
-      const int phase = call % 50;  // of 50 calls, 10 through the old response
-      Planar z;
-      if (phase == 10 || phase == 20)
-        z = run(faded, phase == 10 ? &response : &previous, phase == 10 ? previous : response);
-      else
-        z = run(faded, nullptr, phase > 10 && phase < 20 ? previous : response);
-      if (phase < 10 || phase > 20) {
-        ASSERT_EQ(y, z) << call;
-      }
-      JURN_clone_hook = JURN_CLONE_BASELINE;
-      run(plain, nullptr, response);
-      JURN_clone_hook = chosen;
-      ASSERT_EQ(std::memcmp(plain.get(), twin.get(), plain.size), 0) << call;
-    }
-  }
-}
-
-TEST(Convolution, ResetIsASetUp) {
-  Random random(4);
-  const Convolution_shape shape = {2, 1, 32, 1000};
-  Response response(random, shape, random_routes(random, shape, 4));
-  Stream stream(random, shape), fresh(random, shape);
-  for (int call = 0; call < 50; ++call)
-    run_block(random, shape, stream.get(), nullptr, response.get(),
-              random_block(random, shape.inputs, shape.block), true);
-  MORVAX_ConvolutionReset_API(stream.get());
-  EXPECT_EQ(std::memcmp(stream.get(), fresh.get(), stream.size), 0);
-}
-
+/** And whatever a set-up refuses, what the memory held before cannot be run any more; memory too
+ * small to say so is not touched. */
 TEST(Convolution, SetUpsNameWhatDoesNotFit) {
   const Convolution_shape good = {2, 3, 64, 100};
-  float taps[100] = {1.0f};
-  std::vector<float> memory(100000);
+  float taps[100] = {1.0f}, bad_taps[100] = {};
+  const Convolution_route route = {0, 0, taps, 100}, bad_route = {0, 0, bad_taps, 100};
+  const size_t size = MORVAX_ConvolutionResponseSize_API(&good, &route, 1);
+  const size_t stream_size = MORVAX_ConvolutionStreamSize_API(&good);
+  std::vector<float> memory(std::max(size, stream_size) / sizeof(float));
   auto* const response = reinterpret_cast<ConvolutionResponse_ID*>(memory.data());
   auto* const stream = reinterpret_cast<ConvolutionStream_ID*>(memory.data());
-  const auto bytes = memory.size() * sizeof(float);
+  const auto refuse = [&](int error, const Convolution_shape& shape, const Convolution_route& r,
+                          int count, size_t bytes) {
+    EXPECT_EQ(MORVAX_ConvolutionResponseCalcu_API(response, size, &good, &route, 1), 0);
+    EXPECT_EQ(response->ready, 1);
+    EXPECT_EQ(MORVAX_ConvolutionResponseCalcu_API(response, bytes, &shape, &r, count), error);
+    EXPECT_EQ(response->ready, 0);
+  };
+  const auto refuse_stream = [&](int error, const Convolution_shape& shape, size_t bytes) {
+    EXPECT_EQ(MORVAX_ConvolutionStreamCalcu_API(stream, stream_size, &good), 0);
+    EXPECT_EQ(MORVAX_ConvolutionStreamCalcu_API(stream, bytes, &shape), error);
+    EXPECT_EQ(stream->ready, 0);
+  };
   const struct {
     int error;
     Convolution_shape shape;
@@ -249,8 +187,8 @@ TEST(Convolution, SetUpsNameWhatDoesNotFit) {
                 {JURN_CONVOLUTION_BAD_TAPS, {1, 1, 1, 1048577}}};
   for (const auto& c : shapes) {
     EXPECT_EQ(MORVAX_ConvolutionStreamSize_API(&c.shape), 0u);
-    EXPECT_EQ(MORVAX_ConvolutionStreamCalcu_API(stream, bytes, &c.shape), c.error);
-    EXPECT_EQ(MORVAX_ConvolutionResponseCalcu_API(response, bytes, &c.shape, nullptr, 0), c.error);
+    refuse_stream(c.error, c.shape, stream_size);
+    refuse(c.error, c.shape, route, 0, size);
   }
   const struct {
     int error, count;
@@ -264,62 +202,21 @@ TEST(Convolution, SetUpsNameWhatDoesNotFit) {
                 {JURN_CONVOLUTION_BAD_LENGTH, 1, {0, 0, taps, 101}}};
   for (const auto& c : routes) {
     EXPECT_EQ(MORVAX_ConvolutionResponseSize_API(&good, &c.route, c.count), 0u);
-    EXPECT_EQ(MORVAX_ConvolutionResponseCalcu_API(response, bytes, &good, &c.route, c.count),
-              c.error);
+    refuse(c.error, good, c.route, c.count, size);
   }
-  const Convolution_route route = {0, 0, taps, 100};
-  const size_t size = MORVAX_ConvolutionResponseSize_API(&good, &route, 1);
-  ASSERT_LE(size, bytes);
-  EXPECT_EQ(MORVAX_ConvolutionResponseCalcu_API(response, size - 1, &good, &route, 1),
-            JURN_CONVOLUTION_TOO_SMALL);
-  EXPECT_EQ(
-      MORVAX_ConvolutionStreamCalcu_API(stream, MORVAX_ConvolutionStreamSize_API(&good) - 1, &good),
-      JURN_CONVOLUTION_TOO_SMALL);
+  refuse(JURN_CONVOLUTION_TOO_SMALL, good, route, 1, size - 1);
+  refuse(JURN_CONVOLUTION_TOO_SMALL, good, route, 1, sizeof(int));
+  refuse_stream(JURN_CONVOLUTION_TOO_SMALL, good, stream_size - 1);
+  EXPECT_LT(MORVAX_ConvolutionResponseCalcu_API(nullptr, 0, &good, &route, 1), 0);
+  EXPECT_LT(MORVAX_ConvolutionStreamCalcu_API(nullptr, 0, &good), 0);
   for (const float bad : {kNaN, INFINITY, -INFINITY}) {
-    taps[99] = bad;
-    EXPECT_EQ(MORVAX_ConvolutionResponseCalcu_API(response, bytes, &good, &route, 1),
-              JURN_CONVOLUTION_BAD_VALUE);
+    bad_taps[99] = bad;
+    refuse(JURN_CONVOLUTION_BAD_VALUE, good, bad_route, 1, size);
   }
   // 16 inputs through 256 routes of 2^20 taps: where it does not fit, the size says so.
   const Convolution_shape huge = {16, 16, 1, 1048576};
   const std::vector<Convolution_route> all(256, {0, 0, taps, 1048576});
   EXPECT_EQ(MORVAX_ConvolutionResponseSize_API(&huge, all.data(), 256) > 0, sizeof(size_t) == 8);
-}
-
-/** Whatever a set-up refuses, what the memory held before cannot be run any more; memory too small
- * to say so is not touched. */
-TEST(Convolution, RefusedSetUpsLeaveNothingUsable) {
-  const Convolution_shape shape = {1, 1, 64, 100}, bad = {1, 1, 64, 0};
-  const float taps[1] = {1.0f}, bad_taps[1] = {kNaN};
-  const Convolution_route route = {0, 0, taps, 1}, no_route = {1, 0, taps, 1},
-                          too_long = {0, 0, taps, 101}, no_number = {0, 0, bad_taps, 1};
-  const size_t size = MORVAX_ConvolutionResponseSize_API(&shape, &route, 1);
-  const size_t stream_size = MORVAX_ConvolutionStreamSize_API(&shape);
-  std::vector<float> memory(std::max(size, stream_size) / sizeof(float));
-  auto* const response = reinterpret_cast<ConvolutionResponse_ID*>(memory.data());
-  auto* const stream = reinterpret_cast<ConvolutionStream_ID*>(memory.data());
-  const struct {
-    const Convolution_shape* shape;
-    const Convolution_route* route;
-    int count;
-    size_t size;
-  } refused[] = {{&bad, &route, 1, size},         {&shape, &no_route, 1, size},
-                 {&shape, &too_long, 1, size},    {&shape, &no_number, 1, size},
-                 {&shape, &route, 300, size},     {&shape, &route, 1, size - 1},
-                 {&shape, &route, 1, sizeof(int)}};
-  for (const auto& c : refused) {
-    ASSERT_EQ(MORVAX_ConvolutionResponseCalcu_API(response, size, &shape, &route, 1), 0);
-    EXPECT_EQ(response->ready, 1);
-    EXPECT_LT(MORVAX_ConvolutionResponseCalcu_API(response, c.size, c.shape, c.route, c.count), 0);
-    EXPECT_EQ(response->ready, 0);
-  }
-  for (const auto* refused_shape : {&bad, &shape}) {
-    ASSERT_EQ(MORVAX_ConvolutionStreamCalcu_API(stream, stream_size, &shape), 0);
-    EXPECT_LT(MORVAX_ConvolutionStreamCalcu_API(stream, stream_size - 1, refused_shape), 0);
-    EXPECT_EQ(stream->ready, 0);
-  }
-  EXPECT_LT(MORVAX_ConvolutionResponseCalcu_API(nullptr, 0, &shape, &route, 1), 0);
-  EXPECT_LT(MORVAX_ConvolutionStreamCalcu_API(nullptr, 0, &shape), 0);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-/* Prepared fades of the convolution: the bits of a fade in one call, at any moment and after any
- * change of mind, and what the dearest call of a change costs. */
+/* Prepared fades of the convolution: what a response is known by, and what the dearest call of a
+ * change costs. The walks show that the bits are those of a fade in one call. */
 #include <memory>
 
 #include "OKA_Filter/records/convolution.h"
@@ -27,66 +27,6 @@ long long cost_of(Work work) {
   const long long before = JURN_convolution_work;
   work();
   return JURN_convolution_work - before;
-}
-
-/** Two streams fade on the same blocks, one of them after a random preparation: none, part of one,
- * one for another response, one with gaps, one that lasts longer than it has to. */
-TEST(ConvolutionFade, BitsOfAFadeInOneCall) {
-  int prepared = 0, unprepared = 0;
-  for (int round = 0; round < 13; ++round) {
-    const int levels = round < 12 ? 1 + round % 3 : 4;
-    Random random(round);
-    Convolution_shape shape;
-    ConvolutionPlan plan;
-    do {
-      shape = {random.in(1, 3), random.in(1, 3), random.one_of({1, 2, 16, 31, 64, 100}),
-               random.count(1, levels == 1 ? 1500 : 8000)};
-      if (levels == 4) shape = {1, 2, 64, random.in(90000, 110000)};
-      JURN_plan_convolution(&plan, &shape);
-    } while (plan.levels != levels);
-    const int most_calls = plan.levels > 1 ? 2 * plan.level[plan.levels - 1].calls - 1 : 1;
-    Stream stream(random, shape), plain(random, shape);
-    std::unique_ptr<Response> responses[3];
-    for (auto& r : responses)
-      r = std::make_unique<Response>(random, shape, random_routes(random, shape, 4));
-    Response* playing = responses[0].get();
-    for (int change = 0; change < 12; ++change) {
-      Response* next = responses[random.in(0, 2)].get();
-      const int calls = random.in(0, 2 * most_calls + 2), gaps = random.one_of({0, 0, 0, 30});
-      int needed = -1;
-      for (int call = 0; call < calls; ++call) {
-        const Planar input = random_block(random, shape.inputs, shape.block);
-        ASSERT_EQ(run_block(random, shape, stream.get(), nullptr, playing->get(), input, false),
-                  run_block(random, shape, plain.get(), nullptr, playing->get(), input, false))
-            << "round " << round << " change " << change << " call " << call;
-        const bool turns = gaps > 0 && random.one_in(gaps),
-                   misses = gaps > 0 && random.one_in(gaps);
-        if (turns) next = responses[random.in(0, 2)].get();
-        if (misses) {
-          needed = -1;
-          continue;
-        }
-        const int before = needed;
-        needed = MORVAX_ConvolutionPrepareFade_API(stream.get(), next->get());
-        if (before >= 0 && !turns) {
-          ASSERT_EQ(needed, std::max(0, before - 1));
-        }
-        ASSERT_LT(needed, most_calls);
-        if (random.one_in(5)) {  // once more without a run
-          ASSERT_EQ(MORVAX_ConvolutionPrepareFade_API(stream.get(), next->get()), needed);
-        }
-      }
-      if (random.one_in(8)) next = responses[random.in(0, 2)].get();
-      ++(needed == 0 ? prepared : unprepared);
-      const Planar input = random_block(random, shape.inputs, shape.block);
-      ASSERT_EQ(run_block(random, shape, stream.get(), playing->get(), next->get(), input, false),
-                run_block(random, shape, plain.get(), playing->get(), next->get(), input, false))
-          << "round " << round << " change " << change;
-      playing = next;
-    }
-  }
-  EXPECT_GT(prepared, 30);
-  EXPECT_GT(unprepared, 30);
 }
 
 /** A response is known by what is in it: it may move while it is prepared, and one that takes its

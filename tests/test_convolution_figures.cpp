@@ -1,13 +1,8 @@
 /* The figures in Convolution_control.h: sizes per tap, and the error against exact convolution by
  * the taps' norm and the input's level. */
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <functional>
-#include <vector>
 
-#include "Convolution_control.h"
-#include "random.h"
+#include "convolution_support.h"
 
 namespace {
 
@@ -59,15 +54,9 @@ TEST(ConvolutionFigures, Sizes) {
 /** The rms error over samples of a run, in parts of the taps' norm times the input's rms. */
 double error_of(const Convolution_shape& shape, const std::vector<float>& taps,
                 const std::function<double(size_t)>& signal) {
-  const Convolution_route route = {0, 0, taps.data(), shape.taps};
-  const size_t size = MORVAX_ConvolutionResponseSize_API(&shape, &route, 1);
-  const size_t stream_size = MORVAX_ConvolutionStreamSize_API(&shape);
-  std::vector<float> memory[2] = {std::vector<float>(size / sizeof(float)),
-                                  std::vector<float>(stream_size / sizeof(float))};
-  auto* response = reinterpret_cast<ConvolutionResponse_ID*>(memory[0].data());
-  auto* stream = reinterpret_cast<ConvolutionStream_ID*>(memory[1].data());
-  EXPECT_EQ(MORVAX_ConvolutionResponseCalcu_API(response, size, &shape, &route, 1), 0);
-  EXPECT_EQ(MORVAX_ConvolutionStreamCalcu_API(stream, stream_size, &shape), 0);
+  Random places(1);
+  Response response(places, shape, {{0, 0, taps}});
+  Stream stream(places, shape);
   std::vector<float> x((2 * shape.taps + 9000) / shape.block * shape.block), y(x.size());
   double power = 0, squares = 0, error = 0;
   for (size_t i = 0; i < x.size(); ++i) {
@@ -76,7 +65,7 @@ double error_of(const Convolution_shape& shape, const std::vector<float>& taps,
   }
   for (const float tap : taps) squares += static_cast<double>(tap) * tap;
   for (size_t i = 0; i < x.size(); i += shape.block)
-    MORVAX_ConvolutionRun_API_float(stream, response, &x[i], &y[i]);
+    MORVAX_ConvolutionRun_API_float(stream.get(), response.get(), &x[i], &y[i]);
   int count = 0;
   for (size_t n = shape.taps; n < x.size(); n += x.size() / 60 + 1, ++count) {
     double exact = 0;
@@ -88,18 +77,30 @@ double error_of(const Convolution_shape& shape, const std::vector<float>& taps,
 
 TEST(ConvolutionFigures, ErrorByTheTapsNorm) {
   Random random(11);
+  const auto noise = [&](int taps) {
+    std::vector<float> h(taps);
+    random.uniform(h.data(), taps, 1.0);
+    return h;
+  };
+  const auto sample = [&](size_t) { return random.sample(); };
+  for (const Convolution_shape shape : {Convolution_shape{1, 1, 1, 700},
+                                        {1, 1, 7, 5000},
+                                        {1, 1, 64, 40000},
+                                        {1, 1, 520, 20000},
+                                        {1, 1, 1056, 96000},
+                                        {1, 1, 4096, 30000}})
+    EXPECT_LT(error_of(shape, noise(shape.taps), sample), 3.2e-7) << shape.block;
   for (const Convolution_shape shape :
        {Convolution_shape{1, 1, 5, 9268}, {1, 1, 16, 19289}, {1, 1, 480, 9000}, {1, 1, 3000, 7}}) {
     const int taps = shape.taps;
-    std::vector<float> noise(taps), decay(taps), high_pass(taps, -1.0f / taps), one(taps);
+    std::vector<float> decay(taps), high_pass(taps, -1.0f / taps), one(taps);
     for (int i = 0; i < taps; ++i) {
-      noise[i] = static_cast<float>(random.real(1.0));
       decay[i] = static_cast<float>(random.real(1.0) * std::exp(-7.0 * i / taps));
     }
     high_pass[taps / 2] += 1.0f;
     one[taps - 1] = 1.0f;
-    for (const auto& h : {noise, decay, high_pass, one}) {
-      EXPECT_LT(error_of(shape, h, [&](size_t) { return random.sample(); }), 3.2e-7);
+    for (const auto& h : {noise(taps), decay, high_pass, one}) {
+      EXPECT_LT(error_of(shape, h, sample), 3.2e-7);
       EXPECT_LT(error_of(shape, h, [](size_t) { return 10000.0; }), 7e-7);
       EXPECT_LT(error_of(shape, h, [](size_t i) { return 10000 * std::sin(0.01 * i); }), 7e-7);
     }

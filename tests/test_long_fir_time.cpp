@@ -1,32 +1,11 @@
-/* Filterlongfir_ID: reset, both set-ups, and every kind but the FFT ones. */
+/* Fades of the time-domain kinds of Filterlongfir_ID. */
 #include <gtest/gtest.h>
 
 #include <memory>
 
-#include "reference.h"
 #include "support.h"
 
 namespace {
-
-TEST(LongFilter, UnknownCombinationsWriteNothing) {
-  Random random(42);
-  auto filter = std::make_unique<Filterlongfir_ID>(), before = std::make_unique<Filterlongfir_ID>();
-  for (int chanel : {0, 1, 2, 3})
-    for (int type = -9; type <= 4; ++type) {
-      const bool known = (chanel == 2 && type >= -7 && type <= 1 && type != -6 && type != -5) ||
-                         (chanel == 1 && type >= -6 && type <= 2 && type != -4 && type != -3);
-      if (known) continue;
-      filter->chanel = chanel;
-      filter->filtertype = type;
-      std::memcpy(before.get(), filter.get(), sizeof *filter);
-      const auto run = [&](bool library, const short* in, short* out) {
-        if (library) MORVAX_FilterlongfirRun_API(filter.get(), in, 6, out);
-      };
-      ASSERT_TRUE(runs_alike(random, 6, 12, run)) << chanel << ' ' << type;
-      ASSERT_EQ(std::memcmp(before.get(), filter.get(), sizeof *filter), 0)
-          << chanel << ' ' << type;
-    }
-}
 
 TEST(LongFilter, WorkedFades) {
   const struct {
@@ -59,38 +38,6 @@ TEST(LongFilter, WorkedFades) {
                     output[2 * i] == (block == 0 ? c.output[i] : static_cast<short>(c.to)))
             << i << ' ' << output[2 * i];
     }
-  }
-}
-
-/* Fields, FIFOs, saved spectra and fade state after a row of FFT set-ups. */
-TEST(LongFilter, FftSetUpAgrees) {
-  Random random(43);
-  auto filter = std::make_unique<Filterlongfir_ID>(),
-       expected = std::make_unique<Filterlongfir_ID>();
-  random.signal(filter->mBufin.membuf, 105600);
-  random.signal(filter->mBufout.membuf, 105600);
-  filter->membufrear = -12345;
-  for (int trial = 0; trial < 60; ++trial) {
-    filter->chanel = random.in(1, 2);
-    filter->filtertype = random.in(-7, 2);
-    const int taps = random.one_of({1, 2, 3, 1024, 1025, 8192, 500, 500, 500});
-    filter->blen = random.one_in(2) ? taps : random.in(1, taps);
-    filter->bRlen = random.one_in(2) ? taps : random.in(1, taps);
-    filter->mBufin.front = random.in(0, 105599);
-    filter->mBufout.rear = random.in(0, 105599);
-    filter->mBufin.id = filter->mBufout.id = 5;
-    for (int call = 0; call < 2; ++call) {
-      random.taps(filter->b, 8192);
-      random.taps(filter->bR, 8192);
-      filter->cmemcall = 0;
-      std::memcpy(expected.get(), filter.get(), sizeof *filter);
-      MORVAX_FilterlongfirCalcu_API_forFFT(filter.get());
-      ref::set_up_fft(expected.get());
-      ASSERT_EQ(std::memcmp(filter.get(), expected.get(), sizeof *filter), 0)
-          << "type " << filter->filtertype << " chanel " << filter->chanel << " blen "
-          << filter->blen << " bRlen " << filter->bRlen;
-    }
-    if (random.one_in(10)) MORVAX_FilterlongfirReset_API(filter.get());
   }
 }
 

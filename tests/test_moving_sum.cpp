@@ -1,7 +1,6 @@
 /* shuzhiFilter_ID. */
 #include <gtest/gtest.h>
 
-#include "reference.h"
 #include "support.h"
 
 namespace {

@@ -1,5 +1,5 @@
-/* The sections objects: the same bits however a stream is cut and laid out, error against long
- * double, memory that ends where it says, samples that are no numbers, fades, and refusals. */
+/* The sections objects: error against long double, rounding, how long they ring, what a stream that
+ * follows another one puts out, and refusals. The walks show the bits. */
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -112,90 +112,6 @@ std::vector<Real> transposed(const Sos& sos, const std::vector<double>& x) {
   return y;
 }
 
-template <class Sample>
-struct Runs;
-template <>
-struct Runs<short> {
-  static constexpr auto run = MORVAX_SectionsRun_API;
-  static constexpr auto planar = MORVAX_SectionsRun_API_planar_short;
-};
-template <>
-struct Runs<float> {
-  static constexpr auto run = MORVAX_SectionsRun_API_float;
-  static constexpr auto planar = MORVAX_SectionsRun_API_planar;
-};
-template <>
-struct Runs<double> {
-  static constexpr auto run = MORVAX_SectionsRun_API_double;
-  static constexpr auto planar = MORVAX_SectionsRun_API_planar_double;
-};
-
-/** One call, interleaved or planar, in place or not, on arrays of the exact length. `call` and
- * `call_planar` get input, frames and output. */
-template <class Sample, class Call, class CallPlanar>
-void one_call(Random& random, int channels, const Sample* x, int frames, Sample* y, Call call,
-              CallPlanar call_planar) {
-  const bool in_place = random.one_in(2);
-  const int count = frames * channels;
-  if (random.one_in(2)) {
-    GuardedArray<Sample> in(random, count), out(random, in_place ? 0 : count);
-    std::copy_n(x, count, in.data());
-    Sample* const to = in_place ? in.data() : out.data();
-    call(in.data(), frames, to);
-    std::copy_n(to, count, y);
-  } else {
-    std::vector<std::unique_ptr<GuardedArray<Sample>>> in, out;
-    std::vector<const Sample*> from;
-    std::vector<Sample*> to;
-    for (int c = 0; c < channels; ++c) {
-      in.push_back(std::make_unique<GuardedArray<Sample>>(random, frames));
-      out.push_back(std::make_unique<GuardedArray<Sample>>(random, in_place ? 0 : frames));
-      for (int i = 0; i < frames; ++i) in[c]->data()[i] = x[i * channels + c];
-      from.push_back(in[c]->data());
-      to.push_back(in_place ? in[c]->data() : out[c]->data());
-    }
-    call_planar(from.data(), frames, to.data());
-    for (int c = 0; c < channels; ++c)
-      for (int i = 0; i < frames; ++i) y[i * channels + c] = to[c][i];
-  }
-}
-
-template <class Sample>
-void expect_equal_cuts(Random& random) {
-  for (int trial = 0; trial < 60; ++trial) {
-    const int channels = random.one_in(4) ? random.in(1, 64) : random.in(1, 3);
-    const int sections = random.one_in(4) ? random.in(0, 40) : random.in(0, 5);
-    const int lists = random.one_in(3) ? channels : 1;
-    Filter filter(random, random_sos(random, sections * lists), sections, lists);
-    const int frames = random.in(1, 1500);
-    std::vector<Sample> x(frames * channels), y(x.size()), z(x.size());
-    random.signal(x.data(), static_cast<int>(x.size()));
-    Stream whole(random, channels, sections), cut(random, channels, sections);
-    Runs<Sample>::run(whole.get(), filter.get(), x.data(), frames, y.data());
-    const int longest = channels <= 3 && random.one_in(3) ? 5 : 400;
-    for (int done = 0; done < frames;) {
-      const int count = std::min(frames - done, random.in(0, longest));
-      const auto run = [&](auto input, int n, auto output) {
-        Runs<Sample>::run(cut.get(), filter.get(), input, n, output);
-      };
-      const auto planar = [&](auto input, int n, auto output) {
-        Runs<Sample>::planar(cut.get(), filter.get(), input, n, output);
-      };
-      one_call(random, channels, &x[done * channels], count, &z[done * channels], run, planar);
-      done += count;
-    }
-    ASSERT_EQ(std::memcmp(y.data(), z.data(), y.size() * sizeof(Sample)), 0) << trial;
-    ASSERT_EQ(std::memcmp(whole.get(), cut.get(), whole.size), 0) << trial;
-  }
-}
-
-TEST(Sections, BitsDoNotDependOnTheCutNorOnTheLayout) {
-  Random random(1);
-  expect_equal_cuts<short>(random);
-  expect_equal_cuts<float>(random);
-  expect_equal_cuts<double>(random);
-}
-
 /** The largest error of a run and of the transposed form in double, as shares of the peak. */
 struct Errors {
   long double run = 0, transposed_form = 0, peak = 0;
@@ -255,29 +171,6 @@ TEST(Sections, Int16IsRoundedToNearestAndLimited) {
   }
 }
 
-TEST(Sections, SamplesThatAreNoNumbersCountAsZero) {
-  Random random(4);
-  const float bad[] = {kNaN, INFINITY, -INFINITY};
-  for (int sections = 0; sections < 3; ++sections) {
-    Filter filter(random, random_sos(random, sections));
-    Stream stream(random, 2, sections), clean(random, 2, sections);
-    std::vector<float> x = noise<float>(random, 2 * 1000), zeros = x, y(x.size()), z(x.size());
-    unsigned long long count = 0;
-    for (size_t i = 0; i < x.size(); ++i)
-      if (random.one_in(20)) {
-        x[i] = bad[count++ % 3];
-        zeros[i] = 0.0f;
-      }
-    MORVAX_SectionsRun_API_float(stream.get(), filter.get(), x.data(), 1000, y.data());
-    MORVAX_SectionsRun_API_float(clean.get(), filter.get(), zeros.data(), 1000, z.data());
-    EXPECT_EQ(y, z);
-    EXPECT_EQ(MORVAX_SectionsBadSamples_API(stream.get()), count);
-    EXPECT_EQ(MORVAX_SectionsBadSamples_API(clean.get()), 0u);
-    MORVAX_SectionsReset_API(stream.get());
-    EXPECT_EQ(MORVAX_SectionsBadSamples_API(stream.get()), 0u);
-  }
-}
-
 /** A design with all its gain in the first section, as SciPy has them: what lies between the
  * sections is far below 1e-30, and is there still. */
 TEST(Sections, GainOfADesignInItsFirstSection) {
@@ -324,62 +217,6 @@ TEST(Sections, SilenceBecomesExactAndAFilterRingsAsLongAsItSays) {
   Filter wire(random, {}), silent(random, {0, 0, 0, 1, -0.5, 0});
   EXPECT_EQ(MORVAX_SectionsRing_API(wire.get(), 1e-6), 1);
   EXPECT_EQ(MORVAX_SectionsRing_API(silent.get(), 1e-6), 0);
-}
-
-/** A fade of three against its definition, cut anywhere. */
-TEST(Sections, FadesMixAlongTheirRamps) {
-  Random random(7);
-  for (int trial = 0; trial < 40; ++trial) {
-    const int channels = random.in(1, 3), frames = random.in(1, 900), count = random.in(1, 3);
-    std::vector<std::unique_ptr<Filter>> filters;
-    std::vector<std::unique_ptr<Stream>> streams, plain;
-    std::vector<Sections_voice> voices;
-    const std::vector<double> x = noise<double>(random, frames * channels);
-    std::vector<double> y(x.size()), wanted(x.size()), v(x.size());
-    for (int k = 0; k < count; ++k) {
-      const int sections = random.in(0, 6);
-      filters.push_back(std::make_unique<Filter>(random, random_sos(random, sections)));
-      streams.push_back(std::make_unique<Stream>(random, channels, sections));
-      plain.push_back(std::make_unique<Stream>(random, channels, sections));
-      const int lead = random.in(0, 9);  // streams need not be at the same frame
-      for (auto* s : {streams[k].get(), plain[k].get()})
-        MORVAX_SectionsRun_API_double(s->get(), filters[k]->get(), v.data(), std::min(frames, lead),
-                                      v.data());
-      std::fill(v.begin(), v.end(), 0.0);
-      voices.push_back({streams[k]->get(), filters[k]->get(), random.in(1, 600), 0});
-      voices[k].done = random.one_in(2) ? 0 : random.in(0, 700);
-    }
-    for (int k = 0; k < count; ++k) {
-      MORVAX_SectionsRun_API_double(plain[k]->get(), filters[k]->get(), x.data(), frames, v.data());
-      for (int i = 0; i < frames; ++i)
-        for (int c = 0; c < channels; ++c) {
-          const int at = voices[k].done + i, last = voices[k].ramp - 1, j = i * channels + c;
-          if (k == 0 || at >= last)
-            wanted[j] = v[j];
-          else
-            wanted[j] += static_cast<double>(at) / last * (v[j] - wanted[j]);
-        }
-    }
-    const std::vector<Sections_voice> before = voices;
-    for (int done = 0; done < frames;) {
-      const int n = std::min(frames - done, random.in(0, 300));
-      const auto fade = [&](auto input, int m, auto output) {
-        MORVAX_SectionsFade_API_double(voices.data(), count, input, m, output);
-      };
-      const auto planar = [&](auto input, int m, auto output) {
-        MORVAX_SectionsFade_API_planar_double(voices.data(), count, input, m, output);
-      };
-      one_call(random, channels, &x[done * channels], n, &y[done * channels], fade, planar);
-      done += n;
-    }
-    ASSERT_EQ(std::memcmp(y.data(), wanted.data(), y.size() * sizeof(double)), 0) << trial;
-    for (int k = 0; k < count; ++k) {
-      EXPECT_EQ(std::memcmp(streams[k]->get(), plain[k]->get(), plain[k]->size), 0);
-      if (k > 0) {
-        EXPECT_EQ(voices[k].done, std::min(before[k].ramp, before[k].done + frames));
-      }
-    }
-  }
 }
 
 /** A change in a peak from one gain to another while a sine runs, over a ramp in blocks of 64.
@@ -464,21 +301,6 @@ TEST(Sections, FollowingAnEqualFilterChangesNoBit) {
   }
 }
 
-/** Poles that move at a quarter of the rate: what follows is the next filter once the past has
- * gone.
- */
-TEST(Sections, FollowingEndsInTheNextFilter) {
-  Random random(11);
-  Filter before(random, {1, 0, 0, 1, 0, 0.5}), after(random, {1, 0, 0, 1, 0, 0.1});
-  Stream old_stream(random, 1, 1), stream(random, 1, 1), steady(random, 1, 1);
-  const std::vector<double> x = noise<double>(random, 3000), z = run(steady, after, x);
-  std::vector<double> y(x.size());
-  MORVAX_SectionsRun_API_double(old_stream.get(), before.get(), x.data(), 1001, y.data());
-  MORVAX_SectionsFollow_API(stream.get(), after.get(), old_stream.get(), before.get());
-  MORVAX_SectionsRun_API_double(stream.get(), after.get(), &x[1001], 1999, &y[1001]);
-  for (size_t i = 2000; i < x.size(); ++i) ASSERT_NEAR(y[i], z[i], 1e-9) << i;
-}
-
 /** Butterworth low-passes of order 8 with the whole gain in their first section, and sections with
  * gains that only all together are 1: what lies between the sections is very loud or very faint. */
 TEST(Sections, FollowingDoesNotBurstWhereGainsLieInOneSection) {
@@ -518,21 +340,6 @@ TEST(Sections, FollowingDoesNotBurstWhereGainsLieInOneSection) {
     const double peak = std::fabs(*std::max_element(z.begin(), z.end(), louder));
     for (size_t i = 24001; i < x.size(); ++i)
       ASSERT_LT(std::fabs(y[i]), 1.5 * peak) << &change - changes << ' ' << i;
-  }
-}
-
-/** States that overflowed are silence again, whichever of a section's two was the first. */
-TEST(Sections, RecoverFromOverflow) {
-  Random random(12);
-  for (int trial = 0; trial < 200; ++trial) {
-    Filter filter(random, random_sos(random, 2));
-    Stream stream(random, 1, 2);
-    std::vector<double> x(600);
-    for (int i = 0; i < 4; ++i)
-      x[i] = (random.one_in(2) ? 1.0 : -1.0) * std::pow(10.0, 307.5 + random.real(0.7));
-    run(stream, filter, x);
-    for (const double sample : run(stream, filter, std::vector<double>(600, 1.0)))
-      ASSERT_TRUE(std::isfinite(sample)) << trial;
   }
 }
 

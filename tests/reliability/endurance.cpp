@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <deque>
 
+#include "../convolution_support.h"
 #include "../fft_model.h"
-#include "Convolution_control.h"
 
 namespace {
 
@@ -51,25 +51,14 @@ TEST_P(LongConvolution, AnySampleIsExact) {
   const Convolution_shape shape = GetParam();
   Random random(60);
   std::vector<float> taps[2] = {std::vector<float>(shape.taps), std::vector<float>(shape.taps / 2)};
-  std::vector<std::vector<float>> responses;
+  std::vector<std::unique_ptr<Response>> responses;
   for (auto& b : taps) {
     for (size_t j = 0; j < b.size(); ++j)
       b[j] = static_cast<float>(random.real(std::exp(-4.0 * j / b.size())));
-    const Convolution_route route = {0, 0, b.data(), static_cast<int>(b.size())};
-    const size_t size = MORVAX_ConvolutionResponseSize_API(&shape, &route, 1);
-    responses.emplace_back(size / sizeof(float));
-    ASSERT_EQ(MORVAX_ConvolutionResponseCalcu_API(
-                  reinterpret_cast<ConvolutionResponse_ID*>(responses.back().data()), size, &shape,
-                  &route, 1),
-              0);
+    responses.push_back(std::make_unique<Response>(random, shape, Routes{{0, 0, b}}));
   }
-  const auto response = [&](int i) {
-    return reinterpret_cast<const ConvolutionResponse_ID*>(responses[i].data());
-  };
-  const size_t size = MORVAX_ConvolutionStreamSize_API(&shape);
-  std::vector<float> memory(size / sizeof(float)), block(shape.block);
-  auto* const stream = reinterpret_cast<ConvolutionStream_ID*>(memory.data());
-  ASSERT_EQ(MORVAX_ConvolutionStreamCalcu_API(stream, size, &shape), 0);
+  Stream stream(random, shape);
+  std::vector<float> block(shape.block);
   std::deque<float> past(shape.taps + shape.block, 0.0f);
   int playing = 0;
   long checked = 0, fades = 0, frames = 0;
@@ -80,12 +69,13 @@ TEST_P(LongConvolution, AnySampleIsExact) {
     past.erase(past.begin(), past.begin() + shape.block);
     const bool fade = random.one_in(50);
     if (fade) {
-      MORVAX_ConvolutionFade_API_float(stream, response(playing), response(1 - playing),
-                                       block.data(), block.data());
+      MORVAX_ConvolutionFade_API_float(stream.get(), responses[playing]->get(),
+                                       responses[1 - playing]->get(), block.data(), block.data());
       playing = 1 - playing;
       ++fades;
     } else {
-      MORVAX_ConvolutionRun_API_float(stream, response(playing), block.data(), block.data());
+      MORVAX_ConvolutionRun_API_float(stream.get(), responses[playing]->get(), block.data(),
+                                      block.data());
     }
     if (!fade && !random.one_in(100)) continue;
     const int frame = random.in(0, shape.block - 1);

@@ -55,7 +55,8 @@ void walk_convolution(Random& random) {
   const size_t stream_size = MORVAX_ConvolutionStreamSize_API(&shape);
   const bool valid = stream_size > 0;
   Memory stream(random, stream_size), twin(random, stream_size), plain(random, stream_size);
-  for (Memory* m : {&stream, &twin, &plain})
+  Memory fresh(random, stream_size);
+  for (Memory* m : {&stream, &twin, &plain, &fresh})
     require((MORVAX_ConvolutionStreamCalcu_API(m->as<ConvolutionStream_ID>(), stream_size,
                                                &shape) == 0) == valid,
             "a shape without a size is refused");
@@ -85,17 +86,19 @@ void walk_convolution(Random& random) {
   int needed = -1;  // calls until the fade is prepared, once that has begun
   for (int call = 0; call < 200 && !random.ended(); ++call) {
     const int action = random.in(0, 15);
-    if (action == 0) {
+    if (random.one_in(60)) {
       for (Memory* m : {&stream, &twin, &plain})
         MORVAX_ConvolutionReset_API(m->as<ConvolutionStream_ID>());
+      require(same(stream.get(), fresh.get(), stream_size / sizeof(float)), "a reset is a set-up");
       needed = -1;
     }
     if (action == 1) stream.move();
     if (action == 2) (next && random.one_in(2) ? next : response)->move();
-    if (action == 3 || action == 4) {
+    // A fade that is being prepared mostly waits for that.
+    const bool fades = next && random.one_in(needed > 0 ? 40 : needed == 0 ? 2 : 5);
+    if (!fades && random.one_in(next ? 40 : 8)) {
       if (auto made = set_up()) next = std::move(made), needed = -1;
     }
-    const bool fades = next && (action >= 14 || (needed == 0 && action >= 8));
     std::unique_ptr<Memory> previous;
     if (fades) {
       previous = std::move(response);
@@ -131,7 +134,7 @@ void walk_convolution(Random& random) {
     else
       run(short{}, MORVAX_ConvolutionRun_API, MORVAX_ConvolutionFade_API);
     if (!next) continue;
-    if (random.one_in(16)) {  // a gap
+    if (random.one_in(needed == 0 ? 4 : 20)) {  // a gap
       needed = -1;
       continue;
     }
@@ -141,6 +144,7 @@ void walk_convolution(Random& random) {
     };
     const int before = needed;
     needed = prepare(stream);
+    require(random.one_in(4) || prepare(stream) == needed, "a second call is none");
     const JURN_Clone best = JURN_clone_hook;
     JURN_clone_hook = JURN_CLONE_BASELINE;
     require(prepare(twin) == needed, "both need as many calls");

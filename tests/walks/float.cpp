@@ -22,6 +22,7 @@ void walk_float(Random& random) {
       configure,
       [&](Twins<Filterf_ID>& twins) {
         const Filterf_ID* const r = twins[true];
+        MORVAX_FilterfRun_API_shortin(twins[true], nullptr, -random.in(1, 5), nullptr);
         const int len = random.count(0, 2513 - std::max(r->blen, r->filtertype ? 1 : r->alen));
         if (len <= 1056 && random.one_in(2)) {
           Twin<short> input(random, len, [&](short* x, int count) { random.signal(x, count); });

@@ -37,6 +37,8 @@ void walk_long_time(Random& random) {
       r->cmemfftN = r->membufrear = 77;
     }
     random.one_in(2) ? configure(random, r, taps) : configure_two_filters(random, r, taps);
+    if (random.one_in(20)) r->chanel = random.one_of({0, 3, 3 - r->chanel});
+    if (random.one_in(20)) r->filtertype = random.one_of({-9, -8, 3, 4});
   };
   walk<Filterlongfir_ID>(
       random, 24, [&](Twins<Filterlongfir_ID>& twins) { twins.both(configured); },

@@ -38,6 +38,7 @@ std::unique_ptr<Memory> prepare(Random& random, int sections, int lists) {
 
 struct Voice {
   std::unique_ptr<Memory> filter, stream, twin;
+  unsigned long long bad = 0;
 };
 
 template <class Sample>
@@ -55,10 +56,14 @@ void call(Random& random, std::vector<Voice>& voices, std::vector<Sections_voice
   const int count = static_cast<int>(voices.size()), values = frames * channels;
   Twin<Sample> block(random, values);
   block.fill([&](Sample* x, int n) {
+    const bool wild = random.one_in(8);
     if constexpr (std::is_same<Sample, float>::value)
-      random.floats(x, n, random.one_in(8));
+      random.floats(x, n, wild);
     else
       random.signal(x, n);
+    if constexpr (std::is_same<Sample, double>::value)  // some overflow what they pass
+      for (int i = 0; wild && i < n; ++i)
+        if (random.one_in(4)) x[i] = random.any_bits<double>() * 5e269;
   });
   std::vector<double> x(frames), v(frames), y(frames);
   unsigned long long bad = 0;
@@ -80,33 +85,45 @@ void call(Random& random, std::vector<Voice>& voices, std::vector<Sections_voice
     }
     for (int i = 0; i < frames; ++i) wanted[i * channels + c] = converted<Sample>(y[i]);
   }
-  for (Voice& voice : voices) ref::advance(voice.twin->stream(), frames, bad);
+  std::vector<int> wanted_done;
   for (int k = 0; k < count; ++k) {
+    ref::advance(voices[k].twin->stream(), frames, bad);
+    voices[k].bad += bad;
     list[k].stream = voices[k].stream->stream();
     list[k].filter = voices[k].filter->filter();
+    wanted_done.push_back(k == 0 ? list[k].done : std::min(list[k].ramp, list[k].done + frames));
   }
-  if (random.one_in(2)) {
-    Sample* const at = block[true];
+  const bool in_place = random.one_in(2);
+  const auto filter = [&](auto in, auto out, auto run_one, auto run_fade) {
     if (count == 1)
-      run(list[0].stream, list[0].filter, at, frames, at);
+      run_one(list[0].stream, list[0].filter, in, frames, out);
     else
-      fade(list.data(), count, at, frames, at);
-    require(same(at, wanted.data(), values), "the outputs are equal");
-    return;
+      run_fade(list.data(), count, in, frames, out);
+  };
+  if (random.one_in(2)) {
+    GuardedArray<Sample> other(random, in_place ? 0 : values);
+    Sample* const out = in_place ? block[true] : other.data();
+    filter(block[true], out, run, fade);
+    require(same(out, wanted.data(), values), "the outputs are equal");
+    require(in_place || block.agrees(), "the input is not written");
+  } else {
+    std::vector<std::unique_ptr<GuardedArray<Sample>>> planes;
+    std::vector<Sample*> in, out;
+    for (int c = 0; c < channels; ++c) {
+      for (std::vector<Sample*>* list_of : {&in, &out}) {
+        planes.push_back(std::make_unique<GuardedArray<Sample>>(random, frames));
+        list_of->push_back(planes.back()->data());
+      }
+      for (int i = 0; i < frames; ++i) in[c][i] = block[true][i * channels + c];
+    }
+    if (in_place) out = in;
+    filter(in.data(), out.data(), run_planar, fade_planar);
+    for (int c = 0; c < channels; ++c)
+      for (int i = 0; i < frames; ++i)
+        require(same(&out[c][i], &wanted[i * channels + c], 1), "the planar outputs are equal");
   }
-  std::vector<std::vector<Sample>> planes(channels, std::vector<Sample>(frames));
-  std::vector<Sample*> at;
-  for (int c = 0; c < channels; ++c) {
-    for (int i = 0; i < frames; ++i) planes[c][i] = block[true][i * channels + c];
-    at.push_back(planes[c].data());
-  }
-  if (count == 1)
-    run_planar(list[0].stream, list[0].filter, at.data(), frames, at.data());
-  else
-    fade_planar(list.data(), count, at.data(), frames, at.data());
-  for (int c = 0; c < channels; ++c)
-    for (int i = 0; i < frames; ++i)
-      require(same(&planes[c][i], &wanted[i * channels + c], 1), "the planar outputs are equal");
+  for (int k = 0; k < count; ++k)
+    require(list[k].done == wanted_done[k], "a ramp goes on by the frames of the call");
 }
 
 }  // namespace
@@ -133,7 +150,7 @@ void walk_sections(Random& random) {
     if (voices.empty() || (action == 0 && voices.size() < 3)) {
       Voice voice = {new_filter(), new_stream(), new_stream()};
       if (!voice.filter) continue;
-      if (!voices.empty()) {
+      if (!voices.empty() && random.one_in(2)) {
         Voice& before = voices.back();
         for (const bool library : {false, true})
           MORVAX_SectionsFollow_API(
@@ -141,12 +158,17 @@ void walk_sections(Random& random) {
               (library ? before.stream : before.twin)->stream(), before.filter->filter());
       }
       voices.push_back(std::move(voice));
-      list.push_back({nullptr, nullptr, random.one_in(8) ? 1 : random.in(1, 2000), 0});
+      list.push_back({nullptr, nullptr, random.one_in(8) ? 1 : random.in(1, 2000),
+                      random.one_in(2) ? 0 : random.in(0, 700)});
     }
     if (action == 1)
-      for (Voice& voice : voices)
+      for (Voice& voice : voices) {
         for (Memory* memory : {voice.stream.get(), voice.twin.get()})
           MORVAX_SectionsReset_API(memory->stream());
+        require(same(voice.stream->get(), new_stream()->get(), size / sizeof(double)),
+                "a reset is a set-up");
+        voice.bad = 0;
+      }
     if (action == 2) voices[0].stream->move();
     if (action == 3) voices.back().filter->move();
     if (voices.size() > 1 && (list[1].done == list[1].ramp || action == 4)) {
@@ -169,8 +191,11 @@ void walk_sections(Random& random) {
                      MORVAX_SectionsRun_API_planar_double, MORVAX_SectionsFade_API_double,
                      MORVAX_SectionsFade_API_planar_double);
     }
-    for (Voice& voice : voices)
+    for (Voice& voice : voices) {
       require(same(voice.stream->get(), voice.twin->get(), size / sizeof(double)),
               "the streams are equal");
+      require(MORVAX_SectionsBadSamples_API(voice.stream->stream()) == voice.bad,
+              "samples that are no numbers are counted");
+    }
   }
 }
