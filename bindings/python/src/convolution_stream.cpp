@@ -77,9 +77,9 @@ void pass(StateBytes* state, Routes* routes) {
 
 Routes read_routes(const py::sequence& list) {
   Routes routes;
-  for (const py::handle item : list) {
-    const auto entry = py::reinterpret_borrow<py::object>(item);
-    if (!py::isinstance<py::sequence>(item) || py::len(entry) != 3)
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const py::object entry = list[i];  // held: an array makes a new one each time
+    if (!py::isinstance<py::sequence>(entry) || py::len(entry) != 3)
       throw py::type_error("routes: takes tuples (input, output, taps)");
     const py::sequence route = entry;
     Route r;
