@@ -5,6 +5,7 @@ import { createRequire } from 'node:module';
 import { extname, join, normalize } from 'node:path';
 import { after, before } from 'node:test';
 import { fileURLToPath } from 'node:url';
+import { wav } from '../../build/web/files.js';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
 const require = createRequire(join(root, 'bindings/web/package.json'));
@@ -111,4 +112,51 @@ export async function linkOf(page) {
   await page.waitForFunction(() => document.getElementById('share').textContent === 'Copied' ||
     /The link is in the address bar/.test(document.getElementById('message').textContent));
   return new URL(page.url()).hash;
+}
+
+/** What a click on a button saves, into a folder if one is told. */
+export async function saved(page, button, folder) {
+  const [download] = await Promise.all([page.waitForEvent('download'), page.click(button)]);
+  const name = download.suggestedFilename();
+  if (folder) await download.saveAs(join(folder, name));
+  return { name, bytes: readFileSync(await download.path()) };
+}
+
+/** Records on the audio thread what goes to the loudspeakers, in `recorded`. */
+function recordOutput(page) {
+  return page.addInitScript(() => {
+    const code = `registerProcessor('recorder', class extends AudioWorkletProcessor {
+      process([input]) { if (input[0]) this.port.postMessage(input[0].slice()); return true; } });`;
+    const connect = AudioNode.prototype.connect;
+    window.recorded = [];
+    AudioNode.prototype.connect = function (to, ...rest) {
+      if (to instanceof AudioDestinationNode && to.context instanceof AudioContext)
+        void to.context.audioWorklet.addModule(URL.createObjectURL(new Blob([code], { type: 'text/javascript' })))
+          .then(() => {
+            const recorder = new AudioWorkletNode(to.context, 'recorder', { numberOfOutputs: 0 });
+            recorder.port.onmessage = ({ data }) => window.recorded.push(...data);
+            connect.call(this, recorder);
+          });
+      return connect.call(this, to, ...rest);
+    };
+  });
+}
+
+/** A page that plays a tone of both channels and records what it gives. */
+export async function playTone(frequency, level, prepare) {
+  // The policy of the page lets no such recorder in.
+  const context = await browser.newContext({ viewport: { width: 1300, height: 900 }, bypassCSP: true });
+  const page = await context.newPage();
+  const errors = [];
+  page.on('console', (message) => errors.push(message.text()));
+  await recordOutput(page);
+  await page.goto(server.url);
+  await page.waitForFunction(() => document.getElementById('engine').textContent !== '');
+  await page.click('#flat');
+  const channel = tone(frequency, level, 2);
+  await page.setInputFiles('#recording', upload('tone.wav', wav([channel, channel], 48000, true)));
+  await prepare?.(page);
+  await page.click('#play');
+  await page.waitForFunction(() => window.recorded.length > 24000);
+  return { page, errors, close: () => context.close() };
 }

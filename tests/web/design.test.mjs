@@ -7,7 +7,7 @@ import { join } from 'node:path';
 import { after, test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 import { loadDesigner } from '../../bindings/web/dist/design.node.js';
-import { browser, linkOf, open, says, serveAndLaunch, server, upload } from './browser.mjs';
+import { browser, linkOf, open, saved, says, serveAndLaunch, server, upload } from './browser.mjs';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
 const tool = process.env.JURN_FILTER ?? join(root, 'build/release/tools/jurn-filter/jurn-filter');
@@ -16,17 +16,14 @@ const designer = await loadDesigner();
 serveAndLaunch();
 after(() => rmSync(folder, { recursive: true }));
 
-async function saved(page, button) {
-  const [download] = await Promise.all([page.waitForEvent('download'), page.click(button)]);
-  await download.saveAs(join(folder, download.suggestedFilename()));
-  return join(folder, download.suggestedFilename());
-}
+/** The path of what a button saves. */
+const file = async (page, button) => join(folder, (await saved(page, button, folder)).name);
 
 /** The difference of a .npy file from what SciPy says. */
-const difference = (file, expression) => Number(execFileSync('/usr/bin/python3', ['-c', `import sys
+const difference = (path, expression) => Number(execFileSync('/usr/bin/python3', ['-c', `import sys
 import numpy as np
 from scipy import signal
-print(np.abs(np.load(sys.argv[1]) - ${expression}).max())`, file]));
+print(np.abs(np.load(sys.argv[1]) - ${expression}).max())`, path]));
 
 // What CMSIS-DSP's manual says of its functions, as far as the exported file uses them.
 const ARM_MATH = `#include <stdint.h>
@@ -66,10 +63,10 @@ static void arm_fir_f32(const arm_fir_instance_f32* f, const float* in, float* o
 const LENGTH = 256;
 
 /** The impulse response of an exported C file. */
-function runC(file, name, call, type) {
+function runC(path, name, call, type) {
   writeFileSync(join(folder, 'arm_math.h'), ARM_MATH);
   const init = call === 'arm_fir_f32' ? `${name}_init(&f, state, ${LENGTH})` : `${name}_init(&f, state)`;
-  const source = `#include <stdio.h>\n#include "${file}"\nint main(void) { static float state[4096], x[${LENGTH}] = {1}, y[${LENGTH}]; ${type} f;
+  const source = `#include <stdio.h>\n#include "${path}"\nint main(void) { static float state[4096], x[${LENGTH}] = {1}, y[${LENGTH}]; ${type} f;
     ${init}; ${call}(&f, x, y, ${LENGTH}); for (int i = 0; i < ${LENGTH}; ++i) printf("%.9g\\n", y[i]); return 0; }`;
   execFileSync('cc', ['-x', 'c', '-std=c99', '-Wall', '-Werror', '-Wno-unused-function', '-I', folder, '-o', join(folder, 'run'), '-'], { input: source });
   return execFileSync(join(folder, 'run')).toString().trim().split('\n').map(Number);
@@ -108,16 +105,16 @@ test('designs of the tab are SciPy\'s, and run elsewhere as they run here', asyn
   await says(page, 'command', 'elliptic.txt');
   // The settled change has the last number that was typed.
   await page.waitForFunction((before) => location.hash !== before, '');
-  const npy = await saved(page, '#save-npy');
+  const npy = await file(page, '#save-npy');
   assert.ok(difference(npy, "signal.ellip(3, 0.5, 55, [700, 5000], 'bandpass', output='sos', fs=48000)") < 1e-9);
   const design = designer.parse('elliptic.npy', readFileSync(npy), { rate: 48000 });
   const { impulse, step } = designer.timeResponses(design);
   assert.ok(Math.abs(step.at(-1)) < 0.01 && Math.abs(step[5] - impulse.slice(0, 6).reduce((a, b) => a + b)) < 1e-12);
-  assertClose(runC(await saved(page, '#save-cmsis'), 'elliptic', 'arm_biquad_cascade_df2T_f32', 'arm_biquad_cascade_df2T_instance_f32'),
+  assertClose(runC(await file(page, '#save-cmsis'), 'elliptic', 'arm_biquad_cascade_df2T_f32', 'arm_biquad_cascade_df2T_instance_f32'),
               impulse, 'CMSIS-DSP');
-  assertClose(await runWebAudio(page, readFileSync(await saved(page, '#save-web-audio'), 'utf8'), 'elliptic'), impulse, 'Web Audio');
+  assertClose(await runWebAudio(page, readFileSync(await file(page, '#save-web-audio'), 'utf8'), 'elliptic'), impulse, 'Web Audio');
   // Lines of an equaliser are read back as the same numbers, by the tool as well.
-  const lines = await saved(page, '#save-lines');
+  const lines = await file(page, '#save-lines');
   assert.match(readFileSync(lines, 'utf8'), /^Filter: ON IIR Order 2 Coefficients/m);
   const read = designer.parse('lines.txt', readFileSync(lines), { rate: 48000 });
   assert.deepEqual([read.b, read.a], [design.b, design.a]);
@@ -131,11 +128,11 @@ test('designs of the tab are SciPy\'s, and run elsewhere as they run here', asyn
   await page.fill('#design-taps', '65');
   await says(page, 'design-summary', '65 taps, late by 32 frames, 0.67 ms');
   await page.waitForFunction(() => document.getElementById('save-lines').disabled);
-  const fir = await saved(page, '#save-npy');
+  const fir = await file(page, '#save-npy');
   assert.ok(difference(fir, "signal.remez(65, [0, 250, 1150, 24000], [0, 1], fs=48000)") < 1e-9);
   const taps = designer.parse('fir.npy', readFileSync(fir), { rate: 48000 }).b;
-  assertClose(runC(await saved(page, '#save-cmsis'), 'equiripple', 'arm_fir_f32', 'arm_fir_instance_f32'), taps, 'CMSIS-DSP');
-  assertClose(await runWebAudio(page, readFileSync(await saved(page, '#save-web-audio'), 'utf8'), 'equiripple'), taps, 'Web Audio');
+  assertClose(runC(await file(page, '#save-cmsis'), 'equiripple', 'arm_fir_f32', 'arm_fir_instance_f32'), taps, 'CMSIS-DSP');
+  assertClose(await runWebAudio(page, readFileSync(await file(page, '#save-web-audio'), 'utf8'), 'equiripple'), taps, 'Web Audio');
   const linked = await open(browser, `${server.url}/${await linkOf(page)}`);
   await says(linked.page, 'design-summary', '65 taps');
   await linked.page.waitForFunction(() => document.getElementById('design-transition')?.value === '900');
@@ -159,7 +156,7 @@ function measured() {
 test('an equaliser is fitted to a measurement, and is the tool\'s', async () => {
   const { page, errors, close } = await open(browser, server.url, { acceptDownloads: true });
   const fit = (...options) => execFileSync(tool, ['fit', 'speaker.txt', 'bands.txt', '--overwrite', ...options], { cwd: folder }).toString();
-  const same = async () => assert.equal(readFileSync(await saved(page, '#save-lines'), 'utf8'), readFileSync(join(folder, 'bands.txt'), 'utf8'));
+  const same = async () => assert.equal(readFileSync(await file(page, '#save-lines'), 'utf8'), readFileSync(join(folder, 'bands.txt'), 'utf8'));
   writeFileSync(join(folder, 'speaker.txt'), measured());
   writeFileSync(join(folder, 'wanted.csv'), 'frequency,raw\n20,4\n100,3\n1000,0\n20000,-6\n');
   await page.click('[data-kind=design]');

@@ -8,7 +8,7 @@ import { dirname, join, resolve } from 'node:path';
 import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 import { wav } from '../../build/web/files.js';
-import { browser, open, says, serveAndLaunch, server, upload } from './browser.mjs';
+import { browser, open, saved, says, serveAndLaunch, server, upload } from './browser.mjs';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
 const tool = resolve(root, process.env.JURN_FILTER ?? 'build/release/tools/jurn-filter/jurn-filter');
@@ -37,12 +37,6 @@ function samplesOf(bytes) {
   }
 }
 
-async function saved(page, button, folder) {
-  const [download] = await Promise.all([page.waitForEvent('download'), page.click(button)]);
-  await download.saveAs(join(folder, download.suggestedFilename()));
-  return readFileSync(join(folder, download.suggestedFilename()));
-}
-
 /** Waits until what was chosen runs, then does literally what the page says. */
 async function takeHome(page, name) {
   const folder = mkdtempSync(join(tmpdir(), 'jurn home '));
@@ -51,7 +45,7 @@ async function takeHome(page, name) {
     await page.waitForFunction(() => !document.getElementById('save-wav').disabled);
     const command = await page.textContent('#command');
     for (const button of ['#save-recording', '#save-coefficients']) await saved(page, button, folder);
-    const wanted = samplesOf(await saved(page, '#save-wav', folder));
+    const wanted = samplesOf((await saved(page, '#save-wav', folder)).bytes);
     await page.waitForFunction(() => /[0-9a-f]{8}/.test(document.getElementById('stamp').textContent));
     const [stamp] = /[0-9a-f]{8}/.exec(await page.textContent('#stamp'));
     const said = execFileSync('/bin/sh', ['-c', command], {

@@ -5,41 +5,15 @@ import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
 import { fileURLToPath, pathToFileURL } from 'node:url';
-import { native } from '../../bindings/web/tests/native.mjs';
 import { wav } from '../../build/web/files.js';
-import { browser, drop, linkOf, open, says, serveAndLaunch, server, sounds, tone, upload } from './browser.mjs';
+import { browser, drop, linkOf, open, playTone, saved, says, serveAndLaunch, server, sounds, tone, upload } from './browser.mjs';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
 serveAndLaunch('--use-fake-device-for-media-stream', '--deny-permission-prompts');
 
 const open_ = (options, hash = '') => open(browser, `${server.url}/${hash}`, options);
 
-/** Records on the audio thread what goes to the loudspeakers. */
-function recordOutput(page) {
-  return page.addInitScript(() => {
-    const code = `registerProcessor('recorder', class extends AudioWorkletProcessor {
-      process([input]) { if (input[0]) this.port.postMessage(input[0].slice()); return true; } });`;
-    const connect = AudioNode.prototype.connect;
-    window.recorded = [];
-    AudioNode.prototype.connect = function (to, ...rest) {
-      if (to instanceof AudioDestinationNode && to.context instanceof AudioContext)
-        void to.context.audioWorklet.addModule(URL.createObjectURL(new Blob([code], { type: 'text/javascript' })))
-          .then(() => {
-            const recorder = new AudioWorkletNode(to.context, 'recorder', { numberOfOutputs: 0 });
-            recorder.port.onmessage = ({ data }) => window.recorded.push(...data);
-            connect.call(this, recorder);
-          });
-      return connect.call(this, to, ...rest);
-    };
-  });
-}
-
 const recording = (channels) => upload('tone.wav', wav(channels, 48000, true));
-
-async function saved(page, button) {
-  const [download] = await Promise.all([page.waitForEvent('download'), page.click(button)]);
-  return { name: download.suggestedFilename(), bytes: readFileSync(await download.path()) };
-}
 
 const responseAt = (page, x) => page.evaluate((at) => {
   const view = document.getElementById('view');
@@ -56,23 +30,6 @@ w = np.sin(np.arange(64)) / 3
 f = io.BytesIO()
 ${statements}
 sys.stdout.buffer.write(f.getvalue())`]));
-
-/** A page that plays a tone of both channels and records what it gives. */
-async function playTone(frequency, level) {
-  // The policy of the page lets no such recorder in.
-  const context = await browser.newContext({ viewport: { width: 1300, height: 900 }, bypassCSP: true });
-  const page = await context.newPage();
-  const errors = [];
-  page.on('console', (message) => errors.push(message.text()));
-  await recordOutput(page);
-  await page.goto(server.url);
-  await page.waitForFunction(() => document.getElementById('engine').textContent !== '');
-  await page.click('#flat');
-  await page.setInputFiles('#recording', recording([tone(frequency, level, 2), tone(frequency, level, 2)]));
-  await page.click('#play');
-  await page.waitForFunction(() => window.recorded.length > 24000);
-  return { page, errors, close: () => context.close() };
-}
 
 /** Of the recorded output, the highest magnitude in a range and the largest step of all. */
 const measured = (page, from, to) => page.evaluate(([begin, end]) => {
@@ -353,19 +310,14 @@ test('keys: bands, tabs, play, original and filtered; a link brings all back', a
   await Promise.all([close(), again.close(), damaged.close()]);
 });
 
-test('what is taken home: coefficients, C code that compiles, the recording with the native bits', async () => {
+test('what is taken home: coefficients and C code that compiles', async () => {
   const { page, errors, close } = await open_({ acceptDownloads: true });
-  const input = [tone(300, 0.9, 0.2), tone(500, 0.4, 0.2)];
-  await page.setInputFiles('#recording', recording(input));
   await page.selectOption('#precision', 'int16');
   await says(page, 'notices', 'LSB');
   const coefficients = await saved(page, '#save-coefficients');
   assert.equal(coefficients.name, 'equaliser.txt');
   // Behind a comment that says what they were prepared for.
-  const [mark, ...lines] = coefficients.bytes.toString().trim().split('\n');
-  assert.match(mark, /^# .*int16/);
-  const rows = lines.map((line) => line.trim().split(/\s+/).map(Number));
-  assert.ok(rows.length >= 4 && rows.every((row) => row.length === 6 && row[3] === 1));
+  assert.match(coefficients.bytes.toString(), /^# .*int16\n/);
   // A file that says what it was prepared for runs as it is, saved again and by its link.
   const asIs = '# prepared: sections, int16\n1024 0 0 1 -0.5 0.25\n0.0009765625 0 0 1 0.5 0.25\n';
   const numbers = (text) => text.split('\n').slice(1).join().match(/[-\d.e]+/g).map(Number);
@@ -385,20 +337,6 @@ test('what is taken home: coefficients, C code that compiles, the recording with
   execFileSync('cc', ['-std=c99', '-Wall', '-Werror', '-fsyntax-only', '-x', 'c', '-',
                       ...['common', 'Delay/Delay_LIB', 'filter/Filter_LIB'].map((f) => `-I${root}modules/libJURN/${f}`)],
                { input: code.bytes });
-  const { bytes } = await saved(page, '#save-wav');
-  const samples = new Int16Array(new Uint8Array(bytes.subarray(44)).buffer);
-  const filter = {
-    kind: 'sections', precision: 'int16',
-    b: rows.flatMap((row) => row.slice(0, 3)), a: rows.flatMap((row) => row.slice(3)),
-  };
-  const whole = Math.ceil(input[0].length / 128) * 128;
-  const expected = native(filter, input.map((x) => {
-    const padded = new Float32Array(whole);
-    padded.set(Float32Array.from(x, (v) => Math.round(v * 32768) / 32768));
-    return padded;
-  }));
-  assert.equal(samples.length, 2 * input[0].length);
-  samples.forEach((sample, i) => assert.equal(sample, expected[i % 2][i >> 1] * 32768));
   assert.deepEqual(errors, []);
   await close();
 });

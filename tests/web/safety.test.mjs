@@ -1,63 +1,33 @@
 // What protects ears and patience: the limiter, the click before what is loud, blind tests, files
 // that do not fit, long recordings, links and undo.
 import assert from 'node:assert/strict';
-import { readFileSync } from 'node:fs';
 import { test } from 'node:test';
 import { fromHash, initial, toHash } from '../../build/web/setting.js';
 import { byChance, perCent } from '../../build/web/chance.js';
-import { wav } from '../../build/web/files.js';
-import { browser, open, says, serveAndLaunch, server, tone, upload } from './browser.mjs';
+import { browser, open, playTone, saved, says, serveAndLaunch, server, upload } from './browser.mjs';
 
 serveAndLaunch();
 
 const open_ = (hash = '', options = { viewport: { width: 1300, height: 900 } }) => open(browser, `${server.url}/${hash}`, options);
 
-/** The peaks of what goes to the loudspeakers, from now on. */
-const listen = (page) => page.addInitScript(() => {
-  const connect = AudioNode.prototype.connect;
-  AudioNode.prototype.connect = function (to, ...rest) {
-    if (to instanceof AudioDestinationNode && to.context instanceof AudioContext) {
-      const analyser = new AnalyserNode(to.context, { fftSize: 8192 });
-      connect.call(this, analyser);
-      window.peak = () => {
-        const samples = new Float32Array(8192);
-        analyser.getFloatTimeDomainData(samples);
-        return Math.max(...samples.map(Math.abs));
-      };
-    }
-    return connect.call(this, to, ...rest);
-  };
-});
-
-async function playing(frequency, level, prepare) {
-  const context = await browser.newContext({ viewport: { width: 1300, height: 900 }, bypassCSP: true });
-  const page = await context.newPage();
-  await listen(page);
-  await page.goto(server.url);
-  await page.waitForFunction(() => document.getElementById('engine').textContent !== '');
-  await page.click('#flat');
-  await page.setInputFiles('#recording', upload('tone.wav', wav([tone(frequency, level, 2)], 48000, true)));
-  await prepare?.(page);
-  await page.click('#play');
-  await page.waitForFunction(() => window.peak?.() > 0);
-  return { page, close: () => context.close() };
-}
+/** The peak of what has just gone to the loudspeakers. */
+const peak = (page) => page.evaluate(() => Math.max(...window.recorded.slice(-8192).map(Math.abs)));
 
 test('loud filters wait for a click, and the limiter holds the loudspeakers', async () => {
-  const { page, close } = await playing(1000, 0.5);
+  const { page, close } = await playTone(1000, 0.5);
   await page.waitForTimeout(200);
   assert.ok(await page.locator('#limited').isHidden(), 'nothing was loud');
   await page.fill('#preamp', '18');
   await says(page, 'play-loud', '+18.0 dB');
   await page.waitForTimeout(700);
-  const quiet = await page.evaluate(() => window.peak());
+  const quiet = await peak(page);
   assert.ok(Math.abs(quiet - 0.25) < 0.03, `${quiet}, not what was heard before`);
   assert.ok(await page.locator('#limited').isHidden());
   await page.click('#play-loud');
   await page.waitForFunction(() => !document.getElementById('limited').hidden);
   assert.match(await page.locator('#limited').textContent(), /limited by \d+\.\d dB/);
   await page.waitForTimeout(500);
-  const loud = await page.evaluate(() => window.peak());
+  const loud = await peak(page);
   assert.ok(loud > 0.8 && loud <= 1, `${loud}`);
   assert.ok(await page.locator('#play-loud').isHidden());
   const clips = () => page.textContent('#meter-out .clips');
@@ -69,8 +39,9 @@ test('loud filters wait for a click, and the limiter holds the loudspeakers', as
 });
 
 test('a band alone: its curve in the chart and its sound, while all bands are taken home', async () => {
-  const { page, close } = await playing(1000, 0.25);
-  const heard = (level) => page.waitForFunction((wanted) => Math.abs(window.peak() / wanted - 1) < 0.03, level);
+  const { page, close } = await playTone(1000, 0.25);
+  const heard = (level) => page.waitForFunction(
+    (wanted) => Math.abs(Math.max(...window.recorded.slice(-8192).map(Math.abs)) / wanted - 1) < 0.03, level);
   const handle = page.locator('.handle').nth(1);
   for (const [field, value] of [[0, 1000], [1, 6]]) await page.locator('#bands tr').nth(1).locator('input[type=number]').nth(field).fill(String(value));
   for (const [field, value] of [[0, 1000], [1, -12]]) await page.locator('#bands tr').nth(0).locator('input[type=number]').nth(field).fill(String(value));
@@ -82,8 +53,7 @@ test('a band alone: its curve in the chart and its sound, while all bands are ta
   await page.keyboard.press('s');
   await says(page, 'notices', 'You hear band 2 alone; what you take home has all bands');
   await heard(at(6));
-  const [download] = await Promise.all([page.waitForEvent('download'), page.click('#save-coefficients')]);
-  assert.equal(readFileSync(await download.path(), 'utf8').trim().split('\n').length, 5);
+  assert.equal((await saved(page, '#save-coefficients')).bytes.toString().trim().split('\n').length, 5);
   // Its own colour is bold in the chart, beside those of the others.
   const coloured = () => page.evaluate(async () => {
     for (let frame = 0; frame < 3; ++frame) await new Promise(requestAnimationFrame);
@@ -106,19 +76,19 @@ test('a band alone: its curve in the chart and its sound, while all bands are ta
 });
 
 test('the same loudness: the louder one is turned down', async () => {
-  const { page, close } = await playing(1000, 0.25, (p) => p.fill('#preamp', '6'));
+  const { page, close } = await playTone(1000, 0.25, (p) => p.fill('#preamp', '6'));
   await page.check('#equal');
   await page.waitForTimeout(3000);
-  const filtered = await page.evaluate(() => window.peak());
+  const filtered = await peak(page);
   await page.click('#hear-original');
   await page.waitForTimeout(800);
-  const original = await page.evaluate(() => window.peak());
+  const original = await peak(page);
   assert.ok(Math.abs(20 * Math.log10(filtered / original)) < 0.5, `${filtered} and ${original}`);
   await close();
 });
 
 test('a blind test: nothing shows which one sounds, and answers are counted', async () => {
-  const { page, close } = await playing(1000, 0.25, (p) => p.fill('#preamp', '-12'));
+  const { page, close } = await playTone(1000, 0.25, (p) => p.fill('#preamp', '-12'));
   await page.click('#blind');
   assert.ok(await page.locator('#hear-original').isDisabled());
   for (let i = 0; i < 4; ++i) await page.click('[data-answer=original]');

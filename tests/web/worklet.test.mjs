@@ -65,15 +65,6 @@ test('changes while it runs fade without a step, whatever the kinds', async () =
   assert.ok(Math.abs(out[FRAMES - 1] - tone[FRAMES - 1]) < 1e-6, 'the last change arrived');
 });
 
-test('a filter that cannot run is refused, and the sound goes on', async () => {
-  const message = await page.evaluate(async () => {
-    const { createFilterNode } = await import('/jurn/web-audio.js');
-    const node = await createFilterNode(new OfflineAudioContext(2, 128, 48000));
-    return node.change({ kind: 'iir', b: [1], a: [3, 1] }).catch((error) => `${error.name}: ${error.message}`);
-  });
-  assert.equal(message, 'RangeError: a starts with 3, not with 1');
-});
-
 test('what cannot work is refused with a sentence: shapes, filters, a closed context, a lost file', async () => {
   const sentences = await page.evaluate(async () => {
     const { createFilterNode } = await import('/jurn/web-audio.js');
@@ -85,6 +76,7 @@ test('what cannot work is refused with a sentence: shapes, filters, a closed con
     const late = closing.close().then(() => said(one.change({ kind: 'fir', b: [1] })));
     const lost = offline();
     return [
+      await said((await createFilterNode(offline())).change({ kind: 'iir', b: [1], a: [3, 1] })),
       await said(createFilterNode(offline(), { inputs: 17 })),
       await said(createFilterNode(offline(), { filter: { kind: 'fir' } })),
       await said(createFilterNode(offline(), { filter: { kind: 'fir', b: [1] }, outputs: 1 })),
@@ -98,7 +90,7 @@ test('what cannot work is refused with a sentence: shapes, filters, a closed con
     ];
   });
   const expected = [
-    /^RangeError: a stream of 17 inputs/, /^RangeError: b is missing/, /another number of outputs/,
+    /^RangeError: a starts with 3, not with 1$/, /^RangeError: a stream of 17 inputs/, /^RangeError: b is missing/, /another number of outputs/,
     /audio context is closed/, /audio context is closed/, /audio context is closed/,
     /nothing.js: cannot be loaded as the processor .*option 'worklet'/, /^nothing$/,
     /nothing.wasm: cannot be loaded \(404\)/, /empty.html: is no WebAssembly module .*option 'wasm'/,

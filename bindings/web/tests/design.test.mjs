@@ -7,28 +7,16 @@ const designer = await loadDesigner();
 const bytes = (text) => new TextEncoder().encode(text);
 const rate = 48000;
 
-test('files of several formats are read, by what they hold', () => {
-  const folder = new URL('../../../examples/coefficients/', import.meta.url);
-  const read = (name) => designer.parse(name, readFileSync(new URL(name, folder)), { rate });
-  assert.deepEqual([read('dark.txt').kind, read('dark.txt').b.length], ['sections', 24]);
-  assert.deepEqual([read('telephone.txt').kind, read('telephone.txt').b.length], ['fir', 255]);
-  const equaliser = designer.parse('eq.txt', bytes('Preamp: -6 dB\nFilter 1: ON PK Fc 1000 Hz Gain 3 dB Q 1\n'), { rate });
-  assert.equal(equaliser.kind, 'sections');
+test('the gain of an equaliser at its peak', () => {
   // +3 dB on top of -6 dB at the middle of the band.
-  const peak = designer.peakGain(equaliser);
+  const peak = designer.peakGain(designer.parse(
+    'eq.txt', bytes('Preamp: -6 dB\nFilter 1: ON PK Fc 1000 Hz Gain 3 dB Q 1\n'), { rate }));
   assert.ok(Math.abs(20 * Math.log10(peak) + 3) < 0.001, `${peak}`);
-  assert.deepEqual(designer.parse('x', bytes('+1e-3 -2.5E2\n0'), { rate }).b, [0.001, -250, 0]);
 });
 
 test('broken files give a sentence that names the file, and the next one is read', () => {
   const broken = {
-    '': /^taps.txt: holds no numbers/,
     '0.5 half': /^taps.txt:1: 'half' is no number/,
-    '1e999': /out of the range/,
-    '0x10': /is no number/,
-    '++1': /is no number/,
-    'Filter 1: ON PK Fc 90000 Hz Gain 3 dB Q 1': /between 0 and 24000 Hz/,
-    '\x89PNG\r\n': /^taps.txt:/,
     '{\\rtf1': /is an RTF document/,
     // What takes a library says who reads it.
     'filters:\n  a:\n': /holds settings of CamillaDSP, which setup of jurn-filter/,
@@ -59,19 +47,11 @@ test('an equaliser is fitted to a measurement', () => {
   assert.ok(designer.holdsEqualiser(bytes('GraphicEQ: 20 0; 100 3')) && !designer.holdsEqualiser(bytes(text)));
 });
 
-test('designs are prepared: scaled, factored, measured', () => {
+test('designs are prepared: scaled and measured', () => {
   const tiny = { kind: 'sections', b: [1e-7, 2e-7, 1e-7, 1e7, 0, 0], a: [1, -1.2, 0.5, 1, -0.5, 0] };
   const scaled = designer.prepare(tiny, 'int16');
   assert.ok(scaled.notices.length > 0 && scaled.design.b[0] > 1e-4);
   assert.ok(scaled.stable && scaled.expectedError < 1);
-  // A low-pass of order 6 at 0.001: as a direct form, float cannot hold it.
-  const [b, a] = [[1], [1]];
-  for (let i = 0; i < 6; ++i) {
-    a.push(0);
-    for (let k = a.length - 1; k > 0; --k) a[k] -= (0.99 + 0.001 * i) * a[k - 1];
-  }
-  const factored = designer.prepare({ kind: 'iir', b, a }, 'int16');
-  assert.equal(factored.design.kind, 'sections');
   const unstable = designer.prepare({ kind: 'iir', b: [1], a: [1, -2.5, 1] });
   assert.equal(unstable.stable, false);
   assert.ok(unstable.notices.some((notice) => notice.warning));
@@ -83,9 +63,6 @@ test('designs that do not hold together are refused, by every function, and none
     [{ kind: 'sections', b: [1, 0], a: [1, 0] }, /three per section/],
     [{ kind: 'iir', b: [1], a: [1, NaN] }, /a\[1\] is NaN/],
     [{ kind: 'iir', b: [1], a: [0, 1] }, /a starts with 0/],
-    [{ kind: 'fir', b: [] }, /b has 0 coefficients/],
-    [{ kind: 'fir', b: [1, Infinity] }, /b\[1\] is Infinity/],
-    [{ kind: 'iir', b: [1] }, /a is missing/],
     [{ kind: 'average', length: 3 }, /'average' is no kind of design/],
     [null, /null is no filter/],
   ];

@@ -12,27 +12,20 @@ const libraries = {
 };
 const CHANNELS = 2;
 
-for (const [build, library] of Object.entries(libraries)) {
-  for (const [name, filter] of Object.entries(examples)) {
-    test(`${name}, ${build}: the bits of the native library`, () => {
-      const input = signal(CHANNELS, 128 * 120);
-      const expected = native(filter, input);
+for (const [name, filter] of Object.entries(examples))
+  test(`${name}: the bits of the native library`, () => {
+    const input = signal(CHANNELS, 128 * 120);
+    const expected = native(filter, input);
+    assert.ok(expected[0].some((x) => Math.abs(x) > 0.01));
+    const half = 128 * 47;
+    for (const [build, library] of Object.entries(libraries)) {
       const stream = library.stream({ channels: CHANNELS });
       stream.change(filter);
-      const half = 128 * 47;
-      const out = [
-        ...stream.process(input.map((x) => x.subarray(0, half))),
-        ...stream.process(input.map((x) => x.subarray(half))),
-      ];
-      for (let c = 0; c < CHANNELS; ++c) {
-        assert.deepEqual(out[c], expected[c].slice(0, half));
-        assert.deepEqual(out[CHANNELS + c], expected[c].slice(half));
-      }
-      assert.ok(expected[0].some((x) => Math.abs(x) > 0.01));
+      const parts = [[0, half], [half]].map((part) => stream.process(input.map((x) => x.subarray(...part))));
+      expected.forEach((all, c) => assert.deepEqual([...parts[0][c], ...parts[1][c]], [...all], build));
       stream.free();
-    });
-  }
-}
+    }
+  });
 
 test('16-bit samples: the bits of the float way, rounded where the filter is in floats', () => {
   const library = libraries.vectors;
@@ -59,31 +52,19 @@ test('16-bit samples: the bits of the float way, rounded where the filter is in 
   }
 });
 
-test('a change fades without a step, and ends on the new filter', () => {
+test('a change fades over the frames that are told; the last of several waits; none is the input', () => {
   const stream = libraries.vectors.stream();
-  const tone = Float32Array.from({ length: 128 * 200 }, (_, i) => 0.5 * Math.sin(0.02 * i));
-  const run = (from, to) => stream.process([tone.subarray(128 * from, 128 * to)])[0];
+  const run = () => stream.process([new Float32Array(128 * 50).fill(1)])[0];
   stream.change({ kind: 'fir', b: [1] });
-  const before = run(0, 50);
+  run();
   stream.change({ kind: 'sections', b: [-1, 0, 0], a: [1, 0, 0] }, 1000);
   assert.ok(stream.changing);
-  const during = run(50, 100);
+  run().forEach((x, i) => assert.ok(Math.abs(x - Math.max(-1, 1 - 2 * (i / 1000))) < 0.01, `${x} at ${i}`));
   assert.ok(!stream.changing);
-  const after = run(100, 101);
-  const all = [...before, ...during, ...after];
-  // A tone of 0.5 moves by 0.01 a sample, and the ramp from 0.5 to -0.5 by 0.001.
-  for (let i = 1; i < all.length; ++i)
-    assert.ok(Math.abs(all[i] - all[i - 1]) < 0.0111, `a step of ${all[i] - all[i - 1]} at ${i}`);
-  assert.deepEqual(after, tone.slice(12800, 12928).map((x) => -x));
-  // The last of several waits, the others are dropped.
   for (const gain of [0.1, 0.2, 0.3]) stream.change({ kind: 'fir', b: [gain] });
-  run(101, 150);
-  const end = run(150, 151);
-  assert.ok(Math.abs(end[5] - 0.3 * tone[150 * 128 + 5]) < 1e-6);
-  // None: straight through.
+  assert.equal(run().at(-1), Math.fround(0.3));
   stream.change(null);
-  run(151, 180);
-  assert.deepEqual(run(180, 181), tone.slice(180 * 128, 181 * 128));
+  assert.equal(run().at(-1), 1);
 });
 
 test('convolutions of one reserved length keep their tails', () => {
