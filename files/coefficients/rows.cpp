@@ -184,8 +184,10 @@ Column column_of(const std::string& title) {
 
 bool is_index(const Rows& table, std::size_t column, bool* even) {
   const auto value = [&](std::size_t row) { return table.rows[row].values[column]; };
-  const double first = value(0), step = value(1) - first;
-  for (std::size_t i = 2; i < table.rows.size(); ++i) {
+  const std::size_t last = table.rows.size() - 1;
+  // Over all rows: times are rounded, and a single step's error would count for every row.
+  const double first = value(0), step = (value(last) - first) / static_cast<double>(last);
+  for (std::size_t i = 1; i < last; ++i) {
     const double wanted = first + step * static_cast<double>(i);
     if (std::abs(value(i) - wanted) > 1e-3 * std::abs(step)) return false;
   }

@@ -2,7 +2,6 @@
 
 import json
 import os
-import re
 import unittest
 
 import numpy as np
@@ -10,7 +9,7 @@ from scipy import signal
 from scipy.io import savemat, wavfile
 
 from tool_test import (BAND, CROSSTALK, MUSIC, RESPONSES, SPEECH, STREET, ToolTest, read, to_int16,
-                       write, write_numbers)
+                       write)
 
 
 def response(*paths):
@@ -56,8 +55,8 @@ class ConvolveTest(ToolTest):
                 wavfile.write("same.wav", rate, h.T.astype(np.float32))
                 paths, options = ["same.wav"], []
             expected = to_int16(convolved(x, h, matrix))
-            for domain in ([], ["--fft"], ["--time-domain"], ["--block", 100], ["--no-tail"]):
-                if matrix is self.FOUR and domain in (["--fft"], ["--time-domain"]):
+                    for domain in (["--no-tail"], ["--fft"], ["--time-domain"]):
+                if matrix is self.FOUR and domain != ["--no-tail"]:
                     continue
                 arguments = ir_arguments(paths) + options + domain
                 result = self.run_filter("convolve", *arguments, source=source)
@@ -76,12 +75,6 @@ class ConvolveTest(ToolTest):
         expected = to_int16(convolved(x, h[:, :5000], self.TO_STEREO) * 10 ** (-12 / 20))
         self.assertFalse(late[:hop].any())
         self.assert_near(late[hop:], expected)
-        report = self.run_tool("convolve", SPEECH, "out.wav", *ir_arguments(STREET),
-                               "--time-domain", "--gain", "6")
-        gain = float(re.search(r"gain of (-[\d.]+) dB", report).group(1))
-        report = self.run_tool("convolve", SPEECH, "out.wav", *ir_arguments(STREET),
-                               "--time-domain", "--gain", gain)
-        self.assertRegex(report, r"peak +32[3-7]\d\d,.*\n +clipped +0 samples")
 
     def test_gain_of_normalised_and_resampled_responses(self):
         click = np.zeros((4096, 2), np.int16)
@@ -103,34 +96,24 @@ class ConvolveTest(ToolTest):
     def test_fades(self):
         n = np.arange(3 * 8000)
         tone = np.round(10000 * np.sin(2 * np.pi * 200 * n / 8000)).astype(np.int16)
-        wavfile.write("mono.wav", 8000, tone)
-        wavfile.write("stereo.wav", 8000, np.stack([tone, tone // 2], 1))
-        for name, channels, gain in (("a1", 1, 1), ("b1", 1, -0.5), ("a2", 2, 1), ("b2", 2, -0.5),
-                                     ("a4", 4, 1), ("b4", 4, -0.5)):
-            h = np.zeros((300 if gain > 0 else 260, channels), np.float32)
+        wavfile.write("tone.wav", 8000, tone)
+        for name, count, gain in (("a.wav", 300, 1), ("b.wav", 260, -0.5)):
+            h = np.zeros(count, np.float32)
             h[7] = gain
-            wavfile.write(name + ".wav", 8000, h)
-        for source, kind, route in (
-                ("mono.wav", 1, "straight"), ("mono.wav", 2, "mono-to-stereo"),
-                ("stereo.wav", 1, "straight"), ("stereo.wav", 2, "crossed"),
-                ("stereo.wav", 2, "left-only"), ("stereo.wav", 4, None)):
-            for domain in ([], ["--fft"], ["--time-domain"]):
-                if domain and kind == 4:
-                    continue
-                options = domain + (["--route", route] if route else [])
-                y_a, y_b = (self.run_filter("convolve", "--ir", f"{name}{kind}.wav", *options,
-                                            "--no-tail", source=source) for name in "ab")
-                y = self.run_filter("convolve", "--ir", f"a{kind}.wav", *options, "--no-tail",
-                                    "--fade-to", f"b{kind}.wav", "--at", 1, "--fade-to",
-                                    f"a{kind}.wav", "--at", 2, source=source)
-                # One block of 1024 frames, or one hop of 725, holds the whole change.
-                for begin, end, steady in ((0, 6900, y_a), (9100, 14900, y_b), (17100, None, y_a)):
-                    self.assert_near(y[begin:end], steady[begin:end], (source, options, begin))
-                step = np.abs(np.diff(y, axis=0)).max()
-                # The ramp; of the FFT's, the transform's first 299 of 1023 steps are not heard.
-                fade = 299 / 1023 + 1.5 / 724 if domain == ["--fft"] else 1.5 / 724
-                fade *= np.abs(y_a - y_b).max()
-                self.assertLessEqual(step, np.abs(np.diff(y_a, axis=0)).max() + fade, options)
+            wavfile.write(name, 8000, h)
+        for domain in ([], ["--fft"], ["--time-domain"]):
+            y_a, y_b = (self.run_filter("convolve", "--ir", name, *domain, "--no-tail", source="tone.wav")
+                        for name in ("a.wav", "b.wav"))
+            y = self.run_filter("convolve", "--ir", "a.wav", *domain, "--no-tail", "--fade-to", "b.wav", "--at", 1,
+                                "--fade-to", "a.wav", "--at", 2, source="tone.wav")
+            # One block of 1024 frames, or one hop of 725, holds the whole change.
+            for begin, end, steady in ((0, 6900, y_a), (9100, 14900, y_b), (17100, None, y_a)):
+                self.assert_near(y[begin:end], steady[begin:end], (domain, begin))
+            step = np.abs(np.diff(y, axis=0)).max()
+            # The ramp; of the FFT's, the transform's first 299 of 1023 steps are not heard.
+            fade = 299 / 1023 + 1.5 / 724 if domain == ["--fft"] else 1.5 / 724
+            fade *= np.abs(y_a - y_b).max()
+            self.assertLessEqual(step, np.abs(np.diff(y_a, axis=0)).max() + fade, domain)
 
     def test_routes(self):
         """Text and jconvolver's own files, any channels, another matrix to fade to."""
@@ -201,68 +184,36 @@ class ConvolveTest(ToolTest):
                                                     [(i, i, i) for i in range(16)])
         self.assertLess(np.abs(difference).max(), 1e-6 * np.abs(read("out.wav")[1]).max())
         self.assertNotIn("16 bits", result)
-        write_numbers("taps.txt", [h[0]])
-        write_numbers("ba.txt", signal.butter(2, 0.1))
-        write_numbers("sos.txt", signal.butter(4, 0.1, output="sos"))
-        for command in (["fir", "-c", "taps.txt"], ["iir", "-c", "ba.txt"],
-                        ["sos", "-c", "sos.txt"], ["average", "--length", 9],
-                        ["average", "--length", 700], ["fir", "-c", "taps.txt", "--precision",
-                                                       "double"]):
-            result = self.run_filter(*command, source="sixteen.wav")
-            for c in (0, 1, 14, 15):
-                wavfile.write("mono.wav", 48000, x[:, c])
-                alone = self.run_filter(*command, source="mono.wav", output="alone.wav")
-                np.testing.assert_array_equal(result[:, c], alone[:, 0], str((command, c)))
-        wavfile.write("eleven.wav", 48000, x[:, :11])
-        narrow = self.run_filter("sos", "-c", "sos.txt", source="eleven.wav")
-        np.testing.assert_array_equal(narrow, self.run_filter("sos", "-c", "sos.txt",
-                                                              source="sixteen.wav")[:, :11])
-
-    def test_responses_as_text(self):
-        h = np.random.default_rng(7).normal(0, 0.1, (2, 50))
-        x = read(SPEECH)[1]
-        for text, expected in (
-                ("\n".join(map(repr, h[0].tolist())), h[:1]), (" ".join(map(repr, h[0].tolist())), h[:1]),
-                ("time;left;right\n" + "\n".join(
-                    f"{i / 48000:.9f};{a!r};{b!r}".replace(".", ",")
-                    for i, (a, b) in enumerate(h.T.tolist())), h)):
-            write("h.txt", text)
-            matrix = [(0, k, k) for k in range(len(expected))]
-            self.assert_near(self.run_filter("convolve", "--ir", "h.txt"),
-                             to_int16(convolved(x, expected, matrix)))
-            self.assert_near(self.run_filter("convolve", "--ir", "h.txt", "--truncate", 20),
-                             to_int16(convolved(x, expected[:, :20], matrix)))
-        self.assert_fails(["convolve", SPEECH, "new.wav", "--ir", write_numbers("x.txt", [[1]]),
-                           "--ir", __file__], __file__)
 
     def test_every_file_of_taps_is_a_response(self):
-        h = np.random.default_rng(8).normal(0, 0.1, 70)
-        np.save("h.npy", h)
-        np.savez("h.npz", taps=h)
-        savemat("h.mat", {"taps": h, "other": np.eye(3)})
-        savemat("room.mat", {"room": h, "hall": -h})
-        h.astype("<f4").tofile("h.raw")
-        for name, text in (("h.json", json.dumps({"taps": h.tolist()})),
-                           ("list.json", json.dumps(h.tolist())),
-                           ("h.h", "const double h[70] = {" + ",".join(map(repr, h.tolist())) + "};"),
-                           ("scalars.txt", "\n".join(f"h[{i}] = {x!r}" for i, x in
-                                                     enumerate(h.tolist()))),
-                           ("utf16.txt", "\n".join(map(repr, h.tolist())))):
+        h = np.random.default_rng(8).normal(0, 0.1, (2, 70))
+        np.save("h.npy", h[0])
+        np.savez("h.npz", taps=h[0])
+        savemat("room.mat", {"room": h[0], "hall": -h[0]})
+        h[0].astype("<f4").tofile("h.raw")
+        numbers = h[0].tolist()
+        for name, text in (("h.json", json.dumps({"taps": numbers})), ("list.json", json.dumps(numbers)),
+                           ("h.h", "const double h[70] = {" + ",".join(map(repr, numbers)) + "};"),
+                           ("scalars.txt", "\n".join(f"h[{i}] = {x!r}" for i, x in enumerate(numbers))),
+                           ("row.txt", " ".join(map(repr, numbers))),
+                           ("utf16.txt", "\n".join(map(repr, numbers))),
+                           ("time.csv", "time;left;right\n" + "\n".join(
+                               f"{i / 48000:.9f};{a!r};{b!r}".replace(".", ",")
+                               for i, (a, b) in enumerate(h.T.tolist())))):
             write(name, text.encode("utf-16" if name == "utf16.txt" else "ascii"))
-        expected = to_int16(convolved(read(SPEECH)[1], h[None], [(0, 0, 0)]))
-        for name, *options in (("h.npy",), ("h.npz",), ("h.mat",), ("h.json",), ("list.json",),
-                               ("h.h",), ("scalars.txt",), ("utf16.txt",),
-                               ("room.mat", "--variables", "room"),
-                               ("h.raw", "--format", "FLOAT32LE")):
+        expected = to_int16(convolved(read(SPEECH)[1], h, self.TO_STEREO))
+        for name, *options in (("h.npy",), ("h.npz",), ("h.json",), ("list.json",), ("h.h",), ("scalars.txt",),
+                               ("row.txt",), ("utf16.txt",), ("room.mat", "--variables", "room"),
+                               ("h.raw", "--format", "FLOAT32LE"), ("time.csv",)):
             result = self.run_filter("convolve", "--ir", name, *options)
-            self.assert_near(result, expected, name)
-            taps = self.run_filter("fir", "-c", name, *options, "--tail")
-            self.assert_near(taps, expected, name)
-        write("routes.txt", "1 1 h.npy\n1 2 h.json\n")
-        both = self.run_filter("convolve", "--routes", "routes.txt")
-        self.assert_near(both, np.hstack([expected, expected]))
+            self.assert_near(result, expected[:, :2 if name == "time.csv" else 1], name)
+        short = self.run_filter("convolve", "--ir", "time.csv", "--truncate", 20)
+        self.assert_near(short, to_int16(convolved(read(SPEECH)[1], h[:, :20], self.TO_STEREO)))
+        both = self.run_filter("convolve", "--routes", write("routes.txt", "1 1 h.npy\n1 2 h.json\n"))
+        self.assert_near(both, expected[:, [0, 0]])
         np.save("long.npy", np.ones(2**20 + 1))
         self.assert_fails(["convolve", SPEECH, "no.wav", "--ir", "long.npy"], "long.npy", "1048576")
+        self.assert_fails(["convolve", SPEECH, "new.wav", "--ir", "row.txt", "--ir", __file__], __file__)
 
     def test_true_stereo_is_summed_before_it_is_limited(self):
         wavfile.write("loud.wav", 48000, np.full((64, 2), 30000, np.int16))
