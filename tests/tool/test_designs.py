@@ -11,7 +11,14 @@ from scipy.io import wavfile
 from test_formats import equaliser
 from tool_test import TOOL, ToolTest, contents, read, write, write_numbers
 
+RATE = 48000
 MODULES = os.path.join(os.environ["JURN_FILTER_SOURCE"], "../../modules/libJURN")
+
+
+def first_order(corner, numerator, denominator):
+    """The analogue filter, equal at the frequency to which the bilinear transform maps it."""
+    b, a = signal.bilinear(numerator, denominator, fs=0.5 / np.tan(np.pi * corner / RATE))
+    return np.array([*b, 0, *a, 0])
 
 
 class DesignTest(ToolTest):
@@ -21,22 +28,28 @@ class DesignTest(ToolTest):
         self.x = rng.integers(-9000, 9000, (20000, 2)).astype(np.int16)
         wavfile.write("noise.wav", 48000, self.x)
 
-    def check(self, command, sections, *arguments):
-        """In double precision, so that the design alone is compared."""
-        self.run_tool(command, "noise.wav", "out.wav", *arguments, "--precision", "double",
-                      "--bits", "float")
-        expected = signal.sosfilt(sections, self.x / 32768, axis=0)
-        self.assertLess(np.abs(read("out.wav")[1] - expected).max(), 2e-6, arguments)
-
     def test_words(self):
         filters = [("HP", 80, 0, 0.7), ("PK", 3000, -4, 2), ("HS", 8000, 3, np.sqrt(0.5))]
-        self.check("eq", equaliser(filters, 48000), "HP 80 Q 0.7", "PK 3k -4 Q 2", "HS 8k +3")
+        a = 10 ** (6 / 40)
+        zero, pole = np.tan(np.pi * np.array([70, 28]) / RATE)
+        linkwitz = np.hstack(signal.bilinear([1, zero / 1.1, zero ** 2], [1, pole / 0.7, pole ** 2], 0.5))
         for words, design in (
-                ("LP 1,200 Hz order 5", signal.butter(5, 1200, fs=48000, output="sos")),
-                ("HP 200 order 8", signal.butter(8, 200, "high", fs=48000, output="sos")),
-                ("lp 2.5kHz LR order 4", np.tile(signal.butter(2, 2500, fs=48000, output="sos"),
-                                                 (2, 1)))):
-            self.check("eq", design, words)
+                (["HP 80 Q 0.7", "PK 3k -4 Q 2", "HS 8k +3"], equaliser(filters, RATE)),
+                (["LP 1,200 Hz order 5"], signal.butter(5, 1200, fs=RATE, output="sos")),
+                (["HP 200 order 8"], signal.butter(8, 200, "high", fs=RATE, output="sos")),
+                (["lp 2.5kHz LR order 4"], np.tile(signal.butter(2, 2500, fs=RATE, output="sos"), (2, 1))),
+                (["LS 300 6 order 1"], first_order(300, [a, a * a], [a, 1])),
+                (["HS 300 6 order 1"], first_order(300, [a * a, a], [1, a])),
+                (["LS 300 -6 order 1"], first_order(300, [1 / a, 1 / a / a], [1 / a, 1])),
+                (["TILT 300 6"], first_order(300, [a, 1], [1, a])),
+                (["AP 300 order 1"], first_order(300, [-1, 1], [1, 1])),
+                (["LP 300 order 1"], first_order(300, [1], [1, 1])), (["HP 300 6dB"], first_order(300, [1, 0], [1, 1])),
+                *(([line], linkwitz) for line in ("LT 70 Q 1.1 to 28 Hz Q 0.7", "LT Fc 70 Hz Q1.1 28 0.7",
+                                                  "LinkwitzTransform 70 1.1 28 0.7"))):
+            first, *others = words
+            found = self.numbers("eq", first, *(part for word in others for part in ("--eq", word)))
+            h, expected = (signal.sosfreqz(rows, 4096)[1] for rows in (found, np.atleast_2d(design)))
+            np.testing.assert_allclose(h, expected, rtol=0, atol=1e-9, err_msg=words)
         self.run_tool("eq", "noise.wav", "out.wav", "PK 3k -4 Q 2")
         one = read("out.wav")[1]
         self.run_tool("sos", "noise.wav", "out.wav", "-c",
@@ -50,8 +63,13 @@ class DesignTest(ToolTest):
         for words, *parts in (("XX 80", "'XX'", "PK"), ("HP 80 Q", "'Q'"), ("PK 3k -4", "Q"),
                               ("HS 8k", "Gain"), ("HP 80 order 3 LR", "even"),
                               ("HP 80 order 25", "24"), ("PK 1k 3 Q 1 order 2", "LP and HP"),
-                              ("HP nan", "nan"), ("HP 1e30", "1e+30", "24000"), ("PK 1k 300 Q 1",
-                                                                                "300")):
+                              ("HP nan", "nan"), ("HP 1e30", "1e+30", "24000"), ("PK 1k 300 Q 1", "300"),
+                              ("LP 80 linear Q 2", "transition"), ("PK 100 3 Q 1 linear", "linear"),
+                              ("LP 80 transition 20", "linear"), ("LP 80 linear transition 0.01", "taps"),
+                              ("LP 15k linear transition 20k", "18000"), ("LT 70 1.1 28", "ends"),
+                              ("LT 70 1.1 28 0", "above 0"), ("LT 70 1.1 28000 0.7", "24000"),
+                              ("LS 100 3 order 2", "order 1"), ("TILT 1k 3 Q 1", "no width"), ("TILT 1k", "Gain"),
+                              ("NO 50 order 1", "order")):
             self.assert_fails(["eq", "noise.wav", "new.wav", words], *parts)
         self.assert_fails(["eq", "noise.wav", "new.wav"], "filters", code=2)
 

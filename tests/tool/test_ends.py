@@ -70,21 +70,14 @@ class EndsTest(ToolTest):
             self.assert_fails([*command, "--align"], "symmetric", "--zero-phase", code=2)
 
     def test_zero_phase(self):
-        """As SciPy forward and backward over silence at both ends, and away from the ends as its
-        filtfilt, which starts at the ends as if they had lasted for ever."""
+        """As SciPy forward and backward over silence at both ends."""
         pad = 60000
         longer = np.concatenate([self.x, np.zeros((pad, 2))]).astype(float)
-        for command, once, twice in (
-                (["sos", "-c", "sos.txt"], lambda v: signal.sosfilt(self.sections, v, axis=0),
-                 signal.sosfiltfilt(self.sections, self.x, axis=0, padtype=None)),
-                (["iir", "-c", "ba.txt"], lambda v: signal.lfilter(self.b, self.a, v, axis=0),
-                 signal.filtfilt(self.b, self.a, self.x, axis=0, padtype=None)),
-                (["fir", "-c", "taps.txt"], lambda v: signal.lfilter(self.taps, 1, v, axis=0),
-                 signal.filtfilt(self.taps, 1, self.x, axis=0, padtype=None))):
+        for command, once in ((["sos", "-c", "sos.txt"], lambda v: signal.sosfilt(self.sections, v, axis=0)),
+                              (["iir", "-c", "ba.txt"], lambda v: signal.lfilter(self.b, self.a, v, axis=0)),
+                              (["fir", "-c", "taps.txt"], lambda v: signal.lfilter(self.taps, 1, v, axis=0))):
             expected = once(once(longer)[::-1])[::-1][:len(self.x)]
-            result = self.filtered(*command, "--zero-phase")
-            np.testing.assert_allclose(result, expected, atol=1e-6)
-            np.testing.assert_allclose(result[4000:5000], twice[4000:5000], atol=2e-5)
+            np.testing.assert_allclose(self.filtered(*command, "--zero-phase"), expected, atol=1e-6)
             half = self.filtered(*command, "--zero-phase", "--gain", -6)
             np.testing.assert_allclose(half, expected * 10 ** -0.3, atol=1e-6)
         x = read(MUSIC)[1].astype(float)

@@ -78,31 +78,23 @@ class FilterTest(ToolTest):
     def test_dither(self):
         """Noise of the right kind where bits are lost, reproducible, and nowhere else."""
         write_numbers("one.txt", [[1]])
+        write_numbers("half.txt", [[0.5]])
         wavfile.write("low.wav", 48000, np.full(48000, 7.25 / 32768, np.float32))
+        wavfile.write("odd.wav", 48000, np.full(96000, 101, np.int16))
+        wavfile.write("fine.wav", 48000, np.full(48000, 7.25 / 2**23, np.float32))
         device = ["--precision", "int16"]
         self.run_tool("average", "low.wav", "out.wav", "--length", 1, *device)
         self.assertTrue((read("out.wav")[1] == 7).all())
-        results = []
-        for command in (["average", "--length", 1, *device], ["fir", "-c", "one.txt", "--bits", 16]):
-            for seed in (1, 1, 2):
-                self.run_tool(command[0], "low.wav", "out.wav", *command[1:], "--dither", "--seed",
-                              seed)
-                results.append(read("out.wav")[1][:, 0].astype(float))
-                self.assertAlmostEqual(results[-1].mean(), 7.25, delta=0.02)
-                self.assertAlmostEqual(results[-1].var(), 3 / 12, delta=0.02)
-            self.assertTrue((results[-3] == results[-2]).all())
-            self.assertTrue((results[-2] != results[-1]).any())
-        # From double to the 16 bits of a recording, and to 24 bits.
-        write_numbers("half.txt", [[0.5]])
-        wavfile.write("odd.wav", 48000, np.full(96000, 101, np.int16))
-        y = self.run_filter("fir", "-c", "half.txt", "--dither", source="odd.wav")
-        self.assertAlmostEqual(y.mean(), 50.5, delta=0.02)
-        self.assertAlmostEqual(y.var(), 3 / 12, delta=0.02)
-        wavfile.write("fine.wav", 48000, np.full(48000, 7.25 / 2**23, np.float32))
-        self.run_tool("fir", "fine.wav", "out.wav", "-c", "one.txt", "--bits", 24, "--dither")
-        y = read("out.wav")[1] / 256
-        self.assertAlmostEqual(y.mean(), 7.25, delta=0.02)
-        self.assertAlmostEqual(y.var(), 3 / 12, delta=0.02)
+        for mean, step, source, command, *options in (
+                (7.25, 1, "low.wav", "average", "--length", 1, *device),
+                (7.25, 1, "low.wav", "fir", "-c", "one.txt", "--bits", 16),
+                (50.5, 1, "odd.wav", "fir", "-c", "half.txt"),
+                (7.25, 256, "fine.wav", "fir", "-c", "one.txt", "--bits", 24)):
+            one, same, other = (self.run_filter(command, *options, "--dither", "--seed", seed, source=source) / step
+                                for seed in (1, 1, 2))
+            self.assertAlmostEqual(one.mean(), mean, delta=0.02)
+            self.assertAlmostEqual(one.var(), 3 / 12, delta=0.02)
+            self.assertTrue((one == same).all() and (one != other).any())
         for arguments, word in ((["fir", SPEECH, "new.wav", "-c", "one.txt", *device], "16 bits"),
                                 (["average", SPEECH, "new.wav", "--length", 3, *device], "16 bits"),
                                 (["fir", "low.wav", "new.wav", "-c", "one.txt"], "floats")):

@@ -5,7 +5,9 @@ import unittest
 from pathlib import Path
 
 import numpy as np
+from scipy import signal
 
+from test_formats import equaliser
 from tool_test import SPEECH, STREET, ToolTest
 
 RATE = 48000
@@ -15,21 +17,8 @@ GRID = 20 * 1.01 ** np.arange(695)
 
 
 def response(bands, frequencies, rate=RATE):
-    """In dB, by the cookbook for audio equalisers."""
-    total = np.zeros(len(frequencies))
-    for kind, f, gain, q in bands:
-        amp, w = 10 ** (gain / 40), 2 * np.pi * f / rate
-        alpha, c, z = np.sin(w) / 2 / q, np.cos(w), np.exp(-2j * np.pi * frequencies / rate)
-        if kind == "PK":
-            b, a = [1 + alpha * amp, -2 * c, 1 - alpha * amp], [1 + alpha / amp, -2 * c, 1 - alpha / amp]
-        else:
-            s, k = 1 if kind == "LSC" else -1, 2 * np.sqrt(amp) * alpha
-            b = [amp * (amp + 1 - s * (amp - 1) * c + k), s * 2 * amp * (amp - 1 - s * (amp + 1) * c),
-                 amp * (amp + 1 - s * (amp - 1) * c - k)]
-            a = [amp + 1 + s * (amp - 1) * c + k, -s * 2 * (amp - 1 + s * (amp + 1) * c),
-                 amp + 1 + s * (amp - 1) * c - k]
-        total += 20 * np.log10(abs(np.polyval(b[::-1], z) / np.polyval(a[::-1], z)))
-    return total
+    """In dB."""
+    return 20 * np.log10(np.abs(signal.sosfreqz(equaliser(bands, rate), frequencies, fs=rate)[1]))
 
 
 def rew(levels, frequencies, separator=" "):

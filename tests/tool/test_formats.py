@@ -92,12 +92,6 @@ def equaliser(filters, rate, preamp=0):
 
 
 class FormatTest(ToolTest):
-    def numbers(self, kind, name, *options):
-        """The coefficients that a file holds, through a NumPy file."""
-        self.run_tool("export", "read.npy", f"--{kind}", name, "--rate", RATE, "--as-is", "--precision",
-                      "double", *options)
-        return np.load("read.npy")
-
     def check(self, kind, name, expected, *options):
         """`expected` is taps, (b, a) or sections."""
         np.testing.assert_allclose(self.numbers(kind, name, *options), expected, rtol=1e-13, atol=1e-15,

@@ -84,6 +84,11 @@ class ToolTest(unittest.TestCase):
         self.run_tool(command, source, output, *arguments)
         return read(output)[1].astype(int)
 
+    def numbers(self, kind, name, *options):
+        """The coefficients of a file or, in the words of `eq`, of filters, through a NumPy file."""
+        self.run_tool("export", "read.npy", f"--{kind}", name, "--as-is", "--precision", "double", *options)
+        return np.load("read.npy")
+
     def assert_near(self, result, expected, context="", filters=1):
         """Within one least significant bit for each of the filters that are summed."""
         self.assertEqual(result.shape, expected.shape, context)
