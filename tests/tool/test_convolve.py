@@ -55,7 +55,7 @@ class ConvolveTest(ToolTest):
                 wavfile.write("same.wav", rate, h.T.astype(np.float32))
                 paths, options = ["same.wav"], []
             expected = to_int16(convolved(x, h, matrix))
-                    for domain in (["--no-tail"], ["--fft"], ["--time-domain"]):
+            for domain in (["--no-tail"], ["--fft"], ["--time-domain"]):
                 if matrix is self.FOUR and domain != ["--no-tail"]:
                     continue
                 arguments = ir_arguments(paths) + options + domain
