@@ -1,11 +1,11 @@
 // Renders an audio node offline in a browser, for tests of several browsers.
 
-/** What comes of channels through a filter; the changes happen at their frame, a multiple of 128. */
-export async function renderIn(page, filter, input, changes = [], simd = true) {
+/** What comes of channels through a filter. */
+export async function renderIn(page, filter, input, simd = true) {
   const plain = (_, v) => (ArrayBuffer.isView(v) ? Array.from(v) : v);
   // As texts, which every protocol carries in a moment.
   return JSON.parse(await page.evaluate(async (text) => {
-    const { filter, input, changes, simd } = JSON.parse(text);
+    const { filter, input, simd } = JSON.parse(text);
     const { createFilterNode } = await import('/jurn/web-audio.js');
     const { compileLibrary } = await import('/jurn/index.js');
     const channels = input.map((x) => Float32Array.from(x));
@@ -19,12 +19,7 @@ export async function renderIn(page, filter, input, changes = [], simd = true) {
     source.buffer = buffer;
     source.connect(node).connect(context.destination);
     source.start();
-    for (const { frame, filter: next, seconds } of changes)
-      void context.suspend(frame / 48000).then(async () => {
-        await node.change(next, seconds);
-        await context.resume();
-      });
     const rendered = await context.startRendering();
     return JSON.stringify(channels.map((_, c) => Array.from(rendered.getChannelData(c))));
-  }, JSON.stringify({ filter, input, changes, simd }, plain)));
+  }, JSON.stringify({ filter, input, simd }, plain)));
 }
