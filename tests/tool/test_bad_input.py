@@ -14,28 +14,6 @@ from tool_test import BAND, CROSSTALK, MUSIC, SPEECH, STREET, TOOL, ToolTest, wr
 
 
 class BadInputTest(ToolTest):
-    def test_coefficients(self):
-        for command, text, *words in (
-                ("fir", "1 2\n3 x4 5\n", ":2:", "'x4'"),
-                ("fir", "1 nan\n", ":1:", "'nan'"),
-                ("fir", "1\n2\n1e39\n", ":3:", "1e39", "range"),
-                ("fir", "1e400\n", ":1:", "1e400"),
-                ("fir", "0x10\n", ":1:", "0x10"),
-                ("fir", "1,,2\n", ":1:", "comma"),
-                ("fir", "1\x00\x07\n", "binary", "S16LE"),
-                ("fir", "", "no numbers"),
-                ("fir", "# 1 2 3\n", "no numbers"),
-                ("fir --precision int16", "1 " * 1250 + "\n1", "1251", "1250"),
-                ("iir", "1 2\n", ":1:", "1 line"),
-                ("iir", "1\n\n1\n1\n", ":4:", "3 lines"),
-                ("iir", "1\n2 1\n", ":2:", "with 2"),
-                ("iir", "1\n" + "1 " * 1251, "1251", "1250"),
-                ("sos", "1 0 0 1 0 0\n1 2 3 4 5\n", ":2:", "5 numbers", "six"),
-                ("sos", "1 0 0 0.5 0 0\n", ":1:", "0.5"),
-                ("sos --precision int16", "1 0 0 1 0 0\n" * 417, "417", "416")):
-            self.assert_fails([*command.split(), SPEECH, "out.wav", "-c", write("c.txt", text)], "c.txt",
-                              *words)
-
     def test_files(self):
         write_numbers("one.txt", [[1]])
         open("empty.wav", "w").close()
