@@ -184,6 +184,13 @@ class ConvolveTest(ToolTest):
                                                     [(i, i, i) for i in range(16)])
         self.assertLess(np.abs(difference).max(), 1e-6 * np.abs(read("out.wav")[1]).max())
         self.assertNotIn("16 bits", result)
+        np.save("sos.npy", signal.butter(4, 0.1, output="sos"))
+        for command in (["sos", "-c", "sos.npy"], ["sos", "-c", "sos.npy", "--precision", "int16"],
+                        ["average", "--length", 9, "--precision", "int16"]):
+            result = self.run_filter(*command, source="sixteen.wav")
+            for c in (1, 14, 15):
+                wavfile.write("mono.wav", 48000, x[:, c])
+                np.testing.assert_array_equal(result[:, c], self.run_filter(*command, source="mono.wav")[:, 0])
 
     def test_every_file_of_taps_is_a_response(self):
         h = np.random.default_rng(8).normal(0, 0.1, (2, 70))
