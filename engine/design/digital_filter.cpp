@@ -142,11 +142,8 @@ FilterDesign sections_of(RootsAndGain f) {
     const Complex pole = take(&poles, Which::kAny, from_circle);
     const auto near = [&](const Complex& root) { return magnitude(pole - root); };
     Complex other_pole = std::conj(pole), zero, other_zero;
-    if (is_real(pole) && count_real(poles) == 0) {
-      other_pole = 0.0;
-      zero = take(&zeros, Which::kReal, near);
-    } else if (poles.size() + 1 == zeros.size() && !is_real(pole) && count_real(poles) == 1 &&
-               count_real(zeros) == 1) {
+    if (poles.size() + 1 == zeros.size() && !is_real(pole) && count_real(poles) == 1 &&
+        count_real(zeros) == 1) {
       // The last real zero is for the last real pole.
       zero = take(&zeros, Which::kComplex, near);
       other_zero = std::conj(zero);

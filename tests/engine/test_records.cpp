@@ -271,6 +271,7 @@ TEST(Records, RunWithinTheirArrays) {
   using Short = Filter_ID;
   expect(filter_of<Short>(JURN_IIR, 2, 1250, 1250), [](Short* r) { ++r->alen; });
   expect(filter_of<Short>(JURN_IIR, 2, 1250, 1250), [](Short* r) { ++r->blen; });
+  expect(filter_of<Short>(JURN_IIR, 1, 1, 1), [](Short* r) { --r->alen; });
   expect(filter_of<Short>(JURN_FIR, 2, 1250, 0), [](Short* r) { ++r->blen; });
   expect(filter_of<Short>(JURN_FIR, 2, 1, 1), [](Short* r) { ++r->chanel; });
   for (const int order : {2, 4}) {

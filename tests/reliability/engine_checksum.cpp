@@ -326,7 +326,8 @@ void fits(Sum& sum) {
         [](FitOptions* o) { o->most_gain = 0.09; }, [](FitOptions* o) { o->most_gain = 24.1; },
         [](FitOptions* o) { o->most_q = 0.49; },    [](FitOptions* o) { o->most_q = 20.1; },
         [](FitOptions* o) { o->lowest = 12000.0; }, [](FitOptions* o) { o->lowest = 30000.0; },
-        [](FitOptions* o) { o->highest = 39.9; },   [](FitOptions* o) { o->highest = 40.1; }};
+        [](FitOptions* o) { o->highest = 39.9; },   [](FitOptions* o) { o->highest = 40.1; },
+        [](FitOptions* o) { o->lowest = 10000.0; }};  // an octave and no more
     for (const auto& alter : alterations) {
       FitOptions beyond = options;
       alter(&beyond);
@@ -437,6 +438,13 @@ void exports(Sum& sum) {
         (longer_b ? design.b : design.a).resize(count);
         sum(code_of(design, CodeFormat::kWebAudio, "name", 48000));
       });
+  for (const std::size_t count : {201u, 202u})  // JURN_FLOAT_COEFFICIENTS, and one more
+    attempt(sum, [&] {
+      const FilterDesign design{FilterDesign::kFir, std::vector<double>(count, 0.5), {}};
+      ExportOptions options;
+      options.precision = Precision::kDouble;
+      sum(export_design(design, ExportFormat::kHeader, options));
+    });
   for (const char* const name : {"", "a", "9", "_", "Az09", "-"}) sum(identifier_of(name));
   for (const char* const text :
        {"", "sections, int16 and more", "taps, double", "FIR, int16", "x"}) {
