@@ -108,13 +108,15 @@ void call(Random& random, std::vector<Voice>& voices, std::vector<Sections_voice
     require(in_place || block.agrees(), "the input is not written");
   } else {
     std::vector<std::unique_ptr<GuardedArray<Sample>>> planes;
+    const auto plane = [&] {
+      planes.push_back(std::make_unique<GuardedArray<Sample>>(random, frames));
+      return planes.back()->data();
+    };
     std::vector<Sample*> in, out;
     for (int c = 0; c < channels; ++c) {
-      for (std::vector<Sample*>* list_of : {&in, &out}) {
-        planes.push_back(std::make_unique<GuardedArray<Sample>>(random, frames));
-        list_of->push_back(planes.back()->data());
-      }
-      for (int i = 0; i < frames; ++i) in[c][i] = block[true][i * channels + c];
+      in.push_back(plane());
+      out.push_back(plane());
+      for (int i = 0; i < frames; ++i) in.back()[i] = block[true][i * channels + c];
     }
     if (in_place) out = in;
     filter(in.data(), out.data(), run_planar, fade_planar);
