@@ -219,6 +219,18 @@ TEST(Sections, SilenceBecomesExactAndAFilterRingsAsLongAsItSays) {
   EXPECT_EQ(MORVAX_SectionsRing_API(silent.get(), 1e-6), 0);
 }
 
+TEST(Sections, FollowingFromOrToWhatIsNotStableBeginsInSilence) {
+  Random random(12);
+  Filter stable(random, {1, 0, 0, 1, -0.5, 0.2}), unstable(random, {1, 0, 0, 1, -3, 1});
+  for (const bool ends_stable : {true, false}) {
+    Filter &before = ends_stable ? unstable : stable, &after = ends_stable ? stable : unstable;
+    Stream old_stream(random, 1, 1), stream(random, 1, 1);
+    run(old_stream, before, {1, 0, 0, 0});
+    MORVAX_SectionsFollow_API(stream.get(), after.get(), old_stream.get(), before.get());
+    EXPECT_EQ(run(stream, after, {0, 0, 0}), std::vector<double>(3)) << ends_stable;
+  }
+}
+
 /** A change in a peak from one gain to another while a sine runs, over a ramp in blocks of 64.
  * Returns the output; the fade starts at frame 9600. */
 std::vector<double> changed_peak(Random& random, double from, double to, double hertz, int ramp,
