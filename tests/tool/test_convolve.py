@@ -205,7 +205,7 @@ class ConvolveTest(ToolTest):
                            ("row.txt", " ".join(map(repr, numbers))),
                            ("utf16.txt", "\n".join(map(repr, numbers))),
                            ("time.csv", "time;left;right\n" + "\n".join(
-                               f"{i / 48000:.9f};{a!r};{b!r}".replace(".", ",")
+                               f"{i / 48000:.6f};{a!r};{b!r}".replace(".", ",")
                                for i, (a, b) in enumerate(h.T.tolist())))):
             write(name, text.encode("utf-16" if name == "utf16.txt" else "ascii"))
         expected = to_int16(convolved(read(SPEECH)[1], h, self.TO_STEREO))
