@@ -2,10 +2,10 @@
 #ifndef JURN_API_H
 #define JURN_API_H
 
-#define JURN_VERSION_MAJOR 0
-#define JURN_VERSION_MINOR 9
+#define JURN_VERSION_MAJOR 1
+#define JURN_VERSION_MINOR 0
 #define JURN_VERSION_PATCH 0
-#define JURN_VERSION_STRING "0.9.0"
+#define JURN_VERSION_STRING "1.0.0"
 
 #ifdef __cplusplus
 #define JURN_EXTERN_C_BEGIN extern "C" {
@@ -32,7 +32,7 @@ JURN_EXTERN_C_BEGIN
 /**
  * The version of the library that is linked, like JURN_VERSION_STRING of the headers.
  *
- * @return "0.9.0" for example, in memory that stays
+ * @return "1.0.0" for example, in memory that stays
  *
  * State touched: none. Real-time safe.
  */
