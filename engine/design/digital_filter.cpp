@@ -108,24 +108,20 @@ std::vector<Complex> upper_half(const std::vector<Complex>& roots) {
 constexpr char kNothingLeft[] =
     "no filter of this order and these corners is left in double precision";
 
-enum class Which { kAny, kReal, kComplex };
+enum class Which { kAny, kReal };
 
 /** Takes the root for which `distance` is least. */
 template <typename Distance>
 Complex take(std::vector<Complex>* roots, Which which, Distance distance) {
   auto best = roots->end();
   for (auto root = roots->begin(); root != roots->end(); ++root) {
-    if (which != Which::kAny && is_real(*root) != (which == Which::kReal)) continue;
+    if (which == Which::kReal && !is_real(*root)) continue;
     if (best == roots->end() || distance(*root) < distance(*best)) best = root;
   }
   if (best == roots->end()) throw Error(kInputError, kNothingLeft);
   const Complex taken = *best;
   roots->erase(best);
   return taken;
-}
-
-std::ptrdiff_t count_real(const std::vector<Complex>& roots) {
-  return std::count_if(roots.begin(), roots.end(), is_real);
 }
 
 /** The last section has the poles that are nearest to the unit circle, with the zeros that are
@@ -141,17 +137,10 @@ FilterDesign sections_of(RootsAndGain f) {
   for (std::size_t k = count; k-- > 0;) {
     const Complex pole = take(&poles, Which::kAny, from_circle);
     const auto near = [&](const Complex& root) { return magnitude(pole - root); };
-    Complex other_pole = std::conj(pole), zero, other_zero;
-    if (poles.size() + 1 == zeros.size() && !is_real(pole) && count_real(poles) == 1 &&
-        count_real(zeros) == 1) {
-      // The last real zero is for the last real pole.
-      zero = take(&zeros, Which::kComplex, near);
-      other_zero = std::conj(zero);
-    } else {
-      if (is_real(pole)) other_pole = take(&poles, Which::kReal, from_circle);
-      zero = take(&zeros, Which::kAny, near);
-      other_zero = is_real(zero) ? take(&zeros, Which::kReal, near) : std::conj(zero);
-    }
+    const Complex other_pole =
+        is_real(pole) ? take(&poles, Which::kReal, from_circle) : std::conj(pole);
+    const Complex zero = take(&zeros, Which::kAny, near);
+    const Complex other_zero = is_real(zero) ? take(&zeros, Which::kReal, near) : std::conj(zero);
     double* const b = &design.b[3 * k];
     double* const a = &design.a[3 * k];
     b[0] = a[0] = 1.0;
