@@ -28,7 +28,7 @@ web_packages="cmake make clang lld wasi-libc libc++-$clang-dev-wasm32 libclang-r
 web_test_packages="chromium firefox-esr fonts-dejavu-core"
 checksum_all_packages="g++-arm-linux-gnueabi g++-riscv64-linux-gnu
   g++-powerpc64le-linux-gnu g++-powerpc64-linux-gnu g++-mips64el-linux-gnuabi64
-  libc6-dev-i386 lib32gcc-$gcc-dev lib32stdc++-$gcc-dev lld nodejs wasi-libc
+  g++-mingw-w64-x86-64-posix wine64 libc6-dev-i386 lib32gcc-$gcc-dev lib32stdc++-$gcc-dev lld nodejs wasi-libc
   libc++-$clang-dev-wasm32 libclang-rt-$clang-dev-wasm32"
 avx512_packages="bochs bochsbios vgabios isolinux syslinux-common xorriso cpio"
 java_packages="openjdk-$java-jdk-headless junit4 binutils"

@@ -2,29 +2,26 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdlib>
 #include <memory>
 #include <new>
 
 namespace jurn {
 
+constexpr std::align_val_t kAlignment{64};
+
 struct FreeMemory {
-  void operator()(void* memory) const { std::free(memory); }
+  void operator()(void* memory) const { ::operator delete(memory, kAlignment); }
 };
 /** An object of the library's whose size it tells, where its loads are fastest. */
 template <typename Object>
 using Owned = std::unique_ptr<Object, FreeMemory>;
 
+/** Throws std::bad_alloc, also for the 0 bytes by which a size function says that it is too large.
+ */
 template <typename Object>
 Owned<Object> allocate(std::size_t bytes) {
-  constexpr std::size_t kAlignment = 64;
-  void* const memory =
-      std::aligned_alloc(kAlignment, (bytes + kAlignment - 1) / kAlignment * kAlignment);
-  if (!memory || bytes == 0) {
-    std::free(memory);
-    throw std::bad_alloc();
-  }
-  return Owned<Object>(static_cast<Object*>(memory));
+  if (bytes == 0) throw std::bad_alloc();
+  return Owned<Object>(static_cast<Object*>(::operator new(bytes, kAlignment)));
 }
 
 }  // namespace jurn

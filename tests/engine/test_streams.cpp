@@ -480,6 +480,11 @@ TEST(Streams, RingAsLongAsTheResponse) {
   Routing fades_out{1, 1, {{0, 0, {1.0, 0.5}}}};
   fades_out.routes[0].taps.resize(5000, 1e-12);
   EXPECT_EQ(make_convolution(fades_out, 5000, Precision::kDouble, format)->tail(), 1);
+  // Of a response that comes prepared the length alone is known.
+  EXPECT_EQ(make_convolution(ConvolutionResponse({1, 1, format.block, 5000}, fades_out), 5000,
+                             Precision::kDouble, format)
+                ->tail(),
+            4999);
   // After a change, as long as that one; while it comes, as long as both.
   Stream stream(format, voice(8001, 8192));
   const std::vector<double> silence(64);
