@@ -15,6 +15,7 @@
 #include "design/prepare.h"
 #include "errors.h"
 #include "streams/changing_stream.h"
+#include "streams/convolve.h"
 #include "streams/recipe.h"
 #include "streams/setup_voice.h"
 #include "streams/stamp.h"
