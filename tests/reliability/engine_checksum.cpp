@@ -593,7 +593,6 @@ void streams(Sum& sum) {
           const std::string bytes = to.sealed("stream");
           StateBytes from(bytes, "stream");
           stream = std::make_unique<Stream>(&from, random.one_in(2) ? &format : nullptr);
-          sum(bytes.size());
         });
       if (random.one_in(4)) attempt(sum, [&] { stream = std::make_unique<Stream>(*stream); });
     }
