@@ -43,9 +43,11 @@ ComplexOf<Real> multiply_add(const ComplexOf<Real>& x, Complex y, const ComplexO
 
 /** Both roots of x² + p x + q, the larger first, so that neither suffers cancellation. */
 std::vector<Complex> quadratic_roots(double p, double q) {
-  const double d = (Wide{p / 2.0, 0.0} * (p / 2.0) + Wide{-q, 0.0}).high;
-  if (d < 0.0) return {{-p / 2.0, std::sqrt(-d)}, {-p / 2.0, -std::sqrt(-d)}};
-  const double x = -p / 2.0 - std::copysign(std::sqrt(d), p);
+  const double half = p / 2.0, rough = half * half - q;
+  // The digits below count where the two cancel; where one overflows there are none.
+  const double d = std::isfinite(rough) ? (Wide{half, 0.0} * half + Wide{-q, 0.0}).high : rough;
+  if (d < 0.0) return {{-half, std::sqrt(-d)}, {-half, -std::sqrt(-d)}};
+  const double x = -half - std::copysign(std::sqrt(d), p);
   return {x, x == 0.0 ? 0.0 : q / x};
 }
 

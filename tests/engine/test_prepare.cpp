@@ -178,6 +178,9 @@ TEST(Prepare, TellsEachFactOnceAndWithWhatHelps) {
       }
       EXPECT_EQ(warnings, 1);
     }
+  // Poles whose squares are beyond the numbers of double.
+  const Prepared far = prepare({FilterDesign::kIir, {1.0}, {1.0, 2e160, 1.0}}, {});
+  EXPECT_EQ(far.notices.at(0).text, "unstable, its outermost pole has the radius inf");
   // A low peak on the device: off, and double helps.
   EqualiserFilter low{EqualiserType::kPeak};
   low.frequency = 20.0;
